@@ -1,0 +1,185 @@
+// How long a synchronous run of an at-once item takes over the bus, beside a bare forwarded sd-bus call.
+//
+// Both go client -> first process -> second process and back through the same bus daemon, in turn, in one run:
+//   run      this program -> ominspect -> an owner
+//   forward  this program -> a process that only forwards -> a process that only answers, all bare sd-bus
+// Prints median and 99th percentile of each and their ratios, and the idle server's private memory.
+//
+//     sync_run [rounds]
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "kivo/os_msg.h"
+#include "support/child.h"
+#include "support/private_bus.h"
+
+namespace {
+
+constexpr const char* kRequest = R"({"name":"ok","cmd":"run"})";
+constexpr size_t kRecordSize = 192;
+
+void Check(bool good, const char* what) {
+    if (good) return;
+    std::fprintf(stderr, "sync_run: %s failed\n", what);
+    std::exit(1);
+}
+
+// ---- the bare road ----
+
+sd_bus* OpenBus() {
+    sd_bus* bus = nullptr;
+    Check(sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, std::getenv("KIVO_BUS_ADDRESS")) >= 0 &&
+              sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0,
+          "opening the bus");
+    return bus;
+}
+
+// One call with a byte array, answered with one; returns the size of the answer.
+size_t Call(sd_bus* bus, const char* destination, const void* data, size_t size) {
+    sd_bus_message* call = nullptr;
+    sd_bus_message* reply = nullptr;
+    const void* answer = nullptr;
+    size_t length = 0;
+    if (sd_bus_message_new_method_call(bus, &call, destination, "/bench", "bench.Road", "Go") >= 0 &&
+        sd_bus_message_append_array(call, 'y', data, size) >= 0 && sd_bus_call(bus, call, 0, nullptr, &reply) >= 0)
+        sd_bus_message_read_array(reply, 'y', &answer, &length);
+    sd_bus_message_unref(call);
+    sd_bus_message_unref(reply);
+    return length;
+}
+
+int OnGo(sd_bus_message* call, void* next, sd_bus_error* /*error*/) {
+    const void* data = nullptr;
+    size_t size = 0;
+    sd_bus_message_read_array(call, 'y', &data, &size);
+    if (next != nullptr) Call(sd_bus_message_get_bus(call), static_cast<const char*>(next), data, size);
+    const std::array<unsigned char, kRecordSize> record{};
+    sd_bus_message* reply = nullptr;
+    sd_bus_message_new_method_return(call, &reply);
+    sd_bus_message_append_array(reply, 'y', record.data(), record.size());
+    const int sent = sd_bus_send(nullptr, reply, nullptr);
+    sd_bus_message_unref(reply);
+    return sent;
+}
+
+const sd_bus_vtable kRoad[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Go", "ay", "ay", OnGo, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END,
+};
+
+[[noreturn]] void ServeBare(const char* name, char* next) {
+    sd_bus* bus = OpenBus();
+    Check(sd_bus_add_object_vtable(bus, nullptr, "/bench", "bench.Road", kRoad, next) >= 0 &&
+              sd_bus_request_name(bus, name, 0) >= 0,
+          "serving the bare road");
+    for (;;)
+        if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, UINT64_MAX);
+}
+
+// ---- the server's road ----
+
+// A synchronous message to the server; whether it was answered, with the first `size` bytes of the answer in `answer`.
+bool Ask(uint32_t id, const char* payload, void* answer, size_t size) {
+    TagMsgBlock block{};
+    std::strcpy(block.dstProcName, "ominspect");
+    std::strcpy(block.dstTaskName, "iom_srv_task");
+    block.msgId = id;
+    block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(payload));
+    block.dataLen = static_cast<uint32_t>(std::strlen(payload));
+    TagMsgBlock* resp = nullptr;
+    const bool good = OsMsgSynSend(&block, &resp, 5000) == OS_MSG_OK && resp->dataLen == size;
+    if (good) std::memcpy(answer, resp->data, size);
+    OsMsgSynRespFree(resp);
+    return good;
+}
+
+bool ServerAnswers() {
+    uint32_t state = 0;
+    return Ask(7, "", &state, sizeof state);
+}
+
+bool RunOnce() {
+    std::array<char, kRecordSize> record{};
+    return Ask(0, kRequest, record.data(), record.size()) && std::strcmp(record.data() + 32, "success") == 0;
+}
+
+// ---- measuring ----
+
+struct Figures {
+    double median;
+    double p99;
+};
+
+Figures Evaluate(std::vector<double>& micros) {
+    std::sort(micros.begin(), micros.end());
+    return {micros[micros.size() / 2], micros[micros.size() * 99 / 100]};
+}
+
+double Time(const std::function<bool()>& step, const char* what) {
+    const auto begin = std::chrono::steady_clock::now();
+    Check(step(), what);
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin).count();
+}
+
+unsigned long PrivateKilobytes(pid_t pid) {
+    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    unsigned long sum = 0;
+    for (std::string line; std::getline(rollup, line);)
+        if (line.rfind("Private_", 0) == 0) sum += std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 10);
+    return sum;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    char backend[] = "com.kivo.proc.benchbackend";
+    if (argc > 1 && std::strcmp(argv[1], "--backend") == 0) ServeBare("com.kivo.proc.benchbackend", nullptr);
+    if (argc > 1 && std::strcmp(argv[1], "--forwarder") == 0) ServeBare("com.kivo.proc.benchforwarder", backend);
+    const size_t rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 5000;
+    Check(rounds >= 100, "rounds of at least 100");
+
+    using kivo::test::Child;
+    const kivo::test::PrivateBus bus;
+    const Child last({argv[0], "--backend"});
+    const Child forwarder({argv[0], "--forwarder"});
+    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=/tmp"});
+    Check(OsProcAttach("bench") == OS_MSG_OK, "joining the bus");
+    Check(kivo::test::Eventually(ServerAnswers), "waiting for the server");
+    const Child owner({RAW_OWNER_PROGRAM, "owner1", "ok"});
+    sd_bus* bare = OpenBus();
+    const auto forward = [bare] {
+        return Call(bare, "com.kivo.proc.benchforwarder", kRequest, std::strlen(kRequest)) == kRecordSize;
+    };
+    Check(kivo::test::Eventually(forward) && kivo::test::Eventually(RunOnce), "waiting for all processes");
+    sleep(1);  // the server's memory is read when it has come to rest
+    const unsigned long idle = PrivateKilobytes(server.Pid());
+
+    std::vector<double> runs;
+    std::vector<double> forwards;
+    for (size_t i = 0; i < rounds; ++i) {
+        runs.push_back(Time(RunOnce, "a run"));
+        forwards.push_back(Time(forward, "a forwarded call"));
+    }
+    const Figures run = Evaluate(runs);
+    const Figures bareFigures = Evaluate(forwards);
+    std::printf("%zu rounds, microseconds      median      p99\n", rounds);
+    std::printf("synchronous run           %10.1f %8.1f\n", run.median, run.p99);
+    std::printf("bare forwarded call       %10.1f %8.1f\n", bareFigures.median, bareFigures.p99);
+    std::printf("ratio                     %10.2f %8.2f\n", run.median / bareFigures.median, run.p99 / bareFigures.p99);
+    std::printf("server's private memory when idle: %lu KiB\n", idle);
+    sd_bus_flush_close_unref(bare);
+    OsProcDetach();
+    return 0;
+}

@@ -1,0 +1,61 @@
+/*
+ * Inspection-engine client (libkivo_om_inspect_engine_client): makes a process the owner of inspection items.
+ *
+ * Sequence: join the bus (OsTaskRun or OsProcAttach), InspectClientInit once, InspectRegHandler any number of
+ * times. The library serves run requests on a task of its own, one after the other, and registers the items
+ * again by itself whenever the inspection server restarts; items may be registered before it runs.
+ *
+ * Results are 0 or a code of os_msg.h. Any thread may call; handlers run on the library's task thread.
+ */
+#ifndef KIVO_OM_INSPECT_ENGINE_CLIENT_H
+#define KIVO_OM_INSPECT_ENGINE_CLIENT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "ominspect/records.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC visibility push(default)
+
+/* Runs an item. `itemName` and `request` (the request's JSON text, NUL-terminated) are valid during the call.
+ * `result` comes zeroed but for its name; the handler fills status and text. The status "running" says that
+ * the result follows through InspectReportResult. A non-zero return answers "fail" with "run err". */
+typedef uint32_t (*InspectItemHandler)(const char* itemName, const char* request,
+                                       struct tagKivoOmInspectionResult* result);
+
+/* One item; copied. 48 bytes. */
+struct InspectHandlerRecord {
+    char name[OM_INSPECT_NAME_SIZE]; /*  0: NUL-padded, 1 to 31 bytes */
+    InspectItemHandler handler;      /* 32 */
+    uint32_t timeout;                /* 40: time limit in ms of a run that answered "running"; 0 = none */
+};
+
+/* Starts the client: creates the task `clientName` (1 to 15 bytes) in this process. ATTACHED: initialised
+ * before; else as OsTaskCreate. */
+uint32_t InspectClientInit(const char* clientName);
+
+/* Registers `count` items. All records are checked before the first is taken (PARAM). An item that this
+ * process registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. */
+uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count);
+
+/* Takes an item back. PARAM: not registered by this process. */
+uint32_t InspectUnRegHandler(const char* itemName);
+
+/* Reports the result of a run that was answered with "running" (or, with that status again, its progress). */
+uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result);
+
+/* Takes the argument ("cmd") out of a request's JSON text. PARAM: no such member, no string, no JSON, or it
+ * does not fit into `size` bytes with its NUL; `out` is then the empty text. */
+uint32_t InspectGetArgument(const char* request, char* out, size_t size);
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,129 @@
+// Inspection-engine client (om_inspect_engine_client.h): items are recorded and not registered with any server.
+#include "fake/engine_client.h"
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "fake/fake.h"
+#include "fake/journal.h"
+#include "fake/msg.h"
+#include "fake/scheduler.h"
+
+using namespace kivo::fake;
+
+namespace {
+
+struct Client {
+    bool initialised{};
+    std::vector<InspectHandlerRecord> handlers;
+};
+
+Client& TheClient() {
+    static Client& client = *new Client;
+    return client;
+}
+
+std::string NameOf(const InspectHandlerRecord& record) {
+    return {record.name, strnlen(record.name, sizeof(record.name))};
+}
+
+bool IsValid(const InspectHandlerRecord& record) {
+    const std::string name = NameOf(record);
+    return !name.empty() && name.size() < sizeof(record.name) && record.handler != nullptr;
+}
+
+auto Find(const std::string& name) {
+    return std::ranges::find(TheClient().handlers, name, NameOf);
+}
+
+}  // namespace
+
+void kivo::fake::ResetEngineClient() {
+    TheClient() = {};
+}
+
+std::vector<InspectHandlerRecord> kivo::fake::RegisteredHandlers() {
+    const Lock lock = Hold();
+    return TheClient().handlers;
+}
+
+uint32_t InspectClientInit(const char* clientName) {
+    const Lock lock = Hold();
+    if (const auto code = Failure(lock, "InspectClientInit")) {
+        return *code;
+    }
+    if (clientName == nullptr || !IsValidName(clientName)) {
+        return OS_MSG_ERR_PARAM;
+    }
+    RecordCall(lock, std::string("InspectClientInit(") + clientName + ")");
+    if (TheClient().initialised) {
+        return OS_MSG_ERR_ATTACHED;
+    }
+    TheClient().initialised = true;
+    return OS_MSG_OK;
+}
+
+uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
+    const Lock lock = Hold();
+    if (const auto code = Failure(lock, "InspectRegHandler")) {
+        return *code;
+    }
+    if (records == nullptr || count == 0) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (!TheClient().initialised) {
+        return OS_MSG_ERR_NOT_ATTACHED;
+    }
+    const std::span<const InspectHandlerRecord> all(records, count);
+    if (!std::ranges::all_of(all, IsValid)) {
+        return OS_MSG_ERR_PARAM;
+    }
+    for (const InspectHandlerRecord& record : all) {
+        const std::string name = NameOf(record);
+        RecordCall(lock, "InspectRegHandler(" + name + ", " + std::to_string(record.timeout) + ")");
+        const auto known = Find(name);
+        if (known == TheClient().handlers.end()) {
+            TheClient().handlers.push_back(record);
+        } else {
+            *known = record;
+        }
+    }
+    return OS_MSG_OK;
+}
+
+uint32_t InspectUnRegHandler(const char* itemName) {
+    const Lock lock = Hold();
+    if (const auto code = Failure(lock, "InspectUnRegHandler")) {
+        return *code;
+    }
+    if (itemName == nullptr) {
+        return OS_MSG_ERR_PARAM;
+    }
+    RecordCall(lock, std::string("InspectUnRegHandler(") + itemName + ")");
+    const auto known = Find(itemName);
+    if (known == TheClient().handlers.end()) {
+        return OS_MSG_ERR_PARAM;
+    }
+    TheClient().handlers.erase(known);
+    return OS_MSG_OK;
+}
+
+uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
+    const Lock lock = Hold();
+    if (const auto code = Failure(lock, "InspectReportResult")) {
+        return *code;
+    }
+    if (result == nullptr) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (!TheClient().initialised) {
+        return OS_MSG_ERR_NOT_ATTACHED;
+    }
+    const std::string name(result->name, strnlen(result->name, sizeof(result->name)));
+    const std::string status(result->status, strnlen(result->status, sizeof(result->status)));
+    RecordCall(lock, "InspectReportResult(" + name + ", " + status + ")");
+    return OS_MSG_OK;
+}

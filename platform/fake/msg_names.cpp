@@ -1,0 +1,118 @@
+// Name and payload rules of the message bus, and the texts of its result codes.
+#include <algorithm>
+#include <cstring>
+
+#include "fake/msg.h"
+
+namespace kivo::fake {
+
+namespace {
+
+// One UTF-8 sequence at the front of the text: its length, or 0.
+size_t SequenceLength(std::string_view text) {
+    const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned first = byte(0);
+    const size_t length = first < 0x80   ? 1
+                          : first < 0xc2 ? 0
+                          : first < 0xe0 ? 2
+                          : first < 0xf0 ? 3
+                          : first < 0xf5 ? 4
+                                         : 0;
+    if (length == 0 || text.size() < length) {
+        return 0;
+    }
+    uint32_t code = length == 1 ? first : first & (0x7fU >> length);
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0U) != 0x80) {
+            return 0;
+        }
+        code = code << 6U | (byte(i) & 0x3fU);
+    }
+    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
+    const bool surrogate = code >= 0xd800 && code < 0xe000;
+    return overlong || surrogate || code > 0x10ffff ? 0 : length;
+}
+
+bool IsUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const size_t length = SequenceLength(text);
+        if (length == 0) {
+            return false;
+        }
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool IsValidName(std::string_view name) {
+    return !name.empty() && name.size() < OS_MSG_NAME_SIZE && IsUtf8(name);
+}
+
+std::string ReadName(const char* field, size_t size) {
+    std::string name(field, strnlen(field, size));
+    return IsValidName(name) ? name : std::string();
+}
+
+void WriteName(char (&field)[OS_MSG_NAME_SIZE], const std::string& name) {
+    std::ranges::copy(name, field);
+}
+
+uint32_t CheckPayload(const void* data, uint32_t dataLen) {
+    if (data == nullptr && dataLen != 0) {
+        return OS_MSG_ERR_PARAM;
+    }
+    return dataLen > OS_MSG_MAX_PAYLOAD ? OS_MSG_ERR_TOO_LARGE : OS_MSG_OK;
+}
+
+uint32_t CheckMessage(const TagMsgBlock& message) {
+    const bool replyTask =
+        message.replyTaskName[0] == '\0' || !ReadName(message.replyTaskName, sizeof(message.replyTaskName)).empty();
+    if (!replyTask || ReadName(message.dstProcName, sizeof(message.dstProcName)).empty() ||
+        ReadName(message.dstTaskName, sizeof(message.dstTaskName)).empty()) {
+        return OS_MSG_ERR_PARAM;
+    }
+    return CheckPayload(message.data, message.dataLen);
+}
+
+}  // namespace kivo::fake
+
+const char* OsMsgResultText(uint32_t result) {
+    switch (result) {
+        case OS_MSG_OK:
+            return "success";
+        case OS_MSG_ERR_PARAM:
+            return "bad parameter";
+        case OS_MSG_ERR_NO_MEMORY:
+            return "out of memory or other resources";
+        case OS_MSG_ERR_NOT_ATTACHED:
+            return "the process is not on the bus";
+        case OS_MSG_ERR_ATTACHED:
+            return "the process is on the bus already";
+        case OS_MSG_ERR_NAME_TAKEN:
+            return "the name is taken";
+        case OS_MSG_ERR_NO_BUS:
+            return "the bus cannot be reached";
+        case OS_MSG_ERR_ABSENT:
+            return "the destination process is absent";
+        case OS_MSG_ERR_NO_TASK:
+            return "there is no such task";
+        case OS_MSG_ERR_DIED:
+            return "the destination left while it was asked";
+        case OS_MSG_ERR_TIMEOUT:
+            return "no reply in time";
+        case OS_MSG_ERR_QUEUE_FULL:
+            return "the destination task's queue is full";
+        case OS_MSG_ERR_TOO_LARGE:
+            return "the payload is too large";
+        case OS_MSG_ERR_DENIED:
+            return "forbidden by the bus's policy";
+        case OS_MSG_ERR_NO_REQUEST:
+            return "nobody waits for this reply";
+        case OS_MSG_ERR_BUS:
+            return "the bus answered something unexpected";
+        default:
+            return "unknown result";
+    }
+}

@@ -1,0 +1,220 @@
+// Inspection-engine client: keeps the process's items registered with the server and answers its run requests.
+#include "kivo/om_inspect_engine_client.h"
+
+#include <cjson/cJSON.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "kivo/os_bounds.h"
+#include "kivo/os_msg.h"
+#include "ominspect/messages.h"
+
+namespace {
+
+constexpr uint32_t kQueueDepth = 64;
+
+struct Item {
+    InspectItemHandler handler;
+    uint32_t timeout;
+};
+
+struct Client {
+    std::mutex lock;                    // guards the fields below; not held while a handler runs
+    std::string name;                   // empty until initialised
+    std::map<std::string, Item> items;  // what this process owns, by item name
+};
+
+// Never destroyed: the client's task may still be running when the process exits.
+Client& TheClient() {
+    static auto* client = new Client;
+    return *client;
+}
+
+// Nothing is thrown across the interface.
+template <typename Function>
+uint32_t Guarded(Function&& function) noexcept {
+    try {
+        return function();
+    } catch (...) {
+        return OS_MSG_ERR_NO_MEMORY;
+    }
+}
+
+template <size_t size>
+bool IsTerminated(const char (&field)[size]) {
+    return std::memchr(field, '\0', size) != nullptr;
+}
+
+// One message to the server; answers go to the client's own task, whichever thread sends.
+uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
+    TagMsgBlock block{};
+    block.msgId = msgId;
+    block.param = param;
+    strcpy_s(block.dstProcName, sizeof block.dstProcName, OM_INSPECT_PROC_NAME);
+    strcpy_s(block.dstTaskName, sizeof block.dstTaskName, OM_INSPECT_TASK_NAME);
+    strcpy_s(block.replyTaskName, sizeof block.replyTaskName, client.c_str());
+    block.data = static_cast<unsigned char*>(const_cast<void*>(data));
+    block.dataLen = static_cast<uint32_t>(size);
+    return OsMsgAsynSend(&block);
+}
+
+uint32_t SendRegistration(const std::string& client, const std::string& item, uint32_t timeout) {
+    return SendToServer(OM_INSPECT_MSG_REGISTER, timeout, client, item.c_str(), item.size() + 1);
+}
+
+void RegisterAll() {
+    Client& client = TheClient();
+    const std::lock_guard<std::mutex> lock(client.lock);
+    for (const auto& [name, item] : client.items) SendRegistration(client.name, name, item.timeout);
+}
+
+// The item name and the request text of a run request; false when it is malformed.
+bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& request) {
+    tagKivoOmInspectionRunHead head{};
+    constexpr size_t kHeadSize = 36;
+    static_assert(sizeof head == kHeadSize);
+    if (msg.data == nullptr || msg.dataLen <= kHeadSize) return false;
+    std::memcpy(&head, msg.data, kHeadSize);
+    if (!IsTerminated(head.name) || head.len > msg.dataLen - kHeadSize - 1) return false;
+    name = head.name;
+    const auto* text = reinterpret_cast<const char*>(msg.data) + kHeadSize;
+    request.assign(text, strnlen(text, head.len));
+    return true;
+}
+
+void SetOutcome(tagKivoOmInspectionResult& result, const char* status, const char* text) {
+    strcpy_s(result.status, sizeof result.status, status);
+    strcpy_s(result.text, sizeof result.text, text);
+}
+
+void RunItem(const std::string& name, const std::string& request, tagKivoOmInspectionResult& result) {
+    InspectItemHandler handler = nullptr;
+    {
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        const auto item = client.items.find(name);
+        if (item != client.items.end()) handler = item->second.handler;
+    }
+    strcpy_s(result.name, sizeof result.name, name.c_str());
+    if (handler == nullptr) {
+        SetOutcome(result, "fail", "no support");
+        return;
+    }
+    const auto run = [&] { return handler(name.c_str(), request.c_str(), &result); };
+    if (Guarded(run) != 0) SetOutcome(result, "fail", "run err");
+}
+
+void AnswerRun(const TagMsgBlock& msg) {
+    tagKivoOmInspectionResult result{};
+    std::string name;
+    std::string request;
+    const bool fromServer = std::string_view(msg.srcProcName) == OM_INSPECT_PROC_NAME;
+    if (!fromServer || !ReadRunRequest(msg, name, request)) {
+        OsMsgSynSendResp(&msg, nullptr, 0);
+        return;
+    }
+    RunItem(name, request, result);
+    OsMsgSynSendResp(&msg, &result, sizeof result);
+}
+
+uint32_t HandleMessage(TagMsgBlock* msg) {
+    return Guarded([&] {
+        if (msg->msgId == OS_MSG_EVENT_PROC_RESTART) {
+            RegisterAll();
+        } else if (msg->msgId == OM_INSPECT_MSG_OWNER_RUN) {
+            AnswerRun(*msg);
+        } else {
+            return OS_MSG_ERR_PARAM;
+        }
+        return OS_MSG_OK;
+    });
+}
+
+uint32_t FollowServer(const char* clientName) {
+    OsMsgSubscription restart{};
+    restart.eventId = OS_MSG_EVENT_PROC_RESTART;
+    strcpy_s(restart.srcProcName, sizeof restart.srcProcName, OM_INSPECT_PROC_NAME);
+    strcpy_s(restart.srcTaskName, sizeof restart.srcTaskName, OM_INSPECT_PROC_NAME);
+    strcpy_s(restart.dstTaskName, sizeof restart.dstTaskName, clientName);
+    return OsMsgSubscribeEvent(&restart, 1, 0);
+}
+
+bool IsGoodRecord(const InspectHandlerRecord& record) {
+    return record.name[0] != '\0' && IsTerminated(record.name) && record.handler != nullptr;
+}
+
+}  // namespace
+
+uint32_t InspectClientInit(const char* clientName) {
+    return Guarded([&] {
+        OsTaskDescriptor task{};
+        if (clientName == nullptr || strcpy_s(task.name, OS_MSG_NAME_SIZE, clientName) != 0) return OS_MSG_ERR_PARAM;
+        task.queueDepth = kQueueDepth;
+        task.handler = HandleMessage;
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        if (!client.name.empty() && client.name != clientName) return OS_MSG_ERR_ATTACHED;
+        const uint32_t created = OsTaskCreate(&task);
+        if (created != OS_MSG_OK) {
+            const bool initialised = created == OS_MSG_ERR_NAME_TAKEN && client.name == clientName;
+            return initialised ? OS_MSG_ERR_ATTACHED : created;
+        }
+        client.name = clientName;
+        client.items.clear();  // those of an earlier stay on the bus
+        return FollowServer(clientName);
+    });
+}
+
+uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
+    return Guarded([&] {
+        if (records == nullptr || !std::all_of(records, records + count, IsGoodRecord)) return OS_MSG_ERR_PARAM;
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        if (client.name.empty()) return OS_MSG_ERR_NOT_ATTACHED;
+        uint32_t result = OS_MSG_OK;
+        for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
+            client.items.insert_or_assign(record->name, Item{record->handler, record->timeout});
+            const uint32_t sent = SendRegistration(client.name, record->name, record->timeout);
+            if (result == OS_MSG_OK) result = sent;
+        }
+        return result;
+    });
+}
+
+uint32_t InspectUnRegHandler(const char* itemName) {
+    return Guarded([&] {
+        if (itemName == nullptr) return OS_MSG_ERR_PARAM;
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        if (client.items.erase(itemName) == 0) return OS_MSG_ERR_PARAM;
+        return SendToServer(OM_INSPECT_MSG_UNREGISTER, 0, client.name, itemName, std::strlen(itemName) + 1);
+    });
+}
+
+uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
+    return Guarded([&] {
+        if (result == nullptr || !IsTerminated(result->name) || !IsTerminated(result->status) ||
+            !IsTerminated(result->text))
+            return OS_MSG_ERR_PARAM;
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        if (client.name.empty()) return OS_MSG_ERR_NOT_ATTACHED;
+        return SendToServer(OM_INSPECT_MSG_REPORT, 0, client.name, result, sizeof *result);
+    });
+}
+
+uint32_t InspectGetArgument(const char* request, char* out, size_t size) {
+    if (request == nullptr || out == nullptr || size == 0) return OS_MSG_ERR_PARAM;
+    out[0] = '\0';
+    const std::unique_ptr<cJSON, void (*)(cJSON*)> json(cJSON_Parse(request), cJSON_Delete);
+    const char* argument = cJSON_GetStringValue(cJSON_GetObjectItem(json.get(), "cmd"));
+    if (argument == nullptr || strcpy_s(out, size, argument) != 0) return OS_MSG_ERR_PARAM;
+    return OS_MSG_OK;
+}

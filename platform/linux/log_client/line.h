@@ -1,0 +1,38 @@
+// The text form of a log line.
+//
+//   2024-05-01 12:34:56.789 error om_inspect inspect_server/18:123 1234:1240 the text
+//
+// Local time, level, client, unit / module : source line, process : thread, text. A line without a module has
+// "-" in its place. Control characters are written as escapes, so nobody can forge a line by what he has logged.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kivo::log {
+
+/// Who logs what.
+struct Record {
+    uint8_t level = 0;
+    const char* unit = nullptr;
+    std::optional<uint8_t> module;
+    uint32_t line = 0;
+    std::string_view text;
+};
+
+/// When and where it was logged.
+struct Origin {
+    timespec time{};
+    std::string_view client;
+    int process = 0;
+    int thread = 0;
+};
+
+/// The line without its line end, cut to `limit` bytes. An escape is never cut into.
+std::string FormatLine(const Record& record, const Origin& origin, size_t limit);
+
+}  // namespace kivo::log

@@ -1,0 +1,227 @@
+// The log client of the process: its name, its logs, and standard error for what belongs to none of them.
+#include "kivo/om_log_client.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "log_client/line.h"
+#include "log_client/log_file.h"
+
+namespace {
+
+using kivo::log::LogFile;
+using kivo::log::Record;
+
+constexpr size_t kMaxClientName = 31;
+constexpr uint32_t kMaxFileCount = 1000;
+constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
+
+bool IsValid(const KivoOmLogCreation& creation) {
+    const char* name = creation.fileName;
+    const size_t length = strnlen(name, sizeof creation.fileName);
+    const bool isName = length > 0 && length < sizeof creation.fileName && std::strchr(name, '/') == nullptr &&
+                        std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+    return isName && creation.lineSize > 0 && creation.fileSize > 0 && creation.fileCount > 0 &&
+           creation.fileCount <= kMaxFileCount;
+}
+
+std::string PathOf(const char* fileName) {
+    const char* directory = std::getenv("KIVO_LOG_DIR");
+    return std::string(directory == nullptr || *directory == '\0' ? "/var/log/kivo" : directory) + '/' + fileName;
+}
+
+// Whole lines even beside other writers: one system call as long as the system takes everything at once.
+void WriteToStandardError(std::string line) {
+    line += '\n';
+    for (size_t done = 0; done < line.size();) {
+        const ssize_t written = write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (written < 0 && errno != EINTR) {
+            return;  // there is no other place left
+        }
+        done += written > 0 ? static_cast<size_t>(written) : 0;
+    }
+}
+
+class LogClient {
+public:
+    // Never destroyed: threads may log until the process has ended, and every line is flushed anyway.
+    static LogClient& Instance() {
+        static auto* client = new LogClient;
+        return *client;
+    }
+
+    uint32_t Init(std::string name) {
+        const std::lock_guard lock(mutex_);
+        if (!name_.empty()) {
+            return EALREADY;
+        }
+        name_ = std::move(name);
+        return 0;
+    }
+
+    uint32_t UnInit() {
+        const std::lock_guard lock(mutex_);
+        if (name_.empty()) {
+            return EPERM;
+        }
+        logs_.clear();
+        name_.clear();
+        return 0;
+    }
+
+    uint32_t Create(const KivoOmLogCreation& creation, KivoOmLogHandle& handle) {
+        const std::lock_guard lock(mutex_);
+        if (name_.empty()) {
+            return EPERM;
+        }
+        const auto same = std::find_if(logs_.begin(), logs_.end(),
+                                       [&](const auto& log) { return log.second.fileName == creation.fileName; });
+        if (same != logs_.end()) {
+            handle = same->first;
+            return 0;
+        }
+        if (logs_.size() == std::numeric_limits<KivoOmLogHandle>::max()) {
+            return EMFILE;
+        }
+        LogFile file(PathOf(creation.fileName), creation.fileCount, creation.fileSize);
+        if (const uint32_t error = file.Open(); error != 0) {
+            return error;
+        }
+        // The line end counts, and no line is larger than a file.
+        const size_t limit = std::min(creation.lineSize, creation.fileSize) - 1;
+        const KivoOmLogHandle fresh = FreshHandle();
+        logs_.emplace(fresh, Log{creation.fileName, limit, std::move(file)});
+        handle = fresh;
+        return 0;
+    }
+
+    void Write(KivoOmLogHandle handle, const Record& record) {
+        const std::lock_guard lock(mutex_);
+        const auto found = logs_.find(handle);
+        if (found == logs_.end()) {
+            WriteToStandardError(Format(record, kNoLimit));
+            return;
+        }
+        Log& log = found->second;
+        const std::optional<std::string> failure = log.file.Write(Format(record, log.lineLimit));
+        if (failure) {
+            if (!log.failed) {
+                const std::string notice = "cannot write " + log.file.Path() + ": " + *failure;
+                WriteToStandardError(Format({KIVO_OM_LOG_ERROR, "om_log_client", {}, __LINE__, notice}, kNoLimit));
+            }
+            WriteToStandardError(Format(record, kNoLimit));
+        }
+        log.failed = failure.has_value();
+    }
+
+private:
+    struct Log {
+        std::string fileName;
+        size_t lineLimit;  // without the line end
+        LogFile file;
+        bool failed = false;
+    };
+
+    std::string Format(const Record& record, size_t limit) const {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return FormatLine(record, {now, name_, getpid(), gettid()}, limit);
+    }
+
+    // Not one of the closed ones either, as far as the numbers go: they may still be in use somewhere.
+    KivoOmLogHandle FreshHandle() {
+        do {
+            ++lastHandle_;
+        } while (lastHandle_ == 0 || logs_.contains(lastHandle_));
+        return lastHandle_;
+    }
+
+    std::mutex mutex_;
+    std::string name_;  // empty: not initialised
+    std::map<KivoOmLogHandle, Log> logs_;
+    KivoOmLogHandle lastHandle_ = 0;
+};
+
+std::string FormatText(const char* format, va_list args) {
+    if (format == nullptr) {
+        return "(no format)";
+    }
+    std::array<char, 512> buffer{};
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
+    std::string text;
+    if (length < 0) {
+        text = format;  // better than nothing
+    } else if (static_cast<size_t>(length) < buffer.size()) {
+        text.assign(buffer.data(), static_cast<size_t>(length));
+    } else {
+        text.resize(static_cast<size_t>(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
+    return text;
+}
+
+void LogText(KivoOmLogHandle handle, Record record, const char* format, va_list args) try {
+    const std::string text = FormatText(format, args);
+    record.text = text;
+    LogClient::Instance().Write(handle, record);
+} catch (const std::exception& failure) {
+    WriteToStandardError(std::string("om_log_client: ") + failure.what());
+}
+
+}  // namespace
+
+uint32_t KivoOmLogClientInit(const char* clientName, size_t length) try {
+    if (clientName == nullptr || length == 0 || length > kMaxClientName) {
+        return EINVAL;
+    }
+    return LogClient::Instance().Init(std::string(clientName, length));
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
+}
+
+uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle) try {
+    if (creation == nullptr || handle == nullptr || !IsValid(*creation)) {
+        return EINVAL;
+    }
+    return LogClient::Instance().Create(*creation, *handle);
+} catch (const std::bad_alloc&) {
+    return ENOMEM;
+}
+
+void KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint8_t module, uint32_t line,
+                              const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    LogText(handle, {level, unit, module, line, {}}, format, args);
+    va_end(args);
+}
+
+void KivoOmLogGeneralLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint32_t line,
+                               const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    LogText(handle, {level, unit, {}, line, {}}, format, args);
+    va_end(args);
+}
+
+uint32_t KivoOmLogClientUnInit(void) {
+    return LogClient::Instance().UnInit();
+}

@@ -1,0 +1,44 @@
+// Where the message layer's own lines go.
+#include "msg/log.h"
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+
+#include "kivo/os_msg.h"
+
+namespace kivo::msg {
+
+namespace {
+
+using LogFunc = void (*)(const char*);
+
+void ToStandardError(const char* text) {
+    std::fprintf(stderr, "kivo_os_msg: %s\n", text);
+}
+
+std::atomic<uint32_t> g_level{kLogWarning};
+std::atomic<LogFunc> g_log{ToStandardError};
+
+}  // namespace
+
+void Log(uint32_t level, const char* format, ...) {
+    if (level > g_level.load(std::memory_order_relaxed)) return;
+    std::array<char, 512> line{};
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line.data(), line.size(), format, args);
+    va_end(args);
+    g_log.load()(line.data());
+}
+
+}  // namespace kivo::msg
+
+void OsMsgSetLogLevel(uint32_t level) {
+    kivo::msg::g_level.store(level);
+}
+
+void OsMsgRegLogFunc(void (*log)(const char* text)) {
+    kivo::msg::g_log.store(log != nullptr ? log : kivo::msg::ToStandardError);
+}

@@ -1,0 +1,127 @@
+// The message loop of a task, and the replies that its handlers owe.
+#include <cstring>
+#include <utility>
+
+#include "msg/log.h"
+#include "msg/names.h"
+#include "msg/process.h"
+
+using namespace kivo::msg;
+
+namespace {
+
+constexpr size_t kMaxDeferred = 1024;
+
+// The token of the owed reply stands in the envelope's reserved words, 0 for none.
+uint64_t TokenOf(const TagMsgBlock& block) {
+    uint64_t token = 0;
+    std::memcpy(&token, block.reserved4, sizeof token);
+    return token;
+}
+
+void SetToken(TagMsgBlock& block, uint64_t token) {
+    std::memcpy(block.reserved4, &token, sizeof token);
+}
+
+void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& message) {
+    const uint64_t token = message.call ? ++process.lastToken : 0;
+    if (token != 0) {
+        process.owed.emplace(token, OwedReply{std::move(message.call), false});
+        SetToken(message.block, token);
+    }
+    lock.unlock();
+    const uint32_t result = task.handler(&message.block);
+    if (result != 0)
+        Log(kLogInfo, "task %s: message %u was answered with %u by its handler", task.name.c_str(), message.block.msgId,
+            result);
+    lock.lock();
+    const auto owed = process.owed.find(token);
+    if (owed != process.owed.end() && !owed->second.deferred) process.owed.erase(owed);
+}
+
+MessagePtr MakeReply(sd_bus_message* call, const void* data, uint32_t dataLen) {
+    sd_bus_message* raw = nullptr;
+    if (sd_bus_message_new_method_return(call, &raw) < 0) return nullptr;
+    MessagePtr reply(raw);
+    return sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, data, dataLen) >= 0 ? std::move(reply) : nullptr;
+}
+
+}  // namespace
+
+uint32_t OsMsgTaskRoutineByName(const char* taskName) {
+    return Guarded([&] {
+        if (taskName == nullptr) return OS_MSG_ERR_PARAM;
+        Waiter& me = Waiter::OfThisThread();
+        if (!me.Valid()) return OS_MSG_ERR_NO_MEMORY;
+        Process& process = TheProcess();
+        Reader::Lock lock(process.lock);
+        if (process.standing == Standing::kOff) return OS_MSG_ERR_NOT_ATTACHED;
+        const std::shared_ptr<Task> task = process.FindTask(taskName);
+        if (!task) return OS_MSG_ERR_NO_TASK;
+        if (std::exchange(task->looping, true)) return OS_MSG_ERR_NAME_TAKEN;
+        CurrentTaskName() = task->name;
+        {
+            const Inside inside(process);
+            const auto done = [&] { return task->HasMessage() || process.standing != Standing::kAttached; };
+            for (;;) {
+                task->loop = &me;
+                process.reader.Wait(lock, me, Reader::Rank::kTask, std::nullopt, done);
+                task->loop = nullptr;
+                if (process.standing != Standing::kAttached) break;
+                const std::unique_ptr<Incoming> message = task->Take();
+                Handle(process, lock, *task, *message);
+            }
+        }
+        task->looping = false;
+        return process.standing == Standing::kLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
+    });
+}
+
+uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen) {
+    return Guarded([&] {
+        if (msg == nullptr || (data == nullptr && dataLen != 0)) return OS_MSG_ERR_PARAM;
+        if (dataLen > OS_MSG_MAX_PAYLOAD) return OS_MSG_ERR_TOO_LARGE;
+        Process& process = TheProcess();
+        const Reader::Lock lock(process.lock);
+        const uint32_t unusable = process.Unusable();
+        if (unusable != OS_MSG_OK) return unusable;
+        const auto owed = process.owed.find(TokenOf(*msg));
+        if (owed == process.owed.end()) return OS_MSG_ERR_NO_REQUEST;
+        const MessagePtr reply = MakeReply(owed->second.call.get(), data, dataLen);
+        if (!reply) return OS_MSG_ERR_NO_MEMORY;
+        const int sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
+        if (sent < 0) return ResultOf(sent);
+        if (owed->second.deferred) --process.deferredCount;
+        process.owed.erase(owed);
+        process.KickIfUnsent();
+        return OS_MSG_OK;
+    });
+}
+
+uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg) {
+    return Guarded([&] {
+        if (msg == nullptr) return OS_MSG_ERR_PARAM;
+        Process& process = TheProcess();
+        const Reader::Lock lock(process.lock);
+        const auto owed = process.owed.find(TokenOf(*msg));
+        if (owed == process.owed.end()) return OS_MSG_ERR_NO_REQUEST;
+        if (owed->second.deferred) return OS_MSG_OK;
+        if (process.deferredCount >= kMaxDeferred) return OS_MSG_ERR_NO_MEMORY;
+        owed->second.deferred = true;
+        ++process.deferredCount;
+        return OS_MSG_OK;
+    });
+}
+
+uint64_t OsMsgDroppedCount(const char* taskName) {
+    uint64_t dropped = 0;
+    Guarded([&] {
+        if (taskName == nullptr) return OS_MSG_ERR_PARAM;
+        Process& process = TheProcess();
+        const Reader::Lock lock(process.lock);
+        const std::shared_ptr<Task> task = process.FindTask(taskName);
+        if (task) dropped = task->dropped;
+        return OS_MSG_OK;
+    });
+    return dropped;
+}

@@ -1,0 +1,67 @@
+// Who is who on the bus: process names, their owners, and senders' user ids.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+#include "msg/handles.h"
+
+namespace kivo::msg {
+
+// What the bus vouches for about a sender.
+struct Identity {
+    std::string procName;  // empty: it has no process name
+    uint32_t uid;          // UINT32_MAX: it had left before it could be asked for
+};
+
+// Follows which connection owns which process name (NameOwnerChanged), and asks the bus once per sender for its user
+// id. Used under the process's lock.
+class Peers {
+public:
+    // Called when a process appeared under a name, and when a connection is gone (or gave its name up).
+    using Appeared = std::function<void(const std::string& procName)>;
+    using Left = std::function<void(const std::string& connection)>;
+
+    // Subscribes to changes, then takes in who is there now. A negative errno on failure.
+    int Start(sd_bus* bus, Appeared appeared, Left left);
+
+    // The process's own name, now taken: its own appearance is no news.
+    void NoteOwn(const std::string& procName, const std::string& connection);
+
+    // Forgets everything; before the bus is closed.
+    void Clear();
+
+    // May block for one round trip to the bus daemon, for a sender's first message.
+    Identity Identify(sd_bus_message* message);
+
+    // The name of the process that a connection is; empty for none.
+    std::string ProcessOf(const std::string& connection) const;
+
+private:
+    struct Sender {
+        uint32_t uid = UINT32_MAX;
+        TrackPtr track;  // tells when a sender without a process name leaves
+    };
+
+    static int OnNameOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* error);
+    static int OnSenderLeft(sd_bus_track* track, void* self);
+    void Change(const std::string& busName, const std::string& oldOwner, const std::string& newOwner);
+    void Forget(const std::string& connection);
+    uint32_t AskUid(const char* connection);
+    TrackPtr Track(const char* connection);
+
+    sd_bus* bus_ = nullptr;
+    Appeared appeared_;
+    Left left_;
+    SlotPtr match_;
+    std::set<std::string> present_;                           // process names that somebody owns
+    std::unordered_map<std::string, std::string> processes_;  // connection -> the first process name it took
+    std::unordered_map<std::string, Sender> senders_;         // connection -> what was asked for
+};
+
+}  // namespace kivo::msg

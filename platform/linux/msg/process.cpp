@@ -1,0 +1,344 @@
+// Joining and leaving the bus, and the task runner.
+#include "msg/process.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include "msg/log.h"
+#include "msg/names.h"
+
+namespace kivo::msg {
+
+namespace {
+
+// For a signal handler, which must not run into the making of TheProcess.
+std::atomic<Reader*> g_reader{nullptr};
+
+int OpenBus(BusPtr& bus) {
+    sd_bus* raw = nullptr;
+    const char* address = std::getenv("KIVO_BUS_ADDRESS");
+    if (address == nullptr || *address == '\0') {
+        const int opened = sd_bus_open_system(&raw);
+        bus.reset(raw);
+        return opened;
+    }
+    int result = sd_bus_new(&raw);
+    bus.reset(raw);
+    if (result >= 0) result = sd_bus_set_address(raw, address);
+    if (result >= 0) result = sd_bus_set_bus_client(raw, 1);
+    if (result >= 0) result = sd_bus_start(raw);
+    return result;
+}
+
+bool IsGoodDescriptor(const OsTaskDescriptor& task) {
+    return !ReadName(task.name, sizeof task.name).empty() && task.queueDepth > 0 && task.handler != nullptr;
+}
+
+// Makes the task's queue and object; its thread is started apart.
+uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shared_ptr<Task>& task) {
+    const std::string name = ReadName(descriptor.name, sizeof descriptor.name);
+    if (process.tasks.contains(name)) return OS_MSG_ERR_NAME_TAKEN;
+    task = std::make_shared<Task>(descriptor, name, process.peers);
+    const int published = task->Publish(process.bus.get());
+    if (published < 0) return ResultOf(published);
+    process.tasks.emplace(name, task);
+    return OS_MSG_OK;
+}
+
+void RunTask(const std::shared_ptr<Task>& task) {
+    CurrentTaskName() = task->name;
+    pthread_setname_np(pthread_self(), task->name.c_str());
+    const uint32_t result = task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str());
+    if (result != OS_MSG_OK)
+        Log(kLogWarning, "task %s ended with %#x (%s)", task->name.c_str(), result, OsMsgResultText(result));
+    Process& process = TheProcess();
+    const Reader::Lock lock(process.lock);
+    task->ended = true;
+    process.changed.notify_all();
+}
+
+uint32_t StartThread(const std::shared_ptr<Task>& task) {
+    try {
+        task->thread = std::thread(RunTask, task);
+    } catch (const std::system_error&) {
+        task->ended = true;
+        return OS_MSG_ERR_NO_MEMORY;
+    }
+    return OS_MSG_OK;
+}
+
+// Drops all that hangs on the connection, then the connection.
+void Dismantle(Process& process, Reader::Lock& lock) {
+    process.reader.Stop(lock);
+    process.owed.clear();
+    process.deferredCount = 0;
+    process.events.clear();
+    process.restartWatchers.clear();
+    process.peers.Clear();
+    for (const auto& [name, task] : process.tasks) task->Retract();
+    process.tasks.clear();
+    process.bus.reset();
+    process.name.clear();
+    process.detaching = false;
+    process.standing = Standing::kOff;
+    process.changed.notify_all();
+}
+
+// Joins the bus with the queues of all tasks in place before the name is taken; their threads are not started yet.
+uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
+    int result = OpenBus(process.bus);
+    if (result < 0) return OS_MSG_ERR_NO_BUS;
+    const auto appeared = [&process](const std::string& procName) {
+        const auto watchers = process.restartWatchers.find(procName);
+        if (watchers == process.restartWatchers.end()) return;
+        for (const auto& task : watchers->second) {
+            auto message = std::make_unique<Incoming>();
+            message->block.uid = UINT32_MAX;
+            message->block.msgId = OS_MSG_EVENT_PROC_RESTART;
+            WriteName(message->block.srcProcName, procName);
+            WriteName(message->block.dstProcName, process.name);
+            task->Deliver(std::move(message));
+        }
+    };
+    result = process.peers.Start(process.bus.get(), appeared,
+                                 [&process](const std::string& connection) { process.ForgetOwed(connection); });
+    if (result < 0) return OS_MSG_ERR_NO_BUS;
+    for (uint32_t i = 0; i < count; ++i) {
+        std::shared_ptr<Task> task;
+        const uint32_t added = AddTask(process, tasks[i], task);
+        if (added != OS_MSG_OK) return added;
+    }
+    result = sd_bus_request_name(process.bus.get(), BusNameOf(name).c_str(), 0);
+    if (result == -EEXIST) return OS_MSG_ERR_NAME_TAKEN;
+    if (result < 0) return ResultOf(result);
+    process.name = name;
+    const char* connection = nullptr;
+    if (sd_bus_get_unique_name(process.bus.get(), &connection) >= 0) process.peers.NoteOwn(name, connection);
+    return process.reader.Start(process.bus.get(), process.lock) ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
+}
+
+uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, const OsTaskDescriptor* tasks,
+                uint32_t count) {
+    const std::string name = procName != nullptr ? std::string(procName) : std::string();
+    if (!IsValidName(name)) return OS_MSG_ERR_PARAM;
+    if (process.standing != Standing::kOff) return OS_MSG_ERR_ATTACHED;
+    process.standing = Standing::kAttaching;
+    g_reader = &process.reader;
+    process.reader.Open();
+    uint32_t result = OS_MSG_ERR_NO_MEMORY;
+    try {
+        result = Join(process, name, tasks, count);
+    } catch (const std::bad_alloc&) {
+        Log(kLogError, "out of memory while joining the bus");
+    }
+    if (result == OS_MSG_OK) {
+        process.standing = Standing::kAttached;
+    } else {
+        Log(kLogError, "process %s cannot join the bus: %s", name.c_str(), OsMsgResultText(result));
+        Dismantle(process, lock);
+    }
+    return result;
+}
+
+void BeginStop(Process& process, Standing standing) {
+    if (process.standing != Standing::kAttached && process.standing != Standing::kStopping) return;
+    process.standing = standing;
+    process.reader.WakeAll();
+    process.changed.notify_all();
+}
+
+bool IsTaskThread(const Process& process) {
+    return std::any_of(process.tasks.begin(), process.tasks.end(),
+                       [](const auto& entry) { return entry.second->thread.get_id() == std::this_thread::get_id(); });
+}
+
+template <typename Tasks>
+bool AllEnded(const Tasks& tasks) {
+    return std::all_of(tasks.begin(), tasks.end(), [](const auto& entry) { return entry.second->ended; });
+}
+
+}  // namespace
+
+Process::Process() : reader([this](bool lost) { BeginStop(*this, lost ? Standing::kLost : Standing::kStopping); }) {}
+
+uint32_t Process::Unusable() const {
+    switch (standing) {
+        case Standing::kAttached:
+            return OS_MSG_OK;
+        case Standing::kLost:
+            return OS_MSG_ERR_NO_BUS;
+        default:
+            return OS_MSG_ERR_NOT_ATTACHED;
+    }
+}
+
+std::shared_ptr<Task> Process::FindTask(const std::string& taskName) const {
+    const auto found = tasks.find(taskName);
+    return found != tasks.end() ? found->second : nullptr;
+}
+
+void Process::ForgetOwed(const std::string& connection) {
+    std::erase_if(owed, [&](const auto& entry) {
+        const char* sender = sd_bus_message_get_sender(entry.second.call.get());
+        if (sender == nullptr || connection != sender) return false;
+        if (entry.second.deferred) --deferredCount;
+        return true;
+    });
+}
+
+void Process::KickIfUnsent() {
+    uint64_t unsent = 0;
+    if (sd_bus_get_n_queued_write(bus.get(), &unsent) >= 0 && unsent > 0) reader.Kick();
+}
+
+Process& TheProcess() {
+    static auto* process = new Process;
+    return *process;
+}
+
+std::string& CurrentTaskName() {
+    thread_local std::string name;
+    return name;
+}
+
+uint32_t ResultOf(int negativeErrno) {
+    switch (-negativeErrno) {
+        case ENOMEM:
+        case ENOBUFS:
+        case EMFILE:
+            return OS_MSG_ERR_NO_MEMORY;
+        case EACCES:
+        case EPERM:
+            return OS_MSG_ERR_DENIED;
+        case ENOTCONN:
+        case ECONNRESET:
+        case EPIPE:
+            return OS_MSG_ERR_NO_BUS;
+        case EINVAL:
+            return OS_MSG_ERR_PARAM;
+        default:
+            return OS_MSG_ERR_BUS;
+    }
+}
+
+}  // namespace kivo::msg
+
+using namespace kivo::msg;
+
+uint32_t OsProcAttach(const char* procName) {
+    return Guarded([&] {
+        Process& process = TheProcess();
+        Reader::Lock lock(process.lock);
+        return Attach(process, lock, procName, nullptr, 0);
+    });
+}
+
+void OsProcRequestDetach(void) {
+    Reader* reader = g_reader.load();
+    if (reader != nullptr) reader->RequestStop();
+}
+
+void OsProcDetach(void) {
+    Guarded([] {
+        Process& process = TheProcess();
+        Reader::Lock lock(process.lock);
+        if (process.standing == Standing::kOff || process.standing == Standing::kAttaching) return OS_MSG_OK;
+        BeginStop(process, process.standing == Standing::kLost ? Standing::kLost : Standing::kStopping);
+        if (IsTaskThread(process)) return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
+        if (process.detaching) {
+            process.changed.wait(lock, [&process] { return !process.detaching; });
+            return OS_MSG_OK;
+        }
+        process.detaching = true;
+        process.changed.wait(lock, [&process] { return process.inside == 0 && AllEnded(process.tasks); });
+        for (const auto& [name, task] : process.tasks) {
+            lock.unlock();
+            if (task->thread.joinable()) task->thread.join();
+            lock.lock();
+        }
+        Dismantle(process, lock);
+        return OS_MSG_OK;
+    });
+}
+
+uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
+    return Guarded([&] {
+        if (task == nullptr || !IsGoodDescriptor(*task)) return OS_MSG_ERR_PARAM;
+        Process& process = TheProcess();
+        const Reader::Lock lock(process.lock);
+        const uint32_t unusable = process.Unusable();
+        if (unusable != OS_MSG_OK) return unusable;
+        std::shared_ptr<Task> added;
+        uint32_t result = AddTask(process, *task, added);
+        if (result != OS_MSG_OK) return result;
+        result = StartThread(added);
+        if (result != OS_MSG_OK) process.tasks.erase(added->name);
+        return result;
+    });
+}
+
+uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, uint32_t count) {
+    return Guarded([&] {
+        if (tasks == nullptr || count == 0 || !std::all_of(tasks, tasks + count, IsGoodDescriptor))
+            return OS_MSG_ERR_PARAM;
+        Process& process = TheProcess();
+        Reader::Lock lock(process.lock);
+        uint32_t result = Attach(process, lock, procName, tasks, count);
+        if (result != OS_MSG_OK) return result;
+        const auto own = process.tasks;
+        for (const auto& [name, task] : own) {
+            const uint32_t started = StartThread(task);
+            if (started != OS_MSG_OK) result = started;
+        }
+        if (result != OS_MSG_OK) BeginStop(process, Standing::kStopping);
+        process.changed.wait(lock, [&own] { return AllEnded(own); });
+        if (process.standing == Standing::kLost) result = OS_MSG_ERR_NO_BUS;
+        lock.unlock();
+        OsProcDetach();
+        return result;
+    });
+}
+
+const char* OsMsgResultText(uint32_t result) {
+    switch (result) {
+        case OS_MSG_OK:
+            return "ok";
+        case OS_MSG_ERR_PARAM:
+            return "bad argument";
+        case OS_MSG_ERR_NO_MEMORY:
+            return "no memory, threads or descriptors left";
+        case OS_MSG_ERR_NOT_ATTACHED:
+            return "the process is not on the bus";
+        case OS_MSG_ERR_ATTACHED:
+            return "the process is on the bus already";
+        case OS_MSG_ERR_NAME_TAKEN:
+            return "the name is taken";
+        case OS_MSG_ERR_NO_BUS:
+            return "the bus cannot be reached";
+        case OS_MSG_ERR_ABSENT:
+            return "the destination process is not there";
+        case OS_MSG_ERR_NO_TASK:
+            return "the destination process has no such task";
+        case OS_MSG_ERR_DIED:
+            return "the destination left the bus while it was asked";
+        case OS_MSG_ERR_TIMEOUT:
+            return "no reply in time";
+        case OS_MSG_ERR_QUEUE_FULL:
+            return "the destination task's queue is full";
+        case OS_MSG_ERR_TOO_LARGE:
+            return "the payload is too large";
+        case OS_MSG_ERR_DENIED:
+            return "the bus's policy forbids it";
+        case OS_MSG_ERR_NO_REQUEST:
+            return "nobody waits for this reply";
+        case OS_MSG_ERR_BUS:
+            return "the bus answered with an error";
+        default:
+            return "unknown result";
+    }
+}

@@ -1,0 +1,195 @@
+// Leader and followers over one sd-bus connection.
+#include "msg/reader.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <system_error>
+#include <utility>
+
+#include "msg/log.h"
+
+namespace kivo::msg {
+
+namespace {
+
+// How long the lead may stay empty before the standby takes it: longer than most handlers run, and shorter than
+// anybody notices.
+constexpr std::chrono::milliseconds kGrace{10};
+
+using PollTimeout = std::optional<std::chrono::nanoseconds>;
+
+PollTimeout Until(std::optional<Reader::Clock::time_point> deadline) {
+    if (!deadline) return std::nullopt;
+    return std::max<std::chrono::nanoseconds>(*deadline - Reader::Clock::now(), std::chrono::nanoseconds::zero());
+}
+
+void Poll(pollfd* fds, nfds_t count, PollTimeout timeout) {
+    timespec limit{};
+    if (timeout) {
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*timeout);
+        limit.tv_sec = seconds.count();
+        limit.tv_nsec = (*timeout - seconds).count();
+    }
+    ppoll(fds, count, timeout ? &limit : nullptr, nullptr);
+}
+
+void PollAlone(Reader::Lock& lock, Waiter& me, PollTimeout timeout) {
+    lock.unlock();
+    pollfd fd{me.Fd(), POLLIN, 0};
+    Poll(&fd, 1, timeout);
+    me.Drain();
+    lock.lock();
+}
+
+}  // namespace
+
+Reader::Reader(std::function<void(bool)> onEnd) : onEnd_(std::move(onEnd)) {}
+
+void Reader::Open() {
+    stopRequested_ = false;
+    open_ = true;
+}
+
+bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
+    bus_ = bus;
+    lost_ = false;
+    stopping_ = false;
+    armed_ = true;  // nobody leads yet
+    if (!standbyWaiter_.Valid()) return false;
+    try {
+        standby_ = std::thread([this, &mutex] { StandbyMain(mutex); });
+    } catch (const std::system_error&) {
+        return false;
+    }
+    return true;
+}
+
+void Reader::Stop(Lock& lock) {
+    open_ = false;
+    stopping_ = true;
+    standbyWaiter_.Wake();
+    lock.unlock();
+    if (standby_.joinable()) standby_.join();
+    lock.lock();
+    bus_ = nullptr;
+    leader_ = nullptr;
+}
+
+void Reader::RequestStop() {
+    if (!open_) return;
+    stopRequested_ = true;
+    standbyWaiter_.Wake();
+}
+
+bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
+                  const std::function<bool()>& done) {
+    if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
+        if (leader_ != nullptr && leader_ != &me) leader_->Wake();
+        leader_ = &me;
+        leaderRank_ = rank;
+    }
+    waiting_.push_back({&me, rank});
+    while (!done() && (!deadline || Clock::now() < *deadline)) {
+        if (leader_ == nullptr) {
+            leader_ = &me;
+            leaderRank_ = rank;
+        }
+        if (leader_ != &me) {
+            PollAlone(lock, me, Until(deadline));
+            continue;
+        }
+        Dispatch(done);
+        if (!done()) PollAsLeader(lock, me, deadline);
+    }
+    std::erase_if(waiting_, [&me](const Waiting& entry) { return entry.waiter == &me; });
+    if (leader_ == &me) StepDown();
+    return done();
+}
+
+void Reader::Dispatch(const std::function<bool()>& done) {
+    int result = 0;
+    do {
+        result = sd_bus_process(bus_, nullptr);
+    } while (result > 0 && !done());
+    if (result < 0) {
+        Log(kLogError, "the connection to the bus is lost: %s",
+            std::error_code(-result, std::generic_category()).message().c_str());
+        lost_ = true;
+        onEnd_(true);
+    }
+}
+
+void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline) {
+    const int events = sd_bus_get_events(bus_);
+    PollTimeout timeout = Until(deadline);
+    uint64_t due = UINT64_MAX;  // microseconds, CLOCK_MONOTONIC
+    if (sd_bus_get_timeout(bus_, &due) >= 0 && due != UINT64_MAX) {
+        const auto left = std::chrono::microseconds(due) -
+                          std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
+        const std::chrono::nanoseconds mine = std::max(left, std::chrono::microseconds::zero());
+        timeout = timeout ? std::min(*timeout, mine) : mine;
+    }
+    std::array<pollfd, 2> fds{
+        {{me.Fd(), POLLIN, 0}, {sd_bus_get_fd(bus_), static_cast<short>(events < 0 ? POLLIN : events), 0}}};
+    lock.unlock();
+    Poll(fds.data(), fds.size(), timeout);
+    if (fds[0].revents != 0) me.Drain();
+    lock.lock();
+}
+
+void Reader::StepDown() {
+    leader_ = nullptr;
+    ++stepDowns_;
+    const auto next = std::find_if(waiting_.rbegin(), waiting_.rend(),
+                                   [](const Waiting& entry) { return entry.rank == Rank::kReply; });
+    if (next == waiting_.rend()) {
+        Arm();
+        return;
+    }
+    leader_ = next->waiter;
+    leaderRank_ = Rank::kReply;
+    leader_->Wake();
+}
+
+void Reader::WakeAll() {
+    for (const Waiting& entry : waiting_) entry.waiter->Wake();
+}
+
+void Reader::Arm() {
+    if (armed_) return;
+    armed_ = true;
+    standbyWaiter_.Wake();
+}
+
+void Reader::Kick() {
+    if (leader_ != nullptr) {
+        leader_->Wake();
+    } else {
+        Arm();
+    }
+}
+
+void Reader::StandbyMain(std::mutex& mutex) {
+    Lock lock(mutex);
+    Waiter& me = standbyWaiter_;
+    while (!stopping_) {
+        if (stopRequested_.exchange(false)) onEnd_(false);
+        if (!armed_ || lost_) {
+            PollAlone(lock, me, std::nullopt);
+            continue;
+        }
+        const uint64_t seen = stepDowns_;
+        PollAlone(lock, me, kGrace);
+        if (leader_ == nullptr && stepDowns_ == seen) {
+            leader_ = &me;
+            Wait(lock, me, Rank::kStandby, std::nullopt,
+                 [&] { return leader_ != &me || stopping_ || lost_ || stopRequested_; });
+        }
+        armed_ = leader_ == nullptr;
+    }
+}
+
+}  // namespace kivo::msg

@@ -1,0 +1,92 @@
+// Who reads the bus: leader and followers.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "msg/waiter.h"
+
+namespace kivo::msg {
+
+// A thread that waits, for its task's next message or for a reply, reads the bus itself: it is the leader, and what it
+// reads for others it hands to them. So a message normally reaches its thread without a switch between threads.
+//
+//  - There is at most one leader. A thread that begins to wait takes the lead from an idle task's thread or from the
+//    standby, as it is the one for which the next message most likely is; it follows a leader that waits for a reply.
+//  - A leader that got what it waited for steps down. A thread that waits for a reply is promoted at once; otherwise
+//  the
+//    lead stays empty for a moment (kGrace), as the same thread mostly comes back soon.
+//  - Then the standby, a thread of its own, takes over, so that somebody always reads: full queues, peers that leave
+//    and requests to detach are noticed while every task is busy. It sleeps otherwise.
+//
+// All functions but RequestStop want the process's lock held; it is released while a thread polls.
+class Reader {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Lock = std::unique_lock<std::mutex>;
+
+    // What a waiting thread waits for.
+    enum class Rank { kStandby, kTask, kReply };
+
+    // onEnd is called, with the lock, when the connection is gone (true) or RequestStop was called (false); from then
+    // on every done() given to Wait must hold.
+    explicit Reader(std::function<void(bool lost)> onEnd);
+
+    // From here on RequestStop is heeded.
+    void Open();
+
+    // Begins to read `bus`. False when there is no thread or descriptor to be had.
+    bool Start(sd_bus* bus, std::mutex& mutex);
+
+    // Ends the standby, if it was started; nobody may be waiting.
+    void Stop(Lock& lock);
+
+    // Waits until done() holds or the deadline has passed; returns done(). The thread may read and dispatch.
+    bool Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
+              const std::function<bool()>& done);
+
+    // Has every waiting thread look at its done() again.
+    void WakeAll();
+
+    // Somebody has to look at the connection again: something waits to be written, or was read but not dispatched.
+    void Kick();
+
+    // Async-signal-safe: has the standby call onEnd.
+    void RequestStop();
+
+private:
+    struct Waiting {
+        Waiter* waiter;
+        Rank rank;
+    };
+
+    void StandbyMain(std::mutex& mutex);
+    void Dispatch(const std::function<bool()>& done);
+    void PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
+    void StepDown();
+    void Arm();
+
+    std::function<void(bool)> onEnd_;
+    sd_bus* bus_ = nullptr;
+    Waiter* leader_ = nullptr;
+    Rank leaderRank_ = Rank::kStandby;
+    std::vector<Waiting> waiting_;  // the leader included
+    std::thread standby_;
+    Waiter standbyWaiter_;
+    bool armed_ = false;     // the standby watches whether somebody takes the lead
+    bool stopping_ = false;  // the standby shall end
+    bool lost_ = false;      // the connection is gone: nobody reads it any more
+    uint64_t stepDowns_ = 0;
+    std::atomic<bool> open_{false};  // these two are used by a signal handler, hence outside of the lock
+    std::atomic<bool> stopRequested_{false};
+};
+
+}  // namespace kivo::msg

@@ -1,0 +1,127 @@
+// A task's object on the bus and its bounded queue.
+#include "msg/task.h"
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "msg/log.h"
+#include "msg/names.h"
+
+namespace kivo::msg {
+
+namespace {
+
+const sd_bus_vtable kTaskTable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_ARGS("Send", SD_BUS_ARGS("u", msgId, "u", param, "s", srcTask, "s", replyTask, "ay", payload),
+                            SD_BUS_RESULT("ay", payload), Task::OnSend, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_SIGNAL_WITH_ARGS("Event", SD_BUS_ARGS("u", id, "ay", data), 0),
+    SD_BUS_VTABLE_END,
+};
+
+}  // namespace
+
+Task::Task(const OsTaskDescriptor& descriptor, std::string taskName, Peers& peers)
+    : name(std::move(taskName)),
+      handler(descriptor.handler),
+      entry(descriptor.entry),
+      depth_(descriptor.queueDepth),
+      peers_(peers) {}
+
+int Task::Publish(sd_bus* bus) {
+    const std::string path = PathOf(name);
+    if (path.empty()) return -ENOMEM;
+    sd_bus_slot* slot = nullptr;
+    const int added = sd_bus_add_object_vtable(bus, &slot, path.c_str(), kInterface, kTaskTable, this);
+    if (added >= 0) object_.reset(slot);
+    return added;
+}
+
+void Task::Retract() {
+    object_.reset();
+    queue_.clear();
+}
+
+int Task::OnSend(sd_bus_message* message, void* self, sd_bus_error* error) {
+    try {
+        return static_cast<Task*>(self)->Accept(message, error);
+    } catch (const std::bad_alloc&) {
+        return sd_bus_error_set_const(error, SD_BUS_ERROR_NO_MEMORY, "out of memory");
+    }
+}
+
+int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
+    uint32_t msgId = 0;
+    uint32_t param = 0;
+    const char* srcTask = nullptr;
+    const char* replyTask = nullptr;
+    const void* data = nullptr;
+    size_t size = 0;
+    int result = sd_bus_message_read(message, "uuss", &msgId, &param, &srcTask, &replyTask);
+    if (result >= 0) result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size);
+    if (result < 0) return result;
+    if (size > OS_MSG_MAX_PAYLOAD) return sd_bus_error_set_const(error, kErrorTooLarge, "payload too large");
+    const auto isName = [](const char* text) { return *text == '\0' || IsValidName(text); };
+    if (!isName(srcTask) || !isName(replyTask))
+        return sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS, "bad task name");
+    const bool synchronous = sd_bus_message_get_expect_reply(message) > 0;
+    const Identity source = peers_.Identify(message);
+    if (queue_.size() >= depth_) {
+        if (synchronous) return sd_bus_error_set_const(error, kErrorQueueFull, "queue full");
+        CountDrop(source.procName, msgId);
+        return 1;
+    }
+
+    auto incoming = std::make_unique<Incoming>();
+    TagMsgBlock& block = incoming->block;
+    block.msgType = synchronous ? 1 : 0;
+    block.uid = source.uid;
+    block.msgId = msgId;
+    block.param = param;
+    WriteName(block.srcProcName, source.procName);
+    WriteName(block.srcTaskName, srcTask);
+    WriteName(block.dstTaskName, name);
+    WriteName(block.dstProcName, ProcNameOf(sd_bus_message_get_destination(message)));
+    WriteName(block.replyTaskName, *replyTask != '\0' ? replyTask : srcTask);
+    SetPayload(*incoming, data, size);
+    if (synchronous) incoming->call.reset(sd_bus_message_ref(message));
+    Push(std::move(incoming));
+    return 1;
+}
+
+void Task::Deliver(std::unique_ptr<Incoming> message) {
+    if (queue_.size() >= depth_) {
+        CountDrop(message->block.srcProcName, message->block.msgId);
+        return;
+    }
+    WriteName(message->block.dstTaskName, name);
+    Push(std::move(message));
+}
+
+std::unique_ptr<Incoming> Task::Take() {
+    std::unique_ptr<Incoming> message = std::move(queue_.front());
+    queue_.pop_front();
+    return message;
+}
+
+void Task::Push(std::unique_ptr<Incoming> message) {
+    queue_.push_back(std::move(message));
+    if (loop != nullptr) loop->Wake();
+}
+
+void Task::CountDrop(const std::string& source, uint32_t msgId) {
+    ++dropped;
+    Log(kLogWarning, "task %s: queue full, message %u from %s dropped (%llu so far)", name.c_str(), msgId,
+        source.c_str(), static_cast<unsigned long long>(dropped));
+}
+
+void SetPayload(Incoming& message, const void* data, size_t size) {
+    if (size == 0) return;
+    message.payload = std::make_unique<unsigned char[]>(size);
+    std::memcpy(message.payload.get(), data, size);
+    message.block.data = message.payload.get();
+    message.block.dataLen = static_cast<uint32_t>(size);
+}
+
+}  // namespace kivo::msg

@@ -1,0 +1,36 @@
+// A thread's wake-up call, over eventfd(2).
+#include "msg/waiter.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace kivo::msg {
+
+Waiter::Waiter() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+Waiter::~Waiter() {
+    if (fd_ >= 0) close(fd_);
+}
+
+void Waiter::Wake() const {
+    const int saved = errno;
+    const uint64_t one = 1;
+    // A full counter (EAGAIN) is a wake-up that was not taken yet.
+    [[maybe_unused]] const ssize_t written = write(fd_, &one, sizeof one);
+    errno = saved;
+}
+
+void Waiter::Drain() const {
+    uint64_t count = 0;
+    [[maybe_unused]] const ssize_t got = read(fd_, &count, sizeof count);
+}
+
+Waiter& Waiter::OfThisThread() {
+    thread_local Waiter waiter;
+    return waiter;
+}
+
+}  // namespace kivo::msg

@@ -1,0 +1,34 @@
+// A thread's wake-up call.
+#pragma once
+
+namespace kivo::msg {
+
+// One per thread that ever waits: an eventfd(2) on which the thread can be woken while it polls, alone or beside
+// the bus. A call that comes before the thread polls is kept.
+class Waiter {
+public:
+    Waiter();
+    ~Waiter();
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+    Waiter(Waiter&&) = delete;
+    Waiter& operator=(Waiter&&) = delete;
+
+    // False when the process had no descriptor left.
+    [[nodiscard]] bool Valid() const { return fd_ >= 0; }
+    [[nodiscard]] int Fd() const { return fd_; }
+
+    // Async-signal-safe; any thread.
+    void Wake() const;
+
+    // Takes back all wake-ups so far.
+    void Drain() const;
+
+    // The calling thread's own.
+    static Waiter& OfThisThread();
+
+private:
+    int fd_;
+};
+
+}  // namespace kivo::msg

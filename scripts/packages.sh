@@ -1,0 +1,40 @@
+# Sourced by the other scripts: the Debian packages this project needs, and how to get those that are missing.
+# shellcheck shell=bash disable=SC2034  # the lists are used by the scripts that source this one
+
+# To build: compiler, build system, and the libraries that the platform, the server and the programs call.
+BUILD_PACKAGES=(
+    g++ cmake ninja-build pkg-config ccache
+    libsystemd-dev   # sd-bus and sd_notify
+    libspdlog-dev    # rotating operations log
+    libcjson-dev     # request texts
+    libtinyxml2-dev  # configuration files
+    libcli11-dev     # command lines
+)
+# To run on a bus of one's own.
+RUN_PACKAGES=(dbus-daemon)
+# What the tests need beside these.
+TEST_PACKAGES=(libgtest-dev binutils procps)
+# What the demo's checks are.
+DEMO_PACKAGES=(monitoring-plugins-basic procps)
+# What ./scripts/lint needs.
+LINT_PACKAGES=(clang-format clang-tidy shellcheck)
+
+# install_missing PACKAGE...: installs what is not there, as root or through sudo; else prints the command and ends.
+install_missing() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    local command=(apt-get install -y --no-install-recommends "${missing[@]}")
+    echo "Missing packages: ${missing[*]}"
+    if [ "$(id -u)" -eq 0 ]; then
+        apt-get update -qq && DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+    elif command -v sudo >/dev/null; then
+        sudo apt-get update -qq && sudo DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+    else
+        echo "They need root to install, and there is no sudo here. Please run as root:"
+        echo "    apt-get update && ${command[*]}"
+        return 1
+    fi
+}

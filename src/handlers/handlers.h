@@ -1,0 +1,54 @@
+// The message handlers, one per message id; all have the signature that server/dispatch.h describes and run on
+// the server task's thread, one message at a time.
+//
+// A message without a payload that the handler needs is answered with an empty reply and no log line.
+#pragma once
+
+#include <memory>
+
+#include "kivo/os_msg.h"
+
+namespace Inspect {
+
+/// Id 0: runs, stops or resets one item; replies with its 192-byte result. Holds the server task, polling once a
+/// second, while an item that answered "running" is waited for.
+void SyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 1: replies with an empty group record to a payload of more than two bytes; runs nothing.
+void SyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 2: registers the item named by the payload for the sender; `param` is its time limit in ms. No reply.
+void ASyncDealReg(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 3: removes the item named by the payload. No reply.
+void ASyncDealUnReg(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 5: takes an owner's 192-byte result and forwards it to the item's requesters while it says "running".
+/// No reply.
+void ASyncDealSendResult(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 6: stops the group job whose id is `param`; replies u32 0 when the request was recorded, else 1.
+void SyncDealStopGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 7: replies u32 1 when the item named by the payload is idle or unknown, 0 when not, 2 without a payload.
+void SyncDealGetState(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 18.
+void ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 19.
+void ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 37.
+void GetGroupListLenHandle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 38.
+void GetGroupListHandle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 14: accepted and ignored; the reply stays empty.
+void SetInspectDotReportInfo(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Id 16: accepted and ignored; the reply stays empty.
+void NotifyInspectDotPackage(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+}  // namespace Inspect

@@ -1,0 +1,17 @@
+// What precedes the tasks and what each task's thread does first.
+#pragma once
+
+#include <cstdint>
+
+/// Blocks SIGCHLD and SIGUSR1 in the calling thread, and so in all threads it creates later, and starts the
+/// platform's timer manager. 0, or the first failing platform code.
+uint32_t InitTimer();
+
+/// Starts logging under "om_inspect". Failures are ignored: the server serves all the same.
+void InitInspectServer();
+
+/// Entry of task "iom_srv_task" in a process of its own: starts everything and serves messages. Returns 0.
+uint32_t InspectTaskEntry() noexcept;
+
+/// The same inside a host process.
+uint32_t InspectThreadEntry() noexcept;

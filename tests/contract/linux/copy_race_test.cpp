@@ -1,0 +1,105 @@
+// Copying a file that changes meanwhile, and one that does not fit.
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "kivo/os_file.h"
+#include "temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Files of this process cannot become larger than `bytes` while this lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &former_);
+        const rlimit limit{bytes, former_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &former_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    rlimit former_{};
+    void (*handler_)(int);
+};
+
+}  // namespace
+
+TEST(CopyRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
+    const contract::TempDir dir;
+    std::ofstream source(dir / "src", std::ios::binary);
+    source << std::string(100000, 'x') << std::flush;
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 4000 && !stop; ++i) {  // 20 MB at most
+            source << std::string(5000, 'x') << std::flush;
+        }
+    });
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), 0U);
+        const std::string copy = Contents(dir / "dst");
+        EXPECT_GE(copy.size(), 100000U);
+        EXPECT_EQ(copy.find_first_not_of('x'), std::string::npos);
+    }
+    stop = true;
+    writer.join();
+    EXPECT_GE(fs::file_size(dir / "src"), fs::file_size(dir / "dst"));
+}
+
+TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
+    const contract::TempDir dir;
+    const std::string source = dir / "src";
+    std::atomic<bool> stop{false};
+    std::ofstream(source) << std::string(300000, 'x');
+    std::thread writer([&] {
+        while (!stop) {
+            fs::resize_file(source, 10);
+            fs::resize_file(source, 300000);
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(OsCopyFile(source.c_str(), (dir / "dst").c_str()), 0U);
+        EXPECT_LE(fs::file_size(dir / "dst"), 300000U);
+    }
+    stop = true;
+    writer.join();
+}
+
+TEST(CopyLimit, AFailureRemovesAFileThatTheCallCreated) {
+    const contract::TempDir dir;
+    std::ofstream(dir / "src") << std::string(300000, 'x');
+    const FileSizeLimit limit(100000);
+    EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
+    EXPECT_FALSE(fs::exists(dir / "dst"));
+}
+
+TEST(CopyLimit, AFailureKeepsAFileThatWasThereBefore) {
+    const contract::TempDir dir;
+    std::ofstream(dir / "src") << std::string(300000, 'x');
+    std::ofstream(dir / "dst") << "old";
+    const FileSizeLimit limit(100000);
+    EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
+    EXPECT_TRUE(fs::exists(dir / "dst"));
+}

@@ -1,0 +1,279 @@
+// Log files on disk: rotation, reopening, and what happens when they cannot be written.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kivo/om_log_client.h"
+#include "linux/log_reader.h"
+#include "platform_control.h"
+#include "thread_starter.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class LogFileTest : public contract::PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        Init();
+    }
+
+    static void Init() { ASSERT_EQ(KivoOmLogClientInit("suite", 5), 0U); }
+
+    static uint32_t TryCreate(KivoOmLogHandle& handle, uint32_t lineSize = 512, uint32_t fileCount = 2,
+                              uint32_t fileSize = 2097152) {
+        KivoOmLogCreation creation{lineSize, fileCount, fileSize, {}};
+        std::strncpy(creation.fileName, "contract.log", sizeof creation.fileName);
+        return KivoOmLogCreateLog(&creation, &handle);
+    }
+
+    static KivoOmLogHandle Create(uint32_t lineSize = 512, uint32_t fileCount = 2, uint32_t fileSize = 2097152) {
+        KivoOmLogHandle handle = 0;
+        EXPECT_EQ(TryCreate(handle, lineSize, fileCount, fileSize), 0U);
+        return handle;
+    }
+
+    static void Log(KivoOmLogHandle handle, uint32_t line, const std::string& text = "text") {
+        KivoOmLogModuleLogRecord(1, handle, "unit", 1, line, "%s", text.c_str());
+    }
+
+    static std::string Path(const std::string& name = "contract.log") { return contract::LogDirectory() / name; }
+
+    /// The line numbers of this test's log lines.
+    static std::vector<uint32_t> Numbers(const std::vector<std::string>& lines) {
+        std::vector<uint32_t> numbers;
+        for (const std::string& line : lines) {
+            if (const auto parsed = contract::Parse(line); parsed && parsed->line.unit == "unit") {
+                numbers.push_back(parsed->line.line);
+            }
+        }
+        return numbers;
+    }
+    static std::vector<uint32_t> NumbersIn(const std::string& name) { return Numbers(contract::FileLines(Path(name))); }
+
+    static size_t FileCount() {
+        const fs::directory_iterator files(contract::LogDirectory());
+        return static_cast<size_t>(std::distance(begin(files), end(files)));
+    }
+};
+
+/// Files of this process cannot become larger than `bytes` while this lives: the disk is full.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &former_);
+        const rlimit limit{bytes, former_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+    ~FullDisk() {
+        setrlimit(RLIMIT_FSIZE, &former_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    rlimit former_{};
+    void (*handler_)(int);
+};
+
+}  // namespace
+
+TEST_F(LogFileTest, DirectoryIsCreatedWhenItIsMissing) {
+    EXPECT_FALSE(fs::exists(contract::LogDirectory()));
+    Create();
+    EXPECT_TRUE(fs::is_regular_file(Path()));
+}
+
+TEST_F(LogFileTest, EveryLineIsOnDiskAtOnce) {
+    const KivoOmLogHandle handle = Create();
+    for (uint32_t line = 1; line <= 3; ++line) {
+        Log(handle, line);
+        EXPECT_EQ(NumbersIn("contract.log").size(), line);
+    }
+}
+
+TEST_F(LogFileTest, KeepsTheStatedNumberOfFilesOfTheStatedSize) {
+    const KivoOmLogHandle handle = Create(512, 3, 1000);
+    for (uint32_t line = 1; line <= 100; ++line) {
+        Log(handle, line, std::string(150, 'r'));
+    }
+    EXPECT_EQ(FileCount(), 3U);
+    std::vector<uint32_t> kept;
+    for (const char* name : {"contract.2.log", "contract.1.log", "contract.log"}) {
+        EXPECT_LE(fs::file_size(Path(name)), 1000U) << name;
+        const std::vector<uint32_t> numbers = NumbersIn(name);
+        EXPECT_EQ(numbers.size(), contract::FileLines(Path(name)).size()) << name;
+        kept.insert(kept.end(), numbers.begin(), numbers.end());
+    }
+    ASSERT_GT(kept.size(), 8U);
+    for (size_t i = 0; i < kept.size(); ++i) {
+        EXPECT_EQ(kept[i], 100 - kept.size() + 1 + i);  // the last ones, none missing
+    }
+}
+
+TEST_F(LogFileTest, OneFileStartsAnewWhenItIsFull) {
+    const KivoOmLogHandle handle = Create(512, 1, 1000);
+    for (uint32_t line = 1; line <= 100; ++line) {
+        Log(handle, line, std::string(150, 'r'));
+        EXPECT_LE(fs::file_size(Path()), 1000U);
+    }
+    EXPECT_EQ(FileCount(), 1U);
+    EXPECT_EQ(NumbersIn("contract.log").back(), 100U);
+}
+
+TEST_F(LogFileTest, NoLineIsLargerThanAFile) {
+    const KivoOmLogHandle handle = Create(5000, 2, 300);
+    Log(handle, 1, std::string(4000, 'r'));
+    Log(handle, 2, std::string(4000, 'r'));
+    EXPECT_EQ(fs::file_size(Path()), 300U);
+    EXPECT_EQ(fs::file_size(Path("contract.1.log")), 300U);
+}
+
+TEST_F(LogFileTest, ReopeningContinuesTheFile) {
+    Log(Create(), 1);
+    ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
+    Init();
+    Log(Create(), 2);
+    EXPECT_EQ(NumbersIn("contract.log"), (std::vector<uint32_t>{1, 2}));
+}
+
+TEST_F(LogFileTest, ReopeningFollowsAMovedFile) {
+    Log(Create(), 1);
+    fs::rename(Path(), Path("moved"));
+    ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
+    Init();
+    Log(Create(), 2);
+    EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>{2});
+}
+
+TEST_F(LogFileTest, LineThatACrashLeftUnfinishedIsEnded) {
+    fs::create_directories(contract::LogDirectory());
+    std::ofstream(Path()) << "2024-01-01 00:00:00.000 error unfin";
+    Log(Create(), 1);
+    const std::vector<std::string> lines = contract::FileLines(Path());
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], "2024-01-01 00:00:00.000 error unfin");
+    EXPECT_EQ(Numbers(lines), std::vector<uint32_t>{1});
+}
+
+TEST_F(LogFileTest, ProgramsThatAreStartedDoNotInheritTheFile) {
+    Log(Create(512, 2, 300), 1, std::string(200, 'r'));
+    Log(Create(), 2, std::string(200, 'r'));  // after a rotation as well
+    ASSERT_TRUE(fs::exists(Path("contract.1.log")));
+    EXPECT_NE(std::system(("ls -l /proc/self/fd | grep -q " + Path()).c_str()), 0);
+}
+
+TEST_F(LogFileTest, ClosedAndZeroHandlesWriteToStandardError) {
+    const KivoOmLogHandle closed = Create();
+    contract::StandardError error;
+    Log(0, 1, "zero\nhandle");
+    ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
+    Log(closed, 2, std::string(3000, 'l'));
+    const std::vector<std::string> lines = error.Lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(contract::Parse(lines[0])->line, (contract::LogLine{1, "unit", 1, 1, "zero\\nhandle"}));
+    EXPECT_EQ(contract::Parse(lines[0])->client, "suite");
+    EXPECT_EQ(contract::Parse(lines[1])->line, (contract::LogLine{1, "unit", 1, 2, std::string(3000, 'l')}));
+    EXPECT_EQ(contract::Parse(lines[1])->client, "-");
+    EXPECT_EQ(fs::file_size(Path()), 0U);
+}
+
+TEST_F(LogFileTest, CreationTellsWhyTheFileCannotBeWritten) {
+    KivoOmLogHandle handle = 0;
+    std::ofstream(contract::LogDirectory().parent_path() / "plain") << "no directory";
+    setenv("KIVO_LOG_DIR", (contract::LogDirectory().parent_path() / "plain/logs").c_str(), 1);
+    EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(ENOTDIR));
+    setenv("KIVO_LOG_DIR", contract::LogDirectory().c_str(), 1);
+    fs::create_directories(Path());
+    EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(EISDIR));
+    EXPECT_EQ(handle, 0U);
+    fs::remove(Path());
+    EXPECT_EQ(TryCreate(handle), 0U);
+}
+
+TEST_F(LogFileTest, PipesAndDevicesAreRefusedWithoutBlocking) {
+    KivoOmLogHandle handle = 0;
+    fs::create_directories(contract::LogDirectory());
+    ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
+    EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(EINVAL));
+    fs::remove(Path());
+    fs::create_symlink("/dev/null", Path());
+    EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(EINVAL));
+}
+
+TEST_F(LogFileTest, LinesOfAFileThatCannotBeWrittenGoToStandardErrorUntilItCan) {
+    const KivoOmLogHandle handle = Create();
+    Log(handle, 1);
+    contract::StandardError error;
+    {
+        const FullDisk disk(fs::file_size(Path()) + 10);  // room for a part of a line
+        Log(handle, 2);
+        Log(handle, 3);
+    }
+    Log(handle, 4);
+    EXPECT_EQ(Numbers(contract::FileLines(Path())), (std::vector<uint32_t>{1, 4}));
+    const std::vector<std::string> lines = error.Lines();
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_NE(lines[0].find(" om_log_client/-:"), std::string::npos);
+    EXPECT_NE(lines[0].find("cannot write " + Path() + ": "), std::string::npos);
+    EXPECT_EQ(contract::Parse(lines[1])->line, (contract::LogLine{1, "unit", 1, 2, "text"}));
+    EXPECT_EQ(contract::Parse(lines[2])->line, (contract::LogLine{1, "unit", 1, 3, "text"}));
+}
+
+TEST_F(LogFileTest, FailedRotationLosesNoLine) {
+    const KivoOmLogHandle handle = Create(512, 2, 300);
+    Log(handle, 1, std::string(200, 'r'));
+    fs::rename(contract::LogDirectory(), contract::LogDirectory().string() + ".moved");
+    std::ofstream(contract::LogDirectory()) << "a file where the directory was";
+    contract::StandardError error;
+    Log(handle, 2, std::string(200, 'r'));
+    Log(handle, 3, "short");
+    fs::remove(contract::LogDirectory());
+    Log(handle, 4);
+    EXPECT_EQ(Numbers(error.Lines()), (std::vector<uint32_t>{2, 3}));
+    EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>{4});
+}
+
+TEST_F(LogFileTest, ReinitialisationWhileOthersLogLosesNoLine) {
+    constexpr uint32_t kLines = 300;
+    std::atomic<KivoOmLogHandle> handle{Create(512, 1000, 2097152)};
+    std::atomic<int> ended{0};
+    contract::StandardError error;
+    for (uint32_t thread = 0; thread < 3; ++thread) {
+        contract::StartThread([&, thread] {
+            for (uint32_t line = 0; line < kLines; ++line) {
+                Log(handle, thread * kLines + line);
+            }
+            ++ended;
+        });
+    }
+    while (ended < 3) {
+        EXPECT_EQ(KivoOmLogClientUnInit(), 0U);
+        Init();
+        handle = Create(512, 1000, 2097152);
+    }
+    std::vector<uint32_t> all = NumbersIn("contract.log");
+    const std::vector<uint32_t> outside = Numbers(error.Lines());
+    all.insert(all.end(), outside.begin(), outside.end());
+    std::sort(all.begin(), all.end());
+    ASSERT_EQ(all.size(), 900U);
+    for (uint32_t i = 0; i < 900; ++i) {
+        EXPECT_EQ(all[i], i);
+    }
+}

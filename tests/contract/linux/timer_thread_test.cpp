@@ -1,0 +1,61 @@
+// The timer manager's thread: asleep while nothing is due, and deaf to signals.
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "kivo/os_thread.h"
+#include "kivo/os_timer.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A line of the manager thread's status file, without its name; empty when there is no such thread.
+std::string Status(const std::string& name) {
+    for (const fs::directory_entry& task : fs::directory_iterator("/proc/self/task")) {
+        std::string thread;
+        std::getline(std::ifstream(task.path() / "comm"), thread);
+        if (thread != "kivo_timer") {
+            continue;
+        }
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with(name + ":\t")) {
+                return line.substr(name.size() + 2);
+            }
+        }
+    }
+    return {};
+}
+
+OsTimerId Create(uint32_t period) {
+    OsTimerParam param{};
+    param.mode = 1;
+    param.period = period;
+    param.repeat = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t { return 0; };
+    OsTimerId id = 0;
+    EXPECT_EQ(OsTmrCreate(&param, &id), 0U);
+    return id;
+}
+
+}  // namespace
+
+TEST(TimerThread, SleepsWhileNothingIsDue) {
+    ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    EXPECT_EQ(OsTmrDelete(Create(1)), 0U);
+    const OsTimerId later = Create(3600);
+    const std::string before = Status("voluntary_ctxt_switches");
+    ASSERT_NE(before, "");
+    OsSleep(2);
+    EXPECT_EQ(Status("voluntary_ctxt_switches"), before);
+    EXPECT_EQ(OsTmrDelete(later), 0U);
+}
+
+TEST(TimerThread, BlocksAllSignals) {
+    ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself.
+    EXPECT_EQ(Status("SigBlk"), "fffffffe7ffbfeff");
+}

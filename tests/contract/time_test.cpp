@@ -1,0 +1,21 @@
+// The platform clock.
+#include "kivo/os_time.h"
+
+#include <gtest/gtest.h>
+
+#include "platform_control.h"
+
+namespace {
+
+class TimeTest : public contract::PlatformTest {};
+
+}  // namespace
+
+TEST_F(TimeTest, SystemTimeIsMillisecondsOfTheSystemClock) {
+    const uint64_t before = contract::SystemClock();
+    const uint64_t now = OsGetSystemTime();
+    EXPECT_GE(now, before);
+    EXPECT_LE(now, contract::SystemClock());
+    EXPECT_GT(now, 1600000000000U);  // after 2020, in milliseconds
+    EXPECT_LT(now, 16000000000000U);
+}

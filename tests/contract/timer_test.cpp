@@ -1,0 +1,237 @@
+// Timers.
+#include "kivo/os_timer.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform_control.h"
+
+namespace {
+
+constexpr uint32_t kInvalid = EINVAL;
+constexpr uint32_t kNoTimer = ENOENT;
+
+class TimerTest : public contract::PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    }
+};
+
+/// A timer that counts its calls. The count outlives the object: a call may still be under way when it goes.
+class Counter {
+public:
+    Counter(uint32_t period, uint32_t repeat) : calls_(NextCount()) {
+        OsTimerParam param{};
+        param.mode = 1;
+        param.userData = static_cast<uint64_t>(&calls_ - g_counts.data());
+        param.period = period;
+        param.repeat = repeat;
+        param.callback = [](uint64_t userData) -> uint32_t {
+            ++g_counts.at(userData);
+            return 1;  // not used by anyone
+        };
+        EXPECT_EQ(OsTmrCreate(&param, &id_), 0U);
+        EXPECT_NE(id_, 0U);
+    }
+    Counter(const Counter&) = delete;
+    Counter& operator=(const Counter&) = delete;
+    ~Counter() { OsTmrDelete(id_); }
+
+    OsTimerId Id() const { return id_; }
+    int Calls() const { return calls_; }
+    bool Reaches(int calls) const {
+        return contract::WaitFor([&] { return calls_ >= calls; });
+    }
+
+private:
+    static std::array<std::atomic<int>, 64> g_counts;
+
+    static std::atomic<int>& NextCount() {
+        static size_t used = 0;
+        return g_counts.at(used++);
+    }
+
+    OsTimerId id_ = 0;
+    std::atomic<int>& calls_;
+};
+
+std::array<std::atomic<int>, 64> Counter::g_counts;
+
+uint32_t DoNothing(uint64_t /*userData*/) {
+    return 0;
+}
+
+OsTimerParam GoodParam() {
+    OsTimerParam param{};
+    param.mode = 1;
+    param.period = 5;
+    param.repeat = 1;
+    param.callback = DoNothing;
+    return param;
+}
+
+}  // namespace
+
+TEST_F(TimerTest, ARepeatingTimerFiresUntilItIsDeleted) {
+    const Counter counter(1, 1);
+    EXPECT_TRUE(counter.Reaches(2));
+    EXPECT_EQ(OsTmrDelete(counter.Id()), 0U);
+    const Counter other(1, 1);
+    EXPECT_TRUE(other.Reaches(1));  // a call that was under way has ended now
+    const int calls = counter.Calls();
+    EXPECT_TRUE(other.Reaches(2));
+    EXPECT_EQ(counter.Calls(), calls);
+    EXPECT_EQ(OsTmrDelete(counter.Id()), kNoTimer);
+}
+
+TEST_F(TimerTest, AOneShotTimerFiresOnceAndIsGone) {
+    const Counter once(1, 0);
+    const Counter every(1, 1);
+    EXPECT_TRUE(every.Reaches(2));
+    EXPECT_EQ(once.Calls(), 1);
+    EXPECT_EQ(OsTmrDelete(once.Id()), kNoTimer);
+}
+
+TEST_F(TimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
+    static std::mutex mutex;
+    static std::vector<uint64_t> fired;
+    for (const uint64_t period : {3U, 1U}) {
+        OsTimerParam param = GoodParam();
+        param.period = static_cast<uint32_t>(period);
+        param.repeat = 0;
+        param.userData = (uint64_t{0xABCDEF01} << 32U) + period;
+        param.callback = [](uint64_t userData) -> uint32_t {
+            const std::lock_guard lock(mutex);
+            fired.push_back(userData);
+            return 0;
+        };
+        OsTimerId id = 0;
+        ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    }
+    EXPECT_TRUE(contract::WaitFor([] {
+        const std::lock_guard lock(mutex);
+        return fired.size() == 2;
+    }));
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(fired, (std::vector<uint64_t>{0xABCDEF0100000001U, 0xABCDEF0100000003U}));
+}
+
+TEST_F(TimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
+    static OsTimerId own;
+    static std::atomic<int> calls;
+    static std::atomic<int> callsOfNext;
+    static std::atomic<uint32_t> deleted;
+    static std::atomic<uint32_t> created;
+    own = 0;
+    deleted = created = 1;
+    OsTimerParam param = GoodParam();
+    param.period = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        deleted = OsTmrDelete(own);
+        OsTimerParam next = GoodParam();
+        next.period = 1;
+        next.repeat = 0;
+        next.callback = [](uint64_t /*userData*/) -> uint32_t {
+            ++callsOfNext;
+            return 0;
+        };
+        OsTimerId id = 0;
+        created = OsTmrCreate(&next, &id);
+        ++calls;
+        return 0;
+    };
+    ASSERT_EQ(OsTmrCreate(&param, &own), 0U);
+    EXPECT_TRUE(contract::WaitFor([] { return callsOfNext == 1; }));  // when its own next call would be due
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(deleted, 0U);
+    EXPECT_EQ(created, 0U);
+    EXPECT_EQ(OsTmrDelete(own), kNoTimer);
+}
+
+TEST_F(TimerTest, ADeletedTimerNeverFires) {
+    const Counter gone(1, 0);
+    EXPECT_EQ(OsTmrDelete(gone.Id()), 0U);
+    const Counter later(1, 0);
+    EXPECT_TRUE(later.Reaches(1));
+    EXPECT_EQ(gone.Calls(), 0);
+}
+
+TEST_F(TimerTest, EveryLiveTimerHasItsOwnId) {
+    const OsTimerParam param = GoodParam();
+    std::set<OsTimerId> ids;
+    for (int i = 0; i < 100; ++i) {
+        OsTimerId id = 0;
+        ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+        ids.insert(id);
+    }
+    EXPECT_EQ(ids.size(), 100U);
+    EXPECT_FALSE(ids.contains(0));
+    for (const OsTimerId id : ids) {
+        EXPECT_EQ(OsTmrDelete(id), 0U);
+    }
+}
+
+TEST_F(TimerTest, TheLongestPeriodIsAccepted) {
+    OsTimerParam param = GoodParam();
+    param.period = 4294967295U;
+    OsTimerId id = 0;
+    EXPECT_EQ(OsTmrCreate(&param, &id), 0U);
+    const Counter soon(1, 0);
+    EXPECT_TRUE(soon.Reaches(1));
+    EXPECT_EQ(OsTmrDelete(id), 0U);
+}
+
+TEST_F(TimerTest, BadRecordsAreRefused) {
+    const auto create = [](auto change) {
+        OsTimerParam param = GoodParam();
+        change(param);
+        OsTimerId id = 0;
+        return OsTmrCreate(&param, &id);
+    };
+    EXPECT_EQ(create([](OsTimerParam& param) { param.mode = 0; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.mode = 2; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.reserved[0] = 1; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.reserved[43] = 1; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.period = 0; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.repeat = 2; }), kInvalid);
+    EXPECT_EQ(create([](OsTimerParam& param) { param.callback = nullptr; }), kInvalid);
+}
+
+TEST_F(TimerTest, NullArgumentsAreRefused) {
+    const OsTimerParam param = GoodParam();
+    OsTimerId id = 0;
+    EXPECT_EQ(OsTmrCreate(nullptr, &id), kInvalid);
+    EXPECT_EQ(OsTmrCreate(&param, nullptr), kInvalid);
+}
+
+TEST_F(TimerTest, NoTimerHasTheIdZero) {
+    EXPECT_EQ(OsTmrDelete(0), kNoTimer);
+}
+
+TEST_F(TimerTest, ManagerRefusesWhatItDoesNotKnowAndMayBeStartedAgain) {
+    EXPECT_EQ(OsTmrManagerInit(0, 0, 0), kInvalid);
+    EXPECT_EQ(OsTmrManagerInit(1, 1, 0), kInvalid);
+    EXPECT_EQ(OsTmrManagerInit(1, 0, 1), kInvalid);
+    EXPECT_EQ(OsTmrManagerInit(10, 0, 0), 0U);
+    const Counter counter(1, 0);
+    EXPECT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    EXPECT_TRUE(counter.Reaches(1));
+}
+
+// In a process of its own, where nobody has started the manager.
+TEST(TimerDeathTest, NoTimerCanBeCreatedBeforeTheManagerRuns) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const OsTimerParam param = GoodParam();
+    OsTimerId id = 0;
+    EXPECT_EXIT(std::_Exit(static_cast<int>(OsTmrCreate(&param, &id))), testing::ExitedWithCode(1), "");
+}

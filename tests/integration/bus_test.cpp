@@ -1,0 +1,90 @@
+// What processes may do to each other on the bus: names, claims, restarts, crowds and malformed payloads.
+#include <csignal>
+
+#include "system.h"
+
+namespace kivo::test {
+namespace {
+
+class OnTheBus : public System {};
+
+TEST_F(OnTheBus, TheServerComesBackUnderItsOwnersAndClients) {
+    Child server = StartServer();
+    const Child owner(
+        {OMINSPECT_OWNER_PROGRAM, OWNER_FILE});  // registers through the engine client, which follows the server
+    EXPECT_TRUE(EventuallyText("always_ok", "fine"));
+    server.Kill();
+    EXPECT_EQ(Send(7, "always_ok").code, 0x80020008u);  // absent, and told so at once
+    const Child again = StartServer();
+    EXPECT_TRUE(EventuallyText("always_ok", "fine"));
+}
+
+TEST_F(OnTheBus, ASecondServerIsRefusedAndTheFirstGoesOn) {
+    const Child server = StartServer();
+    Child second({OMINSPECT_PROGRAM});
+    EXPECT_EQ(second.Wait(), 3);
+    EXPECT_NE(second.Output().find("the name is taken"), std::string::npos) << second.Output();
+    EXPECT_EQ(Text(RunItem("x")), "x fail/no support");
+}
+
+TEST_F(OnTheBus, TheServerSaysPlainlyThatThereIsNoBus) {
+    Child server({OMINSPECT_PROGRAM}, {"KIVO_BUS_ADDRESS=unix:path=/nonexistent/bus"});
+    EXPECT_EQ(server.Wait(), 3);
+    EXPECT_NE(server.Output().find("the bus cannot be reached"), std::string::npos) << server.Output();
+}
+
+TEST_F(OnTheBus, AClaimedProcessNameIsNotBelieved) {
+    const Child server = StartServer();
+    const Child honest = StartOwner("honest", {"ok"});
+    // Its registration claims to come from "honest"; the server asks the process that really sent it.
+    const Child impostor = StartOwner("impostor", {"as*honest"});
+    EXPECT_EQ(Text(RunItem("as*honest")), "as*honest success/answered by impostor");
+}
+
+TEST_F(OnTheBus, TheHostedFormServesTheSameMessages) {
+    Child server({OMINSPECT_PROGRAM, "--hosted"});
+    EXPECT_TRUE(Eventually([] { return Send(7, "").data == std::vector<unsigned char>{2, 0, 0, 0}; }));
+    const Child owner = StartOwner("owner1", {"ok"});
+    EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0) << server.Output();
+}
+
+TEST_F(OnTheBus, TheServerEndsInOrderWhenAsked) {
+    Child server = StartServer();
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0) << server.Output();
+    EXPECT_EQ(Send(7, "").code, 0x80020008u);
+}
+
+TEST_F(OnTheBus, TwoHundredClientsAtOnceAllGetTheirResult) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"ok"});
+    std::vector<Child> clients;
+    for (int i = 0; i < 200; ++i) clients.emplace_back(std::vector<std::string>{OMINSPECTCTL_PROGRAM, "run", "ok"});
+    for (Child& client : clients) EXPECT_EQ(client.Wait(), 0) << client.Output();
+}
+
+TEST_F(OnTheBus, PayloadsThatAreNoRequestsGetTheStatedReplies) {
+    const Child server = StartServer();
+    const std::string unknown = " fail/no support";  // a request without a readable name asks for the empty one
+    EXPECT_EQ(Send(0, "").data.size(), 0u);
+    EXPECT_EQ(Text(Send(0, "not JSON").Result()), unknown);
+    EXPECT_EQ(Text(Send(0, std::string("\0\0\0", 3)).Result()), unknown);
+    EXPECT_EQ(Text(Send(0, std::string(R"({"name":"a","cmd":"b"})") + '\0' + "rest").Result()), "a fail/no support");
+    EXPECT_EQ(Text(Send(0, R"({"name":5,"cmd":[]})").Result()), unknown);
+    EXPECT_EQ(Text(Send(0, std::string(1000, '[')).Result()), unknown);
+    const std::string frame = R"({"name":"","cmd":"run"})";
+    std::string huge = frame;
+    huge.insert(9, std::string((1u << 20) - frame.size(), 'n'));  // exactly 1 MiB
+    EXPECT_EQ(Text(Send(0, huge).Result()), unknown);
+    EXPECT_EQ(Send(0, huge + " ").code, 0x8002000du);  // larger than a payload may be
+    EXPECT_EQ(Send(2, huge).data.size(), 0u);          // a name of 1 MiB is registered by nobody
+    EXPECT_EQ(Send(7, std::string("x\0y", 3)).data, (std::vector<unsigned char>{1, 0, 0, 0}));
+    EXPECT_EQ(Send(9999, "x").data.size(), 0u);
+    EXPECT_EQ(Send(5, std::string(192, 'x')).data.size(), 0u);
+    EXPECT_EQ(Text(RunItem("a")), "a fail/no support");
+}
+
+}  // namespace
+}  // namespace kivo::test

@@ -1,0 +1,141 @@
+// The whole system for one test.
+#include "system.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace kivo::test {
+
+namespace {
+
+constexpr uint32_t kReplyLimit = 60000;
+
+// Guards the messages that arrived and were not looked at.
+std::mutex g_lock;
+std::vector<Received> g_received;
+
+uint32_t Keep(TagMsgBlock* msg) {
+    const std::lock_guard<std::mutex> lock(g_lock);
+    g_received.push_back({msg->msgId, msg->srcProcName, {msg->data, msg->data + msg->dataLen}});
+    return 0;
+}
+
+TagMsgBlock Envelope(uint32_t id, const std::string& payload, const std::string& process, const std::string& task) {
+    TagMsgBlock block{};
+    block.msgId = id;
+    std::snprintf(block.dstProcName, sizeof block.dstProcName, "%s", process.c_str());
+    std::snprintf(block.dstTaskName, sizeof block.dstTaskName, "%s", task.c_str());
+    std::snprintf(block.replyTaskName, sizeof block.replyTaskName, "itest");
+    block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(payload.data()));
+    block.dataLen = static_cast<uint32_t>(payload.size());
+    return block;
+}
+
+std::string Word(const Received& event) {
+    if (event.id == 9 && event.data.size() == 4) return event.data[0] == 0 ? "busy" : "idle";
+    if (event.id != 8 || event.data.size() != 192) return "malformed";
+    tagKivoOmInspectionResult result{};
+    std::memcpy(&result, event.data.data(), sizeof result);
+    return Text(result);
+}
+
+}  // namespace
+
+std::string Text(const tagKivoOmInspectionResult& result) {
+    return std::string(result.name) + " " + result.status + "/" + result.text;
+}
+
+tagKivoOmInspectionResult Reply::Result() const {
+    tagKivoOmInspectionResult result{};
+    EXPECT_EQ(code, 0u) << OsMsgResultText(code);
+    EXPECT_EQ(data.size(), 192u);
+    if (data.size() == sizeof result) std::memcpy(&result, data.data(), sizeof result);
+    return result;
+}
+
+System::System() {
+    OsTaskDescriptor task{};
+    std::snprintf(task.name, sizeof task.name, "itest");
+    task.queueDepth = 4096;
+    task.handler = Keep;
+    EXPECT_EQ(OsProcAttach("itest"), 0u);
+    EXPECT_EQ(OsTaskCreate(&task), 0u);
+    for (const uint32_t event : {8u, 9u}) {
+        OsMsgSubscription subscription{};
+        subscription.eventId = event;
+        std::snprintf(subscription.srcProcName, sizeof subscription.srcProcName, "ominspect");
+        std::snprintf(subscription.srcTaskName, sizeof subscription.srcTaskName, "iom_srv_task");
+        std::snprintf(subscription.dstTaskName, sizeof subscription.dstTaskName, "itest");
+        EXPECT_EQ(OsMsgSubscribeEvent(&subscription, 1, 0), 0u);
+    }
+    TakeEvents();
+}
+
+System::~System() {
+    OsProcDetach();
+}
+
+Child System::StartServer(bool shortLimits) {
+    std::vector<std::string> command{OMINSPECT_PROGRAM};
+    if (shortLimits) command.insert(command.end(), {"--library", OMINSPECT_TEST_LIBRARY});
+    Child server(command, {std::string("KIVO_LOG_DIR=") + testing::TempDir()});
+    // Id 7 without a name is answered with 2 as soon as messages are served.
+    EXPECT_TRUE(Eventually([] {
+        return Send(7, "").data == std::vector<unsigned char>{2, 0, 0, 0};
+    })) << server.Output();
+    return server;
+}
+
+Child System::StartOwner(const std::string& process, const std::vector<std::string>& items) {
+    std::vector<std::string> command{RAW_OWNER_PROGRAM, process};
+    command.insert(command.end(), items.begin(), items.end());
+    Child owner(command);
+    EXPECT_TRUE(Eventually([&] { return owner.Output().find("registered") != std::string::npos; })) << owner.Output();
+    return owner;
+}
+
+Reply System::Send(uint32_t id, const std::string& payload, uint32_t param, const std::string& process,
+                   const std::string& task) {
+    TagMsgBlock block = Envelope(id, payload, process, task);
+    block.param = param;
+    TagMsgBlock* resp = nullptr;
+    Reply reply{OsMsgSynSend(&block, &resp, kReplyLimit), {}};
+    if (resp != nullptr && resp->data != nullptr) reply.data.assign(resp->data, resp->data + resp->dataLen);
+    OsMsgSynRespFree(resp);
+    return reply;
+}
+
+void System::Post(uint32_t id, const std::string& payload, const std::string& process, const std::string& task) {
+    const TagMsgBlock block = Envelope(id, payload, process, task);
+    EXPECT_EQ(OsMsgAsynSend(&block), 0u);
+}
+
+tagKivoOmInspectionResult System::RunItem(const std::string& item, const std::string& cmd) {
+    return Send(0, R"({"name":")" + item + R"(","cmd":")" + cmd + R"("})").Result();
+}
+
+bool System::EventuallyText(const std::string& item, const std::string& text) {
+    return Eventually([&] { return RunItem(item).text == text; });
+}
+
+std::vector<std::string> System::TakeEvents() {
+    const std::lock_guard<std::mutex> lock(g_lock);
+    std::vector<std::string> words;
+    for (const Received& event : g_received)
+        if (event.id == 8 || event.id == 9) words.push_back(Word(event));
+    g_received.clear();
+    return words;
+}
+
+bool System::EventuallyEvents(const std::vector<std::string>& expected) {
+    std::vector<std::string> seen;
+    const bool complete = Eventually([&] {
+        const auto more = TakeEvents();
+        seen.insert(seen.end(), more.begin(), more.end());
+        return seen.size() >= expected.size();
+    });
+    EXPECT_EQ(seen, expected);
+    return complete;
+}
+
+}  // namespace kivo::test

@@ -1,0 +1,68 @@
+// The whole system for one test: a bus of its own, the server, owners, and this program as a client.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kivo/os_msg.h"
+#include "ominspect/records.h"
+#include "support/child.h"
+#include "support/private_bus.h"
+
+namespace kivo::test {
+
+// One message that reached this program's task.
+struct Received {
+    uint32_t id;
+    std::string process;
+    std::vector<unsigned char> data;
+};
+
+// The answer to a synchronous message.
+struct Reply {
+    uint32_t code;
+    std::vector<unsigned char> data;
+
+    // The 192-byte result that it must be.
+    [[nodiscard]] tagKivoOmInspectionResult Result() const;
+};
+
+class System : public testing::Test {
+protected:
+    System();
+    ~System() override;
+
+    // Starts the server and waits until it serves messages. With `shortLimits` the build whose limit for an owner's
+    // reply is two seconds.
+    Child StartServer(bool shortLimits = false);
+
+    // Starts raw_owner and waits until the server knows its items.
+    Child StartOwner(const std::string& process, const std::vector<std::string>& items);
+
+    static Reply Send(uint32_t id, const std::string& payload, uint32_t param = 0,
+                      const std::string& process = "ominspect", const std::string& task = "iom_srv_task");
+    static void Post(uint32_t id, const std::string& payload, const std::string& process, const std::string& task);
+
+    // Message 0 for an item.
+    static tagKivoOmInspectionResult RunItem(const std::string& item, const std::string& cmd = "run");
+
+    // Runs the item until its result has this text.
+    static bool EventuallyText(const std::string& item, const std::string& text);
+
+    // What events 8 and 9 told since the last call, one word each: "busy", "idle", or "item status/text".
+    static std::vector<std::string> TakeEvents();
+    static bool EventuallyEvents(const std::vector<std::string>& expected);
+
+    PrivateBus bus_;
+};
+
+std::string Text(const tagKivoOmInspectionResult& result);  // "name status/text"
+
+}  // namespace kivo::test

@@ -1,0 +1,26 @@
+// A message bus of the test's own.
+#pragma once
+
+#include <string>
+
+#include "support/child.h"
+
+namespace kivo::test {
+
+/// Starts a bus daemon and puts its address into the environment, as KIVO_BUS_ADDRESS, for this process and its
+/// children; ends the daemon and takes the address out again. Throws std::runtime_error when no daemon comes up.
+class PrivateBus {
+public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    [[nodiscard]] const std::string& Address() const { return address_; }
+
+private:
+    Child daemon_;
+    std::string address_;
+};
+
+}  // namespace kivo::test

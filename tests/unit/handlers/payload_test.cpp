@@ -1,0 +1,49 @@
+// Reading of envelopes and payloads.
+#include "handlers/payload.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/envelope.h"
+
+using support::Envelope;
+using namespace std::string_view_literals;
+
+TEST(Payload, IsThereOnlyWithDataAndLength) {
+    EXPECT_TRUE(HasPayload(*Envelope(0, "x").Get()));
+    EXPECT_FALSE(HasPayload(*Envelope(0).Get()));
+    Envelope noLength(0, "x");
+    noLength.Get()->dataLen = 0;
+    EXPECT_FALSE(HasPayload(*noLength.Get()));
+    Envelope noData(0);
+    noData.Get()->dataLen = 5;
+    EXPECT_FALSE(HasPayload(*noData.Get()));
+}
+
+TEST(Payload, TextIsAllItsBytes) {
+    EXPECT_EQ(PayloadText(*Envelope(0, "a\0b\0"sv).Get()), "a\0b\0"sv);
+}
+
+TEST(Payload, NameEndsAtTheFirstNul) {
+    EXPECT_EQ(PayloadName(*Envelope(0, "ab\0cd"sv).Get()), "ab");
+    EXPECT_EQ(PayloadName(*Envelope(0, "\0cd"sv).Get()), "");
+}
+
+TEST(Payload, NameWithoutNulEndsWithThePayload) {
+    Envelope message(0, "abcdef");
+    message.Get()->dataLen = 3;
+    EXPECT_EQ(PayloadName(*message.Get()), "abc");
+}
+
+TEST(Payload, ClientIsTheSendersProcessAndReplyTask) {
+    const InspectClientMsg client = ClientOf(*Envelope(0).From("proc", "task", "reply").Get());
+    EXPECT_EQ(client.procName, "proc");
+    EXPECT_EQ(client.taskName, "reply");
+}
+
+TEST(Payload, ClientNamesWithoutNulAreReadToTheirEnds) {
+    const InspectClientMsg client = ClientOf(*Envelope(0).From("sixteen_letters_", "t", "SIXTEEN_LETTERS_").Get());
+    EXPECT_EQ(client.procName, "sixteen_letters_");
+    EXPECT_EQ(client.taskName, "SIXTEEN_LETTERS_");
+}

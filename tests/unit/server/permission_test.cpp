@@ -1,0 +1,10 @@
+// Who may send messages to the server.
+#include "server/permission.h"
+
+#include <gtest/gtest.h>
+
+TEST(Permission, IsGrantedToEveryUser) {
+    EXPECT_TRUE(InspectCheckPackagesValidByUid(0));
+    EXPECT_TRUE(InspectCheckPackagesValidByUid(1000));
+    EXPECT_TRUE(InspectCheckPackagesValidByUid(4294967295U));
+}

@@ -1,0 +1,143 @@
+// The command watch: prints the server's events as they happen.
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "commands.h"
+#include "ominspect/client/session.h"
+#include "output.h"
+
+namespace ominspect::ctl {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long the end of the program may take when the output is stuck.
+constexpr unsigned kStuckSeconds = 3;
+
+// The signals that end the watch, readable as a descriptor. They stay blocked: the program ends with the watch.
+class EndSignals {
+public:
+    EndSignals() {
+        sigset_t set{};
+        (void)sigemptyset(&set);
+        (void)sigaddset(&set, SIGINT);
+        (void)sigaddset(&set, SIGTERM);
+        (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        fd_ = signalfd(-1, &set, SFD_CLOEXEC);
+    }
+    ~EndSignals() { (void)close(fd_); }
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+    int Fd() const { return fd_; }
+
+private:
+    int fd_ = -1;
+};
+
+// Prints events on the session's thread and tells the waiting thread when it is over.
+class Printer {
+public:
+    explicit Printer(const WatchOptions& options) : options_(options), over_(eventfd(0, EFD_CLOEXEC)) {}
+    ~Printer() { (void)close(over_); }
+    Printer(const Printer&) = delete;
+    Printer& operator=(const Printer&) = delete;
+
+    client::Events Events() {
+        return {[this](const client::ItemResult& result) {
+                    const auto now = std::chrono::system_clock::now();
+                    Print(options_.json ? RunEventJson(now, result) : RunEventLine(now, result));
+                },
+                [this](bool busy) {
+                    const auto now = std::chrono::system_clock::now();
+                    Print(options_.json ? BusyEventJson(now, busy) : BusyEventLine(now, busy));
+                },
+                [this] { Finish(kUnreachable); }};
+    }
+
+    // Readable once an exit code is there.
+    int Fd() const { return over_; }
+    ExitCode Code() const { return code_; }
+
+private:
+    void Print(const std::string& line) {
+        if (finished_) return;
+        const bool written = std::printf("%s\n", line.c_str()) >= 0 && std::fflush(stdout) == 0;
+        ++printed_;
+        if (!written) {
+            Finish(kFailed);
+        } else if (printed_ == options_.count) {
+            Finish(kPassed);
+        }
+    }
+
+    void Finish(ExitCode code) {
+        if (finished_) return;
+        finished_ = true;
+        code_ = code;
+        (void)eventfd_write(over_, 1);
+    }
+
+    const WatchOptions& options_;
+    const int over_;
+    bool finished_ = false;      // only of the session's thread
+    std::uint64_t printed_ = 0;  // likewise
+    std::atomic<ExitCode> code_{kPassed};
+};
+
+// Waits for the printer, a signal or the end of the time limit.
+ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSignals& signals) {
+    const Clock::time_point deadline = Clock::now() + options.limit;
+    pollfd fds[] = {{printer.Fd(), POLLIN, 0}, {signals.Fd(), POLLIN, 0}};
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const bool limited = options.limit.count() > 0;
+        if (limited && left.count() <= 0) return options.count > 0 ? kTimeLimit : kPassed;
+        const int ready = poll(fds, 2, limited ? static_cast<int>(left.count()) : -1);
+        if (ready < 0 && errno != EINTR) return kUnreachable;
+        if (ready > 0) return fds[0].revents != 0 ? printer.Code() : kPassed;
+    }
+}
+
+// A server that is not there is no error: its events come once it starts.
+void TellIfAbsent(client::Session& session) {
+    const auto state = session.State("ominspectctl", std::chrono::seconds(1));
+    if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
+        (void)std::fputs("ominspectctl: the server is not on the bus; waiting for it\n", stderr);
+    }
+}
+
+ExitCode Report(const client::Error& error) {
+    (void)std::fprintf(stderr, "ominspectctl: %s\n", error.text.c_str());
+    return ExitCodeOf(error);
+}
+
+}  // namespace
+
+ExitCode Watch(const WatchOptions& options) {
+    Printer printer(options);
+    const EndSignals signals;  // before the session, whose threads inherit the mask
+    const auto session = client::Session::Open(printer.Events());
+    if (!session) return Report(session.Failure());
+    if (const auto error = (*session)->Subscribe()) return Report(*error);
+    (void)std::fputs("ominspectctl: watching\n", stderr);
+    TellIfAbsent(**session);
+
+    const ExitCode code = Wait(options, printer, signals);
+    (void)alarm(kStuckSeconds);
+    if (code == kUnreachable) (void)std::fputs("ominspectctl: the bus was lost\n", stderr);
+    if (const auto lost = (*session)->LostEvents(); lost > 0) {
+        (void)std::fprintf(stderr, "ominspectctl: %llu events were lost\n", static_cast<unsigned long long>(lost));
+    }
+    return code;
+}
+
+}  // namespace ominspect::ctl

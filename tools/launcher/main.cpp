@@ -1,0 +1,134 @@
+// ominspect: loads the server's shared object and runs it as a process of its own, or as a host process does.
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+
+#include <dlfcn.h>
+#include <getopt.h>
+#include <unistd.h>
+
+#include "kivo/os_msg.h"
+
+namespace {
+
+constexpr int kWrongUse = 2;
+constexpr int kCannotRun = 3;
+
+constexpr const char* kHelp =
+    "Usage: ominspect [--hosted] [--library PATH]\n"
+    "Runs the inspection server until SIGTERM or SIGINT.\n"
+    "\n"
+    "  --hosted        run the server as a host process does: without heartbeat and log backup\n"
+    "  --library PATH  the server's shared object (default: libominspect.so beside this program)\n"
+    "  --version       print the version and end\n"
+    "  --help          print this text and end\n"
+    "\n"
+    "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.\n"
+    "Exit code: 0 ended as asked, 2 wrong use, 3 the server cannot be loaded or run.\n";
+
+struct Options {
+    bool hosted = false;
+    const char* library = "libominspect.so";
+};
+
+volatile std::sig_atomic_t g_endAsked = 0;
+
+// Asks the server's tasks to end, and asks again every second: a request that comes before the server has joined
+// the bus would otherwise go unheard.
+void AskToEnd(int /*signal*/) {
+    const int savedErrno = errno;
+    g_endAsked = 1;
+    OsProcRequestDetach();
+    (void)alarm(1);
+    errno = savedErrno;
+}
+
+void InstallHandlers() {
+    struct sigaction action {};
+    action.sa_handler = AskToEnd;
+    action.sa_flags = SA_RESTART;
+    (void)sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGTERM, SIGINT, SIGALRM}) {
+        (void)sigaddset(&action.sa_mask, signal);
+    }
+    for (const int signal : {SIGTERM, SIGINT, SIGALRM}) {
+        (void)sigaction(signal, &action, nullptr);
+    }
+}
+
+// Returns the exit code when there is nothing to run.
+std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
+    constexpr option kLongOptions[] = {{"hosted", no_argument, nullptr, 'o'},
+                                       {"library", required_argument, nullptr, 'l'},
+                                       {"version", no_argument, nullptr, 'v'},
+                                       {"help", no_argument, nullptr, 'h'},
+                                       {nullptr, 0, nullptr, 0}};
+    for (int found = 0; (found = getopt_long(argc, argv, "", kLongOptions, nullptr)) != -1;) {
+        switch (found) {
+            case 'o':
+                options.hosted = true;
+                break;
+            case 'l':
+                options.library = optarg;
+                break;
+            case 'v':
+                (void)std::puts("ominspect " OMINSPECT_VERSION);
+                return EXIT_SUCCESS;
+            case 'h':
+                (void)std::fputs(kHelp, stdout);
+                return EXIT_SUCCESS;
+            default:
+                (void)std::fputs("Try 'ominspect --help'.\n", stderr);
+                return kWrongUse;
+        }
+    }
+    if (optind < argc) {
+        (void)std::fprintf(stderr, "ominspect: unexpected argument '%s'\nTry 'ominspect --help'.\n", argv[optind]);
+        return kWrongUse;
+    }
+    return std::nullopt;
+}
+
+// The server's `main`, called as a function; it answers with the result code of the task runner.
+int RunAsProcess(void* symbol) {
+    const int result = reinterpret_cast<int (*)()>(symbol)();
+    if (result == 0) return EXIT_SUCCESS;
+    const auto code = static_cast<std::uint32_t>(result);
+    (void)std::fprintf(stderr, "ominspect: the server ended: %s (0x%x)\n", OsMsgResultText(code), code);
+    return kCannotRun;
+}
+
+// The hosted entry answers 0 whatever happened, so an end that nobody asked for is a failure.
+int RunHosted(void* symbol) {
+    (void)reinterpret_cast<std::uint32_t (*)()>(symbol)();
+    if (g_endAsked) return EXIT_SUCCESS;
+    (void)std::fputs("ominspect: the hosted server ended by itself; is the message bus reachable?\n", stderr);
+    return kCannotRun;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (const auto code = ParseOptions(argc, argv, options)) return *code;
+
+    InstallHandlers();
+    void* library = dlopen(options.library, RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        (void)std::fprintf(stderr, "ominspect: cannot load the server: %s\n", dlerror());
+        return kCannotRun;
+    }
+    const char* name = options.hosted ? "KivoInspectTaskMain" : "main";
+    void* symbol = dlsym(library, name);
+    if (symbol == nullptr) {
+        (void)std::fprintf(stderr, "ominspect: '%s' has no function %s\n", options.library, name);
+        return kCannotRun;
+    }
+
+    if (g_endAsked) return EXIT_SUCCESS;
+    // The library is not closed: the server's detached threads live as long as the process.
+    return options.hosted ? RunHosted(symbol) : RunAsProcess(symbol);
+}

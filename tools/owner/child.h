@@ -1,0 +1,61 @@
+// A running command: a child process that leads a process group of its own.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+#include "command.h"
+#include "unique_fd.h"
+
+namespace ominspect::owner {
+
+// Used by one thread. The command sees /dev/null as its input, two pipes as its outputs, no other descriptor, an
+// empty signal mask, default signal dispositions, and the environment with INSPECT_ITEM and INSPECT_CMD. The process
+// must not ignore SIGCHLD, else exit statuses are lost.
+class Child {
+public:
+    // Starts it; nothing on failure, with the error number in `error`.
+    static std::optional<Child> Start(const CommandSpec& spec, int& error);
+
+    // Ends the whole group at once if the leader has not been reaped.
+    ~Child();
+    Child(Child&& other) noexcept;
+    Child& operator=(Child&&) = delete;
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    // Becomes readable when the leader ends.
+    int ExitFd() const { return exit_.Get(); }
+
+    // Readable while there is output to be taken with ReadOutput; -1 once the stream has ended.
+    int OutFd() const { return out_.fd.Get(); }
+    int ErrFd() const { return err_.fd.Get(); }
+
+    // Takes some output of each stream without waiting.
+    void ReadOutput();
+
+    // Sends a signal to the whole group.
+    void SignalGroup(int signal) const;
+
+    // Once the leader has ended: takes the output that is there, ends what is left of the group, and reaps the
+    // leader. Nothing while it still runs.
+    std::optional<CommandOutcome> Reap();
+
+private:
+    struct Stream {
+        UniqueFd fd;
+        std::string text;
+    };
+
+    Child(pid_t pid, UniqueFd exitFd, UniqueFd out, UniqueFd err);
+    static bool ReadSome(Stream& stream);
+
+    pid_t pid_;  // 0 once reaped; until then neither it nor the group's number can name anything else
+    UniqueFd exit_;
+    Stream out_;
+    Stream err_;
+};
+
+}  // namespace ominspect::owner

@@ -1,0 +1,48 @@
+// The owner's configuration: which command is which inspection item. Strictly validated.
+//
+//   <Owner process="sysowner" maxParallel="16">
+//       <Item name="load" timeout="10" isSync="true">
+//           <Command>/usr/lib/nagios/plugins/check_load</Command>
+//           <Arg>-w</Arg>
+//           <Arg>5,4,3</Arg>
+//       </Item>
+//   </Owner>
+//
+// Owner: `process` is the process name on the bus, 1 to 15 bytes; `maxParallel` (1 to 64, default 16) bounds how
+// many asynchronous commands run at the same time.
+// Item: `name`, 1 to 31 bytes, each once in a file; `timeout` in whole seconds (default 30; at most 86400, and at
+// most 270 for a synchronous item, since the server waits 300 s for its answer); `isSync` "true" or "false"
+// (default). Command: an absolute path, run without a shell. Arg, any number up to 64, in order: exactly the
+// text between the tags, blanks included; <Arg/> is an empty argument, and one of nothing but blanks is written
+// with &#32; for the first.
+// Anything else in the file, comments apart, is an error.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ominspect::owner {
+
+struct ItemConfig {
+    std::string name;
+    std::chrono::seconds limit;
+    bool isSync;
+    std::vector<std::string> argv;  // the command's path first
+};
+
+struct OwnerConfig {
+    std::string process;
+    unsigned maxParallel;
+    std::vector<ItemConfig> items;  // 1 to 256
+};
+
+// Parses a configuration text. On a mistake, nothing, and `error` is "line N: what is wrong".
+std::optional<OwnerConfig> ParseConfig(std::string_view xml, std::string& error);
+
+// The same for a regular file of at most 1 MiB; `error` begins with the path.
+std::optional<OwnerConfig> LoadConfig(const std::string& path, std::string& error);
+
+}  // namespace ominspect::owner

@@ -1,0 +1,94 @@
+// The owner's items and which of them run.
+#include "item_table.h"
+
+#include <future>
+#include <utility>
+
+#include "mapping.h"
+
+namespace ominspect::owner {
+namespace {
+
+constexpr std::string_view kEnding = "the owner is ending";
+
+tagKivoOmInspectionResult ResultOf(const ItemConfig& item, const CommandOutcome& outcome) {
+    return MakeResult(item.name, item.argv[0], item.limit, outcome);
+}
+
+}  // namespace
+
+ItemTable::ItemTable(const OwnerConfig& config, Report report, const Times& times)
+    : report_(std::move(report)),
+      times_(times),
+      runner_({.maxParallel = config.maxParallel, .termGrace = times.termGrace}) {
+    for (const ItemConfig& item : config.items) items_.emplace(item.name, &item);
+}
+
+bool ItemTable::Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result) {
+    const auto found = items_.find(item);
+    if (found == items_.end()) return false;
+    if (argument == "stop") {
+        HandleStop(*found->second, result);
+    } else if (found->second->isSync) {
+        RunSync(*found->second, argument, result);
+    } else {
+        RunAsync(*found->second, argument, result);
+    }
+    return true;
+}
+
+void ItemTable::Shutdown() {
+    runner_.Shutdown();
+}
+
+CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argument) const {
+    return {.argv = item.argv,
+            .item = item.name,
+            .argument = argument,
+            .limit = item.limit,
+            .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle,
+            .atOnce = item.isSync};
+}
+
+void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result) {
+    const std::lock_guard lock(mutex_);
+    const auto found = running_.find(&item);
+    if (found == running_.end()) {
+        SetResult(result, "fail", "not running");
+        return;
+    }
+    runner_.Stop(found->second);
+    SetResult(result, "success", "stopping");
+}
+
+void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
+    std::promise<tagKivoOmInspectionResult> promise;
+    const auto id = runner_.Start(SpecOf(item, argument),
+                                  [&](const CommandOutcome& outcome) { promise.set_value(ResultOf(item, outcome)); });
+    if (id == 0) {
+        SetResult(result, "fail", kEnding);
+        return;
+    }
+    result = promise.get_future().get();
+}
+
+void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
+    const std::lock_guard lock(mutex_);
+    if (!running_.contains(&item)) {
+        const auto id = runner_.Start(SpecOf(item, argument), [this, &item](const CommandOutcome& outcome) {
+            {
+                const std::lock_guard guard(mutex_);
+                running_.erase(&item);
+            }
+            report_(ResultOf(item, outcome));
+        });
+        if (id == 0) {
+            SetResult(result, "fail", kEnding);
+            return;
+        }
+        running_.emplace(&item, id);
+    }
+    SetResult(result, "running", "");
+}
+
+}  // namespace ominspect::owner

@@ -1,0 +1,60 @@
+// The owner's items and which of them run: answers run and stop requests.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "config.h"
+#include "ominspect/records.h"
+#include "runner.h"
+
+namespace ominspect::owner {
+
+// How long after an item's own limit the server gives its run up. The command's end takes a while, and the
+// owner's word of what happened is worth more than the server's "timeout".
+constexpr std::chrono::milliseconds kServerGrace{5000};
+
+class ItemTable {
+public:
+    // Takes the result of a run that was answered with "running". Called on the runner's thread.
+    using Report = std::function<void(const tagKivoOmInspectionResult&)>;
+
+    struct Times {
+        std::chrono::milliseconds termGrace{2000};
+        // The server stores a report that comes before it has digested the answer "running" and then forgets it
+        // over that answer; so no report follows sooner than this.
+        std::chrono::milliseconds settle{500};
+    };
+
+    // `config` must outlive the table. Throws as CommandRunner does.
+    ItemTable(const OwnerConfig& config, Report report, const Times& times);
+    ItemTable(const OwnerConfig& config, Report report) : ItemTable(config, std::move(report), Times()) {}
+
+    // Answers a request in `result`, whose name is set already; false for an item that is not in the table.
+    // "stop" ends the item's run: "success" with "stopping", or "fail" with "not running". Anything else is the
+    // argument of a run: a synchronous item's command is waited for; an asynchronous one is answered with
+    // "running" and reported later, and a request for one that runs already joins that run.
+    bool Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result);
+
+    // Ends all commands, has their results reported or answered, and refuses further requests.
+    void Shutdown();
+
+private:
+    CommandSpec SpecOf(const ItemConfig& item, const std::string& argument) const;
+    void HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result);
+    void RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
+    void RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
+
+    std::map<std::string, const ItemConfig*, std::less<>> items_;
+    const Report report_;
+    const Times times_;
+    std::mutex mutex_;  // guards running_
+    std::map<const ItemConfig*, CommandRunner::Id> running_;
+    CommandRunner runner_;  // last: its thread uses the rest
+};
+
+}  // namespace ominspect::owner

@@ -1,0 +1,79 @@
+// ominspect-owner: makes any executable an inspection item. This file parses the command line.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "config.h"
+#include "describe.h"
+#include "service.h"
+
+namespace {
+
+using namespace ominspect::owner;
+
+constexpr int kWrongUse = 2;
+constexpr int kCannotServe = 3;
+
+constexpr const char* kFooter =
+    "The file maps items to commands:\n"
+    "  <Owner process=\"sysowner\" maxParallel=\"16\">\n"
+    "      <Item name=\"load\" timeout=\"10\" isSync=\"true\">\n"
+    "          <Command>/usr/lib/nagios/plugins/check_load</Command>\n"
+    "          <Arg>-w</Arg>\n"
+    "          <Arg>5,4,3</Arg>\n"
+    "      </Item>\n"
+    "  </Owner>\n"
+    "A command is run without a shell, in a process group of its own that is ended with it; INSPECT_ITEM and\n"
+    "INSPECT_CMD hold the item's name and the request's argument. Its exit status 0, 1, 2 or another gives the\n"
+    "status \"success\", \"warn\", \"fail\" or \"unknown\", the first line of its output the text. The limit of an\n"
+    "asynchronous item counts from the request, the time it waits for a free place included. A synchronous item\n"
+    "holds up the owner's other requests while it runs.\n"
+    "\n"
+    "Exit code: 0 ended as asked, 2 wrong use or a mistake in the file, 3 the message bus is not reachable or the\n"
+    "process name is taken.";
+
+int Main(int argc, char** argv) {
+    CLI::App app("Makes any executable an inspection item.", "ominspect-owner");
+    app.set_version_flag("--version", "ominspect-owner " OMINSPECT_VERSION);
+    app.footer(kFooter);
+    std::string path;
+    bool checkOnly = false;
+    app.add_option("FILE", path, "The file that maps items to commands")->required();
+    app.add_flag("--check", checkOnly, "Check the file, print what would be done, and end");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUse;
+    }
+
+    std::string error;
+    const auto config = LoadConfig(path, error);
+    if (!config) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error.c_str());
+        return kWrongUse;
+    }
+    if (checkOnly) {
+        (void)std::fputs(Describe(*config).c_str(), stdout);
+        return EXIT_SUCCESS;
+    }
+    PrepareSignals();
+    if (const auto failure = Serve(*config)) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s\n", failure->c_str());
+        return kCannotServe;
+    }
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Main(argc, argv);
+    } catch (const std::exception& error) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error.what());
+        return kCannotServe;
+    }
+}

@@ -1,0 +1,160 @@
+// The owner on the message bus: the engine client's calls, and nothing about commands.
+#include "service.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+
+#include "item_table.h"
+#include "kivo/om_inspect_engine_client.h"
+#include "kivo/os_msg.h"
+#include "text/text.h"
+#include "unique_fd.h"
+
+namespace ominspect::owner {
+namespace {
+
+constexpr const char* kEngineTask = "owner_items";
+constexpr const char* kWatchTask = "owner_watch";
+constexpr std::size_t kArgumentSize = 128;
+
+// The platform's functions carry no context: the process's one table, and the event of the lost bus.
+ItemTable* g_table = nullptr;
+int g_busLost = -1;
+
+std::string Failure(const char* what, std::uint32_t code) {
+    return std::string(what) + ": " + OsMsgResultText(code);
+}
+
+sigset_t EndSignals() {
+    sigset_t set{};
+    (void)sigemptyset(&set);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) (void)sigaddset(&set, signal);
+    return set;
+}
+
+std::uint32_t HandleItem(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
+    std::array<char, kArgumentSize> argument{};
+    (void)InspectGetArgument(request, argument.data(), argument.size());  // without one, the empty text
+    return g_table->Handle(itemName, argument.data(), *result) ? OS_MSG_OK : OS_MSG_ERR_PARAM;
+}
+
+void ReportItem(const tagKivoOmInspectionResult& result) {
+    const std::uint32_t code = InspectReportResult(&result);
+    if (code == OS_MSG_OK) return;
+    (void)std::fprintf(stderr, "ominspect-owner: the result of %s is lost: %s\n", text::Escaped(result.name).c_str(),
+                       OsMsgResultText(code));
+}
+
+// A task without messages of its own: its loop ends with the bus.
+std::uint32_t IgnoreMessage(TagMsgBlock* /*msg*/) {
+    return OS_MSG_OK;
+}
+
+std::uint32_t WatchBus() {
+    const std::uint32_t result = OsMsgTaskRoutineByName(kWatchTask);
+    if (result != OS_MSG_OK) (void)eventfd_write(g_busLost, 1);
+    return result;
+}
+
+std::optional<std::string> CreateWatchTask() {
+    OsTaskDescriptor task{};
+    std::memcpy(task.name, kWatchTask, std::strlen(kWatchTask));
+    task.queueDepth = 1;
+    task.handler = IgnoreMessage;
+    task.entry = WatchBus;
+    const std::uint32_t code = OsTaskCreate(&task);
+    if (code != OS_MSG_OK) return Failure("cannot create a task", code);
+    return std::nullopt;
+}
+
+std::optional<std::string> RegisterItems(const OwnerConfig& config) {
+    if (const std::uint32_t code = InspectClientInit(kEngineTask); code != OS_MSG_OK) {
+        return Failure("cannot start the inspection client", code);
+    }
+    std::vector<InspectHandlerRecord> records;
+    for (const ItemConfig& item : config.items) {
+        InspectHandlerRecord record{};
+        std::memcpy(record.name, item.name.data(), std::min(item.name.size(), sizeof record.name - 1));
+        record.handler = HandleItem;
+        const std::chrono::milliseconds limit = item.limit + kServerGrace;
+        record.timeout = static_cast<std::uint32_t>(limit.count());
+        records.push_back(record);
+    }
+    const std::uint32_t code = InspectRegHandler(records.data(), static_cast<std::uint32_t>(records.size()));
+    if (code != OS_MSG_OK) return Failure("cannot register the items", code);
+    return std::nullopt;
+}
+
+// Waits for a signal (nothing) or the end of the bus (why the owner cannot go on).
+std::optional<std::string> WaitForEnd() {
+    const sigset_t set = EndSignals();
+    const UniqueFd signals(signalfd(-1, &set, SFD_CLOEXEC));
+    if (!signals) return std::string("cannot wait for signals: ") + strerrordesc_np(errno);
+    pollfd fds[] = {{signals.Get(), POLLIN, 0}, {g_busLost, POLLIN, 0}};
+    while (poll(fds, 2, -1) <= 0) {
+    }
+    if (fds[0].revents != 0) return std::nullopt;
+    return "the message bus was lost";
+}
+
+// The process's place on the bus, left at the end of the scope.
+class BusPlace {
+public:
+    explicit BusPlace(const std::string& process) : result_(OsProcAttach(process.c_str())) {}
+    ~BusPlace() {
+        if (result_ == OS_MSG_OK) OsProcDetach();
+    }
+    BusPlace(const BusPlace&) = delete;
+    BusPlace& operator=(const BusPlace&) = delete;
+    std::uint32_t Result() const { return result_; }
+
+private:
+    std::uint32_t result_;
+};
+
+std::optional<std::string> ServeTable(const OwnerConfig& config, ItemTable& table) {
+    const BusPlace place(config.process);
+    if (place.Result() != OS_MSG_OK) return Failure("cannot join the message bus", place.Result());
+    auto error = CreateWatchTask();
+    if (!error) error = RegisterItems(config);
+    if (!error) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s serves %zu items\n", text::Escaped(config.process).c_str(),
+                           config.items.size());
+        error = WaitForEnd();
+    }
+    table.Shutdown();
+    for (const ItemConfig& item : config.items) (void)InspectUnRegHandler(item.name.c_str());
+    return error;
+}
+
+}  // namespace
+
+void PrepareSignals() {
+    const sigset_t set = EndSignals();
+    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    // Were it ignored, the system would reap the commands and their exit statuses be lost.
+    (void)std::signal(SIGCHLD, SIG_DFL);
+}
+
+std::optional<std::string> Serve(const OwnerConfig& config) {
+    const UniqueFd busLost(eventfd(0, EFD_CLOEXEC));
+    if (!busLost) return std::string("cannot create an event: ") + strerrordesc_np(errno);
+    ItemTable table(config, ReportItem);
+    g_busLost = busLost.Get();
+    g_table = &table;
+    auto error = ServeTable(config, table);
+    g_table = nullptr;
+    return error;
+}
+
+}  // namespace ominspect::owner
