@@ -42,6 +42,19 @@ TEST_F(Programs, ARunThatFailedExitsWithOne) {
     EXPECT_EQ(Ctl({"run", "not_there"}).exitCode, 1);
 }
 
+TEST_F(Programs, SeveralItemsRunOneAfterTheOtherAndTheHighestCodeCounts) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    EXPECT_EQ(Ctl({"run", "always_ok", "always_ok"}).exitCode, 0);
+    const Outcome run = Ctl({"run", "always_critical", "not_there", "always_ok"});
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    const size_t critical = run.output.find("it is broken");
+    const size_t unknown = run.output.find("unknown item");
+    const size_t fine = run.output.find("fine");
+    EXPECT_TRUE(critical < unknown && unknown < fine && fine != std::string::npos) << run.output;
+    EXPECT_EQ(Ctl({"run", "always_ok", std::string(32, 'n')}).exitCode, 2);
+}
+
 TEST_F(Programs, TheArgumentReachesTheCommand) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();

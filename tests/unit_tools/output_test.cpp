@@ -13,53 +13,57 @@ using namespace ominspect::client;
 
 namespace {
 
-RunReply Reply(RunOutcome outcome, const char* name, const char* status, const char* text) {
-    return {outcome, {name, status, text}};
+RunRow Row(RunOutcome outcome, const char* name, const char* status, const char* text, int ms = 7) {
+    return {{outcome, {name, status, text}}, std::chrono::milliseconds(ms)};
 }
 
 TEST(RunTable, AlignsItsColumns) {
-    EXPECT_EQ(RunTable(Reply(RunOutcome::kFinal, "conf_sip_ft", "success", "SIP OK")),
-              "ITEM         STATUS   TEXT\n"
-              "conf_sip_ft  success  SIP OK");
+    EXPECT_EQ(NameWidth({"conf_sip_ft", "x"}), 11U);
+    EXPECT_EQ(NameWidth({"x"}), 4U);
+    EXPECT_EQ(RunHead(11), "ITEM         STATUS         TIME  TEXT");
+    EXPECT_EQ(RunLine(11, Row(RunOutcome::kFinal, "conf_sip_ft", "success", "SIP OK")),
+              "conf_sip_ft  success        7 ms  SIP OK");
+    EXPECT_EQ(RunLine(11, Row(RunOutcome::kFinal, "x", "warn", "t", 123456)), "x            warn      123456 ms  t");
 }
 
 TEST(RunTable, CountsCharactersAndNotBytes) {
-    EXPECT_EQ(RunTable(Reply(RunOutcome::kFinal, "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4", "warn", "t")),
-              "ITEM   STATUS  TEXT\n"
-              "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4  warn    t");
+    const char* name = "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4";
+    EXPECT_EQ(NameWidth({name}), 5U);
+    EXPECT_EQ(RunLine(6, Row(RunOutcome::kFinal, name, "warn", "t")), std::string(name) + "   warn           7 ms  t");
 }
 
 TEST(RunTable, ShowsControlCharactersEscaped) {
-    EXPECT_EQ(RunTable(Reply(RunOutcome::kFinal, "a\nb", "\x1B[2J", "t\xFF")),
-              "ITEM  STATUS     TEXT\n"
-              "a\\nb  \\u{1B}[2J  t\\xff");
+    EXPECT_EQ(NameWidth({"a\nbcd"}), 6U);
+    EXPECT_EQ(RunLine(4, Row(RunOutcome::kFinal, "a\nb", "\x1B[2J", "t\xFF")), "a\\nb  \\u{1B}[2J       7 ms  t\\xff");
 }
 
 TEST(RunTable, SaysThatAnItemRuns) {
-    EXPECT_EQ(RunTable(Reply(RunOutcome::kPending, "disk", "running", "")),
-              "ITEM  STATUS   TEXT\n"
-              "disk  running  running: the owner reports later; 'ominspectctl run' again shows the result");
+    EXPECT_EQ(RunLine(4, Row(RunOutcome::kPending, "disk", "running", "")),
+              "disk  running        7 ms  running: the owner reports later; 'ominspectctl run' again shows the result");
 }
 
 TEST(RunTable, SaysThatAnItemIsUnknown) {
-    EXPECT_EQ(RunTable(Reply(RunOutcome::kUnknownItem, "x", "fail", "no support")),
-              "ITEM  STATUS  TEXT\n"
-              "x     fail    no support (unknown item: no owner has registered it)");
+    EXPECT_EQ(RunLine(4, Row(RunOutcome::kUnknownItem, "x", "fail", "no support")),
+              "x     fail           7 ms  no support (unknown item: no owner has registered it)");
 }
 
-TEST(RunJson, IsOneObject) {
-    EXPECT_EQ(RunJson(Reply(RunOutcome::kFinal, "load", "success", "LOAD \"OK\"")),
-              R"({"item":"load","status":"success","text":"LOAD \"OK\""})");
+TEST(RunJson, IsOneObjectPerItemInOneDocument) {
+    const std::string row = RunJson(Row(RunOutcome::kFinal, "load", "success", "LOAD \"OK\""));
+    EXPECT_EQ(row, R"({"item":"load","status":"success","text":"LOAD \"OK\"","durationMs":7})");
+    EXPECT_EQ(RunDocument({}), R"({"results":[]})");
+    EXPECT_EQ(RunDocument({"1"}), R"({"results":[1]})");
+    EXPECT_EQ(RunDocument({"1", "2"}), R"({"results":[1,2]})");
 }
 
 TEST(RunJson, IsValidUtf8WhateverTheOwnerWrote) {
-    EXPECT_EQ(RunJson(Reply(RunOutcome::kFinal, "a\xFF", "x\n", "\xC3")),
-              "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\"}");
+    EXPECT_EQ(RunJson(Row(RunOutcome::kFinal, "a\xFF", "x\n", "\xC3")),
+              "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\",\"durationMs\":7}");
 }
 
 TEST(RunJson, HasAHintWhereOneHelps) {
-    EXPECT_EQ(RunJson(Reply(RunOutcome::kUnknownItem, "x", "fail", "no support")),
-              R"({"item":"x","status":"fail","text":"no support","hint":"unknown item: no owner has registered it"})");
+    const std::string row = RunJson(Row(RunOutcome::kUnknownItem, "x", "fail", "no support"));
+    EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"
+                   R"("hint":"unknown item: no owner has registered it"})");
 }
 
 TEST(State, IsShownAsATableAndAsJson) {

@@ -4,13 +4,14 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "exit_code.h"
 
 namespace ominspect::ctl {
 
 struct RunOptions {
-    std::string item;
+    std::vector<std::string> items;
     std::string cmd;
     std::chrono::seconds limit{310};  // the server gives an item's owner 300 s
     bool json = false;

@@ -21,6 +21,7 @@ constexpr const char* kFooter =
     "  2  wrong use; nothing was sent\n"
     "  3  the server or the message bus is not reachable, or refuses\n"
     "  4  no final result within the time limit, or \"running\": the owner reports later\n"
+    "With several items, the highest of their codes.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
 
@@ -40,12 +41,12 @@ int Main(int argc, char** argv) {
     std::function<ExitCode()> chosen;
 
     RunOptions run;
-    CLI::App* runCommand = app.add_subcommand("run", "Runs one item and shows its result");
-    runCommand->add_option("ITEM", run.item, "Item name, at most 31 bytes")->required();
+    CLI::App* runCommand = app.add_subcommand("run", "Runs items, one after the other, and shows their results");
+    runCommand->add_option("ITEM", run.items, "Item names, at most 31 bytes each")->required();
     runCommand
         ->add_option("--cmd", run.cmd, R"(The item's argument, at most 127 bytes; "stop" stops it, "done" resets it)")
         ->type_name("TEXT");
-    AddLimit(*runCommand, run.limit, "Time limit (default 310)");
+    AddLimit(*runCommand, run.limit, "Time limit of each item (default 310)");
     runCommand->add_flag("--json", run.json, "Print one JSON document");
     runCommand->callback([&] { chosen = [&] { return Run(run); }; });
 

@@ -48,6 +48,17 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
     return out;
 }
 
+constexpr const char* kItemHead = "ITEM";
+constexpr std::size_t kStatusWidth = 8;  // holds the usual words
+constexpr std::size_t kTimeWidth = 9;
+
+// A row of the table of a run, whose widths are known before its texts are.
+std::string Columns(std::size_t nameWidth, const std::string& name, const std::string& status, const std::string& time,
+                    const std::string& text) {
+    const std::string blanks(WidthOf(time) < kTimeWidth ? kTimeWidth - WidthOf(time) : 0, ' ');
+    return Padded(name, nameWidth) + "  " + Padded(status, kStatusWidth) + "  " + blanks + time + "  " + text;
+}
+
 // ---- JSON ----
 
 struct JsonDelete {
@@ -136,16 +147,34 @@ std::string TextOf(const client::RunReply& reply) {
 
 }  // namespace
 
-std::string RunTable(const client::RunReply& reply) {
-    return Table({{"ITEM", "STATUS", "TEXT"},
-                  {text::Escaped(reply.result.name), text::Escaped(reply.result.status), TextOf(reply)}});
+std::size_t NameWidth(const std::vector<std::string>& items) {
+    std::size_t width = WidthOf(kItemHead);
+    for (const std::string& item : items) width = std::max(width, WidthOf(text::Escaped(item)));
+    return width;
 }
 
-std::string RunJson(const client::RunReply& reply) {
-    const client::ItemResult& result = reply.result;
+std::string RunHead(std::size_t nameWidth) {
+    return Columns(nameWidth, kItemHead, "STATUS", "TIME", "TEXT");
+}
+
+std::string RunLine(std::size_t nameWidth, const RunRow& row) {
+    const client::ItemResult& result = row.reply.result;
+    return Columns(nameWidth, text::Escaped(result.name), text::Escaped(result.status),
+                   std::to_string(row.duration.count()) + " ms", TextOf(row.reply));
+}
+
+std::string RunJson(const RunRow& row) {
+    const client::ItemResult& result = row.reply.result;
     const Json json = Object({{"item", result.name}, {"status", result.status}, {"text", result.text}});
-    if (const char* hint = HintOf(reply.outcome)) cJSON_AddStringToObject(json.get(), "hint", hint);
+    cJSON_AddNumberToObject(json.get(), "durationMs", static_cast<double>(row.duration.count()));
+    if (const char* hint = HintOf(row.reply.outcome)) cJSON_AddStringToObject(json.get(), "hint", hint);
     return Print(json);
+}
+
+std::string RunDocument(const std::vector<std::string>& rows) {
+    std::string document = R"({"results":[)";
+    for (const std::string& row : rows) document += (&row == rows.data() ? "" : ",") + row;
+    return document + "]}";
 }
 
 std::string StateTable(std::string_view item, client::ItemState state) {

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ominspect/client/types.h"
 
@@ -12,10 +14,21 @@ namespace ominspect::ctl {
 
 using TimePoint = std::chrono::system_clock::time_point;
 
-// Two lines: heads and the item's row.
-std::string RunTable(const client::RunReply& reply);
-// {"item","status","text"}, and "hint" where there is one.
-std::string RunJson(const client::RunReply& reply);
+// One item's run, with the time from request to reply.
+struct RunRow {
+    client::RunReply reply;
+    std::chrono::milliseconds duration;
+};
+
+// The table of a run, line by line as the results come: its heads, then a row per item. `nameWidth` is that of the
+// longest item name as shown.
+std::size_t NameWidth(const std::vector<std::string>& items);
+std::string RunHead(std::size_t nameWidth);
+std::string RunLine(std::size_t nameWidth, const RunRow& row);
+// {"item","status","text","durationMs"}, and "hint" where there is one.
+std::string RunJson(const RunRow& row);
+// {"results":[...]}: one document of rows that are JSON already.
+std::string RunDocument(const std::vector<std::string>& rows);
 
 std::string StateTable(std::string_view item, client::ItemState state);
 // {"item","state"}; the state is "idle" or "not idle".

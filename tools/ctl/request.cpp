@@ -1,6 +1,8 @@
 // The commands that ask once: run and state.
+#include <algorithm>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "ominspect/client/session.h"
@@ -14,29 +16,90 @@ void PrintLine(const std::string& line) {
     (void)std::printf("%s\n", line.c_str());
 }
 
+void PrintError(const std::string& item, const client::Error& error) {
+    (void)std::fprintf(stderr, "ominspectctl: %s: %s\n", text::Escaped(item).c_str(), error.text.c_str());
+}
+
 ExitCode Report(const std::string& item, const client::Error& error, bool json) {
     if (json) PrintLine(ErrorJson(item, error));
-    (void)std::fprintf(stderr, "ominspectctl: %s: %s\n", text::Escaped(item).c_str(), error.text.c_str());
+    PrintError(item, error);
     return ExitCodeOf(error);
 }
 
-ExitCode ExitCodeOf(const client::RunReply& reply) {
+ExitCode CodeOfReply(const client::RunReply& reply) {
     if (reply.outcome == client::RunOutcome::kPending) return kTimeLimit;
     return reply.result.status == "success" ? kPassed : kFailed;
+}
+
+// Shows the results of a run: rows as they come, or one document at the end.
+class RunReport {
+public:
+    explicit RunReport(const RunOptions& options) : json_(options.json), nameWidth_(NameWidth(options.items)) {}
+
+    void Add(const RunRow& row) {
+        if (json_) {
+            rows_.push_back(RunJson(row));
+            return;
+        }
+        if (!headed_) PrintLine(RunHead(nameWidth_));
+        headed_ = true;
+        PrintLine(RunLine(nameWidth_, row));
+        (void)std::fflush(stdout);
+    }
+
+    void Add(const std::string& item, const client::Error& error) {
+        if (json_) rows_.push_back(ErrorJson(item, error));
+        PrintError(item, error);
+    }
+
+    void Finish() const {
+        if (json_) PrintLine(RunDocument(rows_));
+    }
+
+private:
+    const bool json_;
+    const std::size_t nameWidth_;
+    bool headed_ = false;
+    std::vector<std::string> rows_;
+};
+
+// Runs all items unless the server turns out not to be there.
+ExitCode RunAll(const RunOptions& options, RunReport& report) {
+    for (const std::string& item : options.items) {
+        if (const auto error = client::CheckRequest(item, options.cmd)) {
+            report.Add(item, *error);
+            return ExitCodeOf(*error);
+        }
+    }
+    const auto session = client::Session::Open();
+    if (!session) {
+        report.Add(options.items.front(), session.Failure());
+        return ExitCodeOf(session.Failure());
+    }
+    ExitCode highest = kPassed;
+    for (const std::string& item : options.items) {
+        const auto begin = std::chrono::steady_clock::now();
+        const auto reply = (*session)->Run(item, options.cmd, options.limit);
+        const auto duration = std::chrono::steady_clock::now() - begin;
+        if (reply) {
+            report.Add({*reply, std::chrono::duration_cast<std::chrono::milliseconds>(duration)});
+        } else {
+            report.Add(item, reply.Failure());
+        }
+        const ExitCode code = reply ? CodeOfReply(*reply) : ExitCodeOf(reply.Failure());
+        if (code == kUnreachable) return code;
+        highest = std::max(highest, code);
+    }
+    return highest;
 }
 
 }  // namespace
 
 ExitCode Run(const RunOptions& options) {
-    if (const auto error = client::CheckRequest(options.item, options.cmd)) {
-        return Report(options.item, *error, options.json);
-    }
-    const auto session = client::Session::Open();
-    if (!session) return Report(options.item, session.Failure(), options.json);
-    const auto reply = (*session)->Run(options.item, options.cmd, options.limit);
-    if (!reply) return Report(options.item, reply.Failure(), options.json);
-    PrintLine(options.json ? RunJson(*reply) : RunTable(*reply));
-    return ExitCodeOf(*reply);
+    RunReport report(options);
+    const ExitCode code = RunAll(options, report);
+    report.Finish();
+    return code;
 }
 
 ExitCode State(const StateOptions& options) {

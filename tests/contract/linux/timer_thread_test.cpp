@@ -7,6 +7,7 @@
 
 #include "kivo/os_thread.h"
 #include "kivo/os_timer.h"
+#include "platform_control.h"
 
 namespace fs = std::filesystem;
 
@@ -47,8 +48,10 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     EXPECT_EQ(OsTmrDelete(Create(1)), 0U);
     const OsTimerId later = Create(3600);
+    ASSERT_TRUE(contract::WaitFor([] {  // until it has gone to sleep for the first time
+        return Status("State").starts_with('S') && Status("voluntary_ctxt_switches") != "0";
+    }));
     const std::string before = Status("voluntary_ctxt_switches");
-    ASSERT_NE(before, "");
     OsSleep(2);
     EXPECT_EQ(Status("voluntary_ctxt_switches"), before);
     EXPECT_EQ(OsTmrDelete(later), 0U);
@@ -56,6 +59,6 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
 
 TEST(TimerThread, BlocksAllSignals) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
-    // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself.
-    EXPECT_EQ(Status("SigBlk"), "fffffffe7ffbfeff");
+    // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself; polled, as the thread may just begin.
+    EXPECT_TRUE(contract::WaitFor([] { return Status("SigBlk") == "fffffffe7ffbfeff"; })) << Status("SigBlk");
 }
