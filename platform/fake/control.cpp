@@ -1,14 +1,9 @@
 // The remote control: reset, and the passing of virtual time.
-#include "fake/engine_client.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
-#include "fake/log_client.h"
-#include "fake/mem.h"
-#include "fake/monitor.h"
-#include "fake/msg.h"
 #include "fake/process.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
-#include "fake/timer.h"
 
 namespace kivo::fake {
 

@@ -1,5 +1,5 @@
 // Inspection-engine client (om_inspect_engine_client.h): items are recorded and not registered with any server.
-#include "fake/engine_client.h"
+#include "kivo/om_inspect_engine_client.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,6 +10,7 @@
 #include "fake/fake.h"
 #include "fake/journal.h"
 #include "fake/msg.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
 
 using namespace kivo::fake;

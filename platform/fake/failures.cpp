@@ -7,6 +7,7 @@
 
 #include "fake/fake.h"
 #include "fake/journal.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
 
 namespace kivo::fake {

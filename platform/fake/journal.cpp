@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "fake/reset.h"
+
 namespace kivo::fake {
 
 namespace {

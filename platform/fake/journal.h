@@ -22,9 +22,6 @@ Entry EntryOf(Kind kind, const TagMsgBlock& message);
 /// The code with which this call of `function` must fail, if it must. Counts the call.
 std::optional<uint32_t> Failure(const Lock& lock, std::string_view function);
 
-void ResetJournal();
-void ResetFailures();
-
 /// The virtual system time in ms.
 uint64_t SystemTime();
 void SetSystemTime(uint64_t ms);

@@ -1,5 +1,5 @@
 // Operations-log client (om_log_client.h): every line goes to the journal.
-#include "fake/log_client.h"
+#include "kivo/om_log_client.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -12,8 +12,8 @@
 #include <utility>
 
 #include "fake/journal.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
-#include "kivo/om_log_client.h"
 
 using namespace kivo::fake;
 

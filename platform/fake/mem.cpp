@@ -1,5 +1,5 @@
 // Accounted memory (os_mem.h): real blocks, counted per unit.
-#include "fake/mem.h"
+#include "kivo/os_mem.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -9,8 +9,8 @@
 #include <string>
 
 #include "fake/journal.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
-#include "kivo/os_mem.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Process monitor client (os_monitor.h): the calls are recorded and have no other effect.
-#include "fake/monitor.h"
+#include "kivo/os_monitor.h"
 
 #include <cerrno>
 #include <cstring>
 #include <string>
 
 #include "fake/journal.h"
+#include "fake/reset.h"
 #include "fake/scheduler.h"
-#include "kivo/os_monitor.h"
 
 using namespace kivo::fake;
 

@@ -38,9 +38,6 @@ uint32_t RunLoop(Lock& lock, Process& process, const std::shared_ptr<Task>& task
 /// Gives `subscriber` the restart events it wants, now that `procName` is on the bus.
 void DeliverRestart(Lock& lock, Process& subscriber, const std::string& procName);
 
-/// Forgets the scripted peers.
-void ResetScripts();
-
 /// Writes a line of the process's message layer.
 void LogLine(Lock& lock, const Process& process, uint32_t level, const std::string& text);
 

@@ -9,6 +9,7 @@
 
 #include "fake/journal.h"
 #include "fake/msg.h"
+#include "fake/reset.h"
 
 namespace kivo::fake {
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fake/msg.h"
+#include "fake/reset.h"
 
 namespace kivo::fake {
 

@@ -97,7 +97,4 @@ void LeaveBus(Process& process);
 void AddRequest(const std::shared_ptr<Request>& request);
 void RemoveRequest(const std::shared_ptr<Request>& request);
 
-/// Forgets all processes but the test's own, which becomes like new. None of their threads may live.
-void ResetProcesses();
-
 }  // namespace kivo::fake

@@ -1,5 +1,5 @@
 // Timers (os_timer.h): a manager thread that sleeps in virtual time until the next timer is due.
-#include "fake/timer.h"
+#include "kivo/os_timer.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include "fake/fake.h"
 #include "fake/journal.h"
 #include "fake/process.h"
-#include "kivo/os_timer.h"
+#include "fake/reset.h"
 
 namespace kivo::fake {
 

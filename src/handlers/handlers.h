@@ -33,10 +33,12 @@ void SyncDealStopGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply
 /// Id 7: replies u32 1 when the item named by the payload is idle or unknown, 0 when not, 2 without a payload.
 void SyncDealGetState(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
-/// Id 18.
+/// Id 18: starts one item on a job; sends its result, and for an item that runs its final result later, as
+/// messages 0. No reply.
 void ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
-/// Id 19.
+/// Id 19: starts a group of request texts on a job; replies u32 the job's id, 14 when there is no worker, 16 when
+/// the group runs already. Its record is sent as message 1.
 void ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
 /// Id 37.

@@ -18,6 +18,17 @@ std::string PayloadName(const TagMsgBlock& msg) {
     return {text, strnlen(text, msg.dataLen)};
 }
 
+std::vector<std::string> PayloadTexts(const TagMsgBlock& msg) {
+    std::vector<std::string> texts;
+    const char* text = reinterpret_cast<const char*>(msg.data);
+    const char* const end = text + msg.dataLen;
+    while (text < end && *text != '\0') {
+        texts.emplace_back(text, strnlen(text, static_cast<std::size_t>(end - text)));
+        text += texts.back().length() + 1;
+    }
+    return texts;
+}
+
 InspectClientMsg ClientOf(const TagMsgBlock& msg) {
     return {FieldText(msg.srcProcName).c_str(), FieldText(msg.replyTaskName).c_str()};
 }

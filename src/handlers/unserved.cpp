@@ -1,14 +1,6 @@
 // Handlers of messages that are not served yet: they leave the reply empty.
 #include "handlers/handlers.h"
 
-// Runs no item yet: nothing is sent to the requester.
-void Inspect::ASyncDealSingle(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                              unsigned int& /*replyLen*/) {}
-
-// Runs no group yet: there is no task id to reply with.
-void Inspect::ASyncDealGroup(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                             unsigned int& /*replyLen*/) {}
-
 // No item is configured yet that could be counted.
 void Inspect::GetGroupListLenHandle(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
                                     unsigned int& /*replyLen*/) {}

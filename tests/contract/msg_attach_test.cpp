@@ -10,7 +10,6 @@
 namespace {
 
 using contract::AddTask;
-using contract::Answer;
 using contract::Ask;
 using contract::BusTest;
 using contract::DetachedTest;
@@ -56,8 +55,7 @@ const char* const kGoodNames[] = {
     "_5f",
     "%s",
     "\"\\'",
-    "pr\xc3\xbc"
-    "fen",
+    "pr\xc3\xbcgeln",
     "\xe6\xa3\x80\xe6\x9f\xa5",
     "a\nb",
 };

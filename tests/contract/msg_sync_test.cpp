@@ -20,7 +20,6 @@ using contract::Answer;
 using contract::Ask;
 using contract::Envelope;
 using contract::Inbox;
-using contract::kLong;
 using contract::kShort;
 using contract::Order;
 using contract::Peer;

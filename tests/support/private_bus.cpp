@@ -20,8 +20,8 @@ std::string AddressIn(const std::string& output) {
 }  // namespace
 
 PrivateBus::PrivateBus()
-    : daemon_({DBUS_DAEMON_PROGRAM, "--config-file=" PRIVATE_BUS_CONFIG, "--nofork", "--nopidfile", "--nosyslog",
-               "--print-address"}) {
+    : daemon_({DBUS_DAEMON_PROGRAM, std::string("--config-file=") + PRIVATE_BUS_CONFIG, "--nofork", "--nopidfile",
+               "--nosyslog", "--print-address"}) {
     Eventually([this] {
         address_ = AddressIn(daemon_.Output());
         return !address_.empty() || daemon_.Wait(std::chrono::seconds(0));

@@ -2,7 +2,7 @@
 # Holds the dynamic symbols of a shared object against a list, one name a line, and shows the difference.
 #   check_symbols.sh exported  <shared object> <list>   all symbols that it exports
 #   check_symbols.sh undefined <shared object> <list>   all symbols that it needs, but for those of the C and C++
-#                                                       libraries, of cJSON, and of the compiler and its sanitizers
+#                                                       libraries, of cJSON, and of the compiler
 set -eu
 export LC_ALL=C
 
@@ -15,8 +15,7 @@ symbols() {
         exported) nm -D --defined-only "$object" | awk '{ print $3 }' ;;
         undefined)
             nm -D --undefined-only "$object" | awk '{ print $2 }' |
-                grep -Ev '@(GLIBC|GLIBCXX|CXXABI|GCC)_|^cJSON_|^(__gmon_start__|_ITM_(de)?registerTMCloneTable)$' |
-                grep -Ev '^__(asan|ubsan|tsan|sanitizer)_' || true
+                grep -Ev '@(GLIBC|GLIBCXX|CXXABI|GCC)_|^cJSON_|^(__gmon_start__|_ITM_(de)?registerTMCloneTable)$' || true
             ;;
         *)
             echo "unknown kind '$kind'" >&2

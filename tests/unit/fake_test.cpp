@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "kivo/om_inspect_engine_client.h"
 #include "kivo/om_log_client.h"
+#include "kivo/os_bounds.h"
+#include "kivo/os_file.h"
 #include "kivo/os_lock.h"
 #include "kivo/os_mem.h"
 #include "kivo/os_monitor.h"
@@ -330,6 +333,138 @@ TEST_F(Fake, TaskRunnerServesUntilItIsDetached) {
     OsProcRequestDetach();
     EXPECT_TRUE(kivo::fake::Finish());
     EXPECT_EQ(g_steps, (std::vector<std::string>{"ominspect:4", "returned 0"}));
+}
+
+TEST_F(Fake, BorrowedFunctionsFailOnDemand) {
+    kivo::fake::Fail("memcpy_s", 34);
+    kivo::fake::Fail("sprintf_s", 1);
+    kivo::fake::Fail("OsOpenDir", 2);
+    kivo::fake::Fail("OsRemove", 13);
+    char text[4] = "abc";
+    EXPECT_EQ(memcpy_s(text, 4, "xyz", 4), 34);
+    EXPECT_EQ(sprintf_s(text, 4, "%d", 5), -1);
+    EXPECT_STREQ(text, "abc");
+    EXPECT_EQ(OsOpenDir("/"), nullptr);
+    EXPECT_EQ(OsRemove("/nowhere/at/all"), 13U);
+    EXPECT_EQ(memcpy_s(text, 4, "xyz", 4), 0);
+    EXPECT_STREQ(text, "xyz");
+    EXPECT_EQ(sprintf_s(text, 4, "%d", 123), 3);
+    EXPECT_STREQ(text, "123");
+    EXPECT_EQ(sprintf_s(text, 4, "%d", 1234), -1);
+    OsDir* dir = OsOpenDir("/");
+    ASSERT_NE(dir, nullptr);
+    EXPECT_EQ(OsCloseDir(dir), 0U);
+}
+
+uint32_t ServeItem(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* /*result*/) {
+    return 0;
+}
+
+TEST_F(Fake, CallsAreRecordedAsTexts) {
+    OsTmrManagerInit(1, 0, 0);
+    OsTimerParam timer{};
+    timer.mode = 1;
+    timer.period = 5;
+    timer.repeat = 1;
+    timer.callback = NoteTimer;
+    OsTimerId id = 0;
+    OsTmrCreate(&timer, &id);
+    OsTmrDelete(id);
+    OsSigSet set{};
+    OsSigEmptySet(&set);
+    OsPthreadSigmask(0, &set, nullptr);
+    OsMsgSetLogLevel(3);
+    OsMsgRegLogFunc(nullptr);
+    const OsMonitorProInfo info{"ominspect", 30000};
+    OsMonitorProReg(&info);
+    OsMonitorProActivate("ominspect");
+    const OsMsgSubscription subscription{2097154, 0, "omlog", "omlog", "heartbeat"};
+    OsMsgSubscribeEvent(&subscription, 1, 0);
+    KivoOmLogClientInit("om_inspect", 10);
+    const KivoOmLogCreation creation{512, 2, 2097152, "inspect.log"};
+    KivoOmLogHandle handle = 0;
+    KivoOmLogCreateLog(&creation, &handle);
+    KivoOmLogClientUnInit();
+    InspectClientInit("inside_check");
+    const InspectHandlerRecord item{"item", ServeItem, 1000};
+    InspectRegHandler(&item, 1);
+    OsMsgTaskRoutineByName("iom_srv_task");
+    EXPECT_EQ(handle, 1U);
+    EXPECT_EQ(Calls(), (std::vector<std::string>{
+                           "OsTmrManagerInit(1, 0, 0)",
+                           "OsTmrCreate(1, 5, 1)",
+                           "OsTmrDelete(1)",
+                           "OsSigEmptySet",
+                           "OsPthreadSigmask(0)",
+                           "OsMsgSetLogLevel(3)",
+                           "OsMsgRegLogFunc",
+                           "OsMonitorProReg(ominspect, 30000)",
+                           "OsMonitorProActivate(ominspect)",
+                           "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)",
+                           "KivoOmLogClientInit(om_inspect)",
+                           "KivoOmLogCreateLog(512, 2, 2097152, inspect.log)",
+                           "KivoOmLogClientUnInit",
+                           "InspectClientInit(inside_check)",
+                           "InspectRegHandler(item, 1000)",
+                           "OsMsgTaskRoutineByName(iom_srv_task)",
+                       }));
+    ASSERT_EQ(kivo::fake::RegisteredHandlers().size(), 1U);
+    EXPECT_EQ(kivo::fake::RegisteredHandlers()[0].handler, ServeItem);
+}
+
+TEST_F(Fake, BusNeedsNoJoiningUntilThatIsRequired) {
+    const TagMsgBlock message = MessageTo("nobody", "task");
+    const OsMsgEvent event{"iom_srv_task", 9, 0, nullptr};
+    EXPECT_EQ(OsMsgAsynSend(&message), 0U);
+    EXPECT_EQ(OsMsgBroadcastEvent(&event, 1), 0U);
+    kivo::fake::RequireAttach();
+    EXPECT_EQ(OsMsgAsynSend(&message), 0x80020004U);
+    EXPECT_EQ(OsMsgBroadcastEvent(&event, 1), 0x80020004U);
+    const auto journal = kivo::fake::Journal();
+    ASSERT_EQ(journal.size(), 2U);
+    EXPECT_EQ(journal[1].kind, Kind::kBroadcast);
+    EXPECT_EQ(journal[1].id, 9U);
+    EXPECT_EQ(journal[1].task, "iom_srv_task");
+}
+
+TEST_F(Fake, KilledProcessesThreadsEnd) {
+    kivo::fake::StartProcess([] {
+        g_steps.push_back("attached " + std::to_string(OsProcAttach("other")));
+        OsSleep(1000000);
+        g_steps.push_back("attached " + std::to_string(OsProcAttach("other")));
+    });
+    kivo::fake::Settle();
+    kivo::fake::KillProcess("other");
+    EXPECT_TRUE(kivo::fake::Finish(0));
+    EXPECT_EQ(g_steps, (std::vector<std::string>{"attached 0", "attached 2147614727"}));  // 0x80020007: no bus
+}
+
+TEST(FakeDeathTest, WaitWithoutAnEndAbortsWhileTimersRun) {
+    EXPECT_DEATH(
+        {
+            kivo::fake::Reset();
+            OsTmrManagerInit(1, 0, 0);
+            OsTimerParam timer{};
+            timer.mode = 1;
+            timer.period = 86400;
+            timer.repeat = 1;
+            timer.callback = NoteTimer;
+            OsTimerId id = 0;
+            OsTmrCreate(&timer, &id);
+            OsRwLockInit(&g_lock, 0);
+            OsRwLockRdLock(&g_lock);
+            OsRwLockWrLock(&g_lock);
+        },
+        "the test waits for ever while others run");
+}
+
+TEST(FakeDeathTest, KillingAnUnknownProcessAborts) {
+    EXPECT_DEATH(
+        {
+            kivo::fake::Reset();
+            kivo::fake::KillProcess("nobody");
+        },
+        "there is no process nobody");
 }
 
 }  // namespace

@@ -64,7 +64,8 @@ TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
     EXPECT_EQ(cmd.code, 2);
     EXPECT_EQ(
         cmd.output.out,
-        "{\"item\":\"a\",\"error\":{\"code\":\"invalid-argument\",\"text\":\"the cmd is longer than 127 bytes\"}}\n");
+        R"({"results":[{"item":"a","error":{"code":"invalid-argument","text":"the cmd is longer than 127 bytes"}}]})"
+        "\n");
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "state", std::string(32, 'n')}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", ""}).code, 2);
 }

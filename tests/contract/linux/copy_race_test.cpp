@@ -1,10 +1,6 @@
 // Copying a file that changes meanwhile, and one that does not fit.
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "kivo/os_file.h"
+#include "linux/file_size_limit.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -24,26 +21,6 @@ std::string Contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
-
-/// Files of this process cannot become larger than `bytes` while this lives.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &former_);
-        const rlimit limit{bytes, former_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &former_);
-        std::signal(SIGXFSZ, handler_);
-    }
-
-private:
-    rlimit former_{};
-    void (*handler_)(int);
-};
 
 }  // namespace
 
@@ -90,7 +67,7 @@ TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
 TEST(CopyLimit, AFailureRemovesAFileThatTheCallCreated) {
     const contract::TempDir dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
-    const FileSizeLimit limit(100000);
+    const contract::FileSizeLimit limit(100000);
     EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
     EXPECT_FALSE(fs::exists(dir / "dst"));
 }
@@ -99,7 +76,7 @@ TEST(CopyLimit, AFailureKeepsAFileThatWasThereBefore) {
     const contract::TempDir dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
     std::ofstream(dir / "dst") << "old";
-    const FileSizeLimit limit(100000);
+    const contract::FileSizeLimit limit(100000);
     EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
     EXPECT_TRUE(fs::exists(dir / "dst"));
 }

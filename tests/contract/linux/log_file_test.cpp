@@ -1,13 +1,9 @@
 // Log files on disk: rotation, reopening, and what happens when they cannot be written.
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "kivo/om_log_client.h"
+#include "linux/file_size_limit.h"
 #include "linux/log_reader.h"
 #include "platform_control.h"
 #include "thread_starter.h"
@@ -70,26 +67,6 @@ protected:
         const fs::directory_iterator files(contract::LogDirectory());
         return static_cast<size_t>(std::distance(begin(files), end(files)));
     }
-};
-
-/// Files of this process cannot become larger than `bytes` while this lives: the disk is full.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &former_);
-        const rlimit limit{bytes, former_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-    ~FullDisk() {
-        setrlimit(RLIMIT_FSIZE, &former_);
-        std::signal(SIGXFSZ, handler_);
-    }
-
-private:
-    rlimit former_{};
-    void (*handler_)(int);
 };
 
 }  // namespace
@@ -222,7 +199,7 @@ TEST_F(LogFileTest, LinesOfAFileThatCannotBeWrittenGoToStandardErrorUntilItCan) 
     Log(handle, 1);
     contract::StandardError error;
     {
-        const FullDisk disk(fs::file_size(Path()) + 10);  // room for a part of a line
+        const contract::FileSizeLimit disk(fs::file_size(Path()) + 10);  // room for a part of a line
         Log(handle, 2);
         Log(handle, 3);
     }

@@ -21,11 +21,6 @@ protected:
 
 }  // namespace
 
-TEST_F(Log, BeforeInitPassesTheZeroHandle) {
-    InspectModuleLog(1, "u", 2, 3, "text");
-    EXPECT_EQ(Last().handle, 0);
-}
-
 TEST_F(Log, InitNamesTheClientAndCreatesInspectLog) {
     EXPECT_EQ(InspectLogInit("om_inspect"), 0U);
     EXPECT_EQ(support::Steps(),

@@ -17,7 +17,7 @@ using support::Lines;
 class InspacetTaskPeer {
 public:
     static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id].taskId = id; }
-    static bool Holds(unsigned int id) { return InspacetTask::manager.m_tasks.count(id) != 0; }
+    static bool Holds(unsigned int id) { return InspacetTask::manager.m_tasks.contains(id); }
 };
 
 namespace {

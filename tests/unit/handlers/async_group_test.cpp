@@ -1,0 +1,109 @@
+// Asynchronous group requests: what starts a group, and what refuses it.
+#include <string>
+
+#include "handlers/group_run.h"
+#include "handlers/handlers.h"
+#include "support/alloc_failure.h"
+#include "support/group.h"
+#include "support/handler_call.h"
+#include "support/journal_text.h"
+#include "support/server_test.h"
+#include "task/inspacet_task.h"
+
+using kivo::fake::Kind;
+using support::Call;
+using support::Envelope;
+using support::GroupPayload;
+using support::Lines;
+
+namespace {
+
+class AsyncGroup : public support::ServerTest {
+protected:
+    void SetUp() override {
+        ServerTest::SetUp();
+        g_resultMgr.AddGroup({"unknown_group", "kivo_group_trace"});
+    }
+
+    static support::Reply Send(const std::string& payload) {
+        Envelope message(19, payload);
+        return Call(Inspect::ASyncDealGroup, message);
+    }
+
+    static std::string Stored(const std::string& name) {
+        tagKivoOmInspectionDataItem item{};
+        g_resultMgr.GetResultStatic(name, item);
+        return support::Show(item.result);
+    }
+
+    // Lets a group that runs come to its end.
+    static void StopAndFinish(uint32_t taskId) {
+        InspacetTask::StopTask(taskId, false);
+        EXPECT_TRUE(kivo::fake::Finish());
+    }
+};
+
+}  // namespace
+
+TEST_F(AsyncGroup, StartsAJobAndRepliesWithItsIdentifier) {
+    const support::Reply reply = Send(GroupPayload({"a"}));
+    EXPECT_EQ(reply.length, 4U);
+    EXPECT_GT(reply.Number(), 16U);
+    EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "event 8: unknown_group|running|unknown_group", "OsPthreadDetach",
+                                       "3 inspect_dealmsg 19: start group [" + std::to_string(reply.Number()) + "]"}));
+    StopAndFinish(reply.Number());
+}
+
+TEST_F(AsyncGroup, TheFirstTextThatNamesAMemberDecidesTheGroup) {
+    const support::Reply reply = Send(GroupPayload({"kivo_om_diag_msg", "other"}));
+    EXPECT_EQ(Stored("kivo_group_trace"), "kivo_group_trace|running|kivo_group_trace");
+    EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|init");
+    StopAndFinish(reply.Number());
+}
+
+TEST_F(AsyncGroup, WhileItRunsASecondIsRefusedAndTheFirstIsStoppedInTheTable) {
+    const uint32_t first = Send(GroupPayload({"a"})).Number();
+    kivo::fake::ClearJournal();
+    EXPECT_EQ(Send(GroupPayload({"b"})).Number(), 16U);
+    EXPECT_EQ(support::Steps(), Lines{});  // two runs counted, then one: nothing begins or ends, nothing is logged
+    EXPECT_EQ(Send(GroupPayload({"b"})).Number(), 16U);
+    StopAndFinish(first);
+    EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|unknown_group");
+    EXPECT_EQ(support::Events().back(), "event 9: 1");
+}
+
+TEST_F(AsyncGroup, AnotherGroupMayRunBesideIt) {
+    const uint32_t first = Send(GroupPayload({"a"})).Number();
+    const uint32_t second = Send(GroupPayload({"kivo_om_diag_log"})).Number();
+    EXPECT_EQ(second, first + 1);
+    StopAndFinish(first);
+    StopAndFinish(second);
+}
+
+TEST_F(AsyncGroup, WithoutAWorkerTheGroupIsStoppedAndTheReplyIs14) {
+    kivo::fake::Fail("OsPthreadCreate", 11);
+    EXPECT_EQ(Send(GroupPayload({"a"})).Number(), 14U);
+    EXPECT_EQ(support::Steps(),
+              (Lines{"event 9: 0", "event 8: unknown_group|running|unknown_group",
+                     "1 inspacetTask 16: createthread error", "event 8: unknown_group|success|unknown_group",
+                     "event 9: 1", "3 inspect_dealmsg 19: start group [14]"}));
+}
+
+TEST_F(AsyncGroup, APayloadOfTwoBytesIsIgnoredAndOneOfThreeIsTaken) {
+    EXPECT_TRUE(Send(std::string("a\0", 2)).Empty());
+    EXPECT_EQ(support::Steps(), Lines{});
+    const support::Reply reply = Send(std::string("a\0\0", 3));
+    EXPECT_GT(reply.Number(), 16U);
+    StopAndFinish(reply.Number());
+}
+
+TEST_F(AsyncGroup, ANullPayloadIsIgnored) {
+    Envelope message(19);
+    EXPECT_TRUE(Call(Inspect::ASyncDealGroup, message).Empty());
+}
+
+TEST_F(AsyncGroup, WithoutMemoryForTheReplyNothingStarts) {
+    const support::AllocFailure failure(support::AllocFailure::Kind::kNothrow, 4);
+    EXPECT_TRUE(Send(GroupPayload({"a"})).Empty());
+    EXPECT_EQ(support::Steps(), Lines{});
+}
