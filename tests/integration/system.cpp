@@ -68,7 +68,8 @@ System::System() {
         std::snprintf(subscription.dstTaskName, sizeof subscription.dstTaskName, "itest");
         EXPECT_EQ(OsMsgSubscribeEvent(&subscription, 1, 0), 0u);
     }
-    TakeEvents();
+    const std::lock_guard<std::mutex> lock(g_lock);
+    g_received.clear();
 }
 
 System::~System() {
@@ -121,10 +122,27 @@ bool System::EventuallyText(const std::string& item, const std::string& text) {
 std::vector<std::string> System::TakeEvents() {
     const std::lock_guard<std::mutex> lock(g_lock);
     std::vector<std::string> words;
-    for (const Received& event : g_received)
-        if (event.id == 8 || event.id == 9) words.push_back(Word(event));
-    g_received.clear();
+    std::erase_if(g_received, [&words](const Received& message) {
+        if (message.id != 8 && message.id != 9) return false;
+        words.push_back(Word(message));
+        return true;
+    });
     return words;
+}
+
+std::vector<unsigned char> System::AwaitMessage(uint32_t id) {
+    std::vector<unsigned char> payload;
+    EXPECT_TRUE(Eventually([&] {
+        const std::lock_guard<std::mutex> lock(g_lock);
+        const auto found = std::find_if(g_received.begin(), g_received.end(),
+                                        [id](const Received& message) { return message.id == id; });
+        if (found == g_received.end()) return false;
+        payload = found->data;
+        g_received.erase(found);
+        return true;
+    })) << "no message "
+        << id;
+    return payload;
 }
 
 bool System::EventuallyEvents(const std::vector<std::string>& expected) {

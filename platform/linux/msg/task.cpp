@@ -1,6 +1,7 @@
 // A task's object on the bus and its bounded queue.
 #include "msg/task.h"
 
+#include <bit>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -112,6 +113,8 @@ void Task::Push(std::unique_ptr<Incoming> message) {
 
 void Task::CountDrop(const std::string& source, uint32_t msgId) {
     ++dropped;
+    // Every loss is counted; the lines thin out, so that a flood does not become one of lines.
+    if (!std::has_single_bit(dropped)) return;
     Log(kLogWarning, "task %s: queue full, message %u from %s dropped (%llu so far)", name.c_str(), msgId,
         source.c_str(), static_cast<unsigned long long>(dropped));
 }

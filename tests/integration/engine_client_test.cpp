@@ -1,0 +1,261 @@
+// The engine client library against a server that this test plays itself.
+#include "kivo/om_inspect_engine_client.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kivo/os_msg.h"
+#include "support/child.h"
+#include "support/private_bus.h"
+
+namespace kivo::test {
+namespace {
+
+// Guards what the played server received: "id param payload", texts up to their NUL.
+std::mutex g_lock;
+std::vector<std::string> g_received;
+std::vector<std::string> g_replyTasks;
+
+uint32_t PlayServer(TagMsgBlock* msg) {
+    const std::lock_guard<std::mutex> lock(g_lock);
+    std::string payload(reinterpret_cast<const char*>(msg->data), msg->dataLen);
+    if (msg->msgId == 5) {
+        const char* record = payload.c_str();
+        payload = std::string(record) + " " + (record + 32) + "/" + (record + 64);
+    }
+    g_received.push_back(std::to_string(msg->msgId) + " " + std::to_string(msg->param) + " " + payload.c_str());
+    g_replyTasks.emplace_back(msg->replyTaskName);
+    return 0;
+}
+
+bool EventuallyReceived(const std::vector<std::string>& expected) {
+    const bool complete = Eventually([&] {
+        const std::lock_guard<std::mutex> lock(g_lock);
+        return g_received.size() >= expected.size();
+    });
+    const std::lock_guard<std::mutex> lock(g_lock);
+    EXPECT_EQ(g_received, expected);
+    g_received.clear();
+    return complete;
+}
+
+uint32_t Succeed(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
+    std::snprintf(result->status, sizeof result->status, "success");
+    std::snprintf(result->text, sizeof result->text, "%s got %s", itemName, request);
+    return 0;
+}
+
+uint32_t GiveUp(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* result) {
+    std::snprintf(result->status, sizeof result->status, "success");
+    return 1;
+}
+
+uint32_t Throw(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* /*result*/) {
+    throw std::runtime_error("a handler's own trouble");
+}
+
+InspectHandlerRecord Record(const std::string& name, InspectItemHandler handler, uint32_t timeout = 0) {
+    InspectHandlerRecord record{};
+    std::copy(name.begin(), name.end(), record.name);
+    record.handler = handler;
+    record.timeout = timeout;
+    return record;
+}
+
+// The payload of a run request.
+std::string RunRequest(const std::string& item, const std::string& text) {
+    std::string payload = item + std::string(32 - item.size(), '\0');
+    const auto length = static_cast<uint32_t>(text.size());
+    payload.append(reinterpret_cast<const char*>(&length), sizeof length);
+    return payload + text + '\0';
+}
+
+// Asks the client's task; the reply as "name status/text", or "N bytes" for one that is no record.
+std::string Ask(const std::string& payload, uint32_t id = 4) {
+    TagMsgBlock block{};
+    std::strcpy(block.dstProcName, "ominspect");
+    std::strcpy(block.dstTaskName, "items");
+    block.msgId = id;
+    block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(payload.data()));
+    block.dataLen = static_cast<uint32_t>(payload.size());
+    TagMsgBlock* resp = nullptr;
+    const uint32_t code = OsMsgSynSend(&block, &resp, 60000);
+    if (code != OS_MSG_OK) return OsMsgResultText(code);
+    std::string shown = std::to_string(resp->dataLen) + " bytes";
+    if (resp->dataLen == 192) {
+        const auto* record = reinterpret_cast<const char*>(resp->data);
+        shown = std::string(record) + " " + (record + 32) + "/" + (record + 64);
+    }
+    OsMsgSynRespFree(resp);
+    return shown;
+}
+
+// This process is at once the server and the owner of its items, as the real server is of its own.
+class EngineClient : public testing::Test {
+protected:
+    EngineClient() {
+        EXPECT_EQ(OsProcAttach("ominspect"), 0u);
+        OsTaskDescriptor server{};
+        std::strcpy(server.name, "iom_srv_task");
+        server.queueDepth = 64;
+        server.handler = PlayServer;
+        EXPECT_EQ(OsTaskCreate(&server), 0u);
+        EXPECT_EQ(InspectClientInit("items"), 0u);
+        g_received.clear();
+        g_replyTasks.clear();
+    }
+    ~EngineClient() override { OsProcDetach(); }
+
+    PrivateBus bus_;
+};
+
+TEST_F(EngineClient, RegistersItsItemsWithTheirTimeLimits) {
+    const InspectHandlerRecord records[] = {Record("first", Succeed, 1000), Record("second", Succeed)};
+    EXPECT_EQ(InspectRegHandler(records, 2), 0u);
+    EXPECT_TRUE(EventuallyReceived({"2 1000 first", "2 0 second"}));
+    EXPECT_EQ(g_replyTasks, (std::vector<std::string>{"items", "items"}));
+}
+
+TEST_F(EngineClient, AnswersARunWithWhatItsHandlerFilledIn) {
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(Ask(RunRequest("item", "{\"cmd\":\"go\"}")), "item success/item got {\"cmd\":\"go\"}");
+    EXPECT_EQ(Ask(RunRequest("item", "")), "item success/item got ");
+}
+
+TEST_F(EngineClient, AHandlerThatFailsOrThrowsIsAFailedRun) {
+    const InspectHandlerRecord records[] = {Record("gives_up", GiveUp), Record("throws", Throw)};
+    EXPECT_EQ(InspectRegHandler(records, 2), 0u);
+    EXPECT_EQ(Ask(RunRequest("gives_up", "{}")), "gives_up fail/run err");
+    EXPECT_EQ(Ask(RunRequest("throws", "{}")), "throws fail/run err");
+}
+
+TEST_F(EngineClient, ARunOfAnItemThatIsNotItsOwnIsNotSupported) {
+    EXPECT_EQ(Ask(RunRequest("stranger", "{}")), "stranger fail/no support");
+}
+
+TEST_F(EngineClient, AMalformedRunRequestIsAnsweredEmpty) {
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(Ask(""), "0 bytes");
+    EXPECT_EQ(Ask(std::string(36, '\0')), "0 bytes");
+    EXPECT_EQ(Ask(std::string(32, 'n') + RunRequest("item", "{}").substr(32)), "0 bytes");
+    std::string tooLong = RunRequest("item", "{}");
+    tooLong[32] = 3;  // says more than there is
+    EXPECT_EQ(Ask(tooLong), "0 bytes");
+    tooLong[35] = '\xff';
+    EXPECT_EQ(Ask(tooLong), "0 bytes");
+}
+
+TEST_F(EngineClient, ARegistrationWithABadRecordTakesNone) {
+    InspectHandlerRecord records[] = {Record("good", Succeed), Record("", Succeed)};
+    EXPECT_EQ(InspectRegHandler(records, 2), 0x80020002u);
+    records[1] = Record(std::string(32, 'n'), Succeed);
+    EXPECT_EQ(InspectRegHandler(records, 2), 0x80020002u);
+    records[1] = Record("no_handler", nullptr);
+    EXPECT_EQ(InspectRegHandler(records, 2), 0x80020002u);
+    EXPECT_EQ(InspectRegHandler(nullptr, 1), 0x80020002u);
+    EXPECT_EQ(Ask(RunRequest("good", "{}")), "good fail/no support");
+}
+
+TEST_F(EngineClient, AnItemRegisteredAgainGetsTheNewHandler) {
+    InspectHandlerRecord record = Record("item", GiveUp);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    record.handler = Succeed;
+    record.timeout = 7;
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(Ask(RunRequest("item", "x")), "item success/item got x");
+    EXPECT_TRUE(EventuallyReceived({"2 0 item", "2 7 item"}));
+}
+
+TEST_F(EngineClient, AnItemThatIsTakenBackIsUnregistered) {
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(InspectUnRegHandler("item"), 0u);
+    EXPECT_TRUE(EventuallyReceived({"2 0 item", "3 0 item"}));
+    EXPECT_EQ(Ask(RunRequest("item", "{}")), "item fail/no support");
+    EXPECT_EQ(InspectUnRegHandler("item"), 0x80020002u);
+    EXPECT_EQ(InspectUnRegHandler(nullptr), 0x80020002u);
+}
+
+TEST_F(EngineClient, ALateResultIsReported) {
+    tagKivoOmInspectionResult result{"item", "success", "late"};
+    EXPECT_EQ(InspectReportResult(&result), 0u);
+    EXPECT_TRUE(EventuallyReceived({"5 0 item success/late"}));
+    std::fill(std::begin(result.status), std::end(result.status), 's');
+    EXPECT_EQ(InspectReportResult(&result), 0x80020002u);
+    EXPECT_EQ(InspectReportResult(nullptr), 0x80020002u);
+}
+
+TEST_F(EngineClient, ItIsInitialisedOnce) {
+    EXPECT_EQ(InspectClientInit("items"), 0x80020005u);
+    EXPECT_EQ(InspectClientInit("others"), 0x80020005u);
+    EXPECT_EQ(InspectClientInit(nullptr), 0x80020002u);
+    EXPECT_EQ(InspectClientInit("a_name_too_long_"), 0x80020002u);
+}
+
+TEST_F(EngineClient, MessagesOfOtherIdsAreNotAnswered) {
+    TagMsgBlock block{};
+    std::strcpy(block.dstProcName, "ominspect");
+    std::strcpy(block.dstTaskName, "items");
+    block.msgId = 77;
+    TagMsgBlock* resp = nullptr;
+    EXPECT_EQ(OsMsgSynSend(&block, &resp, 100), 0x8002000bu);
+    EXPECT_EQ(resp, nullptr);
+}
+
+TEST(EngineClientOfAnotherProcess, AnswersRunRequestsOfTheServerOnly) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("not_server"), 0u);
+    ASSERT_EQ(InspectClientInit("items"), 0u);
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    const std::string payload = RunRequest("item", "{}");
+    TagMsgBlock block{};
+    std::strcpy(block.dstProcName, "not_server");
+    std::strcpy(block.dstTaskName, "items");
+    std::strcpy(block.srcProcName, "ominspect");  // a claim that the bus does not make
+    block.msgId = 4;
+    block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(payload.data()));
+    block.dataLen = static_cast<uint32_t>(payload.size());
+    TagMsgBlock* resp = nullptr;
+    EXPECT_EQ(OsMsgSynSend(&block, &resp, 60000), 0u);
+    ASSERT_NE(resp, nullptr);
+    EXPECT_EQ(resp->dataLen, 0u);
+    OsMsgSynRespFree(resp);
+    OsProcDetach();
+}
+
+TEST(EngineClientBeforeTheBus, SaysThatItIsNotAttached) {
+    EXPECT_EQ(InspectClientInit("items"), 0x80020004u);
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
+    const tagKivoOmInspectionResult result{"item", "success", ""};
+    EXPECT_EQ(InspectReportResult(&result), 0x80020004u);
+}
+
+TEST(InspectGetArgument, TakesTheCmdMemberOfTheRequest) {
+    char out[8] = "old";
+    EXPECT_EQ(InspectGetArgument(R"({"name":"n","cmd":"1234567"})", out, sizeof out), 0u);
+    EXPECT_STREQ(out, "1234567");
+    for (const char* request : {R"({"cmd":"12345678"})", R"({"cmd":5})", R"({"name":"n"})", "no JSON", ""}) {
+        std::strcpy(out, "old");
+        EXPECT_EQ(InspectGetArgument(request, out, sizeof out), 0x80020002u) << request;
+        EXPECT_STREQ(out, "") << request;
+    }
+    EXPECT_EQ(InspectGetArgument(nullptr, out, sizeof out), 0x80020002u);
+    EXPECT_EQ(InspectGetArgument("{}", nullptr, 8), 0x80020002u);
+    EXPECT_EQ(InspectGetArgument("{}", out, 0), 0x80020002u);
+}
+
+}  // namespace
+}  // namespace kivo::test
