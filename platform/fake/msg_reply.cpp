@@ -24,7 +24,7 @@ bool IsHandMade(const Process& process, const TagMsgBlock& message) {
 }
 
 auto FindOwed(Process& process, const TagMsgBlock& message) {
-    return message.msgType == 1 ? process.owed.find(TokenOf(message)) : process.owed.end();
+    return process.owed.find(TokenOf(message));
 }
 
 void RecordReply(const Lock& lock, const TagMsgBlock& message, const void* data, uint32_t dataLen) {

@@ -31,8 +31,8 @@ void Inspect::ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>&
         WriteReply(kRefused, reply);
         return;
     }
-    uint32_t answer =
-        InspacetTask::CreateTask([request = std::move(request)](TaskData& task) { RunGroup(request, task); }, false);
+    uint32_t answer = InspacetTask::StartJob(
+        [request = std::move(request)](TaskData& task) mutable { RunGroup(std::move(request), task); }, false);
     if (answer == 0) {
         g_resultMgr.StopGroup(groupName);
         answer = kNoWorker;

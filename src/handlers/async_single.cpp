@@ -39,7 +39,7 @@ void RunSingle(const std::string& requestJson, const InspectClientMsg& client) {
 void Inspect::ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
                               unsigned int& /*replyLen*/) {
     if (HasPayload(*msg)) {
-        (void)InspacetTask::CreateTask(
+        (void)InspacetTask::StartJob(
             [json = PayloadText(*msg), client = ClientOf(*msg)](TaskData& /*task*/) { RunSingle(json, client); }, true);
     }
 }

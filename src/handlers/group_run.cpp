@@ -11,6 +11,7 @@
 #include "kivo/os_bounds.h"
 #include "ominspect/messages.h"
 #include "result/result_mgr.h"
+#include "server/guard.h"
 #include "server/log.h"
 #include "server/send_result.h"
 #include "task/inspacet_task.h"
@@ -85,13 +86,16 @@ void Inspect::StopItem(const std::string& name) {
 }
 
 void Inspect::RunGroup(GroupRequest request, TaskData& task) {
-    sleep(1);
-    tagKivoOmInspectionGroupResult record{};
-    record.taskId = task.taskId;
-    RunItems(request.texts, record, task);
-    SendASyncResult(OM_INSPECT_MSG_RUN_GROUP, request.client, reinterpret_cast<const unsigned char*>(&record),
-                    sizeof(record));
-    AwaitStop(task);
+    // Whatever happens to the run, the group comes to rest.
+    RunGuarded(kLogUnit, "group run", [&request, &task] {
+        sleep(1);
+        tagKivoOmInspectionGroupResult record{};
+        record.taskId = task.taskId;
+        RunItems(request.texts, record, task);
+        SendASyncResult(OM_INSPECT_MSG_RUN_GROUP, request.client, reinterpret_cast<const unsigned char*>(&record),
+                        sizeof(record));
+        AwaitStop(task);
+    });
     g_resultMgr.StopGroup(request.groupName);
     for (const std::string& text : request.texts) {
         ResetItem(text);

@@ -93,8 +93,13 @@ unsigned int PipeliningMgr::GetInspectResult(tagKivoOmInspectionRequestMsg& requ
                                              tagKivoOmInspectionResult& result) {
     const FieldText name(request.name);
     InspectClientMsg owner;
-    if (!FindOwner(name.c_str(), owner)) {
-        return kNotRegistered;
+    try {
+        if (!FindOwner(name.c_str(), owner)) {
+            return kNotRegistered;
+        }
+    } catch (const std::bad_alloc&) {
+        INSPECT_ERROR("malloc error when run inspect %s %s %s", name.c_str(), "", "");
+        return kNoBuffer;
     }
 
     // The payload: head, request text, NUL.

@@ -16,9 +16,10 @@ constexpr LogUnit kLogUnit{"ResultMgr", 13};
 
 void ResultMgr::WaitResult(ResultData& data) {
     const FieldText name(data.result.name);
-    data.taskId = InspacetTask::CreateTask([this, item = std::string(name.View()), timeout = data.timeout](
-                                               TaskData& task) { AwaitTimeLimit(item, timeout, task); },
-                                           true);
+    data.taskId =
+        InspacetTask::StartJob([this, name, timeout = data.timeout](
+                                   TaskData& task) { AwaitTimeLimit(std::string(name.View()), timeout, task); },
+                               true);
     if (data.taskId == 0) {
         data.result = MakeResult(name.c_str(), "fail", "wait err");
         INSPECT_INFO("create thread err[%s]", name.c_str());

@@ -31,21 +31,24 @@ unsigned int InspacetTask::Register(const std::function<void(TaskData&)>& func, 
     return counter;
 }
 
+unsigned int InspacetTask::Refused() {
+    INSPECT_ERROR("createthread error");
+    return 0;
+}
+
 unsigned int InspacetTask::CreateTask(const std::function<void(TaskData&)>& func, bool forceOnly) {
     static auto counter = static_cast<unsigned int>(OsGetSystemTime());  // its low 32 bits
     unsigned int taskId = 0;
     try {
         taskId = manager.Register(func, forceOnly, counter);
     } catch (const std::bad_alloc&) {
-        INSPECT_ERROR("createthread error");
-        return 0;
+        return Refused();
     }
     OsThread thread{};
     void* const argument = reinterpret_cast<void*>(static_cast<std::uintptr_t>(taskId));  // NOLINT: a number
     if (OsPthreadCreate(&thread, nullptr, ThreadFunc, argument) != 0) {
         RemoveTask(taskId);
-        INSPECT_ERROR("createthread error");
-        return 0;
+        return Refused();
     }
     (void)OsPthreadDetach(thread);
     return taskId;

@@ -8,6 +8,8 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <new>
+#include <utility>
 
 /// One live job. Owned by the task table; the body gets it by reference and must not keep it beyond its return.
 struct TaskData {
@@ -23,6 +25,16 @@ public:
     /// Starts `func` (copied) on a detached thread. Its identifier, always above 16; 0 when there is no thread or
     /// no memory for it.
     static unsigned int CreateTask(const std::function<void(TaskData&)>& func, bool forceOnly);
+
+    /// The same for a callable that is yet to be wrapped: 0 also when there is no memory for that.
+    template <typename Job>
+    static unsigned int StartJob(Job&& job, bool forceOnly) {
+        try {
+            return CreateTask(std::forward<Job>(job), forceOnly);
+        } catch (const std::bad_alloc&) {
+            return Refused();
+        }
+    }
 
     /// Entry of a job's thread; `arg` is the job's identifier itself. Returns null.
     static void* ThreadFunc(void* arg) noexcept;
@@ -41,6 +53,9 @@ private:
     friend class InspacetTaskPeer;  // lets the unit tests occupy an identifier
 
     InspacetTask() = default;
+
+    // Says that there is no job, and gives the identifier of none.
+    static unsigned int Refused();
 
     unsigned int Register(const std::function<void(TaskData&)>& func, bool forceOnly, unsigned int& counter);
 

@@ -89,6 +89,24 @@ TEST_F(AsyncGroup, WithoutAWorkerTheGroupIsStoppedAndTheReplyIs14) {
                      "event 9: 1", "3 inspect_dealmsg 19: start group [14]"}));
 }
 
+TEST_F(AsyncGroup, WithoutMemoryForTheJobTheGroupIsStoppedAndTheReplyIs14) {
+    // The callable does not fit into std::function itself: its block is the first of its size.
+    const support::AllocFailure failure(
+        support::AllocFailure::Kind::kThrowing,
+        sizeof(std::vector<std::string>) + sizeof(InspectClientMsg) + sizeof(std::string));
+    EXPECT_EQ(Send(GroupPayload({"a"})).Number(), 14U);
+    EXPECT_TRUE(failure.Happened());
+    EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|unknown_group");
+    EXPECT_EQ(support::Events().back(), "event 9: 1");
+}
+
+TEST_F(AsyncGroup, OneThatTheTableDoesNotKnowMayStartToo) {
+    g_resultMgr.DelItem("unknown_group");
+    const uint32_t first = Send(GroupPayload({"a"})).Number();
+    EXPECT_GT(first, 16U);
+    StopAndFinish(first);
+}
+
 TEST_F(AsyncGroup, APayloadOfTwoBytesIsIgnoredAndOneOfThreeIsTaken) {
     EXPECT_TRUE(Send(std::string("a\0", 2)).Empty());
     EXPECT_EQ(support::Steps(), Lines{});

@@ -5,6 +5,7 @@
 #include "support/handler_call.h"
 #include "support/journal_text.h"
 #include "support/server_test.h"
+#include "task/inspacet_task.h"
 
 using kivo::fake::Kind;
 using support::Call;
@@ -138,6 +139,7 @@ TEST_F(AsyncSingle, AStopWithoutForceDoesNotReachIt) {
     stop.Param(firstId);
     EXPECT_EQ(Call(Inspect::SyncDealStopGroup, stop).Number(), 1U);
     Report("success", "");
+    EXPECT_EQ(InspacetTask::StopTask(firstId, true), 0U);  // it was there
 }
 
 TEST_F(AsyncSingle, AMissingPayloadStartsNothing) {

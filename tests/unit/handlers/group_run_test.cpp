@@ -166,6 +166,27 @@ TEST_F(GroupRun, Of40TextsTheFirst32Run) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 ResultMgr 13: Get Result fail, name [item31]"), 1);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 ResultMgr 13: Get Result fail, name [item32]"), 0);
     EXPECT_EQ(Stop(taskId), 0U);
+    kivo::fake::Pass(1);
+    // What did not run is not reset either.
+    const Lines all = support::LogLines();
+    EXPECT_EQ(std::count_if(all.begin(), all.end(),
+                            [](const std::string& line) {
+                                return line.rfind("1 inspect_dealmsg 19: group task set : item", 0) == 0;
+                            }),
+              32);
+}
+
+TEST_F(GroupRun, AStopWhileItsFirstItemIsAskedForRunsNoSecond) {
+    AddItem("slow");
+    AddItem("second");
+    support::OwnerAnswers("success", "took its time", 5000);
+    const uint32_t taskId = Start({"slow", "second"});
+    kivo::fake::Pass(3);
+    EXPECT_EQ(Stop(taskId), 0U);
+    kivo::fake::Pass(10);
+    EXPECT_EQ(AskedWith("go"), (Lines{"slow"}));
+    ASSERT_EQ(Records().size(), 1U);
+    EXPECT_EQ(Record(Records()[0]).count, 2U);
 }
 
 TEST_F(GroupRun, StartsAfterOneSecond) {

@@ -37,6 +37,10 @@ TEST(JsonGetValue, CopiesTheStringMember) {
     EXPECT_EQ(Get(R"({"name":"item","cmd":"go"})", "cmd"), (Got{0, "go"}));
 }
 
+TEST(JsonGetValue, DoesNotTellCapitalsFromSmallLetters) {
+    EXPECT_EQ(Get(R"({"NAME":"item"})", "name"), (Got{0, "item"}));
+}
+
 TEST(JsonGetValue, CopiesAnEmptyString) {
     EXPECT_EQ(Get(R"({"name":""})", "name"), (Got{0, ""}));
 }

@@ -36,6 +36,21 @@ TEST(Payload, NameWithoutNulEndsWithThePayload) {
     EXPECT_EQ(PayloadName(*message.Get()), "abc");
 }
 
+TEST(Payload, TextsEndAtTheFirstEmptyOne) {
+    using Texts = std::vector<std::string>;
+    EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0bc\0\0"sv).Get()), (Texts{"a", "bc"}));
+    EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0\0b\0\0"sv).Get()), Texts{"a"});
+    EXPECT_EQ(PayloadTexts(*Envelope(0, "\0\0\0"sv).Get()), Texts{});
+}
+
+TEST(Payload, TheLastTextMayLackItsNul) {
+    using Texts = std::vector<std::string>;
+    EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0"sv).Get()), Texts{"a"});
+    Envelope message(0, "a\0bcdef"sv);
+    message.Get()->dataLen = 4;
+    EXPECT_EQ(PayloadTexts(*message.Get()), (Texts{"a", "bc"}));
+}
+
 TEST(Payload, ClientIsTheSendersProcessAndReplyTask) {
     const InspectClientMsg client = ClientOf(*Envelope(0).From("proc", "task", "reply").Get());
     EXPECT_EQ(client.procName, "proc");
