@@ -5,7 +5,7 @@
  * entry function, and a handler that its message loop calls once per message. Messages are addressed by
  * process and task name; a synchronous one is answered by the receiving handler with OsMsgSynSendResp.
  *
- * Names are texts of 1 to 15 bytes. A payload is at most OS_MSG_MAX_PAYLOAD bytes.
+ * Names are UTF-8 texts of 1 to 15 bytes. A payload is at most OS_MSG_MAX_PAYLOAD bytes.
  * Results are OS_MSG_OK or one of the OS_MSG_ERR codes. Every function may be called from any thread unless it
  * says otherwise. On Linux the bus is D-Bus (https://dbus.freedesktop.org/doc/dbus-specification.html); the
  * mapping is written down in docs/wire-format.md.
@@ -129,8 +129,9 @@ uint32_t OsTaskCreate(const struct OsTaskDescriptor* task);
  * messages before the name is on the bus. Returns the first failure, NO_BUS if the bus went away, else OK. */
 uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, uint32_t count);
 
-/* Runs the message loop of a task of this process on the calling thread; one thread per task. Returns OK
- * once the process detaches, NO_BUS when the bus went away, NO_TASK for a name that is no task's. */
+/* Runs the message loop of a task of this process on the calling thread; one thread per task (another gets NAME_TAKEN).
+ * Returns OK once the process detaches, NO_BUS when the bus went away, NOT_ATTACHED before the process joined, NO_TASK
+ * for a name that is no task's. */
 uint32_t OsMsgTaskRoutineByName(const char* taskName);
 
 /* ---- messages ---- */
@@ -138,7 +139,8 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName);
 /* Sends and waits at most `timeoutMs` milliseconds for the reply, which goes to *resp: an envelope whose data
  * and dataLen are the reply's payload (null and 0 for an empty one). The caller owns it and frees it with
  * OsMsgSynRespFree. Fails at once when the destination is absent, dies, has no such task or a full queue.
- * On failure *resp is null. Any number of threads may wait at the same time. */
+ * On failure *resp is null. Any number of threads may wait at the same time. A limit of 0 sends and does not wait. A
+ * thread that runs no task has the empty source task name. */
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs);
 
 /* Frees a reply; null is ignored. */
@@ -149,7 +151,8 @@ uint32_t OsMsgAsynSend(const struct TagMsgBlock* msg);
 
 /* Answers a synchronous message; the payload (null and 0 for an empty reply) is copied. While the handler
  * runs, any thread may call it with the message or with a copy of its envelope. One answer per message:
- * a second one is NO_REQUEST, as is one to a sender that has left. */
+ * a second one is NO_REQUEST, as is one to a sender that has left. After PARAM and TOO_LARGE the reply is still owed.
+ */
 uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen);
 
 /* Keeps the owed reply open after the handler returns, for an answer from elsewhere with a copy of the
@@ -160,7 +163,8 @@ uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg);
 
 /* ---- events ---- */
 
-/* Sends an event to all who subscribed to it. `scope` must be 1: the whole device. NO_TASK: the sending task
+/* Sends an event to all who subscribed to it. `scope` must be 1: the whole device. An event with the id of a process
+ * restart is not taken for one. NO_TASK: the sending task
  * is none of this process. */
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope);
 

@@ -39,6 +39,21 @@ std::string Word(const Received& event) {
     return Text(result);
 }
 
+Received Await(uint32_t id) {
+    Received message{};
+    EXPECT_TRUE(Eventually([&] {
+        const std::lock_guard<std::mutex> lock(g_lock);
+        const auto found = std::find_if(g_received.begin(), g_received.end(),
+                                        [id](const Received& candidate) { return candidate.id == id; });
+        if (found == g_received.end()) return false;
+        message = *found;
+        g_received.erase(found);
+        return true;
+    })) << "no message "
+        << id;
+    return message;
+}
+
 }  // namespace
 
 std::string Text(const tagKivoOmInspectionResult& result) {
@@ -131,18 +146,11 @@ std::vector<std::string> System::TakeEvents() {
 }
 
 std::vector<unsigned char> System::AwaitMessage(uint32_t id) {
-    std::vector<unsigned char> payload;
-    EXPECT_TRUE(Eventually([&] {
-        const std::lock_guard<std::mutex> lock(g_lock);
-        const auto found = std::find_if(g_received.begin(), g_received.end(),
-                                        [id](const Received& message) { return message.id == id; });
-        if (found == g_received.end()) return false;
-        payload = found->data;
-        g_received.erase(found);
-        return true;
-    })) << "no message "
-        << id;
-    return payload;
+    return Await(id).data;
+}
+
+std::string System::AwaitSender(uint32_t id) {
+    return Await(id).process;
 }
 
 bool System::EventuallyEvents(const std::vector<std::string>& expected) {

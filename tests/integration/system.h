@@ -60,8 +60,9 @@ protected:
     static std::vector<std::string> TakeEvents();
     static bool EventuallyEvents(const std::vector<std::string>& expected);
 
-    // The payload of the next message of this id to this program; empty when none comes.
+    // The next message of this id to this program: its payload, or its sender's process name.
     static std::vector<unsigned char> AwaitMessage(uint32_t id);
+    static std::string AwaitSender(uint32_t id);
 
     PrivateBus bus_;
 };

@@ -28,6 +28,7 @@ struct Item {
 struct Client {
     std::mutex lock;                    // guards the fields below; not held while a handler runs
     std::string name;                   // empty until initialised
+    bool following = false;             // the server's restarts are told to the client's task
     std::map<std::string, Item> items;  // what this process owns, by item name
 };
 
@@ -126,7 +127,8 @@ void AnswerRun(const TagMsgBlock& msg) {
 
 uint32_t HandleMessage(TagMsgBlock* msg) {
     return Guarded([&] {
-        if (msg->msgId == OS_MSG_EVENT_PROC_RESTART) {
+        const bool ofServer = std::string_view(msg->srcProcName) == OM_INSPECT_PROC_NAME;
+        if (msg->msgId == OS_MSG_EVENT_PROC_RESTART && msg->msgType != 1 && ofServer) {
             RegisterAll();
         } else if (msg->msgId == OM_INSPECT_MSG_OWNER_RUN) {
             AnswerRun(*msg);
@@ -162,13 +164,14 @@ uint32_t InspectClientInit(const char* clientName) {
         const std::lock_guard<std::mutex> lock(client.lock);
         if (!client.name.empty() && client.name != clientName) return OS_MSG_ERR_ATTACHED;
         const uint32_t created = OsTaskCreate(&task);
-        if (created != OS_MSG_OK) {
-            const bool initialised = created == OS_MSG_ERR_NAME_TAKEN && client.name == clientName;
-            return initialised ? OS_MSG_ERR_ATTACHED : created;
-        }
+        const bool again = created == OS_MSG_ERR_NAME_TAKEN && client.name == clientName;
+        if (again && client.following) return OS_MSG_ERR_ATTACHED;
+        if (created != OS_MSG_OK && !again) return created;
         client.name = clientName;
         client.items.clear();  // those of an earlier stay on the bus
-        return FollowServer(clientName);
+        const uint32_t followed = FollowServer(clientName);
+        client.following = followed == OS_MSG_OK;
+        return followed;
     });
 }
 
@@ -193,8 +196,12 @@ uint32_t InspectUnRegHandler(const char* itemName) {
         if (itemName == nullptr) return OS_MSG_ERR_PARAM;
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
-        if (client.items.erase(itemName) == 0) return OS_MSG_ERR_PARAM;
-        return SendToServer(OM_INSPECT_MSG_UNREGISTER, 0, client.name, itemName, std::strlen(itemName) + 1);
+        const auto item = client.items.find(itemName);
+        if (item == client.items.end()) return OS_MSG_ERR_PARAM;
+        const uint32_t sent =
+            SendToServer(OM_INSPECT_MSG_UNREGISTER, 0, client.name, itemName, std::strlen(itemName) + 1);
+        if (sent == OS_MSG_OK) client.items.erase(item);
+        return sent;
     });
 }
 

@@ -63,9 +63,9 @@ uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std
 
 uint32_t SubscribeToSource(Process& process, const std::string& proc, const std::string& task, uint32_t eventId,
                            const std::shared_ptr<Task>& receiver) {
-    const auto [entry, isNew] = process.events.try_emplace({proc, task});
+    const auto entry = process.events.try_emplace({proc, task}).first;
     EventSource& source = entry->second;
-    if (isNew) {
+    if (!source.match) {
         sd_bus_slot* slot = nullptr;
         const int matched =
             sd_bus_match_signal(process.bus.get(), &slot, BusNameOf(proc).c_str(), PathOf(task).c_str(), kInterface,

@@ -12,13 +12,11 @@ struct HandleDeleter {
     void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
     void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
-    void operator()(sd_bus_track* track) const { sd_bus_track_unref(track); }
 };
 
 using BusPtr = std::unique_ptr<sd_bus, HandleDeleter>;
 using MessagePtr = std::unique_ptr<sd_bus_message, HandleDeleter>;
 using SlotPtr = std::unique_ptr<sd_bus_slot, HandleDeleter>;
-using TrackPtr = std::unique_ptr<sd_bus_track, HandleDeleter>;
 
 // An error that sd-bus fills.
 class BusError {

@@ -30,6 +30,9 @@ void Log(uint32_t level, const char* format, ...) {
     va_start(args, format);
     std::vsnprintf(line.data(), line.size(), format, args);
     va_end(args);
+    // One line, whatever texts of peers it holds.
+    for (char& byte : line)
+        if (byte != '\0' && (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f)) byte = '?';
     g_log.load()(line.data());
 }
 

@@ -23,14 +23,25 @@ void SetToken(TagMsgBlock& block, uint64_t token) {
     std::memcpy(block.reserved4, &token, sizeof token);
 }
 
-void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& message) {
-    const uint64_t token = message.call ? ++process.lastToken : 0;
-    if (token != 0) {
-        process.owed.emplace(token, OwedReply{std::move(message.call), false});
-        SetToken(message.block, token);
+// The token of the reply that is owed for a message; 0 when it wants none, or its sender has left meanwhile.
+uint64_t Owe(Process& process, Incoming& message) {
+    if (!message.reply) return 0;
+    const char* sender = sd_bus_message_get_destination(message.reply.get());
+    if (sender == nullptr || !process.peers.Follows(sender)) {
+        message.reply.reset();
+        return 0;
     }
+    const uint64_t token = ++process.lastToken;
+    process.owed.emplace(token, OwedReply{std::move(message.reply), false});
+    return token;
+}
+
+void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& message) {
+    const uint64_t token = Owe(process, message);
+    SetToken(message.block, token);
+    WriteName(message.block.dstProcName, process.name);
     lock.unlock();
-    const uint32_t result = task.handler(&message.block);
+    const uint32_t result = Guarded([&] { return task.handler(&message.block); });
     if (result != 0)
         Log(kLogInfo, "task %s: message %u was answered with %u by its handler", task.name.c_str(), message.block.msgId,
             result);
@@ -39,11 +50,39 @@ void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& me
     if (owed != process.owed.end() && !owed->second.deferred) process.owed.erase(owed);
 }
 
-MessagePtr MakeReply(sd_bus_message* call, const void* data, uint32_t dataLen) {
-    sd_bus_message* raw = nullptr;
-    if (sd_bus_message_new_method_return(call, &raw) < 0) return nullptr;
-    MessagePtr reply(raw);
-    return sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, data, dataLen) >= 0 ? std::move(reply) : nullptr;
+// Nobody runs the loop any more, however it ended.
+class LoopEnd {
+public:
+    explicit LoopEnd(Task& task) : task_(task) {}
+    ~LoopEnd() {
+        task_.loop = nullptr;
+        task_.looping = false;
+    }
+    LoopEnd(const LoopEnd&) = delete;
+    LoopEnd& operator=(const LoopEnd&) = delete;
+    LoopEnd(LoopEnd&&) = delete;
+    LoopEnd& operator=(LoopEnd&&) = delete;
+
+private:
+    Task& task_;
+};
+
+// Runs the loop of a task that nobody else runs.
+void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
+    const Inside inside(process);
+    const Borrowed borrowed;
+    const LoopEnd end(task);
+    const std::string before = std::exchange(CurrentTaskName(), task.name);
+    const auto done = [&] { return task.HasMessage() || process.standing != Standing::kAttached; };
+    for (;;) {
+        task.loop = &me;
+        process.reader.Wait(lock, me, Reader::Rank::kTask, std::nullopt, done);
+        task.loop = nullptr;
+        if (process.standing != Standing::kAttached) break;
+        const std::unique_ptr<Incoming> message = task.Take();
+        Handle(process, lock, task, *message);
+    }
+    CurrentTaskName() = before;
 }
 
 }  // namespace
@@ -59,20 +98,7 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName) {
         const std::shared_ptr<Task> task = process.FindTask(taskName);
         if (!task) return OS_MSG_ERR_NO_TASK;
         if (std::exchange(task->looping, true)) return OS_MSG_ERR_NAME_TAKEN;
-        CurrentTaskName() = task->name;
-        {
-            const Inside inside(process);
-            const auto done = [&] { return task->HasMessage() || process.standing != Standing::kAttached; };
-            for (;;) {
-                task->loop = &me;
-                process.reader.Wait(lock, me, Reader::Rank::kTask, std::nullopt, done);
-                task->loop = nullptr;
-                if (process.standing != Standing::kAttached) break;
-                const std::unique_ptr<Incoming> message = task->Take();
-                Handle(process, lock, *task, *message);
-            }
-        }
-        task->looping = false;
+        Serve(process, lock, *task, me);
         return process.standing == Standing::kLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
     });
 }
@@ -83,16 +109,17 @@ uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint3
         if (dataLen > OS_MSG_MAX_PAYLOAD) return OS_MSG_ERR_TOO_LARGE;
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
+        // A handler may still answer while the process is about to leave.
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK) return unusable;
+        if (unusable != OS_MSG_OK && process.standing != Standing::kStopping) return unusable;
         const auto owed = process.owed.find(TokenOf(*msg));
         if (owed == process.owed.end()) return OS_MSG_ERR_NO_REQUEST;
-        const MessagePtr reply = MakeReply(owed->second.call.get(), data, dataLen);
-        if (!reply) return OS_MSG_ERR_NO_MEMORY;
-        const int sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
-        if (sent < 0) return ResultOf(sent);
+        const MessagePtr reply = std::move(owed->second.reply);
         if (owed->second.deferred) --process.deferredCount;
         process.owed.erase(owed);
+        int sent = sd_bus_message_append_array(reply.get(), SD_BUS_TYPE_BYTE, data, dataLen);
+        if (sent >= 0) sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
+        if (sent < 0) return ResultOf(sent);
         process.KickIfUnsent();
         return OS_MSG_OK;
     });

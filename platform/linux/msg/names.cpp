@@ -96,7 +96,9 @@ std::string BusNameOf(const std::string& procName) {
 std::string ProcNameOf(const char* busName) {
     const size_t prefix = std::strlen(kProcPrefix);
     if (std::strncmp(busName, kProcPrefix, prefix) != 0) return {};
-    return Decode("/", (std::string("/") + (busName + prefix)).c_str());
+    const std::string name = Decode("/", (std::string("/") + (busName + prefix)).c_str());
+    // Escaping more than needed would give a second bus name to the same process name: nobody may pass by it.
+    return !name.empty() && BusNameOf(name) == busName ? name : std::string();
 }
 
 std::string PathOf(const std::string& taskName) {
@@ -104,7 +106,8 @@ std::string PathOf(const std::string& taskName) {
 }
 
 std::string TaskNameOf(const char* path) {
-    return Decode(kTaskPrefix, path);
+    const std::string name = Decode(kTaskPrefix, path);
+    return !name.empty() && PathOf(name) == path ? name : std::string();
 }
 
 }  // namespace kivo::msg

@@ -1,9 +1,9 @@
 // Who is who on the bus, as the bus daemon tells it.
 #include "msg/peers.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <new>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,6 +16,18 @@ namespace {
 constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
 constexpr uint64_t kAskTimeout = 5'000'000;  // microseconds
+
+// sd-bus compares a signal's sender with a match only where both are of one kind; and any connection may send a signal
+// straight to this one. So the word of the daemon is known by its name alone, which nobody else can have.
+bool IsFromDaemon(sd_bus_message* message) {
+    const char* sender = sd_bus_message_get_sender(message);
+    return sender != nullptr && std::string_view(sender) == kDaemon;
+}
+
+std::string NameOwnerRule() {
+    return std::string("type='signal',sender='") + kDaemon + "',path='" + kDaemonPath + "',interface='" + kDaemon +
+           "',member='NameOwnerChanged'";
+}
 
 // One question to the bus daemon with one text as argument; null when it is refused.
 MessagePtr Ask(sd_bus* bus, const char* method, const char* argument) {
@@ -35,9 +47,7 @@ int Peers::Start(sd_bus* bus, Appeared appeared, Left left) {
     bus_ = bus;
     appeared_ = std::move(appeared);
     left_ = std::move(left);
-    const std::string rule = std::string("type='signal',sender='") + kDaemon + "',path='" + kDaemonPath +
-                             "',interface='" + kDaemon + "',member='NameOwnerChanged',arg0namespace='" +
-                             kProcNamespace + "'";
+    const std::string rule = NameOwnerRule() + ",arg0namespace='" + kProcNamespace + "'";
     sd_bus_slot* slot = nullptr;
     const int matched = sd_bus_add_match(bus, &slot, rule.c_str(), OnNameOwnerChanged, this);
     if (matched < 0) return matched;
@@ -74,19 +84,21 @@ void Peers::Clear() {
 
 Identity Peers::Identify(sd_bus_message* message) {
     const char* connection = sd_bus_message_get_sender(message);
-    if (connection == nullptr) return {"", UINT32_MAX};
-    Identity identity{ProcessOf(connection), UINT32_MAX};
+    if (connection == nullptr) return {"", UINT32_MAX, false};
+    Identity identity{ProcessOf(connection), UINT32_MAX, false};
     const auto known = senders_.find(connection);
     if (known != senders_.end()) {
         identity.uid = known->second.uid;
+        identity.followed = true;
         return identity;
     }
-    identity.uid = AskUid(connection);
-    if (identity.uid == UINT32_MAX) return identity;
-    Sender sender{identity.uid, nullptr};
-    if (identity.procName.empty()) sender.track = Track(connection);
-    // Remembered only where its end will be noticed.
-    if (sender.track || !identity.procName.empty()) senders_.emplace(connection, std::move(sender));
+    Sender sender;
+    // Watched before it is asked for: it cannot leave unnoticed in between.
+    if (identity.procName.empty()) sender.watch = Watch(connection);
+    sender.uid = AskUid(connection);
+    identity.uid = sender.uid;
+    identity.followed = sender.uid != UINT32_MAX && (sender.watch || !identity.procName.empty());
+    if (identity.followed) senders_.emplace(connection, std::move(sender));
     return identity;
 }
 
@@ -99,7 +111,7 @@ int Peers::OnNameOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*
     const char* name = nullptr;
     const char* oldOwner = nullptr;
     const char* newOwner = nullptr;
-    if (sd_bus_message_read(message, "sss", &name, &oldOwner, &newOwner) < 0) return 0;
+    if (!IsFromDaemon(message) || sd_bus_message_read(message, "sss", &name, &oldOwner, &newOwner) < 0) return 0;
     try {
         static_cast<Peers*>(self)->Change(name, oldOwner, newOwner);
     } catch (const std::bad_alloc&) {
@@ -119,9 +131,9 @@ void Peers::Change(const std::string& busName, const std::string& oldOwner, cons
     if (newOwner.empty()) return;
     const bool isNew = present_.insert(procName).second;
     processes_.emplace(newOwner, procName);
-    // A sender that was tracked while it had no name is followed through its name from now on.
+    // A sender that was watched while it had no name is followed through its name from now on.
     const auto sender = senders_.find(newOwner);
-    if (sender != senders_.end()) sender->second.track.reset();
+    if (sender != senders_.end()) sender->second.watch.reset();
     if (isNew) appeared_(procName);
 }
 
@@ -137,20 +149,24 @@ uint32_t Peers::AskUid(const char* connection) {
     return uid;
 }
 
-TrackPtr Peers::Track(const char* connection) {
-    sd_bus_track* raw = nullptr;
-    if (sd_bus_track_new(bus_, &raw, OnSenderLeft, this) < 0) return nullptr;
-    TrackPtr track(raw);
-    return sd_bus_track_add_name(raw, connection) >= 0 ? std::move(track) : nullptr;
+SlotPtr Peers::Watch(const char* connection) {
+    const std::string rule = NameOwnerRule() + ",arg0='" + connection + "'";
+    sd_bus_slot* slot = nullptr;
+    if (sd_bus_add_match(bus_, &slot, rule.c_str(), OnSenderLeft, this) < 0) return nullptr;
+    return SlotPtr(slot);
 }
 
-int Peers::OnSenderLeft(sd_bus_track* track, void* self) {
+int Peers::OnSenderLeft(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
     auto* peers = static_cast<Peers*>(self);
-    const auto gone = std::find_if(peers->senders_.begin(), peers->senders_.end(),
-                                   [track](const auto& entry) { return entry.second.track.get() == track; });
-    if (gone == peers->senders_.end()) return 0;
-    auto entry = peers->senders_.extract(gone);
-    peers->left_(entry.key());
+    const char* connection = nullptr;
+    if (!IsFromDaemon(message) || sd_bus_message_read(message, "s", &connection) < 0) return 0;
+    try {
+        // The watch that called goes with the entry, once this function has returned.
+        const auto entry = peers->senders_.extract(connection);
+        if (!entry.empty()) peers->left_(entry.key());
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
     return 0;
 }
 

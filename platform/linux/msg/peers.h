@@ -17,6 +17,7 @@ namespace kivo::msg {
 struct Identity {
     std::string procName;  // empty: it has no process name
     uint32_t uid;          // UINT32_MAX: it had left before it could be asked for
+    bool followed;         // its end will be noticed
 };
 
 // Follows which connection owns which process name (NameOwnerChanged), and asks the bus once per sender for its user
@@ -39,21 +40,24 @@ public:
     // May block for one round trip to the bus daemon, for a sender's first message.
     Identity Identify(sd_bus_message* message);
 
+    // Whether a sender that was identified is still there.
+    bool Follows(const std::string& connection) const { return senders_.contains(connection); }
+
     // The name of the process that a connection is; empty for none.
     std::string ProcessOf(const std::string& connection) const;
 
 private:
     struct Sender {
         uint32_t uid = UINT32_MAX;
-        TrackPtr track;  // tells when a sender without a process name leaves
+        SlotPtr watch;  // tells when a sender without a process name leaves
     };
 
     static int OnNameOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int OnSenderLeft(sd_bus_track* track, void* self);
+    static int OnSenderLeft(sd_bus_message* message, void* self, sd_bus_error* error);
     void Change(const std::string& busName, const std::string& oldOwner, const std::string& newOwner);
     void Forget(const std::string& connection);
     uint32_t AskUid(const char* connection);
-    TrackPtr Track(const char* connection);
+    SlotPtr Watch(const char* connection);
 
     sd_bus* bus_ = nullptr;
     Appeared appeared_;

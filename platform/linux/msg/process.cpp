@@ -19,18 +19,23 @@ namespace {
 // For a signal handler, which must not run into the making of TheProcess.
 std::atomic<Reader*> g_reader{nullptr};
 
+// KIVO_BUS_ADDRESS, else the system bus where its clients look for it.
+const char* BusAddress() {
+    for (const char* variable : {"KIVO_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"}) {
+        const char* address = std::getenv(variable);
+        if (address != nullptr && *address != '\0') return address;
+    }
+    return "unix:path=/run/dbus/system_bus_socket";
+}
+
 int OpenBus(BusPtr& bus) {
     sd_bus* raw = nullptr;
-    const char* address = std::getenv("KIVO_BUS_ADDRESS");
-    if (address == nullptr || *address == '\0') {
-        const int opened = sd_bus_open_system(&raw);
-        bus.reset(raw);
-        return opened;
-    }
     int result = sd_bus_new(&raw);
     bus.reset(raw);
-    if (result >= 0) result = sd_bus_set_address(raw, address);
+    if (result >= 0) result = sd_bus_set_address(raw, BusAddress());
     if (result >= 0) result = sd_bus_set_bus_client(raw, 1);
+    // No message here carries descriptors: a peer that sends some could use up this process's own.
+    if (result >= 0) result = sd_bus_negotiate_fds(raw, 0);
     if (result >= 0) result = sd_bus_start(raw);
     return result;
 }
@@ -53,7 +58,9 @@ uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shar
 void RunTask(const std::shared_ptr<Task>& task) {
     CurrentTaskName() = task->name;
     pthread_setname_np(pthread_self(), task->name.c_str());
-    const uint32_t result = task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str());
+    const Borrowed borrowed;
+    const uint32_t result =
+        Guarded([&] { return task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str()); });
     if (result != OS_MSG_OK)
         Log(kLogWarning, "task %s ended with %#x (%s)", task->name.c_str(), result, OsMsgResultText(result));
     Process& process = TheProcess();
@@ -65,7 +72,7 @@ void RunTask(const std::shared_ptr<Task>& task) {
 uint32_t StartThread(const std::shared_ptr<Task>& task) {
     try {
         task->thread = std::thread(RunTask, task);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
         task->ended = true;
         return OS_MSG_ERR_NO_MEMORY;
     }
@@ -85,6 +92,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.bus.reset();
     process.name.clear();
     process.detaching = false;
+    ++process.session;
     process.standing = Standing::kOff;
     process.changed.notify_all();
 }
@@ -102,7 +110,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             message->block.msgId = OS_MSG_EVENT_PROC_RESTART;
             WriteName(message->block.srcProcName, procName);
             WriteName(message->block.dstProcName, process.name);
-            task->Deliver(std::move(message));
+            task->DeliverRestart(std::move(message));
         }
     };
     result = process.peers.Start(process.bus.get(), appeared,
@@ -115,7 +123,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
     }
     result = sd_bus_request_name(process.bus.get(), BusNameOf(name).c_str(), 0);
     if (result == -EEXIST) return OS_MSG_ERR_NAME_TAKEN;
-    if (result < 0) return ResultOf(result);
+    if (result < 0) return result == -ENOMEM ? OS_MSG_ERR_NO_MEMORY : OS_MSG_ERR_NO_BUS;
     process.name = name;
     const char* connection = nullptr;
     if (sd_bus_get_unique_name(process.bus.get(), &connection) >= 0) process.peers.NoteOwn(name, connection);
@@ -152,14 +160,8 @@ void BeginStop(Process& process, Standing standing) {
     process.changed.notify_all();
 }
 
-bool IsTaskThread(const Process& process) {
-    return std::any_of(process.tasks.begin(), process.tasks.end(),
-                       [](const auto& entry) { return entry.second->thread.get_id() == std::this_thread::get_id(); });
-}
-
-template <typename Tasks>
-bool AllEnded(const Tasks& tasks) {
-    return std::all_of(tasks.begin(), tasks.end(), [](const auto& entry) { return entry.second->ended; });
+bool HasEnded(const std::shared_ptr<Task>& task) {
+    return task->ended;
 }
 
 }  // namespace
@@ -184,8 +186,8 @@ std::shared_ptr<Task> Process::FindTask(const std::string& taskName) const {
 
 void Process::ForgetOwed(const std::string& connection) {
     std::erase_if(owed, [&](const auto& entry) {
-        const char* sender = sd_bus_message_get_sender(entry.second.call.get());
-        if (sender == nullptr || connection != sender) return false;
+        const char* receiver = sd_bus_message_get_destination(entry.second.reply.get());
+        if (receiver == nullptr || connection != receiver) return false;
         if (entry.second.deferred) --deferredCount;
         return true;
     });
@@ -199,6 +201,11 @@ void Process::KickIfUnsent() {
 Process& TheProcess() {
     static auto* process = new Process;
     return *process;
+}
+
+int& Borrowed::Depth() {
+    thread_local int depth = 0;
+    return depth;
 }
 
 std::string& CurrentTaskName() {
@@ -249,13 +256,16 @@ void OsProcDetach(void) {
         Reader::Lock lock(process.lock);
         if (process.standing == Standing::kOff || process.standing == Standing::kAttaching) return OS_MSG_OK;
         BeginStop(process, process.standing == Standing::kLost ? Standing::kLost : Standing::kStopping);
-        if (IsTaskThread(process)) return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
+        if (Borrowed::Here()) return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
         if (process.detaching) {
             process.changed.wait(lock, [&process] { return !process.detaching; });
             return OS_MSG_OK;
         }
         process.detaching = true;
-        process.changed.wait(lock, [&process] { return process.inside == 0 && AllEnded(process.tasks); });
+        process.changed.wait(lock, [&process] {
+            return process.inside == 0 && std::all_of(process.tasks.begin(), process.tasks.end(),
+                                                      [](const auto& entry) { return HasEnded(entry.second); });
+        });
         for (const auto& [name, task] : process.tasks) {
             lock.unlock();
             if (task->thread.joinable()) task->thread.join();
@@ -288,15 +298,19 @@ uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, u
             return OS_MSG_ERR_PARAM;
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
+        std::vector<std::shared_ptr<Task>> own;
+        own.reserve(count);  // nothing may fail between joining the bus and the start of the threads
         uint32_t result = Attach(process, lock, procName, tasks, count);
         if (result != OS_MSG_OK) return result;
-        const auto own = process.tasks;
-        for (const auto& [name, task] : own) {
+        const uint64_t session = process.session;
+        for (const auto& [name, task] : process.tasks) own.push_back(task);
+        for (const auto& task : own) {
             const uint32_t started = StartThread(task);
             if (started != OS_MSG_OK) result = started;
         }
         if (result != OS_MSG_OK) BeginStop(process, Standing::kStopping);
-        process.changed.wait(lock, [&own] { return AllEnded(own); });
+        process.changed.wait(lock, [&own] { return std::all_of(own.begin(), own.end(), HasEnded); });
+        if (process.session != session) return result;  // another thread has detached
         if (process.standing == Standing::kLost) result = OS_MSG_ERR_NO_BUS;
         lock.unlock();
         OsProcDetach();

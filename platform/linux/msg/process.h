@@ -21,7 +21,7 @@ namespace kivo::msg {
 
 // A reply that a handler of this process owes.
 struct OwedReply {
-    MessagePtr call;
+    MessagePtr reply;       // addressed, and still empty
     bool deferred = false;  // kept beyond its handler
 };
 
@@ -56,8 +56,9 @@ struct Process {
     size_t deferredCount = 0;
     std::map<std::pair<std::string, std::string>, EventSource> events;          // by process and task name
     std::map<std::string, std::vector<std::shared_ptr<Task>>> restartWatchers;  // by process name
-    bool detaching = false;                                                     // a thread is at work in OsProcDetach
-    size_t inside = 0;  // threads in a message loop or a synchronous send: detaching waits for them
+    uint64_t session = 0;    // counts the times that the process has left the bus
+    bool detaching = false;  // a thread is at work in OsProcDetach
+    size_t inside = 0;       // threads in a message loop or a synchronous send: detaching waits for them
 
     // The code for a call that cannot be made now; OS_MSG_OK when it can.
     [[nodiscard]] uint32_t Unusable() const;
@@ -73,6 +74,23 @@ Process& TheProcess();
 
 // The task whose thread this is; empty on other threads.
 std::string& CurrentTaskName();
+
+// Marks the calling thread, while it lives, as one that runs a task or its message loop.
+class Borrowed {
+public:
+    Borrowed() { ++Depth(); }
+    ~Borrowed() { --Depth(); }
+    Borrowed(const Borrowed&) = delete;
+    Borrowed& operator=(const Borrowed&) = delete;
+    Borrowed(Borrowed&&) = delete;
+    Borrowed& operator=(Borrowed&&) = delete;
+
+    // Whether the calling thread is such a one.
+    static bool Here() { return Depth() > 0; }
+
+private:
+    static int& Depth();
+};
 
 // Counts the calling thread among those inside while it lives; wants the lock at both ends.
 class Inside {

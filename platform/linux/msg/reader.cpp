@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <ctime>
 #include <system_error>
 #include <utility>
@@ -18,6 +19,9 @@ namespace {
 // How long the lead may stay empty before the standby takes it: longer than most handlers run, and shorter than
 // anybody notices.
 constexpr std::chrono::milliseconds kGrace{10};
+
+// Messages dispatched in one go: a flood must not keep the lock, nor a deadline from being looked at.
+constexpr int kBatch = 32;
 
 using PollTimeout = std::optional<std::chrono::nanoseconds>;
 
@@ -84,19 +88,18 @@ void Reader::RequestStop() {
     standbyWaiter_.Wake();
 }
 
+void Reader::Lead(Waiter& me, Rank rank) {
+    if (leader_ != nullptr && leader_ != &me) leader_->Wake();
+    leader_ = &me;
+    leaderRank_ = rank;
+}
+
 bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
                   const std::function<bool()>& done) {
-    if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
-        if (leader_ != nullptr && leader_ != &me) leader_->Wake();
-        leader_ = &me;
-        leaderRank_ = rank;
-    }
     waiting_.push_back({&me, rank});
+    if (leader_ == nullptr || leaderRank_ != Rank::kReply) Lead(me, rank);
     while (!done() && (!deadline || Clock::now() < *deadline)) {
-        if (leader_ == nullptr) {
-            leader_ = &me;
-            leaderRank_ = rank;
-        }
+        if (leader_ == nullptr) Lead(me, rank);
         if (leader_ != &me) {
             PollAlone(lock, me, Until(deadline));
             continue;
@@ -110,13 +113,11 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
 }
 
 void Reader::Dispatch(const std::function<bool()>& done) {
-    int result = 0;
-    do {
+    int result = 1;
+    for (int count = 0; result > 0 && count < kBatch && (count == 0 || !done()); ++count)
         result = sd_bus_process(bus_, nullptr);
-    } while (result > 0 && !done());
     if (result < 0) {
-        Log(kLogError, "the connection to the bus is lost: %s",
-            std::error_code(-result, std::generic_category()).message().c_str());
+        Log(kLogError, "the connection to the bus is lost: %s", strerrordesc_np(-result));
         lost_ = true;
         onEnd_(true);
     }
@@ -184,7 +185,7 @@ void Reader::StandbyMain(std::mutex& mutex) {
         const uint64_t seen = stepDowns_;
         PollAlone(lock, me, kGrace);
         if (leader_ == nullptr && stepDowns_ == seen) {
-            leader_ = &me;
+            Lead(me, Rank::kStandby);
             Wait(lock, me, Rank::kStandby, std::nullopt,
                  [&] { return leader_ != &me || stopping_ || lost_ || stopRequested_; });
         }

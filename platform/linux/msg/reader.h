@@ -69,6 +69,7 @@ private:
     };
 
     void StandbyMain(std::mutex& mutex);
+    void Lead(Waiter& me, Rank rank);
     void Dispatch(const std::function<bool()>& done);
     void PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
     void StepDown();

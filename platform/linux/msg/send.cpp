@@ -40,7 +40,8 @@ uint32_t ResultOfError(const sd_bus_error* error) {
     };
     for (const Row& row : kRows)
         if (row.name == error->name) return row.result;
-    Log(kLogWarning, "a message was answered with %s: %s", error->name, error->message);
+    Log(kLogWarning, "a message was answered with %s: %s", error->name,
+        error->message != nullptr ? error->message : "");
     return OS_MSG_ERR_BUS;
 }
 
@@ -59,7 +60,9 @@ int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
     const void* data = nullptr;
     size_t size = 0;
     if (sd_bus_message_is_method_error(message, nullptr) > 0) {
-        pending.result = ResultOfError(sd_bus_message_get_error(message));
+        // sd-bus itself answers what is open when the bus goes away, in the words of a peer that died.
+        const bool lost = sd_bus_is_open(sd_bus_message_get_bus(message)) <= 0;
+        pending.result = lost ? OS_MSG_ERR_NO_BUS : ResultOfError(sd_bus_message_get_error(message));
     } else if (sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size) < 0) {
         pending.result = OS_MSG_ERR_BUS;
     } else if (size > OS_MSG_MAX_PAYLOAD) {

@@ -1,9 +1,11 @@
 // A task's object on the bus and its bounded queue.
 #include "msg/task.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "msg/log.h"
@@ -68,6 +70,8 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
         return sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS, "bad task name");
     const bool synchronous = sd_bus_message_get_expect_reply(message) > 0;
     const Identity source = peers_.Identify(message);
+    if (synchronous && !source.followed)
+        return sd_bus_error_set_const(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "the sender cannot be followed");
     if (queue_.size() >= depth_) {
         if (synchronous) return sd_bus_error_set_const(error, kErrorQueueFull, "queue full");
         CountDrop(source.procName, msgId);
@@ -83,10 +87,14 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
     WriteName(block.srcProcName, source.procName);
     WriteName(block.srcTaskName, srcTask);
     WriteName(block.dstTaskName, name);
-    WriteName(block.dstProcName, ProcNameOf(sd_bus_message_get_destination(message)));
     WriteName(block.replyTaskName, *replyTask != '\0' ? replyTask : srcTask);
     SetPayload(*incoming, data, size);
-    if (synchronous) incoming->call.reset(sd_bus_message_ref(message));
+    if (synchronous) {
+        sd_bus_message* reply = nullptr;
+        result = sd_bus_message_new_method_return(message, &reply);
+        if (result < 0) return result;
+        incoming->reply.reset(reply);
+    }
     Push(std::move(incoming));
     return 1;
 }
@@ -96,6 +104,17 @@ void Task::Deliver(std::unique_ptr<Incoming> message) {
         CountDrop(message->block.srcProcName, message->block.msgId);
         return;
     }
+    WriteName(message->block.dstTaskName, name);
+    Push(std::move(message));
+}
+
+void Task::DeliverRestart(std::unique_ptr<Incoming> message) {
+    const TagMsgBlock& news = message->block;
+    const bool waits = std::any_of(queue_.begin(), queue_.end(), [&news](const auto& other) {
+        return other->block.msgId == news.msgId && !other->reply &&
+               std::string_view(other->block.srcProcName) == news.srcProcName;
+    });
+    if (waits) return;
     WriteName(message->block.dstTaskName, name);
     Push(std::move(message));
 }
