@@ -41,10 +41,10 @@ void ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, 
 /// the group runs already. Its record is sent as message 1.
 void ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
-/// Id 37.
+/// Id 37: replies u32 the number of configured items.
 void GetGroupListLenHandle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
-/// Id 38.
+/// Id 38: replies with the list of configured items, at most 256.
 void GetGroupListHandle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
 /// Id 14: accepted and ignored; the reply stays empty.

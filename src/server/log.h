@@ -2,7 +2,7 @@
 //
 // A source file names its unit once,
 //     constexpr LogUnit kLogUnit{"inspect_server", 18};
-// and writes lines with INSPECT_ERROR and INSPECT_INFO.
+// and writes lines with INSPECT_ERROR, INSPECT_WARNING and INSPECT_INFO.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,8 @@ struct LogUnit {
 
 /// One line of this source file's unit; formatted as by printf(3), cut after 399 characters.
 #define INSPECT_ERROR(...) InspectModuleLog(KIVO_OM_LOG_ERROR, kLogUnit.name, kLogUnit.module, __LINE__, __VA_ARGS__)
+#define INSPECT_WARNING(...) \
+    InspectModuleLog(KIVO_OM_LOG_WARNING, kLogUnit.name, kLogUnit.module, __LINE__, __VA_ARGS__)
 #define INSPECT_INFO(...) InspectModuleLog(KIVO_OM_LOG_INFO, kLogUnit.name, kLogUnit.module, __LINE__, __VA_ARGS__)
 
 /// Starts logging under a client name and creates the log. 0, or 15 when the log client refuses either.
@@ -25,7 +27,7 @@ uint32_t InspectLogInit(const char* clientName);
 /// Ends logging; the log client's own result.
 uint32_t InspectLogUninit();
 
-/// Writes one line. `level` is 1 (error) or 3 (information); level and module are passed on as 8 bits. Never
+/// Writes one line. `level` is 1 (error), 2 (warning) or 3 (information); level and module are passed on as 8 bits. Never
 /// fails towards its caller: a text that cannot be formatted is written as "vsnprintf_s failed". Any thread;
 /// before InspectLogInit the log client gets the handle 0.
 void InspectModuleLog(uint32_t level, const char* unit, uint32_t module, uint32_t line, const char* format,

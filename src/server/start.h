@@ -7,7 +7,7 @@
 /// platform's timer manager. 0, or the first failing platform code.
 uint32_t InitTimer();
 
-/// Starts logging under "om_inspect". Failures are ignored: the server serves all the same.
+/// Starts logging under "om_inspect" and the system-log backup. Failures are ignored: the server serves all the same.
 void InitInspectServer();
 
 /// Entry of task "iom_srv_task" in a process of its own: starts everything and serves messages. Returns 0.

@@ -1,6 +1,7 @@
 // Entry of task "iom_srv_task" in a process of its own.
 #include "server/start.h"
 
+#include "collect/wylog_backup.h"
 #include "handlers/init.h"
 #include "inside/inside_inspection.h"
 #include "kivo/os_msg.h"
@@ -15,6 +16,7 @@ constexpr LogUnit kLogUnit{"inspect_server", 18};
 
 void InitInspectServer() {
     (void)InspectLogInit("om_inspect");
+    InspectBackupWylogInit();
 }
 
 uint32_t InspectTaskEntry() noexcept {

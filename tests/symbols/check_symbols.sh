@@ -2,7 +2,7 @@
 # Holds the dynamic symbols of a shared object against a list, one name a line, and shows the difference.
 #   check_symbols.sh exported  <shared object> <list>   all symbols that it exports
 #   check_symbols.sh undefined <shared object> <list>   all symbols that it needs, but for those of the C and C++
-#                                                       libraries, of cJSON, and of the compiler
+#                                                       libraries, of cJSON and TinyXML-2, and of the compiler
 set -eu
 export LC_ALL=C
 
@@ -15,7 +15,7 @@ symbols() {
         exported) nm -D --defined-only "$object" | awk '{ print $3 }' ;;
         undefined)
             nm -D --undefined-only "$object" | awk '{ print $2 }' |
-                grep -Ev '@(GLIBC|GLIBCXX|CXXABI|GCC)_|^cJSON_|^(__gmon_start__|_ITM_(de)?registerTMCloneTable)$' || true
+                grep -Ev '@(GLIBC|GLIBCXX|CXXABI|GCC)_|^cJSON_|^_ZN?K?[A-Za-z0-9]*8tinyxml2|^(__gmon_start__|_ITM_(de)?registerTMCloneTable)$' || true
             ;;
         *)
             echo "unknown kind '$kind'" >&2

@@ -1,6 +1,8 @@
 // Start of the request layer.
 #include "handlers/init.h"
 
+#include "ominspect/config.h"
+
 #include "support/journal_text.h"
 #include "support/server_test.h"
 
@@ -21,7 +23,14 @@ TEST_F(Init, PutsTheGroupsIntoTheResultTable) {
         EXPECT_STREQ(item.result.status, "success");
         EXPECT_STREQ(item.result.text, "init");
     }
-    EXPECT_EQ(support::Steps(), Lines{});
+}
+
+TEST_F(Init, ReadsTheConfiguration) {
+    EXPECT_EQ(g_inspectConfigMgr, nullptr);
+    Inspect::Init();
+    EXPECT_EQ(g_inspectConfigMgr, InspectConfigMgr::GetInstance());
+    EXPECT_EQ(support::Steps(), (Lines{"1 InspectConfigMgr 20: xml read err, error code : 3. use default config.",
+                                       "2 InspectConfigMgr 20: use default config InspectItemList."}));
 }
 
 TEST_F(Init, ResetsTheCountOfRuns) {

@@ -72,6 +72,8 @@ const Lines kStartUp{"OsSigEmptySet", "OsSigAddSet(17)", "OsSigAddSet(10)", "OsP
 
 const Lines kLogOpened{"KivoOmLogClientInit(om_inspect)", "KivoOmLogCreateLog(512, 2, 2097152, inspect.log)"};
 
+const Lines kDefaultsTaken{"1 InspectConfigMgr 20: xml read err, error code : 3. use default config.",
+                           "2 InspectConfigMgr 20: use default config InspectItemList."};
 const Lines kOwnItem{"3 inspect_inside_linux 24: >>> InitInspectInside \n", "InspectClientInit(inside_check)",
                      "InspectRegHandler(kivo_om_get_log_dir, 1000)"};
 
@@ -170,7 +172,8 @@ TEST_F(Entry, TaskEntryInitialisesAllThenServes) {
     EXPECT_EQ(InspectTaskEntry(), 0U);
     EXPECT_EQ(support::Steps(), Joined({{"1 inspect_server 18: InspectTaskEntry start... "},
                                         kLogOpened,
-                                        {"3 test 0: Inspect::Init"},
+                                        {"OsPthreadDetach", "3 test 0: Inspect::Init"},  // the backup's thread
+                                        kDefaultsTaken,
                                         kOwnItem,
                                         {"3 test 0: Inspect::InitDot", "OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
@@ -180,18 +183,29 @@ TEST_F(Entry, ThreadEntryInitialisesAllButTheUsageReportsThenServes) {
     EXPECT_EQ(support::Steps(), Joined({{"3 inspect_server_thread 25: InspectThreadEntry start... "},
                                         kLogOpened,
                                         {"3 test 0: Inspect::Init"},
+                                        kDefaultsTaken,
                                         kOwnItem,
                                         {"OsMsgTaskRoutineByName(iom_srv_task)"}}));
+}
+
+TEST_F(Entry, OnlyTheProcessFormStartsTheSystemLogBackup) {
+    InspectThreadEntry();
+    EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
+    InspectTaskEntry();
+    kivo::fake::ClearJournal();
+    kivo::fake::Pass(60);
+    kivo::fake::Settle();
+    EXPECT_EQ(support::LogLines(), Lines{"3 InspectFile 15: Debug version no need to backup wylog"});
 }
 
 TEST_F(Entry, TaskEntryServesAfterAStartThatRanOutOfMemory) {
     g_initThrows = true;
     EXPECT_EQ(InspectTaskEntry(), 0U);
-    EXPECT_EQ(support::Steps(),
-              Joined({{"1 inspect_server 18: InspectTaskEntry start... "},
-                      kLogOpened,
-                      {"3 test 0: Inspect::Init", "1 inspect_server 18: start given up: std::bad_alloc",
-                       "OsMsgTaskRoutineByName(iom_srv_task)"}}));
+    EXPECT_EQ(support::Steps(), Joined({{"1 inspect_server 18: InspectTaskEntry start... "},
+                                        kLogOpened,
+                                        {"OsPthreadDetach", "3 test 0: Inspect::Init",
+                                         "1 inspect_server 18: start given up: std::bad_alloc",
+                                         "OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
 
 TEST_F(Entry, ThreadEntryServesAfterAStartThatRanOutOfMemory) {

@@ -1,0 +1,45 @@
+// The time limit of a collection, in virtual time.
+#include "ominspect/collect.h"
+#include "support/platform_test.h"
+
+namespace {
+
+class Timer : public support::PlatformTest {
+protected:
+    // How many seconds a timer of this limit takes.
+    uint64_t Seconds(uint32_t timeout) {
+        m_config.running = true;
+        m_config.timeout = timeout;
+        const uint64_t begin = kivo::fake::Now();
+        CollectTimer(m_config);
+        return (kivo::fake::Now() - begin) / 1000;
+    }
+
+    CollectConfig m_config;
+};
+
+}  // namespace
+
+TEST_F(Timer, ClearsRunningWhenTheLimitHasPassed) {
+    EXPECT_EQ(Seconds(25), 25U);
+    EXPECT_FALSE(m_config.running);
+}
+
+TEST_F(Timer, ClearsItAtOnceForALimitOfZero) {
+    EXPECT_EQ(Seconds(0), 0U);
+    EXPECT_FALSE(m_config.running);
+}
+
+TEST_F(Timer, NeverTakesMoreThanAMinute) {
+    EXPECT_EQ(Seconds(60), 60U);
+    EXPECT_EQ(Seconds(61), 60U);
+    EXPECT_EQ(Seconds(100), 60U);
+    EXPECT_EQ(Seconds(4294967295U), 60U);
+}
+
+TEST_F(Timer, EndsAtOnceWhenTheCopyIsOver) {
+    m_config.running = false;
+    m_config.timeout = 25;
+    CollectTimer(m_config);
+    EXPECT_EQ(kivo::fake::Now(), 1700000000000U);
+}

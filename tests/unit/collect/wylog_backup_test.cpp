@@ -1,0 +1,251 @@
+// The system-log backup with the product's hook: new files, retention, the timer, and the collection of its entry.
+#include "collect/wylog_backup.h"
+
+#include <algorithm>
+
+#include "collect/wylog_files.h"
+#include "ominspect/collect.h"
+#include "support/device_folder.h"
+#include "support/journal_text.h"
+
+using support::Lines;
+using support::LogLines;
+namespace fs = std::filesystem;
+
+namespace {
+
+bool g_needBackup = true;
+
+constexpr const char* kSource = "device/data/log/wylogs";
+constexpr const char* kBackup = "device/data/inspect/diag/log/wylogs";
+
+}  // namespace
+
+// The product's own definition.
+extern "C" bool InspectIsNeedBackupWylog() {
+    return g_needBackup;
+}
+
+namespace {
+
+class Backup : public support::DeviceTest {
+protected:
+    void SetUp() override {
+        DeviceTest::SetUp();
+        g_needBackup = true;
+        EXPECT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+        fs::create_directories(kSource);
+    }
+
+    // A rotated application log; the higher its number, the younger.
+    static std::string Log(int number) { return "wyapplogcat-log.I" + std::to_string(number); }
+
+    static void AddLog(int number, const std::string& dir = kSource) {
+        const std::string path = dir + "/" + Log(number);
+        Write(path, "log " + std::to_string(number));
+        fs::last_write_time(path, fs::file_time_type(std::chrono::hours(number)));
+    }
+
+    static std::vector<std::string> BackedUp() {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(kBackup)) {
+            names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    // Starts the backup and lets its delay pass.
+    static void StartAndWait() {
+        InspectBackupWylogInit();
+        kivo::fake::Pass(60);
+        kivo::fake::Settle();
+    }
+};
+
+using Names = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(Backup, WaitsAMinuteBeforeItLooks) {
+    InspectBackupWylogInit();
+    kivo::fake::Pass(59);
+    EXPECT_EQ(LogLines(), Lines{});
+    kivo::fake::Pass(1);
+    kivo::fake::Settle();
+    EXPECT_EQ(LogLines(),
+              (Lines{"3 InspectFile 15: Start init backup wylog", "3 InspectFile 15: create BackupWylogTimer succ"}));
+    EXPECT_TRUE(fs::is_directory(kBackup));
+}
+
+TEST_F(Backup, WhereItIsNotNeededOnlySaysSo) {
+    g_needBackup = false;
+    StartAndWait();
+    EXPECT_EQ(LogLines(), Lines{"3 InspectFile 15: Debug version no need to backup wylog"});
+    EXPECT_FALSE(fs::exists(kBackup));
+    EXPECT_TRUE(kivo::fake::Timers().empty());
+}
+
+TEST_F(Backup, LooksEveryHour) {
+    StartAndWait();
+    const auto timers = kivo::fake::Timers();
+    ASSERT_EQ(timers.size(), 1U);
+    EXPECT_EQ(timers[0].period, 3600U);
+    EXPECT_EQ(timers[0].repeat, 1U);
+    for (int i = 1; i <= 3; ++i) {
+        AddLog(i);
+    }
+    kivo::fake::Pass(3600);
+    EXPECT_EQ(BackedUp(), Names{Log(1)});
+}
+
+TEST_F(Backup, OfTwoNewFilesCopiesNoneAndOfThreeTheOldest) {
+    AddLog(2);
+    AddLog(3);
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    BackupAppLogs(kSource, kBackup, false, backups);
+    EXPECT_EQ(BackedUp(), Names{});
+    AddLog(1);
+    BackupAppLogs(kSource, kBackup, false, backups);
+    EXPECT_EQ(BackedUp(), Names{Log(1)});
+    EXPECT_EQ(backups, Names{Log(1)});
+    EXPECT_EQ(LogLines(), Lines{"3 InspectFile 15: Copy file [wyapplogcat-log.I1] success"});
+    EXPECT_EQ(fs::last_write_time(std::string(kSource) + "/" + Log(1)),
+              fs::last_write_time(std::string(kBackup) + "/" + Log(1)));
+}
+
+TEST_F(Backup, AFullRunCopiesASingleNewFile) {
+    AddLog(1);
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(backups, Names{Log(1)});
+}
+
+TEST_F(Backup, AFullRunCopiesOldestFirst) {
+    for (const int number : {3, 1, 2}) {
+        AddLog(number);
+    }
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(backups, (Names{Log(1), Log(2), Log(3)}));
+}
+
+TEST_F(Backup, AFileThatDidNotChangeIsLeftAndOneThatDidIsCopiedAgain) {
+    AddLog(1);
+    AddLog(2);
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    BackupAppLogs(kSource, kBackup, true, backups);
+    kivo::fake::ClearJournal();
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(LogLines(), Lines{});
+    Write(std::string(kSource) + "/" + Log(1), "more");
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(LogLines(), (Lines{"3 InspectFile 15: Remove updated file [wyapplogcat-log.I1]",
+                                 "3 InspectFile 15: Copy file [wyapplogcat-log.I1] success"}));
+    EXPECT_EQ(Read(std::string(kBackup) + "/" + Log(1)), "more");
+    EXPECT_EQ(backups, (Names{Log(2), Log(1)}));
+}
+
+TEST_F(Backup, Of151TheOldestIsDeleted) {
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    for (int number = 1; number <= 150; ++number) {
+        AddLog(number, kBackup);
+        backups.push_back(Log(number));
+    }
+    AddLog(151);
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(backups.size(), 150U);
+    EXPECT_EQ(backups.front(), Log(2));
+    EXPECT_EQ(backups.back(), Log(151));
+    EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(1)));
+    EXPECT_EQ(LogLines().back(), "3 InspectFile 15: Del file [****t-log.I1]");
+}
+
+TEST_F(Backup, AFileThatCannotBeCopiedDoesNotStopTheOthers) {
+    AddLog(1);
+    fs::create_directories(std::string(kSource) + "/" + Log(2));  // no regular file
+    AddLog(3);
+    std::vector<std::string> backups;
+    fs::create_directories(kBackup);
+    BackupAppLogs(kSource, kBackup, true, backups);
+    const Lines lines = LogLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 InspectFile 15: Copy file wyapplogcat-log.I2 fail"), 1);
+    EXPECT_EQ(backups, (Names{Log(1), Log(3)}));
+}
+
+TEST_F(Backup, ItsListBeginsWithWhatIsThereOldestFirst) {
+    for (int number = 150; number >= 1; --number) {
+        AddLog(number, kBackup);
+    }
+    for (int number = 151; number <= 153; ++number) {
+        AddLog(number);
+    }
+    StartAndWait();
+    EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(1)));  // the oldest made room for 151
+    EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(2)));
+    EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(151)));
+}
+
+TEST_F(Backup, AFolderThatCannotBeMadeEndsIt) {
+    Write("device/data/inspect", "a file in the way");
+    StartAndWait();
+    EXPECT_EQ(LogLines(), (Lines{"3 InspectFile 15: Start init backup wylog",
+                                 "1 InspectFile 15: Fail to create dir: device/data/inspect/diag/log/wylogs\n"}));
+    EXPECT_TRUE(kivo::fake::Timers().empty());
+}
+
+TEST_F(Backup, ATimerThatCannotBeMadeIsLogged) {
+    kivo::fake::Fail("OsTmrCreate", 11);
+    StartAndWait();
+    EXPECT_EQ(LogLines().back(), "1 InspectFile 15: OsTmrCreate fail:11");
+}
+
+TEST_F(Backup, ACollectionMakesAFullRunAndCopiesTheOtherFilesWithoutALimit) {
+    AddLog(1);
+    Write(std::string(kSource) + "/kernel.log", "K");
+    Write(std::string(kBackup) + "/stale.log", "S");
+    CollectConfig config;  // running is false: it is not looked at
+    InspectCopyWylogsFile(kSource, kBackup, config);
+    EXPECT_EQ(BackedUp(), (Names{"kernel.log", Log(1)}));
+    EXPECT_EQ(LogLines(),
+              (Lines{"3 InspectFile 15: InspectCopyWylogsFile start",
+                     "3 InspectFile 15: Copy file [wyapplogcat-log.I1] success",
+                     "3 InspectFile 15: Copy file [kernel.log] success",
+                     "3 InspectFile 15: create BackupWylogTimer succ", "3 InspectFile 15: InspectCopyWylogsFile end"}));
+    EXPECT_EQ(kivo::fake::Timers().size(), 1U);
+    InspectCopyWylogsFile(kSource, kBackup, config);
+    EXPECT_EQ(kivo::fake::Timers().size(), 1U);  // the former one was deleted
+}
+
+TEST_F(Backup, ACollectionWithoutAFolderLeavesTheTimerStopped) {
+    StartAndWait();
+    ASSERT_EQ(kivo::fake::Timers().size(), 1U);
+    fs::remove_all("device/data/inspect");
+    Write("device/data/inspect", "a file in the way");
+    kivo::fake::ClearJournal();
+    CollectConfig config;
+    InspectCopyWylogsFile(kSource, kBackup, config);
+    EXPECT_EQ(LogLines(), (Lines{"3 InspectFile 15: InspectCopyWylogsFile start",
+                                 "1 InspectFile 15: Fail to create dir: device/data/inspect/diag/log/wylogs\n"}));
+    EXPECT_TRUE(kivo::fake::Timers().empty());
+}
+
+TEST_F(Backup, AMissingFolderIsLoggedWhenItIsListed) {
+    EXPECT_EQ(ListWylogFiles("missing", true), Names{});
+    EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: Failed to open destination directory: missing"});
+}
+
+TEST_F(Backup, NamesAreToldApartByTheirBeginning) {
+    for (const char* name : {"wyapplogcat-log.I1", "wyapplogcat-log.E1", "x-wyapplogcat-log.I1"}) {
+        Write(std::string(kSource) + "/" + name, "");
+    }
+    EXPECT_EQ(ListWylogFiles(kSource, true), Names{"wyapplogcat-log.I1"});
+    Names others = ListWylogFiles(kSource, false);
+    std::sort(others.begin(), others.end());
+    EXPECT_EQ(others, (Names{".", "..", "wyapplogcat-log.E1", "x-wyapplogcat-log.I1"}));
+}

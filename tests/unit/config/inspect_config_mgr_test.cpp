@@ -1,0 +1,165 @@
+// The configuration file and its loader.
+#include <string>
+
+#include "ominspect/config.h"
+#include "support/device_folder.h"
+#include "support/journal_text.h"
+
+using support::Lines;
+using support::LogLines;
+
+namespace {
+
+constexpr const char* kFile = "device/zq_product/etc/config/om/inspect_config.xml";
+
+class Config : public support::DeviceTest {
+protected:
+    void Load(const std::string& xml) {
+        Write(kFile, xml);
+        m_config.InitInspectConfig();
+    }
+
+    // "name level bits"
+    Lines Items() {
+        Lines items;
+        for (const auto& item : m_config.GetInspectItemList()) {
+            items.push_back(std::string(item.name) + " " + item.level + " " + std::to_string(item.featureBits));
+        }
+        return items;
+    }
+
+    // "source destination seconds function"
+    Lines Entries() {
+        Lines entries;
+        for (const auto& entry : m_config.GetLogCollectList()) {
+            const char* function = entry.copy == InspectCopyDirFile      ? "dir"
+                                   : entry.copy == InspectCopyFile       ? "file"
+                                   : entry.copy == InspectCopyWylogsFile ? "wylogs"
+                                                                         : "none";
+            entries.push_back(std::string(entry.srcPath) + " " + entry.dstPath + " " + std::to_string(entry.timeout) +
+                              " " + function);
+        }
+        return entries;
+    }
+
+    InspectConfigMgr m_config;
+};
+
+}  // namespace
+
+TEST_F(Config, AFileGivesItsItemsAndEntriesInOrder) {
+    Load(R"(<?xml version="1.0"?><AnyName>
+        <DiagnoseList>
+            <DiagnoseItem name="conf_sip_ft" level="error" isSync="true"/>
+            <DiagnoseItem name="conf_ldapserver_ft" level="warn" isSync="false"/>
+        </DiagnoseList>
+        <LogCollect>
+            <Log srcPath="/data/log/wylogs" dstPath="/d/wylogs" timeout="5"/>
+            <Log srcPath="/data/applog" dstPath="/d/applog" timeout="6" isFolder="true"/>
+            <Log srcPath="/data/a.db" dstPath="/d/a.db" timeout="1" isFolder="false"/>
+        </LogCollect></AnyName>)");
+    EXPECT_EQ(Items(), (Lines{"conf_sip_ft error 1", "conf_ldapserver_ft warn 0"}));
+    EXPECT_EQ(Entries(), (Lines{"/data/log/wylogs /d/wylogs 5 wylogs", "/data/applog /d/applog 6 dir",
+                                "/data/a.db /d/a.db 1 file"}));
+    EXPECT_EQ(LogLines(), Lines{});
+}
+
+TEST_F(Config, AMissingFileGivesTheDefaultItemsAndNoCollection) {
+    m_config.InitInspectConfig();
+    EXPECT_EQ(Items().size(), 25U);
+    EXPECT_EQ(Entries(), Lines{});
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: xml read err, error code : 3. use default config.",
+                                 "2 InspectConfigMgr 20: use default config InspectItemList."}));
+}
+
+TEST_F(Config, AFileThatIsNoXmlCountsAsUnreadable) {
+    Load("this is <not XML");
+    EXPECT_EQ(Items().size(), 25U);
+    EXPECT_EQ(Entries(), Lines{});
+    EXPECT_EQ(LogLines().back(), "2 InspectConfigMgr 20: use default config InspectItemList.");
+}
+
+TEST_F(Config, AFileWithoutADocumentElementGivesBothDefaults) {
+    Load("<?xml version=\"1.0\"?><!-- nothing else -->");
+    EXPECT_EQ(Items().size(), 25U);
+    EXPECT_EQ(Entries().size(), 20U);
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: xmlDocGetRootElement fail",
+                                 "2 InspectConfigMgr 20: use default config InspectItemList.",
+                                 "2 InspectConfigMgr 20: use default config logCollectList."}));
+}
+
+TEST_F(Config, ADocumentWithoutItsListsGivesNone) {
+    Load("<root/>");
+    EXPECT_EQ(Items(), Lines{});
+    EXPECT_EQ(Entries(), Lines{});
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: there is no [DiagnoseList] in config.",
+                                 "1 InspectConfigMgr 20: there is no [LogCollect] in config."}));
+}
+
+TEST_F(Config, WithoutADiagnoseListTheCollectionIsReadAllTheSame) {
+    Load("<r><LogCollect><Log srcPath='/s' dstPath='/d' timeout='1' isFolder='true'/></LogCollect></r>");
+    EXPECT_EQ(Items(), Lines{});
+    EXPECT_EQ(Entries(), Lines{"/s /d 1 dir"});
+}
+
+TEST_F(Config, AnItemWithoutIsSyncIsAsynchronous) {
+    Load("<r><DiagnoseList><DiagnoseItem name='a' level='warn'/></DiagnoseList><LogCollect/></r>");
+    EXPECT_EQ(Items(), Lines{"a warn 0"});
+    EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isSync] get err."});
+}
+
+TEST_F(Config, AnItemWhoseNameIsTooLongIsKeptWithoutOne) {
+    Load("<r><DiagnoseList><DiagnoseItem name='" + std::string(32, 'n') +
+         "' level='toolong!' isSync='true'/></DiagnoseList><LogCollect/></r>");
+    EXPECT_EQ(Items(), Lines{"  1"});
+}
+
+TEST_F(Config, SiblingsOfOtherNamesAreReadTooFromTheFirstItemOn) {
+    Load(R"(<r><DiagnoseList><Before name="x" level="warn" isSync="true"/>
+            <DiagnoseItem name="a" level="warn" isSync="true"/><Other name="b" level="warn" isSync="true"/>
+            </DiagnoseList>
+            <LogCollect><Before/><Log srcPath="/1" dstPath="/1" timeout="1" isFolder="true"/>
+            <Other srcPath="/2" dstPath="/2" timeout="2" isFolder="false"/></LogCollect></r>)");
+    EXPECT_EQ(Items(), (Lines{"a warn 1", "b warn 1"}));
+    EXPECT_EQ(Entries(), (Lines{"/1 /1 1 dir", "/2 /2 2 file"}));
+}
+
+TEST_F(Config, TheSystemLogIsKnownByItsExactPath) {
+    Load(R"(<r><DiagnoseList/><LogCollect>
+            <Log srcPath="/data/log/wylogs" dstPath="/d" timeout="1" isFolder="true"/>
+            <Log srcPath="/data/log/wylogs/" dstPath="/d" timeout="1" isFolder="true"/></LogCollect></r>)");
+    EXPECT_EQ(Entries(), (Lines{"/data/log/wylogs /d 1 wylogs", "/data/log/wylogs/ /d 1 dir"}));
+}
+
+TEST_F(Config, AnEntryWithBadAttributesIsKept) {
+    Load("<r><DiagnoseList/><LogCollect><Log srcPath='" + std::string(80, 's') + "'/></LogCollect></r>");
+    EXPECT_EQ(Entries(), Lines{"  0 file"});
+}
+
+TEST_F(Config, LoadingAgainAppends) {
+    Load("<r><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList><LogCollect/></r>");
+    m_config.InitInspectConfig();
+    EXPECT_EQ(Items(), (Lines{"a warn 1", "a warn 1"}));
+}
+
+TEST_F(Config, DeepNestingIsRefusedAndManyItemsAreNot) {
+    std::string deep;
+    for (int i = 0; i < 100000; ++i) {
+        deep += "<a>";
+    }
+    Load(deep);
+    EXPECT_EQ(Items().size(), 25U);
+    InspectConfigMgr other;
+    std::string many = "<r><DiagnoseList>";
+    for (int i = 0; i < 300; ++i) {
+        many += "<DiagnoseItem name='n' level='warn' isSync='true'/>";
+    }
+    Write(kFile, many + "</DiagnoseList><LogCollect/></r>");
+    other.InitInspectConfig();
+    EXPECT_EQ(other.GetInspectItemList().size(), 300U);
+}
+
+TEST_F(Config, TheOneInstanceIsThereFromTheStart) {
+    EXPECT_NE(InspectConfigMgr::GetInstance(), nullptr);
+    EXPECT_EQ(InspectConfigMgr::GetInstance(), InspectConfigMgr::GetInstance());
+}
