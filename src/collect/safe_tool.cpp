@@ -1,4 +1,5 @@
 // Path safety: masking for the log, and the characters that no path handed to the shell may hold.
+#include <algorithm>
 #include <set>
 
 #include "ominspect/collect.h"
@@ -11,10 +12,6 @@ std::string SafeTool::TransferSafePath(const std::string& path) {
 
 bool SafeTool::IsContainDangerChar(const std::string& path) {
     static const std::set<char> kDangerous{'|', ';', '&', '$', '>', '<', '`', '\n', '!'};
-    for (const char dangerous : kDangerous) {
-        if (path.find(dangerous) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(kDangerous.begin(), kDangerous.end(),
+                       [&path](char dangerous) { return path.find(dangerous) != std::string::npos; });
 }

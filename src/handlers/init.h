@@ -8,7 +8,8 @@ extern InspectConfigMgr* g_inspectConfigMgr;
 
 namespace Inspect {
 
-/// Prepares the result table and puts the group catalogue into it; reads the configuration. Call once, before messages are served.
+/// Prepares the result table and puts the group catalogue into it; reads the configuration. Call once, before messages
+/// are served.
 void Init();
 
 /// Does nothing: usage reports are ignored.

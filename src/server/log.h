@@ -27,8 +27,8 @@ uint32_t InspectLogInit(const char* clientName);
 /// Ends logging; the log client's own result.
 uint32_t InspectLogUninit();
 
-/// Writes one line. `level` is 1 (error), 2 (warning) or 3 (information); level and module are passed on as 8 bits. Never
-/// fails towards its caller: a text that cannot be formatted is written as "vsnprintf_s failed". Any thread;
+/// Writes one line. `level` is 1 (error), 2 (warning) or 3 (information); level and module are passed on as 8 bits.
+/// Never fails towards its caller: a text that cannot be formatted is written as "vsnprintf_s failed". Any thread;
 /// before InspectLogInit the log client gets the handle 0.
 void InspectModuleLog(uint32_t level, const char* unit, uint32_t module, uint32_t line, const char* format,
                       ...) noexcept __attribute__((format(printf, 5, 6)));
