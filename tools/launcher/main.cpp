@@ -31,7 +31,7 @@ constexpr const char* kHelp =
 
 struct Options {
     bool hosted = false;
-    const char* library = "libominspect.so";
+    const char* serverPath = "libominspect.so";
 };
 
 volatile std::sig_atomic_t g_endAsked = 0;
@@ -72,7 +72,7 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
                 options.hosted = true;
                 break;
             case 'l':
-                options.library = optarg;
+                options.serverPath = optarg;
                 break;
             case 'v':
                 (void)std::puts("ominspect " OMINSPECT_VERSION);
@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
     if (const auto code = ParseOptions(argc, argv, options)) return *code;
 
     InstallHandlers();
-    void* library = dlopen(options.library, RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen(options.serverPath, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         (void)std::fprintf(stderr, "ominspect: cannot load the server: %s\n", dlerror());
         return kCannotRun;
@@ -124,7 +124,7 @@ int main(int argc, char** argv) {
     const char* name = options.hosted ? "KivoInspectTaskMain" : "main";
     void* symbol = dlsym(library, name);
     if (symbol == nullptr) {
-        (void)std::fprintf(stderr, "ominspect: '%s' has no function %s\n", options.library, name);
+        (void)std::fprintf(stderr, "ominspect: '%s' has no function %s\n", options.serverPath, name);
         return kCannotRun;
     }
 
