@@ -1,36 +1,30 @@
-// The commands of ominspectctl; each prints its answer and returns the exit code.
+// The commands of ominspectctl. Each adds its part of the command line to the program's; what was chosen prints its
+// answer and returns the exit code.
 #pragma once
 
 #include <chrono>
-#include <cstdint>
+#include <functional>
 #include <string>
-#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "exit_code.h"
 
 namespace ominspect::ctl {
 
-struct RunOptions {
-    std::vector<std::string> items;
-    std::string cmd;
-    std::chrono::seconds limit{310};  // the server gives an item's owner 300 s
-    bool json = false;
-};
+// What the command line asks for; empty until it was parsed.
+using Chosen = std::function<ExitCode()>;
 
-struct StateOptions {
-    std::string item;
-    std::chrono::seconds limit{10};
-    bool json = false;
-};
+void AddRun(CLI::App& app, Chosen& chosen);
+void AddState(CLI::App& app, Chosen& chosen);
+void AddWatch(CLI::App& app, Chosen& chosen);
 
-struct WatchOptions {
-    std::uint64_t count = 0;        // events after which to end; 0: none
-    std::chrono::seconds limit{0};  // 0: none
-    bool json = false;
-};
+// ---- what several commands have ----
 
-ExitCode Run(const RunOptions& options);
-ExitCode State(const StateOptions& options);
-ExitCode Watch(const WatchOptions& options);
+// --timeout SECONDS, from one second to a day.
+void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text);
+
+// --json
+void AddJson(CLI::App& command, bool& json, const std::string& text = "Print one JSON document");
 
 }  // namespace ominspect::ctl

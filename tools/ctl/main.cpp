@@ -1,7 +1,6 @@
 // ominspectctl: asks the inspection server, for people and scripts. This file parses the command line.
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include <exception>
 
 #include <CLI/CLI.hpp>
 
@@ -11,8 +10,6 @@
 namespace {
 
 using namespace ominspect::ctl;
-
-constexpr int kMaxSeconds = 86400;
 
 constexpr const char* kFooter =
     "Exit codes:\n"
@@ -25,44 +22,15 @@ constexpr const char* kFooter =
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
 
-void AddLimit(CLI::App& command, std::chrono::seconds& limit, const char* text) {
-    command
-        .add_option_function<int>(
-            "--timeout", [&limit](int seconds) { limit = std::chrono::seconds(seconds); }, text)
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, kMaxSeconds));
-}
-
 int Main(int argc, char** argv) {
     CLI::App app("Asks the inspection server.", "ominspectctl");
     app.set_version_flag("--version", "ominspectctl " OMINSPECT_VERSION);
     app.footer(kFooter);
     app.require_subcommand(1);
-    std::function<ExitCode()> chosen;
-
-    RunOptions run;
-    CLI::App* runCommand = app.add_subcommand("run", "Runs items, one after the other, and shows their results");
-    runCommand->add_option("ITEM", run.items, "Item names, at most 31 bytes each")->required();
-    runCommand
-        ->add_option("--cmd", run.cmd, R"(The item's argument, at most 127 bytes; "stop" stops it, "done" resets it)")
-        ->type_name("TEXT");
-    AddLimit(*runCommand, run.limit, "Time limit of each item (default 310)");
-    runCommand->add_flag("--json", run.json, "Print one JSON document");
-    runCommand->callback([&] { chosen = [&] { return Run(run); }; });
-
-    StateOptions state;
-    CLI::App* stateCommand = app.add_subcommand("state", "Tells whether an item is idle");
-    stateCommand->add_option("ITEM", state.item, "Item name, at most 31 bytes")->required();
-    AddLimit(*stateCommand, state.limit, "Time limit (default 10)");
-    stateCommand->add_flag("--json", state.json, "Print one JSON document");
-    stateCommand->callback([&] { chosen = [&] { return State(state); }; });
-
-    WatchOptions watch;
-    CLI::App* watchCommand = app.add_subcommand("watch", "Shows runs as they begin and end, until Ctrl-C");
-    watchCommand->add_option("--count", watch.count, "End after N events")->type_name("N")->check(CLI::PositiveNumber);
-    AddLimit(*watchCommand, watch.limit, "End after this time; exit code 4 if --count was not reached");
-    watchCommand->add_flag("--json", watch.json, "Print one JSON object per line");
-    watchCommand->callback([&] { chosen = [&] { return Watch(watch); }; });
+    Chosen chosen;
+    AddRun(app, chosen);
+    AddState(app, chosen);
+    AddWatch(app, chosen);
 
     try {
         app.parse(argc, argv);

@@ -1,6 +1,8 @@
 // The commands that ask once: run and state.
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,19 @@
 
 namespace ominspect::ctl {
 namespace {
+
+struct RunOptions {
+    std::vector<std::string> items;
+    std::string cmd;
+    std::chrono::seconds limit{310};  // the server gives an item's owner 300 s
+    bool json = false;
+};
+
+struct StateOptions {
+    std::string item;
+    std::chrono::seconds limit{10};
+    bool json = false;
+};
 
 void PrintLine(const std::string& line) {
     (void)std::printf("%s\n", line.c_str());
@@ -93,8 +108,6 @@ ExitCode RunAll(const RunOptions& options, RunReport& report) {
     return highest;
 }
 
-}  // namespace
-
 ExitCode Run(const RunOptions& options) {
     RunReport report(options);
     const ExitCode code = RunAll(options, report);
@@ -110,6 +123,30 @@ ExitCode State(const StateOptions& options) {
     if (!state) return Report(options.item, state.Failure(), options.json);
     PrintLine(options.json ? StateJson(options.item, *state) : StateTable(options.item, *state));
     return kPassed;
+}
+
+}  // namespace
+
+void AddRun(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<RunOptions>();
+    CLI::App* command = app.add_subcommand("run", "Runs items, one after the other, and shows their results");
+    command->add_option("ITEM", options->items, "Item names, at most 31 bytes each")->required();
+    command
+        ->add_option("--cmd", options->cmd,
+                     R"(The item's argument, at most 127 bytes; "stop" stops it, "done" resets it)")
+        ->type_name("TEXT");
+    AddLimit(*command, options->limit, "Time limit of each item (default 310)");
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return Run(*options); }; });
+}
+
+void AddState(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<StateOptions>();
+    CLI::App* command = app.add_subcommand("state", "Tells whether an item is idle");
+    command->add_option("ITEM", options->item, "Item name, at most 31 bytes")->required();
+    AddLimit(*command, options->limit, "Time limit (default 10)");
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return State(*options); }; });
 }
 
 }  // namespace ominspect::ctl

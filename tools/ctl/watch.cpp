@@ -1,16 +1,16 @@
 // The command watch: prints the server's events as they happen.
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include "commands.h"
+#include "end_signals.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 
@@ -19,29 +19,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+struct WatchOptions {
+    std::uint64_t count = 0;        // events after which to end; 0: none
+    std::chrono::seconds limit{0};  // 0: none
+    bool json = false;
+};
+
 // How long the end of the program may take when the output is stuck.
 constexpr unsigned kStuckSeconds = 3;
-
-// The signals that end the watch, readable as a descriptor. They stay blocked: the program ends with the watch.
-class EndSignals {
-public:
-    EndSignals() {
-        sigset_t set{};
-        (void)sigemptyset(&set);
-        (void)sigaddset(&set, SIGINT);
-        (void)sigaddset(&set, SIGTERM);
-        (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
-        fd_ = signalfd(-1, &set, SFD_CLOEXEC);
-    }
-    ~EndSignals() { (void)close(fd_); }
-    EndSignals(const EndSignals&) = delete;
-    EndSignals& operator=(const EndSignals&) = delete;
-
-    int Fd() const { return fd_; }
-
-private:
-    int fd_ = -1;
-};
 
 // Prints events on the session's thread and tells the waiting thread when it is over.
 class Printer {
@@ -120,8 +105,6 @@ ExitCode Report(const client::Error& error) {
     return ExitCodeOf(error);
 }
 
-}  // namespace
-
 ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
@@ -138,6 +121,17 @@ ExitCode Watch(const WatchOptions& options) {
         (void)std::fprintf(stderr, "ominspectctl: %llu events were lost\n", static_cast<unsigned long long>(lost));
     }
     return code;
+}
+
+}  // namespace
+
+void AddWatch(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<WatchOptions>();
+    CLI::App* command = app.add_subcommand("watch", "Shows runs as they begin and end, until Ctrl-C");
+    command->add_option("--count", options->count, "End after N events")->type_name("N")->check(CLI::PositiveNumber);
+    AddLimit(*command, options->limit, "End after this time; exit code 4 if --count was not reached");
+    AddJson(*command, options->json, "Print one JSON object per line");
+    command->callback([options, &chosen] { chosen = [options] { return Watch(*options); }; });
 }
 
 }  // namespace ominspect::ctl

@@ -1,0 +1,24 @@
+// Ctrl-C and SIGTERM, readable as a descriptor: signalfd(2).
+#include "end_signals.h"
+
+#include <csignal>
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace ominspect::ctl {
+
+EndSignals::EndSignals() {
+    sigset_t set{};
+    (void)sigemptyset(&set);
+    (void)sigaddset(&set, SIGINT);
+    (void)sigaddset(&set, SIGTERM);
+    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    fd_ = signalfd(-1, &set, SFD_CLOEXEC);
+}
+
+EndSignals::~EndSignals() {
+    (void)close(fd_);
+}
+
+}  // namespace ominspect::ctl

@@ -1,0 +1,22 @@
+// Ctrl-C and SIGTERM, readable as a descriptor.
+#pragma once
+
+namespace ominspect::ctl {
+
+// Blocks SIGINT and SIGTERM in this thread and in those it starts later; they stay blocked, since the program ends with
+// the command. Made before any other thread.
+class EndSignals {
+public:
+    EndSignals();
+    ~EndSignals();
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+    // Readable once one of them came.
+    int Fd() const { return fd_; }
+
+private:
+    int fd_ = -1;
+};
+
+}  // namespace ominspect::ctl
