@@ -13,6 +13,7 @@
 #include "end_signals.h"
 #include "ominspect/client/session.h"
 #include "output.h"
+#include "report.h"
 
 namespace ominspect::ctl {
 namespace {
@@ -96,30 +97,23 @@ ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSign
 void TellIfAbsent(client::Session& session) {
     const auto state = session.State("ominspectctl", std::chrono::seconds(1));
     if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
-        (void)std::fputs("ominspectctl: the server is not on the bus; waiting for it\n", stderr);
+        Complain("the server is not on the bus; waiting for it");
     }
-}
-
-ExitCode Report(const client::Error& error) {
-    (void)std::fprintf(stderr, "ominspectctl: %s\n", error.text.c_str());
-    return ExitCodeOf(error);
 }
 
 ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
     const auto session = client::Session::Open(printer.Events());
-    if (!session) return Report(session.Failure());
-    if (const auto error = (*session)->Subscribe()) return Report(*error);
-    (void)std::fputs("ominspectctl: watching\n", stderr);
+    if (!session) return Fail(session.Failure(), false);
+    if (const auto error = (*session)->Subscribe()) return Fail(*error, false);
+    Complain("watching");
     TellIfAbsent(**session);
 
     const ExitCode code = Wait(options, printer, signals);
     (void)alarm(kStuckSeconds);
-    if (code == kUnreachable) (void)std::fputs("ominspectctl: the bus was lost\n", stderr);
-    if (const auto lost = (*session)->LostEvents(); lost > 0) {
-        (void)std::fprintf(stderr, "ominspectctl: %llu events were lost\n", static_cast<unsigned long long>(lost));
-    }
+    if (code == kUnreachable) Complain("the bus was lost");
+    if (const auto lost = (*session)->LostEvents(); lost > 0) Complain(std::to_string(lost) + " events were lost");
     return code;
 }
 

@@ -1,0 +1,80 @@
+// Columns and times as people read them.
+#include "format.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+namespace ominspect::ctl {
+namespace {
+
+bool BeginsCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80;
+}
+
+int MillisecondsOf(TimePoint time) {
+    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());
+    return static_cast<int>(sinceEpoch.count() % 1000);
+}
+
+std::string Formatted(const char* format, const std::tm& fields, TimePoint time, const char* end) {
+    std::array<char, 40> seconds{};
+    std::array<char, 64> out{};
+    (void)std::strftime(seconds.data(), seconds.size(), format, &fields);
+    (void)std::snprintf(out.data(), out.size(), "%s.%03d%s", seconds.data(), MillisecondsOf(time), end);
+    return out.data();
+}
+
+}  // namespace
+
+std::size_t WidthOf(std::string_view utf8) {
+    return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), BeginsCharacter));
+}
+
+std::string Padded(std::string text, std::size_t width) {
+    const std::size_t own = WidthOf(text);
+    return own < width ? text.append(width - own, ' ') : text;
+}
+
+std::string_view CutToWidth(std::string_view utf8, std::size_t width) {
+    for (std::size_t at = 0; at < utf8.size(); ++at) {
+        if (BeginsCharacter(utf8[at]) && width-- == 0) return utf8.substr(0, at);
+    }
+    return utf8;
+}
+
+std::string Table(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            widths[column] = std::max(widths[column], WidthOf(row[column]));
+        }
+    }
+    std::string out;
+    for (const auto& row : rows) {
+        if (!out.empty()) out += '\n';
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            const bool last = column + 1 == row.size();
+            out += last ? row[column] : Padded(row[column], widths[column]) + "  ";
+        }
+    }
+    return out;
+}
+
+std::string LocalTime(TimePoint time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm fields{};
+    (void)localtime_r(&seconds, &fields);
+    return Formatted("%H:%M:%S", fields, time, "");
+}
+
+std::string UtcTime(TimePoint time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm fields{};
+    (void)gmtime_r(&seconds, &fields);
+    return Formatted("%Y-%m-%dT%H:%M:%S", fields, time, "Z");
+}
+
+}  // namespace ominspect::ctl
