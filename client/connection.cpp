@@ -83,11 +83,10 @@ struct Call {
 
 }  // namespace
 
-Connection::Connection(Events events) : events_(std::move(events)) {
-    g_connection = this;
-}
+Connection::Connection(Events events) : events_(std::move(events)) {}
 
 Connection::~Connection() {
+    if (!joined_) return;
     OsProcDetach();  // ends the task and every send
     g_connection = nullptr;
     for (std::thread& send : abandoned_) send.join();
@@ -97,6 +96,8 @@ std::optional<Error> Connection::Join(std::string_view processName) {
     const std::uint32_t attached =
         processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
     if (attached != OS_MSG_OK) return wire::FromBus(attached);
+    joined_ = true;
+    g_connection = this;
     OsTaskDescriptor task{};
     SetName(task.name, kTaskName);
     task.queueDepth = kQueueDepth;

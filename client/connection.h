@@ -52,6 +52,7 @@ private:
 
     const Events events_;
     Inbox inbox_;
+    bool joined_ = false;               // the process's place on the bus is this one's
     std::mutex mutex_;                  // guards `abandoned_`
     std::list<std::thread> abandoned_;  // sends whose caller was cancelled; they end with the bus at the latest
 };

@@ -80,10 +80,10 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
     finished_ = true;
     switch (mode_) {
         case Mode::kTerminal:
-            Redraw(progress_.Visible(progress_.Count()));
+            if (!title_.empty()) Redraw(progress_.Visible(progress_.Count()));
             break;
         case Mode::kLines:
-            PrintLine(progress_.Summary());
+            if (!title_.empty()) PrintLine(progress_.Summary());
             break;
         case Mode::kJson: {
             const Json document = progress_.Document();

@@ -38,7 +38,7 @@ private:
     const Mode mode_;
     std::mutex mutex_;  // guards everything below, and the screen
     GroupProgress progress_;
-    std::string title_;
+    std::string title_;      // of the group that began last; empty before the first
     std::size_t drawn_ = 0;  // lines on the screen that the next drawing replaces
     bool finished_ = false;
     std::condition_variable_any over_;
