@@ -140,8 +140,9 @@ TEST_F(Programs, TheListShowsTheConfiguredItemsAndTheirStates) {
     EXPECT_EQ(Ctl({"run", "conf_ldapserver_ft"}).exitCode, 0);
     const Outcome list = Ctl({"list"});
     EXPECT_EQ(list.exitCode, 0);
-    EXPECT_TRUE(Holds(list.output, "bsp_mainboard_ft               error  sync   idle\n")) << list.output;
-    EXPECT_TRUE(Holds(list.output, "conf_ldapserver_ft             error  async  not idle\n")) << list.output;
+    EXPECT_TRUE(Holds(list.output, "bsp_mainboard_ft               error  sync   idle      -\n")) << list.output;
+    EXPECT_TRUE(Holds(list.output, "conf_ldapserver_ft             error  async  not idle  success, ")) << list.output;
+    EXPECT_TRUE(Holds(list.output, ": answered by owner1\n")) << list.output;
     EXPECT_EQ(std::count(list.output.begin(), list.output.end(), '\n'), 26);
     EXPECT_TRUE(Holds(Ctl({"list", "--json"}).output, R"("total":25})"));
 }

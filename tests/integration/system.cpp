@@ -74,6 +74,7 @@ tagKivoOmInspectionResult Reply::Result() const {
 
 System::System() : folder_(testing::TempDir() + "/itest-XXXXXX") {
     EXPECT_NE(mkdtemp(folder_.data()), nullptr);
+    setenv("XDG_STATE_HOME", folder_.c_str(), 1);  // of the programs that are run
     OsTaskDescriptor task{};
     std::snprintf(task.name, sizeof task.name, "itest");
     task.queueDepth = 4096;

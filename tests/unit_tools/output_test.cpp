@@ -61,20 +61,6 @@ TEST(RunJson, HasAHintWhereOneHelps) {
                    R"("hint":"unknown item: no owner has registered it"})");
 }
 
-TEST(List, IsShownAsATableAndAsJson) {
-    const std::vector<ListRow> rows{{{"conf_sip_ft", "error", true}, ItemState::kIdleOrUnknown},
-                                    {{"x", "warn", false}, ItemState::kNotIdle},
-                                    {{"", "", false}, std::nullopt}};
-    EXPECT_EQ(ListTable(rows),
-              "ITEM         LEVEL  MODE   STATE\n"
-              "conf_sip_ft  error  sync   idle\n"
-              "x            warn   async  not idle\n"
-              "                    async  -");
-    EXPECT_EQ(ListJson(rows, 300), R"({"items":[{"item":"conf_sip_ft","level":"error","isSync":true,"state":"idle"},)"
-                                   R"({"item":"x","level":"warn","isSync":false,"state":"not idle"},)"
-                                   R"({"item":"","level":"","isSync":false}],"total":300})");
-}
-
 TEST(State, IsShownAsATableAndAsJson) {
     EXPECT_EQ(StateTable("load", ItemState::kIdleOrUnknown), "ITEM  STATE\nload  idle (or unknown to the server)");
     EXPECT_EQ(StateTable("load", ItemState::kNotIdle), "ITEM  STATE\nload  not idle (running, or holding a result)");
@@ -102,6 +88,23 @@ TEST_F(EventOutput, IsOneLineForPeople) {
               "01:46:40.007  run   load                             running   be\\ngin");
     EXPECT_EQ(BusyEventLine(time_, true), "01:46:40.007  busy");
     EXPECT_EQ(BusyEventLine(time_, false), "01:46:40.007  idle");
+}
+
+TEST_F(EventOutput, AndTheListHaveLocalTimesForPeopleAndUtcInJson) {
+    const LastResult last{"warn", "LOAD\nWARNING", time_};
+    const std::vector<ListRow> rows{{{"conf_sip_ft", "error", true}, ItemState::kIdleOrUnknown, last},
+                                    {{"x", "warn", false}, ItemState::kNotIdle, std::nullopt},
+                                    {{"", "", false}, std::nullopt, std::nullopt}};
+    EXPECT_EQ(ListTable(rows),
+              "ITEM         LEVEL  MODE   STATE     LAST RESULT\n"
+              "conf_sip_ft  error  sync   idle      warn, 2001-09-09 01:46: LOAD\\nWARNING\n"
+              "x            warn   async  not idle  -\n"
+              "                    async  -         -");
+    EXPECT_EQ(ListJson(rows, 300),
+              R"({"items":[{"item":"conf_sip_ft","level":"error","isSync":true,"state":"idle",)"
+              R"("lastResult":{"status":"warn","text":"LOAD\nWARNING","time":"2001-09-09T01:46:40.007Z"}},)"
+              R"({"item":"x","level":"warn","isSync":false,"state":"not idle"},)"
+              R"({"item":"","level":"","isSync":false}],"total":300})");
 }
 
 TEST_F(EventOutput, IsOneJsonObjectPerLine) {

@@ -13,16 +13,21 @@ bool BeginsCharacter(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80;
 }
 
-int MillisecondsOf(TimePoint time) {
-    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());
-    return static_cast<int>(sinceEpoch.count() % 1000);
+using Convert = std::tm* (*)(const std::time_t*, std::tm*);
+
+std::string Formatted(TimePoint time, Convert convert, const char* format) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm fields{};
+    (void)convert(&seconds, &fields);
+    std::array<char, 40> out{};
+    (void)std::strftime(out.data(), out.size(), format, &fields);
+    return out.data();
 }
 
-std::string Formatted(const char* format, const std::tm& fields, TimePoint time, const char* end) {
-    std::array<char, 40> seconds{};
-    std::array<char, 64> out{};
-    (void)std::strftime(seconds.data(), seconds.size(), format, &fields);
-    (void)std::snprintf(out.data(), out.size(), "%s.%03d%s", seconds.data(), MillisecondsOf(time), end);
+std::string Milliseconds(TimePoint time) {
+    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch());
+    std::array<char, 8> out{};
+    (void)std::snprintf(out.data(), out.size(), ".%03d", static_cast<int>(sinceEpoch.count() % 1000));
     return out.data();
 }
 
@@ -64,17 +69,15 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
 }
 
 std::string LocalTime(TimePoint time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm fields{};
-    (void)localtime_r(&seconds, &fields);
-    return Formatted("%H:%M:%S", fields, time, "");
+    return Formatted(time, localtime_r, "%H:%M:%S") + Milliseconds(time);
+}
+
+std::string LocalDate(TimePoint time) {
+    return Formatted(time, localtime_r, "%Y-%m-%d %H:%M");
 }
 
 std::string UtcTime(TimePoint time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm fields{};
-    (void)gmtime_r(&seconds, &fields);
-    return Formatted("%Y-%m-%dT%H:%M:%S", fields, time, "Z");
+    return Formatted(time, gmtime_r, "%Y-%m-%dT%H:%M:%S") + Milliseconds(time) + "Z";
 }
 
 }  // namespace ominspect::ctl

@@ -24,6 +24,7 @@ std::string_view CutToWidth(std::string_view utf8, std::size_t width);
 std::string Table(const std::vector<std::vector<std::string>>& rows);
 
 std::string LocalTime(TimePoint time);  // 12:34:56.789
+std::string LocalDate(TimePoint time);  // 2026-01-31 12:34
 std::string UtcTime(TimePoint time);    // 2026-01-31T12:34:56.789Z
 
 }  // namespace ominspect::ctl

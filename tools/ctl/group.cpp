@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "group_display.h"
+#include "history.h"
 #include "interrupt.h"
 #include "ominspect/client/session.h"
 #include "report.h"
@@ -60,14 +61,22 @@ private:
 std::optional<client::Error> RunOn(client::Session& session, const GroupCommandOptions& options,
                                    const std::vector<std::string>& items, GroupDisplay& display,
                                    const client::Limit& limit) {
+    History history;
     std::vector<client::Request> requests;
     for (const std::string& item : items) requests.push_back({item, options.cmd});
     const client::GroupOptions group{
         .waitForTurn = options.waitForTurn,
         .onStart = [&](std::uint32_t id, std::size_t first, std::size_t count) { display.OnStart(id, first, count); },
-        .onRecord = [&](const client::GroupRecord& record) { display.OnRecord(record); },
+        .onRecord =
+            [&](const client::GroupRecord& record) {
+                display.OnRecord(record);
+                const auto now = std::chrono::system_clock::now();
+                for (const client::GroupItem& item : record.items) history.Add(item.result, item.end.value_or(now));
+            },
         .onRefused = [] { Complain("the server runs a group of this name already (16); waiting for its end"); }};
-    return client::RunGroup(session, requests, group, limit);
+    auto error = client::RunGroup(session, requests, group, limit);
+    SaveHistory(history);
+    return error;
 }
 
 ExitCode Group(const GroupCommandOptions& options) {

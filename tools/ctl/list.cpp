@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
@@ -19,9 +20,10 @@ struct ListOptions {
 // The rows of the list; an item whose name cannot be sent has no state.
 client::Result<std::vector<ListRow>> Gather(client::Session& session, const client::Catalogue& catalogue,
                                             const client::Limit& limit) {
+    const History history;
     std::vector<ListRow> rows;
     for (const client::ConfiguredItem& item : catalogue.items) {
-        ListRow& row = rows.emplace_back(ListRow{item, std::nullopt});
+        ListRow& row = rows.emplace_back(ListRow{item, std::nullopt, history.Find(item.name)});
         if (client::CheckItemName(item.name)) continue;
         const auto state = session.State(item.name, limit);
         if (!state) return state.Failure();
@@ -50,7 +52,8 @@ ExitCode List(const ListOptions& options) {
 
 void AddList(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<ListOptions>();
-    CLI::App* command = app.add_subcommand("list", "Lists the configured items");
+    CLI::App* command =
+        app.add_subcommand("list", "Lists the configured items, with the last results that your commands saw");
     AddLimit(*command, options->limit, "Time limit (default 10)");
     AddJson(*command, options->json);
     command->callback([options, &chosen] { chosen = [options] { return List(*options); }; });

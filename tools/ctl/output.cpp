@@ -26,6 +26,10 @@ const char* ModeOf(const client::ConfiguredItem& item) {
     return item.isSync ? "sync" : "async";
 }
 
+std::string LastOf(const LastResult& last) {
+    return text::Escaped(last.status) + ", " + LocalDate(last.time) + ": " + text::Escaped(last.text);
+}
+
 const char* StateOf(client::ItemState state) {
     return state == client::ItemState::kIdleOrUnknown ? "idle" : "not idle";
 }
@@ -69,10 +73,10 @@ Json ErrorJson(std::string_view item, const client::Error& error) {
 }
 
 std::string ListTable(const std::vector<ListRow>& rows) {
-    std::vector<std::vector<std::string>> table{{"ITEM", "LEVEL", "MODE", "STATE"}};
+    std::vector<std::vector<std::string>> table{{"ITEM", "LEVEL", "MODE", "STATE", "LAST RESULT"}};
     for (const ListRow& row : rows) {
         table.push_back({text::Escaped(row.item.name), text::Escaped(row.item.level), ModeOf(row.item),
-                         row.state ? StateOf(*row.state) : "-"});
+                         row.state ? StateOf(*row.state) : "-", row.last ? LastOf(*row.last) : "-"});
     }
     return Table(table);
 }
@@ -83,6 +87,11 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total) {
         Json item = JsonObject({{"item", row.item.name}, {"level", row.item.level}});
         cJSON_AddBoolToObject(item.get(), "isSync", row.item.isSync);
         if (row.state) cJSON_AddStringToObject(item.get(), "state", StateOf(*row.state));
+        if (row.last) {
+            JsonAdd(item, "lastResult",
+                    JsonObject(
+                        {{"status", row.last->status}, {"text", row.last->text}, {"time", UtcTime(row.last->time)}}));
+        }
         JsonAdd(items, std::move(item));
     }
     const Json document = JsonObject({});

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "format.h"
+#include "history.h"
 #include "json.h"
 #include "ominspect/client/types.h"
 
@@ -32,10 +33,11 @@ Json RunJson(const RunRow& row);
 Json ErrorJson(const client::Error& error);
 Json ErrorJson(std::string_view item, const client::Error& error);
 
-// One configured item; no state when its name cannot be asked for.
+// One configured item; no state when its name cannot be asked for, no result when none was seen.
 struct ListRow {
     client::ConfiguredItem item;
     std::optional<client::ItemState> state;
+    std::optional<LastResult> last;
 };
 
 std::string ListTable(const std::vector<ListRow>& rows);

@@ -1,7 +1,9 @@
 // Where the commands' answers and complaints go.
 #include "report.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "output.h"
 #include "text/text.h"
@@ -19,6 +21,10 @@ void Complain(const std::string& text) {
 
 void Complain(std::string_view item, const client::Error& error) {
     Complain(text::Escaped(item) + ": " + error.text);
+}
+
+void SaveHistory(History& history) {
+    if (!history.Save()) Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
 }
 
 ExitCode Fail(std::string_view item, const client::Error& error, bool json) {

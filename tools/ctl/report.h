@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "exit_code.h"
+#include "history.h"
 #include "ominspect/client/error.h"
 
 namespace ominspect::ctl {
@@ -17,6 +18,9 @@ void Complain(const std::string& text);
 
 // The same about an item, whose name is shown escaped.
 void Complain(std::string_view item, const client::Error& error);
+
+// Saves what the command has seen; a complaint when that cannot be done, which fails no command.
+void SaveHistory(History& history);
 
 // The one answer of a command that failed: complains, prints the error as a document when wanted, and gives its exit
 // code.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
@@ -30,6 +31,7 @@ public:
         : json_(options.json), nameWidth_(NameWidth(options.items)), rows_(cJSON_CreateArray()) {}
 
     void Add(const RunRow& row) {
+        history_.Add(row.result, std::chrono::system_clock::now());
         if (json_) {
             JsonAdd(rows_, RunJson(row));
             return;
@@ -45,6 +47,7 @@ public:
     }
 
     void Finish() {
+        SaveHistory(history_);
         if (!json_) return;
         const Json document = JsonObject({});
         JsonAdd(document, "results", std::move(rows_));
@@ -56,6 +59,7 @@ private:
     const std::size_t nameWidth_;
     bool headed_ = false;
     Json rows_;
+    History history_;
 };
 
 // Runs items; knows which of them answer at once.

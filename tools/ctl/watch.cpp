@@ -11,6 +11,7 @@
 
 #include "commands.h"
 #include "end_signals.h"
+#include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
@@ -40,6 +41,7 @@ public:
     client::Events Events() {
         return {[this](const client::ItemResult& result) {
                     const auto now = std::chrono::system_clock::now();
+                    history_.Add(result, now);
                     Print(options_.json ? RunEventJson(now, result) : RunEventLine(now, result));
                 },
                 [this](bool busy) {
@@ -52,6 +54,9 @@ public:
     // Readable once an exit code is there.
     int Fd() const { return over_; }
     ExitCode Code() const { return code_; }
+
+    // What was seen, once the session is over.
+    History& Seen() { return history_; }
 
 private:
     void Print(const std::string& line) {
@@ -76,6 +81,7 @@ private:
     const int over_;
     bool finished_ = false;      // only of the session's thread
     std::uint64_t printed_ = 0;  // likewise
+    History history_;            // likewise
     std::atomic<ExitCode> code_{kPassed};
 };
 
@@ -104,7 +110,7 @@ void TellIfAbsent(client::Session& session) {
 ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
-    const auto session = client::Session::Open(printer.Events());
+    auto session = client::Session::Open(printer.Events());
     if (!session) return Fail(session.Failure(), false);
     if (const auto error = (*session)->Subscribe()) return Fail(*error, false);
     Complain("watching");
@@ -114,6 +120,8 @@ ExitCode Watch(const WatchOptions& options) {
     (void)alarm(kStuckSeconds);
     if (code == kUnreachable) Complain("the bus was lost");
     if (const auto lost = (*session)->LostEvents(); lost > 0) Complain(std::to_string(lost) + " events were lost");
+    session->reset();
+    SaveHistory(printer.Seen());
     return code;
 }
 
