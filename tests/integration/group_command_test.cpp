@@ -219,8 +219,8 @@ TEST_F(GroupCommand, AClientThatDisappearsLeavesTheServerHealthyAndTheGroupEndsB
     Child group = StartGroup({"later_ok"});
     ASSERT_TRUE(Eventually([&] { return Holds(group.Output(), "later_ok  running"); })) << group.Output();
     group.Kill();
+    EXPECT_TRUE(Eventually([this] { return Holds(ServerLog(), "group wait stop overtime["); })) << ServerLog();
     EXPECT_TRUE(EventuallyIdle());
-    EXPECT_TRUE(Holds(ServerLog(), "group wait stop overtime[")) << ServerLog();
     EXPECT_EQ(Group({"always_ok"}).exitCode, 0);
 }
 
