@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
 namespace support {
@@ -39,20 +40,20 @@ Lines InForkedChild(const std::function<Lines()>& body) {
         RunBody(ends[1], body);
     }
     close(ends[1]);
-    Lines lines;
-    std::string line;
-    for (char byte = 0; read(ends[0], &byte, 1) == 1;) {
-        if (byte != '\0') {
-            line += byte;
-        } else {
-            lines.push_back(line);
-            line.clear();
-        }
+    std::string text;
+    std::array<char, 65536> buffer;
+    for (ssize_t got = 0; (got = read(ends[0], buffer.data(), buffer.size())) > 0;) {
+        text.append(buffer.data(), static_cast<std::size_t>(got));
     }
     close(ends[0]);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "the child did not end well";
+    Lines lines;
+    std::istringstream all(text);
+    for (std::string line; std::getline(all, line, '\0');) {
+        lines.push_back(line);
+    }
     return lines;
 }
 
