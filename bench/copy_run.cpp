@@ -73,9 +73,9 @@ Options ParseOptions(int argc, char** argv) {
 }
 
 bool RunProgram(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
+    std::vector<char*> argv(command.size() + 1, nullptr);
+    std::transform(command.begin(), command.end(), argv.begin(),
+                   [](const std::string& word) { return const_cast<char*>(word.c_str()); });
     const pid_t child = fork();
     if (child == 0) {
         execvp(argv[0], argv.data());

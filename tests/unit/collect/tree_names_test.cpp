@@ -28,11 +28,8 @@ protected:
 }  // namespace
 
 TEST_F(Names, ThatTheShellLeavesAloneKeepTheirTimes) {
-    for (const char* name :
-         {"\xff\xfe\x80",
-          "gr\xc3\xb6\xc3\x9f"
-          "e",
-          "a\rb", "#hash", "~tilde", "-r", "--help", "a*b", "a?b", "[ab]", "%s%n", "a=b", "{", "..."}) {
+    for (const char* name : {"\xff\xfe\x80", "gr\xc3\xb6n", "a\rb", "#hash", "~tilde", "-r", "--help", "a*b", "a?b",
+                             "[ab]", "%s%n", "a=b", "{", "..."}) {
         CopyOne(name, {});
     }
 }
@@ -42,7 +39,7 @@ TEST_F(Names, ThatTheShellTakesApartAreCopiedWithoutTheirTimes) {
     CopyOne("%s%n %s", {"1 InspectFile 15: change file [****/%s%n %s]->[****/%s%n %s] time fail"});
     CopyOne("a_tab\tb", {"1 InspectFile 15: change file [****/a_tab\tb]->[****/a_tab\tb] time fail"});
     CopyOne("it's_me", {"1 InspectFile 15: change file [****/it's_me]->[****/it's_me] time fail"});
-    CopyOne("a_\"quote", {"1 InspectFile 15: change file [****a_\"quote]->[****a_\"quote] time fail"});
+    CopyOne(R"(a_"quote)", {R"(1 InspectFile 15: change file [****a_"quote]->[****a_"quote] time fail)"});
     CopyOne("\"quoted\"", {"1 InspectFile 15: change file [****\"quoted\"]->[****\"quoted\"] time fail"});
     CopyOne("back\\slash", {"1 InspectFile 15: change file [****ck\\slash]->[****ck\\slash] time fail"});
     CopyOne("(parens)", {"1 InspectFile 15: change file [****(parens)]->[****(parens)] time fail"});

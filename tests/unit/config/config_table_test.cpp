@@ -22,9 +22,9 @@ constexpr const char* kFile = "device/zq_product/etc/config/om/inspect_config.xm
 
 // What the loader may take beside what it had before, in KiB. A sanitizer keeps books of every byte, and freed memory.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long kMostMemory = 1024 * 1024;
+constexpr long kMostMemory = 1'048'576;
 #else
-constexpr long kMostMemory = 128 * 1024;
+constexpr long kMostMemory = 131'072;
 #endif
 
 constexpr const char* kGood =
