@@ -1,15 +1,10 @@
-// A requester's place on the message bus: one task for events, synchronous sends for requests.
+// The requests of a session: each is built, sent and its reply decoded.
 #include "ominspect/client/session.h"
 
 #include <algorithm>
-#include <atomic>
-#include <cstring>
-#include <limits>
-#include <string>
 #include <utility>
 
-#include <unistd.h>
-
+#include "connection.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
 #include "wire.h"
@@ -17,138 +12,156 @@
 namespace ominspect::client {
 namespace {
 
-constexpr const char* kTaskName = "ic_task";
-constexpr std::uint32_t kQueueDepth = 1024;
-// A process id is unique on one machine only; several containers on one bus may meet on it.
-constexpr int kNameAttempts = 8;
-
-// The platform's task functions carry no context: the events of the process's one session.
-std::atomic<const Events*> g_events{nullptr};
-
-// Copies a name that is known to fit, NUL included.
-template <std::size_t size>
-void SetName(char (&field)[size], std::string_view name) {
-    std::memcpy(field, name.data(), std::min(name.size(), size - 1));
-}
-
-std::uint32_t HandleMessage(TagMsgBlock* msg) {
-    const Events* events = g_events.load();
-    // The server is the only one that this task listens to.
-    if (events == nullptr || std::strcmp(msg->srcProcName, OM_INSPECT_PROC_NAME) != 0) return 0;
-    const wire::Bytes data(msg->data, msg->dataLen);
-    if (msg->msgId == OM_INSPECT_EVENT_RUN && events->onRun) {
-        if (const auto result = wire::DecodeResult(data)) events->onRun(*result);
-    } else if (msg->msgId == OM_INSPECT_EVENT_BUSY && events->onBusy) {
-        if (const auto busy = wire::DecodeBusy(data)) events->onBusy(*busy);
-    }
-    return 0;
-}
-
-std::uint32_t RunTask() {
-    const std::uint32_t result = OsMsgTaskRoutineByName(kTaskName);
-    const Events* events = g_events.load();
-    if (result == OS_MSG_ERR_NO_BUS && events != nullptr && events->onBusLost) events->onBusLost();
-    return result;
-}
-
-std::uint32_t AttachUnique() {
-    const std::string base = "ic-" + std::to_string(getpid());
-    std::uint32_t result = OsProcAttach(base.c_str());
-    for (int i = 1; i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
-        result = OsProcAttach((base + "-" + std::to_string(i)).c_str());
-    }
-    return result;
-}
-
-// Sends a request and waits; the reply's payload, or the error.
-Result<std::string> Ask(std::uint32_t msgId, std::string payload, std::chrono::milliseconds limit) {
-    if (limit.count() < 1 || limit.count() > std::numeric_limits<std::uint32_t>::max()) {
-        return Error{ErrorCode::kInvalidArgument, "the time limit is out of range"};
-    }
-    TagMsgBlock msg{};
-    msg.msgId = msgId;
-    SetName(msg.dstProcName, OM_INSPECT_PROC_NAME);
-    SetName(msg.dstTaskName, OM_INSPECT_TASK_NAME);
-    SetName(msg.replyTaskName, kTaskName);
-    msg.dataLen = static_cast<std::uint32_t>(payload.size());
-    msg.data = reinterpret_cast<unsigned char*>(payload.data());
-
-    TagMsgBlock* raw = nullptr;
-    const std::uint32_t result = OsMsgSynSend(&msg, &raw, static_cast<std::uint32_t>(limit.count()));
-    const std::unique_ptr<TagMsgBlock, decltype(&OsMsgSynRespFree)> reply(raw, &OsMsgSynRespFree);
-    if (result != OS_MSG_OK) return wire::FromBus(result);
-    if (!reply || reply->data == nullptr) return std::string();
-    return std::string(reinterpret_cast<const char*>(reply->data), reply->dataLen);
-}
+// How often somebody who waits for a message asks whether the server is still there.
+constexpr std::chrono::seconds kPresencePeriod{2};
 
 wire::Bytes BytesOf(const std::string& text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
+// Waits with `take` for a message of the server, as long as there is a server to send it.
+template <typename T, typename Take>
+Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
+    for (;;) {
+        Result<std::optional<T>> taken =
+            take(std::min<Limit::Clock::time_point>(limit.Deadline(), Limit::Clock::now() + kPresencePeriod));
+        if (!taken) return taken.Failure();
+        if (*taken) return std::move(**taken);
+        if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+        if (auto error = connection.CheckPresence()) return *error;
+    }
+}
+
 }  // namespace
 
-Session::Session(Events events) : events_(std::move(events)) {
-    g_events = &events_;
+// ---- a run in the background ----
+
+BackgroundRun::BackgroundRun(Connection& connection, std::string item, std::uint64_t serverLife)
+    : connection_(&connection), item_(std::move(item)), serverLife_(serverLife) {}
+
+BackgroundRun::BackgroundRun(BackgroundRun&& other) noexcept
+    : connection_(std::exchange(other.connection_, nullptr)),
+      item_(std::move(other.item_)),
+      serverLife_(other.serverLife_) {}
+
+BackgroundRun::~BackgroundRun() {
+    if (connection_ != nullptr) connection_->Mail().Forget(item_);
 }
 
-Session::~Session() {
-    OsProcDetach();
-    g_events = nullptr;
+Result<ItemResult> BackgroundRun::Next(const Limit& limit) {
+    return AwaitMail<ItemResult>(*connection_, limit, [&](Limit::Clock::time_point deadline) {
+        return connection_->Mail().TakeResult(item_, serverLife_, limit, deadline);
+    });
 }
+
+Result<ItemResult> BackgroundRun::Await(const Limit& limit, const std::function<void(const ItemResult&)>& onRunning) {
+    for (;;) {
+        auto result = Next(limit);
+        if (!result || result->status != "running") return result;
+        if (onRunning) onRunning(*result);
+    }
+}
+
+// ---- a group ----
+
+GroupRun::GroupRun(Connection& connection, std::uint32_t taskId, std::uint64_t serverLife)
+    : connection_(&connection), taskId_(taskId), serverLife_(serverLife) {}
+
+Result<GroupRecord> GroupRun::Await(const Limit& limit) {
+    return AwaitMail<GroupRecord>(*connection_, limit, [&](Limit::Clock::time_point deadline) {
+        return connection_->Mail().TakeRecord(taskId_, serverLife_, limit, deadline);
+    });
+}
+
+// ---- the session ----
+
+Session::Session(std::unique_ptr<Connection> connection) : connection_(std::move(connection)) {}
+
+Session::~Session() = default;
 
 Result<std::unique_ptr<Session>> Session::Open(Events events, std::string_view processName) {
-    const std::uint32_t attached =
-        processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
-    if (attached != OS_MSG_OK) return wire::FromBus(attached);
-    std::unique_ptr<Session> session(new Session(std::move(events)));
-    OsTaskDescriptor task{};
-    SetName(task.name, kTaskName);
-    task.queueDepth = kQueueDepth;
-    task.handler = HandleMessage;
-    task.entry = RunTask;
-    const std::uint32_t created = OsTaskCreate(&task);
-    if (created != OS_MSG_OK) return wire::FromBus(created);
-    return session;
+    auto connection = std::make_unique<Connection>(std::move(events));
+    if (auto error = connection->Join(processName)) return *error;
+    return std::unique_ptr<Session>(new Session(std::move(connection)));
+}
+
+Result<RunReply> Session::Run(const Request& request, const Limit& limit) {
+    auto text = wire::EncodeRequest(request);
+    if (!text) return text.Failure();
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_RUN, std::move(*text), limit);
+    if (!reply) return reply.Failure();
+    return wire::DecodeRunReply(BytesOf(*reply), request.item);
+}
+
+Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit) {
+    auto text = wire::EncodeRequest(request);
+    if (!text) return text.Failure();
+    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
+    // The message itself goes unnoticed when there is no server.
+    if (auto error = connection_->CheckPresence()) return *error;
+    Inbox& mail = connection_->Mail();
+    const std::uint64_t life = mail.ServerLife();
+    if (!mail.Expect(request.item)) {
+        return Error{ErrorCode::kInvalidArgument, "this session waits for a run of the item already"};
+    }
+    BackgroundRun run(*connection_, request.item, life);
+    if (auto error = Connection::Post(OM_INSPECT_MSG_START, std::move(*text))) return *error;
+    return run;
+}
+
+Result<GroupRun> Session::StartGroup(std::span<const Request> requests, const Limit& limit) {
+    auto payload = wire::EncodeGroup(requests);
+    if (!payload) return payload.Failure();
+    const std::uint64_t life = connection_->Mail().ServerLife();
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_START_GROUP, std::move(*payload), limit);
+    if (!reply) return reply.Failure();
+    const auto taskId = wire::DecodeGroupReply(BytesOf(*reply));
+    if (!taskId) return taskId.Failure();
+    return GroupRun(*connection_, *taskId, life);
+}
+
+Result<bool> Session::StopTask(std::uint32_t taskId, const Limit& limit) {
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_STOP_GROUP, "", limit, taskId);
+    if (!reply) return reply.Failure();
+    return wire::DecodeStopReply(BytesOf(*reply));
+}
+
+std::optional<Error> Session::Reset(std::string_view item, const Limit& limit) {
+    const auto reply = Run({std::string(item), "done"}, limit);
+    if (!reply) return reply.Failure();
+    return std::nullopt;
+}
+
+Result<ItemState> Session::State(std::string_view item, const Limit& limit) {
+    if (auto error = CheckItemName(item)) return *error;
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_STATE, std::string(item), limit);
+    if (!reply) return reply.Failure();
+    return wire::DecodeStateReply(BytesOf(*reply));
+}
+
+Result<Catalogue> Session::List(const Limit& limit) {
+    const auto count = connection_->Ask(OM_INSPECT_MSG_LIST_COUNT, "", limit);
+    if (!count) return count.Failure();
+    const auto total = wire::DecodeCount(BytesOf(*count));
+    if (!total) return total.Failure();
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_LIST, "", limit);
+    if (!reply) return reply.Failure();
+    auto items = wire::DecodeList(BytesOf(*reply));
+    if (!items) return items.Failure();
+    return Catalogue{std::move(*items), *total};
 }
 
 // The platform knows the process's one place on the bus by itself; that these functions need an object says that
 // there is one.
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
-Result<RunReply> Session::Run(std::string_view item, std::string_view cmd, std::chrono::milliseconds limit) {
-    auto request = wire::EncodeRequest(item, cmd);
-    if (!request) return request.Failure();
-    const auto reply = Ask(OM_INSPECT_MSG_RUN, std::move(*request), limit);
-    if (!reply) return reply.Failure();
-    return wire::DecodeRunReply(BytesOf(*reply), item);
-}
-
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
-Result<ItemState> Session::State(std::string_view item, std::chrono::milliseconds limit) {
-    if (auto error = CheckItemName(item)) return *error;
-    const auto reply = Ask(OM_INSPECT_MSG_STATE, std::string(item), limit);
-    if (!reply) return reply.Failure();
-    return wire::DecodeStateReply(BytesOf(*reply));
-}
-
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::optional<Error> Session::Subscribe() {
-    OsMsgSubscription subscriptions[2]{};
-    for (OsMsgSubscription& subscription : subscriptions) {
-        SetName(subscription.srcProcName, OM_INSPECT_PROC_NAME);
-        SetName(subscription.srcTaskName, OM_INSPECT_TASK_NAME);
-        SetName(subscription.dstTaskName, kTaskName);
-    }
-    subscriptions[0].eventId = OM_INSPECT_EVENT_RUN;
-    subscriptions[1].eventId = OM_INSPECT_EVENT_BUSY;
-    const std::uint32_t result = OsMsgSubscribeEvent(subscriptions, 2, 0);
-    if (result != OS_MSG_OK) return wire::FromBus(result);
-    return std::nullopt;
+    return Connection::Subscribe({OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::uint64_t Session::LostEvents() const {
-    return OsMsgDroppedCount(kTaskName);
+    return Connection::LostEvents();
 }
 
 }  // namespace ominspect::client

@@ -42,6 +42,10 @@ const char* ErrorWord(ErrorCode code) {
             return "time-limit";
         case ErrorCode::kRefused:
             return "refused";
+        case ErrorCode::kGroupBusy:
+            return "group-busy";
+        case ErrorCode::kCancelled:
+            return "cancelled";
         case ErrorCode::kDenied:
             return "denied";
         case ErrorCode::kMalformedReply:
@@ -52,14 +56,18 @@ const char* ErrorWord(ErrorCode code) {
     return "internal";
 }
 
+bool IsUnknownItem(const ItemResult& result) {
+    return result.status == "fail" && result.text == "no support";
+}
+
 std::optional<Error> CheckItemName(std::string_view item) {
     if (item.empty()) return Error{ErrorCode::kInvalidArgument, "the item name is empty"};
     return CheckText("the item name", item, OM_INSPECT_NAME_SIZE - 1);
 }
 
-std::optional<Error> CheckRequest(std::string_view item, std::string_view cmd) {
-    if (auto error = CheckItemName(item)) return error;
-    return CheckText("the cmd", cmd, kMaxCmd);
+std::optional<Error> CheckRequest(const Request& request) {
+    if (auto error = CheckItemName(request.item)) return error;
+    return CheckText("the cmd", request.cmd, kMaxCmd);
 }
 
 namespace wire {
@@ -94,22 +102,45 @@ std::optional<std::uint32_t> NumberOf(Bytes data) {
 
 }  // namespace
 
-Result<std::string> EncodeRequest(std::string_view item, std::string_view cmd) {
-    if (auto error = CheckRequest(item, cmd)) return *error;
-    const std::unique_ptr<cJSON, JsonDelete> request(cJSON_CreateObject());
-    const bool built = request && cJSON_AddStringToObject(request.get(), "name", std::string(item).c_str()) &&
-                       cJSON_AddStringToObject(request.get(), "cmd", std::string(cmd).c_str());
-    const std::unique_ptr<char, JsonTextFree> text(built ? cJSON_PrintUnformatted(request.get()) : nullptr);
+Result<std::string> EncodeRequest(const Request& request) {
+    if (auto error = CheckRequest(request)) return *error;
+    const std::unique_ptr<cJSON, JsonDelete> json(cJSON_CreateObject());
+    const bool built = json && cJSON_AddStringToObject(json.get(), "name", request.item.c_str()) &&
+                       cJSON_AddStringToObject(json.get(), "cmd", request.cmd.c_str());
+    const std::unique_ptr<char, JsonTextFree> text(built ? cJSON_PrintUnformatted(json.get()) : nullptr);
     if (!text) return Error{ErrorCode::kInternal, "no memory for the request"};
     return std::string(text.get());
 }
 
-Result<ItemResult> DecodeResult(Bytes record) {
-    tagKivoOmInspectionResult raw{};
-    if (record.size() != sizeof raw) {
-        return Malformed("a result of " + std::to_string(record.size()) + " bytes instead of 192");
+Result<std::string> EncodeGroup(std::span<const Request> requests) {
+    if (requests.empty()) return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    if (requests.size() > kGroupSlots) {
+        return Error{ErrorCode::kInvalidArgument, "the group has more than " + std::to_string(kGroupSlots) + " items"};
     }
-    std::memcpy(&raw, record.data(), sizeof raw);
+    std::string payload;
+    for (const Request& request : requests) {
+        const auto text = EncodeRequest(request);
+        if (!text) return text.Failure();
+        payload += *text + '\0';
+    }
+    return payload + '\0';
+}
+
+namespace {
+
+// A record of this type, which the bytes must be of exactly.
+template <typename Record>
+Result<Record> RecordOf(Bytes bytes, const char* what) {
+    Record record{};
+    if (bytes.size() != sizeof record) {
+        return Malformed(std::string(what) + " of " + std::to_string(bytes.size()) + " bytes instead of " +
+                         std::to_string(sizeof record));
+    }
+    std::memcpy(&record, bytes.data(), sizeof record);
+    return record;
+}
+
+Result<ItemResult> ResultOf(const tagKivoOmInspectionResult& raw) {
     auto name = TextOf(raw.name);
     auto status = TextOf(raw.status);
     auto text = TextOf(raw.text);
@@ -117,17 +148,88 @@ Result<ItemResult> DecodeResult(Bytes record) {
     return ItemResult{std::move(*name), std::move(*status), std::move(*text)};
 }
 
+// The latest time that the calendar's clock can hold.
+constexpr std::uint64_t kLatest = static_cast<std::uint64_t>(
+    std::chrono::duration_cast<std::chrono::milliseconds>(SystemTime::max().time_since_epoch()).count());
+
+std::optional<SystemTime> TimeOf(std::uint64_t milliseconds) {
+    if (milliseconds == 0) return std::nullopt;
+    return SystemTime(std::chrono::milliseconds(milliseconds));
+}
+
+}  // namespace
+
+Result<ItemResult> DecodeResult(Bytes record) {
+    const auto raw = RecordOf<tagKivoOmInspectionResult>(record, "a result");
+    if (!raw) return raw.Failure();
+    return ResultOf(*raw);
+}
+
+Result<GroupRecord> DecodeGroupRecord(Bytes bytes) {
+    const auto raw = RecordOf<tagKivoOmInspectionGroupResult>(bytes, "a group record");
+    if (!raw) return raw.Failure();
+    if (raw->count > kGroupSlots) return Malformed("a group record of " + std::to_string(raw->count) + " items");
+    GroupRecord record{raw->taskId, {}};
+    for (std::uint32_t i = 0; i < raw->count; ++i) {
+        const tagKivoOmInspectionDataItem& item = raw->items[i];
+        auto result = ResultOf(item.result);
+        if (!result) return result.Failure();
+        if (item.startTime > kLatest || item.endTime > kLatest) return Malformed("a group record with an absurd time");
+        record.items.push_back({std::move(*result), TimeOf(item.startTime), TimeOf(item.endTime)});
+    }
+    return record;
+}
+
+Result<std::vector<ConfiguredItem>> DecodeList(Bytes bytes) {
+    constexpr std::int64_t kSyncBit = 1;
+    const auto raw = RecordOf<tagKivoOmInspectionItemList>(bytes, "an item list");
+    if (!raw) return raw.Failure();
+    if (raw->count > OM_INSPECT_LIST_SLOTS) return Malformed("a list of " + std::to_string(raw->count) + " items");
+    std::vector<ConfiguredItem> items;
+    for (std::uint32_t i = 0; i < raw->count; ++i) {
+        const tagKivoOmInspectionItem& item = raw->items[i];
+        auto name = TextOf(item.name);
+        auto level = TextOf(item.level);
+        if (!name || !level) return Malformed("a list with a text that does not end");
+        items.push_back({std::move(*name), std::move(*level), (item.featureBits & kSyncBit) != 0});
+    }
+    return items;
+}
+
 Result<RunReply> DecodeRunReply(Bytes reply, std::string_view item) {
     if (reply.empty()) return Error{ErrorCode::kRefused, "the server gave an empty reply"};
     auto decoded = DecodeResult(reply);
     if (!decoded) return decoded.Failure();
-    const bool unsupported = decoded->status == "fail" && decoded->text == "no support";
     // The server does not wait for a result that its owner reports later; its reply then names no item.
-    if (decoded->name.empty() && unsupported) {
-        return RunReply{RunOutcome::kPending, {std::string(item), "running", "the owner reports later"}};
+    if (decoded->name.empty() && IsUnknownItem(*decoded)) {
+        return RunReply{{std::string(item), "running", "the owner reports later"}, true};
     }
     if (decoded->name != item) return Malformed("a result of another item");
-    return RunReply{unsupported ? RunOutcome::kUnknownItem : RunOutcome::kFinal, std::move(*decoded)};
+    return RunReply{std::move(*decoded), false};
+}
+
+Result<std::uint32_t> DecodeCount(Bytes reply) {
+    const auto number = NumberOf(reply);
+    if (!number) return Malformed("a count of " + std::to_string(reply.size()) + " bytes instead of 4");
+    return *number;
+}
+
+Result<std::uint32_t> DecodeGroupReply(Bytes reply) {
+    constexpr std::uint32_t kNoWorker = 14;
+    constexpr std::uint32_t kGroupRuns = 16;
+    if (reply.empty()) return Error{ErrorCode::kRefused, "the server gave an empty reply"};
+    const auto number = NumberOf(reply);
+    if (!number) return Malformed("a task id of " + std::to_string(reply.size()) + " bytes instead of 4");
+    if (*number == kGroupRuns) return Error{ErrorCode::kGroupBusy, "the server runs such a group already"};
+    if (*number == kNoWorker) return Error{ErrorCode::kRefused, "the server has no worker for the group"};
+    if (*number < kGroupRuns) return Malformed("the task id " + std::to_string(*number));
+    return *number;
+}
+
+Result<bool> DecodeStopReply(Bytes reply) {
+    const auto number = NumberOf(reply);
+    if (!number || *number > 1) return Malformed("a reply to a stop that is neither 0 nor 1");
+    return *number == 0;
 }
 
 Result<ItemState> DecodeStateReply(Bytes reply) {

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ominspect/client/error.h"
 #include "ominspect/client/types.h"
@@ -14,13 +15,32 @@ namespace ominspect::client::wire {
 using Bytes = std::span<const unsigned char>;
 
 // The request's JSON text, every character escaped as JSON wants it. InvalidArgument, Internal (no memory).
-Result<std::string> EncodeRequest(std::string_view item, std::string_view cmd);
+Result<std::string> EncodeRequest(const Request& request);
+
+// The texts of 1 to 32 requests, each with its NUL, and an empty one. InvalidArgument, Internal.
+Result<std::string> EncodeGroup(std::span<const Request> requests);
 
 // The reply to a run of `item`. Refused: empty; MalformedReply: no result record, or another item's.
 Result<RunReply> DecodeRunReply(Bytes reply, std::string_view item);
 
 // The reply to a state request. Refused: the server saw no name; MalformedReply: not one of its answers.
 Result<ItemState> DecodeStateReply(Bytes reply);
+
+// The reply to a group request: the task's id. GroupBusy; Refused: no worker, or an empty reply; MalformedReply.
+Result<std::uint32_t> DecodeGroupReply(Bytes reply);
+
+// The reply to a stop: whether the server knows such a task. MalformedReply.
+Result<bool> DecodeStopReply(Bytes reply);
+
+// The reply to the question how many items are configured. MalformedReply.
+Result<std::uint32_t> DecodeCount(Bytes reply);
+
+// The 12296-byte list of configured items. MalformedReply: another size, more than 256 items, or a text without its
+// NUL.
+Result<std::vector<ConfiguredItem>> DecodeList(Bytes record);
+
+// The 6688-byte record of a group run. MalformedReply: another size, more than 32 items, or a text without its NUL.
+Result<GroupRecord> DecodeGroupRecord(Bytes record);
 
 // A 192-byte result record. MalformedReply: another size, or a text without its NUL.
 Result<ItemResult> DecodeResult(Bytes record);

@@ -1,6 +1,8 @@
 // The programs as people use them: ominspectctl and ominspect-owner against a running server.
+#include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <sstream>
 
 #include "system.h"
 
@@ -64,8 +66,10 @@ TEST_F(Programs, TheArgumentReachesTheCommand) {
 }
 
 TEST_F(Programs, WithoutAServerTheExitCodeIsThree) {
-    EXPECT_EQ(Ctl({"run", "x"}).exitCode, 3);
-    EXPECT_EQ(Ctl({"state", "x"}).exitCode, 3);
+    for (const char* command : {"run", "state", "reset", "group"}) EXPECT_EQ(Ctl({command, "x"}).exitCode, 3);
+    EXPECT_EQ(Ctl({"stop", "17"}).exitCode, 3);
+    EXPECT_EQ(Ctl({"list"}).exitCode, 3);
+    EXPECT_EQ(Ctl({"group", "--all"}).exitCode, 3);
 }
 
 TEST_F(Programs, WithoutABusTheExitCodeIsThree) {
@@ -81,13 +85,75 @@ TEST_F(Programs, WrongUseExitsWithTwo) {
     EXPECT_EQ(kivo::test::Run({OMINSPECT_OWNER_PROGRAM, "/nonexistent.xml"}).exitCode, 2);
 }
 
-TEST_F(Programs, AnItemThatReportsLaterIsSaidToRunAndItsEndIsSeenByWatch) {
+TEST_F(Programs, ARunWaitsForAnItemThatReportsLater) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();
-    const Outcome run = Ctl({"run", "later_ok", "--json"});
+    const Outcome run = Ctl({"run", "later_ok", "always_ok", "--json"});
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_TRUE(Holds(run.output, R"({"item":"later_ok","status":"success","text":"late but fine")")) << run.output;
+    EXPECT_TRUE(Holds(run.output, R"({"item":"always_ok","status":"success","text":"fine")")) << run.output;
+}
+
+TEST_F(Programs, ARunThatTakesTooLongExitsWithFourAndGoesOnInTheServer) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"later"});
+    const Outcome run = Ctl({"run", "later", "--timeout", "1"});
     EXPECT_EQ(run.exitCode, 4) << run.output;
-    EXPECT_TRUE(Holds(run.output, R"("running")")) << run.output;
-    EXPECT_TRUE(EventuallyText("later_ok", "late but fine"));
+    EXPECT_TRUE(Holds(run.output, "later: no result within the time limit; the item still runs")) << run.output;
+    EXPECT_TRUE(Holds(Ctl({"state", "later"}).output, "not idle"));
+}
+
+// The built-in configuration has bsp_mainboard_ft as a synchronous item and conf_ldapserver_ft as the other kind.
+TEST_F(Programs, ARunTakesTheRoadThatTheConfigurationNames) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"bsp_mainboard_ft@ok", "conf_ldapserver_ft@ok", "ok"});
+    const auto roads = [this] {
+        std::string log = ServerLog();
+        std::vector<std::string> ids;
+        std::istringstream lines(log);
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.find("recv msg id ");
+            if (at == std::string::npos || !Holds(line, "from [ic-")) continue;
+            const std::string id = line.substr(at + 12, line.find(' ', at + 12) - at - 12);
+            if (id == "0" || id == "18") ids.push_back(id);
+        }
+        return ids;
+    };
+    EXPECT_EQ(Ctl({"run", "bsp_mainboard_ft"}).exitCode, 0);
+    EXPECT_EQ(roads(), std::vector<std::string>{"0"});
+    EXPECT_EQ(Ctl({"run", "conf_ldapserver_ft", "ok"}).exitCode, 0);
+    EXPECT_EQ(roads(), (std::vector<std::string>{"0", "18", "18"}));
+}
+
+TEST_F(Programs, ASynchronousItemWhoseOwnerReportsLaterIsWaitedForAndSaidToBeMisconfigured) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"bsp_mainboard_ft:3000@later"});
+    const Outcome run = Ctl({"run", "bsp_mainboard_ft"});
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_TRUE(Holds(run.output, "configured as synchronous, but its owner reports later")) << run.output;
+    EXPECT_TRUE(Holds(run.output, "timeout")) << run.output;
+}
+
+TEST_F(Programs, TheListShowsTheConfiguredItemsAndTheirStates) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"conf_ldapserver_ft@ok"});
+    EXPECT_EQ(Ctl({"run", "conf_ldapserver_ft"}).exitCode, 0);
+    const Outcome list = Ctl({"list"});
+    EXPECT_EQ(list.exitCode, 0);
+    EXPECT_TRUE(Holds(list.output, "bsp_mainboard_ft               error  sync   idle      -\n")) << list.output;
+    EXPECT_TRUE(Holds(list.output, "conf_ldapserver_ft             error  async  not idle  success, ")) << list.output;
+    EXPECT_TRUE(Holds(list.output, ": answered by owner1\n")) << list.output;
+    EXPECT_EQ(std::count(list.output.begin(), list.output.end(), '\n'), 26);
+    EXPECT_TRUE(Holds(Ctl({"list", "--json"}).output, R"("total":25})"));
+}
+
+TEST_F(Programs, AResetSetsAnItemBackToIdle) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    EXPECT_TRUE(Holds(Ctl({"state", "always_ok", "--json"}).output, "not idle"));
+    EXPECT_EQ(Ctl({"reset", "always_ok"}).exitCode, 0);
+    EXPECT_TRUE(Holds(Ctl({"state", "always_ok", "--json"}).output, R"("state":"idle")"));
+    EXPECT_EQ(Ctl({"reset", "always_ok", "--json"}).output, "{\"item\":\"always_ok\",\"state\":\"idle\"}\n");
 }
 
 TEST_F(Programs, WatchShowsTheEventsOfARun) {

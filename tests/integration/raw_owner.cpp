@@ -1,17 +1,20 @@
 // An owner process for the integration tests that speaks the wire format itself, so that it can also break it.
 //
-//     raw_owner PROCESS ITEM[:LIMIT_MS]...
+//     raw_owner PROCESS ITEM[:LIMIT_MS][@BEHAVIOUR]...
 //
-// What an item does when it is run is in its name:
+// What an item does when it is run is its behaviour, or else in its name:
 //     ok*      answers "success"           warn*   answers "warn"
 //     later*   answers "running"; the result is reported on message 100, whose payload is the 192-byte record
 //     never*   does not answer             die*    is gone before it answers
+//     until*   answers "running"; reports "fail", "stopped" when it is asked to stop
 //     size_N   answers with N bytes, all 'x' but for the two NULs that end name and status
 // An item called as*PROCESS registers and answers under an envelope that claims to come from PROCESS.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -25,6 +28,7 @@ constexpr const char* kTask = "raw_owner";
 constexpr uint32_t kReportNow = 100;
 std::string g_process;
 std::vector<std::string> g_items;
+std::map<std::string, std::string> g_behaviours;
 
 template <size_t size>
 void Put(char (&field)[size], const std::string& text) {
@@ -48,10 +52,14 @@ uint32_t SendToServer(uint32_t id, uint32_t param, const void* data, size_t size
     return OsMsgAsynSend(&block);
 }
 
-void Register(const std::string& argument) {
+void Register(std::string argument) {
+    const size_t at = argument.find('@');
+    const std::string behaviour = at == std::string::npos ? "" : argument.substr(at + 1);
+    argument.resize(std::min(at, argument.size()));
     const size_t colon = argument.find(':');
     const std::string item = argument.substr(0, colon);
     const auto limit = colon == std::string::npos ? 0u : static_cast<uint32_t>(std::stoul(argument.substr(colon + 1)));
+    if (!behaviour.empty()) g_behaviours[item] = behaviour;
     const size_t star = item.find('*');
     SendToServer(2, limit, item.c_str(), item.size() + 1, star == std::string::npos ? "" : item.substr(star + 1));
 }
@@ -71,16 +79,36 @@ uint32_t AnswerBytes(const TagMsgBlock& msg, size_t size) {
     return OsMsgSynSendResp(&msg, bytes.data(), static_cast<uint32_t>(size));
 }
 
+uint32_t ReportStopped(const std::string& item) {
+    tagKivoOmInspectionResult result{};
+    Put(result.name, item);
+    Put(result.status, "fail");
+    Put(result.text, "stopped");
+    return SendToServer(5, 0, &result, sizeof result);
+}
+
+uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::string& behaviour, bool stop) {
+    if (StartsWith(behaviour, "ok") || StartsWith(behaviour, "as*")) return Answer(msg, item, "success");
+    if (StartsWith(behaviour, "warn")) return Answer(msg, item, "warn");
+    if (StartsWith(behaviour, "until") && stop) {
+        Answer(msg, item, "success");
+        return ReportStopped(item);
+    }
+    if (StartsWith(behaviour, "later") || StartsWith(behaviour, "until")) return Answer(msg, item, "running");
+    if (StartsWith(behaviour, "die")) return static_cast<uint32_t>(raise(SIGKILL));
+    if (StartsWith(behaviour, "size_")) return AnswerBytes(msg, std::stoul(behaviour.substr(5)));
+    return 0;
+}
+
 uint32_t Handle(TagMsgBlock* msg) {
     if (msg->msgId == kReportNow) return SendToServer(5, 0, msg->data, msg->dataLen);
     if (msg->msgId != 4 || msg->dataLen < 37) return 1;
     const std::string item(reinterpret_cast<const char*>(msg->data));
-    if (StartsWith(item, "ok") || StartsWith(item, "as*")) return Answer(*msg, item, "success");
-    if (StartsWith(item, "warn")) return Answer(*msg, item, "warn");
-    if (StartsWith(item, "later")) return Answer(*msg, item, "running");
-    if (StartsWith(item, "die")) return static_cast<uint32_t>(raise(SIGKILL));
-    if (StartsWith(item, "size_")) return AnswerBytes(*msg, std::stoul(item.substr(5)));
-    return 0;
+    const std::string request(reinterpret_cast<const char*>(msg->data) + 36, msg->dataLen - 36);
+    const bool stop =
+        request.find(R"("cmd":"stop")") != std::string::npos || request.find(R"("cmd": "stop")") != std::string::npos;
+    const auto named = g_behaviours.find(item);
+    return Behave(*msg, item, named == g_behaviours.end() ? item : named->second, stop);
 }
 
 // The server serves the messages of one sender in order: its answer to a last one says that the others are done.

@@ -3,6 +3,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace kivo::test {
 
@@ -68,7 +72,9 @@ tagKivoOmInspectionResult Reply::Result() const {
     return result;
 }
 
-System::System() {
+System::System() : folder_(testing::TempDir() + "/itest-XXXXXX") {
+    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
+    setenv("XDG_STATE_HOME", folder_.c_str(), 1);  // of the programs that are run
     OsTaskDescriptor task{};
     std::snprintf(task.name, sizeof task.name, "itest");
     task.queueDepth = 4096;
@@ -89,12 +95,20 @@ System::System() {
 
 System::~System() {
     OsProcDetach();
+    std::filesystem::remove_all(folder_);
 }
 
-Child System::StartServer(bool shortLimits) {
+std::string System::ServerLog() const {
+    std::ifstream file(folder_ + "/inspect.log");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+Child System::StartServer(bool shortLimits, const std::vector<std::string>& extraEnvironment) {
     std::vector<std::string> command{OMINSPECT_PROGRAM};
     if (shortLimits) command.insert(command.end(), {"--library", OMINSPECT_TEST_LIBRARY});
-    Child server(command, {std::string("KIVO_LOG_DIR=") + testing::TempDir()});
+    std::vector<std::string> environment{"KIVO_LOG_DIR=" + folder_};
+    environment.insert(environment.end(), extraEnvironment.begin(), extraEnvironment.end());
+    Child server(command, environment);
     // Id 7 without a name is answered with 2 as soon as messages are served.
     EXPECT_TRUE(Eventually([] {
         return Send(7, "").data == std::vector<unsigned char>{2, 0, 0, 0};

@@ -39,9 +39,15 @@ protected:
     System();
     ~System() override;
 
-    // Starts the server and waits until it serves messages. With `shortLimits` the build whose limit for an owner's
-    // reply is two seconds.
-    Child StartServer(bool shortLimits = false);
+    // Starts the server and waits until it serves messages. With `shortLimits` the build that waits two seconds for an
+    // owner's reply, and three rounds for the stop of a group.
+    Child StartServer(bool shortLimits = false, const std::vector<std::string>& extraEnvironment = {});
+
+    // What the operations log holds.
+    [[nodiscard]] std::string ServerLog() const;
+
+    // A folder of the test's own, with the operations log in it.
+    [[nodiscard]] const std::string& Folder() const { return folder_; }
 
     // Starts raw_owner and waits until the server knows its items.
     Child StartOwner(const std::string& process, const std::vector<std::string>& items);
@@ -65,6 +71,9 @@ protected:
     static std::string AwaitSender(uint32_t id);
 
     PrivateBus bus_;
+
+private:
+    std::string folder_;
 };
 
 std::string Text(const tagKivoOmInspectionResult& result);  // "name status/text"

@@ -13,55 +13,50 @@ using namespace ominspect::client;
 
 namespace {
 
-RunRow Row(RunOutcome outcome, const char* name, const char* status, const char* text, int ms = 7) {
-    return {{outcome, {name, status, text}}, std::chrono::milliseconds(ms)};
+RunRow Row(const char* name, const char* status, const char* text, int ms = 7) {
+    return {{name, status, text}, std::chrono::milliseconds(ms)};
 }
 
 TEST(RunTable, AlignsItsColumns) {
     EXPECT_EQ(NameWidth({"conf_sip_ft", "x"}), 11U);
     EXPECT_EQ(NameWidth({"x"}), 4U);
     EXPECT_EQ(RunHead(11), "ITEM         STATUS         TIME  TEXT");
-    EXPECT_EQ(RunLine(11, Row(RunOutcome::kFinal, "conf_sip_ft", "success", "SIP OK")),
-              "conf_sip_ft  success        7 ms  SIP OK");
-    EXPECT_EQ(RunLine(11, Row(RunOutcome::kFinal, "x", "warn", "t", 123456)), "x            warn      123456 ms  t");
+    EXPECT_EQ(RunLine(11, Row("conf_sip_ft", "success", "SIP OK")), "conf_sip_ft  success        7 ms  SIP OK");
+    EXPECT_EQ(RunLine(11, Row("x", "warn", "t", 123456)), "x            warn      123456 ms  t");
 }
 
 TEST(RunTable, CountsCharactersAndNotBytes) {
     const char* name = "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4";
     EXPECT_EQ(NameWidth({name}), 5U);
-    EXPECT_EQ(RunLine(6, Row(RunOutcome::kFinal, name, "warn", "t")), std::string(name) + "   warn           7 ms  t");
+    EXPECT_EQ(RunLine(6, Row(name, "warn", "t")), std::string(name) + "   warn           7 ms  t");
 }
 
 TEST(RunTable, ShowsControlCharactersEscaped) {
     EXPECT_EQ(NameWidth({"a\nbcd"}), 6U);
-    EXPECT_EQ(RunLine(4, Row(RunOutcome::kFinal, "a\nb", "\x1B[2J", "t\xFF")), "a\\nb  \\u{1B}[2J       7 ms  t\\xff");
+    EXPECT_EQ(RunLine(4, Row("a\nb", "\x1B[2J", "t\xFF")), "a\\nb  \\u{1B}[2J       7 ms  t\\xff");
 }
 
-TEST(RunTable, SaysThatAnItemRuns) {
-    EXPECT_EQ(RunLine(4, Row(RunOutcome::kPending, "disk", "running", "")),
-              "disk  running        7 ms  running: the owner reports later; 'ominspectctl run' again shows the result");
+TEST(RunTable, HasADashForAnUnknownTime) {
+    EXPECT_EQ(RunLine(4, {{"disk", "running", ""}, std::nullopt}), "disk  running           -  ");
 }
 
 TEST(RunTable, SaysThatAnItemIsUnknown) {
-    EXPECT_EQ(RunLine(4, Row(RunOutcome::kUnknownItem, "x", "fail", "no support")),
+    EXPECT_EQ(RunLine(4, Row("x", "fail", "no support")),
               "x     fail           7 ms  no support (unknown item: no owner has registered it)");
 }
 
-TEST(RunJson, IsOneObjectPerItemInOneDocument) {
-    const std::string row = RunJson(Row(RunOutcome::kFinal, "load", "success", "LOAD \"OK\""));
-    EXPECT_EQ(row, R"({"item":"load","status":"success","text":"LOAD \"OK\"","durationMs":7})");
-    EXPECT_EQ(RunDocument({}), R"({"results":[]})");
-    EXPECT_EQ(RunDocument({"1"}), R"({"results":[1]})");
-    EXPECT_EQ(RunDocument({"1", "2"}), R"({"results":[1,2]})");
+TEST(RunJson, IsOneObjectPerItem) {
+    EXPECT_EQ(JsonText(RunJson(Row("load", "success", "LOAD \"OK\""))),
+              R"({"item":"load","status":"success","text":"LOAD \"OK\"","durationMs":7})");
 }
 
 TEST(RunJson, IsValidUtf8WhateverTheOwnerWrote) {
-    EXPECT_EQ(RunJson(Row(RunOutcome::kFinal, "a\xFF", "x\n", "\xC3")),
+    EXPECT_EQ(JsonText(RunJson(Row("a\xFF", "x\n", "\xC3"))),
               "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\",\"durationMs\":7}");
 }
 
 TEST(RunJson, HasAHintWhereOneHelps) {
-    const std::string row = RunJson(Row(RunOutcome::kUnknownItem, "x", "fail", "no support"));
+    const std::string row = JsonText(RunJson(Row("x", "fail", "no support")));
     EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"
                    R"("hint":"unknown item: no owner has registered it"})");
 }
@@ -74,7 +69,7 @@ TEST(State, IsShownAsATableAndAsJson) {
 }
 
 TEST(ErrorJson, NamesTheItemAndTheError) {
-    EXPECT_EQ(ErrorJson("load", {ErrorCode::kServerAbsent, "not there"}),
+    EXPECT_EQ(JsonText(ErrorJson("load", {ErrorCode::kServerAbsent, "not there"})),
               R"({"item":"load","error":{"code":"server-absent","text":"not there"}})");
 }
 
@@ -95,6 +90,23 @@ TEST_F(EventOutput, IsOneLineForPeople) {
     EXPECT_EQ(BusyEventLine(time_, false), "01:46:40.007  idle");
 }
 
+TEST_F(EventOutput, AndTheListHaveLocalTimesForPeopleAndUtcInJson) {
+    const LastResult last{"warn", "LOAD\nWARNING", time_};
+    const std::vector<ListRow> rows{{{"conf_sip_ft", "error", true}, ItemState::kIdleOrUnknown, last},
+                                    {{"x", "warn", false}, ItemState::kNotIdle, std::nullopt},
+                                    {{"", "", false}, std::nullopt, std::nullopt}};
+    EXPECT_EQ(ListTable(rows),
+              "ITEM         LEVEL  MODE   STATE     LAST RESULT\n"
+              "conf_sip_ft  error  sync   idle      warn, 2001-09-09 01:46: LOAD\\nWARNING\n"
+              "x            warn   async  not idle  -\n"
+              "                    async  -         -");
+    EXPECT_EQ(ListJson(rows, 300),
+              R"({"items":[{"item":"conf_sip_ft","level":"error","isSync":true,"state":"idle",)"
+              R"("lastResult":{"status":"warn","text":"LOAD\nWARNING","time":"2001-09-09T01:46:40.007Z"}},)"
+              R"({"item":"x","level":"warn","isSync":false,"state":"not idle"},)"
+              R"({"item":"","level":"","isSync":false}],"total":300})");
+}
+
 TEST_F(EventOutput, IsOneJsonObjectPerLine) {
     EXPECT_EQ(RunEventJson(time_, {"load", "running", "be\ngin"}),
               R"({"time":"2001-09-09T01:46:40.007Z","event":"run","item":"load","status":"running","text":"be\ngin"})");
@@ -107,7 +119,13 @@ TEST(ExitCodes, FollowTheError) {
     EXPECT_EQ(ExitCodeOf({ErrorCode::kBusUnreachable, ""}), 3);
     EXPECT_EQ(ExitCodeOf({ErrorCode::kServerAbsent, ""}), 3);
     EXPECT_EQ(ExitCodeOf({ErrorCode::kDenied, ""}), 3);
+    EXPECT_EQ(ExitCodeOf({ErrorCode::kRefused, ""}), 3);
+    EXPECT_EQ(ExitCodeOf({ErrorCode::kGroupBusy, ""}), 3);
     EXPECT_EQ(ExitCodeOf({ErrorCode::kTimeLimit, ""}), 4);
+    EXPECT_EQ(ExitCodeOf({ErrorCode::kCancelled, ""}), 130);
+    EXPECT_EQ(CodeOfStatus("success"), 0);
+    EXPECT_EQ(CodeOfStatus("warn"), 1);
+    EXPECT_EQ(CodeOfStatus(""), 1);
 }
 
 }  // namespace

@@ -41,8 +41,8 @@ protected:
 TEST_F(Programs, CtlHelpNamesTheExitCodes) {
     const auto help = RunProgram({PROGRAM_CTL, "--help"});
     EXPECT_EQ(help.code, 0);
-    for (const char* line :
-         {"  0  passed", "  1  the check failed", "  2  wrong use", "  3  the server", "  4  no final"}) {
+    for (const char* line : {"  0    passed", "  1    a check failed", "  2    wrong use", "  3    the server",
+                             "  4    no final", "  130  ended by Ctrl-C"}) {
         EXPECT_TRUE(Holds(help.output.out, line)) << line;
     }
 }
@@ -54,6 +54,18 @@ TEST_F(Programs, CtlAnswersWrongUseWithTwo) {
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", "a", "--timeout", "0"}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", "a", "--timeout", "soon"}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "watch", "--count", "-1"}).code, 2);
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "stop"}).code, 2);
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "stop", "first"}).code, 2);
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "stop", "-1"}).code, 2);
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "stop", "4294967296"}).code, 2);
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "reset"}).code, 2);
+    for (const std::vector<std::string>& group : {std::vector<std::string>{}, {"--all", "a"}}) {
+        std::vector<std::string> argv{PROGRAM_CTL, "group"};
+        argv.insert(argv.end(), group.begin(), group.end());
+        const auto outcome = RunProgram(argv);
+        EXPECT_EQ(outcome.code, 2);
+        EXPECT_TRUE(Holds(outcome.output.err, "give either item names or --all")) << outcome.output.err;
+    }
 }
 
 TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
@@ -66,15 +78,27 @@ TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
         cmd.output.out,
         R"({"results":[{"item":"a","error":{"code":"invalid-argument","text":"the cmd is longer than 127 bytes"}}]})"
         "\n");
-    EXPECT_EQ(RunProgram({PROGRAM_CTL, "state", std::string(32, 'n')}).code, 2);
+    for (const char* command : {"state", "reset", "group"}) {
+        EXPECT_EQ(RunProgram({PROGRAM_CTL, command, std::string(32, 'n')}).code, 2) << command;
+    }
+    EXPECT_EQ(RunProgram({PROGRAM_CTL, "group", "a", "--cmd", std::string(128, 'c')}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", ""}).code, 2);
 }
 
 TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
-    for (const char* command : {"run", "state"}) {
+    for (const char* command : {"run", "state", "reset"}) {
         const auto outcome = RunProgram({PROGRAM_CTL, command, "load", "--json"});
         EXPECT_EQ(outcome.code, 3) << command;
         EXPECT_TRUE(Holds(outcome.output.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << command;
+    }
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"group", "load"}, {"group", "--all"}, {"list"}, {"stop", "17"}}) {
+        std::vector<std::string> argv{PROGRAM_CTL};
+        argv.insert(argv.end(), command.begin(), command.end());
+        argv.emplace_back("--json");
+        const auto outcome = RunProgram(argv);
+        EXPECT_EQ(outcome.code, 3) << command[0];
+        EXPECT_TRUE(Holds(outcome.output.out, "{\"error\":{\"code\":\"bus-unreachable\"")) << command[0];
     }
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "watch"}).code, 3);
 }

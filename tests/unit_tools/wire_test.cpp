@@ -23,7 +23,7 @@ std::vector<unsigned char> Record(const char* name, const char* status, const ch
 }
 
 std::string Encoded(std::string_view item, std::string_view cmd) {
-    const auto request = wire::EncodeRequest(item, cmd);
+    const auto request = wire::EncodeRequest({std::string(item), std::string(cmd)});
     return request ? *request : "error: " + request.Failure().text;
 }
 
@@ -45,13 +45,13 @@ TEST(RequestText, RefusesWhatDoesNotFit) {
     EXPECT_EQ(Encoded("", ""), "error: the item name is empty");
     EXPECT_EQ(Encoded(std::string("a\0b", 3), ""), "error: the item name holds a NUL byte");
     EXPECT_EQ(Encoded("a", std::string("\0", 1)), "error: the cmd holds a NUL byte");
-    EXPECT_EQ(wire::EncodeRequest("", "").Failure().code, ErrorCode::kInvalidArgument);
+    EXPECT_EQ(wire::EncodeRequest({"", ""}).Failure().code, ErrorCode::kInvalidArgument);
 }
 
 TEST(RunReplyRecord, GivesTheItemsResult) {
     const auto reply = wire::DecodeRunReply(Record("load", "warn", "LOAD WARNING"), "load");
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->outcome, RunOutcome::kFinal);
+    EXPECT_FALSE(reply->isPending);
     EXPECT_EQ(reply->result.name, "load");
     EXPECT_EQ(reply->result.status, "warn");
     EXPECT_EQ(reply->result.text, "LOAD WARNING");
@@ -60,7 +60,7 @@ TEST(RunReplyRecord, GivesTheItemsResult) {
 TEST(RunReplyRecord, WithoutANameMeansThatTheItemRuns) {
     const auto reply = wire::DecodeRunReply(Record("", "fail", "no support"), "disk");
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->outcome, RunOutcome::kPending);
+    EXPECT_TRUE(reply->isPending);
     EXPECT_EQ(reply->result.name, "disk");
     EXPECT_EQ(reply->result.status, "running");
 }
@@ -68,8 +68,10 @@ TEST(RunReplyRecord, WithoutANameMeansThatTheItemRuns) {
 TEST(RunReplyRecord, WithNoSupportMeansAnUnknownItem) {
     const auto reply = wire::DecodeRunReply(Record("nosuch", "fail", "no support"), "nosuch");
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->outcome, RunOutcome::kUnknownItem);
-    EXPECT_EQ(reply->result.status, "fail");
+    EXPECT_FALSE(reply->isPending);
+    EXPECT_TRUE(IsUnknownItem(reply->result));
+    EXPECT_FALSE(IsUnknownItem({"nosuch", "warn", "no support"}));
+    EXPECT_FALSE(IsUnknownItem({"nosuch", "fail", "run err"}));
 }
 
 TEST(RunReplyRecord, OfAnotherItemIsMalformed) {
@@ -98,6 +100,137 @@ TEST(ResultRecord, WithATextThatDoesNotEndIsMalformed) {
         record[offset + size - 1] = 0;
         EXPECT_TRUE(wire::DecodeResult(record)) << offset;
     }
+}
+
+TEST(GroupText, HoldsOneTextPerRequestAndAnEmptyOne) {
+    const std::vector<Request> requests{{"a", "go"}, {"b", ""}};
+    const auto payload = wire::EncodeGroup(requests);
+    ASSERT_TRUE(payload);
+    const char expected[] = "{\"name\":\"a\",\"cmd\":\"go\"}\0{\"name\":\"b\",\"cmd\":\"\"}\0";
+    EXPECT_EQ(*payload, std::string(expected, sizeof expected));
+}
+
+TEST(GroupText, RefusesWhatIsNoGroup) {
+    EXPECT_EQ(wire::EncodeGroup({}).Failure().text, "the group is empty");
+    EXPECT_EQ(wire::EncodeGroup(std::vector<Request>(33, Request{"a", ""})).Failure().text,
+              "the group has more than 32 items");
+    EXPECT_TRUE(wire::EncodeGroup(std::vector<Request>(32, Request{"a", ""})));
+    EXPECT_EQ(wire::EncodeGroup(std::vector<Request>{{"a", ""}, {"", ""}}).Failure().code, ErrorCode::kInvalidArgument);
+}
+
+std::vector<unsigned char> Number(std::uint32_t number) {
+    std::vector<unsigned char> bytes(4);
+    std::memcpy(bytes.data(), &number, 4);
+    return bytes;
+}
+
+TEST(GroupReply, IsATaskIdOrARefusal) {
+    EXPECT_EQ(*wire::DecodeGroupReply(Number(17)), 17U);
+    EXPECT_EQ(*wire::DecodeGroupReply(Number(0xFFFFFFFF)), 0xFFFFFFFF);
+    EXPECT_EQ(wire::DecodeGroupReply(Number(16)).Failure().code, ErrorCode::kGroupBusy);
+    EXPECT_EQ(wire::DecodeGroupReply(Number(14)).Failure().code, ErrorCode::kRefused);
+    EXPECT_EQ(wire::DecodeGroupReply({}).Failure().code, ErrorCode::kRefused);
+    EXPECT_EQ(wire::DecodeGroupReply(Number(15)).Failure().code, ErrorCode::kMalformedReply);
+    EXPECT_EQ(wire::DecodeGroupReply(Number(0)).Failure().code, ErrorCode::kMalformedReply);
+    EXPECT_EQ(wire::DecodeGroupReply(std::vector<unsigned char>(8)).Failure().code, ErrorCode::kMalformedReply);
+}
+
+TEST(StopReply, IsZeroForAKnownTask) {
+    EXPECT_TRUE(*wire::DecodeStopReply(Number(0)));
+    EXPECT_FALSE(*wire::DecodeStopReply(Number(1)));
+    EXPECT_EQ(wire::DecodeStopReply(Number(2)).Failure().code, ErrorCode::kMalformedReply);
+    EXPECT_EQ(wire::DecodeStopReply({}).Failure().code, ErrorCode::kMalformedReply);
+}
+
+// A group record by its offsets.
+class GroupBytes {
+public:
+    explicit GroupBytes(std::uint32_t taskId, std::uint32_t count) : bytes_(6688) {
+        Put(0, taskId);
+        Put(24, count);
+    }
+    template <typename T>
+    GroupBytes& Put(std::size_t offset, T value) {
+        std::memcpy(bytes_.data() + offset, &value, sizeof value);
+        return *this;
+    }
+    GroupBytes& Item(std::size_t index, const char* name, const char* status, const char* text) {
+        const auto record = Record(name, status, text);
+        std::memcpy(bytes_.data() + 32 + index * 208, record.data(), record.size());
+        return *this;
+    }
+    std::vector<unsigned char>& Bytes() { return bytes_; }
+
+private:
+    std::vector<unsigned char> bytes_;
+};
+
+TEST(GroupRecordBytes, GiveTaskItemsAndTimes) {
+    GroupBytes bytes(4711, 2);
+    bytes.Item(0, "a", "success", "fine").Put<std::uint64_t>(32 + 192, 1000).Put<std::uint64_t>(32 + 200, 3500);
+    const auto record = wire::DecodeGroupRecord(bytes.Bytes());
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->taskId, 4711U);
+    ASSERT_EQ(record->items.size(), 2U);
+    EXPECT_EQ(record->items[0].result.name, "a");
+    EXPECT_EQ(record->items[0].result.status, "success");
+    EXPECT_EQ(record->items[0].result.text, "fine");
+    EXPECT_EQ(*record->items[0].end - *record->items[0].start, std::chrono::milliseconds(2500));
+    EXPECT_EQ(record->items[0].start->time_since_epoch(), std::chrono::milliseconds(1000));
+    EXPECT_EQ(record->items[1].result.name, "");
+    EXPECT_FALSE(record->items[1].start);
+    EXPECT_FALSE(record->items[1].end);
+}
+
+TEST(GroupRecordBytes, ThatAreNoRecordAreMalformed) {
+    EXPECT_EQ(wire::DecodeGroupRecord(std::vector<unsigned char>(6687)).Failure().code, ErrorCode::kMalformedReply);
+    EXPECT_TRUE(wire::DecodeGroupRecord(GroupBytes(17, 32).Bytes()));
+    EXPECT_EQ(wire::DecodeGroupRecord(GroupBytes(17, 33).Bytes()).Failure().code, ErrorCode::kMalformedReply);
+    GroupBytes unended(17, 1);
+    std::memset(unended.Bytes().data() + 32 + 32, 'x', 32);
+    EXPECT_EQ(wire::DecodeGroupRecord(unended.Bytes()).Failure().code, ErrorCode::kMalformedReply);
+    GroupBytes absurd(17, 1);
+    absurd.Put<std::uint64_t>(32 + 200, 0xFFFFFFFFFFFFFFFF);
+    EXPECT_EQ(wire::DecodeGroupRecord(absurd.Bytes()).Failure().code, ErrorCode::kMalformedReply);
+}
+
+TEST(ItemListBytes, GiveNameLevelAndMode) {
+    std::vector<unsigned char> bytes(12296);
+    std::memcpy(bytes.data(), "conf_sip_ft", 11);
+    std::memcpy(bytes.data() + 32, "error", 5);
+    bytes[40] = 1;
+    std::memcpy(bytes.data() + 48, "conf_ldapserver_ft", 18);
+    std::memcpy(bytes.data() + 48 + 32, "warn", 4);
+    bytes[48 + 40] = 2;  // another bit than the synchronous one
+    bytes[12288] = 2;
+    const auto items = wire::DecodeList(bytes);
+    ASSERT_TRUE(items);
+    ASSERT_EQ(items->size(), 2U);
+    EXPECT_EQ((*items)[0].name, "conf_sip_ft");
+    EXPECT_EQ((*items)[0].level, "error");
+    EXPECT_TRUE((*items)[0].isSync);
+    EXPECT_EQ((*items)[1].name, "conf_ldapserver_ft");
+    EXPECT_EQ((*items)[1].level, "warn");
+    EXPECT_FALSE((*items)[1].isSync);
+}
+
+TEST(ItemListBytes, ThatAreNoListAreMalformed) {
+    EXPECT_EQ(wire::DecodeList({}).Failure().code, ErrorCode::kMalformedReply);
+    EXPECT_EQ(wire::DecodeList(std::vector<unsigned char>(12295)).Failure().code, ErrorCode::kMalformedReply);
+    std::vector<unsigned char> bytes(12296);
+    bytes[12289] = 1;  // 256
+    EXPECT_EQ(wire::DecodeList(bytes)->size(), 256U);
+    bytes[12288] = 1;  // 257
+    EXPECT_EQ(wire::DecodeList(bytes).Failure().code, ErrorCode::kMalformedReply);
+    bytes.assign(12296, 0);
+    bytes[12288] = 1;
+    std::memset(bytes.data() + 32, 'x', 8);
+    EXPECT_EQ(wire::DecodeList(bytes).Failure().code, ErrorCode::kMalformedReply);
+}
+
+TEST(ItemCount, IsFourBytes) {
+    EXPECT_EQ(*wire::DecodeCount(Number(300)), 300U);
+    EXPECT_EQ(wire::DecodeCount({}).Failure().code, ErrorCode::kMalformedReply);
 }
 
 TEST(StateReply, HasThreeAnswers) {
@@ -145,6 +278,8 @@ TEST(ErrorWords, AreStable) {
     EXPECT_STREQ(ErrorWord(ErrorCode::kServerAbsent), "server-absent");
     EXPECT_STREQ(ErrorWord(ErrorCode::kTimeLimit), "time-limit");
     EXPECT_STREQ(ErrorWord(ErrorCode::kRefused), "refused");
+    EXPECT_STREQ(ErrorWord(ErrorCode::kGroupBusy), "group-busy");
+    EXPECT_STREQ(ErrorWord(ErrorCode::kCancelled), "cancelled");
     EXPECT_STREQ(ErrorWord(ErrorCode::kDenied), "denied");
     EXPECT_STREQ(ErrorWord(ErrorCode::kMalformedReply), "malformed-reply");
     EXPECT_STREQ(ErrorWord(ErrorCode::kInternal), "internal");

@@ -15,7 +15,11 @@ namespace ominspect::ctl {
 // What the command line asks for; empty until it was parsed.
 using Chosen = std::function<ExitCode()>;
 
+void AddList(CLI::App& app, Chosen& chosen);
 void AddRun(CLI::App& app, Chosen& chosen);
+void AddGroup(CLI::App& app, Chosen& chosen);
+void AddStop(CLI::App& app, Chosen& chosen);
+void AddReset(CLI::App& app, Chosen& chosen);
 void AddState(CLI::App& app, Chosen& chosen);
 void AddWatch(CLI::App& app, Chosen& chosen);
 

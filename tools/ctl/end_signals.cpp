@@ -21,4 +21,9 @@ EndSignals::~EndSignals() {
     (void)close(fd_);
 }
 
+void EndSignals::Take() const {
+    signalfd_siginfo taken{};
+    (void)!read(fd_, &taken, sizeof taken);
+}
+
 }  // namespace ominspect::ctl

@@ -12,8 +12,11 @@ public:
     EndSignals(const EndSignals&) = delete;
     EndSignals& operator=(const EndSignals&) = delete;
 
-    // Readable once one of them came.
+    // Readable while one of them was sent and not taken.
     int Fd() const { return fd_; }
+
+    // Takes one, so that another can be noticed.
+    void Take() const;
 
 private:
     int fd_ = -1;

@@ -13,11 +13,12 @@ using namespace ominspect::ctl;
 
 constexpr const char* kFooter =
     "Exit codes:\n"
-    "  0  passed: the status is \"success\" (state, watch: answered)\n"
-    "  1  the check failed: any other status, an unknown item included\n"
-    "  2  wrong use; nothing was sent\n"
-    "  3  the server or the message bus is not reachable, or refuses\n"
-    "  4  no final result within the time limit, or \"running\": the owner reports later\n"
+    "  0    passed: every status is \"success\" (other commands: answered)\n"
+    "  1    a check failed: any other status, an unknown item included; stop: no such task\n"
+    "  2    wrong use; nothing was sent\n"
+    "  3    the server or the message bus is not reachable, or the server refuses\n"
+    "  4    no final result within the time limit\n"
+    "  130  ended by Ctrl-C or SIGTERM; a group was stopped before\n"
     "With several items, the highest of their codes.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
@@ -28,7 +29,11 @@ int Main(int argc, char** argv) {
     app.footer(kFooter);
     app.require_subcommand(1);
     Chosen chosen;
+    AddList(app, chosen);
     AddRun(app, chosen);
+    AddGroup(app, chosen);
+    AddStop(app, chosen);
+    AddReset(app, chosen);
     AddState(app, chosen);
     AddWatch(app, chosen);
 

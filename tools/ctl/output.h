@@ -1,23 +1,25 @@
-// What ominspectctl prints: tables for people, JSON for programs. Pure functions; every text ends without a line
-// end, is valid UTF-8 and shows names and texts from outside escaped.
+// What ominspectctl prints of single items and events: tables for people, JSON for programs. Pure functions; every text
+// ends without a line end, is valid UTF-8 and shows names and texts from outside escaped.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "format.h"
+#include "history.h"
+#include "json.h"
 #include "ominspect/client/types.h"
 
 namespace ominspect::ctl {
 
-using TimePoint = std::chrono::system_clock::time_point;
-
-// One item's run, with the time from request to reply.
+// One item's run.
 struct RunRow {
-    client::RunReply reply;
-    std::chrono::milliseconds duration;
+    client::ItemResult result;
+    std::optional<std::chrono::milliseconds> duration;
 };
 
 // The table of a run, line by line as the results come: its heads, then a row per item. `nameWidth` is that of the
@@ -25,19 +27,26 @@ struct RunRow {
 std::size_t NameWidth(const std::vector<std::string>& items);
 std::string RunHead(std::size_t nameWidth);
 std::string RunLine(std::size_t nameWidth, const RunRow& row);
-// {"item","status","text","durationMs"}, and "hint" where there is one.
-std::string RunJson(const RunRow& row);
-// {"results":[...]}: one document of rows that are JSON already.
-std::string RunDocument(const std::vector<std::string>& rows);
+
+// The document of a run: one object per item, results and errors in the order they came.
+Json RunJson(const RunRow& row);
+Json ErrorJson(const client::Error& error);
+Json ErrorJson(std::string_view item, const client::Error& error);
+
+// One configured item; no state when its name cannot be asked for, no result when none was seen.
+struct ListRow {
+    client::ConfiguredItem item;
+    std::optional<client::ItemState> state;
+    std::optional<LastResult> last;
+};
+
+std::string ListTable(const std::vector<ListRow>& rows);
+std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total);
 
 std::string StateTable(std::string_view item, client::ItemState state);
-// {"item","state"}; the state is "idle" or "not idle".
 std::string StateJson(std::string_view item, client::ItemState state);
 
-// {"item","error":{"code","text"}}
-std::string ErrorJson(std::string_view item, const client::Error& error);
-
-// One event on one line: local time of day to the millisecond for people, UTC in JSON.
+// Events, one line each, with the time they were received.
 std::string RunEventLine(TimePoint time, const client::ItemResult& result);
 std::string RunEventJson(TimePoint time, const client::ItemResult& result);
 std::string BusyEventLine(TimePoint time, bool busy);

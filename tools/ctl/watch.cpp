@@ -11,8 +11,10 @@
 
 #include "commands.h"
 #include "end_signals.h"
+#include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
+#include "report.h"
 
 namespace ominspect::ctl {
 namespace {
@@ -39,6 +41,7 @@ public:
     client::Events Events() {
         return {[this](const client::ItemResult& result) {
                     const auto now = std::chrono::system_clock::now();
+                    history_.Add(result, now);
                     Print(options_.json ? RunEventJson(now, result) : RunEventLine(now, result));
                 },
                 [this](bool busy) {
@@ -51,6 +54,9 @@ public:
     // Readable once an exit code is there.
     int Fd() const { return over_; }
     ExitCode Code() const { return code_; }
+
+    // What was seen, once the session is over.
+    History& Seen() { return history_; }
 
 private:
     void Print(const std::string& line) {
@@ -75,6 +81,7 @@ private:
     const int over_;
     bool finished_ = false;      // only of the session's thread
     std::uint64_t printed_ = 0;  // likewise
+    History history_;            // likewise
     std::atomic<ExitCode> code_{kPassed};
 };
 
@@ -96,30 +103,25 @@ ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSign
 void TellIfAbsent(client::Session& session) {
     const auto state = session.State("ominspectctl", std::chrono::seconds(1));
     if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
-        (void)std::fputs("ominspectctl: the server is not on the bus; waiting for it\n", stderr);
+        Complain("the server is not on the bus; waiting for it");
     }
-}
-
-ExitCode Report(const client::Error& error) {
-    (void)std::fprintf(stderr, "ominspectctl: %s\n", error.text.c_str());
-    return ExitCodeOf(error);
 }
 
 ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
-    const auto session = client::Session::Open(printer.Events());
-    if (!session) return Report(session.Failure());
-    if (const auto error = (*session)->Subscribe()) return Report(*error);
-    (void)std::fputs("ominspectctl: watching\n", stderr);
+    auto session = client::Session::Open(printer.Events());
+    if (!session) return Fail(session.Failure(), false);
+    if (const auto error = (*session)->Subscribe()) return Fail(*error, false);
+    Complain("watching");
     TellIfAbsent(**session);
 
     const ExitCode code = Wait(options, printer, signals);
     (void)alarm(kStuckSeconds);
-    if (code == kUnreachable) (void)std::fputs("ominspectctl: the bus was lost\n", stderr);
-    if (const auto lost = (*session)->LostEvents(); lost > 0) {
-        (void)std::fprintf(stderr, "ominspectctl: %llu events were lost\n", static_cast<unsigned long long>(lost));
-    }
+    if (code == kUnreachable) Complain("the bus was lost");
+    if (const auto lost = (*session)->LostEvents(); lost > 0) Complain(std::to_string(lost) + " events were lost");
+    session->reset();
+    SaveHistory(printer.Seen());
     return code;
 }
 

@@ -14,6 +14,8 @@ enum class ErrorCode {
     kServerAbsent,     // the server is not on the bus, or left it while it was asked
     kTimeLimit,        // no reply within the given time
     kRefused,          // the server is there and did not take the request
+    kGroupBusy,        // the server runs a group of this name already
+    kCancelled,        // the caller ended the call early
     kDenied,           // the bus's policy does not let this process speak to the server
     kMalformedReply,   // a reply that is no such record
     kInternal          // anything else, such as no memory

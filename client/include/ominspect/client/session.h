@@ -1,14 +1,16 @@
 // A requester's place on the message bus, and the requests it can make of the inspection server.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 
 #include "ominspect/client/error.h"
+#include "ominspect/client/limit.h"
 #include "ominspect/client/types.h"
 
 namespace ominspect::client {
@@ -22,7 +24,55 @@ struct Events {
     std::function<void()> onBusLost;               // the bus went away; no event and no reply will come any more
 };
 
-// One per process, since a process joins the bus once. All member functions may be called from any thread.
+class Connection;
+
+// An item that runs in the background of the server. Forgetting it does not stop the item. Must not outlive its
+// session; used by one thread at a time.
+class BackgroundRun {
+public:
+    BackgroundRun(BackgroundRun&& other) noexcept;
+    BackgroundRun& operator=(BackgroundRun&&) = delete;
+    ~BackgroundRun();
+
+    // Waits for what the server sends next: a status other than "running" is the last. Cancelled, TimeLimit,
+    // ServerAbsent (also: it restarted and knows nothing of the run), BusUnreachable.
+    Result<ItemResult> Next(const Limit& limit);
+
+    // Waits for the final result; `onRunning`, if any, is called for each one before it.
+    Result<ItemResult> Await(const Limit& limit, const std::function<void(const ItemResult&)>& onRunning = {});
+
+private:
+    friend class Session;
+    BackgroundRun(Connection& connection, std::string item, std::uint64_t serverLife);
+
+    Connection* connection_;  // null once moved from
+    std::string item_;
+    std::uint64_t serverLife_;
+};
+
+// A group that runs in the server. It must be stopped when its record is there, or it lingers for two minutes in which
+// no other of its name can start. Forgetting it does not stop it. Must not outlive its session; used by one thread at a
+// time.
+class GroupRun {
+public:
+    std::uint32_t TaskId() const { return taskId_; }
+
+    // Waits for the record. Errors as BackgroundRun::Next.
+    Result<GroupRecord> Await(const Limit& limit);
+
+private:
+    friend class Session;
+    GroupRun(Connection& connection, std::uint32_t taskId, std::uint64_t serverLife);
+
+    Connection* connection_;
+    std::uint32_t taskId_;
+    std::uint64_t serverLife_;
+};
+
+// One per process, since a process joins the bus once. All member functions may be called from any thread; each waits
+// for the server's reply within its limit and fails with TimeLimit or Cancelled after it, with ServerAbsent or
+// BusUnreachable at once when there is nobody to wait for, with InvalidArgument before anything is sent, and with
+// MalformedReply for a reply that is no such record.
 class Session {
 public:
     // Joins the bus at KIVO_BUS_ADDRESS, else the system bus. `processName` (1 to 15 bytes) is made up from the
@@ -35,12 +85,30 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Runs an item and waits for the reply, at most `limit` (1 ms to about 49 days). `cmd` is the item's
-    // argument; "stop" stops the item and "done" resets it to "idle".
-    Result<RunReply> Run(std::string_view item, std::string_view cmd, std::chrono::milliseconds limit);
+    // Runs an item synchronously: for items whose owner answers at once. The server serves nobody else meanwhile.
+    Result<RunReply> Run(const Request& request, const Limit& limit);
 
-    // Asks for an item's state; waits as Run does.
-    Result<ItemState> State(std::string_view item, std::chrono::milliseconds limit);
+    // Starts an item in the background, for any item; the server goes on serving. One run of an item at a time and
+    // session: a second is InvalidArgument until the first is forgotten.
+    Result<BackgroundRun> Start(const Request& request, const Limit& limit);
+
+    // Starts a group of 1 to 32 items. GroupBusy: one of its name runs; Refused: the server has no worker. RunGroup
+    // (group.h) does the whole of it.
+    Result<GroupRun> StartGroup(std::span<const Request> requests, const Limit& limit);
+
+    // Asks a task to stop: a group's items that have not begun do not begin, the running ones are asked to stop. False:
+    // the server knows no such task, or it has ended.
+    Result<bool> StopTask(std::uint32_t taskId, const Limit& limit);
+
+    // Sets an item back to "idle". The server does not say whether it knows the item. Whoever waits for a run of it
+    // gets the status "idle".
+    std::optional<Error> Reset(std::string_view item, const Limit& limit);
+
+    // Asks for an item's state.
+    Result<ItemState> State(std::string_view item, const Limit& limit);
+
+    // Asks for the configured items.
+    Result<Catalogue> List(const Limit& limit);
 
     // Begins the events onRun and onBusy. They go on when the server restarts. Nothing on success.
     std::optional<Error> Subscribe();
@@ -49,9 +117,9 @@ public:
     std::uint64_t LostEvents() const;
 
 private:
-    explicit Session(Events events);
+    explicit Session(std::unique_ptr<Connection> connection);
 
-    Events events_;
+    std::unique_ptr<Connection> connection_;
 };
 
 }  // namespace ominspect::client

@@ -1,31 +1,38 @@
-// What requesters ask of the inspection server and get from it.
+// What requesters ask of the inspection server and get from it. Texts are bytes from outside, not necessarily UTF-8.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ominspect/client/error.h"
 
 namespace ominspect::client {
 
-// An item's result as its record holds it: bytes from outside, not necessarily UTF-8.
+// A request for one item. `cmd` is its argument; "stop" stops the item and "done" resets it to "idle".
+struct Request {
+    std::string item;
+    std::string cmd;
+};
+
+// An item's result as its record holds it.
 struct ItemResult {
     std::string name;
     std::string status;  // "idle", "running", "success", "fail", or the owner's own word
     std::string text;
 };
 
-// What the reply to a synchronous run says.
-enum class RunOutcome {
-    kFinal,       // the item's result
-    kPending,     // the item runs (status "running") and its owner reports later: running it again gives the result
-    kUnknownItem  // "fail", "no support": no owner has registered the item
-};
+// Whether the result says that no owner has registered the item: "fail", "no support".
+bool IsUnknownItem(const ItemResult& result);
 
+// The reply to a synchronous run.
 struct RunReply {
-    RunOutcome outcome;
     ItemResult result;
+    bool isPending;  // the owner reports later; the status is "running", and the server counts the run until the owner
+                     // takes the item back
 };
 
 enum class ItemState {
@@ -33,10 +40,40 @@ enum class ItemState {
     kIdleOrUnknown  // it waits for its first run, was reset, or the server does not know it
 };
 
+// An item that the server's configuration names.
+struct ConfiguredItem {
+    std::string name;
+    std::string level;  // "error" or "warn"
+    bool isSync;        // its owner answers at once: it may be run synchronously
+};
+
+struct Catalogue {
+    std::vector<ConfiguredItem> items;  // in the order of the configuration, at most 256
+    std::uint32_t total;                // as many as are configured
+};
+
+using SystemTime = std::chrono::system_clock::time_point;
+
+// One item of a group's record.
+struct GroupItem {
+    ItemResult result;                // all empty: the group was stopped before the item's turn
+    std::optional<SystemTime> start;  // none: it never ran
+    std::optional<SystemTime> end;    // none: it never ended
+};
+
+// What a group run came to.
+struct GroupRecord {
+    std::uint32_t taskId;
+    std::vector<GroupItem> items;  // in the order of the request
+};
+
+// Items of one group request at most.
+constexpr std::size_t kGroupSlots = 32;
+
 // Whether an item name can be sent: 1 to 31 bytes without NUL. The error says what is wrong.
 std::optional<Error> CheckItemName(std::string_view item);
 
 // Whether a request can be sent: the same, and a cmd of at most 127 bytes without NUL.
-std::optional<Error> CheckRequest(std::string_view item, std::string_view cmd);
+std::optional<Error> CheckRequest(const Request& request);
 
 }  // namespace ominspect::client

@@ -1,0 +1,220 @@
+// The bus under a session: one task that receives, and sends that wait for their reply.
+#include "connection.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "ominspect/messages.h"
+#include "wire.h"
+
+namespace ominspect::client {
+namespace {
+
+constexpr const char* kTaskName = "ic_task";
+constexpr std::uint32_t kQueueDepth = 1024;
+// A process id is unique on one machine only; several containers on one bus may meet on it.
+constexpr int kNameAttempts = 8;
+// How long a server that is there may take to say so before it counts as busy.
+constexpr std::chrono::milliseconds kPresenceLimit{500};
+
+// The platform's task functions carry no context: the process's one connection.
+std::atomic<Connection*> g_connection{nullptr};
+
+// Copies a name that is known to fit, NUL included.
+template <std::size_t size>
+void SetName(char (&field)[size], std::string_view name) {
+    std::memcpy(field, name.data(), std::min(name.size(), size - 1));
+}
+
+std::uint32_t AttachUnique() {
+    const std::string base = "ic-" + std::to_string(getpid());
+    std::uint32_t result = OsProcAttach(base.c_str());
+    for (int i = 1; i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
+        result = OsProcAttach((base + "-" + std::to_string(i)).c_str());
+    }
+    return result;
+}
+
+TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param) {
+    TagMsgBlock msg{};
+    msg.msgId = msgId;
+    msg.param = param;
+    SetName(msg.dstProcName, OM_INSPECT_PROC_NAME);
+    SetName(msg.dstTaskName, OM_INSPECT_TASK_NAME);
+    SetName(msg.replyTaskName, kTaskName);
+    return msg;
+}
+
+void SetPayload(TagMsgBlock& msg, std::string& payload) {
+    msg.dataLen = static_cast<std::uint32_t>(payload.size());
+    msg.data = reinterpret_cast<unsigned char*>(payload.data());
+}
+
+Error TimeIsOver() {
+    return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+}
+
+Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::milliseconds time) {
+    // A limit of 0 would send without waiting.
+    if (time.count() < 1) return TimeIsOver();
+    SetPayload(msg, payload);
+    TagMsgBlock* raw = nullptr;
+    const std::uint32_t result = OsMsgSynSend(&msg, &raw, static_cast<std::uint32_t>(time.count()));
+    const std::unique_ptr<TagMsgBlock, decltype(&OsMsgSynRespFree)> reply(raw, &OsMsgSynRespFree);
+    if (result != OS_MSG_OK) return wire::FromBus(result);
+    if (!reply || reply->data == nullptr) return std::string();
+    return std::string(reinterpret_cast<const char*>(reply->data), reply->dataLen);
+}
+
+// A send that another thread waits for, and may give up.
+struct Call {
+    std::mutex mutex;  // guards `reply`
+    std::condition_variable_any done;
+    std::optional<Result<std::string>> reply;
+};
+
+}  // namespace
+
+Connection::Connection(Events events) : events_(std::move(events)) {}
+
+Connection::~Connection() {
+    if (!joined_) return;
+    OsProcDetach();  // ends the task and every send
+    g_connection = nullptr;
+    for (std::thread& send : abandoned_) send.join();
+}
+
+std::optional<Error> Connection::Join(std::string_view processName) {
+    const std::uint32_t attached =
+        processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
+    if (attached != OS_MSG_OK) return wire::FromBus(attached);
+    joined_ = true;
+    g_connection = this;
+    OsTaskDescriptor task{};
+    SetName(task.name, kTaskName);
+    task.queueDepth = kQueueDepth;
+    task.handler = HandleMessage;
+    task.entry = RunTask;
+    const std::uint32_t created = OsTaskCreate(&task);
+    if (created != OS_MSG_OK) return wire::FromBus(created);
+    return Subscribe({OS_MSG_EVENT_PROC_RESTART});
+}
+
+std::uint32_t Connection::HandleMessage(TagMsgBlock* msg) {
+    // The server is the only one that this task listens to.
+    Connection* connection = g_connection.load();
+    if (connection != nullptr && std::strcmp(msg->srcProcName, OM_INSPECT_PROC_NAME) == 0) connection->Handle(*msg);
+    return 0;
+}
+
+std::uint32_t Connection::RunTask() {
+    const std::uint32_t result = OsMsgTaskRoutineByName(kTaskName);
+    Connection* connection = g_connection.load();
+    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) {
+        connection->inbox_.BusLost();
+        if (connection->events_.onBusLost) connection->events_.onBusLost();
+    }
+    return result;
+}
+
+// A record that is none is passed over: whoever waits for it has a time limit.
+void Connection::Handle(const TagMsgBlock& msg) {
+    const wire::Bytes data(msg.data, msg.dataLen);
+    switch (msg.msgId) {
+        case OM_INSPECT_MSG_RUN:
+            if (auto result = wire::DecodeResult(data)) inbox_.Put(std::move(*result));
+            break;
+        case OM_INSPECT_MSG_RUN_GROUP:
+            if (auto record = wire::DecodeGroupRecord(data)) inbox_.Put(std::move(*record));
+            break;
+        case OM_INSPECT_EVENT_RUN:
+            if (const auto result = wire::DecodeResult(data); result && events_.onRun) events_.onRun(*result);
+            break;
+        case OM_INSPECT_EVENT_BUSY:
+            if (const auto busy = wire::DecodeBusy(data); busy && events_.onBusy) events_.onBusy(*busy);
+            break;
+        case OS_MSG_EVENT_PROC_RESTART:
+            inbox_.ServerRestarted();
+            break;
+        default:
+            break;
+    }
+}
+
+Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param) {
+    const TagMsgBlock msg = EnvelopeOf(msgId, param);
+    if (!limit.Cancel().stop_possible()) return Send(msg, std::move(payload), limit.Left());
+    return AskCancellable(msg, std::move(payload), limit);
+}
+
+// The platform's send cannot be ended early: a thread of its own makes it, and is left behind when the caller gives up.
+Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit) {
+    const Error cancelled{ErrorCode::kCancelled, "cancelled"};
+    if (limit.Cancelled()) return cancelled;
+    const auto call = std::make_shared<Call>();
+    std::thread send;
+    try {
+        send = std::thread([call, head, payload = std::move(payload), time = limit.Left()] {
+            auto reply = Send(head, payload, time);
+            const std::lock_guard lock(call->mutex);
+            call->reply = std::move(reply);
+            call->done.notify_all();
+        });
+    } catch (const std::system_error&) {
+        return Error{ErrorCode::kInternal, "no thread for the request"};
+    }
+    std::unique_lock lock(call->mutex);
+    if (call->done.wait(lock, limit.Cancel(), [&] { return call->reply.has_value(); })) {
+        lock.unlock();
+        send.join();
+        return std::move(*call->reply);
+    }
+    lock.unlock();
+    const std::lock_guard guard(mutex_);
+    abandoned_.push_back(std::move(send));
+    return cancelled;
+}
+
+std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) {
+    TagMsgBlock msg = EnvelopeOf(msgId, 0);
+    SetPayload(msg, payload);
+    const std::uint32_t result = OsMsgAsynSend(&msg);
+    if (result != OS_MSG_OK) return wire::FromBus(result);
+    return std::nullopt;
+}
+
+std::optional<Error> Connection::CheckPresence() {
+    // A state request without a name is answered and does nothing.
+    const auto reply = Ask(OM_INSPECT_MSG_STATE, "", kPresenceLimit);
+    if (reply || reply.Failure().code == ErrorCode::kTimeLimit) return std::nullopt;
+    return reply.Failure();
+}
+
+std::uint64_t Connection::LostEvents() {
+    return OsMsgDroppedCount(kTaskName);
+}
+
+std::optional<Error> Connection::Subscribe(std::initializer_list<std::uint32_t> eventIds) {
+    std::vector<OsMsgSubscription> subscriptions;
+    for (const std::uint32_t eventId : eventIds) {
+        OsMsgSubscription& subscription = subscriptions.emplace_back();
+        subscription.eventId = eventId;
+        SetName(subscription.srcProcName, OM_INSPECT_PROC_NAME);
+        SetName(subscription.srcTaskName, OM_INSPECT_TASK_NAME);
+        SetName(subscription.dstTaskName, kTaskName);
+    }
+    const std::uint32_t result =
+        OsMsgSubscribeEvent(subscriptions.data(), static_cast<std::uint32_t>(subscriptions.size()), 0);
+    if (result != OS_MSG_OK) return wire::FromBus(result);
+    return std::nullopt;
+}
+
+}  // namespace ominspect::client

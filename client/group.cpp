@@ -1,0 +1,104 @@
+// The whole life of a group run.
+#include "ominspect/client/group.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+
+namespace ominspect::client {
+namespace {
+
+// How often a refused group asks again, and an ending one whether it has ended.
+constexpr std::chrono::milliseconds kAskAgain{250};
+// What the server may need to begin a group, and to stop one; the runner looks at its stop flag once a second.
+constexpr std::chrono::milliseconds kStartLimit{10000};
+constexpr std::chrono::milliseconds kStopLimit{6000};
+
+// Waits, unless the limit is over or cancelled before.
+void Pause(std::chrono::milliseconds time, const Limit& limit) {
+    std::mutex mutex;
+    std::condition_variable_any never;
+    std::unique_lock lock(mutex);
+    (void)never.wait_until(lock, limit.Cancel(), std::min(limit.Deadline(), Limit::Clock::now() + time),
+                           [] { return false; });
+}
+
+std::optional<Error> OverError(const Limit& limit) {
+    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
+    if (limit.Left().count() == 0) return Error{ErrorCode::kTimeLimit, "the time limit is over"};
+    return std::nullopt;
+}
+
+Result<GroupRun> Start(Session& session, std::span<const Request> requests, const GroupOptions& options,
+                       const Limit& limit) {
+    bool told = false;
+    for (;;) {
+        if (auto over = OverError(limit)) return *over;
+        // Not cancelled half-way: a group whose task id nobody has heard could not be stopped.
+        const auto time = std::min(limit.Left(), kStartLimit);
+        auto run = session.StartGroup(requests, time);
+        if (run || run.Failure().code != ErrorCode::kGroupBusy || !options.waitForTurn) return run;
+        if (!told && options.onRefused) options.onRefused();
+        told = true;
+        Pause(kAskAgain, limit);
+    }
+}
+
+// Asks the task to stop until the server knows it no more; whether it came to that.
+bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
+    for (;;) {
+        const auto known = session.StopTask(taskId, limit);
+        if (!known) return false;
+        if (!*known) return true;
+        Pause(kAskAgain, limit);
+    }
+}
+
+// After the record: the group ends at once when it is asked to.
+std::optional<Error> End(Session& session, const GroupRun& run) {
+    if (AwaitEnd(session, run.TaskId(), kStopLimit)) return std::nullopt;
+    return Error{ErrorCode::kTimeLimit, "the group does not end in the server"};
+}
+
+// Before the record: the items that run are asked to stop, and the record may come all the same.
+Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error why) {
+    const Limit limit(kStopLimit);
+    const auto known = session.StopTask(run.TaskId(), limit);
+    if (!known) {
+        why.text += "; the group could not be stopped: " + known.Failure().text;
+        return why;
+    }
+    const auto record = run.Await(limit);
+    if (record && options.onRecord) options.onRecord(*record);
+    const bool ended = record && AwaitEnd(session, run.TaskId(), kStopLimit);
+    why.text += ended ? "; the group was stopped" : "; the group was asked to stop, but items of it still run";
+    return why;
+}
+
+}  // namespace
+
+std::optional<Error> RunGroup(Session& session, std::span<const Request> requests, const GroupOptions& options,
+                              const Limit& limit) {
+    if (requests.empty()) return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    for (const Request& request : requests) {
+        if (auto error = CheckRequest(request)) return error;
+    }
+    for (std::size_t first = 0; first < requests.size(); first += kGroupSlots) {
+        const auto slice = requests.subspan(first, std::min(kGroupSlots, requests.size() - first));
+        auto run = Start(session, slice, options, limit);
+        if (!run) return run.Failure();
+        if (options.onStart) options.onStart(run->TaskId(), first, slice.size());
+        const auto record = run->Await(limit);
+        if (!record) {
+            const ErrorCode code = record.Failure().code;
+            const bool over = code == ErrorCode::kTimeLimit || code == ErrorCode::kCancelled;
+            return over ? Break(session, *run, options, record.Failure()) : record.Failure();
+        }
+        if (options.onRecord) options.onRecord(*record);
+        if (auto error = End(session, *run)) return error;
+    }
+    return std::nullopt;
+}
+
+}  // namespace ominspect::client

@@ -1,0 +1,39 @@
+// How long a call may take.
+#pragma once
+
+#include <chrono>
+#include <stop_token>
+#include <utility>
+
+namespace ominspect::client {
+
+// Made from a duration alone, or with a token by which another thread ends the call early. A call that must not wait at
+// all is not offered: the least time is 1 ms.
+class Limit {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // The time counts from here. More than `kLongest` counts as that.
+    template <typename Count, typename Period>
+    Limit(std::chrono::duration<Count, Period> time, std::stop_token cancel = {})
+        : deadline_(Clock::now() + (time < kLongest ? std::chrono::ceil<Clock::duration>(time) : kLongest)),
+          cancel_(std::move(cancel)) {}
+
+    Clock::time_point Deadline() const { return deadline_; }
+    const std::stop_token& Cancel() const { return cancel_; }
+    bool Cancelled() const { return cancel_.stop_requested(); }
+
+    // Rounded up; 0 when the time is over.
+    std::chrono::milliseconds Left() const {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
+        return left.count() > 0 ? left : std::chrono::milliseconds(0);
+    }
+
+    static constexpr std::chrono::hours kLongest{24 * 31};
+
+private:
+    Clock::time_point deadline_;
+    std::stop_token cancel_;
+};
+
+}  // namespace ominspect::client

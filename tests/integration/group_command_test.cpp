@@ -1,0 +1,249 @@
+// Groups as people run them: ominspectctl against a running server and real owners.
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+
+#include "system.h"
+
+namespace kivo::test {
+namespace {
+
+bool Holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+size_t CountOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+class GroupCommand : public System {
+protected:
+    static std::vector<std::string> CommandLine(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {OMINSPECTCTL_PROGRAM, "group"});
+        return arguments;
+    }
+
+    static Outcome Group(const std::vector<std::string>& arguments) { return kivo::test::Run(CommandLine(arguments)); }
+
+    static Child StartGroup(const std::vector<std::string>& arguments) { return Child(CommandLine(arguments)); }
+
+    // The owner program with the items of owner.xml.
+    Child StartShippedOwner() {
+        Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"PID_FILE=" + PidFile()});
+        EXPECT_TRUE(EventuallyText("always_ok", "fine")) << owner.Output();
+        TakeEvents();
+        return owner;
+    }
+
+    // The process of the item long_run, once it runs.
+    pid_t AwaitCommand() const {
+        pid_t command = 0;
+        EXPECT_TRUE(Eventually([&] { return static_cast<bool>(std::ifstream(PidFile()) >> command); }));
+        return command;
+    }
+
+    // The server ends the last run that goes on, and tells so.
+    static bool EventuallyIdle() {
+        return Eventually([] {
+            const auto events = TakeEvents();
+            return std::find(events.begin(), events.end(), "idle") != events.end();
+        });
+    }
+
+    static bool IsFree() { return Send(7, "always_ok").data == std::vector<unsigned char>{1, 0, 0, 0}; }
+
+private:
+    std::string PidFile() const { return Folder() + "/long_run.pid"; }
+};
+
+TEST_F(GroupCommand, AMixedGroupShowsEveryItemAsItBeginsAndEnds) {
+    const Child server = StartServer(true);
+    const Child owner = StartShippedOwner();
+    const Child raw = StartOwner("owner1", {"never"});
+    Child mortal = StartOwner("owner2", {"later:2000"});
+    Child group = StartGroup({"always_ok", "later_ok", "never", "later", "not_there", "always_critical"});
+    EXPECT_TRUE(Eventually([&] { return Holds(group.Output(), "always_critical  fail"); })) << group.Output();
+    mortal.Kill();
+    EXPECT_EQ(group.Wait(), 1) << group.Output();
+    const std::string output = group.Output();
+    for (const char* line :
+         {": 6 items\n", "always_ok        running           -  \n", " ms  fine\n", "later_ok         running",
+          " ms  late but fine\n", "never            fail ", " ms  run err\n", "later            running",
+          " ms  timeout\n", "not_there        fail ", "no support (unknown item: no owner has registered it)\n",
+          " ms  it is broken\n", "6 of 6 done\n"}) {
+        EXPECT_TRUE(Holds(output, line)) << line << "\n" << output;
+    }
+    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(IsFree());
+}
+
+TEST_F(GroupCommand, AGroupThatPassedExitsWithZeroAndLeavesItsItemsIdle) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    const Outcome group = Group({"always_ok", "later_ok", "--json"});
+    EXPECT_EQ(group.exitCode, 0) << group.output;
+    EXPECT_TRUE(group.output.starts_with(R"({"results":[{"item":"always_ok","status":"success","text":"fine",)"));
+    EXPECT_TRUE(Holds(group.output, R"({"item":"later_ok","status":"success","text":"late but fine",)"));
+    EXPECT_TRUE(Holds(group.output, R"("items":2}]})")) << group.output;
+    EXPECT_EQ(std::count(group.output.begin(), group.output.end(), '\n'), 1);
+    EXPECT_TRUE(IsFree());
+    EXPECT_TRUE(EventuallyIdle());
+}
+
+TEST_F(GroupCommand, CtrlCStopsTheGroupInTheServerAndTheOwnersCommand) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    Child group = StartGroup({"long_run", "always_ok"});
+    const pid_t command = AwaitCommand();
+    EXPECT_TRUE(Eventually([&] { return Holds(group.Output(), "always_ok  success"); })) << group.Output();
+    group.Signal(SIGINT);
+    EXPECT_EQ(group.Wait(), 130) << group.Output();
+    EXPECT_TRUE(Holds(group.Output(), "ominspectctl: cancelled; the group was stopped\n")) << group.Output();
+    EXPECT_TRUE(Holds(group.Output(), " ms  stopped\n")) << group.Output();
+    EXPECT_NE(kill(command, 0), 0) << "the command outlived its group";
+    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_EQ(Group({"always_ok"}).exitCode, 0);
+}
+
+TEST_F(GroupCommand, AStopFromAnotherTerminalEndsTheGroup) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    Child group = StartGroup({"long_run"});
+    const pid_t command = AwaitCommand();
+    const std::string output = group.Output();
+    const size_t colon = output.find(':');
+    ASSERT_TRUE(output.starts_with("task ") && colon != std::string::npos) << output;
+    const std::string taskId = output.substr(5, colon - 5);
+    const Outcome stop = kivo::test::Run({OMINSPECTCTL_PROGRAM, "stop", taskId});
+    EXPECT_EQ(stop.exitCode, 0);
+    EXPECT_EQ(stop.output, "task " + taskId + " was asked to stop\n");
+    EXPECT_EQ(group.Wait(), 1) << group.Output();
+    EXPECT_NE(kill(command, 0), 0) << "the command outlived its group";
+    const Outcome again = kivo::test::Run({OMINSPECTCTL_PROGRAM, "stop", taskId, "--json"});
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_EQ(again.output, R"({"taskId":)" + taskId + R"(,"known":false})" + "\n");
+}
+
+TEST_F(GroupCommand, TheTimeLimitStopsTheGroupAndExitsWithFour) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    const Outcome group = Group({"always_ok", "long_run", "--timeout", "2", "--json"});
+    EXPECT_EQ(group.exitCode, 4) << group.output;
+    EXPECT_TRUE(Holds(group.output, R"("error":{"code":"time-limit")")) << group.output;
+    EXPECT_TRUE(Holds(group.output, R"("item":"long_run","status":"fail","text":"stopped")")) << group.output;
+    EXPECT_NE(kill(AwaitCommand(), 0), 0) << "the command outlived its group";
+    EXPECT_TRUE(EventuallyIdle());
+}
+
+TEST_F(GroupCommand, WhileAGroupRunsOthersOfItsNameAreRefusedAndSayIt) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"until", "always_ok@ok"});
+    Child running = StartGroup({"until"});
+    ASSERT_TRUE(Eventually([&] { return Holds(running.Output(), "until  running"); })) << running.Output();
+    std::vector<Child> refused;
+    for (int i = 0; i < 20; ++i) refused.push_back(StartGroup({"always_ok"}));
+    for (Child& client : refused) {
+        EXPECT_EQ(client.Wait(), 3);
+        EXPECT_EQ(client.Output(),
+                  "ominspectctl: the server runs such a group already (16); --wait waits for its end\n");
+    }
+    // A group of another name is another matter.
+    EXPECT_EQ(Group({"kivo_om_diag_log"}).exitCode, 1);
+
+    Child waiting = StartGroup({"always_ok", "--wait"});
+    ASSERT_TRUE(Eventually([&] { return Holds(waiting.Output(), "waiting for its end"); })) << waiting.Output();
+    const Outcome tooLate = Group({"always_ok", "--wait", "--timeout", "1"});
+    EXPECT_EQ(tooLate.exitCode, 4) << tooLate.output;
+    running.Signal(SIGTERM);
+    EXPECT_EQ(running.Wait(), 130) << running.Output();
+    EXPECT_EQ(waiting.Wait(), 0) << waiting.Output();
+    EXPECT_TRUE(EventuallyIdle());
+}
+
+TEST_F(GroupCommand, OfTwentyClientsAtOnceOneGroupRunsAtATime) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"always_ok@ok"});
+    std::vector<Child> clients;
+    for (int i = 0; i < 20; ++i) clients.push_back(StartGroup({"always_ok"}));
+    int passed = 0;
+    for (Child& client : clients) {
+        const auto code = client.Wait();
+        if (code == 0) {
+            ++passed;
+            continue;
+        }
+        EXPECT_EQ(code, 3);
+        EXPECT_TRUE(Holds(client.Output(), "(16); --wait waits for its end")) << client.Output();
+    }
+    EXPECT_GE(passed, 1);
+    EXPECT_TRUE(EventuallyIdle());
+}
+
+TEST_F(GroupCommand, ClientsThatWaitAllHaveTheirTurn) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"always_ok@ok"});
+    std::vector<Child> clients;
+    for (int i = 0; i < 5; ++i) clients.push_back(StartGroup({"always_ok", "--wait", "--timeout", "100"}));
+    for (Child& client : clients) EXPECT_EQ(client.Wait(std::chrono::seconds(100)), 0) << client.Output();
+    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(IsFree());
+}
+
+TEST_F(GroupCommand, MoreThan32ItemsAreRunAsSuccessiveGroups) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"always_ok@ok"});
+    const Outcome group = Group(std::vector<std::string>(33, "always_ok"));
+    EXPECT_EQ(group.exitCode, 0) << group.output;
+    EXPECT_TRUE(Holds(group.output, "ominspectctl: 33 items: 2 groups of at most 32, one after the other\n"));
+    EXPECT_TRUE(Holds(group.output, ": 32 items\n"));
+    EXPECT_TRUE(Holds(group.output, ": 1 item\n"));
+    EXPECT_TRUE(Holds(group.output, "33 of 33 done\n")) << group.output;
+}
+
+TEST_F(GroupCommand, AllConfiguredItemsCanBeRun) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"conf_sip_ft@ok"});
+    const Outcome group = Group({"--all"});
+    EXPECT_EQ(group.exitCode, 1) << group.output;
+    EXPECT_TRUE(Holds(group.output, ": 25 items\n")) << group.output;
+    EXPECT_EQ(CountOf(group.output, "no support (unknown item: no owner has registered it)\n"), 24U);
+    EXPECT_TRUE(Holds(group.output, "answered by owner1\n"));
+    EXPECT_TRUE(Holds(group.output, "25 of 25 done\n"));
+}
+
+TEST_F(GroupCommand, AClientThatDisappearsLeavesTheServerHealthyAndTheGroupEndsByItself) {
+    const Child server = StartServer(true);
+    const Child owner = StartShippedOwner();
+    Child group = StartGroup({"later_ok"});
+    ASSERT_TRUE(Eventually([&] { return Holds(group.Output(), "later_ok  running"); })) << group.Output();
+    group.Kill();
+    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(Holds(ServerLog(), "group wait stop overtime[")) << ServerLog();
+    EXPECT_EQ(Group({"always_ok"}).exitCode, 0);
+}
+
+TEST_F(GroupCommand, AServerThatDiesEndsTheCommandWithThree) {
+    Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"later"});
+    Child group = StartGroup({"later"});
+    ASSERT_TRUE(Eventually([&] { return Holds(group.Output(), "later  running"); })) << group.Output();
+    server.Kill();
+    EXPECT_EQ(group.Wait(), 3) << group.Output();
+}
+
+TEST_F(GroupCommand, ATerminalShowsARedrawnTable) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    const std::string command = std::string(OMINSPECTCTL_PROGRAM) + " group always_ok later_ok";
+    const Outcome group = kivo::test::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
+    EXPECT_EQ(group.exitCode, 0) << group.output;
+    EXPECT_TRUE(Holds(group.output, "\x1b[5A\r\x1b[J"));  // title, heads, two items and the summary, drawn anew
+    EXPECT_TRUE(Holds(group.output, "later_ok   waiting") || Holds(group.output, "later_ok   running"));
+    EXPECT_TRUE(Holds(group.output, "2 of 2 done"));
+    EXPECT_TRUE(Holds(group.output.substr(group.output.rfind("\x1b[J")), " ms  late but fine\r\n")) << group.output;
+}
+
+}  // namespace
+}  // namespace kivo::test

@@ -1,0 +1,83 @@
+// The service manager's view of the server: this test plays the manager's socket (sd_notify(3)).
+#include <fstream>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "system.h"
+
+namespace kivo::test {
+namespace {
+
+class Manager {
+public:
+    explicit Manager(const std::string& path) : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        const timeval limit{60, 0};
+        EXPECT_EQ(setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
+    }
+    ~Manager() { close(fd_); }
+    Manager(const Manager&) = delete;
+    Manager& operator=(const Manager&) = delete;
+
+    // The next message; empty when none comes.
+    std::string Next() const {
+        char text[512];
+        const ssize_t size = recv(fd_, text, sizeof text, 0);
+        return size < 0 ? "" : std::string(text, static_cast<size_t>(size));
+    }
+
+private:
+    int fd_;
+};
+
+class Heartbeat : public System {
+protected:
+    // A setting of the shipped unit file.
+    static std::string Setting(const std::string& key) {
+        std::ifstream file(UNIT_FILE);
+        for (std::string line; std::getline(file, line);) {
+            if (line.starts_with(key + "=")) return line.substr(key.size() + 1);
+        }
+        return {};
+    }
+};
+
+TEST_F(Heartbeat, TheManagerHearsThatTheServerIsReadyAndThenThatItLives) {
+    const Manager manager(Folder() + "/notify");
+    const Child server = StartServer(
+        false, {"NOTIFY_SOCKET=" + Folder() + "/notify", "WATCHDOG_USEC=" + Setting("WatchdogSec") + "000000"});
+    EXPECT_EQ(manager.Next(), "READY=1\nWATCHDOG_USEC=30000000");
+    EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+}
+
+TEST_F(Heartbeat, TheUnitFileAgreesWithWhatTheServerAnnounces) {
+    EXPECT_EQ(Setting("Type"), "notify");
+    EXPECT_EQ(Setting("WatchdogSec"), "30");
+    EXPECT_EQ(Setting("ExecStart"), "/usr/bin/ominspect");
+    EXPECT_EQ(Setting("Restart"), "on-failure");
+}
+
+TEST_F(Heartbeat, TheLogIsReopenedWhenTheLogServiceRestarts) {
+    const Child server = StartServer();
+    const Child other = StartOwner("someone", {});
+    const std::string log = Folder() + "/inspect.log";
+    ASSERT_EQ(rename(log.c_str(), (log + ".old").c_str()), 0);
+    const Child omlog = StartOwner("omlog", {});
+    EXPECT_TRUE(Eventually([&] {
+        RunItem("unknown");
+        return ServerLog().find("Get Result fail, name [unknown]") != std::string::npos;
+    }));
+    std::ifstream old(log + ".old");
+    const std::string before{std::istreambuf_iterator<char>(old), {}};
+    EXPECT_NE(before.find("proc restart recv msg id:2097154 from omlog"), std::string::npos);
+    EXPECT_EQ(before.find("from someone"), std::string::npos) << "nobody subscribed to that";
+}
+
+}  // namespace
+}  // namespace kivo::test

@@ -1,0 +1,48 @@
+// Shows a group run as it goes on: a redrawn table on a terminal, lines in a pipe, nothing before the end in JSON.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "group_progress.h"
+#include "ominspect/client/error.h"
+#include "ominspect/client/group.h"
+
+namespace ominspect::ctl {
+
+// Its functions may be called from any thread, Finish once and last.
+class GroupDisplay {
+public:
+    GroupDisplay(const std::vector<std::string>& items, bool json);
+    ~GroupDisplay();
+    GroupDisplay(const GroupDisplay&) = delete;
+    GroupDisplay& operator=(const GroupDisplay&) = delete;
+
+    void OnStart(std::uint32_t taskId, std::size_t first, std::size_t count);
+    void OnRun(const client::ItemResult& result);
+    void OnRecord(const client::GroupRecord& record);
+
+    // The end of the run, with the error that ended it early, if any; whether all items passed.
+    bool Finish(const std::optional<client::Error>& error);
+
+private:
+    enum class Mode { kTerminal, kLines, kJson };
+
+    void RedrawWhileItRuns(const std::stop_token& over);
+    void Redraw(const std::vector<std::size_t>& rows);
+    void Erase();
+
+    const Mode mode_;
+    std::mutex mutex_;  // guards everything below, and the screen
+    GroupProgress progress_;
+    std::string title_;      // of the group that began last; empty before the first
+    std::size_t drawn_ = 0;  // lines on the screen that the next drawing replaces
+    bool finished_ = false;
+    std::condition_variable_any over_;
+    std::jthread ticker_;  // of a terminal
+};
+
+}  // namespace ominspect::ctl

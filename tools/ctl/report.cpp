@@ -1,0 +1,46 @@
+// Where the commands' answers and complaints go.
+#include "report.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "output.h"
+#include "text/text.h"
+
+namespace ominspect::ctl {
+
+void PrintLine(const std::string& line) {
+    (void)std::printf("%s\n", line.c_str());
+    (void)std::fflush(stdout);
+}
+
+void Complain(const std::string& text) {
+    (void)std::fprintf(stderr, "ominspectctl: %s\n", text.c_str());
+}
+
+void Complain(std::string_view item, const client::Error& error) {
+    Complain(text::Escaped(item) + ": " + error.text);
+}
+
+void SaveHistory(History& history) {
+    if (!history.Save()) Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
+}
+
+ExitCode Fail(std::string_view item, const client::Error& error, bool json) {
+    if (json) PrintLine(JsonText(ErrorJson(item, error)));
+    Complain(item, error);
+    return ExitCodeOf(error);
+}
+
+ExitCode Fail(const client::Error& error, bool json) {
+    if (json) {
+        const Json document = JsonObject({});
+        JsonAdd(document, "error", ErrorJson(error));
+        PrintLine(JsonText(document));
+    }
+    Complain(error.text);
+    return ExitCodeOf(error);
+}
+
+}  // namespace ominspect::ctl

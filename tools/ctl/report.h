@@ -1,0 +1,30 @@
+// Where the commands' answers and complaints go.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "exit_code.h"
+#include "history.h"
+#include "ominspect/client/error.h"
+
+namespace ominspect::ctl {
+
+// One line of the answer, on standard output, at once.
+void PrintLine(const std::string& line);
+
+// One line beside the answer, on standard error, with the program's name before it.
+void Complain(const std::string& text);
+
+// The same about an item, whose name is shown escaped.
+void Complain(std::string_view item, const client::Error& error);
+
+// Saves what the command has seen; a complaint when that cannot be done, which fails no command.
+void SaveHistory(History& history);
+
+// The one answer of a command that failed: complains, prints the error as a document when wanted, and gives its exit
+// code.
+ExitCode Fail(std::string_view item, const client::Error& error, bool json);
+ExitCode Fail(const client::Error& error, bool json);
+
+}  // namespace ominspect::ctl
