@@ -14,11 +14,19 @@
 #include "server/guard.h"
 #include "server/log.h"
 
+// Seconds. The tests' build of this file has shorter ones.
+#ifndef INSPECT_BACKUP_DELAY_S
+#define INSPECT_BACKUP_DELAY_S 60
+#endif
+#ifndef INSPECT_BACKUP_PERIOD_S
+#define INSPECT_BACKUP_PERIOD_S 3600
+#endif
+
 namespace {
 
 constexpr LogUnit kLogUnit{"InspectFile", 15};
-constexpr uint32_t kStartDelay = 60;     // seconds
-constexpr uint32_t kTimerPeriod = 3600;  // seconds
+constexpr uint32_t kStartDelay = INSPECT_BACKUP_DELAY_S;
+constexpr uint32_t kTimerPeriod = INSPECT_BACKUP_PERIOD_S;
 constexpr OsTimerId kNoTimer = 0;
 
 // What the backup thread, the timer's callback and a collection share. Never destroyed: the timer may still fire while

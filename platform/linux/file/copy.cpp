@@ -119,7 +119,8 @@ uint32_t CopyByHand(const Copy& copy, uint64_t limit) {
 }
 
 uint32_t CopyContents(Copy& copy) {
-    if (ftruncate(copy.dst.Get(), 0) != 0) {
+    // A new file is left alone: ext4 writes one that was truncated to the disk when it is closed.
+    if (!copy.created && ftruncate(copy.dst.Get(), 0) != 0) {
         return static_cast<uint32_t>(errno);
     }
     const uint64_t limit = copy.srcStat.st_size > 0 ? static_cast<uint64_t>(copy.srcStat.st_size) : UINT64_MAX;

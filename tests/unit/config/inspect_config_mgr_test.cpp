@@ -1,9 +1,9 @@
 // The configuration file and its loader.
 #include <string>
 
+#include "config_text.h"
 #include "ominspect/config.h"
 #include "support/device_folder.h"
-#include "support/journal_text.h"
 
 using support::Lines;
 using support::LogLines;
@@ -19,28 +19,8 @@ protected:
         m_config.InitInspectConfig();
     }
 
-    // "name level bits"
-    Lines Items() {
-        Lines items;
-        for (const auto& item : m_config.GetInspectItemList()) {
-            items.push_back(std::string(item.name) + " " + item.level + " " + std::to_string(item.featureBits));
-        }
-        return items;
-    }
-
-    // "source destination seconds function"
-    Lines Entries() {
-        Lines entries;
-        for (const auto& entry : m_config.GetLogCollectList()) {
-            const char* function = entry.copy == InspectCopyDirFile      ? "dir"
-                                   : entry.copy == InspectCopyFile       ? "file"
-                                   : entry.copy == InspectCopyWylogsFile ? "wylogs"
-                                                                         : "none";
-            entries.push_back(std::string(entry.srcPath) + " " + entry.dstPath + " " + std::to_string(entry.timeout) +
-                              " " + function);
-        }
-        return entries;
-    }
+    Lines Items() { return support::Text(m_config.GetInspectItemList()); }
+    Lines Entries() { return support::Text(m_config.GetLogCollectList()); }
 
     InspectConfigMgr m_config;
 };

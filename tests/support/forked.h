@@ -1,0 +1,18 @@
+// Part of a test in a child process of its own, for what would change the test program for good.
+#pragma once
+
+#include <functional>
+
+#include "support/journal_text.h"
+
+namespace support {
+
+/// Runs `body` in a forked child and returns the lines that it returned; a child that ends in another way fails the
+/// test. Expectations belong outside: those of the child are lost with it.
+Lines InForkedChild(const std::function<Lines()>& body);
+
+/// Gives up root's rights for good; does nothing in a process that has none. The working directory becomes the new
+/// user's own.
+void BecomeNobody();
+
+}  // namespace support
