@@ -49,13 +49,6 @@ protected:
         std::snprintf(report.text, sizeof report.text, "%s", text);
         Post(100, std::string(reinterpret_cast<const char*>(&report), sizeof report), process, "raw_owner");
     }
-
-    static bool EventuallyIdle() {
-        return Eventually([] {
-            const auto events = TakeEvents();
-            return std::find(events.begin(), events.end(), "idle") != events.end();
-        });
-    }
 };
 
 TEST_F(InTheBackground, AnItemThatIsAnsweredAtOnceGivesOneResult) {
@@ -74,7 +67,7 @@ TEST_F(InTheBackground, AnItemThatIsReportedLaterGivesTwoResultsAndTheServerIsId
     EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");  // the server's own thread is free meanwhile
     Report("owner1", "later", "success", "done at last");
     EXPECT_EQ(AwaitResult(), "later success/done at last");
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     Start("later");  // nothing is left over from the first run
     EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
     Report("owner1", "later", "success", "again");
@@ -88,7 +81,7 @@ TEST_F(InTheBackground, AnOwnerThatDiesLeavesItsItemToTheTimeLimit) {
     EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
     owner.Kill();
     EXPECT_EQ(AwaitResult(), "later fail/timeout");
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(InTheBackground, AGroupOfMixedItemsEndsWithACorrectRecord) {
@@ -108,7 +101,7 @@ TEST_F(InTheBackground, AGroupOfMixedItemsEndsWithACorrectRecord) {
     EXPECT_EQ(Text(record.items[3].result), "unknown fail/no support");
     EXPECT_EQ(Text(record.items[4].result), "die fail/run err");
     EXPECT_EQ(Number(Send(6, "", taskId)), 0u);
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_EQ(Number(Send(7, "ok")), 1u);  // back at "idle"
     EXPECT_TRUE(Eventually([taskId] { return Number(Send(6, "", taskId)) == 1; })) << "the job lingers";
 }
@@ -122,7 +115,7 @@ TEST_F(InTheBackground, OfTwentyRequestsForAGroupAtOnceOneIsTaken) {
     EXPECT_EQ(std::count(answers.begin(), answers.end(), 16u), 19);
     EXPECT_EQ(Text(AwaitRecord().items[0].result), "later fail/timeout");
     EXPECT_EQ(Number(Send(6, "", answers[0])), 0u);
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     const uint32_t again = StartGroup({"unknown"});
     EXPECT_GT(again, 16u);
     EXPECT_EQ(Number(Send(6, "", again)), 0u);

@@ -44,14 +44,6 @@ protected:
         return command;
     }
 
-    // The server ends the last run that goes on, and tells so.
-    static bool EventuallyIdle() {
-        return Eventually([] {
-            const auto events = TakeEvents();
-            return std::find(events.begin(), events.end(), "idle") != events.end();
-        });
-    }
-
     static bool IsFree() { return Send(7, "always_ok").data == std::vector<unsigned char>{1, 0, 0, 0}; }
 
 private:
@@ -75,7 +67,7 @@ TEST_F(GroupCommand, AMixedGroupShowsEveryItemAsItBeginsAndEnds) {
           " ms  it is broken\n", "6 of 6 done\n"}) {
         EXPECT_TRUE(Holds(output, line)) << line << "\n" << output;
     }
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_TRUE(IsFree());
 }
 
@@ -89,7 +81,7 @@ TEST_F(GroupCommand, AGroupThatPassedExitsWithZeroAndLeavesItsItemsIdle) {
     EXPECT_TRUE(Holds(group.output, R"("items":2}]})")) << group.output;
     EXPECT_EQ(std::count(group.output.begin(), group.output.end(), '\n'), 1);
     EXPECT_TRUE(IsFree());
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(GroupCommand, CtrlCStopsTheGroupInTheServerAndTheOwnersCommand) {
@@ -103,7 +95,7 @@ TEST_F(GroupCommand, CtrlCStopsTheGroupInTheServerAndTheOwnersCommand) {
     EXPECT_TRUE(Holds(group.Output(), "ominspectctl: cancelled; the group was stopped\n")) << group.Output();
     EXPECT_TRUE(Holds(group.Output(), " ms  stopped\n")) << group.Output();
     EXPECT_NE(kill(command, 0), 0) << "the command outlived its group";
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_EQ(Group({"always_ok"}).exitCode, 0);
 }
 
@@ -134,7 +126,7 @@ TEST_F(GroupCommand, TheTimeLimitStopsTheGroupAndExitsWithFour) {
     EXPECT_TRUE(Holds(group.output, R"("error":{"code":"time-limit")")) << group.output;
     EXPECT_TRUE(Holds(group.output, R"("item":"long_run","status":"fail","text":"stopped")")) << group.output;
     EXPECT_NE(kill(AwaitCommand(), 0), 0) << "the command outlived its group";
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(GroupCommand, WhileAGroupRunsOthersOfItsNameAreRefusedAndSayIt) {
@@ -159,7 +151,7 @@ TEST_F(GroupCommand, WhileAGroupRunsOthersOfItsNameAreRefusedAndSayIt) {
     running.Signal(SIGTERM);
     EXPECT_EQ(running.Wait(), 130) << running.Output();
     EXPECT_EQ(waiting.Wait(), 0) << waiting.Output();
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(GroupCommand, OfTwentyClientsAtOnceOneGroupRunsAtATime) {
@@ -178,7 +170,7 @@ TEST_F(GroupCommand, OfTwentyClientsAtOnceOneGroupRunsAtATime) {
         EXPECT_TRUE(Holds(client.Output(), "(16); --wait waits for its end")) << client.Output();
     }
     EXPECT_GE(passed, 1);
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(GroupCommand, ClientsThatWaitAllHaveTheirTurn) {
@@ -187,7 +179,7 @@ TEST_F(GroupCommand, ClientsThatWaitAllHaveTheirTurn) {
     std::vector<Child> clients;
     for (int i = 0; i < 5; ++i) clients.push_back(StartGroup({"always_ok", "--wait", "--timeout", "100"}));
     for (Child& client : clients) EXPECT_EQ(client.Wait(std::chrono::seconds(100)), 0) << client.Output();
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_TRUE(IsFree());
 }
 
@@ -220,7 +212,7 @@ TEST_F(GroupCommand, AClientThatDisappearsLeavesTheServerHealthyAndTheGroupEndsB
     ASSERT_TRUE(Eventually([&] { return Holds(group.Output(), "later_ok  running"); })) << group.Output();
     group.Kill();
     EXPECT_TRUE(Eventually([this] { return Holds(ServerLog(), "group wait stop overtime["); })) << ServerLog();
-    EXPECT_TRUE(EventuallyIdle());
+    EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_EQ(Group({"always_ok"}).exitCode, 0);
 }
 

@@ -1,14 +1,13 @@
 // Many runs leave nothing behind in the server.
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "system.h"
 
 namespace kivo::test {
 namespace {
 
-// Of the server when nothing runs: its two tasks, timers and the bus; jobs have threads of their own.
-constexpr size_t kThreads = 8;
 constexpr int kBatch = 50;
 
 class Growth : public System {
@@ -24,8 +23,10 @@ protected:
         return 0;
     }
 
-    static size_t Threads(pid_t pid) { return Entries("/proc/" + std::to_string(pid) + "/task"); }
-    static size_t Descriptors(pid_t pid) { return Entries("/proc/" + std::to_string(pid) + "/fd"); }
+    static size_t Descriptors(pid_t pid) {
+        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
+        return static_cast<size_t>(std::distance(begin(entries), end(entries)));
+    }
 
     static std::vector<std::string> Items() {
         std::vector<std::string> items;
@@ -40,26 +41,19 @@ protected:
         for (const std::string& item : Items()) EXPECT_EQ(RunItem(item).text, std::string("answered by owner1"));
         TakeEvents();
     }
-
-private:
-    static size_t Entries(const std::string& folder) {
-        size_t count = 0;
-        for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++count;
-        return count;
-    }
 };
 
 TEST_F(Growth, TenThousandRunsLeaveNothingBehind) {
     // One heap for all threads: how the allocator spreads over several is not what is looked at.
     const Child server = StartServer(false, {"MALLOC_ARENA_MAX=1"});
     const Child owner = StartOwner("owner1", Items());
-    const auto settled = [&] { return Threads(server.Pid()) <= kThreads; };
+    const auto settled = [&] { return ThreadsOf(server) <= kThreadsAtRest; };
     for (int i = 0; i < 20; ++i) RunAll();  // what is made once is made by now
-    ASSERT_TRUE(Eventually(settled)) << Threads(server.Pid());
+    ASSERT_TRUE(Eventually(settled)) << ThreadsOf(server);
     const long memory = PrivateMemory(server.Pid());
     const size_t descriptors = Descriptors(server.Pid());
     for (int i = 0; i < 10000 / 2 / kBatch; ++i) RunAll();
-    EXPECT_TRUE(Eventually(settled)) << Threads(server.Pid());
+    EXPECT_TRUE(Eventually(settled)) << ThreadsOf(server);
     // Half of what 100 bytes a run would come to; the heap itself settles within 350 KiB.
     EXPECT_LE(PrivateMemory(server.Pid()), memory + 512);
     EXPECT_LE(Descriptors(server.Pid()), descriptors);

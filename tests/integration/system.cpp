@@ -159,6 +159,23 @@ std::vector<std::string> System::TakeEvents() {
     return words;
 }
 
+bool System::EventuallyAtRest(const Child& server) {
+    std::string last;
+    size_t threads = 0;
+    const bool rests = Eventually([&] {
+        for (const std::string& event : TakeEvents()) last = event;
+        threads = ThreadsOf(server);
+        return last == "idle" && threads <= kThreadsAtRest;
+    });
+    EXPECT_TRUE(rests) << last << ", " << threads << " threads";
+    return rests;
+}
+
+size_t System::ThreadsOf(const Child& process) {
+    const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(process.Pid()) + "/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
 std::vector<unsigned char> System::AwaitMessage(uint32_t id) {
     return Await(id).data;
 }

@@ -43,6 +43,14 @@ protected:
     // owner's reply, and three rounds for the stop of a group.
     Child StartServer(bool shortLimits = false, const std::vector<std::string>& extraEnvironment = {});
 
+    // Whether the server comes to rest: its last event says idle, and no job is left, each of which has a thread of its
+    // own.
+    static bool EventuallyAtRest(const Child& server);
+
+    static size_t ThreadsOf(const Child& process);
+    // The server's main thread, three tasks, timers, the bus's standby, and in its first minute the log backup.
+    static constexpr size_t kThreadsAtRest = 7;
+
     // What the operations log holds.
     [[nodiscard]] std::string ServerLog() const;
 

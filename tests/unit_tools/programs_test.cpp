@@ -42,7 +42,7 @@ TEST_F(Programs, CtlHelpNamesTheExitCodes) {
     const auto help = RunProgram({PROGRAM_CTL, "--help"});
     EXPECT_EQ(help.code, 0);
     for (const char* line : {"  0    passed", "  1    a check failed", "  2    wrong use", "  3    the server",
-                             "  4    no final", "  130  ended by Ctrl-C"}) {
+                             "  4    no final", "  130  a group was ended by Ctrl-C"}) {
         EXPECT_TRUE(Holds(help.output.out, line)) << line;
     }
 }

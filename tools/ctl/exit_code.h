@@ -13,7 +13,7 @@ enum ExitCode : int {
     kWrongUse = 2,      // wrong arguments; nothing was sent
     kUnreachable = 3,   // no usable answer: the server or the bus is not there, or refuses
     kTimeLimit = 4,     // no final result within the time limit
-    kInterrupted = 130  // ended by Ctrl-C (128 + SIGINT), as the shells have it
+    kInterrupted = 130  // cancelled by Ctrl-C (128 + SIGINT), as the shells have it
 };
 
 inline ExitCode CodeOfStatus(std::string_view status) {

@@ -18,7 +18,7 @@ constexpr const char* kFooter =
     "  2    wrong use; nothing was sent\n"
     "  3    the server or the message bus is not reachable, or the server refuses\n"
     "  4    no final result within the time limit\n"
-    "  130  ended by Ctrl-C or SIGTERM; a group was stopped before\n"
+    "  130  a group was ended by Ctrl-C or SIGTERM, and stopped in the server\n"
     "With several items, the highest of their codes.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
