@@ -37,10 +37,10 @@ Result<std::uint32_t> DecodeCount(Bytes reply);
 
 // The 12296-byte list of configured items. MalformedReply: another size, more than 256 items, or a text without its
 // NUL.
-Result<std::vector<ConfiguredItem>> DecodeList(Bytes record);
+Result<std::vector<ConfiguredItem>> DecodeList(Bytes bytes);
 
 // The 6688-byte record of a group run. MalformedReply: another size, more than 32 items, or a text without its NUL.
-Result<GroupRecord> DecodeGroupRecord(Bytes record);
+Result<GroupRecord> DecodeGroupRecord(Bytes bytes);
 
 // A 192-byte result record. MalformedReply: another size, or a text without its NUL.
 Result<ItemResult> DecodeResult(Bytes record);

@@ -63,6 +63,7 @@ std::optional<client::Error> RunOn(client::Session& session, const GroupCommandO
                                    const client::Limit& limit) {
     History history;
     std::vector<client::Request> requests;
+    requests.reserve(items.size());
     for (const std::string& item : items) requests.push_back({item, options.cmd});
     const client::GroupOptions group{
         .waitForTurn = options.waitForTurn,

@@ -38,7 +38,7 @@ public:
     // One row as a line: its status and text, "waiting" before its turn, "not run" when the group was stopped before.
     // With `now`, for how long a running item has run.
     std::string Head() const;
-    std::string Line(std::size_t row, std::optional<Clock::time_point> now = std::nullopt) const;
+    std::string Line(std::size_t at, std::optional<Clock::time_point> now = std::nullopt) const;
 
     // "3 of 9 done, 1 running"
     std::string Summary() const;
