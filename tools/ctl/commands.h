@@ -15,6 +15,8 @@ namespace ominspect::ctl {
 // What the command line asks for; empty until it was parsed.
 using Chosen = std::function<ExitCode()>;
 
+void AddCollect(CLI::App& app, Chosen& chosen);
+void AddDoctor(CLI::App& app, Chosen& chosen);
 void AddRun(CLI::App& app, Chosen& chosen);
 void AddState(CLI::App& app, Chosen& chosen);
 void AddWatch(CLI::App& app, Chosen& chosen);
