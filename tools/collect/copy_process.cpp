@@ -70,6 +70,9 @@ std::string Reason(const char* src, std::uint32_t error) {
 
 }  // namespace
 
+// Two processes work on it.
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<std::uint64_t>::is_always_lock_free);
+
 struct CopyProcess::Shared {
     CollectConfig config;
     std::atomic<std::uint64_t> files{0};

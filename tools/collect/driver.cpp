@@ -1,6 +1,7 @@
 // Walks the entries: what may be copied, the watch over the copy, and what came of it.
 #include "driver.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -32,6 +33,14 @@ std::string Refusal(const Entry& entry, const std::string& area) {
         return "the destination " + entry.destination + " is outside the area " + area;
     if (Overlap(entry.source, entry.destination)) return "source and destination overlap";
     return {};
+}
+
+// Whether the entry's copy would replace that of an earlier one.
+bool ReplacesEarlier(const Entry& entry, const std::vector<EntryReport>& earlier) {
+    return std::any_of(earlier.begin(), earlier.end(), [&](const EntryReport& report) {
+        return report.outcome != Outcome::kRefused &&
+               IsInside(AbsolutePath(report.entry.destination), AbsolutePath(entry.destination));
+    });
 }
 
 void Audit(EntryReport& report) {
@@ -131,6 +140,9 @@ std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries,
         } else if (const std::string refusal = Refusal(report.entry, area); !refusal.empty()) {
             report.outcome = Outcome::kRefused;
             report.remark = refusal;
+        } else if (ReplacesEarlier(report.entry, reports)) {
+            report.outcome = Outcome::kRefused;
+            report.remark = "it would replace the copy of an earlier entry";
         } else if (!run.Run(index, report)) {
             return std::nullopt;
         }

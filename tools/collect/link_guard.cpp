@@ -19,7 +19,7 @@ std::string LinkGuard::Objection(const std::string& path) const {
     if (error) return {};                         // whoever opens it finds out
     if (IsInside(real, destination_)) return {};  // what an earlier collection left
     if (!IsInside(real, source_)) return "a link that leads out of the source";
-    const std::string folder = ResolvedPath(fs::path(path).parent_path().string());
+    const std::string folder = ResolvedPath(fs::absolute(path).parent_path().string());
     return IsInside(folder, real) ? "a link to a folder that it lies in" : "";
 }
 

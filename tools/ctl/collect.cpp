@@ -9,6 +9,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -145,15 +146,18 @@ private:
         collection_.entries = std::move(*reports);
         collection_.collected = std::chrono::system_clock::now();
         collection_.interrupted = interrupts.Count() > 0;
-        if (collection_.interrupted) {
-            display.Clear();
-            (void)Tell(kFailed, "interrupted; packing what is there (Ctrl-C again gives up)");
-        }
-        const collect::Package package =
-            collect::WritePackage(*file_, collection_, since, [&](const collect::PackedTree& packed) {
-                display.ShowPacking(packed);
-                return interrupts.Count() < 2;
-            });
+        bool told = false;
+        const auto goOn = [&](const collect::PackedTree& packed) {
+            display.ShowPacking(packed);
+            const int count = interrupts.Count();
+            if (count == 1 && !std::exchange(told, true)) {
+                display.Clear();
+                (void)Tell(kFailed, "interrupted; packing what is there (Ctrl-C again gives up)");
+            }
+            return count < 2;
+        };
+        (void)goOn({});
+        const collect::Package package = collect::WritePackage(*file_, collection_, since, goOn);
         display.Clear();
         if (!package.error.empty()) return CannotWrite(kFailed, file_->Path(), package.error);
         return Report(package);

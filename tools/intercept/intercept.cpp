@@ -26,13 +26,13 @@ Function* Platforms(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// The log's callers do not expect exceptions.
+// The platform's callers do not expect exceptions.
 template <typename Body>
 void Guarded(const Body& body) noexcept {
     try {
         body();
     } catch (const std::exception& error) {
-        (void)std::fprintf(stderr, "a line was lost: %s\n", error.what());
+        (void)std::fprintf(stderr, "a line or a path was lost: %s\n", error.what());
     }
 }
 
