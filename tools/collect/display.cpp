@@ -13,6 +13,8 @@
 namespace ominspect::collect {
 namespace {
 
+constexpr std::chrono::milliseconds kRedraw{200};
+
 std::string Position(std::size_t index, std::size_t count) {
     return '[' + std::to_string(index + 1) + '/' + std::to_string(count) + "] ";
 }
@@ -47,7 +49,7 @@ std::string FirstColumns(const std::string& line, std::size_t columns) {
 }  // namespace
 
 void Display::Show(const Progress& progress) {
-    if (!terminal_) return;
+    if (!IsDue()) return;
     std::string line = Position(progress.index, progress.count) + text::Escaped(progress.entry.source) + ": " +
                        Amount(progress.files, progress.bytes);
     if (progress.left) line += ", " + Seconds(*progress.left) + " left";
@@ -62,12 +64,19 @@ void Display::ShowDone(std::size_t index, const EntryReport& report) {
 }
 
 void Display::ShowPacking(const PackedTree& packed) {
-    if (terminal_) Draw("packing: " + Amount(packed.files.size(), packed.bytes));
+    if (IsDue()) Draw("packing: " + Amount(packed.files.size(), packed.bytes));
 }
 
 void Display::Clear() {
     if (drawn_) (void)std::fputs("\r\x1B[K", stderr);
     drawn_ = false;
+}
+
+bool Display::IsDue() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!terminal_ || now < next_) return false;
+    next_ = now + kRedraw;
+    return true;
 }
 
 void Display::Draw(const std::string& line) {

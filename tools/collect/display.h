@@ -1,6 +1,7 @@
 // What a collection shows: its progress, and the table at its end.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "driver.h"
@@ -24,11 +25,13 @@ public:
     void Clear();
 
 private:
+    bool IsDue();
     void Draw(const std::string& line);
 
     const bool terminal_;
     const std::size_t count_;
     bool drawn_ = false;
+    std::chrono::steady_clock::time_point next_;  // when the line is drawn again
 };
 
 // Entry, files, bytes, time and remark of each entry; without the last line end.

@@ -73,6 +73,7 @@ public:
             report.remark = std::string("its process cannot be started: ") + std::strerror(errno);
             return true;
         }
+        const bool missing = IsMissing(report.entry.source);
         bool interrupted = false;
         bool stopped = false;
         do {
@@ -85,7 +86,7 @@ public:
             Show(index, report.entry, *process, Clock::now() - start);
         } while (process->Watch(interrupts_.Fd(), kTick));
         report.duration = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        Conclude(report, *process, stopped);
+        Conclude(report, *process, missing, stopped);
         return true;
     }
 
@@ -99,7 +100,7 @@ private:
         events_.onProgress({index, count_, entry, process.Files(), process.Bytes(), left});
     }
 
-    static void Conclude(EntryReport& report, CopyProcess& process, bool stopped) {
+    static void Conclude(EntryReport& report, CopyProcess& process, bool missing, bool stopped) {
         report.files = process.Files();
         report.bytes = process.Bytes();
         report.failures = process.Failures();
@@ -107,7 +108,7 @@ private:
         if (const std::string death = process.Death(); !death.empty()) {
             report.outcome = Outcome::kFailed;
             report.remark = death;
-        } else if (IsMissing(report.entry.source)) {
+        } else if (missing) {
             report.outcome = Outcome::kMissing;
             report.remark = "the source does not exist";
         } else if (process.WasEndedEarly()) {
