@@ -34,7 +34,6 @@ private:
 }  // namespace
 
 void ArchiveWriter::FreeArchive::operator()(archive* writer) const {
-    (void)archive_write_fail(writer);  // without Close there is no end to be written
     (void)archive_write_free(writer);
 }
 
@@ -47,14 +46,19 @@ ArchiveWriter::ArchiveWriter(Sink sink) : sink_(std::move(sink)), archive_(archi
     (void)Open();
 }
 
-ArchiveWriter::~ArchiveWriter() = default;
+ArchiveWriter::~ArchiveWriter() {
+    if (closed_) return;
+    sink_ = [](const void*, std::size_t) { return 0; };
+    (void)archive_write_fail(archive_.get());   // a file that was begun is not filled up
+    (void)archive_write_close(archive_.get());  // frees what archive_write_free would leave
+}
 
 bool ArchiveWriter::Open() {
-    const auto write = [](archive* writer, void* self, const void* data, std::size_t size) -> la_ssize_t {
-        const int error = static_cast<ArchiveWriter*>(self)->sink_(data, size);
-        if (error == 0) return static_cast<la_ssize_t>(size);
-        archive_set_error(writer, error, "%s", std::strerror(error));
-        return -1;
+    // The library is never told of an error: it would not free everything afterwards.
+    const auto write = [](archive* /*writer*/, void* self, const void* data, std::size_t size) -> la_ssize_t {
+        auto& writer = *static_cast<ArchiveWriter*>(self);
+        if (writer.sinkError_ == 0) writer.sinkError_ = writer.sink_(data, size);
+        return static_cast<la_ssize_t>(size);
     };
     // A warning would mean that an outside program does the compressing.
     if (archive_write_add_filter_zstd(archive_.get()) != ARCHIVE_OK) {
@@ -103,20 +107,25 @@ bool ArchiveWriter::WriteHeader(archive_entry& entry) {
 bool ArchiveWriter::Data(const void* data, std::size_t size) {
     if (!error_.empty()) return false;
     const la_ssize_t written = archive_write_data(archive_.get(), data, size);
-    if (written == static_cast<la_ssize_t>(size)) return true;
-    if (written >= 0) {
+    if (written >= 0 && written != static_cast<la_ssize_t>(size)) {
         error_ = "more data than the size of the file";
         return false;
     }
-    return Checked(ARCHIVE_FATAL);
+    return Checked(written < 0 ? ARCHIVE_FATAL : ARCHIVE_OK);
 }
 
 bool ArchiveWriter::Close() {
-    return error_.empty() && Checked(archive_write_close(archive_.get()));
+    if (!error_.empty()) return false;
+    closed_ = true;
+    return Checked(archive_write_close(archive_.get()));
 }
 
 // A warning (a name that is no UTF-8 is stored as bytes) ends nothing.
 bool ArchiveWriter::Checked(int result) {
+    if (sinkError_ != 0) {
+        error_ = std::strerror(sinkError_);
+        return false;
+    }
     if (result >= ARCHIVE_WARN) return true;
     const char* text = archive_error_string(archive_.get());
     error_ = text == nullptr ? std::strerror(archive_errno(archive_.get())) : text;

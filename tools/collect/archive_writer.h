@@ -54,6 +54,8 @@ private:
     bool Checked(int result);
 
     Sink sink_;
+    int sinkError_ = 0;
+    bool closed_ = false;
     std::string error_;
     std::unique_ptr<archive, FreeArchive> archive_;
 };

@@ -32,6 +32,11 @@ int Names(const std::string& folder, std::vector<std::string>& names) {
     return errno;
 }
 
+std::string Joined(const std::string& folder, const std::string& name) {
+    std::string path = folder;
+    return path.append(1, '/').append(name);
+}
+
 bool IsFolder(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -52,10 +57,11 @@ void AuditFolder(const std::string& source, const std::string& copy, const std::
     const bool ended = std::any_of(wanted.begin(), wanted.end(),
                                    [&](const std::string& name) { return longest + 1 + name.size() > kLongestPath; });
     for (const std::string& name : wanted) {
-        const std::string path = source + '/' + name;
+        const std::string path = Joined(source, name);
+        const std::string copyPath = Joined(copy, name);
         if (known.contains(path)) continue;
         if (std::binary_search(copied.begin(), copied.end(), name)) {
-            if (IsFolder(copy + '/' + name)) AuditFolder(path, copy + '/' + name, known, tell);
+            if (IsFolder(copyPath)) AuditFolder(path, copyPath, known, tell);
         } else if (longest + 1 + name.size() > kLongestPath) {
             tell({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
         } else {

@@ -56,7 +56,7 @@ void Display::Show(const Progress& progress) {
     Draw(line);
 }
 
-void Display::ShowDone(std::size_t index, const EntryReport& report) {
+void Display::ShowDone(std::size_t index, const EntryReport& report) const {
     if (terminal_) return;  // the table comes at the end
     (void)std::fprintf(stderr, "%s%s: %s, %s, %s\n", Position(index, count_).c_str(),
                        text::Escaped(report.entry.source).c_str(), Amount(report.files, report.bytes).c_str(),

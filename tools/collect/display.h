@@ -18,7 +18,7 @@ public:
     Display& operator=(const Display&) = delete;
 
     void Show(const Progress& progress);
-    void ShowDone(std::size_t index, const EntryReport& report);
+    void ShowDone(std::size_t index, const EntryReport& report) const;
     void ShowPacking(const PackedTree& packed);
 
     // Takes the drawn line away.

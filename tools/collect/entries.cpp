@@ -61,7 +61,7 @@ std::string UniquePlace(const std::string& area, const std::string& source, cons
         return Exists(place) || std::any_of(earlier.begin(), earlier.end(),
                                             [&](const Entry& entry) { return entry.destination == place; });
     };
-    for (int number = 2; isTaken(); ++number) place = base + '-' + std::to_string(number);
+    for (int number = 2; isTaken(); ++number) place.assign(base).append(1, '-').append(std::to_string(number));
     return place;
 }
 
@@ -104,7 +104,8 @@ Entries EntriesOfSources(const std::vector<std::string>& sources, const std::str
         } else if (entry.destination.size() > kLongestPath) {
             entries.error = "the path in the area would be longer than 255 bytes: " + entry.destination;
         } else if (Overlap(entry.source, entry.destination)) {
-            entries.error = "the area " + area + " lies inside the source " + source + "; --area names another one";
+            entries.error.append("the area ").append(area).append(" lies inside the source ").append(source);
+            entries.error += "; --area names another one";
         }
         if (!entries.error.empty()) return entries;
         entries.list.push_back(std::move(entry));

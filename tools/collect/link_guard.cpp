@@ -19,8 +19,8 @@ std::string LinkGuard::Objection(const std::string& path) const {
     if (error) return {};                         // whoever opens it finds out
     if (IsInside(real, destination_)) return {};  // what an earlier collection left
     if (!IsInside(real, source_)) return "a link that leads out of the source";
-    const std::string folder = ResolvedPath(fs::absolute(path).parent_path().string());
-    return IsInside(folder, real) ? "a link to a folder that it lies in" : "";
+    const std::string parent = ResolvedPath(fs::absolute(path).parent_path().string());
+    return IsInside(parent, real) ? "a link to a folder that it lies in" : "";
 }
 
 }  // namespace ominspect::collect

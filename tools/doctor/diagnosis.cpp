@@ -17,7 +17,6 @@
 namespace ominspect::doctor {
 namespace {
 
-using tinyxml2::XMLAttribute;
 using tinyxml2::XMLDocument;
 using tinyxml2::XMLElement;
 
