@@ -245,13 +245,19 @@ TEST_F(CollectProgram, SaysWhereItCannotWrite) {
     EXPECT_TRUE(Holds(Contents("err"), "cannot write the package /proc/p.tar.zst: "));
 }
 
-// A limit on the size of files stands in for the full disk.
-TEST_F(CollectProgram, AFullDiskLeavesNoHalfPackage) {
+// Bytes that do not compress.
+std::string Noise(std::size_t size) {
     std::string noise;
-    for (unsigned i = 0, number = 1; i < 900000; ++i) {
+    for (unsigned number = 1; noise.size() < size;) {
         number = number * 1664525U + 1013904223U;
         noise += static_cast<char>(number >> 24U);
     }
+    return noise;
+}
+
+// A limit on the size of files stands in for the full disk.
+TEST_F(CollectProgram, AFullDiskLeavesNoHalfPackage) {
+    const std::string noise = Noise(900000);
     Write("logs/a", noise.substr(0, 450000));
     Write("logs/b", noise.substr(450000));
     ASSERT_EQ(mkdir("tmp", 0700), 0);
@@ -291,6 +297,38 @@ TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
     EXPECT_TRUE(cJSON_IsTrue(At(manifest.get(), "interrupted")));
     EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "complete")));
     EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
+    // Something that reaches the disk, then something that takes forever to pack.
+    Write("area/a", Noise(1000000));
+    Write("area/huge", "");
+    std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
+    Write("c.xml", "<c><LogCollect/></c>");
+    const Lines before = Names();
+    Child child = Start({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"});
+    const auto packing = [this] {
+        for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+            if (entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0) return true;
+        }
+        return false;
+    };
+    ASSERT_TRUE(kivo::test::Eventually(packing));
+    child.Signal(SIGINT);
+    ASSERT_TRUE(kivo::test::Eventually([] { return Holds(Contents("err"), "Ctrl-C again gives up"); }));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "cannot write the package p.tar.zst: given up"));
+    Lines after = Names();
+    std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
+    EXPECT_EQ(after, before);
+}
+
+TEST_F(CollectProgram, TakesTheDevicesConfigurationByItself) {
+    EXPECT_EQ(Run({"--area", "area", "--output", "p.tar.zst"}), 1);  // this machine has none, or it names another area
+    const Json manifest = Manifest(ReadArchive("p.tar.zst"), "p");
+    EXPECT_EQ(TextAt(manifest.get(), "configuration"), "the device's configuration file");
+    EXPECT_EQ(TextAt(manifest.get(), "area"), In("area"));
 }
 
 TEST_F(CollectProgram, ATreeThatTakesTooLongIsCutShortAndItsPackageSaysSo) {

@@ -18,10 +18,11 @@ std::string FolderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// The name itself lasts only once its folder is on the disk. Not every file system can do that for folders.
-int SyncFolder(const std::string& path) {
+// The name itself lasts only once its folder is on the disk. Not every file system can do that, and the file is whole
+// either way.
+void SyncFolder(const std::string& path) {
     const UniqueFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return !folder || fsync(folder.Get()) == 0 || errno == EINVAL ? 0 : errno;
+    if (folder) (void)fsync(folder.Get());
 }
 
 }  // namespace
@@ -74,7 +75,8 @@ int OutputFile::Commit() {
     if (fsync(fd_.Get()) != 0) return errno;
     if (const int error = Rename(); error != 0) return error;
     temporary_.clear();
-    return SyncFolder(path_);
+    SyncFolder(path_);
+    return 0;
 }
 
 int OutputFile::Rename() {
