@@ -9,11 +9,13 @@ BUILD_PACKAGES=(
     libcjson-dev     # request texts
     libtinyxml2-dev  # configuration files
     libcli11-dev     # command lines
+    libarchive-dev   # packages of collected logs; compresses with zstd by itself
+    libssl-dev       # their checksums
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
 # What the tests need beside these.
-TEST_PACKAGES=(libgtest-dev binutils procps)
+TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools)
 # What the demo's checks are.
 DEMO_PACKAGES=(monitoring-plugins-basic procps)
 # What ./scripts/lint needs.

@@ -1,14 +1,28 @@
 // Log collection: what libominspect.so offers to the component that drives collections.
 //
-// Sequence, for each entry of InspectConfigMgr::GetLogCollectList():
+// Sequence, for each entry of InspectConfigMgr::GetLogCollectList() (config.h says how a driver's process loads it):
 //   1. fill a CollectConfig: startTimer and running true, timeout the entry's;
 //   2. call the entry's copy function with the entry's two paths and that CollectConfig;
-//   3. when it returns, all was copied or the time limit ended it; `running` is then false.
-// With `running` false nothing is copied; with `startTimer` false there is no time limit.
+//   3. when it returns, all was copied or the time limit ended it; `running` is then false after a directory copy.
+// With `running` false no directory entry is copied; with `startTimer` false there is no time limit.
 //
-// Copying runs on the caller's thread and reports nothing: failures are in the operations log. Two collections into the
-// same destination at once are not guarded against. Nothing is thrown. Sources are read and destinations written with
-// the rights of the calling process.
+// Ownership: the paths and the CollectConfig stay the caller's and must live until the call returns; it keeps nothing.
+//
+// Time: `timeout` is in seconds, more than 60 count as 60, and 0 ends a directory copy before its first entry. The
+// limit is looked at between directory entries: a large file is copied to its end first. A directory copy waits for its
+// timer thread, which sleeps in whole seconds, so it may return up to a second after its last file. InspectCopyFile has
+// no limit, nor has InspectCopyWylogsFile where the backup is switched on.
+//
+// Threads: copying runs on the caller's thread, the timer on one of its own that is joined before the call returns. Any
+// other thread may clear `running` meanwhile: the copy then ends at the next directory entry, as after the time limit.
+// Collections of different destinations may run at the same time; two into the same destination are not guarded
+// against. Each copied file starts touch(1) through system(3), which discards the process's SIGINT and SIGQUIT while it
+// runs: a driver that wants to notice them lets the copy functions run in a process of their own.
+//
+// Nothing is thrown and nothing is returned: failures are lines of the operations-log client (unit "InspectFile",
+// module 15), on standard error where the process has opened no log. A line that begins with "collection stopped by
+// timer," tells a copy that was ended early from one that came to its end. Sources are read and destinations written
+// with the rights of the calling process. Links at the source are followed.
 #pragma once
 
 #include <atomic>

@@ -58,8 +58,12 @@ std::vector<tagKivoOmInspectionItem> InspectConfigMgr::GetInspectItemList() {
 }
 
 void InspectConfigMgr::InitInspectConfig() {
+    InitInspectConfigFrom(g_inspectConfigPath);
+}
+
+void InspectConfigMgr::InitInspectConfigFrom(const std::string& path) {
     tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);
-    if (const tinyxml2::XMLError error = document.LoadFile(g_inspectConfigPath.c_str()); error != 0) {
+    if (const tinyxml2::XMLError error = document.LoadFile(path.c_str()); error != 0) {
         INSPECT_ERROR("xml read err, error code : %d. use default config.", static_cast<int>(error));
         InitInspectItemList(nullptr);  // the items only: nothing is collected after an unreadable file
         return;

@@ -16,6 +16,8 @@ namespace ominspect::ctl {
 using Chosen = std::function<ExitCode()>;
 
 void AddList(CLI::App& app, Chosen& chosen);
+void AddCollect(CLI::App& app, Chosen& chosen);
+void AddDoctor(CLI::App& app, Chosen& chosen);
 void AddRun(CLI::App& app, Chosen& chosen);
 void AddGroup(CLI::App& app, Chosen& chosen);
 void AddStop(CLI::App& app, Chosen& chosen);

@@ -20,6 +20,8 @@ constexpr const char* kFooter =
     "  4    no final result within the time limit\n"
     "  130  a group was ended by Ctrl-C or SIGTERM, and stopped in the server\n"
     "With several items, the highest of their codes.\n"
+    "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
+    "doctor: 0 nothing falls back, 1 something does, 2 the file cannot be read.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
 
@@ -36,6 +38,8 @@ int Main(int argc, char** argv) {
     AddReset(app, chosen);
     AddState(app, chosen);
     AddWatch(app, chosen);
+    AddCollect(app, chosen);
+    AddDoctor(app, chosen);
 
     try {
         app.parse(argc, argv);

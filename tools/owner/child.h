@@ -7,7 +7,7 @@
 #include <sys/types.h>
 
 #include "command.h"
-#include "unique_fd.h"
+#include "fd/unique_fd.h"
 
 namespace ominspect::owner {
 

@@ -12,7 +12,7 @@
 
 #include "child.h"
 #include "command.h"
-#include "unique_fd.h"
+#include "fd/unique_fd.h"
 
 namespace ominspect::owner {
 

@@ -17,7 +17,7 @@
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
 #include "text/text.h"
-#include "unique_fd.h"
+#include "fd/unique_fd.h"
 
 namespace ominspect::owner {
 namespace {

@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "unique_fd.h"
+#include "fd/unique_fd.h"
 
 namespace ominspect::owner {
 

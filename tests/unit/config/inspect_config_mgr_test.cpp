@@ -143,3 +143,12 @@ TEST_F(Config, TheOneInstanceIsThereFromTheStart) {
     EXPECT_NE(InspectConfigMgr::GetInstance(), nullptr);
     EXPECT_EQ(InspectConfigMgr::GetInstance(), InspectConfigMgr::GetInstance());
 }
+
+TEST_F(Config, AnotherFileIsReadAsTheDevicesIs) {
+    Write("other.xml",
+          R"(<c><LogCollect><Log srcPath="/a" dstPath="/b" timeout="7" isFolder="true"/></LogCollect></c>)");
+    m_config.InitInspectConfigFrom("other.xml");
+    EXPECT_EQ(Items(), Lines{});
+    EXPECT_EQ(Entries(), (Lines{"/a /b 7 dir"}));
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: there is no [DiagnoseList] in config."}));
+}

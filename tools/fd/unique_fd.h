@@ -5,7 +5,7 @@
 
 #include <unistd.h>
 
-namespace ominspect::owner {
+namespace ominspect {
 
 class UniqueFd {
 public:
@@ -26,6 +26,9 @@ public:
     explicit operator bool() const { return fd_ >= 0; }
     int Get() const { return fd_; }  // -1 when there is none, which poll(2) passes over
 
+    // Gives the descriptor away.
+    int Release() { return std::exchange(fd_, -1); }
+
     void Reset() {
         if (fd_ >= 0) (void)close(fd_);
         fd_ = -1;
@@ -35,4 +38,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect

@@ -1,0 +1,81 @@
+// The diagnosis area: making, locating, comparing.
+#include "area.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace ominspect::collect {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Without a closing slash, which would count as an empty last component.
+fs::path Tidied(const fs::path& path) {
+    const fs::path normal = path.lexically_normal();
+    return normal.has_filename() || normal == normal.root_path() ? normal : normal.parent_path();
+}
+
+}  // namespace
+
+TemporaryArea::TemporaryArea(std::string path) : path_(std::move(path)) {}
+
+TemporaryArea::~TemporaryArea() {
+    std::error_code error;
+    fs::remove_all(path_, error);
+    if (error) (void)std::fprintf(stderr, "cannot remove %s: %s\n", path_.c_str(), error.message().c_str());
+}
+
+std::unique_ptr<TemporaryArea> TemporaryArea::Make() {
+    const char* parent = std::getenv("TMPDIR");
+    std::string path = AbsolutePath(parent == nullptr || *parent == '\0' ? "/tmp" : parent) + "/ominspect-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) return nullptr;
+    return std::unique_ptr<TemporaryArea>(new TemporaryArea(std::move(path)));
+}
+
+std::string ResolvedPath(const std::string& path) {
+    std::error_code error;
+    const fs::path absolute = fs::absolute(path);
+    const fs::path resolved = fs::weakly_canonical(absolute, error);
+    return Tidied(error ? absolute : resolved).string();
+}
+
+bool IsInside(const std::string& path, const std::string& folder) {
+    const fs::path inner(path);
+    const fs::path outer(folder);
+    return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+std::string AbsolutePath(const std::string& path) {
+    const fs::path absolute = fs::absolute(path);
+    const bool goesUp = std::find(absolute.begin(), absolute.end(), "..") != absolute.end();
+    return goesUp ? ResolvedPath(path) : Tidied(absolute).string();
+}
+
+std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination) {
+    const fs::path folder = Tidied(fs::absolute(area));
+    const fs::path path(destination);
+    if (!path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) return std::nullopt;
+    const fs::path inside = Tidied(path);
+    if (inside == folder || !IsInside(inside.string(), folder.string())) return std::nullopt;
+    const fs::path place = inside.lexically_relative(folder);
+    fs::path step = folder;
+    for (const fs::path& component : place) {
+        step /= component;
+        std::error_code error;
+        if (fs::is_symlink(fs::symlink_status(step, error))) return std::nullopt;
+    }
+    return place.string();
+}
+
+bool Overlap(const std::string& one, const std::string& other) {
+    const std::string first = ResolvedPath(one);
+    const std::string second = ResolvedPath(other);
+    return IsInside(first, second) || IsInside(second, first);
+}
+
+}  // namespace ominspect::collect

@@ -1,0 +1,44 @@
+// The diagnosis area: the folder that the entries are copied into.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace ominspect::collect {
+
+// A folder below TMPDIR (or /tmp) for this process's user only, removed with all that is in it.
+class TemporaryArea {
+public:
+    // Null with errno set when it cannot be made.
+    static std::unique_ptr<TemporaryArea> Make();
+    ~TemporaryArea();
+    TemporaryArea(const TemporaryArea&) = delete;
+    TemporaryArea& operator=(const TemporaryArea&) = delete;
+
+    const std::string& Path() const { return path_; }
+
+private:
+    explicit TemporaryArea(std::string path);
+
+    const std::string path_;
+};
+
+// The path made absolute, without "." and ".." and closing slashes; links are left as they are unless a ".." has to be
+// followed through one.
+std::string AbsolutePath(const std::string& path);
+
+// Where a destination lies inside the area, without a slash at its beginning; nothing when it does not lie inside, by
+// its name or because a link on the way leads elsewhere.
+std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination);
+
+// The absolute path with links followed, as far as it exists.
+std::string ResolvedPath(const std::string& path);
+
+// Whether a path is a folder or lies in it, by their names.
+bool IsInside(const std::string& path, const std::string& folder);
+
+// Whether one of the two paths, links followed, lies inside the other or is the same.
+bool Overlap(const std::string& one, const std::string& other);
+
+}  // namespace ominspect::collect

@@ -1,0 +1,73 @@
+// What a folder's copy lacks: the walk goes over the copy, which is finite even where links make the source endless.
+#include "audit.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+namespace ominspect::collect {
+namespace {
+
+constexpr std::size_t kLongestPath = 255;
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { (void)closedir(directory); }
+};
+
+// The names in a folder, sorted; 0 or why they cannot be read.
+int Names(const std::string& folder, std::vector<std::string>& names) {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder.c_str()));
+    if (directory == nullptr) return errno;
+    errno = 0;
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string name = static_cast<const char*>(entry->d_name);
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return errno;
+}
+
+std::string Joined(const std::string& folder, const std::string& name) {
+    std::string path = folder;
+    return path.append(1, '/').append(name);
+}
+
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+void AuditFolder(const std::string& source, const std::string& copy, const std::set<std::string>& known,
+                 const std::function<void(Failure)>& tell) {
+    std::vector<std::string> wanted;
+    std::vector<std::string> copied;
+    if (const int error = Names(source, wanted); error != 0) tell({source, std::strerror(error)});
+    if (const int error = Names(copy, copied); error != 0) {
+        tell({copy, std::strerror(error)});
+        return;
+    }
+    const std::size_t longest = std::max(source.size(), copy.size());
+    const bool ended = std::any_of(wanted.begin(), wanted.end(),
+                                   [&](const std::string& name) { return longest + 1 + name.size() > kLongestPath; });
+    for (const std::string& name : wanted) {
+        const std::string path = Joined(source, name);
+        const std::string copyPath = Joined(copy, name);
+        if (known.contains(path)) continue;
+        if (std::binary_search(copied.begin(), copied.end(), name)) {
+            if (IsFolder(copyPath)) AuditFolder(path, copyPath, known, tell);
+        } else if (longest + 1 + name.size() > kLongestPath) {
+            tell({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
+        } else {
+            tell({path, ended ? "comes after a path longer than 255 bytes" : "not copied"});
+        }
+    }
+}
+
+}  // namespace ominspect::collect

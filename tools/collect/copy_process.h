@@ -1,0 +1,71 @@
+// One entry's copy function in a process of its own. There, and not on a thread, because system(3), which the copy
+// functions use for every file, discards a pending SIGINT of its process; because what the started tools print can be
+// caught; and because a copy that hangs or crashes takes nobody with it.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <sys/types.h>
+
+#include "entry.h"
+#include "fd/unique_fd.h"
+
+namespace ominspect::collect {
+
+// Owns the process: one that still runs is killed and reaped with it.
+class CopyProcess {
+public:
+    // Starts the copy; null with errno set when there is no process to be had. To be called while the program has one
+    // thread only.
+    static std::unique_ptr<CopyProcess> Start(const Entry& entry);
+    ~CopyProcess();
+    CopyProcess(const CopyProcess&) = delete;
+    CopyProcess& operator=(const CopyProcess&) = delete;
+
+    // Waits until the process has told something, `otherFd` is readable or the time is over, and takes in what it told.
+    // False once it has ended.
+    bool Watch(int otherFd, int milliseconds);
+
+    // Ends the copy at its next directory entry. False when it had ended, or was being ended by its timer.
+    bool Stop();
+
+    // Copied so far.
+    std::uint64_t Files() const;
+    std::uint64_t Bytes() const;
+
+    const FirstOf<Failure>& Failures() const { return failures_; }
+    const FirstOf<std::string>& Messages() const { return messages_; }
+
+    // Whether the copy was ended before it had seen everything.
+    bool WasEndedEarly() const { return endedEarly_; }
+
+    // After Watch has said false: how the process died; empty when it ended well.
+    std::string Death();
+
+private:
+    struct Shared;
+    struct Unmap {
+        void operator()(Shared* shared) const;
+    };
+
+    CopyProcess(std::unique_ptr<Shared, Unmap> shared, pid_t pid, UniqueFd records, UniqueFd errors);
+    [[noreturn]] static void Run(const Entry& entry, Shared& shared, int records);
+    bool ReadRecords();
+    void ReadErrors(bool toTheEnd);
+    void TakeIn(const std::string& kind, const std::string& first, const std::string& second);
+
+    std::unique_ptr<Shared, Unmap> shared_;
+    pid_t pid_;
+    UniqueFd records_;
+    UniqueFd errors_;
+    std::string unread_;       // the beginning of a record
+    std::string unreadError_;  // the beginning of a line
+    FirstOf<Failure> failures_;
+    FirstOf<std::string> messages_;
+    bool endedEarly_ = false;
+};
+
+}  // namespace ominspect::collect

@@ -1,0 +1,40 @@
+// What a collection shows: its progress, and the table at its end.
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "driver.h"
+#include "manifest.h"
+
+namespace ominspect::collect {
+
+// Progress on standard error: on a terminal one line that is drawn again and again, else one line per finished entry.
+class Display {
+public:
+    Display(bool terminal, std::size_t count) : terminal_(terminal), count_(count) {}
+    ~Display() { Clear(); }
+    Display(const Display&) = delete;
+    Display& operator=(const Display&) = delete;
+
+    void Show(const Progress& progress);
+    void ShowDone(std::size_t index, const EntryReport& report) const;
+    void ShowPacking(const PackedTree& packed);
+
+    // Takes the drawn line away.
+    void Clear();
+
+private:
+    bool IsDue();
+    void Draw(const std::string& line);
+
+    const bool terminal_;
+    const std::size_t count_;
+    bool drawn_ = false;
+    std::chrono::steady_clock::time_point next_;  // when the line is drawn again
+};
+
+// Entry, files, bytes, time and remark of each entry; without the last line end.
+std::string SummaryTable(const std::vector<EntryReport>& reports);
+
+}  // namespace ominspect::collect

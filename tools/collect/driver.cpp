@@ -1,0 +1,156 @@
+// Walks the entries: what may be copied, the watch over the copy, and what came of it.
+#include "driver.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <set>
+
+#include <sys/stat.h>
+
+#include "area.h"
+#include "audit.h"
+#include "copy_process.h"
+
+namespace ominspect::collect {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTick = 200;  // milliseconds between two looks at the progress
+
+bool IsMissing(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+// Why the copy must not even be tried, since it would write or delete elsewhere; empty when it may.
+std::string Refusal(const Entry& entry, const std::string& area) {
+    if (entry.source.empty()) return "no source is configured";
+    if (entry.destination.empty()) return "no destination is configured";
+    if (!PlaceIn(area, entry.destination))
+        return "the destination " + entry.destination + " is outside the area " + area;
+    if (Overlap(entry.source, entry.destination)) return "source and destination overlap";
+    return {};
+}
+
+// Whether the entry's copy would replace that of an earlier one.
+bool ReplacesEarlier(const Entry& entry, const std::vector<EntryReport>& earlier) {
+    return std::any_of(earlier.begin(), earlier.end(), [&](const EntryReport& report) {
+        return report.outcome != Outcome::kRefused &&
+               IsInside(AbsolutePath(report.entry.destination), AbsolutePath(entry.destination));
+    });
+}
+
+void Audit(EntryReport& report) {
+    std::set<std::string> known;
+    for (const Failure& failure : report.failures.list) known.insert(failure.path);
+    if (MirrorsFolder(report.entry)) {
+        AuditFolder(report.entry.source, report.entry.destination, known,
+                    [&](Failure failure) { report.failures.Add(std::move(failure)); });
+    } else if (report.entry.copy == InspectCopyFile && report.files == 0 && known.empty()) {
+        report.failures.Add({report.entry.source, "not copied"});
+    }
+}
+
+std::string LimitRemark(const Entry& entry) {
+    const auto limit = LimitOf(entry).value_or(std::chrono::seconds(0));
+    return "the time limit of " + std::to_string(limit.count()) + " s ended it";
+}
+
+class EntryRun {
+public:
+    EntryRun(Interrupts& interrupts, const DriverEvents& events, std::size_t count)
+        : interrupts_(interrupts), events_(events), count_(count) {}
+
+    // False: given up.
+    bool Run(std::size_t index, EntryReport& report) {
+        const Clock::time_point start = Clock::now();
+        const auto process = CopyProcess::Start(report.entry);
+        if (process == nullptr) {
+            report.outcome = Outcome::kFailed;
+            report.remark = std::string("its process cannot be started: ") + std::strerror(errno);
+            return true;
+        }
+        const bool missing = IsMissing(report.entry.source);
+        bool interrupted = false;
+        bool stopped = false;
+        do {
+            const int count = interrupts_.Count();
+            if (count > 1) return false;
+            if (count == 1 && !interrupted) {
+                interrupted = true;
+                stopped = process->Stop();
+            }
+            Show(index, report.entry, *process, Clock::now() - start);
+        } while (process->Watch(interrupts_.Fd(), kTick));
+        report.duration = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+        Conclude(report, *process, missing, stopped);
+        return true;
+    }
+
+private:
+    void Show(std::size_t index, const Entry& entry, const CopyProcess& process, Clock::duration passed) const {
+        std::optional<std::chrono::milliseconds> left;
+        if (const auto limit = LimitOf(entry)) {
+            left = std::max(std::chrono::duration_cast<std::chrono::milliseconds>(*limit - passed),
+                            std::chrono::milliseconds(0));
+        }
+        events_.onProgress({index, count_, entry, process.Files(), process.Bytes(), left});
+    }
+
+    static void Conclude(EntryReport& report, CopyProcess& process, bool missing, bool stopped) {
+        report.files = process.Files();
+        report.bytes = process.Bytes();
+        report.failures = process.Failures();
+        report.messages = process.Messages();
+        if (const std::string death = process.Death(); !death.empty()) {
+            report.outcome = Outcome::kFailed;
+            report.remark = death;
+        } else if (missing) {
+            report.outcome = Outcome::kMissing;
+            report.remark = "the source does not exist";
+        } else if (process.WasEndedEarly()) {
+            report.outcome = stopped ? Outcome::kInterrupted : Outcome::kCutShort;
+            report.remark = stopped ? "interrupted" : LimitRemark(report.entry);
+        } else {
+            Audit(report);
+            const std::uint64_t failed = report.failures.count;
+            report.outcome = failed == 0 ? Outcome::kComplete : Outcome::kIncomplete;
+            if (failed > 0) report.remark = std::to_string(failed) + (failed == 1 ? " path" : " paths") + " not copied";
+        }
+    }
+
+    Interrupts& interrupts_;
+    const DriverEvents& events_;
+    std::size_t count_;
+};
+
+}  // namespace
+
+std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
+                                              Interrupts& interrupts, const DriverEvents& events) {
+    std::vector<EntryReport> reports;
+    EntryRun run(interrupts, events, entries.size());
+    for (std::size_t index = 0; index < entries.size(); ++index) {
+        EntryReport report;
+        report.entry = entries[index];
+        if (interrupts.Count() > 0) {
+            report.remark = "interrupted before";
+        } else if (const std::string refusal = Refusal(report.entry, area); !refusal.empty()) {
+            report.outcome = Outcome::kRefused;
+            report.remark = refusal;
+        } else if (ReplacesEarlier(report.entry, reports)) {
+            report.outcome = Outcome::kRefused;
+            report.remark = "it would replace the copy of an earlier entry";
+        } else if (!run.Run(index, report)) {
+            return std::nullopt;
+        }
+        events.onDone(index, report);
+        reports.push_back(std::move(report));
+    }
+    return reports;
+}
+
+}  // namespace ominspect::collect

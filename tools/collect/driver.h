@@ -1,0 +1,35 @@
+// Walks the entries: each copied by its own function, under its own limit, one after the other.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "entry.h"
+#include "interrupts.h"
+
+namespace ominspect::collect {
+
+// How far an entry is.
+struct Progress {
+    std::size_t index;  // from 0
+    std::size_t count;  // of the entries
+    const Entry& entry;
+    std::uint64_t files;
+    std::uint64_t bytes;
+    std::optional<std::chrono::milliseconds> left;  // until the time limit; nothing where there is none
+};
+
+struct DriverEvents {
+    std::function<void(const Progress&)> onProgress;                           // a few times a second
+    std::function<void(std::size_t index, const EntryReport& report)> onDone;  // in the order of the entries
+};
+
+// Copies all entries into the area and reports on each. The first interrupt ends the current entry at its next file and
+// leaves the others out; the second one gives up at once: nothing is returned then.
+std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
+                                              Interrupts& interrupts, const DriverEvents& events);
+
+}  // namespace ominspect::collect

@@ -1,0 +1,116 @@
+// Where the entries of a collection come from: the configuration, or the command line.
+#include "entries.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <sys/stat.h>
+
+#include <tinyxml2.h>
+
+#include "area.h"
+#include "intercept/intercept.h"
+#include "kivo/om_log_client.h"
+#include "ominspect/config.h"
+
+namespace ominspect::collect {
+namespace {
+
+constexpr std::size_t kLongestPath = 255;
+
+std::vector<Entry> Converted(InspectConfigMgr& config) {
+    std::vector<Entry> entries;
+    for (const InspectOneDiagFile& file : config.GetLogCollectList()) {
+        entries.push_back(
+            {static_cast<const char*>(file.srcPath), static_cast<const char*>(file.dstPath), file.timeout, file.copy});
+    }
+    return entries;
+}
+
+// Calls fill(config), with the loader's lines going to the entries.
+template <typename Fill>
+void Load(Entries& entries, const Fill& fill) {
+    InspectConfigMgr* config = InspectConfigMgr::GetInstance();
+    if (config == nullptr) {
+        entries.error = "no memory for the configuration";
+        return;
+    }
+    const LogCapture log([&](unsigned level, const std::string& text) {
+        if (level <= KIVO_OM_LOG_WARNING) entries.messages.push_back(text);
+    });
+    fill(*config);
+    entries.list = Converted(*config);
+}
+
+bool Exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// A name that neither the area nor an earlier entry has.
+std::string UniquePlace(const std::string& area, const std::string& source, const std::vector<Entry>& earlier) {
+    const std::string name = std::filesystem::path(source).filename().string();
+    const std::string base = area + '/' + (name.empty() ? "root" : name);
+    std::string place = base;
+    const auto isTaken = [&] {
+        return Exists(place) || std::any_of(earlier.begin(), earlier.end(),
+                                            [&](const Entry& entry) { return entry.destination == place; });
+    };
+    for (int number = 2; isTaken(); ++number) place.assign(base).append(1, '-').append(std::to_string(number));
+    return place;
+}
+
+}  // namespace
+
+Entries ConfiguredEntries() {
+    Entries entries;
+    Load(entries, [](InspectConfigMgr& config) { config.InitInspectConfig(); });
+    return entries;
+}
+
+Entries EntriesOfFile(const std::string& path) {
+    Entries entries;
+    tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        entries.error = "not a regular file";  // a pipe would be waited for
+    } else if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+        entries.error = document.ErrorStr();
+    } else if (document.RootElement() == nullptr) {
+        entries.error = "there is no document element";
+    } else {
+        Load(entries, [&](InspectConfigMgr& config) { config.InitLogCollectList(document.RootElement()); });
+    }
+    return entries;
+}
+
+Entries EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit) {
+    Entries entries;
+    for (const std::string& source : sources) {
+        Entry entry;
+        entry.source = source.empty() ? "" : AbsolutePath(source);
+        entry.destination = UniquePlace(area, entry.source, entries.list);
+        entry.limit = limit;
+        entry.copy = IsFolder(entry.source) ? InspectCopyDirFile : InspectCopyFile;
+        if (entry.source.empty()) {
+            entries.error = "a source is empty";
+        } else if (entry.source.size() > kLongestPath) {
+            entries.error = "the path is longer than 255 bytes: " + source;
+        } else if (entry.destination.size() > kLongestPath) {
+            entries.error = "the path in the area would be longer than 255 bytes: " + entry.destination;
+        } else if (Overlap(entry.source, entry.destination)) {
+            entries.error.append("the area ").append(area).append(" lies inside the source ").append(source);
+            entries.error += "; --area names another one";
+        }
+        if (!entries.error.empty()) return entries;
+        entries.list.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+}  // namespace ominspect::collect

@@ -1,0 +1,80 @@
+// One collection: what is asked for, and what came of it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ominspect/collect.h"
+
+namespace ominspect::collect {
+
+// Copies `source` to `destination`; both are absolute unless the configuration says otherwise.
+struct Entry {
+    std::string source;
+    std::string destination;
+    std::uint32_t limit = 0;  // seconds; more than 60 count as 60
+    InspectCopyFunction copy = nullptr;
+};
+
+// One path that was not collected, and why.
+struct Failure {
+    std::string path;
+    std::string reason;
+};
+
+// The first of many: the rest is only counted.
+template <typename T>
+struct FirstOf {
+    static constexpr std::size_t kMost = 1000;
+
+    void Add(T value) {
+        if (list.size() < kMost) list.push_back(std::move(value));
+        ++count;
+    }
+
+    std::vector<T> list;
+    std::uint64_t count = 0;
+};
+
+enum class Outcome {
+    kComplete,
+    kIncomplete,   // it came to its end, but some paths could not be copied
+    kCutShort,     // the time limit ended it
+    kInterrupted,  // the user ended it
+    kMissing,      // the source does not exist
+    kRefused,      // the destination is not fit; nothing was copied
+    kFailed,       // it could not be started, or its process died
+    kNotStarted    // the user had ended an earlier one
+};
+
+// A stable word for programs: "complete", "incomplete", "cut short", "interrupted", "missing", "refused", "failed",
+// "not started".
+const char* OutcomeWord(Outcome outcome);
+
+struct EntryReport {
+    Entry entry;
+    Outcome outcome = Outcome::kNotStarted;
+    std::string remark;  // what there is to say for people; may be empty
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
+    std::chrono::milliseconds duration{0};
+    FirstOf<Failure> failures;
+    FirstOf<std::string> messages;  // lines of the copy functions and of the tools they start
+};
+
+// Whether the copy makes the destination a mirror of a source folder; false for a single file, and for the system log
+// where a backup of it is kept.
+bool MirrorsFolder(const Entry& entry);
+
+// After which time the copy is ended; nothing for one without a limit.
+std::optional<std::chrono::seconds> LimitOf(const Entry& entry);
+
+// "folder", "file" or "system log".
+const char* KindWord(InspectCopyFunction copy);
+
+}  // namespace ominspect::collect

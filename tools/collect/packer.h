@@ -1,0 +1,58 @@
+// Puts a tree of files into an archive and tells what it put there.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "archive_writer.h"
+#include "entry.h"
+
+namespace ominspect::collect {
+
+// Paths are relative to the tree, as bytes.
+struct PackedFile {
+    std::string path;
+    std::uint64_t bytes = 0;
+    std::string sha256;  // of the bytes in the archive
+    timespec modified{};
+    bool older = false;  // it was in the tree before
+    std::string note;    // what happened to it while it was packed; else empty
+};
+
+struct PackedLink {
+    std::string path;
+    std::string target;
+};
+
+struct PackedTree {
+    std::vector<PackedFile> files;
+    std::vector<PackedLink> links;
+    std::vector<Failure> leftOut;
+    std::uint64_t folders = 0;
+    std::uint64_t bytes = 0;
+};
+
+struct PackOptions {
+    std::string folder;                               // what the names in the archive begin with
+    timespec since{};                                 // files last changed before are marked as older
+    std::function<bool(const struct stat&)> exclude;  // files that are passed over without a word
+    std::function<bool(const PackedTree&)> goOn;      // asked now and then; false gives up
+};
+
+enum class PackResult {
+    kPacked,
+    kArchiveFailed,  // ArchiveWriter::Error tells why
+    kGivenUp
+};
+
+// Packs what lies below `root`, sorted by name in each folder. Links are stored as links and never followed; what is
+// neither file, folder nor link is left out, as is what cannot be read. A file that shrinks or cannot be read to its
+// end is filled up with zeros, one that grows is cut, so that the archive stays whole; the note says so. A `root` that
+// does not exist is an empty tree.
+PackResult PackTree(const std::string& root, const PackOptions& options, ArchiveWriter& archive, PackedTree& packed);
+
+}  // namespace ominspect::collect
