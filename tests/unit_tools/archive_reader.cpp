@@ -52,6 +52,7 @@ Member MemberOf(const std::vector<Member>& members, const std::string& name) {
 
 std::vector<std::string> Listing(const std::vector<Member>& members) {
     std::vector<std::string> lines;
+    lines.reserve(members.size());
     for (const Member& member : members) lines.push_back(std::string(1, member.type) + ' ' + member.name);
     return lines;
 }

@@ -44,7 +44,7 @@ class CollectProgram : public probe::InWorkFolder {
 protected:
     // Its output goes to the files "out" and "err".
     static Child Start(const Lines& arguments, const std::string& before = "") {
-        Lines command{"/bin/sh", "-c", before + " exec \"$0\" \"$@\" >out 2>err", PROGRAM_CTL, "collect"};
+        Lines command{"/bin/sh", "-c", before + R"( exec "$0" "$@" >out 2>err)", PROGRAM_CTL, "collect"};
         command.insert(command.end(), arguments.begin(), arguments.end());
         return Child(command);
     }
@@ -308,10 +308,9 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     const Lines before = Names();
     Child child = Start({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"});
     const auto packing = [this] {
-        for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
-            if (entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0) return true;
-        }
-        return false;
+        return std::ranges::any_of(std::filesystem::directory_iterator(folder_), [](const auto& entry) {
+            return entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0;
+        });
     };
     ASSERT_TRUE(kivo::test::Eventually(packing));
     child.Signal(SIGINT);
