@@ -80,7 +80,7 @@ TEST_F(Progress, AnItemOfAStoppedGroupDidNotRun) {
 
 TEST_F(Progress, TheDocumentHoldsResultsAndGroups) {
     progress_.OnRecord({4711, {Item("load", "success", "OK", 1000, 1250), Item("disk", "fail", "no support")}});
-    EXPECT_EQ(JsonText(progress_.Document()),
+    EXPECT_EQ(progress_.Document().Print(),
               R"({"results":[{"item":"load","status":"success","text":"OK","durationMs":250,)"
               R"("start":"1970-01-01T00:00:01.000Z"},)"
               R"({"item":"disk","status":"fail","text":"no support",)"

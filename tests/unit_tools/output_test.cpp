@@ -46,17 +46,17 @@ TEST(RunTable, SaysThatAnItemIsUnknown) {
 }
 
 TEST(RunJson, IsOneObjectPerItem) {
-    EXPECT_EQ(JsonText(RunJson(Row("load", "success", "LOAD \"OK\""))),
+    EXPECT_EQ(RunJson(Row("load", "success", "LOAD \"OK\"")).Print(),
               R"({"item":"load","status":"success","text":"LOAD \"OK\"","durationMs":7})");
 }
 
 TEST(RunJson, IsValidUtf8WhateverTheOwnerWrote) {
-    EXPECT_EQ(JsonText(RunJson(Row("a\xFF", "x\n", "\xC3"))),
+    EXPECT_EQ(RunJson(Row("a\xFF", "x\n", "\xC3")).Print(),
               "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\",\"durationMs\":7}");
 }
 
 TEST(RunJson, HasAHintWhereOneHelps) {
-    const std::string row = JsonText(RunJson(Row("x", "fail", "no support")));
+    const std::string row = RunJson(Row("x", "fail", "no support")).Print();
     EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"
                    R"("hint":"unknown item: no owner has registered it"})");
 }
@@ -69,7 +69,7 @@ TEST(State, IsShownAsATableAndAsJson) {
 }
 
 TEST(ErrorJson, NamesTheItemAndTheError) {
-    EXPECT_EQ(JsonText(ErrorJson("load", {ErrorCode::kServerAbsent, "not there"})),
+    EXPECT_EQ(ErrorJson("load", {ErrorCode::kServerAbsent, "not there"}).Print(),
               R"({"item":"load","error":{"code":"server-absent","text":"not there"}})");
 }
 

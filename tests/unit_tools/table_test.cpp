@@ -13,6 +13,13 @@ TEST(Table, IsEmptyWithoutRows) {
     EXPECT_EQ(Table({}), "");
 }
 
+TEST(CutToWidth, CutsCharactersAndNotBytes) {
+    EXPECT_EQ(CutToWidth("\xC3\xA4z", 1), "\xC3\xA4");
+    EXPECT_EQ(CutToWidth("\xC3\xA4z", 2), "\xC3\xA4z");
+    EXPECT_EQ(CutToWidth("\xC3\xA4z", 9), "\xC3\xA4z");
+    EXPECT_EQ(CutToWidth("ab", 0), "");
+}
+
 TEST(Size, HasTheLargestUnitThatFits) {
     EXPECT_EQ(Size(0), "0 B");
     EXPECT_EQ(Size(1023), "1023 B");

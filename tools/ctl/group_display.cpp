@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "report.h"
+#include "text/table.h"
 
 namespace ominspect::ctl {
 namespace {
@@ -86,9 +87,9 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
             if (!title_.empty()) PrintLine(progress_.Summary());
             break;
         case Mode::kJson: {
-            const Json document = progress_.Document();
-            if (error) JsonAdd(document, "error", ErrorJson(*error));
-            PrintLine(JsonText(document));
+            auto document = progress_.Document();
+            if (error) document.Put("error", ErrorJson(*error));
+            PrintLine(document.Print());
             break;
         }
     }
@@ -116,7 +117,7 @@ void GroupDisplay::Redraw(const std::vector<std::size_t>& rows) {
     const auto now = GroupProgress::Clock::now();
     Erase();
     const auto draw = [&](const std::string& line) {
-        const std::string_view cut = CutToWidth(line, columns);
+        const std::string_view cut = text::CutToWidth(line, columns);
         (void)std::printf("%.*s\n", static_cast<int>(cut.size()), cut.data());
         ++drawn_;
     };

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 #include <numeric>
+#include <utility>
 
 #include "text/text.h"
 
@@ -134,24 +135,22 @@ std::vector<std::size_t> GroupProgress::Visible(std::size_t lines) const {
     return rows;
 }
 
-Json GroupProgress::Document() const {
-    Json results(cJSON_CreateArray());
+json::Value GroupProgress::Document() const {
+    auto results = json::Value::Array();
     for (const Row& row : rows_) {
-        Json result =
+        auto result =
             RunJson({{row.item, StatusOf(row), row.phase == Phase::kDone ? row.result.text : ""}, row.duration});
-        if (row.start) cJSON_AddStringToObject(result.get(), "start", UtcTime(*row.start).c_str());
-        JsonAdd(results, std::move(result));
+        if (row.start) result.Text("start", UtcTime(*row.start));
+        results.Add(std::move(result));
     }
-    Json groups(cJSON_CreateArray());
+    auto groups = json::Value::Array();
     for (const Group& group : groups_) {
-        Json entry = JsonObject({});
-        cJSON_AddNumberToObject(entry.get(), "taskId", group.taskId);
-        cJSON_AddNumberToObject(entry.get(), "items", static_cast<double>(group.count));
-        JsonAdd(groups, std::move(entry));
+        auto entry = json::Value::Object();
+        entry.Number("taskId", group.taskId).Number("items", group.count);
+        groups.Add(std::move(entry));
     }
-    Json document = JsonObject({});
-    JsonAdd(document, "results", std::move(results));
-    JsonAdd(document, "groups", std::move(groups));
+    auto document = json::Value::Object();
+    document.Put("results", std::move(results)).Put("groups", std::move(groups));
     return document;
 }
 

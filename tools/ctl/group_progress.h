@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "json.h"
+#include "json/json.h"
 #include "ominspect/client/types.h"
 #include "output.h"
 
@@ -47,7 +47,7 @@ public:
     std::vector<std::size_t> Visible(std::size_t lines) const;
 
     // {"results":[...],"groups":[{"taskId","items"}]}
-    Json Document() const;
+    json::Value Document() const;
 
 private:
     enum class Phase { kWaiting, kRunning, kDone, kNotRun };

@@ -6,12 +6,15 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "json.h"
+#include <cjson/cJSON.h>
+
 #include "text/text.h"
 
 namespace ominspect::ctl {
@@ -25,6 +28,11 @@ constexpr int kMaxItems = 1024;
 void Limit(cJSON* object, int count) {
     while (cJSON_GetArraySize(object) > count) cJSON_DeleteItemFromArray(object, 0);
 }
+
+struct Delete {
+    void operator()(cJSON* json) const { cJSON_Delete(json); }
+};
+using Json = std::unique_ptr<cJSON, Delete>;
 
 std::string Environment(const char* name) {
     const char* value = std::getenv(name);
@@ -45,10 +53,10 @@ Json ReadDocument(const std::string& path) {
     std::error_code error;
     const auto size = std::filesystem::file_size(path, error);
     std::ifstream file(path, std::ios::binary);
-    if (error || size > kMaxFile || !file) return JsonObject({});
+    if (error || size > kMaxFile || !file) return Json(cJSON_CreateObject());
     const std::string content{std::istreambuf_iterator<char>(file), {}};
     Json document(cJSON_ParseWithLength(content.data(), content.size()));
-    return cJSON_IsObject(document.get()) != 0 ? std::move(document) : JsonObject({});
+    return cJSON_IsObject(document.get()) != 0 ? std::move(document) : Json(cJSON_CreateObject());
 }
 
 // The member of this name, made when there is none that is an object. Null when there is no memory.
@@ -154,7 +162,12 @@ bool History::Save() {
     }
     Limit(results, kMaxItems);
     Limit(buses, kMaxBuses);
-    if (!Replace(path_, JsonText(document) + "\n")) return false;
+    const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(document.get()), &cJSON_free);
+    if (!text) {
+        errno = ENOMEM;
+        return false;
+    }
+    if (!Replace(path_, std::string(text.get()) + "\n")) return false;
     for (const auto& [item, last] : added_) saved_[item] = last;
     added_.clear();
     return true;

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "format.h"
 #include "ominspect/client/types.h"
+#include "times.h"
 
 namespace ominspect::ctl {
 

@@ -2,7 +2,9 @@
 #include "output.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "text/table.h"
 #include "text/text.h"
 
 namespace ominspect::ctl {
@@ -18,8 +20,9 @@ constexpr const char* kUnknownHint = "unknown item: no owner has registered it";
 // A row of the table of a run, whose widths are known before its texts are.
 std::string Columns(std::size_t nameWidth, const std::string& name, const std::string& status, const std::string& time,
                     const std::string& text) {
-    const std::string blanks(WidthOf(time) < kTimeWidth ? kTimeWidth - WidthOf(time) : 0, ' ');
-    return Padded(name, nameWidth) + "  " + Padded(status, kStatusWidth) + "  " + blanks + time + "  " + text;
+    const std::string blanks(text::WidthOf(time) < kTimeWidth ? kTimeWidth - text::WidthOf(time) : 0, ' ');
+    return text::Padded(name, nameWidth) + "  " + text::Padded(status, kStatusWidth) + "  " + blanks + time + "  " +
+           text;
 }
 
 const char* ModeOf(const client::ConfiguredItem& item) {
@@ -37,8 +40,8 @@ const char* StateOf(client::ItemState state) {
 }  // namespace
 
 std::size_t NameWidth(const std::vector<std::string>& items) {
-    std::size_t width = WidthOf(kItemHead);
-    for (const std::string& item : items) width = std::max(width, WidthOf(text::Escaped(item)));
+    std::size_t width = text::WidthOf(kItemHead);
+    for (const std::string& item : items) width = std::max(width, text::WidthOf(text::Escaped(item)));
     return width;
 }
 
@@ -53,22 +56,23 @@ std::string RunLine(std::size_t nameWidth, const RunRow& row) {
                    row.duration ? std::to_string(row.duration->count()) + " ms" : "-", shown);
 }
 
-Json RunJson(const RunRow& row) {
-    Json json = JsonObject({{"item", row.result.name}, {"status", row.result.status}, {"text", row.result.text}});
-    if (row.duration) {
-        cJSON_AddNumberToObject(json.get(), "durationMs", static_cast<double>(row.duration->count()));
-    }
-    if (client::IsUnknownItem(row.result)) cJSON_AddStringToObject(json.get(), "hint", kUnknownHint);
+json::Value RunJson(const RunRow& row) {
+    auto json = json::Value::Object();
+    json.Text("item", row.result.name).Text("status", row.result.status).Text("text", row.result.text);
+    if (row.duration) json.Number("durationMs", static_cast<std::uint64_t>(row.duration->count()));
+    if (client::IsUnknownItem(row.result)) json.Text("hint", kUnknownHint);
     return json;
 }
 
-Json ErrorJson(const client::Error& error) {
-    return JsonObject({{"code", client::ErrorWord(error.code)}, {"text", error.text}});
+json::Value ErrorJson(const client::Error& error) {
+    auto json = json::Value::Object();
+    json.Text("code", client::ErrorWord(error.code)).Text("text", error.text);
+    return json;
 }
 
-Json ErrorJson(std::string_view item, const client::Error& error) {
-    Json json = JsonObject({{"item", item}});
-    JsonAdd(json, "error", ErrorJson(error));
+json::Value ErrorJson(std::string_view item, const client::Error& error) {
+    auto json = json::Value::Object();
+    json.Text("item", item).Put("error", ErrorJson(error));
     return json;
 }
 
@@ -78,50 +82,47 @@ std::string ListTable(const std::vector<ListRow>& rows) {
         table.push_back({text::Escaped(row.item.name), text::Escaped(row.item.level), ModeOf(row.item),
                          row.state ? StateOf(*row.state) : "-", row.last ? LastOf(*row.last) : "-"});
     }
-    return Table(table);
+    return text::Table(table);
 }
 
 std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total) {
-    Json items(cJSON_CreateArray());
+    auto items = json::Value::Array();
     for (const ListRow& row : rows) {
-        Json item = JsonObject({{"item", row.item.name}, {"level", row.item.level}});
-        cJSON_AddBoolToObject(item.get(), "isSync", row.item.isSync);
-        if (row.state) cJSON_AddStringToObject(item.get(), "state", StateOf(*row.state));
+        auto item = json::Value::Object();
+        item.Text("item", row.item.name).Text("level", row.item.level).Flag("isSync", row.item.isSync);
+        if (row.state) item.Text("state", StateOf(*row.state));
         if (row.last) {
-            JsonAdd(item, "lastResult",
-                    JsonObject(
-                        {{"status", row.last->status}, {"text", row.last->text}, {"time", UtcTime(row.last->time)}}));
+            auto last = json::Value::Object();
+            last.Text("status", row.last->status).Text("text", row.last->text).Text("time", UtcTime(row.last->time));
+            item.Put("lastResult", std::move(last));
         }
-        JsonAdd(items, std::move(item));
+        items.Add(std::move(item));
     }
-    const Json document = JsonObject({});
-    JsonAdd(document, "items", std::move(items));
-    cJSON_AddNumberToObject(document.get(), "total", total);
-    return JsonText(document);
+    auto document = json::Value::Object();
+    document.Put("items", std::move(items)).Number("total", total);
+    return document.Print();
 }
 
 std::string StateTable(std::string_view item, client::ItemState state) {
     const bool idle = state == client::ItemState::kIdleOrUnknown;
-    return Table(
+    return text::Table(
         {{"ITEM", "STATE"},
          {text::Escaped(item), idle ? "idle (or unknown to the server)" : "not idle (running, or holding a result)"}});
 }
 
 std::string StateJson(std::string_view item, client::ItemState state) {
-    return JsonText(JsonObject({{"item", item}, {"state", StateOf(state)}}));
+    return json::Value::Object().Text("item", item).Text("state", StateOf(state)).Print();
 }
 
 std::string RunEventLine(TimePoint time, const client::ItemResult& result) {
-    return LocalTime(time) + "  run   " + Padded(text::Escaped(result.name), kLongestName) + "  " +
-           Padded(text::Escaped(result.status), kStatusWidth) + "  " + text::Escaped(result.text);
+    return LocalTime(time) + "  run   " + text::Padded(text::Escaped(result.name), kLongestName) + "  " +
+           text::Padded(text::Escaped(result.status), kStatusWidth) + "  " + text::Escaped(result.text);
 }
 
 std::string RunEventJson(TimePoint time, const client::ItemResult& result) {
-    return JsonText(JsonObject({{"time", UtcTime(time)},
-                                {"event", "run"},
-                                {"item", result.name},
-                                {"status", result.status},
-                                {"text", result.text}}));
+    auto json = json::Value::Object();
+    json.Text("time", UtcTime(time)).Text("event", "run").Text("item", result.name);
+    return json.Text("status", result.status).Text("text", result.text).Print();
 }
 
 std::string BusyEventLine(TimePoint time, bool busy) {
@@ -129,7 +130,7 @@ std::string BusyEventLine(TimePoint time, bool busy) {
 }
 
 std::string BusyEventJson(TimePoint time, bool busy) {
-    return JsonText(JsonObject({{"time", UtcTime(time)}, {"event", busy ? "busy" : "idle"}}));
+    return json::Value::Object().Text("time", UtcTime(time)).Text("event", busy ? "busy" : "idle").Print();
 }
 
 }  // namespace ominspect::ctl

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "format.h"
 #include "history.h"
-#include "json.h"
+#include "json/json.h"
 #include "ominspect/client/types.h"
+#include "times.h"
 
 namespace ominspect::ctl {
 
@@ -29,9 +29,9 @@ std::string RunHead(std::size_t nameWidth);
 std::string RunLine(std::size_t nameWidth, const RunRow& row);
 
 // The document of a run: one object per item, results and errors in the order they came.
-Json RunJson(const RunRow& row);
-Json ErrorJson(const client::Error& error);
-Json ErrorJson(std::string_view item, const client::Error& error);
+json::Value RunJson(const RunRow& row);
+json::Value ErrorJson(const client::Error& error);
+json::Value ErrorJson(std::string_view item, const client::Error& error);
 
 // One configured item; no state when its name cannot be asked for, no result when none was seen.
 struct ListRow {

@@ -28,17 +28,13 @@ void SaveHistory(History& history) {
 }
 
 ExitCode Fail(std::string_view item, const client::Error& error, bool json) {
-    if (json) PrintLine(JsonText(ErrorJson(item, error)));
+    if (json) PrintLine(ErrorJson(item, error).Print());
     Complain(item, error);
     return ExitCodeOf(error);
 }
 
 ExitCode Fail(const client::Error& error, bool json) {
-    if (json) {
-        const Json document = JsonObject({});
-        JsonAdd(document, "error", ErrorJson(error));
-        PrintLine(JsonText(document));
-    }
+    if (json) PrintLine(json::Value::Object().Put("error", ErrorJson(error)).Print());
     Complain(error.text);
     return ExitCodeOf(error);
 }

@@ -41,7 +41,7 @@ ExitCode Reset(const ItemOptions& options) {
         return Fail(options.item, *error, options.json);
     }
     // The server says the same for an item that it does not know.
-    PrintLine(options.json ? JsonText(JsonObject({{"item", options.item}, {"state", "idle"}}))
+    PrintLine(options.json ? json::Value::Object().Text("item", options.item).Text("state", "idle").Print()
                            : text::Escaped(options.item) + " is idle (or unknown to the server)");
     return kPassed;
 }
@@ -52,10 +52,7 @@ ExitCode Stop(const StopOptions& options) {
     const auto known = (*session)->StopTask(options.taskId, options.limit);
     if (!known) return Fail(known.Failure(), options.json);
     if (options.json) {
-        const Json document = JsonObject({});
-        cJSON_AddNumberToObject(document.get(), "taskId", options.taskId);
-        cJSON_AddBoolToObject(document.get(), "known", *known);
-        PrintLine(JsonText(document));
+        PrintLine(json::Value::Object().Number("taskId", options.taskId).Flag("known", *known).Print());
     } else {
         PrintLine("task " + std::to_string(options.taskId) +
                   (*known ? " was asked to stop" : ": the server knows no such task, or it has ended"));

@@ -28,12 +28,12 @@ struct RunOptions {
 class RunReport {
 public:
     explicit RunReport(const RunOptions& options)
-        : json_(options.json), nameWidth_(NameWidth(options.items)), rows_(cJSON_CreateArray()) {}
+        : json_(options.json), nameWidth_(NameWidth(options.items)), rows_(json::Value::Array()) {}
 
     void Add(const RunRow& row) {
         history_.Add(row.result, std::chrono::system_clock::now());
         if (json_) {
-            JsonAdd(rows_, RunJson(row));
+            rows_.Add(RunJson(row));
             return;
         }
         if (!headed_) PrintLine(RunHead(nameWidth_));
@@ -42,23 +42,21 @@ public:
     }
 
     void Add(const std::string& item, const client::Error& error) {
-        if (json_) JsonAdd(rows_, ErrorJson(item, error));
+        if (json_) rows_.Add(ErrorJson(item, error));
         Complain(item, error);
     }
 
     void Finish() {
         SaveHistory(history_);
         if (!json_) return;
-        const Json document = JsonObject({});
-        JsonAdd(document, "results", std::move(rows_));
-        PrintLine(JsonText(document));
+        PrintLine(json::Value::Object().Put("results", std::move(rows_)).Print());
     }
 
 private:
     const bool json_;
     const std::size_t nameWidth_;
     bool headed_ = false;
-    Json rows_;
+    json::Value rows_;
     History history_;
 };
 

@@ -14,6 +14,9 @@ std::size_t WidthOf(std::string_view utf8);
 // The text with blanks up to the width.
 std::string Padded(std::string text, std::size_t width);
 
+// The longest beginning of a valid UTF-8 text that takes at most `width` columns.
+std::string_view CutToWidth(std::string_view utf8, std::size_t width);
+
 // Rows of equally many cells, without the last line end; the last column is not padded.
 std::string Table(const std::vector<std::vector<std::string>>& rows);
 
