@@ -53,6 +53,19 @@ protected:
         return Start(arguments, before).Wait().value_or(-1);
     }
 
+    // The clock of the file system ticks a few hundred times a second: until what is written has another time.
+    void AwaitNextTick(const std::string& name) const {
+        const auto changed = [this](const std::string& file) {
+            struct stat status {};
+            EXPECT_EQ(stat(In(file).c_str(), &status), 0);
+            return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+        };
+        EXPECT_TRUE(kivo::test::Eventually([&] {
+            Write("tick", "");
+            return changed("tick") != changed(name);
+        }));
+    }
+
     static Json Manifest(const std::vector<Member>& members, const std::string& name) {
         const Member member = MemberOf(members, name + "/manifest.json");
         Json manifest(cJSON_Parse(member.content.c_str()), cJSON_Delete);
@@ -180,6 +193,7 @@ TEST_F(CollectProgram, TakesTheEntriesOfAConfigurationFile) {
                        "' timeout='5' isFolder='true'/><Log srcPath='logs' dstPath='" + In("precious") +
                        "' timeout='5' isFolder='true'/></LogCollect></c>");
     Write("area/from-before", "old");
+    AwaitNextTick("area/from-before");
     EXPECT_EQ(Run({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"}), 1);
     const auto members = ReadArchive("p.tar.zst");
     EXPECT_EQ(Listing(members), (Lines{"d p/", "d p/files/", "- p/files/from-before", "d p/files/l/", "- p/files/l/a",
