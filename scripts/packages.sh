@@ -16,8 +16,8 @@ BUILD_PACKAGES=(
 RUN_PACKAGES=(dbus-daemon)
 # What the tests need beside these.
 TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools)
-# What the demo's checks are.
-DEMO_PACKAGES=(monitoring-plugins-basic procps)
+# What the demo's checks are, and what looks into its package.
+DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck)
 
