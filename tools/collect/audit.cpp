@@ -4,33 +4,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <vector>
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+
+#include "names.h"
 
 namespace ominspect::collect {
 namespace {
 
 constexpr std::size_t kLongestPath = 255;
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { (void)closedir(directory); }
-};
-
-// The names in a folder, sorted; 0 or why they cannot be read.
-int Names(const std::string& folder, std::vector<std::string>& names) {
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder.c_str()));
-    if (directory == nullptr) return errno;
-    errno = 0;
-    while (const dirent* entry = readdir(directory.get())) {
-        const std::string name = static_cast<const char*>(entry->d_name);
-        if (name != "." && name != "..") names.push_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    return errno;
-}
 
 std::string Joined(const std::string& folder, const std::string& name) {
     std::string path = folder;
@@ -48,8 +32,9 @@ void AuditFolder(const std::string& source, const std::string& copy, const std::
                  const std::function<void(Failure)>& tell) {
     std::vector<std::string> wanted;
     std::vector<std::string> copied;
-    if (const int error = Names(source, wanted); error != 0) tell({source, std::strerror(error)});
-    if (const int error = Names(copy, copied); error != 0) {
+    if (const int error = SortedNames(AT_FDCWD, source.c_str(), wanted); error != 0)
+        tell({source, std::strerror(error)});
+    if (const int error = SortedNames(AT_FDCWD, copy.c_str(), copied); error != 0) {
         tell({copy, std::strerror(error)});
         return;
     }

@@ -3,17 +3,17 @@
 #include "packer.h"
 
 #include <algorithm>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "fd/unique_fd.h"
+#include "names.h"
 #include "sha256.h"
 
 namespace ominspect::collect {
@@ -25,26 +25,6 @@ constexpr int kFileFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLO
 
 bool IsBefore(const timespec& one, const timespec& other) {
     return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
-}
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { (void)closedir(directory); }
-};
-
-// The names in a folder, sorted; 0 or why they cannot be read.
-int Names(int folder, std::vector<std::string>& names) {
-    UniqueFd own(openat(folder, ".", kFolderFlags));
-    if (!own) return errno;
-    const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(own.Get()));
-    if (directory == nullptr) return errno;
-    (void)own.Release();
-    errno = 0;
-    while (const dirent* entry = readdir(directory.get())) {
-        const std::string name = static_cast<const char*>(entry->d_name);
-        if (name != "." && name != "..") names.push_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    return errno;
 }
 
 const char* TypeWord(mode_t mode) {
@@ -61,7 +41,7 @@ public:
     // The content of a folder; `path` is empty for the tree's root. False when packing is over.
     bool PackFolder(int folder, const std::string& path) {
         std::vector<std::string> names;
-        if (const int error = Names(folder, names); error != 0) LeaveOut(path.empty() ? "." : path, error);
+        if (const int error = SortedNames(folder, ".", names); error != 0) LeaveOut(path.empty() ? "." : path, error);
         return std::all_of(names.begin(), names.end(), [&](const std::string& name) {
             return GoOn() && PackMember(folder, name, path.empty() ? name : path + '/' + name);
         });

@@ -13,11 +13,11 @@
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 
+#include "fd/unique_fd.h"
 #include "item_table.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
 #include "text/text.h"
-#include "fd/unique_fd.h"
 
 namespace ominspect::owner {
 namespace {

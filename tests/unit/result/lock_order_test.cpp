@@ -29,6 +29,10 @@ public:
 
 namespace {
 
+// Known once a test runs: locks are taken before and after the tables live.
+std::atomic<pthread_mutex_t*> g_resultLock{nullptr};
+std::atomic<pthread_mutex_t*> g_taskLock{nullptr};
+
 std::atomic<int> g_taskInResult{0};  // the task table's lock taken while the result table's was held
 std::atomic<int> g_resultInTask{0};
 std::atomic<int> g_sendInResult{0};
@@ -48,11 +52,11 @@ int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 uint32_t __real_OsMsgSynSend(const TagMsgBlock* msg, TagMsgBlock** resp, uint32_t timeoutMs);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-    if (mutex == ResultMgrPeer::Lock()) {
+    if (mutex == g_resultLock) {
         ++g_results;
         if (t_holdsTask) ++g_resultInTask;
         t_holdsResult = true;
-    } else if (mutex == InspacetTaskPeer::Lock()) {
+    } else if (mutex == g_taskLock) {
         ++g_tasks;
         if (t_holdsResult) ++g_taskInResult;
         t_holdsTask = true;
@@ -61,8 +65,8 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
-    if (mutex == ResultMgrPeer::Lock()) t_holdsResult = false;
-    if (mutex == InspacetTaskPeer::Lock()) t_holdsTask = false;
+    if (mutex == g_resultLock) t_holdsResult = false;
+    if (mutex == g_taskLock) t_holdsTask = false;
     return __real_pthread_mutex_unlock(mutex);
 }
 
@@ -80,6 +84,8 @@ protected:
     void SetUp() override {
         ServerTest::SetUp();
         support::OwnerAnswers("running", "");
+        g_resultLock = ResultMgrPeer::Lock();
+        g_taskLock = InspacetTaskPeer::Lock();
         for (std::atomic<int>* count :
              {&g_taskInResult, &g_resultInTask, &g_sendInResult, &g_results, &g_tasks, &g_sends}) {
             *count = 0;
