@@ -74,14 +74,19 @@ Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::mill
     return std::string(reinterpret_cast<const char*>(reply->data), reply->dataLen);
 }
 
+}  // namespace
+
 // A send that another thread waits for, and may give up.
 struct Call {
     std::mutex mutex;  // guards `reply`
     std::condition_variable_any done;
     std::optional<Result<std::string>> reply;
-};
 
-}  // namespace
+    bool IsOver() {
+        const std::lock_guard lock(mutex);
+        return reply.has_value();
+    }
+};
 
 Connection::Connection(Events events) : events_(std::move(events)) {}
 
@@ -89,7 +94,7 @@ Connection::~Connection() {
     if (!joined_) return;
     OsProcDetach();  // ends the task and every send
     g_connection = nullptr;
-    for (std::thread& send : abandoned_) send.join();
+    for (Abandoned& send : abandoned_) send.thread.join();
 }
 
 std::optional<Error> Connection::Join(std::string_view processName) {
@@ -178,9 +183,19 @@ Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::str
         return std::move(*call->reply);
     }
     lock.unlock();
-    const std::lock_guard guard(mutex_);
-    abandoned_.push_back(std::move(send));
+    Abandon(call, std::move(send));
     return cancelled;
+}
+
+// Those that have ended by now go with it.
+void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
+    const std::lock_guard lock(mutex_);
+    abandoned_.remove_if([](Abandoned& send) {
+        const bool over = send.call->IsOver();
+        if (over) send.thread.join();
+        return over;
+    });
+    abandoned_.push_back({std::move(call), std::move(thread)});
 }
 
 std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,6 +18,8 @@
 #include "ominspect/client/session.h"
 
 namespace ominspect::client {
+
+struct Call;
 
 class Connection {
 public:
@@ -52,9 +55,17 @@ private:
 
     const Events events_;
     Inbox inbox_;
-    bool joined_ = false;               // the process's place on the bus is this one's
-    std::mutex mutex_;                  // guards `abandoned_`
-    std::list<std::thread> abandoned_;  // sends whose caller was cancelled; they end with the bus at the latest
+    bool joined_ = false;  // the process's place on the bus is this one's
+    // A send whose caller was cancelled; it ends with its limit or the bus at the latest.
+    struct Abandoned {
+        std::shared_ptr<Call> call;
+        std::thread thread;
+    };
+
+    void Abandon(std::shared_ptr<Call> call, std::thread thread);
+
+    std::mutex mutex_;  // guards `abandoned_`
+    std::list<Abandoned> abandoned_;
 };
 
 }  // namespace ominspect::client

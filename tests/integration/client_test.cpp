@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -176,6 +177,27 @@ TEST_F(Client, EveryWaitCanBeCancelled) {
     EXPECT_EQ(TheSession().Run({"never", ""}, {kEnough, cancel.Token()}).Failure().code, ErrorCode::kCancelled);
 }
 
+TEST_F(Client, CancelledCallsLeaveNoThreadsBehindOnceTheyAreAnswered) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"never"});
+    const auto threads = [] {
+        const std::filesystem::directory_iterator tasks("/proc/self/task");
+        return std::distance(begin(tasks), end(tasks));
+    };
+    const auto cancelOne = [&] {
+        std::stop_source source;
+        std::jthread cancel([&source] { source.request_stop(); });
+        (void)TheSession().State("x", {kEnough, source.get_token()});
+    };
+    cancelOne();
+    const auto before = threads();
+    for (int i = 0; i < 200; ++i) cancelOne();
+    EXPECT_TRUE(Eventually([&] {
+        cancelOne();
+        return threads() <= before + 3;
+    })) << threads();
+}
+
 TEST_F(Client, AServerThatDiesOrRestartsEndsTheWait) {
     std::optional<Child> server(StartServer());
     const Child owner = StartOwner({"later"});
@@ -242,7 +264,7 @@ TEST_F(Client, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo) {
 TEST_F(Client, AStoppedGroupWhoseOwnerDoesNotStopIsSaidToLinger) {
     const Child server = StartServer();
     const Child owner = StartOwner({"later"});
-    const auto error = RunGroup(TheSession(), std::vector<Request>{{"later", ""}}, {}, {seconds(2), std::stop_token()});
+    const auto error = RunGroup(TheSession(), std::vector<Request>{{"later", ""}}, {}, {seconds(4), std::stop_token()});
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code, ErrorCode::kTimeLimit);
     EXPECT_TRUE(error->text.ends_with("; the group was asked to stop, but items of it still run")) << error->text;

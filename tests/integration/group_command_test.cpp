@@ -121,7 +121,7 @@ TEST_F(GroupCommand, AStopFromAnotherTerminalEndsTheGroup) {
 TEST_F(GroupCommand, TheTimeLimitStopsTheGroupAndExitsWithFour) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();
-    const Outcome group = Group({"always_ok", "long_run", "--timeout", "2", "--json"});
+    const Outcome group = Group({"always_ok", "long_run", "--timeout", "4", "--json"});
     EXPECT_EQ(group.exitCode, 4) << group.output;
     EXPECT_TRUE(Holds(group.output, R"("error":{"code":"time-limit")")) << group.output;
     EXPECT_TRUE(Holds(group.output, R"("item":"long_run","status":"fail","text":"stopped")")) << group.output;
