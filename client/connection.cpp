@@ -1,4 +1,4 @@
-// The bus under a session: one task that receives, and sends that wait for their reply.
+// The bus under a session: tasks that receive, and sends that wait for their reply.
 #include "connection.h"
 
 #include <algorithm>
@@ -18,7 +18,9 @@
 namespace ominspect::client {
 namespace {
 
-constexpr const char* kTaskName = "ic_task";
+// Results and restarts have a task of their own: an event function may be slow.
+constexpr const char* kMailTask = "ic_task";
+constexpr const char* kEventTask = "ic_events";
 constexpr std::uint32_t kQueueDepth = 1024;
 // A process id is unique on one machine only; several containers on one bus may meet on it.
 constexpr int kNameAttempts = 8;
@@ -49,8 +51,17 @@ TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param) {
     msg.param = param;
     SetName(msg.dstProcName, OM_INSPECT_PROC_NAME);
     SetName(msg.dstTaskName, OM_INSPECT_TASK_NAME);
-    SetName(msg.replyTaskName, kTaskName);
+    SetName(msg.replyTaskName, kMailTask);
     return msg;
+}
+
+OsTaskDescriptor TaskOf(const char* name, OsTaskHandler handler, OsTaskEntry entry) {
+    OsTaskDescriptor task{};
+    SetName(task.name, name);
+    task.queueDepth = kQueueDepth;
+    task.handler = handler;
+    task.entry = entry;
+    return task;
 }
 
 void SetPayload(TagMsgBlock& msg, std::string& payload) {
@@ -92,8 +103,9 @@ Connection::Connection(Events events) : events_(std::move(events)) {}
 
 Connection::~Connection() {
     if (!joined_) return;
-    OsProcDetach();  // ends the task and every send
-    g_connection = nullptr;
+    OsProcDetach();  // ends the tasks and every send
+    Connection* self = this;
+    (void)g_connection.compare_exchange_strong(self, nullptr);  // another one may have joined by now
     for (Abandoned& send : abandoned_) send.thread.join();
 }
 
@@ -103,48 +115,53 @@ std::optional<Error> Connection::Join(std::string_view processName) {
     if (attached != OS_MSG_OK) return wire::FromBus(attached);
     joined_ = true;
     g_connection = this;
-    OsTaskDescriptor task{};
-    SetName(task.name, kTaskName);
-    task.queueDepth = kQueueDepth;
-    task.handler = HandleMessage;
-    task.entry = RunTask;
-    const std::uint32_t created = OsTaskCreate(&task);
-    if (created != OS_MSG_OK) return wire::FromBus(created);
-    return Subscribe({OS_MSG_EVENT_PROC_RESTART});
+    const OsTaskDescriptor tasks[] = {TaskOf(kMailTask, HandleMail, RunMail),
+                                      TaskOf(kEventTask, HandleEvent, RunEvents)};
+    for (const OsTaskDescriptor& task : tasks) {
+        if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) return wire::FromBus(created);
+    }
+    return Subscribe(kMailTask, {OS_MSG_EVENT_PROC_RESTART});
 }
 
-std::uint32_t Connection::HandleMessage(TagMsgBlock* msg) {
-    // The server is the only one that this task listens to.
-    Connection* connection = g_connection.load();
-    if (connection != nullptr && std::strcmp(msg->srcProcName, OM_INSPECT_PROC_NAME) == 0) connection->Handle(*msg);
+// The server is the only one that the tasks listen to.
+Connection* Connection::Addressee(const TagMsgBlock& msg) {
+    return std::strcmp(msg.srcProcName, OM_INSPECT_PROC_NAME) == 0 ? g_connection.load() : nullptr;
+}
+
+std::uint32_t Connection::HandleMail(TagMsgBlock* msg) {
+    if (Connection* connection = Addressee(*msg)) connection->TakeMail(*msg);
     return 0;
 }
 
-std::uint32_t Connection::RunTask() {
-    const std::uint32_t result = OsMsgTaskRoutineByName(kTaskName);
+std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
+    if (Connection* connection = Addressee(*msg)) connection->TellEvent(*msg);
+    return 0;
+}
+
+std::uint32_t Connection::RunMail() {
+    const std::uint32_t result = OsMsgTaskRoutineByName(kMailTask);
     Connection* connection = g_connection.load();
-    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) {
-        connection->inbox_.BusLost();
-        if (connection->events_.onBusLost) connection->events_.onBusLost();
+    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) connection->inbox_.BusLost();
+    return result;
+}
+
+std::uint32_t Connection::RunEvents() {
+    const std::uint32_t result = OsMsgTaskRoutineByName(kEventTask);
+    Connection* connection = g_connection.load();
+    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr && connection->events_.onBusLost) {
+        connection->events_.onBusLost();
     }
     return result;
 }
 
-// A record that is none is passed over: whoever waits for it has a time limit.
-void Connection::Handle(const TagMsgBlock& msg) {
+void Connection::TakeMail(const TagMsgBlock& msg) {
     const wire::Bytes data(msg.data, msg.dataLen);
     switch (msg.msgId) {
         case OM_INSPECT_MSG_RUN:
-            if (auto result = wire::DecodeResult(data)) inbox_.Put(std::move(*result));
+            if (const auto item = wire::ItemOf(data)) inbox_.Put(*item, wire::DecodeResult(data));
             break;
         case OM_INSPECT_MSG_RUN_GROUP:
-            if (auto record = wire::DecodeGroupRecord(data)) inbox_.Put(std::move(*record));
-            break;
-        case OM_INSPECT_EVENT_RUN:
-            if (const auto result = wire::DecodeResult(data); result && events_.onRun) events_.onRun(*result);
-            break;
-        case OM_INSPECT_EVENT_BUSY:
-            if (const auto busy = wire::DecodeBusy(data); busy && events_.onBusy) events_.onBusy(*busy);
+            if (const auto taskId = wire::TaskOf(data)) inbox_.Put(*taskId, wire::DecodeGroupRecord(data));
             break;
         case OS_MSG_EVENT_PROC_RESTART:
             inbox_.ServerRestarted();
@@ -154,20 +171,32 @@ void Connection::Handle(const TagMsgBlock& msg) {
     }
 }
 
-Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param) {
+// An event that is none is passed over: nobody waits for it.
+void Connection::TellEvent(const TagMsgBlock& msg) const {
+    const wire::Bytes data(msg.data, msg.dataLen);
+    if (msg.msgId == OM_INSPECT_EVENT_RUN && events_.onRun) {
+        if (const auto result = wire::DecodeResult(data)) events_.onRun(*result);
+    } else if (msg.msgId == OM_INSPECT_EVENT_BUSY && events_.onBusy) {
+        if (const auto busy = wire::DecodeBusy(data)) events_.onBusy(*busy);
+    }
+}
+
+Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param,
+                                    std::chrono::milliseconds grace) {
     const TagMsgBlock msg = EnvelopeOf(msgId, param);
-    if (!limit.Cancel().stop_possible()) return Send(msg, std::move(payload), limit.Left());
-    return AskCancellable(msg, std::move(payload), limit);
+    if (!limit.Cancel().stop_possible()) return Send(msg, std::move(payload), limit.Left() + grace);
+    return AskCancellable(msg, std::move(payload), limit, grace);
 }
 
 // The platform's send cannot be ended early: a thread of its own makes it, and is left behind when the caller gives up.
-Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit) {
+Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
+                                               std::chrono::milliseconds grace) {
     const Error cancelled{ErrorCode::kCancelled, "cancelled"};
     if (limit.Cancelled()) return cancelled;
     const auto call = std::make_shared<Call>();
     std::thread send;
     try {
-        send = std::thread([call, head, payload = std::move(payload), time = limit.Left()] {
+        send = std::thread([call, head, payload = std::move(payload), time = limit.Left() + grace] {
             auto reply = Send(head, payload, time);
             const std::lock_guard lock(call->mutex);
             call->reply = std::move(reply);
@@ -177,7 +206,8 @@ Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::str
         return Error{ErrorCode::kInternal, "no thread for the request"};
     }
     std::unique_lock lock(call->mutex);
-    if (call->done.wait(lock, limit.Cancel(), [&] { return call->reply.has_value(); })) {
+    const auto isThere = [&] { return call->reply.has_value(); };
+    if (call->done.wait(lock, limit.Cancel(), isThere) || call->done.wait_for(lock, grace, isThere)) {
         lock.unlock();
         send.join();
         return std::move(*call->reply);
@@ -206,25 +236,37 @@ std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) 
     return std::nullopt;
 }
 
-std::optional<Error> Connection::CheckPresence() {
+Result<bool> Connection::CheckPresence(const Limit& limit) {
     // A state request without a name is answered and does nothing.
-    const auto reply = Ask(OM_INSPECT_MSG_STATE, "", kPresenceLimit);
-    if (reply || reply.Failure().code == ErrorCode::kTimeLimit) return std::nullopt;
-    return reply.Failure();
+    const auto reply = Ask(OM_INSPECT_MSG_STATE, "", Limit(std::min(limit.Left(), kPresenceLimit), limit.Cancel()));
+    if (reply) return true;
+    switch (reply.Failure().code) {
+        case ErrorCode::kServerAbsent:
+        case ErrorCode::kBusUnreachable:
+        case ErrorCode::kDenied:
+        case ErrorCode::kCancelled:
+            return reply.Failure();
+        default:
+            return false;
+    }
 }
 
 std::uint64_t Connection::LostEvents() {
-    return OsMsgDroppedCount(kTaskName);
+    return OsMsgDroppedCount(kEventTask);
 }
 
-std::optional<Error> Connection::Subscribe(std::initializer_list<std::uint32_t> eventIds) {
+std::optional<Error> Connection::SubscribeEvents() {
+    return Subscribe(kEventTask, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
+}
+
+std::optional<Error> Connection::Subscribe(const char* task, std::initializer_list<std::uint32_t> eventIds) {
     std::vector<OsMsgSubscription> subscriptions;
     for (const std::uint32_t eventId : eventIds) {
         OsMsgSubscription& subscription = subscriptions.emplace_back();
         subscription.eventId = eventId;
         SetName(subscription.srcProcName, OM_INSPECT_PROC_NAME);
         SetName(subscription.srcTaskName, OM_INSPECT_TASK_NAME);
-        SetName(subscription.dstTaskName, kTaskName);
+        SetName(subscription.dstTaskName, task);
     }
     const std::uint32_t result =
         OsMsgSubscribeEvent(subscriptions.data(), static_cast<std::uint32_t>(subscriptions.size()), 0);

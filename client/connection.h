@@ -1,4 +1,4 @@
-// The bus under a session: one task that receives, and sends that wait for their reply.
+// The bus under a session: tasks that receive, and sends that wait for their reply.
 #pragma once
 
 #include <cstdint>
@@ -31,27 +31,36 @@ public:
     // Joins the bus; once.
     std::optional<Error> Join(std::string_view processName);
 
-    // Sends a request to the server and waits; the reply's payload, or the error.
-    Result<std::string> Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param = 0);
+    // Sends a request to the server and waits; the reply's payload, or the error. Waits for `grace` longer than the
+    // limit or after a cancellation: for a request whose answer must be known.
+    Result<std::string> Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param = 0,
+                            std::chrono::milliseconds grace = {});
 
     // Sends without a reply.
     static std::optional<Error> Post(std::uint32_t msgId, std::string payload);
 
-    // Why nothing can be expected of the server; nothing when it is there, or too busy to say so.
-    std::optional<Error> CheckPresence();
+    // Whether the server is there and answers; false: it is too busy to say so. Cancelled, ServerAbsent,
+    // BusUnreachable, Denied.
+    Result<bool> CheckPresence(const Limit& limit);
 
-    // Begins to hear of these events of the server; of its restarts since the session joined.
-    static std::optional<Error> Subscribe(std::initializer_list<std::uint32_t> eventIds);
+    // Begins to tell the server's events.
+    static std::optional<Error> SubscribeEvents();
 
     static std::uint64_t LostEvents();
 
     Inbox& Mail() { return inbox_; }
 
 private:
-    static std::uint32_t HandleMessage(TagMsgBlock* msg);
-    static std::uint32_t RunTask();
-    void Handle(const TagMsgBlock& msg);
-    Result<std::string> AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit);
+    static Connection* Addressee(const TagMsgBlock& msg);
+    static std::uint32_t HandleMail(TagMsgBlock* msg);
+    static std::uint32_t HandleEvent(TagMsgBlock* msg);
+    static std::uint32_t RunMail();
+    static std::uint32_t RunEvents();
+    static std::optional<Error> Subscribe(const char* task, std::initializer_list<std::uint32_t> eventIds);
+    void TakeMail(const TagMsgBlock& msg);
+    void TellEvent(const TagMsgBlock& msg) const;
+    Result<std::string> AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
+                                       std::chrono::milliseconds grace);
 
     const Events events_;
     Inbox inbox_;

@@ -11,8 +11,7 @@ namespace {
 
 // How often a refused group asks again, and an ending one whether it has ended.
 constexpr std::chrono::milliseconds kAskAgain{250};
-// What the server may need to begin a group, and to stop one; the runner looks at its stop flag once a second.
-constexpr std::chrono::milliseconds kStartLimit{10000};
+// What the server may need to stop a group; the runner looks at its stop flag once a second.
 constexpr std::chrono::milliseconds kStopLimit{6000};
 
 // Waits, unless the limit is over or cancelled before.
@@ -31,14 +30,12 @@ std::optional<Error> OverError(const Limit& limit) {
 }
 
 Result<GroupRun> Start(Session& session, std::span<const Request> requests, const GroupOptions& options,
-                       const Limit& limit) {
+                       bool waitForTurn, const Limit& limit) {
     bool told = false;
     for (;;) {
         if (auto over = OverError(limit)) return *over;
-        // Not cancelled half-way: a group whose task id nobody has heard could not be stopped.
-        const auto time = std::min(limit.Left(), kStartLimit);
-        auto run = session.StartGroup(requests, time);
-        if (run || run.Failure().code != ErrorCode::kGroupBusy || !options.waitForTurn) return run;
+        auto run = session.StartGroup(requests, limit);
+        if (run || run.Failure().code != ErrorCode::kGroupBusy || !waitForTurn) return run;
         if (!told && options.onRefused) options.onRefused();
         told = true;
         Pause(kAskAgain, limit);
@@ -53,12 +50,6 @@ bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
         if (!*known) return true;
         Pause(kAskAgain, limit);
     }
-}
-
-// After the record: the group ends at once when it is asked to.
-std::optional<Error> End(Session& session, const GroupRun& run) {
-    if (AwaitEnd(session, run.TaskId(), kStopLimit)) return std::nullopt;
-    return Error{ErrorCode::kTimeLimit, "the group does not end in the server"};
 }
 
 // Before the record: the items that run are asked to stop, and the record may come all the same.
@@ -86,17 +77,19 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
     }
     for (std::size_t first = 0; first < requests.size(); first += kGroupSlots) {
         const auto slice = requests.subspan(first, std::min(kGroupSlots, requests.size() - first));
-        auto run = Start(session, slice, options, limit);
+        // Once it has had its turn, the rest belongs to it.
+        auto run = Start(session, slice, options, options.waitForTurn || first > 0, limit);
         if (!run) return run.Failure();
         if (options.onStart) options.onStart(run->TaskId(), first, slice.size());
         const auto record = run->Await(limit);
         if (!record) {
             const ErrorCode code = record.Failure().code;
-            const bool over = code == ErrorCode::kTimeLimit || code == ErrorCode::kCancelled;
-            return over ? Break(session, *run, options, record.Failure()) : record.Failure();
+            const bool gone = code == ErrorCode::kServerAbsent || code == ErrorCode::kBusUnreachable;
+            return gone ? record.Failure() : Break(session, *run, options, record.Failure());
         }
         if (options.onRecord) options.onRecord(*record);
-        if (auto error = End(session, *run)) return error;
+        // A server that is too busy to say so has the stop in its queue: the results are there all the same.
+        (void)AwaitEnd(session, run->TaskId(), Limit(std::max(limit.Left(), kStopLimit), limit.Cancel()));
     }
     return std::nullopt;
 }

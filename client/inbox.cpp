@@ -14,25 +14,33 @@ constexpr std::size_t kMaxResults = 1024;
 
 }  // namespace
 
-void Inbox::Put(ItemResult result) {
+void Inbox::Put(const std::string& item, Result<ItemResult> result) {
     const std::lock_guard lock(mutex_);
-    const auto found = results_.find(result.name);
-    if (found == results_.end()) return;
-    if (found->second.size() == kMaxResults) found->second.pop_front();
-    found->second.push_back(std::move(result));
+    const auto found = boxes_.find(item);
+    if (found == boxes_.end()) return;
+    Box& box = found->second;
+    if (!result || result->status != "running") box.isOwed = false;
+    if (!box.isExpected) {
+        if (!box.isOwed) boxes_.erase(found);
+        return;
+    }
+    if (box.results.size() == kMaxResults) box.results.pop_front();
+    box.results.push_back(std::move(result));
     changed_.notify_all();
 }
 
-void Inbox::Put(GroupRecord record) {
+void Inbox::Put(std::uint32_t taskId, Result<GroupRecord> record) {
     const std::lock_guard lock(mutex_);
     if (records_.size() == kMaxRecords) records_.pop_front();
-    records_.push_back(std::move(record));
+    records_.push_back({taskId, std::move(record)});
     changed_.notify_all();
 }
 
 void Inbox::ServerRestarted() {
     const std::lock_guard lock(mutex_);
     ++serverLife_;
+    std::erase_if(boxes_, [](const auto& entry) { return !entry.second.isExpected; });
+    for (auto& [item, box] : boxes_) box.isOwed = false;
     changed_.notify_all();
 }
 
@@ -47,50 +55,63 @@ std::uint64_t Inbox::ServerLife() const {
     return serverLife_;
 }
 
-bool Inbox::Expect(const std::string& item) {
+Inbox::Expected Inbox::Expect(const std::string& item) {
     const std::lock_guard lock(mutex_);
-    return results_.try_emplace(item).second;
+    const auto [entry, fresh] = boxes_.try_emplace(item);
+    if (fresh) return Expected::kNew;
+    if (entry->second.isExpected) return Expected::kTwice;
+    entry->second.isExpected = true;
+    return Expected::kTakenUp;
 }
 
 void Inbox::Forget(const std::string& item) {
     const std::lock_guard lock(mutex_);
-    results_.erase(item);
+    const auto found = boxes_.find(item);
+    if (found == boxes_.end()) return;
+    found->second.isExpected = false;
+    found->second.results.clear();
+    if (!found->second.isOwed) boxes_.erase(found);
+}
+
+void Inbox::Withdraw(const std::string& item) {
+    const std::lock_guard lock(mutex_);
+    boxes_.erase(item);
 }
 
 template <typename T, typename Take>
 Result<std::optional<T>> Inbox::Wait(std::uint64_t life, const Limit& limit, Limit::Clock::time_point deadline,
                                      Take take) {
     std::unique_lock lock(mutex_);
-    std::optional<T> taken;
+    std::optional<Result<T>> taken;
     (void)changed_.wait_until(lock, limit.Cancel(), deadline, [&] {
         taken = take();
         return taken || busLost_ || serverLife_ != life;
     });
-    if (taken) return taken;
+    if (taken) return *taken ? Result<std::optional<T>>(std::optional<T>(std::move(**taken))) : taken->Failure();
     if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
     if (busLost_) return Error{ErrorCode::kBusUnreachable, "the message bus was lost"};
     if (serverLife_ != life) return Error{ErrorCode::kServerAbsent, "the server restarted and forgot the run"};
-    return taken;
+    return std::optional<T>();
 }
 
 Result<std::optional<ItemResult>> Inbox::TakeResult(const std::string& item, std::uint64_t life, const Limit& limit,
                                                     Limit::Clock::time_point deadline) {
-    return Wait<ItemResult>(life, limit, deadline, [this, &item]() -> std::optional<ItemResult> {
-        const auto found = results_.find(item);
-        if (found == results_.end() || found->second.empty()) return std::nullopt;
-        ItemResult result = std::move(found->second.front());
-        found->second.pop_front();
+    return Wait<ItemResult>(life, limit, deadline, [this, &item]() -> std::optional<Result<ItemResult>> {
+        const auto found = boxes_.find(item);
+        if (found == boxes_.end() || found->second.results.empty()) return std::nullopt;
+        Result<ItemResult> result = std::move(found->second.results.front());
+        found->second.results.pop_front();
         return result;
     });
 }
 
 Result<std::optional<GroupRecord>> Inbox::TakeRecord(std::uint32_t taskId, std::uint64_t life, const Limit& limit,
                                                      Limit::Clock::time_point deadline) {
-    return Wait<GroupRecord>(life, limit, deadline, [this, taskId]() -> std::optional<GroupRecord> {
+    return Wait<GroupRecord>(life, limit, deadline, [this, taskId]() -> std::optional<Result<GroupRecord>> {
         const auto found = std::find_if(records_.begin(), records_.end(),
-                                        [taskId](const GroupRecord& record) { return record.taskId == taskId; });
+                                        [taskId](const Record& record) { return record.taskId == taskId; });
         if (found == records_.end()) return std::nullopt;
-        GroupRecord record = std::move(*found);
+        Result<GroupRecord> record = std::move(found->content);
         records_.erase(found);
         return record;
     });

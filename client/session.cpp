@@ -12,8 +12,13 @@
 namespace ominspect::client {
 namespace {
 
-// How often somebody who waits for a message asks whether the server is still there.
+// How often somebody who waits for a message asks whether the server is still there; less and less often while it is
+// too busy to answer, as each question stays in its queue.
 constexpr std::chrono::seconds kPresencePeriod{2};
+constexpr std::chrono::seconds kLongestPeriod{60};
+
+// How much longer the answer to a group's start is waited for: a group whose task id nobody knows cannot be stopped.
+constexpr std::chrono::milliseconds kStartGrace{6000};
 
 wire::Bytes BytesOf(const std::string& text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
@@ -22,13 +27,15 @@ wire::Bytes BytesOf(const std::string& text) {
 // Waits with `take` for a message of the server, as long as there is a server to send it.
 template <typename T, typename Take>
 Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
-    for (;;) {
-        Result<std::optional<T>> taken =
-            take(std::min<Limit::Clock::time_point>(limit.Deadline(), Limit::Clock::now() + kPresencePeriod));
+    for (std::chrono::seconds period = kPresencePeriod;;) {
+        const auto slice = std::min<Limit::Clock::time_point>(limit.Deadline(), Limit::Clock::now() + period);
+        Result<std::optional<T>> taken = take(slice);
         if (!taken) return taken.Failure();
         if (*taken) return std::move(**taken);
         if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
-        if (auto error = connection.CheckPresence()) return *error;
+        const auto answers = connection.CheckPresence(limit);
+        if (!answers) return answers.Failure();
+        period = *answers ? kPresencePeriod : std::min(period * 2, kLongestPeriod);
     }
 }
 
@@ -97,24 +104,37 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
     auto text = wire::EncodeRequest(request);
     if (!text) return text.Failure();
     if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
+    if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
     // The message itself goes unnoticed when there is no server.
-    if (auto error = connection_->CheckPresence()) return *error;
+    if (const auto answers = connection_->CheckPresence(limit); !answers) return answers.Failure();
     Inbox& mail = connection_->Mail();
     const std::uint64_t life = mail.ServerLife();
-    if (!mail.Expect(request.item)) {
+    const Inbox::Expected expected = mail.Expect(request.item);
+    if (expected == Inbox::Expected::kTwice) {
         return Error{ErrorCode::kInvalidArgument, "this session waits for a run of the item already"};
     }
-    BackgroundRun run(*connection_, request.item, life);
-    if (auto error = Connection::Post(OM_INSPECT_MSG_START, std::move(*text))) return *error;
-    return run;
+    if (expected == Inbox::Expected::kNew) {
+        if (auto error = Connection::Post(OM_INSPECT_MSG_START, std::move(*text))) {
+            mail.Withdraw(request.item);
+            return *error;
+        }
+    }
+    return BackgroundRun(*connection_, request.item, life);
 }
 
 Result<GroupRun> Session::StartGroup(std::span<const Request> requests, const Limit& limit) {
     auto payload = wire::EncodeGroup(requests);
     if (!payload) return payload.Failure();
     const std::uint64_t life = connection_->Mail().ServerLife();
-    const auto reply = connection_->Ask(OM_INSPECT_MSG_START_GROUP, std::move(*payload), limit);
-    if (!reply) return reply.Failure();
+    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
+    if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    const auto reply = connection_->Ask(OM_INSPECT_MSG_START_GROUP, std::move(*payload), limit, 0, kStartGrace);
+    if (!reply) {
+        Error error = reply.Failure();
+        const bool unknown = error.code == ErrorCode::kTimeLimit || error.code == ErrorCode::kCancelled;
+        if (unknown) error.text += "; the server is busy and may start the group yet";
+        return error;
+    }
     const auto taskId = wire::DecodeGroupReply(BytesOf(*reply));
     if (!taskId) return taskId.Failure();
     return GroupRun(*connection_, *taskId, life);
@@ -156,7 +176,7 @@ Result<Catalogue> Session::List(const Limit& limit) {
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::optional<Error> Session::Subscribe() {
-    return Connection::Subscribe({OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
+    return Connection::SubscribeEvents();
 }
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)

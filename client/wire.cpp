@@ -93,6 +93,12 @@ std::optional<std::string> TextOf(const char (&field)[size]) {
     return std::string(field, length);
 }
 
+// The same, cut where it does not end.
+template <std::size_t size>
+std::string CutTextOf(const char (&field)[size]) {
+    return std::string(field, strnlen(field, size));
+}
+
 std::optional<std::uint32_t> NumberOf(Bytes data) {
     std::uint32_t number = 0;
     if (data.size() != sizeof number) return std::nullopt;
@@ -172,10 +178,13 @@ Result<GroupRecord> DecodeGroupRecord(Bytes bytes) {
     GroupRecord record{raw->taskId, {}};
     for (std::uint32_t i = 0; i < raw->count; ++i) {
         const tagKivoOmInspectionDataItem& item = raw->items[i];
-        auto result = ResultOf(item.result);
-        if (!result) return result.Failure();
         if (item.startTime > kLatest || item.endTime > kLatest) return Malformed("a group record with an absurd time");
-        record.items.push_back({std::move(*result), TimeOf(item.startTime), TimeOf(item.endTime)});
+        const bool isMalformed = !ResultOf(item.result);
+        record.items.push_back(
+            {{CutTextOf(item.result.name), CutTextOf(item.result.status), CutTextOf(item.result.text)},
+             isMalformed,
+             TimeOf(item.startTime),
+             TimeOf(item.endTime)});
     }
     return record;
 }
@@ -245,6 +254,18 @@ Result<ItemState> DecodeStateReply(Bytes reply) {
         default:
             return Malformed("an unknown state " + std::to_string(*number));
     }
+}
+
+std::optional<std::string> ItemOf(Bytes record) {
+    char name[OM_INSPECT_NAME_SIZE]{};
+    if (record.size() < sizeof name) return std::nullopt;
+    std::memcpy(name, record.data(), sizeof name);
+    return TextOf(name);
+}
+
+std::optional<std::uint32_t> TaskOf(Bytes record) {
+    if (record.size() < sizeof(std::uint32_t)) return std::nullopt;
+    return NumberOf(record.first(sizeof(std::uint32_t)));
 }
 
 Result<bool> DecodeBusy(Bytes data) {

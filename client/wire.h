@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -39,11 +40,16 @@ Result<std::uint32_t> DecodeCount(Bytes reply);
 // NUL.
 Result<std::vector<ConfiguredItem>> DecodeList(Bytes bytes);
 
-// The 6688-byte record of a group run. MalformedReply: another size, more than 32 items, or a text without its NUL.
+// The 6688-byte record of a group run. MalformedReply: another size, or more than 32 items.
 Result<GroupRecord> DecodeGroupRecord(Bytes bytes);
 
 // A 192-byte result record. MalformedReply: another size, or a text without its NUL.
 Result<ItemResult> DecodeResult(Bytes record);
+
+// Whom a record concerns that may be malformed otherwise: a result's item, a group record's task. Nothing when the
+// bytes do not even hold that.
+std::optional<std::string> ItemOf(Bytes record);
+std::optional<std::uint32_t> TaskOf(Bytes record);
 
 // The data of the busy event: true for busy. MalformedReply: neither of its values.
 Result<bool> DecodeBusy(Bytes data);

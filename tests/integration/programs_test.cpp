@@ -130,8 +130,17 @@ TEST_F(Programs, ASynchronousItemWhoseOwnerReportsLaterIsWaitedForAndSaidToBeMis
     const Child owner = StartOwner("owner1", {"bsp_mainboard_ft:3000@later"});
     const Outcome run = Ctl({"run", "bsp_mainboard_ft"});
     EXPECT_EQ(run.exitCode, 1) << run.output;
-    EXPECT_TRUE(Holds(run.output, "configured as synchronous, but its owner reports later")) << run.output;
+    EXPECT_TRUE(Holds(run.output, "bsp_mainboard_ft gave no result at once")) << run.output;
     EXPECT_TRUE(Holds(run.output, "timeout")) << run.output;
+}
+
+TEST_F(Programs, AMalformedResultIsSaidAndTheOtherItemsRun) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"size_192", "bsp_mainboard_ft@size_192", "ok"});
+    const Outcome run = Ctl({"run", "size_192", "bsp_mainboard_ft", "ok"});
+    EXPECT_EQ(run.exitCode, 3) << run.output;
+    EXPECT_TRUE(Holds(run.output, "size_192: a result with a text that does not end")) << run.output;
+    EXPECT_TRUE(Holds(run.output, "answered by owner1")) << run.output;
 }
 
 TEST_F(Programs, TheListShowsTheConfiguredItemsAndTheirStates) {

@@ -44,12 +44,11 @@ protected:
     Child StartServer(bool shortLimits = false, const std::vector<std::string>& extraEnvironment = {});
 
     // Whether the server comes to rest: its last event says idle, and no job is left, each of which has a thread of its
-    // own.
-    static bool EventuallyAtRest(const Child& server);
+    // own. Gives all events that it has seen.
+    bool EventuallyAtRest(const Child& server, std::vector<std::string>* events = nullptr) const;
 
-    static size_t ThreadsOf(const Child& process);
-    // The server's main thread, three tasks, timers, the bus's standby, and in its first minute the log backup.
-    static constexpr size_t kThreadsAtRest = 7;
+    // How many threads the server has beyond those it has at rest.
+    [[nodiscard]] size_t Jobs(const Child& server) const;
 
     // What the operations log holds.
     [[nodiscard]] std::string ServerLog() const;

@@ -15,7 +15,7 @@ protected:
     Progress() { progress_.Begin(4711, 0, 3); }
 
     static GroupItem Item(const char* name, const char* status, const char* text, int start = 0, int end = 0) {
-        GroupItem item{{name, status, text}, std::nullopt, std::nullopt};
+        GroupItem item{{name, status, text}, false, std::nullopt, std::nullopt};
         if (start > 0) item.start = SystemTime(milliseconds(start));
         if (end > 0) item.end = SystemTime(milliseconds(end));
         return item;
@@ -64,6 +64,22 @@ TEST_F(Progress, TheRecordHasTheLastWord) {
     EXPECT_FALSE(progress_.Passed());
 }
 
+TEST_F(Progress, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
+    progress_.OnRecord({4711, {Item("load", "success", "OK"), Item("disk", "success", ""), Item("x", "success", "")}});
+    EXPECT_FALSE(progress_.OnRun({"load", "running", "begin"}, now_));
+    EXPECT_FALSE(progress_.OnRun({"load", "fail", "other"}, now_));
+    EXPECT_EQ(progress_.Line(0), "load  success           -  OK");
+    EXPECT_TRUE(progress_.Passed());
+}
+
+TEST_F(Progress, AMalformedResultIsAFailure) {
+    GroupItem malformed = Item("load", "success", "text without an end");
+    malformed.isMalformed = true;
+    progress_.OnRecord({4711, {malformed, Item("disk", "success", ""), Item("x", "success", "")}});
+    EXPECT_EQ(progress_.Line(0), "load  malformed          -  the owner's result has a text that does not end");
+    EXPECT_FALSE(progress_.Passed());
+}
+
 TEST_F(Progress, AllItemsMustHaveEndedWithSuccessToPass) {
     progress_.OnRecord({4711, {Item("load", "success", ""), Item("disk", "success", ""), Item("x", "success", "")}});
     EXPECT_TRUE(progress_.Passed());
@@ -93,7 +109,7 @@ TEST(GroupProgress, EachGroupHasItsOwnRows) {
     EXPECT_FALSE(progress.OnRun({"a", "running", ""}, {}));  // no group has begun
     progress.Begin(17, 0, 2);
     EXPECT_EQ(progress.RowsOf("a"), std::vector<std::size_t>{0});
-    progress.OnRecord({17, {{{"a", "success", "1"}, {}, {}}, {{"b", "success", "2"}, {}, {}}}});
+    progress.OnRecord({17, {{{"a", "success", "1"}, false, {}, {}}, {{"b", "success", "2"}, false, {}, {}}}});
     progress.Begin(18, 2, 1);
     EXPECT_EQ(progress.RowsOf("a"), std::vector<std::size_t>{2});
     EXPECT_TRUE(progress.OnRun({"a", "fail", "3"}, {}));

@@ -91,6 +91,20 @@ TEST_F(HistoryTest, EachBusHasItsOwn) {
     EXPECT_EQ(Found("load"), "success/of one bus");
 }
 
+TEST_F(HistoryTest, ABusThatIsUsedAgainIsNotTheOldest) {
+    Remember("load", "success", "daily");
+    for (int i = 0; i < 15; ++i) {
+        (void)setenv("KIVO_BUS_ADDRESS", ("unix:path=/" + std::to_string(i)).c_str(), 1);
+        Remember("load", "success", "");
+    }
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    Remember("load", "success", "daily");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/another", 1);
+    Remember("load", "success", "");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    EXPECT_EQ(Found("load"), "success/daily");
+}
+
 TEST_F(HistoryTest, TheOldestBusesAndItemsAreForgotten) {
     for (int i = 0; i < 17; ++i) {
         (void)setenv("KIVO_BUS_ADDRESS", ("unix:path=/" + std::to_string(i)).c_str(), 1);

@@ -55,6 +55,14 @@ TEST(RunJson, IsValidUtf8WhateverTheOwnerWrote) {
               "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\",\"durationMs\":7}");
 }
 
+TEST(RunJson, HoldsNothingThatATerminalWouldObey) {
+    EXPECT_EQ(RunJson(Row("a", "b",
+                          "\xC2\x9B"
+                          "2J"))
+                  .Print(),
+              R"({"item":"a","status":"b","text":"\u009b2J","durationMs":7})");
+}
+
 TEST(RunJson, HasAHintWhereOneHelps) {
     const std::string row = RunJson(Row("x", "fail", "no support")).Print();
     EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"

@@ -186,12 +186,33 @@ TEST(GroupRecordBytes, ThatAreNoRecordAreMalformed) {
     EXPECT_EQ(wire::DecodeGroupRecord(std::vector<unsigned char>(6687)).Failure().code, ErrorCode::kMalformedReply);
     EXPECT_TRUE(wire::DecodeGroupRecord(GroupBytes(17, 32).Bytes()));
     EXPECT_EQ(wire::DecodeGroupRecord(GroupBytes(17, 33).Bytes()).Failure().code, ErrorCode::kMalformedReply);
-    GroupBytes unended(17, 1);
-    std::memset(unended.Bytes().data() + 32 + 32, 'x', 32);
-    EXPECT_EQ(wire::DecodeGroupRecord(unended.Bytes()).Failure().code, ErrorCode::kMalformedReply);
     GroupBytes absurd(17, 1);
     absurd.Put<std::uint64_t>(32 + 200, 0xFFFFFFFFFFFFFFFF);
     EXPECT_EQ(wire::DecodeGroupRecord(absurd.Bytes()).Failure().code, ErrorCode::kMalformedReply);
+}
+
+TEST(GroupRecordBytes, WithATextThatDoesNotEndStillGiveTheOtherItems) {
+    GroupBytes bytes(17, 2);
+    bytes.Item(0, "a", "", "").Item(1, "b", "success", "fine");
+    std::memset(bytes.Bytes().data() + 32 + 32, 'x', 32);
+    const auto record = wire::DecodeGroupRecord(bytes.Bytes());
+    ASSERT_TRUE(record);
+    EXPECT_TRUE(record->items[0].isMalformed);
+    EXPECT_EQ(record->items[0].result.status, std::string(32, 'x'));
+    EXPECT_FALSE(record->items[1].isMalformed);
+    EXPECT_EQ(record->items[1].result.text, "fine");
+}
+
+TEST(MalformedRecord, SaysWhomItConcerns) {
+    EXPECT_EQ(wire::ItemOf(Record("load", "success", "")), "load");
+    auto unended = Record("load", "success", "");
+    std::memset(unended.data() + 64, 'x', 128);
+    EXPECT_EQ(wire::ItemOf(unended), "load");
+    std::memset(unended.data(), 'x', 32);
+    EXPECT_EQ(wire::ItemOf(unended), std::nullopt);
+    EXPECT_EQ(wire::ItemOf(std::vector<unsigned char>(31)), std::nullopt);
+    EXPECT_EQ(wire::TaskOf(GroupBytes(4711, 99).Bytes()), 4711U);
+    EXPECT_EQ(wire::TaskOf(std::vector<unsigned char>(3)), std::nullopt);
 }
 
 TEST(ItemListBytes, GiveNameLevelAndMode) {

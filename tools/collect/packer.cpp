@@ -3,7 +3,6 @@
 #include "packer.h"
 
 #include <algorithm>
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>

@@ -1,4 +1,4 @@
-// Ctrl-C and SIGTERM, readable as a descriptor: signalfd(2).
+// Ctrl-C, SIGTERM and the end of the terminal, readable as a descriptor: signalfd(2).
 #include "end_signals.h"
 
 #include <csignal>
@@ -13,6 +13,7 @@ EndSignals::EndSignals() {
     (void)sigemptyset(&set);
     (void)sigaddset(&set, SIGINT);
     (void)sigaddset(&set, SIGTERM);
+    (void)sigaddset(&set, SIGHUP);
     (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
     fd_ = signalfd(-1, &set, SFD_CLOEXEC);
 }

@@ -1,10 +1,10 @@
-// Ctrl-C and SIGTERM, readable as a descriptor.
+// Ctrl-C, SIGTERM and the end of the terminal, readable as a descriptor.
 #pragma once
 
 namespace ominspect::ctl {
 
-// Blocks SIGINT and SIGTERM in this thread and in those it starts later; they stay blocked, since the program ends with
-// the command. Made before any other thread.
+// Blocks SIGINT, SIGTERM and SIGHUP in this thread and in those it starts later; they stay blocked, since the program
+// ends with the command. Made before any other thread.
 class EndSignals {
 public:
     EndSignals();

@@ -1,6 +1,7 @@
 // The command group: several items at once, with their progress.
 #include "ominspect/client/group.h"
 
+#include <csignal>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -74,7 +75,7 @@ std::optional<client::Error> RunOn(client::Session& session, const GroupCommandO
                 const auto now = std::chrono::system_clock::now();
                 for (const client::GroupItem& item : record.items) history.Add(item.result, item.end.value_or(now));
             },
-        .onRefused = [] { Complain("the server runs a group of this name already (16); waiting for its end"); }};
+        .onRefused = [&] { display.Say("the server runs a group of this name already (16); waiting for its end"); }};
     auto error = client::RunGroup(session, requests, group, limit);
     SaveHistory(history);
     return error;
@@ -87,6 +88,8 @@ ExitCode Group(const GroupCommandOptions& options) {
     for (const std::string& item : options.items) {
         if (const auto error = client::CheckRequest({item, options.cmd})) return Fail(item, *error, options.json);
     }
+    // A closed pipe is an error of the output, and no reason to leave the group behind.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     const Interrupt interrupt;  // before the session, whose threads inherit the mask
     const client::Limit limit(options.limit, interrupt.Token());
     DisplaySlot slot;
@@ -102,7 +105,7 @@ ExitCode Group(const GroupCommandOptions& options) {
                  std::to_string(client::kGroupSlots) + ", one after the other");
     }
 
-    const auto display = std::make_shared<GroupDisplay>(*items, options.json);
+    const auto display = std::make_shared<GroupDisplay>(*items, options.json, [&interrupt] { interrupt.Cancel(); });
     slot.Fill(display);
     const auto error = RunOn(**session, options, *items, *display, limit);
     const bool passed = display->Finish(error);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -40,14 +41,16 @@ Screen ScreenNow() {
 
 }  // namespace
 
-GroupDisplay::GroupDisplay(const std::vector<std::string>& items, bool json)
-    : mode_(json           ? Mode::kJson
-            : IsTerminal() ? Mode::kTerminal
-                           : Mode::kLines),
-      progress_(items) {
+GroupDisplay::GroupDisplay(const std::vector<std::string>& items, bool json, std::function<void()> onBroken)
+    : mode_(ModeOf(json)), onBroken_(std::move(onBroken)), progress_(items) {
     if (mode_ == Mode::kTerminal) {
         ticker_ = std::jthread([this](const std::stop_token& over) { RedrawWhileItRuns(over); });
     }
+}
+
+GroupDisplay::Mode GroupDisplay::ModeOf(bool json) {
+    if (json) return Mode::kJson;
+    return IsTerminal() ? Mode::kTerminal : Mode::kLines;
 }
 
 GroupDisplay::~GroupDisplay() = default;
@@ -57,22 +60,37 @@ void GroupDisplay::OnStart(std::uint32_t taskId, std::size_t first, std::size_t 
     progress_.Begin(taskId, first, count);
     title_ = "task " + std::to_string(taskId) + ": " + std::to_string(count) + (count == 1 ? " item" : " items");
     if (mode_ == Mode::kLines) {
-        PrintLine(title_);
-        if (first == 0) PrintLine(progress_.Head());
+        Print(title_);
+        if (first == 0) Print(progress_.Head());
     }
 }
 
 void GroupDisplay::OnRun(const client::ItemResult& result) {
     const std::lock_guard lock(mutex_);
     if (finished_ || !progress_.OnRun(result, GroupProgress::Clock::now()) || mode_ != Mode::kLines) return;
-    for (const std::size_t row : progress_.RowsOf(result.name)) PrintLine(progress_.Line(row));
+    for (const std::size_t row : progress_.RowsOf(result.name)) Print(progress_.Line(row));
 }
 
 void GroupDisplay::OnRecord(const client::GroupRecord& record) {
     const std::lock_guard lock(mutex_);
     const auto changed = progress_.OnRecord(record);
     if (mode_ != Mode::kLines) return;
-    for (const std::size_t row : changed) PrintLine(progress_.Line(row));
+    for (const std::size_t row : changed) Print(progress_.Line(row));
+}
+
+void GroupDisplay::Say(const std::string& text) {
+    const std::lock_guard lock(mutex_);
+    Erase();
+    Complain(text);
+}
+
+void GroupDisplay::Print(const std::string& line) {
+    PrintLine(line);
+    CheckOutput();
+}
+
+void GroupDisplay::CheckOutput() const {
+    if (std::ferror(stdout) != 0) onBroken_();
 }
 
 bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
@@ -84,12 +102,12 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
             if (!title_.empty()) Redraw(progress_.Visible(progress_.Count()));
             break;
         case Mode::kLines:
-            if (!title_.empty()) PrintLine(progress_.Summary());
+            if (!title_.empty()) Print(progress_.Summary());
             break;
         case Mode::kJson: {
             auto document = progress_.Document();
             if (error) document.Put("error", ErrorJson(*error));
-            PrintLine(document.Print());
+            Print(document.Print());
             break;
         }
     }
@@ -111,11 +129,13 @@ void GroupDisplay::Erase() {
     drawn_ = 0;
 }
 
-// No line may wrap, or the way back would be longer than what was drawn.
+// No line may wrap, or the way back would be longer than what was drawn: lines are cut, and for characters that take
+// two columns the terminal is told not to wrap.
 void GroupDisplay::Redraw(const std::vector<std::size_t>& rows) {
     const std::size_t columns = ScreenNow().columns;
     const auto now = GroupProgress::Clock::now();
     Erase();
+    (void)std::printf("\x1b[?7l");
     const auto draw = [&](const std::string& line) {
         const std::string_view cut = text::CutToWidth(line, columns);
         (void)std::printf("%.*s\n", static_cast<int>(cut.size()), cut.data());
@@ -125,7 +145,9 @@ void GroupDisplay::Redraw(const std::vector<std::size_t>& rows) {
     draw(progress_.Head());
     for (const std::size_t row : rows) draw(progress_.Line(row, now));
     draw(progress_.Summary());
+    (void)std::printf("\x1b[?7h");
     (void)std::fflush(stdout);
+    CheckOutput();
 }
 
 }  // namespace ominspect::ctl

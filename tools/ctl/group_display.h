@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,7 +17,8 @@ namespace ominspect::ctl {
 // Its functions may be called from any thread, Finish once and last.
 class GroupDisplay {
 public:
-    GroupDisplay(const std::vector<std::string>& items, bool json);
+    // `onBroken` is called, perhaps more than once, when the output cannot be written any more.
+    GroupDisplay(const std::vector<std::string>& items, bool json, std::function<void()> onBroken);
     ~GroupDisplay();
     GroupDisplay(const GroupDisplay&) = delete;
     GroupDisplay& operator=(const GroupDisplay&) = delete;
@@ -25,17 +27,25 @@ public:
     void OnRun(const client::ItemResult& result);
     void OnRecord(const client::GroupRecord& record);
 
+    // Says something beside the progress.
+    void Say(const std::string& text);
+
     // The end of the run, with the error that ended it early, if any; whether all items passed.
     bool Finish(const std::optional<client::Error>& error);
 
 private:
     enum class Mode { kTerminal, kLines, kJson };
 
+    static Mode ModeOf(bool json);
     void RedrawWhileItRuns(const std::stop_token& over);
     void Redraw(const std::vector<std::size_t>& rows);
     void Erase();
 
+    void Print(const std::string& line);
+    void CheckOutput() const;
+
     const Mode mode_;
+    const std::function<void()> onBroken_;
     std::mutex mutex_;  // guards everything below, and the screen
     GroupProgress progress_;
     std::string title_;      // of the group that began last; empty before the first

@@ -18,7 +18,7 @@ GroupProgress::GroupProgress(const std::vector<std::string>& items) : nameWidth_
 }
 
 void GroupProgress::Begin(std::uint32_t taskId, std::size_t first, std::size_t count) {
-    groups_.push_back({taskId, first, count});
+    groups_.push_back({.taskId = taskId, .first = first, .count = count});
 }
 
 std::vector<std::size_t> GroupProgress::RowsOf(const std::string& item) const {
@@ -34,6 +34,7 @@ std::vector<std::size_t> GroupProgress::RowsOf(const std::string& item) const {
 bool GroupProgress::OnRun(const client::ItemResult& result, Clock::time_point now) {
     const bool runs = result.status == "running";
     bool news = false;
+    if (groups_.empty() || groups_.back().isRecorded) return news;
     for (const std::size_t at : RowsOf(result.name)) {
         Row& row = rows_[at];
         const Phase phase = runs ? Phase::kRunning : Phase::kDone;
@@ -51,10 +52,12 @@ bool GroupProgress::OnRun(const client::ItemResult& result, Clock::time_point no
 std::vector<std::size_t> GroupProgress::OnRecord(const client::GroupRecord& record) {
     std::vector<std::size_t> changed;
     if (groups_.empty()) return changed;
-    const Group& group = groups_.back();
+    Group& group = groups_.back();
+    group.isRecorded = true;
     for (std::size_t i = 0; i < std::min(group.count, record.items.size()); ++i) {
-        const client::GroupItem& item = record.items[i];
         Row& row = rows_[group.first + i];
+        client::GroupItem item = record.items[i];
+        if (item.isMalformed) item.result = {row.item, "malformed", "the owner's result has a text that does not end"};
         const Phase phase = item.result.name.empty() ? Phase::kNotRun : Phase::kDone;
         const bool same =
             row.phase == phase && row.result.status == item.result.status && row.result.text == item.result.text;

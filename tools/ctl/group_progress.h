@@ -22,7 +22,8 @@ public:
     // `count` items, from the one at `first` on, are now the server's.
     void Begin(std::uint32_t taskId, std::size_t first, std::size_t count);
 
-    // An item began or ended; true when it is one of the group's and that is news.
+    // An item began or ended; true when it is one of the group's and that is news. After the record nothing is: it is
+    // somebody else's run.
     bool OnRun(const client::ItemResult& result, Clock::time_point now);
 
     // The record of the group that began last: the final word on its items. The rows that it brought news of.
@@ -66,6 +67,7 @@ private:
         std::uint32_t taskId;
         std::size_t first;
         std::size_t count;
+        bool isRecorded = false;
     };
 
     static std::string StatusOf(const Row& row);

@@ -152,6 +152,8 @@ bool History::Save() {
     const Json document = ReadDocument(path_);
     cJSON* buses = ObjectIn(document.get(), "buses");
     cJSON* results = ObjectIn(buses, bus_.c_str());
+    // The one that was used last stands last.
+    (void)cJSON_AddItemToObject(buses, bus_.c_str(), cJSON_DetachItemFromObjectCaseSensitive(buses, bus_.c_str()));
     for (const auto& [item, last] : added_) {
         cJSON_DeleteItemFromObjectCaseSensitive(results, item.c_str());
         cJSON* entry = cJSON_AddObjectToObject(results, item.c_str());

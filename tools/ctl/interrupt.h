@@ -8,14 +8,17 @@
 
 namespace ominspect::ctl {
 
-// The first SIGINT or SIGTERM cancels; a second one ends the program at once with exit code 130. Made before any other
-// thread.
+// The first SIGINT, SIGTERM or SIGHUP cancels; a second one ends the program at once with exit code 130. Made before
+// any other thread.
 class Interrupt {
 public:
     Interrupt();
     ~Interrupt();
     Interrupt(const Interrupt&) = delete;
     Interrupt& operator=(const Interrupt&) = delete;
+
+    // Cancels as a signal does.
+    void Cancel() const { (void)cancel_.request_stop(); }
 
     std::stop_token Token() const { return cancel_.get_token(); }
 

@@ -76,8 +76,8 @@ public:
             if (!reply->isPending) return std::move(reply->result);
             // The run goes on; starting the item joins it.
             Complain(text::Escaped(request.item) +
-                     " is configured as synchronous, but its owner reports later: the "
-                     "server stays busy until the owner takes the item back");
+                     " gave no result at once: somebody else's run of it is under way, or it is configured as "
+                     "synchronous and its owner reports later");
         }
         auto run = session_.Start(request, limit);
         if (!run) return run.Failure();
@@ -92,6 +92,11 @@ private:
     client::Session& session_;
     std::set<std::string> sync_;
 };
+
+bool IsGone(const client::Error& error) {
+    return error.code == client::ErrorCode::kServerAbsent || error.code == client::ErrorCode::kBusUnreachable ||
+           error.code == client::ErrorCode::kDenied;
+}
 
 // Runs all items unless the server turns out not to be there.
 ExitCode RunAll(const RunOptions& options, RunReport& report) {
@@ -119,7 +124,7 @@ ExitCode RunAll(const RunOptions& options, RunReport& report) {
         } else {
             code = give(item, result.Failure());
         }
-        if (code == kUnreachable) return code;
+        if (!result && IsGone(result.Failure())) return code;
         highest = std::max(highest, code);
     }
     return highest;

@@ -69,11 +69,11 @@ Value& Value::AddText(std::string_view text) {
 }
 
 std::string Value::Print() const {
-    return Taken(cJSON_PrintUnformatted(json_.get()));
+    return text::EscapedJson(Taken(cJSON_PrintUnformatted(json_.get())));
 }
 
 std::string Value::PrintIndented() const {
-    return Taken(cJSON_Print(json_.get()));
+    return text::EscapedJson(Taken(cJSON_Print(json_.get())));
 }
 
 }  // namespace ominspect::json

@@ -28,7 +28,8 @@ public:
     Value& Add(Value value);
     Value& AddText(std::string_view text);
 
-    // One line, or indented for people. Without a line end.
+    // One line, or indented for people. Without a line end, and without any control character that a terminal could
+    // obey.
     std::string Print() const;
     std::string PrintIndented() const;
 

@@ -122,6 +122,21 @@ std::string Escaped(std::string_view text) {
     return out;
 }
 
+std::string EscapedJson(std::string_view json) {
+    std::string out;
+    Walk(
+        json,
+        [&](std::string_view bytes, std::uint32_t codePoint) {
+            if (codePoint >= 0x7F && IsControl(codePoint)) {
+                out += Formatted("\\u%04x", codePoint);
+            } else {
+                out += bytes;
+            }
+        },
+        [&](char byte) { out += byte; });
+    return out;
+}
+
 std::string OneLine(std::string_view text) {
     std::string out;
     Walk(

@@ -22,6 +22,10 @@ std::string ToUtf8(std::string_view text);
 // share: a backslash is doubled, \n \r \t as such, other control characters as \u{hex}, stray bytes as \xhh.
 std::string Escaped(std::string_view text);
 
+// A JSON document in which the control characters that JSON leaves as they are (DEL, C1, and those that turn the
+// writing direction) are escaped as well: the same document, fit for a terminal.
+std::string EscapedJson(std::string_view json);
+
 // The text with a blank for each control character and '?' for each stray byte.
 std::string OneLine(std::string_view text);
 

@@ -22,10 +22,10 @@ struct GroupOptions {
 };
 
 // Runs any number of items, as successive groups of at most 32, and returns when the server is rid of the last one.
-// Nothing on success. At the time limit, or when cancelled, the group that runs is stopped in the server and given a
-// few seconds: what its items have come to by then still arrives as a record, and the error says whether the server is
-// rid of it. Errors beside Session::StartGroup's and GroupRun::Await's: none. All requests are checked before the first
-// group starts.
+// Nothing on success. When it fails while a group runs, at the time limit for instance or when cancelled, the group is
+// stopped in the server and given a few seconds: what its items have come to by then still arrives as a record, and the
+// error says whether the server is rid of it. Errors beside Session::StartGroup's and GroupRun::Await's: none. All
+// requests are checked before the first group starts.
 std::optional<Error> RunGroup(Session& session, std::span<const Request> requests, const GroupOptions& options,
                               const Limit& limit);
 

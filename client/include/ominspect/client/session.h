@@ -15,7 +15,7 @@
 
 namespace ominspect::client {
 
-// What a session tells by itself. The functions are called one after the other on the session's own thread;
+// What a session tells by itself. The functions are called one after the other on a thread of the session's;
 // they must not destroy the session and must not throw. An empty one is passed over. While one runs, later
 // events wait in a bounded queue (Session::LostEvents counts what did not fit).
 struct Events {
@@ -35,7 +35,8 @@ public:
     ~BackgroundRun();
 
     // Waits for what the server sends next: a status other than "running" is the last. Cancelled, TimeLimit,
-    // ServerAbsent (also: it restarted and knows nothing of the run), BusUnreachable.
+    // ServerAbsent (also: it restarted and knows nothing of the run), BusUnreachable, MalformedReply (the owner's
+    // result has a text that does not end).
     Result<ItemResult> Next(const Limit& limit);
 
     // Waits for the final result; `onRunning`, if any, is called for each one before it.
@@ -89,11 +90,13 @@ public:
     Result<RunReply> Run(const Request& request, const Limit& limit);
 
     // Starts an item in the background, for any item; the server goes on serving. One run of an item at a time and
-    // session: a second is InvalidArgument until the first is forgotten.
+    // session: a second is InvalidArgument until the first is forgotten. A run that was forgotten before its end is
+    // taken up again, as the server would do for any other client that asks for a running item.
     Result<BackgroundRun> Start(const Request& request, const Limit& limit);
 
-    // Starts a group of 1 to 32 items. GroupBusy: one of its name runs; Refused: the server has no worker. RunGroup
-    // (group.h) does the whole of it.
+    // Starts a group of 1 to 32 items. GroupBusy: one of its name runs; Refused: the server has no worker. Waits for
+    // the answer up to 6 s longer than the limit, and as long after a cancellation, since a group whose task id nobody
+    // knows cannot be stopped; after that it may still start. RunGroup (group.h) does the whole of it.
     Result<GroupRun> StartGroup(std::span<const Request> requests, const Limit& limit);
 
     // Asks a task to stop: a group's items that have not begun do not begin, the running ones are asked to stop. False:

@@ -31,8 +31,8 @@ bool IsUnknownItem(const ItemResult& result);
 // The reply to a synchronous run.
 struct RunReply {
     ItemResult result;
-    bool isPending;  // the owner reports later; the status is "running", and the server counts the run until the owner
-                     // takes the item back
+    bool isPending;  // the item runs (status "running") for somebody else, or its owner reports later; the server then
+                     // counts this run until the owner takes the item back
 };
 
 enum class ItemState {
@@ -57,6 +57,7 @@ using SystemTime = std::chrono::system_clock::time_point;
 // One item of a group's record.
 struct GroupItem {
     ItemResult result;                // all empty: the group was stopped before the item's turn
+    bool isMalformed = false;         // the owner gave a text that does not end; it is cut at the end of its field
     std::optional<SystemTime> start;  // none: it never ran
     std::optional<SystemTime> end;    // none: it never ended
 };
