@@ -81,7 +81,7 @@ TEST(CutText, EndsBetweenCharacters) {
 
 TEST(EscapedJson, EscapesWhatJsonLeavesAsItIs) {
     EXPECT_EQ(text::EscapedJson("{\"a\":\"\xC2\x9B"
-                                           "2J\x7F \xE2\x80\xAE \xC3\xA4\"}"),
+                                "2J\x7F \xE2\x80\xAE \xC3\xA4\"}"),
               "{\"a\":\"\\u009b2J\\u007f \\u202e \xC3\xA4\"}");
     EXPECT_EQ(text::EscapedJson("{\n\t\"a\":1}"), "{\n\t\"a\":1}");
 }
