@@ -11,7 +11,8 @@ std::string SafeTool::TransferSafePath(const std::string& path) {
 }
 
 bool SafeTool::IsContainDangerChar(const std::string& path) {
-    static const std::set<char> kDangerous{'|', ';', '&', '$', '>', '<', '`', '\n', '!'};
-    return std::any_of(kDangerous.begin(), kDangerous.end(),
+    // Never destroyed: the backup's timer may still use it while the process ends.
+    static const auto& dangerousChars = *new std::set<char>{'|', ';', '&', '$', '>', '<', '`', '\n', '!'};
+    return std::any_of(dangerousChars.begin(), dangerousChars.end(),
                        [&path](char dangerous) { return path.find(dangerous) != std::string::npos; });
 }
