@@ -88,8 +88,9 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
             return gone ? record.Failure() : Break(session, *run, options, record.Failure());
         }
         if (options.onRecord) options.onRecord(*record);
-        // A server that is too busy to say so has the stop in its queue: the results are there all the same.
-        (void)AwaitEnd(session, run->TaskId(), Limit(std::max(limit.Left(), kStopLimit), limit.Cancel()));
+        // Sent even if the caller has cancelled by now. A server that is too busy to answer has the stop in its queue:
+        // the results are there all the same.
+        (void)AwaitEnd(session, run->TaskId(), kStopLimit);
     }
     return std::nullopt;
 }

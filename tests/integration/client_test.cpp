@@ -304,6 +304,21 @@ TEST_F(Client, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo) {
     EXPECT_EQ(record->items[1].result.text, "stopped");
 }
 
+TEST_F(Client, AGroupThatIsCancelledAtItsRecordDoesNotLingerEither) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok"});
+    std::stop_source source;
+    std::uint32_t taskId = 0;
+    GroupOptions options;
+    options.onRecord = [&](const GroupRecord& record) {
+        taskId = record.taskId;
+        source.request_stop();
+    };
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, {kEnough, source.get_token()}));
+    ASSERT_NE(taskId, 0U);
+    EXPECT_FALSE(*TheSession().StopTask(taskId, kEnough)) << "the task lingers";
+}
+
 TEST_F(Client, AStoppedGroupWhoseOwnerDoesNotStopIsSaidToLinger) {
     const Child server = StartServer();
     const Child owner = StartOwner({"later"});
