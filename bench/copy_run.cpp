@@ -48,7 +48,9 @@ fs::path g_folder;  // holds everything, removed at the end
 }
 
 void Check(bool good, const std::string& what) {
-    if (!good) Fail(what);
+    if (!good) {
+        Fail(what);
+    }
 }
 
 Options ParseOptions(int argc, char** argv) {
@@ -59,11 +61,21 @@ Options ParseOptions(int argc, char** argv) {
                                    {nullptr, 0, nullptr, 0}};
     Options options;
     for (int found = 0; (found = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
-        if (found == 's') options.mebibytes = std::strtoull(optarg, nullptr, 10);
-        if (found == 'f') options.files = std::strtoull(optarg, nullptr, 10);
-        if (found == 'r') options.rounds = std::strtoull(optarg, nullptr, 10);
-        if (found == 'd') options.folder = optarg;
-        if (found == '?') std::exit(2);
+        if (found == 's') {
+            options.mebibytes = std::strtoull(optarg, nullptr, 10);
+        }
+        if (found == 'f') {
+            options.files = std::strtoull(optarg, nullptr, 10);
+        }
+        if (found == 'r') {
+            options.rounds = std::strtoull(optarg, nullptr, 10);
+        }
+        if (found == 'd') {
+            options.folder = optarg;
+        }
+        if (found == '?') {
+            std::exit(2);
+        }
     }
     if (options.mebibytes == 0 || options.files == 0 || options.rounds == 0) {
         (void)std::fputs("copy_run: size, files and rounds must be numbers above 0\n", stderr);
@@ -110,7 +122,9 @@ std::string SmallFile(uint64_t number) {
 
 void MakeTree(const fs::path& path, uint64_t files) {
     fs::create_directories(path);
-    for (uint64_t i = 0; i < files; ++i) std::ofstream(path / SmallFile(i)) << std::string(2000, 'x') << i;
+    for (uint64_t i = 0; i < files; ++i) {
+        std::ofstream(path / SmallFile(i)) << std::string(2000, 'x') << i;
+    }
 }
 
 bool SharesBlocks(const fs::path& folder) {
@@ -199,7 +213,9 @@ void CompareTree(const Options& options) {
         for (uint64_t i = 0; i < options.files; ++i) {
             const std::string name = SmallFile(i);
             const std::string command = "touch -r " + (source / name).string() + " " + (touched / name).string();
-            if (std::system(command.c_str()) != 0) return false;
+            if (std::system(command.c_str()) != 0) {
+                return false;
+            }
         }
         return true;
     };

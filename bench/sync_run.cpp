@@ -22,6 +22,7 @@
 
 #include "kivo/os_msg.h"
 #include "support/child.h"
+#include "support/eventually.h"
 #include "support/private_bus.h"
 
 namespace {
@@ -30,7 +31,9 @@ constexpr const char* kRequest = R"({"name":"ok","cmd":"run"})";
 constexpr size_t kRecordSize = 192;
 
 void Check(bool good, const char* what) {
-    if (good) return;
+    if (good) {
+        return;
+    }
     std::fprintf(stderr, "sync_run: %s failed\n", what);
     std::exit(1);
 }
@@ -52,8 +55,9 @@ size_t Call(sd_bus* bus, const char* destination, const void* data, size_t size)
     const void* answer = nullptr;
     size_t length = 0;
     if (sd_bus_message_new_method_call(bus, &call, destination, "/bench", "bench.Road", "Go") >= 0 &&
-        sd_bus_message_append_array(call, 'y', data, size) >= 0 && sd_bus_call(bus, call, 0, nullptr, &reply) >= 0)
+        sd_bus_message_append_array(call, 'y', data, size) >= 0 && sd_bus_call(bus, call, 0, nullptr, &reply) >= 0) {
         sd_bus_message_read_array(reply, 'y', &answer, &length);
+    }
     sd_bus_message_unref(call);
     sd_bus_message_unref(reply);
     return length;
@@ -63,7 +67,9 @@ int OnGo(sd_bus_message* call, void* next, sd_bus_error* /*error*/) {
     const void* data = nullptr;
     size_t size = 0;
     sd_bus_message_read_array(call, 'y', &data, &size);
-    if (next != nullptr) Call(sd_bus_message_get_bus(call), static_cast<const char*>(next), data, size);
+    if (next != nullptr) {
+        Call(sd_bus_message_get_bus(call), static_cast<const char*>(next), data, size);
+    }
     const std::array<unsigned char, kRecordSize> record{};
     sd_bus_message* reply = nullptr;
     sd_bus_message_new_method_return(call, &reply);
@@ -84,8 +90,11 @@ const sd_bus_vtable kRoad[] = {
     Check(sd_bus_add_object_vtable(bus, nullptr, "/bench", "bench.Road", kRoad, next) >= 0 &&
               sd_bus_request_name(bus, name, 0) >= 0,
           "serving the bare road");
-    for (;;)
-        if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, UINT64_MAX);
+    for (;;) {
+        if (sd_bus_process(bus, nullptr) == 0) {
+            sd_bus_wait(bus, UINT64_MAX);
+        }
+    }
 }
 
 // ---- the server's road ----
@@ -100,7 +109,9 @@ bool Ask(uint32_t id, const char* payload, void* answer, size_t size) {
     block.dataLen = static_cast<uint32_t>(std::strlen(payload));
     TagMsgBlock* resp = nullptr;
     const bool good = OsMsgSynSend(&block, &resp, 5000) == OS_MSG_OK && resp->dataLen == size;
-    if (good) std::memcpy(answer, resp->data, size);
+    if (good) {
+        std::memcpy(answer, resp->data, size);
+    }
     OsMsgSynRespFree(resp);
     return good;
 }
@@ -136,8 +147,11 @@ double Time(const std::function<bool()>& step, const char* what) {
 unsigned long PrivateKilobytes(pid_t pid) {
     std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
     unsigned long sum = 0;
-    for (std::string line; std::getline(rollup, line);)
-        if (line.rfind("Private_", 0) == 0) sum += std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 10);
+    for (std::string line; std::getline(rollup, line);) {
+        if (line.rfind("Private_", 0) == 0) {
+            sum += std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 10);
+        }
+    }
     return sum;
 }
 
@@ -145,24 +159,28 @@ unsigned long PrivateKilobytes(pid_t pid) {
 
 int main(int argc, char** argv) {
     char backend[] = "com.kivo.proc.benchbackend";
-    if (argc > 1 && std::strcmp(argv[1], "--backend") == 0) ServeBare("com.kivo.proc.benchbackend", nullptr);
-    if (argc > 1 && std::strcmp(argv[1], "--forwarder") == 0) ServeBare("com.kivo.proc.benchforwarder", backend);
+    if (argc > 1 && std::strcmp(argv[1], "--backend") == 0) {
+        ServeBare("com.kivo.proc.benchbackend", nullptr);
+    }
+    if (argc > 1 && std::strcmp(argv[1], "--forwarder") == 0) {
+        ServeBare("com.kivo.proc.benchforwarder", backend);
+    }
     const size_t rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 5000;
     Check(rounds >= 100, "rounds of at least 100");
 
-    using kivo::test::Child;
-    const kivo::test::PrivateBus bus;
+    using support::Child;
+    const support::PrivateBus bus;
     const Child last({argv[0], "--backend"});
     const Child forwarder({argv[0], "--forwarder"});
     const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=/tmp"});
     Check(OsProcAttach("bench") == OS_MSG_OK, "joining the bus");
-    Check(kivo::test::Eventually(ServerAnswers), "waiting for the server");
+    Check(support::Eventually(ServerAnswers), "waiting for the server");
     const Child owner({RAW_OWNER_PROGRAM, "owner1", "ok"});
     sd_bus* bare = OpenBus();
     const auto forward = [bare] {
         return Call(bare, "com.kivo.proc.benchforwarder", kRequest, std::strlen(kRequest)) == kRecordSize;
     };
-    Check(kivo::test::Eventually(forward) && kivo::test::Eventually(RunOnce), "waiting for all processes");
+    Check(support::Eventually(forward) && support::Eventually(RunOnce), "waiting for all processes");
     sleep(1);  // the server's memory is read when it has come to rest
     const unsigned long idle = PrivateKilobytes(server.Pid());
 

@@ -75,13 +75,19 @@ Error TimeIsOver() {
 
 Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::milliseconds time) {
     // A limit of 0 would send without waiting.
-    if (time.count() < 1) return TimeIsOver();
+    if (time.count() < 1) {
+        return TimeIsOver();
+    }
     SetPayload(msg, payload);
     TagMsgBlock* raw = nullptr;
     const std::uint32_t result = OsMsgSynSend(&msg, &raw, static_cast<std::uint32_t>(time.count()));
     const std::unique_ptr<TagMsgBlock, decltype(&OsMsgSynRespFree)> reply(raw, &OsMsgSynRespFree);
-    if (result != OS_MSG_OK) return wire::FromBus(result);
-    if (!reply || reply->data == nullptr) return std::string();
+    if (result != OS_MSG_OK) {
+        return wire::FromBus(result);
+    }
+    if (!reply || reply->data == nullptr) {
+        return std::string();
+    }
     return std::string(reinterpret_cast<const char*>(reply->data), reply->dataLen);
 }
 
@@ -102,23 +108,31 @@ struct Call {
 Connection::Connection(Events events) : events_(std::move(events)) {}
 
 Connection::~Connection() {
-    if (!joined_) return;
+    if (!joined_) {
+        return;
+    }
     OsProcDetach();  // ends the tasks and every send
     Connection* self = this;
     (void)g_connection.compare_exchange_strong(self, nullptr);  // another one may have joined by now
-    for (Abandoned& send : abandoned_) send.thread.join();
+    for (Abandoned& send : abandoned_) {
+        send.thread.join();
+    }
 }
 
 std::optional<Error> Connection::Join(std::string_view processName) {
     const std::uint32_t attached =
         processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
-    if (attached != OS_MSG_OK) return wire::FromBus(attached);
+    if (attached != OS_MSG_OK) {
+        return wire::FromBus(attached);
+    }
     joined_ = true;
     g_connection = this;
     const OsTaskDescriptor tasks[] = {TaskOf(kMailTask, HandleMail, RunMail),
                                       TaskOf(kEventTask, HandleEvent, RunEvents)};
     for (const OsTaskDescriptor& task : tasks) {
-        if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) return wire::FromBus(created);
+        if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) {
+            return wire::FromBus(created);
+        }
     }
     return Subscribe(kMailTask, {OS_MSG_EVENT_PROC_RESTART});
 }
@@ -129,19 +143,25 @@ Connection* Connection::Addressee(const TagMsgBlock& msg) {
 }
 
 std::uint32_t Connection::HandleMail(TagMsgBlock* msg) {
-    if (Connection* connection = Addressee(*msg)) connection->TakeMail(*msg);
+    if (Connection* connection = Addressee(*msg)) {
+        connection->TakeMail(*msg);
+    }
     return 0;
 }
 
 std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
-    if (Connection* connection = Addressee(*msg)) connection->TellEvent(*msg);
+    if (Connection* connection = Addressee(*msg)) {
+        connection->TellEvent(*msg);
+    }
     return 0;
 }
 
 std::uint32_t Connection::RunMail() {
     const std::uint32_t result = OsMsgTaskRoutineByName(kMailTask);
     Connection* connection = g_connection.load();
-    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) connection->inbox_.BusLost();
+    if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) {
+        connection->inbox_.BusLost();
+    }
     return result;
 }
 
@@ -158,10 +178,14 @@ void Connection::TakeMail(const TagMsgBlock& msg) {
     const wire::Bytes data(msg.data, msg.dataLen);
     switch (msg.msgId) {
         case OM_INSPECT_MSG_RUN:
-            if (const auto item = wire::ItemOf(data)) inbox_.Put(*item, wire::DecodeResult(data));
+            if (const auto item = wire::ItemOf(data)) {
+                inbox_.Put(*item, wire::DecodeResult(data));
+            }
             break;
         case OM_INSPECT_MSG_RUN_GROUP:
-            if (const auto taskId = wire::TaskOf(data)) inbox_.Put(*taskId, wire::DecodeGroupRecord(data));
+            if (const auto taskId = wire::TaskOf(data)) {
+                inbox_.Put(*taskId, wire::DecodeGroupRecord(data));
+            }
             break;
         case OS_MSG_EVENT_PROC_RESTART:
             inbox_.ServerRestarted();
@@ -175,16 +199,22 @@ void Connection::TakeMail(const TagMsgBlock& msg) {
 void Connection::TellEvent(const TagMsgBlock& msg) const {
     const wire::Bytes data(msg.data, msg.dataLen);
     if (msg.msgId == OM_INSPECT_EVENT_RUN && events_.onRun) {
-        if (const auto result = wire::DecodeResult(data)) events_.onRun(*result);
+        if (const auto result = wire::DecodeResult(data)) {
+            events_.onRun(*result);
+        }
     } else if (msg.msgId == OM_INSPECT_EVENT_BUSY && events_.onBusy) {
-        if (const auto busy = wire::DecodeBusy(data)) events_.onBusy(*busy);
+        if (const auto busy = wire::DecodeBusy(data)) {
+            events_.onBusy(*busy);
+        }
     }
 }
 
 Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param,
                                     std::chrono::milliseconds grace) {
     const TagMsgBlock msg = EnvelopeOf(msgId, param);
-    if (!limit.Cancel().stop_possible()) return Send(msg, std::move(payload), limit.Left() + grace);
+    if (!limit.Cancel().stop_possible()) {
+        return Send(msg, std::move(payload), limit.Left() + grace);
+    }
     return AskCancellable(msg, std::move(payload), limit, grace);
 }
 
@@ -192,7 +222,9 @@ Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, co
 Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
                                                std::chrono::milliseconds grace) {
     const Error cancelled{ErrorCode::kCancelled, "cancelled"};
-    if (limit.Cancelled()) return cancelled;
+    if (limit.Cancelled()) {
+        return cancelled;
+    }
     const auto call = std::make_shared<Call>();
     std::thread send;
     try {
@@ -222,7 +254,9 @@ void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
     const std::lock_guard lock(mutex_);
     abandoned_.remove_if([](Abandoned& send) {
         const bool over = send.call->IsOver();
-        if (over) send.thread.join();
+        if (over) {
+            send.thread.join();
+        }
         return over;
     });
     abandoned_.push_back({std::move(call), std::move(thread)});
@@ -232,14 +266,18 @@ std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) 
     TagMsgBlock msg = EnvelopeOf(msgId, 0);
     SetPayload(msg, payload);
     const std::uint32_t result = OsMsgAsynSend(&msg);
-    if (result != OS_MSG_OK) return wire::FromBus(result);
+    if (result != OS_MSG_OK) {
+        return wire::FromBus(result);
+    }
     return std::nullopt;
 }
 
 Result<bool> Connection::CheckPresence(const Limit& limit) {
     // A state request without a name is answered and does nothing.
     const auto reply = Ask(OM_INSPECT_MSG_STATE, "", Limit(std::min(limit.Left(), kPresenceLimit), limit.Cancel()));
-    if (reply) return true;
+    if (reply) {
+        return true;
+    }
     switch (reply.Failure().code) {
         case ErrorCode::kServerAbsent:
         case ErrorCode::kBusUnreachable:
@@ -270,7 +308,9 @@ std::optional<Error> Connection::Subscribe(const char* task, std::initializer_li
     }
     const std::uint32_t result =
         OsMsgSubscribeEvent(subscriptions.data(), static_cast<std::uint32_t>(subscriptions.size()), 0);
-    if (result != OS_MSG_OK) return wire::FromBus(result);
+    if (result != OS_MSG_OK) {
+        return wire::FromBus(result);
+    }
     return std::nullopt;
 }
 

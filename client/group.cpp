@@ -24,8 +24,12 @@ void Pause(std::chrono::milliseconds time, const Limit& limit) {
 }
 
 std::optional<Error> OverError(const Limit& limit) {
-    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
-    if (limit.Left().count() == 0) return Error{ErrorCode::kTimeLimit, "the time limit is over"};
+    if (limit.Cancelled()) {
+        return Error{ErrorCode::kCancelled, "cancelled"};
+    }
+    if (limit.Left().count() == 0) {
+        return Error{ErrorCode::kTimeLimit, "the time limit is over"};
+    }
     return std::nullopt;
 }
 
@@ -33,10 +37,16 @@ Result<GroupRun> Start(Session& session, std::span<const Request> requests, cons
                        bool waitForTurn, const Limit& limit) {
     bool told = false;
     for (;;) {
-        if (auto over = OverError(limit)) return *over;
+        if (auto over = OverError(limit)) {
+            return *over;
+        }
         auto run = session.StartGroup(requests, limit);
-        if (run || run.Failure().code != ErrorCode::kGroupBusy || !waitForTurn) return run;
-        if (!told && options.onRefused) options.onRefused();
+        if (run || run.Failure().code != ErrorCode::kGroupBusy || !waitForTurn) {
+            return run;
+        }
+        if (!told && options.onRefused) {
+            options.onRefused();
+        }
         told = true;
         Pause(kAskAgain, limit);
     }
@@ -46,8 +56,12 @@ Result<GroupRun> Start(Session& session, std::span<const Request> requests, cons
 bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
     for (;;) {
         const auto known = session.StopTask(taskId, limit);
-        if (!known) return false;
-        if (!*known) return true;
+        if (!known) {
+            return false;
+        }
+        if (!*known) {
+            return true;
+        }
         Pause(kAskAgain, limit);
     }
 }
@@ -61,7 +75,9 @@ Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error 
         return why;
     }
     const auto record = run.Await(limit);
-    if (record && options.onRecord) options.onRecord(*record);
+    if (record && options.onRecord) {
+        options.onRecord(*record);
+    }
     const bool ended = record && AwaitEnd(session, run.TaskId(), kStopLimit);
     why.text += ended ? "; the group was stopped" : "; the group was asked to stop, but items of it still run";
     return why;
@@ -71,23 +87,33 @@ Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error 
 
 std::optional<Error> RunGroup(Session& session, std::span<const Request> requests, const GroupOptions& options,
                               const Limit& limit) {
-    if (requests.empty()) return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    if (requests.empty()) {
+        return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    }
     for (const Request& request : requests) {
-        if (auto error = CheckRequest(request)) return error;
+        if (auto error = CheckRequest(request)) {
+            return error;
+        }
     }
     for (std::size_t first = 0; first < requests.size(); first += kGroupSlots) {
         const auto slice = requests.subspan(first, std::min(kGroupSlots, requests.size() - first));
         // Once it has had its turn, the rest belongs to it.
         auto run = Start(session, slice, options, options.waitForTurn || first > 0, limit);
-        if (!run) return run.Failure();
-        if (options.onStart) options.onStart(run->TaskId(), first, slice.size());
+        if (!run) {
+            return run.Failure();
+        }
+        if (options.onStart) {
+            options.onStart(run->TaskId(), first, slice.size());
+        }
         const auto record = run->Await(limit);
         if (!record) {
             const ErrorCode code = record.Failure().code;
             const bool gone = code == ErrorCode::kServerAbsent || code == ErrorCode::kBusUnreachable;
             return gone ? record.Failure() : Break(session, *run, options, record.Failure());
         }
-        if (options.onRecord) options.onRecord(*record);
+        if (options.onRecord) {
+            options.onRecord(*record);
+        }
         // Sent even if the caller has cancelled by now. A server that is too busy to answer has the stop in its queue:
         // the results are there all the same.
         (void)AwaitEnd(session, run->TaskId(), kStopLimit);

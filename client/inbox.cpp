@@ -17,21 +17,31 @@ constexpr std::size_t kMaxResults = 1024;
 void Inbox::Put(const std::string& item, Result<ItemResult> result) {
     const std::lock_guard lock(mutex_);
     const auto found = boxes_.find(item);
-    if (found == boxes_.end()) return;
-    Box& box = found->second;
-    if (!result || result->status != "running") box.isOwed = false;
-    if (!box.isExpected) {
-        if (!box.isOwed) boxes_.erase(found);
+    if (found == boxes_.end()) {
         return;
     }
-    if (box.results.size() == kMaxResults) box.results.pop_front();
+    Box& box = found->second;
+    if (!result || result->status != "running") {
+        box.isOwed = false;
+    }
+    if (!box.isExpected) {
+        if (!box.isOwed) {
+            boxes_.erase(found);
+        }
+        return;
+    }
+    if (box.results.size() == kMaxResults) {
+        box.results.pop_front();
+    }
     box.results.push_back(std::move(result));
     changed_.notify_all();
 }
 
 void Inbox::Put(std::uint32_t taskId, Result<GroupRecord> record) {
     const std::lock_guard lock(mutex_);
-    if (records_.size() == kMaxRecords) records_.pop_front();
+    if (records_.size() == kMaxRecords) {
+        records_.pop_front();
+    }
     records_.push_back({taskId, std::move(record)});
     changed_.notify_all();
 }
@@ -40,7 +50,9 @@ void Inbox::ServerRestarted() {
     const std::lock_guard lock(mutex_);
     ++serverLife_;
     std::erase_if(boxes_, [](const auto& entry) { return !entry.second.isExpected; });
-    for (auto& [item, box] : boxes_) box.isOwed = false;
+    for (auto& [item, box] : boxes_) {
+        box.isOwed = false;
+    }
     changed_.notify_all();
 }
 
@@ -58,8 +70,12 @@ std::uint64_t Inbox::ServerLife() const {
 Inbox::Expected Inbox::Expect(const std::string& item) {
     const std::lock_guard lock(mutex_);
     const auto [entry, fresh] = boxes_.try_emplace(item);
-    if (fresh) return Expected::kNew;
-    if (entry->second.isExpected) return Expected::kTwice;
+    if (fresh) {
+        return Expected::kNew;
+    }
+    if (entry->second.isExpected) {
+        return Expected::kTwice;
+    }
     entry->second.isExpected = true;
     return Expected::kTakenUp;
 }
@@ -67,10 +83,14 @@ Inbox::Expected Inbox::Expect(const std::string& item) {
 void Inbox::Forget(const std::string& item) {
     const std::lock_guard lock(mutex_);
     const auto found = boxes_.find(item);
-    if (found == boxes_.end()) return;
+    if (found == boxes_.end()) {
+        return;
+    }
     found->second.isExpected = false;
     found->second.results.clear();
-    if (!found->second.isOwed) boxes_.erase(found);
+    if (!found->second.isOwed) {
+        boxes_.erase(found);
+    }
 }
 
 void Inbox::Withdraw(const std::string& item) {
@@ -87,10 +107,18 @@ Result<std::optional<T>> Inbox::Wait(std::uint64_t life, const Limit& limit, Lim
         taken = take();
         return taken || busLost_ || serverLife_ != life;
     });
-    if (taken) return *taken ? Result<std::optional<T>>(std::optional<T>(std::move(**taken))) : taken->Failure();
-    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
-    if (busLost_) return Error{ErrorCode::kBusUnreachable, "the message bus was lost"};
-    if (serverLife_ != life) return Error{ErrorCode::kServerAbsent, "the server restarted and forgot the run"};
+    if (taken) {
+        return *taken ? Result<std::optional<T>>(std::optional<T>(std::move(**taken))) : taken->Failure();
+    }
+    if (limit.Cancelled()) {
+        return Error{ErrorCode::kCancelled, "cancelled"};
+    }
+    if (busLost_) {
+        return Error{ErrorCode::kBusUnreachable, "the message bus was lost"};
+    }
+    if (serverLife_ != life) {
+        return Error{ErrorCode::kServerAbsent, "the server restarted and forgot the run"};
+    }
     return std::optional<T>();
 }
 
@@ -98,7 +126,9 @@ Result<std::optional<ItemResult>> Inbox::TakeResult(const std::string& item, std
                                                     Limit::Clock::time_point deadline) {
     return Wait<ItemResult>(life, limit, deadline, [this, &item]() -> std::optional<Result<ItemResult>> {
         const auto found = boxes_.find(item);
-        if (found == boxes_.end() || found->second.results.empty()) return std::nullopt;
+        if (found == boxes_.end() || found->second.results.empty()) {
+            return std::nullopt;
+        }
         Result<ItemResult> result = std::move(found->second.results.front());
         found->second.results.pop_front();
         return result;
@@ -110,7 +140,9 @@ Result<std::optional<GroupRecord>> Inbox::TakeRecord(std::uint32_t taskId, std::
     return Wait<GroupRecord>(life, limit, deadline, [this, taskId]() -> std::optional<Result<GroupRecord>> {
         const auto found = std::find_if(records_.begin(), records_.end(),
                                         [taskId](const Record& record) { return record.taskId == taskId; });
-        if (found == records_.end()) return std::nullopt;
+        if (found == records_.end()) {
+            return std::nullopt;
+        }
         Result<GroupRecord> record = std::move(found->content);
         records_.erase(found);
         return record;

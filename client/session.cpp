@@ -30,11 +30,19 @@ Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
     for (std::chrono::seconds period = kPresencePeriod;;) {
         const auto slice = std::min<Limit::Clock::time_point>(limit.Deadline(), Limit::Clock::now() + period);
         Result<std::optional<T>> taken = take(slice);
-        if (!taken) return taken.Failure();
-        if (*taken) return std::move(**taken);
-        if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+        if (!taken) {
+            return taken.Failure();
+        }
+        if (*taken) {
+            return std::move(**taken);
+        }
+        if (limit.Left().count() == 0) {
+            return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+        }
         const auto answers = connection.CheckPresence(limit);
-        if (!answers) return answers.Failure();
+        if (!answers) {
+            return answers.Failure();
+        }
         period = *answers ? kPresencePeriod : std::min(period * 2, kLongestPeriod);
     }
 }
@@ -52,7 +60,9 @@ BackgroundRun::BackgroundRun(BackgroundRun&& other) noexcept
       serverLife_(other.serverLife_) {}
 
 BackgroundRun::~BackgroundRun() {
-    if (connection_ != nullptr) connection_->Mail().Forget(item_);
+    if (connection_ != nullptr) {
+        connection_->Mail().Forget(item_);
+    }
 }
 
 Result<ItemResult> BackgroundRun::Next(const Limit& limit) {
@@ -64,8 +74,12 @@ Result<ItemResult> BackgroundRun::Next(const Limit& limit) {
 Result<ItemResult> BackgroundRun::Await(const Limit& limit, const std::function<void(const ItemResult&)>& onRunning) {
     for (;;) {
         auto result = Next(limit);
-        if (!result || result->status != "running") return result;
-        if (onRunning) onRunning(*result);
+        if (!result || result->status != "running") {
+            return result;
+        }
+        if (onRunning) {
+            onRunning(*result);
+        }
     }
 }
 
@@ -88,25 +102,39 @@ Session::~Session() = default;
 
 Result<std::unique_ptr<Session>> Session::Open(Events events, std::string_view processName) {
     auto connection = std::make_unique<Connection>(std::move(events));
-    if (auto error = connection->Join(processName)) return *error;
+    if (auto error = connection->Join(processName)) {
+        return *error;
+    }
     return std::unique_ptr<Session>(new Session(std::move(connection)));
 }
 
 Result<RunReply> Session::Run(const Request& request, const Limit& limit) {
     auto text = wire::EncodeRequest(request);
-    if (!text) return text.Failure();
+    if (!text) {
+        return text.Failure();
+    }
     const auto reply = connection_->Ask(OM_INSPECT_MSG_RUN, std::move(*text), limit);
-    if (!reply) return reply.Failure();
+    if (!reply) {
+        return reply.Failure();
+    }
     return wire::DecodeRunReply(BytesOf(*reply), request.item);
 }
 
 Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit) {
     auto text = wire::EncodeRequest(request);
-    if (!text) return text.Failure();
-    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
-    if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    if (!text) {
+        return text.Failure();
+    }
+    if (limit.Cancelled()) {
+        return Error{ErrorCode::kCancelled, "cancelled"};
+    }
+    if (limit.Left().count() == 0) {
+        return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    }
     // The message itself goes unnoticed when there is no server.
-    if (const auto answers = connection_->CheckPresence(limit); !answers) return answers.Failure();
+    if (const auto answers = connection_->CheckPresence(limit); !answers) {
+        return answers.Failure();
+    }
     Inbox& mail = connection_->Mail();
     const std::uint64_t life = mail.ServerLife();
     const Inbox::Expected expected = mail.Expect(request.item);
@@ -124,50 +152,76 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
 
 Result<GroupRun> Session::StartGroup(std::span<const Request> requests, const Limit& limit) {
     auto payload = wire::EncodeGroup(requests);
-    if (!payload) return payload.Failure();
+    if (!payload) {
+        return payload.Failure();
+    }
     const std::uint64_t life = connection_->Mail().ServerLife();
-    if (limit.Cancelled()) return Error{ErrorCode::kCancelled, "cancelled"};
-    if (limit.Left().count() == 0) return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    if (limit.Cancelled()) {
+        return Error{ErrorCode::kCancelled, "cancelled"};
+    }
+    if (limit.Left().count() == 0) {
+        return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    }
     const auto reply = connection_->Ask(OM_INSPECT_MSG_START_GROUP, std::move(*payload), limit, 0, kStartGrace);
     if (!reply) {
         Error error = reply.Failure();
         const bool unknown = error.code == ErrorCode::kTimeLimit || error.code == ErrorCode::kCancelled;
-        if (unknown) error.text += "; the server is busy and may start the group yet";
+        if (unknown) {
+            error.text += "; the server is busy and may start the group yet";
+        }
         return error;
     }
     const auto taskId = wire::DecodeGroupReply(BytesOf(*reply));
-    if (!taskId) return taskId.Failure();
+    if (!taskId) {
+        return taskId.Failure();
+    }
     return GroupRun(*connection_, *taskId, life);
 }
 
 Result<bool> Session::StopTask(std::uint32_t taskId, const Limit& limit) {
     const auto reply = connection_->Ask(OM_INSPECT_MSG_STOP_GROUP, "", limit, taskId);
-    if (!reply) return reply.Failure();
+    if (!reply) {
+        return reply.Failure();
+    }
     return wire::DecodeStopReply(BytesOf(*reply));
 }
 
 std::optional<Error> Session::Reset(std::string_view item, const Limit& limit) {
     const auto reply = Run({std::string(item), "done"}, limit);
-    if (!reply) return reply.Failure();
+    if (!reply) {
+        return reply.Failure();
+    }
     return std::nullopt;
 }
 
 Result<ItemState> Session::State(std::string_view item, const Limit& limit) {
-    if (auto error = CheckItemName(item)) return *error;
+    if (auto error = CheckItemName(item)) {
+        return *error;
+    }
     const auto reply = connection_->Ask(OM_INSPECT_MSG_STATE, std::string(item), limit);
-    if (!reply) return reply.Failure();
+    if (!reply) {
+        return reply.Failure();
+    }
     return wire::DecodeStateReply(BytesOf(*reply));
 }
 
 Result<Catalogue> Session::List(const Limit& limit) {
     const auto count = connection_->Ask(OM_INSPECT_MSG_LIST_COUNT, "", limit);
-    if (!count) return count.Failure();
+    if (!count) {
+        return count.Failure();
+    }
     const auto total = wire::DecodeCount(BytesOf(*count));
-    if (!total) return total.Failure();
+    if (!total) {
+        return total.Failure();
+    }
     const auto reply = connection_->Ask(OM_INSPECT_MSG_LIST, "", limit);
-    if (!reply) return reply.Failure();
+    if (!reply) {
+        return reply.Failure();
+    }
     auto items = wire::DecodeList(BytesOf(*reply));
-    if (!items) return items.Failure();
+    if (!items) {
+        return items.Failure();
+    }
     return Catalogue{std::move(*items), *total};
 }
 

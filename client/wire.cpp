@@ -61,12 +61,16 @@ bool IsUnknownItem(const ItemResult& result) {
 }
 
 std::optional<Error> CheckItemName(std::string_view item) {
-    if (item.empty()) return Error{ErrorCode::kInvalidArgument, "the item name is empty"};
+    if (item.empty()) {
+        return Error{ErrorCode::kInvalidArgument, "the item name is empty"};
+    }
     return CheckText("the item name", item, OM_INSPECT_NAME_SIZE - 1);
 }
 
 std::optional<Error> CheckRequest(const Request& request) {
-    if (auto error = CheckItemName(request.item)) return error;
+    if (auto error = CheckItemName(request.item)) {
+        return error;
+    }
     return CheckText("the cmd", request.cmd, kMaxCmd);
 }
 
@@ -89,7 +93,9 @@ Error Malformed(std::string text) {
 template <std::size_t size>
 std::optional<std::string> TextOf(const char (&field)[size]) {
     const std::size_t length = strnlen(field, size);
-    if (length == size) return std::nullopt;
+    if (length == size) {
+        return std::nullopt;
+    }
     return std::string(field, length);
 }
 
@@ -101,7 +107,9 @@ std::string CutTextOf(const char (&field)[size]) {
 
 std::optional<std::uint32_t> NumberOf(Bytes data) {
     std::uint32_t number = 0;
-    if (data.size() != sizeof number) return std::nullopt;
+    if (data.size() != sizeof number) {
+        return std::nullopt;
+    }
     std::memcpy(&number, data.data(), sizeof number);
     return number;
 }
@@ -109,24 +117,32 @@ std::optional<std::uint32_t> NumberOf(Bytes data) {
 }  // namespace
 
 Result<std::string> EncodeRequest(const Request& request) {
-    if (auto error = CheckRequest(request)) return *error;
+    if (auto error = CheckRequest(request)) {
+        return *error;
+    }
     const std::unique_ptr<cJSON, JsonDelete> json(cJSON_CreateObject());
     const bool built = json && cJSON_AddStringToObject(json.get(), "name", request.item.c_str()) &&
                        cJSON_AddStringToObject(json.get(), "cmd", request.cmd.c_str());
     const std::unique_ptr<char, JsonTextFree> text(built ? cJSON_PrintUnformatted(json.get()) : nullptr);
-    if (!text) return Error{ErrorCode::kInternal, "no memory for the request"};
+    if (!text) {
+        return Error{ErrorCode::kInternal, "no memory for the request"};
+    }
     return std::string(text.get());
 }
 
 Result<std::string> EncodeGroup(std::span<const Request> requests) {
-    if (requests.empty()) return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    if (requests.empty()) {
+        return Error{ErrorCode::kInvalidArgument, "the group is empty"};
+    }
     if (requests.size() > kGroupSlots) {
         return Error{ErrorCode::kInvalidArgument, "the group has more than " + std::to_string(kGroupSlots) + " items"};
     }
     std::string payload;
     for (const Request& request : requests) {
         const auto text = EncodeRequest(request);
-        if (!text) return text.Failure();
+        if (!text) {
+            return text.Failure();
+        }
         payload += *text + '\0';
     }
     return payload + '\0';
@@ -150,7 +166,9 @@ Result<ItemResult> ResultOf(const tagKivoOmInspectionResult& raw) {
     auto name = TextOf(raw.name);
     auto status = TextOf(raw.status);
     auto text = TextOf(raw.text);
-    if (!name || !status || !text) return Malformed("a result with a text that does not end");
+    if (!name || !status || !text) {
+        return Malformed("a result with a text that does not end");
+    }
     return ItemResult{std::move(*name), std::move(*status), std::move(*text)};
 }
 
@@ -159,7 +177,9 @@ constexpr std::uint64_t kLatest = static_cast<std::uint64_t>(
     std::chrono::duration_cast<std::chrono::milliseconds>(SystemTime::max().time_since_epoch()).count());
 
 std::optional<SystemTime> TimeOf(std::uint64_t milliseconds) {
-    if (milliseconds == 0) return std::nullopt;
+    if (milliseconds == 0) {
+        return std::nullopt;
+    }
     return SystemTime(std::chrono::milliseconds(milliseconds));
 }
 
@@ -167,18 +187,26 @@ std::optional<SystemTime> TimeOf(std::uint64_t milliseconds) {
 
 Result<ItemResult> DecodeResult(Bytes record) {
     const auto raw = RecordOf<tagKivoOmInspectionResult>(record, "a result");
-    if (!raw) return raw.Failure();
+    if (!raw) {
+        return raw.Failure();
+    }
     return ResultOf(*raw);
 }
 
 Result<GroupRecord> DecodeGroupRecord(Bytes bytes) {
     const auto raw = RecordOf<tagKivoOmInspectionGroupResult>(bytes, "a group record");
-    if (!raw) return raw.Failure();
-    if (raw->count > kGroupSlots) return Malformed("a group record of " + std::to_string(raw->count) + " items");
+    if (!raw) {
+        return raw.Failure();
+    }
+    if (raw->count > kGroupSlots) {
+        return Malformed("a group record of " + std::to_string(raw->count) + " items");
+    }
     GroupRecord record{raw->taskId, {}};
     for (std::uint32_t i = 0; i < raw->count; ++i) {
         const tagKivoOmInspectionDataItem& item = raw->items[i];
-        if (item.startTime > kLatest || item.endTime > kLatest) return Malformed("a group record with an absurd time");
+        if (item.startTime > kLatest || item.endTime > kLatest) {
+            return Malformed("a group record with an absurd time");
+        }
         const bool isMalformed = !ResultOf(item.result);
         record.items.push_back(
             {{CutTextOf(item.result.name), CutTextOf(item.result.status), CutTextOf(item.result.text)},
@@ -192,58 +220,86 @@ Result<GroupRecord> DecodeGroupRecord(Bytes bytes) {
 Result<std::vector<ConfiguredItem>> DecodeList(Bytes bytes) {
     constexpr std::int64_t kSyncBit = 1;
     const auto raw = RecordOf<tagKivoOmInspectionItemList>(bytes, "an item list");
-    if (!raw) return raw.Failure();
-    if (raw->count > OM_INSPECT_LIST_SLOTS) return Malformed("a list of " + std::to_string(raw->count) + " items");
+    if (!raw) {
+        return raw.Failure();
+    }
+    if (raw->count > OM_INSPECT_LIST_SLOTS) {
+        return Malformed("a list of " + std::to_string(raw->count) + " items");
+    }
     std::vector<ConfiguredItem> items;
     for (std::uint32_t i = 0; i < raw->count; ++i) {
         const tagKivoOmInspectionItem& item = raw->items[i];
         auto name = TextOf(item.name);
         auto level = TextOf(item.level);
-        if (!name || !level) return Malformed("a list with a text that does not end");
+        if (!name || !level) {
+            return Malformed("a list with a text that does not end");
+        }
         items.push_back({std::move(*name), std::move(*level), (item.featureBits & kSyncBit) != 0});
     }
     return items;
 }
 
 Result<RunReply> DecodeRunReply(Bytes reply, std::string_view item) {
-    if (reply.empty()) return Error{ErrorCode::kRefused, "the server gave an empty reply"};
+    if (reply.empty()) {
+        return Error{ErrorCode::kRefused, "the server gave an empty reply"};
+    }
     auto decoded = DecodeResult(reply);
-    if (!decoded) return decoded.Failure();
+    if (!decoded) {
+        return decoded.Failure();
+    }
     // The server does not wait for a result that its owner reports later; its reply then names no item.
     if (decoded->name.empty() && IsUnknownItem(*decoded)) {
         return RunReply{{std::string(item), "running", "the owner reports later"}, true};
     }
-    if (decoded->name != item) return Malformed("a result of another item");
+    if (decoded->name != item) {
+        return Malformed("a result of another item");
+    }
     return RunReply{std::move(*decoded), false};
 }
 
 Result<std::uint32_t> DecodeCount(Bytes reply) {
     const auto number = NumberOf(reply);
-    if (!number) return Malformed("a count of " + std::to_string(reply.size()) + " bytes instead of 4");
+    if (!number) {
+        return Malformed("a count of " + std::to_string(reply.size()) + " bytes instead of 4");
+    }
     return *number;
 }
 
 Result<std::uint32_t> DecodeGroupReply(Bytes reply) {
     constexpr std::uint32_t kNoWorker = 14;
     constexpr std::uint32_t kGroupRuns = 16;
-    if (reply.empty()) return Error{ErrorCode::kRefused, "the server gave an empty reply"};
+    if (reply.empty()) {
+        return Error{ErrorCode::kRefused, "the server gave an empty reply"};
+    }
     const auto number = NumberOf(reply);
-    if (!number) return Malformed("a task id of " + std::to_string(reply.size()) + " bytes instead of 4");
-    if (*number == kGroupRuns) return Error{ErrorCode::kGroupBusy, "the server runs such a group already"};
-    if (*number == kNoWorker) return Error{ErrorCode::kRefused, "the server has no worker for the group"};
-    if (*number < kGroupRuns) return Malformed("the task id " + std::to_string(*number));
+    if (!number) {
+        return Malformed("a task id of " + std::to_string(reply.size()) + " bytes instead of 4");
+    }
+    if (*number == kGroupRuns) {
+        return Error{ErrorCode::kGroupBusy, "the server runs such a group already"};
+    }
+    if (*number == kNoWorker) {
+        return Error{ErrorCode::kRefused, "the server has no worker for the group"};
+    }
+    if (*number < kGroupRuns) {
+        return Malformed("the task id " + std::to_string(*number));
+    }
     return *number;
 }
 
 Result<bool> DecodeStopReply(Bytes reply) {
     const auto number = NumberOf(reply);
-    if (!number || *number > 1) return Malformed("a reply to a stop that is neither 0 nor 1");
+    if (!number || *number > 1) {
+        return Malformed("a reply to a stop that is neither 0 nor 1");
+    }
     return *number == 0;
 }
 
 Result<ItemState> DecodeStateReply(Bytes reply) {
     const auto number = NumberOf(reply);
-    if (!number) return Malformed("a state of " + std::to_string(reply.size()) + " bytes instead of 4");
+    if (!number) {
+        return Malformed("a state of " + std::to_string(reply.size()) + " bytes instead of 4");
+    }
     switch (*number) {
         case 0:
             return ItemState::kNotIdle;
@@ -258,19 +314,25 @@ Result<ItemState> DecodeStateReply(Bytes reply) {
 
 std::optional<std::string> ItemOf(Bytes record) {
     char name[OM_INSPECT_NAME_SIZE]{};
-    if (record.size() < sizeof name) return std::nullopt;
+    if (record.size() < sizeof name) {
+        return std::nullopt;
+    }
     std::memcpy(name, record.data(), sizeof name);
     return TextOf(name);
 }
 
 std::optional<std::uint32_t> TaskOf(Bytes record) {
-    if (record.size() < sizeof(std::uint32_t)) return std::nullopt;
+    if (record.size() < sizeof(std::uint32_t)) {
+        return std::nullopt;
+    }
     return NumberOf(record.first(sizeof(std::uint32_t)));
 }
 
 Result<bool> DecodeBusy(Bytes data) {
     const auto number = NumberOf(data);
-    if (!number || *number > 1) return Malformed("a busy event that is neither busy nor idle");
+    if (!number || *number > 1) {
+        return Malformed("a busy event that is neither busy nor idle");
+    }
     return *number == 0;
 }
 

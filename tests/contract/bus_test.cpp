@@ -8,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-namespace contract {
+namespace support {
 
 namespace {
 
@@ -204,4 +204,4 @@ void AwaitAbsence(const std::string& procName) {
     EXPECT_TRUE(WaitFor([&procName] { return Ask(procName, "echo").result == OS_MSG_ERR_ABSENT; }));
 }
 
-}  // namespace contract
+}  // namespace support

@@ -15,7 +15,7 @@
 #include "peers.h"
 #include "platform_control.h"
 
-namespace contract {
+namespace support {
 
 constexpr uint32_t kLong = 600000;  // a time limit that is not reached, in ms
 constexpr uint32_t kShort = 200;    // one that is
@@ -58,7 +58,7 @@ void Post(std::string_view proc, std::string_view task, uint32_t id = 1, std::st
 
 /// Lets a peer's task "relay" do it.
 struct Relayed {
-    Outcome outcome;
+    PeerOutcome outcome;
     std::string data;
 };
 Relayed Relay(std::string_view peer, Order::Kind kind, const TagMsgBlock& message, uint32_t count = 1,
@@ -120,4 +120,4 @@ void AwaitPeer(const std::string& procName);
 /// Waits until no process of that name is on the bus.
 void AwaitAbsence(const std::string& procName);
 
-}  // namespace contract
+}  // namespace support

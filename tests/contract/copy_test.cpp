@@ -17,13 +17,13 @@
 #include "kivo/os_file.h"
 #include "kivo/os_thread.h"
 #include "platform_control.h"
-#include "temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class CopyTest : public contract::PlatformTest {
+class CopyTest : public support::PlatformTest {
 protected:
     std::string File(const std::string& name, const std::string& contents = "contents") const {
         std::ofstream(dir_ / name, std::ios::binary) << contents;
@@ -34,7 +34,7 @@ protected:
         return OsCopyFile(src.c_str(), dst.c_str());
     }
 
-    contract::TempDir dir_;
+    support::TempFolder dir_;
 };
 
 std::string Contents(const std::string& path) {
@@ -94,7 +94,7 @@ TEST_F(CopyTest, CopiesAFileOfManySteps) {
 }
 
 TEST_F(CopyTest, CopiesFromAnotherFileSystem) {
-    const contract::TempDir memory("/dev/shm");
+    const support::TempFolder memory("/dev/shm");
     std::string contents(300001, '\0');
     for (size_t i = 0; i < contents.size(); ++i) {
         contents[i] = static_cast<char>(i % 251);

@@ -14,13 +14,13 @@
 #include <gtest/gtest.h>
 
 #include "platform_control.h"
-#include "temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class FileTest : public contract::PlatformTest {
+class FileTest : public support::PlatformTest {
 protected:
     std::string File(const std::string& name, const std::string& contents = "contents") const {
         std::ofstream(dir_ / name) << contents;
@@ -33,7 +33,7 @@ protected:
         ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), both, 0), 0);
     }
 
-    contract::TempDir dir_;
+    support::TempFolder dir_;
 };
 
 /// The names in a directory, or an empty set when it cannot be opened.

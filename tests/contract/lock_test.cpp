@@ -11,7 +11,7 @@
 
 namespace {
 
-class LockTest : public contract::PlatformTest {
+class LockTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -34,15 +34,15 @@ TEST_F(LockTest, ReadersHoldItTogether) {
     std::atomic<int> holding{0};
     std::atomic<int> met{0};
     for (int i = 0; i < 4; ++i) {
-        contract::StartThread([&] {
+        support::StartThread([&] {
             EXPECT_EQ(OsRwLockRdLock(&lock_), 0U);
             ++holding;
-            EXPECT_TRUE(contract::WaitFor([&] { return holding == 4; }));
+            EXPECT_TRUE(support::WaitFor([&] { return holding == 4; }));
             EXPECT_EQ(OsRwLockUnLock(&lock_), 0U);
             ++met;
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return met == 4; }));
+    EXPECT_TRUE(support::WaitFor([&] { return met == 4; }));
 }
 
 TEST_F(LockTest, WriterWaitsForEveryReader) {
@@ -50,17 +50,17 @@ TEST_F(LockTest, WriterWaitsForEveryReader) {
     std::atomic<bool> writing{false};
     std::atomic<bool> done{false};
     ASSERT_EQ(OsRwLockRdLock(&lock_), 0U);
-    contract::StartThread([&] {
+    support::StartThread([&] {
         asking = true;
         EXPECT_EQ(OsRwLockWrLock(&lock_), 0U);
         writing = true;
         EXPECT_EQ(OsRwLockUnLock(&lock_), 0U);
         done = true;
     });
-    EXPECT_TRUE(contract::WaitFor([&] { return asking.load(); }));
+    EXPECT_TRUE(support::WaitFor([&] { return asking.load(); }));
     EXPECT_FALSE(writing);
     EXPECT_EQ(OsRwLockUnLock(&lock_), 0U);
-    EXPECT_TRUE(contract::WaitFor([&] { return done.load(); }));
+    EXPECT_TRUE(support::WaitFor([&] { return done.load(); }));
     EXPECT_TRUE(writing);
 }
 
@@ -70,7 +70,7 @@ TEST_F(LockTest, ReaderAndWriterWaitForAWriter) {
     std::atomic<int> done{0};
     ASSERT_EQ(OsRwLockWrLock(&lock_), 0U);
     for (auto* const acquire : {OsRwLockRdLock, OsRwLockWrLock}) {
-        contract::StartThread([&, acquire] {
+        support::StartThread([&, acquire] {
             ++asking;
             EXPECT_EQ(acquire(&lock_), 0U);
             ++entered;
@@ -78,10 +78,10 @@ TEST_F(LockTest, ReaderAndWriterWaitForAWriter) {
             ++done;
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return asking == 2; }));
+    EXPECT_TRUE(support::WaitFor([&] { return asking == 2; }));
     EXPECT_EQ(entered, 0);
     EXPECT_EQ(OsRwLockUnLock(&lock_), 0U);
-    EXPECT_TRUE(contract::WaitFor([&] { return done == 2; }));
+    EXPECT_TRUE(support::WaitFor([&] { return done == 2; }));
 }
 
 TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
@@ -92,7 +92,7 @@ TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
     std::atomic<int> ended{0};
     constexpr int kRounds = 500;
     for (int i = 0; i < 2; ++i) {
-        contract::StartThread([&] {
+        support::StartThread([&] {
             for (int round = 0; round < kRounds; ++round) {
                 OsRwLockWrLock(&lock_);
                 ++first;
@@ -101,7 +101,7 @@ TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
             }
             ++ended;
         });
-        contract::StartThread([&] {
+        support::StartThread([&] {
             for (int round = 0; round < kRounds; ++round) {
                 OsRwLockRdLock(&lock_);
                 torn += first == second ? 0 : 1;
@@ -110,7 +110,7 @@ TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
             ++ended;
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return ended == 4; }));
+    EXPECT_TRUE(support::WaitFor([&] { return ended == 4; }));
     EXPECT_EQ(torn, 0);
     EXPECT_EQ(OsRwLockRdLock(&lock_), 0U);
     EXPECT_EQ(first, 1000);

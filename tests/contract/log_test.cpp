@@ -15,8 +15,8 @@
 
 namespace {
 
-using contract::LogLine;
-using contract::LogLines;
+using support::LogLine;
+using support::LogLines;
 
 constexpr uint32_t kInvalid = EINVAL;
 constexpr uint32_t kNotInitialised = EPERM;
@@ -35,10 +35,10 @@ KivoOmLogHandle Create(std::string_view fileName) {
     return handle;
 }
 
-class LogSessionTest : public contract::PlatformTest {};
+class LogSessionTest : public support::PlatformTest {};
 
 /// With an initialised client.
-class LogTest : public contract::PlatformTest {
+class LogTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -156,14 +156,14 @@ TEST_F(LogTest, ThreadsLogAtTheSameTime) {
     const KivoOmLogHandle handle = Create("contract.log");
     std::atomic<int> ended{0};
     for (uint8_t thread = 0; thread < 4; ++thread) {
-        contract::StartThread([&, thread] {
+        support::StartThread([&, thread] {
             for (uint32_t line = 0; line < 200; ++line) {
                 KivoOmLogModuleLogRecord(3, handle, "unit", thread, line, "%s", "the text of a line");
             }
             ++ended;
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return ended == 4; }));
+    EXPECT_TRUE(support::WaitFor([&] { return ended == 4; }));
     std::vector<uint32_t> next(4);
     for (const LogLine& line : LogLines("contract.log", handle)) {
         ASSERT_TRUE(line.module.has_value());

@@ -15,7 +15,7 @@
 
 namespace {
 
-class MemTest : public contract::PlatformTest {};
+class MemTest : public support::PlatformTest {};
 
 }  // namespace
 
@@ -103,21 +103,21 @@ TEST_F(MemTest, FreeingNullIsHarmless) {
 TEST_F(MemTest, CountsStayRightUnderManyThreads) {
     std::atomic<int> ended{0};
     for (int i = 0; i < 4; ++i) {
-        contract::StartThread([&] {
+        support::StartThread([&] {
             for (int round = 0; round < 500; ++round) {
                 OSMemTypeFreeMon(OsMemMallocSetCharMon(64, 1, "mem_threads", 1), "mem_threads", 2);
             }
             void* kept = OsMemMallocSetCharMon(7, 1, "mem_threads", 3);
             ++ended;
-            EXPECT_TRUE(contract::WaitFor([&] { return ended >= 5; }));
+            EXPECT_TRUE(support::WaitFor([&] { return ended >= 5; }));
             OSMemTypeFreeMon(kept, "mem_threads", 4);
             ++ended;
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return ended == 4; }));
+    EXPECT_TRUE(support::WaitFor([&] { return ended == 4; }));
     EXPECT_EQ(OsMemGetUsage("mem_threads").bytes, 28U);
     EXPECT_EQ(OsMemGetUsage("mem_threads").blocks, 4U);
     ++ended;
-    EXPECT_TRUE(contract::WaitFor([&] { return ended == 9; }));
+    EXPECT_TRUE(support::WaitFor([&] { return ended == 9; }));
     EXPECT_EQ(OsMemGetUsage("mem_threads").blocks, 0U);
 }

@@ -11,11 +11,11 @@
 
 namespace {
 
-using contract::MonitorSign;
+using support::MonitorSign;
 
 constexpr uint32_t kInvalid = EINVAL;
 
-class MonitorTest : public contract::PlatformTest {};
+class MonitorTest : public support::PlatformTest {};
 
 OsMonitorProInfo Info(std::string_view name, uint32_t timeout) {
     OsMonitorProInfo info{};
@@ -27,7 +27,7 @@ OsMonitorProInfo Info(std::string_view name, uint32_t timeout) {
 }  // namespace
 
 TEST_F(MonitorTest, RegistrationAndActivationsReachTheMonitor) {
-    contract::Monitor monitor;
+    support::Monitor monitor;
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
     EXPECT_EQ(OsMonitorProActivate("ominspect"), 0U);
@@ -36,7 +36,7 @@ TEST_F(MonitorTest, RegistrationAndActivationsReachTheMonitor) {
 }
 
 TEST_F(MonitorTest, TheLongestTimeLimitArrivesUncut) {
-    contract::Monitor monitor;
+    support::Monitor monitor;
     const OsMonitorProInfo info = Info("123456789012345", 4294967295U);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
     EXPECT_EQ(OsMonitorProActivate("123456789012345"), 0U);

@@ -9,24 +9,24 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Ask;
-using contract::BusTest;
-using contract::DetachedTest;
-using contract::Envelope;
-using contract::Gate;
-using contract::Inbox;
-using contract::Peer;
-using contract::Post;
-using contract::WaitFor;
+using support::AddTask;
+using support::Ask;
+using support::BusTest;
+using support::DetachedTest;
+using support::Envelope;
+using support::Gate;
+using support::Inbox;
+using support::Peer;
+using support::Post;
+using support::WaitFor;
 
-contract::Handler Echo() {
+support::Handler Echo() {
     return [](const TagMsgBlock& message) { return OsMsgSynSendResp(&message, message.data, message.dataLen); };
 }
 
 // A task descriptor's name may lack its NUL here.
 OsTaskDescriptor TaskNamed(std::string_view name) {
-    return contract::Describe(name, Echo());
+    return support::Describe(name, Echo());
 }
 
 uint32_t Create(std::string_view name) {
@@ -68,7 +68,7 @@ const char* const kBadNames[] = {"",         "1234567890123456", "12345678901234
 
 TEST_F(AttachTest, WithoutTheBusNothingIsSent) {
     const TagMsgBlock message = Envelope("tester", "task");
-    EXPECT_EQ(Ask(message, contract::kShort).result, 0x80020004U);
+    EXPECT_EQ(Ask(message, support::kShort).result, 0x80020004U);
     EXPECT_EQ(OsMsgAsynSend(&message), 0x80020004U);
     TagMsgBlock request{};
     request.msgType = 1;
@@ -187,7 +187,7 @@ TEST_F(TaskTest, AnyThreadMayRunTheLoop) {
     task.entry = [] { return 0U; };
     ASSERT_EQ(OsTaskCreate(&task), 0U);
     std::atomic<uint32_t> result{99};
-    contract::StartThread([&result] { result = OsMsgTaskRoutineByName("task"); });
+    support::StartThread([&result] { result = OsMsgTaskRoutineByName("task"); });
     EXPECT_EQ(Ask("tester", "task", "x").data, "x");
     EXPECT_EQ(result, 99U);
     OsProcDetach();
@@ -217,7 +217,7 @@ TEST_F(DetachTest, WaitingSendsFail) {
     const Inbox inbox;
     AddTask("silent", inbox.Keep());
     const auto result = std::make_shared<std::atomic<uint32_t>>(99);
-    contract::StartThread([result] { *result = Ask("tester", "silent").result; });
+    support::StartThread([result] { *result = Ask("tester", "silent").result; });
     ASSERT_TRUE(inbox.Await(1));
     EXPECT_EQ(*result, 99U);
     OsProcDetach();
@@ -239,5 +239,5 @@ TEST_F(DetachTest, WhoAskedALeavingProcessLearnsIt) {
     Peer peer("peer");
     EXPECT_EQ(Ask("peer", "leave").result, 0x8002000aU);
     EXPECT_TRUE(WaitFor([&peer] { return peer.EndedWell(); }));
-    contract::AwaitAbsence("peer");
+    support::AwaitAbsence("peer");
 }

@@ -12,11 +12,11 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Gate;
-using contract::Inbox;
-using contract::Post;
-using contract::WaitFor;
+using support::AddTask;
+using support::Gate;
+using support::Inbox;
+using support::Post;
+using support::WaitFor;
 
 std::mutex g_mutex;
 std::vector<std::string> g_lines;
@@ -31,7 +31,7 @@ std::vector<std::string> Lines() {
     return g_lines;
 }
 
-class DiagnosisTest : public contract::BusTest {
+class DiagnosisTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();

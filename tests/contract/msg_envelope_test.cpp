@@ -10,19 +10,19 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Ask;
-using contract::Envelope;
-using contract::Inbox;
-using contract::Order;
-using contract::Peer;
-using contract::Received;
+using support::AddTask;
+using support::Ask;
+using support::Envelope;
+using support::Inbox;
+using support::Order;
+using support::Peer;
+using support::Received;
 
-class EnvelopeTest : public contract::BusTest {
+class EnvelopeTest : public support::BusTest {
 protected:
     // What the peer's task "mirror" saw of the message.
     static TagMsgBlock Seen(const TagMsgBlock& message) {
-        const contract::Reply reply = Ask(message);
+        const support::Reply reply = Ask(message);
         TagMsgBlock seen{};
         EXPECT_EQ(reply.data.size(), 168U);
         if (reply.data.size() == sizeof(seen)) {
@@ -66,7 +66,7 @@ TEST_F(EnvelopeTest, AnAsynchronousMessageArrivesFilledIn) {
     AddTask("task", inbox.Keep());
     TagMsgBlock message = Envelope("tester", "task", 18, "12345");
     message.param = 7;
-    EXPECT_EQ(contract::Relay("peer", Order::Kind::kPost, message).outcome.result, 0U);
+    EXPECT_EQ(support::Relay("peer", Order::Kind::kPost, message).outcome.result, 0U);
     ASSERT_TRUE(inbox.Await(1));
     const Received received = inbox.All()[0];
     EXPECT_NE(received.envelope.msgType, 1U);
@@ -96,7 +96,7 @@ TEST_F(EnvelopeTest, TheSendersTaskIsTheOneThatItsThreadRuns) {
         EXPECT_STREQ(seen.srcProcName, "tester");
         EXPECT_STREQ(seen.srcTaskName, "task");
         EXPECT_STREQ(seen.replyTaskName, "task");
-        contract::Answer(message);
+        support::Answer(message);
         return 0U;
     });
     EXPECT_EQ(Ask("tester", "task").result, 0U);
@@ -111,7 +111,7 @@ TEST_F(EnvelopeTest, AnswersGoToTheTaskThatTheSenderNames) {
         const TagMsgBlock seen = Seen(message);
         EXPECT_STREQ(seen.srcTaskName, "task");
         EXPECT_STREQ(seen.replyTaskName, "123456789012345");
-        contract::Answer(request);
+        support::Answer(request);
         return 0U;
     });
     EXPECT_EQ(Ask("tester", "task").result, 0U);
@@ -121,8 +121,8 @@ TEST_F(EnvelopeTest, WhatASenderSaysOfItselfIsIgnored) {
     const Peer peer("peer");
     const Inbox inbox;
     AddTask("task", inbox.Keep());
-    EXPECT_EQ(contract::Relay("peer", Order::Kind::kPost, Impostor("task")).outcome.result, 0U);
-    contract::Relay("peer", Order::Kind::kAsk, Impostor("task"), 1, contract::kShort);
+    EXPECT_EQ(support::Relay("peer", Order::Kind::kPost, Impostor("task")).outcome.result, 0U);
+    support::Relay("peer", Order::Kind::kAsk, Impostor("task"), 1, support::kShort);
     ASSERT_TRUE(inbox.Await(2));
     for (const Received& received : inbox.All()) {
         EXPECT_EQ(received.envelope.uid, getuid());
@@ -139,7 +139,7 @@ TEST_F(EnvelopeTest, ANameThatComesBackIsTheNewProcesss) {
     AddTask("task", inbox.Keep());
     for (uint32_t id = 1; id <= 2; ++id) {
         const Peer peer("peer");
-        EXPECT_EQ(contract::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", id)).outcome.result, 0U);
+        EXPECT_EQ(support::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", id)).outcome.result, 0U);
         ASSERT_TRUE(inbox.Await(id));
         EXPECT_STREQ(inbox.All().back().envelope.srcProcName, "peer");
     }
@@ -152,7 +152,7 @@ TEST_F(EnvelopeTest, TwoPeersAreToldApart) {
     const Inbox inbox;
     AddTask("task", inbox.Keep());
     for (const char* peer : {"first", "second", "first"}) {
-        EXPECT_EQ(contract::Relay(peer, Order::Kind::kPost, Envelope("tester", "task")).outcome.result, 0U);
+        EXPECT_EQ(support::Relay(peer, Order::Kind::kPost, Envelope("tester", "task")).outcome.result, 0U);
     }
     ASSERT_TRUE(inbox.Await(3));
     std::vector<std::string> sources;

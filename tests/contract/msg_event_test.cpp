@@ -10,15 +10,15 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Inbox;
-using contract::Order;
-using contract::Peer;
-using contract::Received;
+using support::AddTask;
+using support::Inbox;
+using support::Order;
+using support::Peer;
+using support::Received;
 
 constexpr uint32_t kRestart = 0x200002;
 
-class EventTest : public contract::BusTest {
+class EventTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -36,14 +36,14 @@ protected:
 
     // Lets the peer's task "relay" send events with ids from `id` on.
     static void Broadcast(const char* peer, uint32_t id, std::string_view data = {}, uint32_t count = 1) {
-        const contract::Relayed relayed =
-            contract::Relay(peer, Order::Kind::kBroadcast, contract::Envelope("", "", id, data), count);
+        const support::Relayed relayed =
+            support::Relay(peer, Order::Kind::kBroadcast, support::Envelope("", "", id, data), count);
         EXPECT_EQ(relayed.outcome.good, count);
     }
 
     // A message that the peer sends after its events: once it is there, they are.
     void Finish(const char* peer, size_t expected) const {
-        contract::Relay(peer, Order::Kind::kPost, contract::Envelope("tester", "task", 777));
+        support::Relay(peer, Order::Kind::kPost, support::Envelope("tester", "task", 777));
         ASSERT_TRUE(inbox_.Await(expected + 1));
         EXPECT_EQ(inbox_.Ids().back(), 777U);
         EXPECT_EQ(inbox_.Count(), expected + 1);
@@ -99,7 +99,7 @@ TEST_F(EventTest, OnlySubscribedSourcesAreHeard) {
     ASSERT_EQ(Subscribe("peer", "relay", 8), 0U);
     ASSERT_EQ(Subscribe("other", "echo", 8), 0U);  // that task sends none
     Broadcast("other", 8);
-    contract::Relay("other", Order::Kind::kPost, contract::Envelope("tester", "task", 776));
+    support::Relay("other", Order::Kind::kPost, support::Envelope("tester", "task", 776));
     ASSERT_TRUE(inbox_.Await(1));
     Broadcast("peer", 8);
     Finish("peer", 2);
@@ -142,7 +142,7 @@ TEST_F(EventTest, EventsAndMessagesOfOneSenderStayInOrder) {
     ASSERT_EQ(Subscribe("peer", "relay", 2), 0U);
     ASSERT_EQ(Subscribe("peer", "relay", 4), 0U);
     for (uint32_t id = 1; id <= 4; id += 2) {
-        contract::Relay("peer", Order::Kind::kPost, contract::Envelope("tester", "task", id));
+        support::Relay("peer", Order::Kind::kPost, support::Envelope("tester", "task", id));
         Broadcast("peer", id + 1);
     }
     Finish("peer", 4);
@@ -238,7 +238,7 @@ TEST_F(EventTest, RestartCannotBeFeigned) {
     const Peer peer("peer");
     const Peer other("other");
     ASSERT_EQ(Subscribe("peer", "relay", kRestart), 0U);
-    contract::Relay("peer", Order::Kind::kBroadcast, contract::Envelope("", "", kRestart));
-    contract::Relay("other", Order::Kind::kBroadcast, contract::Envelope("", "", kRestart));
+    support::Relay("peer", Order::Kind::kBroadcast, support::Envelope("", "", kRestart));
+    support::Relay("other", Order::Kind::kBroadcast, support::Envelope("", "", kRestart));
     Finish("peer", 0);
 }

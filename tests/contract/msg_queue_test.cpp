@@ -12,15 +12,15 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Answer;
-using contract::Ask;
-using contract::Envelope;
-using contract::Gate;
-using contract::Inbox;
-using contract::Order;
-using contract::Peer;
-using contract::Post;
+using support::AddTask;
+using support::Answer;
+using support::Ask;
+using support::Envelope;
+using support::Gate;
+using support::Inbox;
+using support::Order;
+using support::Peer;
+using support::Post;
 
 // `count` ids from `first` on.
 std::vector<uint32_t> IdsFrom(uint32_t first, size_t count) {
@@ -29,7 +29,7 @@ std::vector<uint32_t> IdsFrom(uint32_t first, size_t count) {
     return ids;
 }
 
-class QueueTest : public contract::BusTest {
+class QueueTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -64,7 +64,7 @@ protected:
 
 // What the peer's task "collect" got so far.
 std::vector<uint32_t> Collected(const char* peer) {
-    const std::string bytes = Ask(Envelope(peer, "collect", contract::kReport)).data;
+    const std::string bytes = Ask(Envelope(peer, "collect", support::kReport)).data;
     std::vector<uint32_t> ids(bytes.size() / sizeof(uint32_t));
     std::memcpy(ids.data(), bytes.data(), ids.size() * sizeof(uint32_t));
     return ids;
@@ -75,7 +75,7 @@ std::vector<uint32_t> Collected(const char* peer) {
 TEST_F(QueueTest, MessagesOfOneSenderStayInOrder) {
     const Peer peer("peer");
     AddTask("task", inbox_.Keep(), 1000);
-    const auto relayed = contract::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", 1), 1000);
+    const auto relayed = support::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", 1), 1000);
     EXPECT_EQ(relayed.outcome.good, 1000U);
     ASSERT_TRUE(inbox_.Await(1000));
     EXPECT_EQ(inbox_.Ids(), IdsFrom(1, 1000));
@@ -102,7 +102,7 @@ TEST_F(QueueTest, WhatDoesNotFitIsLostAndCounted) {
     for (uint32_t id = 101; id <= 107; ++id) {
         Post("tester", "busy", id);
     }
-    EXPECT_TRUE(contract::WaitFor([] { return OsMsgDroppedCount("busy") == 3; }));
+    EXPECT_TRUE(support::WaitFor([] { return OsMsgDroppedCount("busy") == 3; }));
     gate_.Open();
     ASSERT_TRUE(inbox_.Await(5));
     Post("tester", "busy", 108);
@@ -129,16 +129,16 @@ TEST_F(QueueTest, SynchronousMessagesWaitInItToo) {
     std::atomic<int> answered{0};
     std::atomic<int> refused{0};
     for (int i = 0; i < 5; ++i) {
-        contract::StartThread([&] {
+        support::StartThread([&] {
             const uint32_t result = Ask(Envelope("tester", "busy", 101)).result;
             EXPECT_TRUE(result == 0 || result == 0x8002000c);
             ++(result == 0 ? answered : refused);
         });
     }
-    EXPECT_TRUE(contract::WaitFor([&refused] { return refused == 1; }));
+    EXPECT_TRUE(support::WaitFor([&refused] { return refused == 1; }));
     EXPECT_EQ(answered, 0);
     gate_.Open();
-    EXPECT_TRUE(contract::WaitFor([&answered] { return answered == 4; }));
+    EXPECT_TRUE(support::WaitFor([&answered] { return answered == 4; }));
     EXPECT_EQ(refused, 1);
 }
 
@@ -150,7 +150,7 @@ TEST_F(QueueTest, AnotherProcesssQueueIsBoundedLikewise) {
         Answer(message);
         return 0U;
     });
-    Post("peer", "collect", contract::kVisitGate);
+    Post("peer", "collect", support::kVisitGate);
     ASSERT_TRUE(gate_.Reached());
     for (uint32_t id = 1; id <= 6; ++id) {
         Post("peer", "collect", id);
@@ -158,11 +158,11 @@ TEST_F(QueueTest, AnotherProcesssQueueIsBoundedLikewise) {
     EXPECT_EQ(Ask(Envelope("peer", "collect", 7)).result, 0x8002000cU);
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
     gate_.Open();
-    EXPECT_TRUE(contract::WaitFor([] {
-        const TagMsgBlock report = Envelope("peer", "collect", contract::kReport);
+    EXPECT_TRUE(support::WaitFor([] {
+        const TagMsgBlock report = Envelope("peer", "collect", support::kReport);
         return Ask(report).result == OS_MSG_OK;
     }));
-    EXPECT_EQ(Collected("peer"), (std::vector<uint32_t>{contract::kVisitGate, 1, 2, 3, 4}));
+    EXPECT_EQ(Collected("peer"), (std::vector<uint32_t>{support::kVisitGate, 1, 2, 3, 4}));
 }
 
 TEST_F(QueueTest, ABusyTaskDoesNotHoldUpTheOthers) {
@@ -173,7 +173,7 @@ TEST_F(QueueTest, ABusyTaskDoesNotHoldUpTheOthers) {
     });
     EXPECT_EQ(Ask("tester", "free").data, "free");
     const Peer peer("peer");
-    EXPECT_EQ(contract::Relay("peer", Order::Kind::kAsk, Envelope("tester", "free")).data, "free");
+    EXPECT_EQ(support::Relay("peer", Order::Kind::kAsk, Envelope("tester", "free")).data, "free");
     gate_.Open();
 }
 
@@ -183,7 +183,7 @@ TEST_F(QueueTest, LossesAreCountedTaskByTask) {
     for (uint32_t id = 101; id <= 105; ++id) {
         Post("tester", "busy", id);
     }
-    EXPECT_TRUE(contract::WaitFor([] { return OsMsgDroppedCount("busy") == 1; }));
+    EXPECT_TRUE(support::WaitFor([] { return OsMsgDroppedCount("busy") == 1; }));
     EXPECT_EQ(OsMsgDroppedCount("other"), 0U);
     EXPECT_EQ(OsMsgDroppedCount("unknown"), 0U);
     EXPECT_EQ(OsMsgDroppedCount(""), 0U);
@@ -200,9 +200,9 @@ TEST_F(QueueTest, LostEventsAreCountedToo) {
     TagMsgBlock event{};
     event.msgId = 8;
     for (int i = 0; i < 6; ++i) {
-        EXPECT_EQ(contract::Relay("peer", Order::Kind::kBroadcast, event).outcome.result, 0U);
+        EXPECT_EQ(support::Relay("peer", Order::Kind::kBroadcast, event).outcome.result, 0U);
     }
-    EXPECT_TRUE(contract::WaitFor([] { return OsMsgDroppedCount("busy") == 2; }));
+    EXPECT_TRUE(support::WaitFor([] { return OsMsgDroppedCount("busy") == 2; }));
     gate_.Open();
     EXPECT_TRUE(inbox_.Await(5));
 }

@@ -11,16 +11,16 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Answer;
-using contract::Ask;
-using contract::Envelope;
-using contract::Inbox;
-using contract::Order;
-using contract::Peer;
-using contract::WaitFor;
+using support::AddTask;
+using support::Answer;
+using support::Ask;
+using support::Envelope;
+using support::Inbox;
+using support::Order;
+using support::Peer;
+using support::WaitFor;
 
-class ReplyTest : public contract::BusTest {
+class ReplyTest : public support::BusTest {
 protected:
     // A task that defers every reply, and keeps the envelopes.
     static void AddDeferringTask(const Inbox& inbox) {
@@ -34,7 +34,7 @@ protected:
     // Asks task "defer" on a thread of its own; the reply's payload, once it is there.
     static std::shared_ptr<std::atomic<int>> AskDeferring(const std::string& expected) {
         auto right = std::make_shared<std::atomic<int>>(-1);
-        contract::StartThread([right, expected] { *right = Ask("tester", "defer").data == expected ? 1 : 0; });
+        support::StartThread([right, expected] { *right = Ask("tester", "defer").data == expected ? 1 : 0; });
         return right;
     }
 };
@@ -67,7 +67,7 @@ TEST_F(ReplyTest, NoneIsOwedForAnAsynchronousMessage) {
         inbox.Put(message);
         return 0U;
     });
-    contract::Post("tester", "task");
+    support::Post("tester", "task");
     EXPECT_TRUE(inbox.Await(1));
 }
 
@@ -92,7 +92,7 @@ TEST_F(ReplyTest, BadArgumentsAreRefusedAndTheReplyIsStillOwed) {
 TEST_F(ReplyTest, AnotherThreadMayGiveItWhileTheHandlerRuns) {
     AddTask("task", [](const TagMsgBlock& message) {
         const auto answered = std::make_shared<std::atomic<bool>>(false);
-        contract::StartThread([copy = message, answered] {
+        support::StartThread([copy = message, answered] {
             Answer(copy, "from elsewhere");
             *answered = true;
         });
@@ -108,7 +108,7 @@ TEST_F(ReplyTest, OfManyThreadsOneGivesIt) {
         const auto good = std::make_shared<std::atomic<int>>(0);
         const auto tried = std::make_shared<std::atomic<int>>(0);
         for (int i = 0; i < 8; ++i) {
-            contract::StartThread([copy = message, good, tried] {
+            support::StartThread([copy = message, good, tried] {
                 *good += Reply(copy) == OS_MSG_OK ? 1 : 0;
                 ++*tried;
             });
@@ -136,10 +136,10 @@ TEST_F(ReplyTest, ADeferredOneIsGivenLater) {
 TEST_F(ReplyTest, WithoutDeferringItIsForgottenWithTheMessage) {
     const Inbox inbox;
     AddTask("task", inbox.Keep());
-    EXPECT_EQ(Ask(Envelope("tester", "task"), contract::kShort).result, 0x8002000bU);
+    EXPECT_EQ(Ask(Envelope("tester", "task"), support::kShort).result, 0x8002000bU);
     ASSERT_TRUE(inbox.Await(1));
     // The task has taken the next message: the handler has returned from the first.
-    contract::Post("tester", "task");
+    support::Post("tester", "task");
     ASSERT_TRUE(inbox.Await(2));
     EXPECT_EQ(Reply(inbox.All()[0].envelope), 0x8002000fU);
 }
@@ -170,11 +170,11 @@ TEST_F(ReplyTest, NobodyWaitsOnceTheSenderHasLeft) {
     AddDeferringTask(inbox);
     // The relay waits for this reply, so nobody can wait for the relay.
     TagMsgBlock question = Envelope("tester", "defer");
-    const Order order{Order::Kind::kAsk, 1, contract::kLong, question};
-    contract::Post("peer", "relay", 1, {reinterpret_cast<const char*>(&order), sizeof(order)});
+    const Order order{Order::Kind::kAsk, 1, support::kLong, question};
+    support::Post("peer", "relay", 1, {reinterpret_cast<const char*>(&order), sizeof(order)});
     ASSERT_TRUE(inbox.Await(1));
     peer.Kill();
-    contract::AwaitAbsence("peer");
+    support::AwaitAbsence("peer");
     EXPECT_EQ(Reply(inbox.All()[0].envelope), 0x8002000fU);
 }
 
@@ -189,21 +189,21 @@ TEST_F(ReplyTest, AtMost1024AreDeferred) {
     });
     {
         const Peer peer("peer");
-        contract::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1025, 1);
+        support::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1025, 1);
         // Those that found the queue full were not deferred: ask until the limit is reached.
         ASSERT_TRUE(WaitFor([&refused] {
-            contract::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1, contract::kShort);
+            support::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1, support::kShort);
             return refused.Count() != 0;
         }));
         EXPECT_EQ(kept.Count(), 1024U);
         // Room for one more once one is answered.
         OsMsgSynSendResp(&kept.All()[0].envelope, nullptr, 0);
-        contract::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1, contract::kShort);
+        support::Relay("peer", Order::Kind::kAsk, Envelope("tester", "defer"), 1, support::kShort);
         EXPECT_TRUE(kept.Await(1025));
     }
     // Those of a sender that has left are forgotten.
-    contract::AwaitAbsence("peer");
+    support::AwaitAbsence("peer");
     const size_t before = kept.Count();
-    EXPECT_EQ(Ask(Envelope("tester", "defer"), contract::kShort).result, 0x8002000bU);
+    EXPECT_EQ(Ask(Envelope("tester", "defer"), support::kShort).result, 0x8002000bU);
     EXPECT_TRUE(kept.Await(before + 1));
 }

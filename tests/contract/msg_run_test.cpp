@@ -12,19 +12,19 @@
 
 namespace {
 
-using contract::Ask;
-using contract::Describe;
-using contract::Peer;
-using contract::WaitFor;
+using support::Ask;
+using support::Describe;
+using support::Peer;
+using support::WaitFor;
 
 std::atomic<uint32_t> g_loopResult;
 std::atomic<bool> g_mayLoop;
 
-contract::Handler Echo() {
+support::Handler Echo() {
     return [](const TagMsgBlock& message) { return OsMsgSynSendResp(&message, message.data, message.dataLen); };
 }
 
-contract::Handler Quit() {
+support::Handler Quit() {
     return [](const TagMsgBlock&) {
         OsProcRequestDetach();
         return 0U;
@@ -45,7 +45,7 @@ uint32_t ReturnAtOnce() {
     return 7;
 }
 
-class RunTest : public contract::DetachedTest {
+class RunTest : public support::DetachedTest {
 protected:
     void SetUp() override {
         DetachedTest::SetUp();
@@ -63,7 +63,7 @@ protected:
     template <size_t count>
     void Start(const std::array<OsTaskDescriptor, count>& tasks) {
         ++*running_;
-        contract::StartThread([tasks, result = result_, running = running_] {
+        support::StartThread([tasks, result = result_, running = running_] {
             *result = OsTaskRun("tester", tasks.data(), count);
             --*running;
         });
@@ -100,7 +100,7 @@ TEST_F(RunTest, ServesUntilAskedToLeave) {
 TEST_F(RunTest, AHandlerMayAskToLeave) {
     Start(std::array{Describe("echo", Echo()), Describe("quit", Quit())});
     ASSERT_TRUE(Serves("echo"));
-    contract::Post("tester", "quit");
+    support::Post("tester", "quit");
     EXPECT_EQ(Result(), 0U);
 }
 
@@ -117,11 +117,11 @@ TEST_F(RunTest, GoesOnWhileOneTaskLives) {
 }
 
 TEST_F(RunTest, QueuesTakeMessagesBeforeTheLoopRuns) {
-    const contract::Inbox inbox;
+    const support::Inbox inbox;
     Start(std::array{Describe("late", inbox.Keep(), 8, EnterLoopLater), Describe("echo", Echo())});
     ASSERT_TRUE(Serves("echo"));
     for (uint32_t id = 1; id <= 3; ++id) {
-        contract::Post("tester", "late", id);
+        support::Post("tester", "late", id);
     }
     EXPECT_EQ(Ask("tester", "echo", "x").data, "x");
     EXPECT_EQ(inbox.Count(), 0U);
@@ -133,7 +133,7 @@ TEST_F(RunTest, QueuesTakeMessagesBeforeTheLoopRuns) {
 TEST_F(RunTest, TasksMayBeAddedWhileItRuns) {
     Start(std::array{Describe("echo", Echo())});
     ASSERT_TRUE(Serves("echo"));
-    contract::AddTask("added", Echo());
+    support::AddTask("added", Echo());
     EXPECT_EQ(Ask("tester", "added", "x").data, "x");
     OsProcRequestDetach();
     EXPECT_EQ(Result(), 0U);
@@ -167,6 +167,6 @@ TEST_F(RunTest, APeerRunsUntilItsHandlerAsksToLeave) {
     ASSERT_EQ(OsProcAttach("tester"), 0U);
     Peer peer("peer");
     EXPECT_FALSE(peer.EndedWell());
-    contract::Post("peer", "leave");
+    support::Post("peer", "leave");
     EXPECT_TRUE(WaitFor([&peer] { return peer.EndedWell(); }));
 }

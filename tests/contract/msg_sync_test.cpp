@@ -15,40 +15,40 @@
 
 namespace {
 
-using contract::AddTask;
-using contract::Answer;
-using contract::Ask;
-using contract::Envelope;
-using contract::Inbox;
-using contract::kShort;
-using contract::Order;
-using contract::Peer;
-using contract::WaitFor;
+using support::AddTask;
+using support::Answer;
+using support::Ask;
+using support::Envelope;
+using support::Inbox;
+using support::kShort;
+using support::Order;
+using support::Peer;
+using support::WaitFor;
 
-class SyncTest : public contract::BusTest {};
-class AbsenceTest : public contract::BusTest {};
+class SyncTest : public support::BusTest {};
+class AbsenceTest : public support::BusTest {};
 
 // The results of sends on threads of their own.
 class Senders {
 public:
     // The payload is a copy.
     void Start(const TagMsgBlock& message, const std::string& payload = {}) {
-        contract::StartThread([state = state_, message, payload] {
+        support::StartThread([state = state_, message, payload] {
             TagMsgBlock mine = Envelope(message.dstProcName, message.dstTaskName, message.msgId, payload);
             std::memcpy(mine.replyTaskName, message.replyTaskName, sizeof(mine.replyTaskName));
-            const contract::Reply reply = Ask(mine);
+            const support::Reply reply = Ask(mine);
             const std::lock_guard lock(state->mutex);
             state->replies.push_back(reply);
         });
     }
 
     // Waits until that many have returned.
-    std::vector<contract::Reply> Await(size_t count) const {
+    std::vector<support::Reply> Await(size_t count) const {
         EXPECT_TRUE(WaitFor([this, count] { return All().size() == count; }));
         return All();
     }
 
-    std::vector<contract::Reply> All() const {
+    std::vector<support::Reply> All() const {
         const std::lock_guard lock(state_->mutex);
         return state_->replies;
     }
@@ -56,7 +56,7 @@ public:
 private:
     struct State {
         std::mutex mutex;
-        std::vector<contract::Reply> replies;
+        std::vector<support::Reply> replies;
     };
     std::shared_ptr<State> state_ = std::make_shared<State>();
 };
@@ -65,14 +65,14 @@ private:
 
 TEST_F(SyncTest, TheReplyComesBack) {
     const Peer peer("peer");
-    const contract::Reply reply = Ask("peer", "echo", "payload");
+    const support::Reply reply = Ask("peer", "echo", "payload");
     EXPECT_EQ(reply.result, 0U);
     EXPECT_EQ(reply.data, "payload");
 }
 
 TEST_F(SyncTest, TheReplyMayBeEmpty) {
     const Peer peer("peer");
-    const contract::Reply reply = Ask("peer", "echo");
+    const support::Reply reply = Ask("peer", "echo");
     EXPECT_EQ(reply.result, 0U);
     EXPECT_EQ(reply.data, "");
 }
@@ -100,7 +100,7 @@ TEST_F(SyncTest, MoreThanOneMebibyteIsNotSent) {
     EXPECT_EQ(Ask("tester", "task", tooLarge).result, 0x8002000dU);
     const TagMsgBlock message = Envelope("tester", "task", 1, tooLarge);
     EXPECT_EQ(OsMsgAsynSend(&message), 0x8002000dU);
-    contract::Post("tester", "task", 2);
+    support::Post("tester", "task", 2);
     ASSERT_TRUE(inbox.Await(1));
     EXPECT_EQ(inbox.Ids(), std::vector<uint32_t>{2});
 }
@@ -178,7 +178,7 @@ TEST_F(SyncTest, ManyThreadsWaitForDifferentPeers) {
         senders.Start(Envelope(i % 2 == 0 ? "first" : "second", "echo"), std::to_string(i));
     }
     std::vector<std::string> got;
-    for (const contract::Reply& reply : senders.Await(16)) {
+    for (const support::Reply& reply : senders.Await(16)) {
         got.push_back(reply.data);
     }
     std::ranges::sort(got);
@@ -195,15 +195,15 @@ TEST_F(SyncTest, EachWaitingThreadGetsItsOwnReply) {
     });
     std::atomic<int> right{0};
     for (int i = 0; i < 16; ++i) {
-        contract::StartThread([&right, i] {
+        support::StartThread([&right, i] {
             const std::string text = std::to_string(i);
             right += Ask("tester", "task", text).data == "reply " + text ? 1 : 0;
         });
     }
     ASSERT_TRUE(inbox.Await(16));
-    std::vector<contract::Received> asked = inbox.All();
+    std::vector<support::Received> asked = inbox.All();
     std::ranges::reverse(asked);
-    for (const contract::Received& each : asked) {
+    for (const support::Received& each : asked) {
         Answer(each.envelope, "reply " + each.payload);
     }
     EXPECT_TRUE(WaitFor([&right] { return right == 16; }));
@@ -215,7 +215,7 @@ TEST_F(SyncTest, ThreadsAndPeersKeepABusyBusInOrder) {
     std::atomic<int> right{0};
     std::atomic<int> ended{0};
     for (int i = 0; i < 4; ++i) {
-        contract::StartThread([&, i] {
+        support::StartThread([&, i] {
             for (int round = 0; round < 100; ++round) {
                 const std::string text = std::to_string(i) + ":" + std::to_string(round);
                 right += Ask(round % 2 == 0 ? "first" : "second", "echo", text).data == text ? 1 : 0;
@@ -254,7 +254,7 @@ TEST_F(SyncTest, APeerMayAskBackWhileItIsAsked) {
         Answer(message, "from the tester");
         return 0U;
     });
-    const contract::Relayed relayed = contract::Relay("peer", Order::Kind::kAsk, Envelope("tester", "task"));
+    const support::Relayed relayed = support::Relay("peer", Order::Kind::kAsk, Envelope("tester", "task"));
     EXPECT_EQ(relayed.outcome.result, 0U);
     EXPECT_EQ(relayed.data, "from the tester");
 }
@@ -278,7 +278,7 @@ TEST_F(SyncTest, FreeingNoReplyIsHarmless) {
 
 TEST_F(AbsenceTest, AnAbsentProcessIsToldAtOnce) {
     EXPECT_EQ(Ask("nobody", "task").result, 0x80020008U);
-    contract::Post("nobody", "task");  // goes unnoticed
+    support::Post("nobody", "task");  // goes unnoticed
     EXPECT_EQ(Ask("nobody", "task").result, 0x80020008U);
 }
 
@@ -286,14 +286,14 @@ TEST_F(AbsenceTest, AnAbsentTaskIsToldAtOnce) {
     const Peer peer("peer");
     EXPECT_EQ(Ask("peer", "nothing").result, 0x80020009U);
     EXPECT_EQ(Ask("tester", "nothing").result, 0x80020009U);
-    contract::Post("peer", "nothing");
+    support::Post("peer", "nothing");
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
 }
 
 TEST_F(AbsenceTest, AProcessThatDiedIsAbsent) {
     Peer peer("peer");
     peer.Kill();
-    contract::AwaitAbsence("peer");
+    support::AwaitAbsence("peer");
     EXPECT_EQ(Ask("peer", "echo").result, 0x80020008U);
 }
 
@@ -308,7 +308,7 @@ TEST_F(AbsenceTest, AllWhoWaitForAProcessLearnThatItDied) {
     const Inbox gate;
     AddTask("gate", gate.Keep());
     // The first message keeps the task busy; its queue has room for four of the others.
-    contract::Post("peer", "collect", contract::kVisitGate);
+    support::Post("peer", "collect", support::kVisitGate);
     ASSERT_TRUE(gate.Await(1));
     Senders queued;
     for (int i = 0; i < 5; ++i) {
@@ -322,7 +322,7 @@ TEST_F(AbsenceTest, AllWhoWaitForAProcessLearnThatItDied) {
     ASSERT_TRUE(gate.Await(2));
     peer.Kill();
     EXPECT_EQ(handled.Await(1)[0].result, 0x8002000aU);
-    std::vector<contract::Reply> replies = queued.Await(5);
+    std::vector<support::Reply> replies = queued.Await(5);
     for (size_t i = 1; i < 5; ++i) {
         EXPECT_EQ(replies[i].result, 0x8002000aU);
     }
@@ -334,7 +334,7 @@ TEST_F(AbsenceTest, ANewProcessOfTheNameIsFound) {
         const Peer peer("peer");
         EXPECT_EQ(Ask("peer", "echo", "first").data, "first");
     }
-    contract::AwaitAbsence("peer");
+    support::AwaitAbsence("peer");
     const Peer peer("peer");
     EXPECT_EQ(Ask("peer", "echo", "second").data, "second");
 }

@@ -4,7 +4,7 @@
 
 #include "peer_process.h"
 
-void contract::EndAbruptly(const std::string& /*procName*/) {
+void support::EndAbruptly(const std::string& /*procName*/) {
     std::raise(SIGKILL);
 }
 
@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: contract_peer <process name>\n");
         return 2;
     }
-    const uint32_t result = contract::RunPeer(argv[1]);
+    const uint32_t result = support::RunPeer(argv[1]);
     if (result != OS_MSG_OK) {
         std::fprintf(stderr, "contract_peer %s: %s\n", argv[1], OsMsgResultText(result));
         return 1;

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-namespace contract {
+namespace support {
 
 namespace {
 
@@ -68,7 +68,7 @@ uint32_t Relay(TagMsgBlock* message) {
     std::memcpy(&order, message->data, sizeof(order));
     order.envelope.data = message->data + sizeof(order);
     order.envelope.dataLen = message->dataLen - static_cast<uint32_t>(sizeof(order));
-    Outcome outcome;
+    PeerOutcome outcome;
     TagMsgBlock* reply = nullptr;
     for (uint32_t i = 0; i < order.count; ++i, ++order.envelope.msgId) {
         OsMsgSynRespFree(reply);
@@ -106,4 +106,4 @@ uint32_t RunPeer(const std::string& procName) {
     return OsTaskRun(procName.c_str(), tasks, sizeof(tasks) / sizeof(tasks[0]));
 }
 
-}  // namespace contract
+}  // namespace support

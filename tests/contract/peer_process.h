@@ -7,7 +7,7 @@
 //   silent   never answers, but passes the message on to the task that its replyTaskName names at the sender
 //   collect  keeps message ids, in a queue of 4; answers id kReport with all of them so far, in order, and on id
 //            kVisitGate asks task "gate" of the sender and goes on once that has answered
-//   relay    carries out an Order: sends, asks or broadcasts, and answers with an Outcome
+//   relay    carries out an Order: sends, asks or broadcasts, and answers with an PeerOutcome
 //   die      ends as after SIGKILL, without an answer
 //   leave    asks the task runner to end, without an answer
 #pragma once
@@ -18,7 +18,7 @@
 
 #include "kivo/os_msg.h"
 
-namespace contract {
+namespace support {
 
 constexpr uint32_t kReport = 1000;
 constexpr uint32_t kVisitGate = 1001;
@@ -35,11 +35,11 @@ struct Order {
 static_assert(std::is_trivially_copyable_v<Order>);
 
 /// Head of the answer of task "relay"; the payload of the last reply follows.
-struct Outcome {
+struct PeerOutcome {
     uint32_t result{};  // of the last call
     uint32_t good{};    // calls that succeeded
 };
-static_assert(std::is_trivially_copyable_v<Outcome>);
+static_assert(std::is_trivially_copyable_v<PeerOutcome>);
 
 /// Runs the peer until it is told to leave; the result is OsTaskRun's.
 uint32_t RunPeer(const std::string& procName);
@@ -48,4 +48,4 @@ uint32_t RunPeer(const std::string& procName);
 /// does has an effect any more.
 void EndAbruptly(const std::string& procName);
 
-}  // namespace contract
+}  // namespace support

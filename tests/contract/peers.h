@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-namespace contract {
+namespace support {
 
 /// Gives the tests a bus: the process under test may join it from now on.
 void PrepareBus();
@@ -30,4 +30,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace contract
+}  // namespace support

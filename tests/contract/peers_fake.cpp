@@ -7,7 +7,7 @@
 #include "fake/fake.h"
 #include "peer_process.h"
 
-namespace contract {
+namespace support {
 
 void EndAbruptly(const std::string& procName) {
     kivo::fake::KillProcess(procName);
@@ -43,4 +43,4 @@ bool Peer::EndedWell() {
     return impl_->result == OS_MSG_OK;
 }
 
-}  // namespace contract
+}  // namespace support

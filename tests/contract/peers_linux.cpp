@@ -7,18 +7,18 @@
 #include "support/child.h"
 #include "support/private_bus.h"
 
-namespace contract {
+namespace support {
 
 void PrepareBus() {
-    static const kivo::test::PrivateBus bus;
+    static const support::PrivateBus bus;
 }
 
 struct Peer::Impl {
-    kivo::test::Child process;
+    support::Child process;
 };
 
 Peer::Peer(const std::string& procName)
-    : impl_(std::make_unique<Impl>(Impl{kivo::test::Child({CONTRACT_PEER_PROGRAM, procName})})) {
+    : impl_(std::make_unique<Impl>(Impl{support::Child({CONTRACT_PEER_PROGRAM, procName})})) {
     AwaitPeer(procName);
 }
 
@@ -32,4 +32,4 @@ bool Peer::EndedWell() {
     return impl_->process.Wait(std::chrono::seconds(0)) == 0;
 }
 
-}  // namespace contract
+}  // namespace support

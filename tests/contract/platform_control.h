@@ -15,7 +15,7 @@
 
 #include "kivo/om_log_client.h"
 
-namespace contract {
+namespace support {
 
 /// A test that uses more of the platform than pure functions. It begins with a log client that is not
 /// initialised, and ends with no thread of its own left.
@@ -70,4 +70,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace contract
+}  // namespace support

@@ -8,7 +8,7 @@
 #include "kivo/os_thread.h"
 #include "platform_control.h"
 
-namespace contract {
+namespace support {
 
 namespace {
 
@@ -79,4 +79,4 @@ std::vector<MonitorSign> Monitor::Signs() {
     return signs;
 }
 
-}  // namespace contract
+}  // namespace support

@@ -11,13 +11,13 @@
 #include "linux/log_reader.h"
 #include "linux/service_manager.h"
 #include "platform_control.h"
-#include "temp_dir.h"
+#include "support/temp_folder.h"
 
-namespace contract {
+namespace support {
 
 namespace {
 
-std::unique_ptr<TempDir> g_logDirectory;
+std::unique_ptr<TempFolder> g_logDirectory;
 
 MonitorSign Sign(std::string_view notification) {
     constexpr std::string_view kRegistration = "READY=1\nWATCHDOG_USEC=";
@@ -33,7 +33,7 @@ MonitorSign Sign(std::string_view notification) {
 
 void PlatformTest::SetUp() {
     unsetenv("NOTIFY_SOCKET");
-    g_logDirectory = std::make_unique<TempDir>();
+    g_logDirectory = std::make_unique<TempFolder>();
     setenv("KIVO_LOG_DIR", LogDirectory().c_str(), 1);
 }
 
@@ -90,4 +90,4 @@ std::vector<MonitorSign> Monitor::Signs() {
     return signs;
 }
 
-}  // namespace contract
+}  // namespace support

@@ -38,7 +38,7 @@ OsSigSet Mask() {
 }
 
 /// Leaves the test's own mask as it was.
-class SignalTest : public contract::PlatformTest {
+class SignalTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -127,21 +127,21 @@ TEST_F(SignalTest, ANewThreadInheritsItsCreatorsMask) {
     ASSERT_EQ(OsPthreadSigmask(0, &both, nullptr), 0U);
     OsSigSet inherited{};
     std::atomic<bool> done{false};
-    contract::StartThread([&] {
+    support::StartThread([&] {
         inherited = Mask();
         done = true;
     });
-    EXPECT_TRUE(contract::WaitFor([&] { return done.load(); }));
+    EXPECT_TRUE(support::WaitFor([&] { return done.load(); }));
     EXPECT_TRUE(Same(inherited, both));
 }
 
 TEST_F(SignalTest, AMaskIsTheThreadsOwn) {
     std::atomic<bool> done{false};
-    contract::StartThread([&] {
+    support::StartThread([&] {
         const OsSigSet user = SetOf({SIGUSR1});
         EXPECT_EQ(OsPthreadSigmask(0, &user, nullptr), 0U);
         done = true;
     });
-    EXPECT_TRUE(contract::WaitFor([&] { return done.load(); }));
+    EXPECT_TRUE(support::WaitFor([&] { return done.load(); }));
     EXPECT_TRUE(Same(Mask(), SetOf({})));
 }

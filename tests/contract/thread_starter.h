@@ -8,7 +8,7 @@
 
 #include "kivo/os_thread.h"
 
-namespace contract {
+namespace support {
 
 /// Runs `body` on a detached thread.
 inline void StartThread(std::function<void()> body) {
@@ -27,4 +27,4 @@ inline void StartThread(std::function<void()> body) {
     EXPECT_EQ(OsPthreadDetach(thread), 0U);
 }
 
-}  // namespace contract
+}  // namespace support

@@ -14,7 +14,7 @@
 
 namespace {
 
-class ThreadTest : public contract::PlatformTest {};
+class ThreadTest : public support::PlatformTest {};
 
 void* Add(void* argument) {
     ++*static_cast<std::atomic<int>*>(argument);
@@ -28,14 +28,14 @@ TEST_F(ThreadTest, RunsTheEntryWithItsArgument) {
     OsThread thread{};
     ASSERT_EQ(OsPthreadCreate(&thread, nullptr, Add, &calls), 0U);
     EXPECT_EQ(OsPthreadDetach(thread), 0U);
-    EXPECT_TRUE(contract::WaitFor([&] { return calls == 1; }));
+    EXPECT_TRUE(support::WaitFor([&] { return calls == 1; }));
 }
 
 TEST_F(ThreadTest, AThreadMayEndBeforeItIsDetached) {
     std::atomic<int> calls{0};
     OsThread thread{};
     ASSERT_EQ(OsPthreadCreate(&thread, nullptr, Add, &calls), 0U);
-    EXPECT_TRUE(contract::WaitFor([&] { return calls == 1; }));
+    EXPECT_TRUE(support::WaitFor([&] { return calls == 1; }));
     EXPECT_EQ(OsPthreadDetach(thread), 0U);
 }
 
@@ -46,7 +46,7 @@ TEST_F(ThreadTest, ManyThreadsRun) {
         ASSERT_EQ(OsPthreadCreate(&thread, nullptr, Add, &calls), 0U);
         ASSERT_EQ(OsPthreadDetach(thread), 0U);
     }
-    EXPECT_TRUE(contract::WaitFor([&] { return calls == 200; }));
+    EXPECT_TRUE(support::WaitFor([&] { return calls == 200; }));
 }
 
 TEST_F(ThreadTest, AttributesApply) {
@@ -71,7 +71,7 @@ TEST_F(ThreadTest, AttributesApply) {
     pthread_attr_destroy(&attributes);
     ASSERT_EQ(result, 0U);
     EXPECT_EQ(OsPthreadDetach(thread), 0U);
-    EXPECT_TRUE(contract::WaitFor([&] { return seen != 0; }));
+    EXPECT_TRUE(support::WaitFor([&] { return seen != 0; }));
     EXPECT_GE(seen, kStackSize);
 }
 

@@ -7,15 +7,15 @@
 
 namespace {
 
-class TimeTest : public contract::PlatformTest {};
+class TimeTest : public support::PlatformTest {};
 
 }  // namespace
 
 TEST_F(TimeTest, SystemTimeIsMillisecondsOfTheSystemClock) {
-    const uint64_t before = contract::SystemClock();
+    const uint64_t before = support::SystemClock();
     const uint64_t now = OsGetSystemTime();
     EXPECT_GE(now, before);
-    EXPECT_LE(now, contract::SystemClock());
+    EXPECT_LE(now, support::SystemClock());
     EXPECT_GT(now, 1600000000000U);  // after 2020, in milliseconds
     EXPECT_LT(now, 16000000000000U);
 }

@@ -19,7 +19,7 @@ namespace {
 constexpr uint32_t kInvalid = EINVAL;
 constexpr uint32_t kNoTimer = ENOENT;
 
-class TimerTest : public contract::PlatformTest {
+class TimerTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -50,7 +50,7 @@ public:
     OsTimerId Id() const { return id_; }
     int Calls() const { return calls_; }
     bool Reaches(int calls) const {
-        return contract::WaitFor([&] { return calls_ >= calls; });
+        return support::WaitFor([&] { return calls_ >= calls; });
     }
 
 private:
@@ -118,7 +118,7 @@ TEST_F(TimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
         OsTimerId id = 0;
         ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
     }
-    EXPECT_TRUE(contract::WaitFor([] {
+    EXPECT_TRUE(support::WaitFor([] {
         const std::lock_guard lock(mutex);
         return fired.size() == 2;
     }));
@@ -151,7 +151,7 @@ TEST_F(TimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
         return 0;
     };
     ASSERT_EQ(OsTmrCreate(&param, &own), 0U);
-    EXPECT_TRUE(contract::WaitFor([] { return callsOfNext == 1; }));  // when its own next call would be due
+    EXPECT_TRUE(support::WaitFor([] { return callsOfNext == 1; }));  // when its own next call would be due
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(deleted, 0U);
     EXPECT_EQ(created, 0U);

@@ -2,9 +2,10 @@
 #include <algorithm>
 #include <csignal>
 
+#include "support/eventually.h"
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 std::string RequestText(const std::string& item) {
@@ -13,7 +14,9 @@ std::string RequestText(const std::string& item) {
 
 std::string GroupPayload(const std::vector<std::string>& items) {
     std::string payload;
-    for (const std::string& item : items) payload += RequestText(item) + '\0';
+    for (const std::string& item : items) {
+        payload += RequestText(item) + '\0';
+    }
     return payload + '\0';
 }
 
@@ -26,7 +29,9 @@ protected:
     static uint32_t Number(const Reply& reply) {
         uint32_t number = 0;
         EXPECT_EQ(reply.data.size(), sizeof number);
-        if (reply.data.size() == sizeof number) std::memcpy(&number, reply.data.data(), sizeof number);
+        if (reply.data.size() == sizeof number) {
+            std::memcpy(&number, reply.data.data(), sizeof number);
+        }
         return number;
     }
 
@@ -110,7 +115,9 @@ TEST_F(InTheBackground, OfTwentyRequestsForAGroupAtOnceOneIsTaken) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"later:1000"});
     std::vector<uint32_t> answers;
-    for (int i = 0; i < 20; ++i) answers.push_back(StartGroup({"later"}));
+    for (int i = 0; i < 20; ++i) {
+        answers.push_back(StartGroup({"later"}));
+    }
     EXPECT_GT(answers[0], 16u);
     EXPECT_EQ(std::count(answers.begin(), answers.end(), 16u), 19);
     EXPECT_EQ(Text(AwaitRecord().items[0].result), "later fail/timeout");
@@ -133,4 +140,4 @@ TEST_F(InTheBackground, ARequesterThatIsGoneLeavesTheServerHealthy) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

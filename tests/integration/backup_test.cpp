@@ -9,11 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include "contract/temp_dir.h"
 #include "support/child.h"
+#include "support/eventually.h"
 #include "support/private_bus.h"
+#include "support/temp_folder.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 namespace fs = std::filesystem;
@@ -74,7 +75,7 @@ protected:
         return names;
     }
 
-    contract::TempDir dir_;
+    support::TempFolder dir_;
     fs::path source_ = dir_.Path() / "device/data/log/wylogs";
     fs::path backup_ = dir_.Path() / "device/data/inspect/diag/log/wylogs";
 };
@@ -85,7 +86,9 @@ protected:
 };
 
 TEST_F(RunningBackup, StaysOffWithTheServersOwnHook) {
-    for (const int number : {1, 2, 3, 4, 5}) AddLog(source_, number);
+    for (const int number : {1, 2, 3, 4, 5}) {
+        AddLog(source_, number);
+    }
     const Child server = StartServer({});
     EXPECT_TRUE(EventuallyLogged("Debug version no need to backup wylog")) << server.Output();
     EXPECT_FALSE(Contains(ReadLog(), "Start init backup wylog"));
@@ -93,7 +96,9 @@ TEST_F(RunningBackup, StaysOffWithTheServersOwnHook) {
 }
 
 TEST_F(RunningBackup, KeepsUpWithTheSystemLog) {
-    for (const int number : {5, 3, 1, 2, 4}) AddLog(source_, number);
+    for (const int number : {5, 3, 1, 2, 4}) {
+        AddLog(source_, number);
+    }
     std::ofstream(source_ / "kernel.log") << "no application log";
     Child server = StartServer();
     EXPECT_TRUE(EventuallyLogged("create BackupWylogTimer succ")) << server.Output();
@@ -104,7 +109,9 @@ TEST_F(RunningBackup, KeepsUpWithTheSystemLog) {
     EXPECT_EQ(fs::last_write_time(backup_ / Log(3)), fs::last_write_time(source_ / Log(3)));
 
     // Three more: all but the two newest come with the timer's runs.
-    for (const int number : {6, 7, 8}) AddLog(source_, number);
+    for (const int number : {6, 7, 8}) {
+        AddLog(source_, number);
+    }
     EXPECT_TRUE(EventuallyLogged("Copy file [wyapplogcat-log.I6] success"));
     EXPECT_TRUE(Eventually([this] { return BackedUp() == Names{Log(1), Log(2), Log(3), Log(4), Log(5), Log(6)}; }));
     EXPECT_EQ(Read(backup_ / Log(6)), "log 6");
@@ -120,12 +127,18 @@ TEST_F(RunningBackup, KeepsUpWithTheSystemLog) {
 }
 
 TEST_F(RunningBackup, KeepsTheNewest150) {
-    for (int number = 1; number <= 150; ++number) AddLog(backup_, number);
-    for (const int number : {151, 152, 153, 154, 155}) AddLog(source_, number);
+    for (int number = 1; number <= 150; ++number) {
+        AddLog(backup_, number);
+    }
+    for (const int number : {151, 152, 153, 154, 155}) {
+        AddLog(source_, number);
+    }
     const Child server = StartServer();
     EXPECT_TRUE(EventuallyLogged("create BackupWylogTimer succ")) << server.Output();
     Names expected;
-    for (int number = 4; number <= 153; ++number) expected.push_back(Log(number));
+    for (int number = 4; number <= 153; ++number) {
+        expected.push_back(Log(number));
+    }
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(BackedUp(), expected);
     for (const char* deleted : {"Del file [****t-log.I1]", "Del file [****t-log.I2]", "Del file [****t-log.I3]"}) {
@@ -141,9 +154,9 @@ TEST_F(Backup, ACollectionOfTheSystemLogIsAFullRun) {
     AddLog(backup_, 1, "changed since");
     std::ofstream(backup_ / "stale.log") << "stale";
     const Outcome outcome =
-        kivo::test::Run({"env", "--chdir=" + dir_.Path().string(), COLLECTOR_SHORT_LIMITS_PROGRAM, "wylogs",
-                         "device/data/log/wylogs", "device/data/inspect/diag/log/wylogs", "0"},
-                        {kWithHook});
+        support::Run({"env", "--chdir=" + dir_.Path().string(), COLLECTOR_SHORT_LIMITS_PROGRAM, "wylogs",
+                      "device/data/log/wylogs", "device/data/inspect/diag/log/wylogs", "0"},
+                     {kWithHook});
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_EQ(BackedUp(), (Names{"kernel.log", Log(1), Log(2)}));
     EXPECT_EQ(Read(backup_ / Log(1)), "log 1");
@@ -164,16 +177,16 @@ TEST_F(Backup, TheShippedServerAsksTheProductsHook) {
     AddLog(source_, 1);
     const fs::path copy = dir_.Path() / "copy";
     const std::vector<std::string> command{COLLECTOR_PROGRAM, "wylogs", source_, copy, "5"};
-    const Outcome hooked = kivo::test::Run(command, {std::string(kWithHook) + ":" NO_DEVICE});
+    const Outcome hooked = support::Run(command, {std::string(kWithHook) + ":" NO_DEVICE});
     EXPECT_TRUE(Contains(hooked.output, "InspectCopyWylogsFile start")) << hooked.output;
     EXPECT_TRUE(Contains(hooked.output, "Fail to create dir: /data/inspect/diag/log/wylogs")) << hooked.output;
     EXPECT_FALSE(fs::exists(copy));
 
-    const Outcome plain = kivo::test::Run(command);
+    const Outcome plain = support::Run(command);
     EXPECT_TRUE(Contains(plain.output, "InspectCopyWylogsFile start")) << plain.output;
     EXPECT_FALSE(Contains(plain.output, "Fail to create dir")) << plain.output;
     EXPECT_EQ(Read(copy / Log(1)), "log 1");
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

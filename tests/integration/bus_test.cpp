@@ -1,9 +1,10 @@
 // What processes may do to each other on the bus: names, claims, restarts, crowds and malformed payloads.
 #include <csignal>
 
+#include "support/eventually.h"
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 class OnTheBus : public System {};
@@ -61,8 +62,12 @@ TEST_F(OnTheBus, TwoHundredClientsAtOnceAllGetTheirResult) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"ok"});
     std::vector<Child> clients;
-    for (int i = 0; i < 200; ++i) clients.emplace_back(std::vector<std::string>{OMINSPECTCTL_PROGRAM, "run", "ok"});
-    for (Child& client : clients) EXPECT_EQ(client.Wait(), 0) << client.Output();
+    for (int i = 0; i < 200; ++i) {
+        clients.emplace_back(std::vector<std::string>{OMINSPECTCTL_PROGRAM, "run", "ok"});
+    }
+    for (Child& client : clients) {
+        EXPECT_EQ(client.Wait(), 0) << client.Output();
+    }
 }
 
 TEST_F(OnTheBus, PayloadsThatAreNoRequestsGetTheStatedReplies) {
@@ -87,4 +92,4 @@ TEST_F(OnTheBus, PayloadsThatAreNoRequestsGetTheStatedReplies) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -16,14 +16,17 @@
 #include "ominspect/client/group.h"
 #include "ominspect/client/session.h"
 #include "support/child.h"
+#include "support/eventually.h"
 #include "support/private_bus.h"
+#include "support/temp_folder.h"
 
 using namespace ominspect::client;
-using kivo::test::Child;
-using kivo::test::Eventually;
-using kivo::test::PrivateBus;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::Child;
+using support::Eventually;
+using support::PrivateBus;
+using support::TempFolder;
 
 namespace {
 
@@ -46,20 +49,17 @@ private:
 
 class Client : public testing::Test {
 protected:
-    Client() : folder_(testing::TempDir() + "/client-XXXXXX"), bus_(std::make_unique<PrivateBus>()) {
-        EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-    }
-    ~Client() override {
-        session_.reset();
-        std::filesystem::remove_all(folder_);
-    }
+    Client() : bus_(std::make_unique<PrivateBus>()) {}
+    ~Client() override { session_.reset(); }
 
     // The session, made when it is first asked for.
     Session& TheSession() {
         if (!session_) {
             auto session = Session::Open({.onRun =
                                               [this](const ItemResult& result) {
-                                                  if (auto slow = std::exchange(slow_, nullptr)) slow();
+                                                  if (auto slow = std::exchange(slow_, nullptr)) {
+                                                      slow();
+                                                  }
                                                   const std::lock_guard lock(mutex_);
                                                   seen_.push_back(result.name + " " + result.status);
                                               },
@@ -78,7 +78,7 @@ protected:
     }
 
     Child StartServer() {
-        Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder_});
+        Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder_.Path().string()});
         EXPECT_TRUE(Eventually([this] { return static_cast<bool>(TheSession().State("x", seconds(1))); }));
         return server;
     }
@@ -90,7 +90,7 @@ protected:
         return owner;
     }
 
-    std::string folder_;
+    TempFolder folder_;
     std::unique_ptr<PrivateBus> bus_;
     std::function<void()> slow_;  // what the first event has to wait for
 
@@ -199,11 +199,15 @@ TEST_F(Client, CancelledCallsAreJoinedOnceTheyHaveEnded) {
         std::stop_source source;
         std::jthread cancel([&source] { source.request_stop(); });
         const auto state = TheSession().State("x", {milliseconds(50), source.get_token()});
-        if (!state && state.Failure().code == ErrorCode::kCancelled) ++cancelled;
+        if (!state && state.Failure().code == ErrorCode::kCancelled) {
+            ++cancelled;
+        }
     };
     cancelOne();
     const auto before = mappings();
-    for (int i = 0; i < 200; ++i) cancelOne();
+    for (int i = 0; i < 200; ++i) {
+        cancelOne();
+    }
     EXPECT_GT(cancelled, 100);
     EXPECT_TRUE(Eventually([&] {
         cancelOne();

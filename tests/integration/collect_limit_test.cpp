@@ -6,10 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include "contract/temp_dir.h"
 #include "support/child.h"
+#include "support/temp_folder.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 namespace fs = std::filesystem;
@@ -34,7 +34,7 @@ protected:
     }
 
     [[nodiscard]] Outcome Collect(const std::string& seconds) const {
-        return kivo::test::Run({COLLECTOR_PROGRAM, "dir", Source(), Destination(), seconds});
+        return support::Run({COLLECTOR_PROGRAM, "dir", Source(), Destination(), seconds});
     }
 
     // How many files arrived. Each must be whole, with its time.
@@ -82,7 +82,7 @@ private:
         return text;
     }
 
-    contract::TempDir dir_;
+    support::TempFolder dir_;
 };
 
 TEST_F(CollectLimit, OfOneSecondEndsALargeCollectionBetweenTwoFiles) {
@@ -108,4 +108,4 @@ TEST_F(CollectLimit, ThatIsNotReachedChangesNothing) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

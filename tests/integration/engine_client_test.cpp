@@ -15,9 +15,10 @@
 
 #include "kivo/os_msg.h"
 #include "support/child.h"
+#include "support/eventually.h"
 #include "support/private_bus.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 // Guards what the played server received: "id param payload", texts up to their NUL.
@@ -89,7 +90,9 @@ std::string Ask(const std::string& payload, uint32_t id = 4) {
     block.dataLen = static_cast<uint32_t>(payload.size());
     TagMsgBlock* resp = nullptr;
     const uint32_t code = OsMsgSynSend(&block, &resp, 60000);
-    if (code != OS_MSG_OK) return OsMsgResultText(code);
+    if (code != OS_MSG_OK) {
+        return OsMsgResultText(code);
+    }
     std::string shown = std::to_string(resp->dataLen) + " bytes";
     if (resp->dataLen == 192) {
         const auto* record = reinterpret_cast<const char*>(resp->data);
@@ -258,4 +261,4 @@ TEST(InspectGetArgument, TakesTheCmdMemberOfTheRequest) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -6,7 +6,7 @@
 
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 constexpr const char* kDaemon = "org.freedesktop.DBus";
@@ -120,4 +120,4 @@ TEST_F(Forgery, DescriptorsAreNotTaken) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -3,9 +3,10 @@
 #include <csignal>
 #include <fstream>
 
+#include "support/eventually.h"
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 bool Holds(const std::string& text, const std::string& part) {
@@ -14,7 +15,9 @@ bool Holds(const std::string& text, const std::string& part) {
 
 size_t CountOf(const std::string& text, const std::string& part) {
     size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
     return count;
 }
 
@@ -25,7 +28,7 @@ protected:
         return arguments;
     }
 
-    static Outcome Group(const std::vector<std::string>& arguments) { return kivo::test::Run(CommandLine(arguments)); }
+    static Outcome Group(const std::vector<std::string>& arguments) { return support::Run(CommandLine(arguments)); }
 
     static Child StartGroup(const std::vector<std::string>& arguments) { return Child(CommandLine(arguments)); }
 
@@ -99,7 +102,7 @@ TEST_F(GroupCommand, AClosedPipeStopsTheGroup) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"until", "always_ok@ok"});
     const std::string command = std::string(OMINSPECTCTL_PROGRAM) + " group always_ok until | head -n 1";
-    EXPECT_TRUE(Holds(kivo::test::Run({"/bin/sh", "-c", command}).output, ": 2 items\n"));
+    EXPECT_TRUE(Holds(support::Run({"/bin/sh", "-c", command}).output, ": 2 items\n"));
     EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_EQ(Group({"always_ok", "--wait"}).exitCode, 0);
 }
@@ -151,12 +154,12 @@ TEST_F(GroupCommand, AStopFromAnotherTerminalEndsTheGroup) {
     const size_t colon = output.find(':');
     ASSERT_TRUE(output.starts_with("task ") && colon != std::string::npos) << output;
     const std::string taskId = output.substr(5, colon - 5);
-    const Outcome stop = kivo::test::Run({OMINSPECTCTL_PROGRAM, "stop", taskId});
+    const Outcome stop = support::Run({OMINSPECTCTL_PROGRAM, "stop", taskId});
     EXPECT_EQ(stop.exitCode, 0);
     EXPECT_EQ(stop.output, "task " + taskId + " was asked to stop\n");
     EXPECT_EQ(group.Wait(), 1) << group.Output();
     EXPECT_NE(kill(command, 0), 0) << "the command outlived its group";
-    const Outcome again = kivo::test::Run({OMINSPECTCTL_PROGRAM, "stop", taskId, "--json"});
+    const Outcome again = support::Run({OMINSPECTCTL_PROGRAM, "stop", taskId, "--json"});
     EXPECT_EQ(again.exitCode, 1);
     EXPECT_EQ(again.output, R"({"taskId":)" + taskId + R"(,"known":false})" + "\n");
 }
@@ -178,7 +181,9 @@ TEST_F(GroupCommand, WhileAGroupRunsOthersOfItsNameAreRefusedAndSayIt) {
     Child running = StartGroup({"until"});
     ASSERT_TRUE(Eventually([&] { return Holds(running.Output(), "until  running"); })) << running.Output();
     std::vector<Child> refused;
-    for (int i = 0; i < 20; ++i) refused.push_back(StartGroup({"always_ok"}));
+    for (int i = 0; i < 20; ++i) {
+        refused.push_back(StartGroup({"always_ok"}));
+    }
     for (Child& client : refused) {
         EXPECT_EQ(client.Wait(), 3);
         EXPECT_EQ(client.Output(),
@@ -201,7 +206,9 @@ TEST_F(GroupCommand, OfTwentyClientsAtOnceOneGroupRunsAtATime) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"always_ok@ok"});
     std::vector<Child> clients;
-    for (int i = 0; i < 20; ++i) clients.push_back(StartGroup({"always_ok"}));
+    for (int i = 0; i < 20; ++i) {
+        clients.push_back(StartGroup({"always_ok"}));
+    }
     int passed = 0;
     for (Child& client : clients) {
         const auto code = client.Wait();
@@ -228,8 +235,12 @@ TEST_F(GroupCommand, ClientsThatWaitAllHaveTheirTurn) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"always_ok@ok"});
     std::vector<Child> clients;
-    for (int i = 0; i < 5; ++i) clients.push_back(StartGroup({"always_ok", "--wait", "--timeout", "100"}));
-    for (Child& client : clients) EXPECT_EQ(client.Wait(std::chrono::seconds(100)), 0) << client.Output();
+    for (int i = 0; i < 5; ++i) {
+        clients.push_back(StartGroup({"always_ok", "--wait", "--timeout", "100"}));
+    }
+    for (Child& client : clients) {
+        EXPECT_EQ(client.Wait(std::chrono::seconds(100)), 0) << client.Output();
+    }
     EXPECT_TRUE(EventuallyAtRest(server));
     EXPECT_TRUE(IsFree());
 }
@@ -280,7 +291,7 @@ TEST_F(GroupCommand, ATerminalShowsARedrawnTable) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();
     const std::string command = std::string(OMINSPECTCTL_PROGRAM) + " group always_ok later_ok";
-    const Outcome group = kivo::test::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
+    const Outcome group = support::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
     EXPECT_EQ(group.exitCode, 0) << group.output;
     EXPECT_TRUE(Holds(group.output, "\x1b[5A\r\x1b[J"));  // title, heads, two items and the summary, drawn anew
     EXPECT_TRUE(Holds(group.output, "later_ok   waiting") || Holds(group.output, "later_ok   running"));
@@ -289,4 +300,4 @@ TEST_F(GroupCommand, ATerminalShowsARedrawnTable) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -5,9 +5,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "support/eventually.h"
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 class Manager {
@@ -41,7 +42,9 @@ protected:
     static std::string Setting(const std::string& key) {
         std::ifstream file(UNIT_FILE);
         for (std::string line; std::getline(file, line);) {
-            if (line.starts_with(key + "=")) return line.substr(key.size() + 1);
+            if (line.starts_with(key + "=")) {
+                return line.substr(key.size() + 1);
+            }
         }
         return {};
     }
@@ -80,4 +83,4 @@ TEST_F(Heartbeat, TheLogIsReopenedWhenTheLogServiceRestarts) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -4,16 +4,17 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/eventually.h"
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 class Programs : public System {
 protected:
     static Outcome Ctl(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), OMINSPECTCTL_PROGRAM);
-        return kivo::test::Run(arguments);
+        return support::Run(arguments);
     }
 
     // The items of owner.xml, once they are registered.
@@ -66,7 +67,9 @@ TEST_F(Programs, TheArgumentReachesTheCommand) {
 }
 
 TEST_F(Programs, WithoutAServerTheExitCodeIsThree) {
-    for (const char* command : {"run", "state", "reset", "group"}) EXPECT_EQ(Ctl({command, "x"}).exitCode, 3);
+    for (const char* command : {"run", "state", "reset", "group"}) {
+        EXPECT_EQ(Ctl({command, "x"}).exitCode, 3);
+    }
     EXPECT_EQ(Ctl({"stop", "17"}).exitCode, 3);
     EXPECT_EQ(Ctl({"list"}).exitCode, 3);
     EXPECT_EQ(Ctl({"group", "--all"}).exitCode, 3);
@@ -74,7 +77,7 @@ TEST_F(Programs, WithoutAServerTheExitCodeIsThree) {
 
 TEST_F(Programs, WithoutABusTheExitCodeIsThree) {
     const Outcome run =
-        kivo::test::Run({OMINSPECTCTL_PROGRAM, "run", "x"}, {"KIVO_BUS_ADDRESS=unix:path=/nonexistent/bus"});
+        support::Run({OMINSPECTCTL_PROGRAM, "run", "x"}, {"KIVO_BUS_ADDRESS=unix:path=/nonexistent/bus"});
     EXPECT_EQ(run.exitCode, 3) << run.output;
 }
 
@@ -82,7 +85,7 @@ TEST_F(Programs, WrongUseExitsWithTwo) {
     EXPECT_EQ(Ctl({"run"}).exitCode, 2);
     EXPECT_EQ(Ctl({"fly", "away"}).exitCode, 2);
     EXPECT_EQ(Ctl({"run", std::string(32, 'n')}).exitCode, 2);
-    EXPECT_EQ(kivo::test::Run({OMINSPECT_OWNER_PROGRAM, "/nonexistent.xml"}).exitCode, 2);
+    EXPECT_EQ(support::Run({OMINSPECT_OWNER_PROGRAM, "/nonexistent.xml"}).exitCode, 2);
 }
 
 TEST_F(Programs, ARunWaitsForAnItemThatReportsLater) {
@@ -113,9 +116,13 @@ TEST_F(Programs, ARunTakesTheRoadThatTheConfigurationNames) {
         std::istringstream lines(log);
         for (std::string line; std::getline(lines, line);) {
             const size_t at = line.find("recv msg id ");
-            if (at == std::string::npos || !Holds(line, "from [ic-")) continue;
+            if (at == std::string::npos || !Holds(line, "from [ic-")) {
+                continue;
+            }
             const std::string id = line.substr(at + 12, line.find(' ', at + 12) - at - 12);
-            if (id == "0" || id == "18") ids.push_back(id);
+            if (id == "0" || id == "18") {
+                ids.push_back(id);
+            }
         }
         return ids;
     };
@@ -201,4 +208,4 @@ TEST_F(Programs, AnOwnerThatIsToldToEndTakesItsItemsBackAndEndsItsCommands) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

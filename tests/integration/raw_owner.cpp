@@ -59,7 +59,9 @@ void Register(std::string argument) {
     const size_t colon = argument.find(':');
     const std::string item = argument.substr(0, colon);
     const auto limit = colon == std::string::npos ? 0u : static_cast<uint32_t>(std::stoul(argument.substr(colon + 1)));
-    if (!behaviour.empty()) g_behaviours[item] = behaviour;
+    if (!behaviour.empty()) {
+        g_behaviours[item] = behaviour;
+    }
     const size_t star = item.find('*');
     SendToServer(2, limit, item.c_str(), item.size() + 1, star == std::string::npos ? "" : item.substr(star + 1));
 }
@@ -74,8 +76,12 @@ uint32_t Answer(const TagMsgBlock& msg, const std::string& item, const char* sta
 
 uint32_t AnswerBytes(const TagMsgBlock& msg, size_t size) {
     std::vector<unsigned char> bytes(size, 'x');
-    if (size > 31) bytes[31] = '\0';
-    if (size > 63) bytes[63] = '\0';
+    if (size > 31) {
+        bytes[31] = '\0';
+    }
+    if (size > 63) {
+        bytes[63] = '\0';
+    }
     return OsMsgSynSendResp(&msg, bytes.data(), static_cast<uint32_t>(size));
 }
 
@@ -88,21 +94,35 @@ uint32_t ReportStopped(const std::string& item) {
 }
 
 uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::string& behaviour, bool stop) {
-    if (StartsWith(behaviour, "ok") || StartsWith(behaviour, "as*")) return Answer(msg, item, "success");
-    if (StartsWith(behaviour, "warn")) return Answer(msg, item, "warn");
+    if (StartsWith(behaviour, "ok") || StartsWith(behaviour, "as*")) {
+        return Answer(msg, item, "success");
+    }
+    if (StartsWith(behaviour, "warn")) {
+        return Answer(msg, item, "warn");
+    }
     if (StartsWith(behaviour, "until") && stop) {
         Answer(msg, item, "success");
         return ReportStopped(item);
     }
-    if (StartsWith(behaviour, "later") || StartsWith(behaviour, "until")) return Answer(msg, item, "running");
-    if (StartsWith(behaviour, "die")) return static_cast<uint32_t>(raise(SIGKILL));
-    if (StartsWith(behaviour, "size_")) return AnswerBytes(msg, std::stoul(behaviour.substr(5)));
+    if (StartsWith(behaviour, "later") || StartsWith(behaviour, "until")) {
+        return Answer(msg, item, "running");
+    }
+    if (StartsWith(behaviour, "die")) {
+        return static_cast<uint32_t>(raise(SIGKILL));
+    }
+    if (StartsWith(behaviour, "size_")) {
+        return AnswerBytes(msg, std::stoul(behaviour.substr(5)));
+    }
     return 0;
 }
 
 uint32_t Handle(TagMsgBlock* msg) {
-    if (msg->msgId == kReportNow) return SendToServer(5, 0, msg->data, msg->dataLen);
-    if (msg->msgId != 4 || msg->dataLen < 37) return 1;
+    if (msg->msgId == kReportNow) {
+        return SendToServer(5, 0, msg->data, msg->dataLen);
+    }
+    if (msg->msgId != 4 || msg->dataLen < 37) {
+        return 1;
+    }
     const std::string item(reinterpret_cast<const char*>(msg->data));
     const std::string request(reinterpret_cast<const char*>(msg->data) + 36, msg->dataLen - 36);
     const bool stop =
@@ -123,7 +143,9 @@ void AwaitServer() {
 }
 
 uint32_t Entry() {
-    for (const std::string& item : g_items) Register(item);
+    for (const std::string& item : g_items) {
+        Register(item);
+    }
     AwaitServer();
     std::puts("registered");
     std::fflush(stdout);
@@ -133,7 +155,9 @@ uint32_t Entry() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) return 2;
+    if (argc < 2) {
+        return 2;
+    }
     g_process = argv[1];
     g_items.assign(argv + 2, argv + argc);
     OsTaskDescriptor task{};

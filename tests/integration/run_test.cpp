@@ -3,7 +3,7 @@
 
 #include "system.h"
 
-namespace kivo::test {
+namespace support {
 namespace {
 
 class Runs : public System {};
@@ -110,4 +110,4 @@ TEST_F(Runs, TheServersOwnItemTellsTheLogDirectory) {
 }
 
 }  // namespace
-}  // namespace kivo::test
+}  // namespace support

@@ -1,5 +1,6 @@
 // The whole system for one test.
 #include "system.h"
+#include "support/eventually.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,7 +9,7 @@
 #include <fstream>
 #include <iterator>
 
-namespace kivo::test {
+namespace support {
 
 namespace {
 
@@ -36,8 +37,12 @@ TagMsgBlock Envelope(uint32_t id, const std::string& payload, const std::string&
 }
 
 std::string Word(const Received& event) {
-    if (event.id == 9 && event.data.size() == 4) return event.data[0] == 0 ? "busy" : "idle";
-    if (event.id != 8 || event.data.size() != 192) return "malformed";
+    if (event.id == 9 && event.data.size() == 4) {
+        return event.data[0] == 0 ? "busy" : "idle";
+    }
+    if (event.id != 8 || event.data.size() != 192) {
+        return "malformed";
+    }
     tagKivoOmInspectionResult result{};
     std::memcpy(&result, event.data.data(), sizeof result);
     return Text(result);
@@ -49,7 +54,9 @@ Received Await(uint32_t id) {
         const std::lock_guard<std::mutex> lock(g_lock);
         const auto found = std::find_if(g_received.begin(), g_received.end(),
                                         [id](const Received& candidate) { return candidate.id == id; });
-        if (found == g_received.end()) return false;
+        if (found == g_received.end()) {
+            return false;
+        }
         message = *found;
         g_received.erase(found);
         return true;
@@ -68,13 +75,14 @@ tagKivoOmInspectionResult Reply::Result() const {
     tagKivoOmInspectionResult result{};
     EXPECT_EQ(code, 0u) << OsMsgResultText(code);
     EXPECT_EQ(data.size(), 192u);
-    if (data.size() == sizeof result) std::memcpy(&result, data.data(), sizeof result);
+    if (data.size() == sizeof result) {
+        std::memcpy(&result, data.data(), sizeof result);
+    }
     return result;
 }
 
-System::System() : folder_(testing::TempDir() + "/itest-XXXXXX") {
-    EXPECT_NE(mkdtemp(folder_.data()), nullptr);
-    setenv("XDG_STATE_HOME", folder_.c_str(), 1);  // of the programs that are run
+System::System() {
+    setenv("XDG_STATE_HOME", folder_.Path().c_str(), 1);  // of the programs that are run
     OsTaskDescriptor task{};
     std::snprintf(task.name, sizeof task.name, "itest");
     task.queueDepth = 4096;
@@ -95,18 +103,19 @@ System::System() : folder_(testing::TempDir() + "/itest-XXXXXX") {
 
 System::~System() {
     OsProcDetach();
-    std::filesystem::remove_all(folder_);
 }
 
 std::string System::ServerLog() const {
-    std::ifstream file(folder_ + "/inspect.log");
+    std::ifstream file(folder_ / "inspect.log");
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
 Child System::StartServer(bool shortLimits, const std::vector<std::string>& extraEnvironment) {
     std::vector<std::string> command{OMINSPECT_PROGRAM};
-    if (shortLimits) command.insert(command.end(), {"--library", OMINSPECT_TEST_LIBRARY});
-    std::vector<std::string> environment{"KIVO_LOG_DIR=" + folder_};
+    if (shortLimits) {
+        command.insert(command.end(), {"--library", OMINSPECT_TEST_LIBRARY});
+    }
+    std::vector<std::string> environment{"KIVO_LOG_DIR=" + Folder()};
     environment.insert(environment.end(), extraEnvironment.begin(), extraEnvironment.end());
     Child server(command, environment);
     // Id 7 without a name is answered with 2 as soon as messages are served.
@@ -130,7 +139,9 @@ Reply System::Send(uint32_t id, const std::string& payload, uint32_t param, cons
     block.param = param;
     TagMsgBlock* resp = nullptr;
     Reply reply{OsMsgSynSend(&block, &resp, kReplyLimit), {}};
-    if (resp != nullptr && resp->data != nullptr) reply.data.assign(resp->data, resp->data + resp->dataLen);
+    if (resp != nullptr && resp->data != nullptr) {
+        reply.data.assign(resp->data, resp->data + resp->dataLen);
+    }
     OsMsgSynRespFree(resp);
     return reply;
 }
@@ -152,7 +163,9 @@ std::vector<std::string> System::TakeEvents() {
     const std::lock_guard<std::mutex> lock(g_lock);
     std::vector<std::string> words;
     std::erase_if(g_received, [&words](const Received& message) {
-        if (message.id != 8 && message.id != 9) return false;
+        if (message.id != 8 && message.id != 9) {
+            return false;
+        }
         words.push_back(Word(message));
         return true;
     });
@@ -162,11 +175,15 @@ std::vector<std::string> System::TakeEvents() {
 bool System::EventuallyAtRest(const Child& server, std::vector<std::string>* events) const {
     std::vector<std::string> seen;
     const bool rests = Eventually([&] {
-        for (std::string& event : TakeEvents()) seen.push_back(std::move(event));
+        for (std::string& event : TakeEvents()) {
+            seen.push_back(std::move(event));
+        }
         return !seen.empty() && seen.back() == "idle" && Jobs(server) == 0;
     });
     EXPECT_TRUE(rests) << (seen.empty() ? "no event" : seen.back()) << ", " << Jobs(server) << " jobs";
-    if (events != nullptr) *events = std::move(seen);
+    if (events != nullptr) {
+        *events = std::move(seen);
+    }
     return rests;
 }
 
@@ -204,4 +221,4 @@ bool System::EventuallyEvents(const std::vector<std::string>& expected) {
     return complete;
 }
 
-}  // namespace kivo::test
+}  // namespace support

@@ -14,9 +14,11 @@
 #include "kivo/os_msg.h"
 #include "ominspect/records.h"
 #include "support/child.h"
+#include "support/eventually.h"
 #include "support/private_bus.h"
+#include "support/temp_folder.h"
 
-namespace kivo::test {
+namespace support {
 
 // One message that reached this program's task.
 struct Received {
@@ -54,7 +56,7 @@ protected:
     [[nodiscard]] std::string ServerLog() const;
 
     // A folder of the test's own, with the operations log in it.
-    [[nodiscard]] const std::string& Folder() const { return folder_; }
+    [[nodiscard]] std::string Folder() const { return folder_.Path(); }
 
     // Starts raw_owner and waits until the server knows its items.
     Child StartOwner(const std::string& process, const std::vector<std::string>& items);
@@ -80,9 +82,9 @@ protected:
     PrivateBus bus_;
 
 private:
-    std::string folder_;
+    TempFolder folder_;
 };
 
 std::string Text(const tagKivoOmInspectionResult& result);  // "name status/text"
 
-}  // namespace kivo::test
+}  // namespace support

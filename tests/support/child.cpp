@@ -14,25 +14,29 @@
 #include <thread>
 #include <utility>
 
-namespace kivo::test {
+#include "support/eventually.h"
+
+namespace support {
 
 namespace {
-
-constexpr std::chrono::milliseconds kPollStep{5};
 
 // Only async-signal-safe calls between fork and exec.
 [[noreturn]] void BecomeChild(char* const* argv, char* const* extra, int output) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
-    for (; *extra != nullptr; ++extra) putenv(*extra);
+    for (; *extra != nullptr; ++extra) {
+        putenv(*extra);
+    }
     execvp(argv[0], argv);
     _exit(127);
 }
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
-    for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+    for (const std::string& text : texts) {
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    }
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -42,19 +46,27 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 Child::Child(const std::vector<std::string>& command, const std::vector<std::string>& extraEnvironment) {
     std::string path = "/tmp/inspect-test-XXXXXX";
     const int output = mkostemp(path.data(), O_CLOEXEC | O_APPEND);
-    if (output < 0) throw std::runtime_error("no temporary file");
+    if (output < 0) {
+        throw std::runtime_error("no temporary file");
+    }
     outputPath_ = path;
     const auto argv = Pointers(command);
     const auto extra = Pointers(extraEnvironment);
     pid_ = fork();
-    if (pid_ == 0) BecomeChild(argv.data(), extra.data(), output);
+    if (pid_ == 0) {
+        BecomeChild(argv.data(), extra.data(), output);
+    }
     close(output);
-    if (pid_ < 0) throw std::runtime_error("fork failed");
+    if (pid_ < 0) {
+        throw std::runtime_error("fork failed");
+    }
 }
 
 Child::~Child() {
     Kill();
-    if (!outputPath_.empty()) unlink(outputPath_.c_str());
+    if (!outputPath_.empty()) {
+        unlink(outputPath_.c_str());
+    }
 }
 
 Child::Child(Child&& other) noexcept {
@@ -69,7 +81,9 @@ Child& Child::operator=(Child&& other) noexcept {
 }
 
 void Child::Signal(int signal) const {
-    if (pid_ > 0 && !exitCode_) kill(pid_, signal);
+    if (pid_ > 0 && !exitCode_) {
+        kill(pid_, signal);
+    }
 }
 
 void Child::Kill() {
@@ -78,12 +92,18 @@ void Child::Kill() {
 }
 
 std::optional<int> Child::Wait(std::chrono::seconds limit) {
-    if (pid_ <= 0) return std::nullopt;
+    if (pid_ <= 0) {
+        return std::nullopt;
+    }
     Eventually(
         [this] {
-            if (exitCode_) return true;
+            if (exitCode_) {
+                return true;
+            }
             int status = 0;
-            if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
+            if (waitpid(pid_, &status, WNOHANG) != pid_) {
+                return false;
+            }
             exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
             return true;
         },
@@ -103,13 +123,4 @@ Outcome Run(const std::vector<std::string>& command, const std::vector<std::stri
     return {exitCode.value_or(-1), child.Output()};
 }
 
-bool Eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(kPollStep);
-    }
-    return true;
-}
-
-}  // namespace kivo::test
+}  // namespace support

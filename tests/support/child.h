@@ -4,12 +4,11 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace kivo::test {
+namespace support {
 
 // Owns the process: what still runs is killed and reaped by the destructor. Its standard output and error go to one
 // temporary file, so that no pipe can fill up. It dies with the test program.
@@ -50,7 +49,4 @@ struct Outcome {
 };
 Outcome Run(const std::vector<std::string>& command, const std::vector<std::string>& extraEnvironment = {});
 
-// Asks again and again until `condition` holds; false when it does not within the limit.
-bool Eventually(const std::function<bool()>& condition, std::chrono::seconds limit = std::chrono::seconds(60));
-
-}  // namespace kivo::test
+}  // namespace support

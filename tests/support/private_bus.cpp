@@ -1,11 +1,12 @@
 // A message bus of the test's own.
 #include "support/private_bus.h"
+#include "support/eventually.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
 
-namespace kivo::test {
+namespace support {
 
 namespace {
 
@@ -38,4 +39,4 @@ PrivateBus::~PrivateBus() {
     daemon_.Wait();
 }
 
-}  // namespace kivo::test
+}  // namespace support

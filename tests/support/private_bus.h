@@ -5,7 +5,7 @@
 
 #include "support/child.h"
 
-namespace kivo::test {
+namespace support {
 
 /// Starts a bus daemon and puts its address into the environment, as KIVO_BUS_ADDRESS, for this process and its
 /// children; ends the daemon and takes the address out again. Throws std::runtime_error when no daemon comes up.
@@ -23,4 +23,4 @@ private:
     std::string address_;
 };
 
-}  // namespace kivo::test
+}  // namespace support

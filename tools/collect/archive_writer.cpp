@@ -21,7 +21,9 @@ public:
     Utf8Locale() : own_(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), before_(uselocale(own_)) {}
     ~Utf8Locale() {
         (void)uselocale(before_);
-        if (own_ != nullptr) freelocale(own_);
+        if (own_ != nullptr) {
+            freelocale(own_);
+        }
     }
     Utf8Locale(const Utf8Locale&) = delete;
     Utf8Locale& operator=(const Utf8Locale&) = delete;
@@ -42,12 +44,16 @@ void ArchiveWriter::FreeEntry::operator()(archive_entry* entry) const {
 }
 
 ArchiveWriter::ArchiveWriter(Sink sink) : sink_(std::move(sink)), archive_(archive_write_new()) {
-    if (archive_ == nullptr) throw std::bad_alloc();
+    if (archive_ == nullptr) {
+        throw std::bad_alloc();
+    }
     (void)Open();
 }
 
 ArchiveWriter::~ArchiveWriter() {
-    if (closed_) return;
+    if (closed_) {
+        return;
+    }
     sink_ = [](const void*, std::size_t) { return 0; };
     (void)archive_write_fail(archive_.get());   // a file that was begun is not filled up
     (void)archive_write_close(archive_.get());  // frees what archive_write_free would leave
@@ -57,7 +63,9 @@ bool ArchiveWriter::Open() {
     // The library is never told of an error: it would not free everything afterwards.
     const auto write = [](archive* /*writer*/, void* self, const void* data, std::size_t size) -> la_ssize_t {
         auto& writer = *static_cast<ArchiveWriter*>(self);
-        if (writer.sinkError_ == 0) writer.sinkError_ = writer.sink_(data, size);
+        if (writer.sinkError_ == 0) {
+            writer.sinkError_ = writer.sink_(data, size);
+        }
         return static_cast<la_ssize_t>(size);
     };
     // A warning would mean that an outside program does the compressing.
@@ -73,7 +81,9 @@ bool ArchiveWriter::Open() {
 ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const struct stat& status, unsigned type,
                                                  std::uint64_t size) {
     EntryPtr entry(archive_entry_new());
-    if (entry == nullptr) throw std::bad_alloc();
+    if (entry == nullptr) {
+        throw std::bad_alloc();
+    }
     archive_entry_copy_pathname(entry.get(), name.c_str());
     archive_entry_set_filetype(entry.get(), type);
     archive_entry_set_perm(entry.get(), status.st_mode & kPermissionBits);
@@ -99,13 +109,17 @@ bool ArchiveWriter::AddLink(const std::string& name, const std::string& target, 
 }
 
 bool ArchiveWriter::WriteHeader(archive_entry& entry) {
-    if (!error_.empty()) return false;
+    if (!error_.empty()) {
+        return false;
+    }
     const Utf8Locale locale;
     return Checked(archive_write_header(archive_.get(), &entry));
 }
 
 bool ArchiveWriter::Data(const void* data, std::size_t size) {
-    if (!error_.empty()) return false;
+    if (!error_.empty()) {
+        return false;
+    }
     const la_ssize_t written = archive_write_data(archive_.get(), data, size);
     if (written >= 0 && written != static_cast<la_ssize_t>(size)) {
         error_ = "more data than the size of the file";
@@ -115,7 +129,9 @@ bool ArchiveWriter::Data(const void* data, std::size_t size) {
 }
 
 bool ArchiveWriter::Close() {
-    if (!error_.empty()) return false;
+    if (!error_.empty()) {
+        return false;
+    }
     closed_ = true;
     return Checked(archive_write_close(archive_.get()));
 }
@@ -126,7 +142,9 @@ bool ArchiveWriter::Checked(int result) {
         error_ = std::strerror(sinkError_);
         return false;
     }
-    if (result >= ARCHIVE_WARN) return true;
+    if (result >= ARCHIVE_WARN) {
+        return true;
+    }
     const char* text = archive_error_string(archive_.get());
     error_ = text == nullptr ? std::strerror(archive_errno(archive_.get())) : text;
     return false;

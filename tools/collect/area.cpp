@@ -27,13 +27,17 @@ TemporaryArea::TemporaryArea(std::string path) : path_(std::move(path)) {}
 TemporaryArea::~TemporaryArea() {
     std::error_code error;
     fs::remove_all(path_, error);
-    if (error) (void)std::fprintf(stderr, "cannot remove %s: %s\n", path_.c_str(), error.message().c_str());
+    if (error) {
+        (void)std::fprintf(stderr, "cannot remove %s: %s\n", path_.c_str(), error.message().c_str());
+    }
 }
 
 std::unique_ptr<TemporaryArea> TemporaryArea::Make() {
     const char* parent = std::getenv("TMPDIR");
     std::string path = AbsolutePath(parent == nullptr || *parent == '\0' ? "/tmp" : parent) + "/ominspect-XXXXXX";
-    if (mkdtemp(path.data()) == nullptr) return nullptr;
+    if (mkdtemp(path.data()) == nullptr) {
+        return nullptr;
+    }
     return std::unique_ptr<TemporaryArea>(new TemporaryArea(std::move(path)));
 }
 
@@ -59,15 +63,21 @@ std::string AbsolutePath(const std::string& path) {
 std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination) {
     const fs::path folder = Tidied(fs::absolute(area));
     const fs::path path(destination);
-    if (!path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) return std::nullopt;
+    if (!path.is_absolute() || std::find(path.begin(), path.end(), "..") != path.end()) {
+        return std::nullopt;
+    }
     const fs::path inside = Tidied(path);
-    if (inside == folder || !IsInside(inside.string(), folder.string())) return std::nullopt;
+    if (inside == folder || !IsInside(inside.string(), folder.string())) {
+        return std::nullopt;
+    }
     const fs::path place = inside.lexically_relative(folder);
     fs::path step = folder;
     for (const fs::path& component : place) {
         step /= component;
         std::error_code error;
-        if (fs::is_symlink(fs::symlink_status(step, error))) return std::nullopt;
+        if (fs::is_symlink(fs::symlink_status(step, error))) {
+            return std::nullopt;
+        }
     }
     return place.string();
 }

@@ -32,8 +32,9 @@ void AuditFolder(const std::string& source, const std::string& copy, const std::
                  const std::function<void(Failure)>& tell) {
     std::vector<std::string> wanted;
     std::vector<std::string> copied;
-    if (const int error = SortedNames(AT_FDCWD, source.c_str(), wanted); error != 0)
+    if (const int error = SortedNames(AT_FDCWD, source.c_str(), wanted); error != 0) {
         tell({source, std::strerror(error)});
+    }
     if (const int error = SortedNames(AT_FDCWD, copy.c_str(), copied); error != 0) {
         tell({copy, std::strerror(error)});
         return;
@@ -44,9 +45,13 @@ void AuditFolder(const std::string& source, const std::string& copy, const std::
     for (const std::string& name : wanted) {
         const std::string path = Joined(source, name);
         const std::string copyPath = Joined(copy, name);
-        if (known.contains(path)) continue;
+        if (known.contains(path)) {
+            continue;
+        }
         if (std::binary_search(copied.begin(), copied.end(), name)) {
-            if (IsFolder(copyPath)) AuditFolder(path, copyPath, known, tell);
+            if (IsFolder(copyPath)) {
+                AuditFolder(path, copyPath, known, tell);
+            }
         } else if (longest + 1 + name.size() > kLongestPath) {
             tell({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
         } else {

@@ -41,7 +41,9 @@ struct Pipe {
 
 bool Open(Pipe& pipe) {
     std::array<int, 2> fds{};
-    if (pipe2(fds.data(), O_CLOEXEC) != 0) return false;
+    if (pipe2(fds.data(), O_CLOEXEC) != 0) {
+        return false;
+    }
     pipe.out = UniqueFd(fds[0]);
     pipe.in = UniqueFd(fds[1]);
     return fcntl(fds[0], F_SETFL, O_NONBLOCK) == 0;
@@ -50,8 +52,12 @@ bool Open(Pipe& pipe) {
 void WriteAll(int fd, std::string_view data) {
     while (!data.empty()) {
         const ssize_t written = write(fd, data.data(), data.size());
-        if (written < 0 && errno != EINTR) _exit(kNoMemory);  // whoever should read it is gone
-        if (written > 0) data.remove_prefix(static_cast<std::size_t>(written));
+        if (written < 0 && errno != EINTR) {
+            _exit(kNoMemory);  // whoever should read it is gone
+        }
+        if (written > 0) {
+            data.remove_prefix(static_cast<std::size_t>(written));
+        }
     }
 }
 
@@ -64,7 +70,9 @@ void Tell(int fd, const char* kind, std::string_view first, std::string_view sec
 // The platform refuses everything but regular files with one number: tells more.
 std::string Reason(const char* src, std::uint32_t error) {
     struct stat status {};
-    if (error == EINVAL && stat(src, &status) == 0 && !S_ISREG(status.st_mode)) return "not a regular file";
+    if (error == EINVAL && stat(src, &status) == 0 && !S_ISREG(status.st_mode)) {
+        return "not a regular file";
+    }
     return std::strerror(static_cast<int>(error));
 }
 
@@ -89,7 +97,9 @@ CopyProcess::CopyProcess(std::unique_ptr<Shared, Unmap> shared, pid_t pid, Uniqu
 
 std::unique_ptr<CopyProcess> CopyProcess::Start(const Entry& entry) {
     void* page = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) return nullptr;
+    if (page == MAP_FAILED) {
+        return nullptr;
+    }
     std::unique_ptr<Shared, Unmap> shared(new (page) Shared);
     shared->config.startTimer = true;
     shared->config.running = true;
@@ -97,14 +107,20 @@ std::unique_ptr<CopyProcess> CopyProcess::Start(const Entry& entry) {
 
     Pipe records;
     Pipe errors;
-    if (!Open(records) || !Open(errors)) return nullptr;
+    if (!Open(records) || !Open(errors)) {
+        return nullptr;
+    }
     const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid < 0) return nullptr;
+    if (pid < 0) {
+        return nullptr;
+    }
     if (pid == 0) {
         (void)setpgid(0, 0);  // with the tools that it starts, to be killed together
         (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent || dup2(errors.in.Get(), STDERR_FILENO) < 0) _exit(kNoMemory);
+        if (getppid() != parent || dup2(errors.in.Get(), STDERR_FILENO) < 0) {
+            _exit(kNoMemory);
+        }
         Run(entry, *shared, records.in.Get());
     }
     (void)setpgid(pid, pid);  // whichever of the two comes first
@@ -115,12 +131,16 @@ std::unique_ptr<CopyProcess> CopyProcess::Start(const Entry& entry) {
 void CopyProcess::Run(const Entry& entry, Shared& shared, int records) {
     try {
         const LogCapture log([&](unsigned level, const std::string& text) {
-            if (level <= KIVO_OM_LOG_WARNING) Tell(records, kMessageKind, text, {});
+            if (level <= KIVO_OM_LOG_WARNING) {
+                Tell(records, kMessageKind, text, {});
+            }
         });
         const LinkGuard guard(entry.source, entry.destination);
         const auto admit = [&](const char* path) {
             const std::string objection = guard.Objection(path);
-            if (!objection.empty()) Tell(records, kFailureKind, path, objection);
+            if (!objection.empty()) {
+                Tell(records, kFailureKind, path, objection);
+            }
             return objection.empty();
         };
         const CopyWatch copies(admit, [&](const char* src, const char* dst, std::uint32_t error) {
@@ -129,7 +149,9 @@ void CopyProcess::Run(const Entry& entry, Shared& shared, int records) {
                 return;
             }
             struct stat status {};
-            if (stat(dst, &status) == 0) shared.bytes += static_cast<std::uint64_t>(status.st_size);
+            if (stat(dst, &status) == 0) {
+                shared.bytes += static_cast<std::uint64_t>(status.st_size);
+            }
             ++shared.files;
         });
         entry.copy(entry.source.c_str(), entry.destination.c_str(), shared.config);
@@ -150,7 +172,9 @@ bool CopyProcess::Watch(int otherFd, int milliseconds) {
     std::array<pollfd, 3> fds{{{records_.Get(), POLLIN, 0}, {errors_.Get(), POLLIN, 0}, {otherFd, POLLIN, 0}}};
     (void)poll(fds.data(), fds.size(), milliseconds);
     ReadErrors(false);
-    if (ReadRecords()) return true;
+    if (ReadRecords()) {
+        return true;
+    }
     ReadErrors(true);
     return false;
 }
@@ -169,8 +193,12 @@ std::uint64_t CopyProcess::Bytes() const {
 
 std::string CopyProcess::Death() {
     int status = 0;
-    if (waitpid(std::exchange(pid_, -1), &status, 0) < 0) return "its process was lost";
-    if (WIFSIGNALED(status)) return std::string("its process was ended by ") + strsignal(WTERMSIG(status));
+    if (waitpid(std::exchange(pid_, -1), &status, 0) < 0) {
+        return "its process was lost";
+    }
+    if (WIFSIGNALED(status)) {
+        return std::string("its process was ended by ") + strsignal(WTERMSIG(status));
+    }
     return WEXITSTATUS(status) == EXIT_SUCCESS ? "" : "its process ran out of memory";
 }
 
@@ -178,15 +206,21 @@ std::string CopyProcess::Death() {
 bool CopyProcess::ReadRecords() {
     std::array<char, 65536> buffer;
     const ssize_t got = read(records_.Get(), buffer.data(), buffer.size());
-    if (got == 0) return false;
-    if (got < 0) return errno == EAGAIN || errno == EINTR;
+    if (got == 0) {
+        return false;
+    }
+    if (got < 0) {
+        return errno == EAGAIN || errno == EINTR;
+    }
     unread_.append(buffer.data(), static_cast<std::size_t>(got));
     std::size_t begin = 0;
     for (;;) {
         const std::size_t first = unread_.find('\0', begin);
         const std::size_t second = first == std::string::npos ? first : unread_.find('\0', first + 1);
         const std::size_t end = second == std::string::npos ? second : unread_.find('\0', second + 1);
-        if (end == std::string::npos) break;
+        if (end == std::string::npos) {
+            break;
+        }
         TakeIn(unread_.substr(begin, first - begin), unread_.substr(first + 1, second - first - 1),
                unread_.substr(second + 1, end - second - 1));
         begin = end + 1;
@@ -217,8 +251,12 @@ void CopyProcess::ReadErrors(bool toTheEnd) {
             }
         }
     }
-    if (got == 0) errors_.Reset();  // poll(2) would not wait any more
-    if (toTheEnd && !unreadError_.empty()) messages_.Add(std::exchange(unreadError_, {}));
+    if (got == 0) {
+        errors_.Reset();  // poll(2) would not wait any more
+    }
+    if (toTheEnd && !unreadError_.empty()) {
+        messages_.Add(std::exchange(unreadError_, {}));
+    }
 }
 
 }  // namespace ominspect::collect

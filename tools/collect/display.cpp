@@ -42,39 +42,53 @@ std::size_t TerminalWidth() {
 // The beginning of a line that fits into so many columns.
 std::string FirstColumns(const std::string& line, std::size_t columns) {
     std::string cut(text::Cut(line, line.size()));
-    for (std::size_t bytes = line.size(); text::WidthOf(cut) > columns; --bytes) cut = text::Cut(line, bytes);
+    for (std::size_t bytes = line.size(); text::WidthOf(cut) > columns; --bytes) {
+        cut = text::Cut(line, bytes);
+    }
     return cut;
 }
 
 }  // namespace
 
 void Display::Show(const Progress& progress) {
-    if (!IsDue()) return;
+    if (!IsDue()) {
+        return;
+    }
     std::string line = Position(progress.index, progress.count) + text::Escaped(progress.entry.source) + ": " +
                        Amount(progress.files, progress.bytes);
-    if (progress.left) line += ", " + Seconds(*progress.left) + " left";
+    if (progress.left) {
+        line += ", " + Seconds(*progress.left) + " left";
+    }
     Draw(line);
 }
 
 void Display::ShowDone(std::size_t index, const EntryReport& report) const {
-    if (terminal_) return;  // the table comes at the end
+    if (terminal_) {
+        return;  // the table comes at the end
+    }
     (void)std::fprintf(stderr, "%s%s: %s, %s, %s\n", Position(index, count_).c_str(),
                        text::Escaped(report.entry.source).c_str(), Amount(report.files, report.bytes).c_str(),
                        Seconds(report.duration).c_str(), Remark(report).c_str());
 }
 
 void Display::ShowPacking(const PackedTree& packed) {
-    if (IsDue()) Draw("packing: " + Amount(packed.files.size(), packed.bytes));
+    if (IsDue()) {
+        Draw("packing: " + Amount(packed.files.size(), packed.bytes));
+    }
 }
 
 void Display::Clear() {
-    if (drawn_) (void)std::fputs("\r\x1B[K", stderr);
+    if (drawn_) {
+        (void)std::fputs("\r\x1B[K", stderr);
+    }
     drawn_ = false;
 }
 
 bool Display::IsDue() {
     const auto now = std::chrono::steady_clock::now();
-    if (!terminal_ || now < next_) return false;
+    if (!terminal_ || now < next_) {
+        return false;
+    }
     next_ = now + kRedraw;
     return true;
 }

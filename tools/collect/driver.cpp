@@ -27,11 +27,18 @@ bool IsMissing(const std::string& path) {
 
 // Why the copy must not even be tried, since it would write or delete elsewhere; empty when it may.
 std::string Refusal(const Entry& entry, const std::string& area) {
-    if (entry.source.empty()) return "no source is configured";
-    if (entry.destination.empty()) return "no destination is configured";
-    if (!PlaceIn(area, entry.destination))
+    if (entry.source.empty()) {
+        return "no source is configured";
+    }
+    if (entry.destination.empty()) {
+        return "no destination is configured";
+    }
+    if (!PlaceIn(area, entry.destination)) {
         return "the destination " + entry.destination + " is outside the area " + area;
-    if (Overlap(entry.source, entry.destination)) return "source and destination overlap";
+    }
+    if (Overlap(entry.source, entry.destination)) {
+        return "source and destination overlap";
+    }
     return {};
 }
 
@@ -45,7 +52,9 @@ bool ReplacesEarlier(const Entry& entry, const std::vector<EntryReport>& earlier
 
 void Audit(EntryReport& report) {
     std::set<std::string> known;
-    for (const Failure& failure : report.failures.list) known.insert(failure.path);
+    for (const Failure& failure : report.failures.list) {
+        known.insert(failure.path);
+    }
     if (MirrorsFolder(report.entry)) {
         AuditFolder(report.entry.source, report.entry.destination, known,
                     [&](Failure failure) { report.failures.Add(std::move(failure)); });
@@ -78,7 +87,9 @@ public:
         bool stopped = false;
         do {
             const int count = interrupts_.Count();
-            if (count > 1) return false;
+            if (count > 1) {
+                return false;
+            }
             if (count == 1 && !interrupted) {
                 interrupted = true;
                 stopped = process->Stop();
@@ -118,7 +129,9 @@ private:
             Audit(report);
             const std::uint64_t failed = report.failures.count;
             report.outcome = failed == 0 ? Outcome::kComplete : Outcome::kIncomplete;
-            if (failed > 0) report.remark = std::to_string(failed) + (failed == 1 ? " path" : " paths") + " not copied";
+            if (failed > 0) {
+                report.remark = std::to_string(failed) + (failed == 1 ? " path" : " paths") + " not copied";
+            }
         }
     }
 

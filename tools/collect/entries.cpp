@@ -36,7 +36,9 @@ void Load(Entries& entries, const Fill& fill) {
         return;
     }
     const LogCapture log([&](unsigned level, const std::string& text) {
-        if (level <= KIVO_OM_LOG_WARNING) entries.messages.push_back(text);
+        if (level <= KIVO_OM_LOG_WARNING) {
+            entries.messages.push_back(text);
+        }
     });
     fill(*config);
     entries.list = Converted(*config);
@@ -61,7 +63,9 @@ std::string UniquePlace(const std::string& area, const std::string& source, cons
         return Exists(place) || std::any_of(earlier.begin(), earlier.end(),
                                             [&](const Entry& entry) { return entry.destination == place; });
     };
-    for (int number = 2; isTaken(); ++number) place.assign(base).append(1, '-').append(std::to_string(number));
+    for (int number = 2; isTaken(); ++number) {
+        place.assign(base).append(1, '-').append(std::to_string(number));
+    }
     return place;
 }
 
@@ -107,7 +111,9 @@ Entries EntriesOfSources(const std::vector<std::string>& sources, const std::str
             entries.error.append("the area ").append(area).append(" lies inside the source ").append(source);
             entries.error += "; --area names another one";
         }
-        if (!entries.error.empty()) return entries;
+        if (!entries.error.empty()) {
+            return entries;
+        }
         entries.list.push_back(std::move(entry));
     }
     return entries;

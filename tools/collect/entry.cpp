@@ -33,12 +33,16 @@ bool MirrorsFolder(const Entry& entry) {
 
 std::optional<std::chrono::seconds> LimitOf(const Entry& entry) {
     constexpr std::uint32_t kLongest = 60;
-    if (!MirrorsFolder(entry)) return std::nullopt;
+    if (!MirrorsFolder(entry)) {
+        return std::nullopt;
+    }
     return std::chrono::seconds(std::min(entry.limit, kLongest));
 }
 
 const char* KindWord(InspectCopyFunction copy) {
-    if (copy == InspectCopyDirFile) return "folder";
+    if (copy == InspectCopyDirFile) {
+        return "folder";
+    }
     return copy == InspectCopyWylogsFile ? "system log" : "file";
 }
 

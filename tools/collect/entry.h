@@ -33,7 +33,9 @@ struct FirstOf {
     static constexpr std::size_t kMost = 1000;
 
     void Add(T value) {
-        if (list.size() < kMost) list.push_back(std::move(value));
+        if (list.size() < kMost) {
+            list.push_back(std::move(value));
+        }
         ++count;
     }
 

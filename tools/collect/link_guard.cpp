@@ -16,9 +16,15 @@ LinkGuard::LinkGuard(const std::string& source, const std::string& destination)
 std::string LinkGuard::Objection(const std::string& path) const {
     std::error_code error;
     const std::string real = fs::canonical(path, error).string();
-    if (error) return {};                         // whoever opens it finds out
-    if (IsInside(real, destination_)) return {};  // what an earlier collection left
-    if (!IsInside(real, source_)) return "a link that leads out of the source";
+    if (error) {
+        return {};  // whoever opens it finds out
+    }
+    if (IsInside(real, destination_)) {
+        return {};  // what an earlier collection left
+    }
+    if (!IsInside(real, source_)) {
+        return "a link that leads out of the source";
+    }
     const std::string parent = ResolvedPath(fs::absolute(path).parent_path().string());
     return IsInside(parent, real) ? "a link to a folder that it lies in" : "";
 }

@@ -28,7 +28,9 @@ Value FailureList(const std::vector<Failure>& failures) {
 
 Value TextList(const std::vector<std::string>& texts) {
     Value list = Value::Array();
-    for (const std::string& one : texts) list.AddText(text::Escaped(one));
+    for (const std::string& one : texts) {
+        list.AddText(text::Escaped(one));
+    }
     return list;
 }
 
@@ -59,8 +61,12 @@ Value FileObject(const PackedFile& file) {
         .Number("bytes", file.bytes)
         .Text("sha256", file.sha256)
         .Text("modified", UtcText(modified));
-    if (file.older) object.Flag("fromBefore", true);
-    if (!file.note.empty()) object.Text("note", file.note);
+    if (file.older) {
+        object.Flag("fromBefore", true);
+    }
+    if (!file.note.empty()) {
+        object.Text("note", file.note);
+    }
     return object;
 }
 
@@ -70,7 +76,9 @@ std::string UtcText(std::chrono::system_clock::time_point time) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm fields{};
     std::array<char, 40> out{};
-    if (gmtime_r(&seconds, &fields) == nullptr) return "?";
+    if (gmtime_r(&seconds, &fields) == nullptr) {
+        return "?";
+    }
     (void)std::strftime(out.data(), out.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
     return out.data();
 }
@@ -85,9 +93,13 @@ bool IsComplete(const Collection& collection, const PackedTree& packed) {
 
 std::string ManifestText(const Collection& collection, const PackedTree& packed) {
     Value entries = Value::Array();
-    for (const EntryReport& report : collection.entries) entries.Add(EntryObject(report, collection.area));
+    for (const EntryReport& report : collection.entries) {
+        entries.Add(EntryObject(report, collection.area));
+    }
     Value files = Value::Array();
-    for (const PackedFile& file : packed.files) files.Add(FileObject(file));
+    for (const PackedFile& file : packed.files) {
+        files.Add(FileObject(file));
+    }
     Value links = Value::Array();
     for (const PackedLink& link : packed.links) {
         Value one = Value::Object();

@@ -14,7 +14,9 @@ namespace {
 
 std::string FolderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
+    if (slash == std::string::npos) {
+        return ".";
+    }
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
@@ -22,7 +24,9 @@ std::string FolderOf(const std::string& path) {
 // either way.
 void SyncFolder(const std::string& path) {
     const UniqueFd folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (folder) (void)fsync(folder.Get());
+    if (folder) {
+        (void)fsync(folder.Get());
+    }
 }
 
 }  // namespace
@@ -36,7 +40,9 @@ OutputFile::OutputFile(std::string path, std::string temporary, bool replace, Un
       inode_(status.st_ino) {}
 
 OutputFile::~OutputFile() {
-    if (!temporary_.empty()) (void)unlink(temporary_.c_str());
+    if (!temporary_.empty()) {
+        (void)unlink(temporary_.c_str());
+    }
 }
 
 std::unique_ptr<OutputFile> OutputFile::Create(const std::string& path, bool replace, int& error) {
@@ -61,7 +67,9 @@ int OutputFile::Write(const void* data, std::size_t size) {
     while (size > 0) {
         const ssize_t written = write(fd_.Get(), rest, size);
         if (written < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR) {
+                continue;
+            }
             return errno;
         }
         rest += written;
@@ -72,19 +80,31 @@ int OutputFile::Write(const void* data, std::size_t size) {
 }
 
 int OutputFile::Commit() {
-    if (fsync(fd_.Get()) != 0) return errno;
-    if (const int error = Rename(); error != 0) return error;
+    if (fsync(fd_.Get()) != 0) {
+        return errno;
+    }
+    if (const int error = Rename(); error != 0) {
+        return error;
+    }
     temporary_.clear();
     SyncFolder(path_);
     return 0;
 }
 
 int OutputFile::Rename() {
-    if (replace_) return rename(temporary_.c_str(), path_.c_str()) == 0 ? 0 : errno;
-    if (renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (replace_) {
+        return rename(temporary_.c_str(), path_.c_str()) == 0 ? 0 : errno;
+    }
+    if (renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return errno;
+    }
     // A file system without that: a link fails as well when the name is taken.
-    if (link(temporary_.c_str(), path_.c_str()) != 0) return errno;
+    if (link(temporary_.c_str(), path_.c_str()) != 0) {
+        return errno;
+    }
     (void)unlink(temporary_.c_str());
     return 0;
 }

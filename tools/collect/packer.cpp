@@ -27,8 +27,12 @@ bool IsBefore(const timespec& one, const timespec& other) {
 }
 
 const char* TypeWord(mode_t mode) {
-    if (S_ISFIFO(mode)) return "a pipe";
-    if (S_ISSOCK(mode)) return "a socket";
+    if (S_ISFIFO(mode)) {
+        return "a pipe";
+    }
+    if (S_ISSOCK(mode)) {
+        return "a socket";
+    }
     return "a device";
 }
 
@@ -40,24 +44,36 @@ public:
     // The content of a folder; `path` is empty for the tree's root. False when packing is over.
     bool PackFolder(int folder, const std::string& path) {
         std::vector<std::string> names;
-        if (const int error = SortedNames(folder, ".", names); error != 0) LeaveOut(path.empty() ? "." : path, error);
+        if (const int error = SortedNames(folder, ".", names); error != 0) {
+            LeaveOut(path.empty() ? "." : path, error);
+        }
         return std::all_of(names.begin(), names.end(), [&](const std::string& name) {
             return GoOn() && PackMember(folder, name, path.empty() ? name : path + '/' + name);
         });
     }
 
     PackResult Result(bool done) const {
-        if (done) return PackResult::kPacked;
+        if (done) {
+            return PackResult::kPacked;
+        }
         return givenUp_ ? PackResult::kGivenUp : PackResult::kArchiveFailed;
     }
 
 private:
     bool PackMember(int folder, const std::string& name, const std::string& path) {
         struct stat status {};
-        if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return LeaveOut(path, errno);
-        if (S_ISLNK(status.st_mode)) return PackLink(folder, name, path, status);
-        if (S_ISDIR(status.st_mode)) return PackSubfolder(folder, name, path);
-        if (S_ISREG(status.st_mode)) return PackFile(folder, name, path);
+        if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            return LeaveOut(path, errno);
+        }
+        if (S_ISLNK(status.st_mode)) {
+            return PackLink(folder, name, path, status);
+        }
+        if (S_ISDIR(status.st_mode)) {
+            return PackSubfolder(folder, name, path);
+        }
+        if (S_ISREG(status.st_mode)) {
+            return PackFile(folder, name, path);
+        }
         packed_.leftOut.push_back({path, TypeWord(status.st_mode)});
         return true;
     }
@@ -65,9 +81,13 @@ private:
     bool PackLink(int folder, const std::string& name, const std::string& path, const struct stat& status) {
         std::array<char, PATH_MAX> target{};
         const ssize_t size = readlinkat(folder, name.c_str(), target.data(), target.size());
-        if (size < 0) return LeaveOut(path, errno);
+        if (size < 0) {
+            return LeaveOut(path, errno);
+        }
         const std::string text(target.data(), static_cast<std::size_t>(size));
-        if (!archive_.AddLink(InArchive(path), text, status)) return false;
+        if (!archive_.AddLink(InArchive(path), text, status)) {
+            return false;
+        }
         packed_.links.push_back({path, text});
         return true;
     }
@@ -75,8 +95,12 @@ private:
     bool PackSubfolder(int folder, const std::string& name, const std::string& path) {
         const UniqueFd fd(openat(folder, name.c_str(), kFolderFlags));
         struct stat status {};
-        if (!fd || fstat(fd.Get(), &status) != 0) return LeaveOut(path, errno);
-        if (!archive_.AddFolder(InArchive(path), status)) return false;
+        if (!fd || fstat(fd.Get(), &status) != 0) {
+            return LeaveOut(path, errno);
+        }
+        if (!archive_.AddFolder(InArchive(path), status)) {
+            return false;
+        }
         ++packed_.folders;
         return PackFolder(fd.Get(), path);
     }
@@ -84,18 +108,24 @@ private:
     bool PackFile(int folder, const std::string& name, const std::string& path) {
         const UniqueFd fd(openat(folder, name.c_str(), kFileFlags));
         struct stat status {};
-        if (!fd || fstat(fd.Get(), &status) != 0) return LeaveOut(path, errno);
+        if (!fd || fstat(fd.Get(), &status) != 0) {
+            return LeaveOut(path, errno);
+        }
         if (!S_ISREG(status.st_mode)) {  // replaced since it was looked at
             packed_.leftOut.push_back({path, TypeWord(status.st_mode)});
             return true;
         }
-        if (options_.exclude(status)) return true;
+        if (options_.exclude(status)) {
+            return true;
+        }
         PackedFile file;
         file.path = path;
         file.bytes = static_cast<std::uint64_t>(status.st_size);
         file.modified = status.st_mtim;
         file.older = IsBefore(status.st_ctim, options_.since);
-        if (!archive_.BeginFile(InArchive(path), status, file.bytes) || !PackContent(fd.Get(), file)) return false;
+        if (!archive_.BeginFile(InArchive(path), status, file.bytes) || !PackContent(fd.Get(), file)) {
+            return false;
+        }
         NoteChanges(fd.Get(), status, file);
         packed_.files.push_back(std::move(file));
         return true;
@@ -105,14 +135,18 @@ private:
         Sha256 sum;
         std::uint64_t left = file.bytes;
         while (left > 0) {
-            if (!GoOn()) return false;
+            if (!GoOn()) {
+                return false;
+            }
             const std::size_t wanted = std::min<std::uint64_t>(left, buffer_.size());
             const std::size_t got = file.note.empty() ? Read(fd, wanted, left, file) : 0;
             std::fill(buffer_.begin() + static_cast<std::ptrdiff_t>(got),
                       buffer_.begin() + static_cast<std::ptrdiff_t>(wanted), '\0');
             const std::size_t size = file.note.empty() ? got : wanted;
             sum.Add(buffer_.data(), size);
-            if (!archive_.Data(buffer_.data(), size)) return false;
+            if (!archive_.Data(buffer_.data(), size)) {
+                return false;
+            }
             left -= size;
             packed_.bytes += size;
         }
@@ -126,7 +160,9 @@ private:
         do {
             got = read(fd, buffer_.data(), wanted);
         } while (got < 0 && errno == EINTR);
-        if (got > 0) return static_cast<std::size_t>(got);
+        if (got > 0) {
+            return static_cast<std::size_t>(got);
+        }
         file.note =
             got == 0 ? "it shrank while it was packed" : std::string("it cannot be read: ") + std::strerror(errno);
         file.note += "; the last " + std::to_string(left) + " bytes are zeros";
@@ -135,7 +171,9 @@ private:
 
     static void NoteChanges(int fd, const struct stat& before, PackedFile& file) {
         struct stat after {};
-        if (!file.note.empty() || fstat(fd, &after) != 0) return;
+        if (!file.note.empty() || fstat(fd, &after) != 0) {
+            return;
+        }
         if (after.st_size > before.st_size) {
             file.note = "it grew while it was packed; only its first " + std::to_string(file.bytes) + " bytes are here";
         } else if (IsBefore(before.st_mtim, after.st_mtim) || IsBefore(after.st_mtim, before.st_mtim)) {
@@ -168,7 +206,9 @@ PackResult PackTree(const std::string& root, const PackOptions& options, Archive
     // The root may be a link: it is the caller's own choice.
     const UniqueFd folder(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
-        if (errno != ENOENT) packed.leftOut.push_back({".", std::strerror(errno)});
+        if (errno != ENOENT) {
+            packed.leftOut.push_back({".", std::strerror(errno)});
+        }
         return PackResult::kPacked;
     }
     Packer packer(options, archive, packed);

@@ -7,7 +7,9 @@
 namespace ominspect::collect {
 
 Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
-    if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) throw std::bad_alloc();
+    if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) {
+        throw std::bad_alloc();
+    }
 }
 
 void Sha256::Add(const void* data, std::size_t size) {

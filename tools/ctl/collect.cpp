@@ -69,9 +69,15 @@ public:
         (void)std::signal(SIGXFSZ, SIG_IGN);
         (void)std::signal(SIGPIPE, SIG_IGN);
         collection_.host = HostName();
-        if (const ExitCode code = OpenArea(); code != kPassed) return code;
-        if (const ExitCode code = ReadEntries(); code != kPassed) return code;
-        if (const ExitCode code = OpenOutput(); code != kPassed) return code;
+        if (const ExitCode code = OpenArea(); code != kPassed) {
+            return code;
+        }
+        if (const ExitCode code = ReadEntries(); code != kPassed) {
+            return code;
+        }
+        if (const ExitCode code = OpenOutput(); code != kPassed) {
+            return code;
+        }
         return Collect();
     }
 
@@ -83,7 +89,9 @@ private:
             collection_.area = kDeviceArea;
         } else {
             temporary_ = collect::TemporaryArea::Make();
-            if (!temporary_) return Tell(kFailed, std::string("no temporary folder: ") + std::strerror(errno));
+            if (!temporary_) {
+                return Tell(kFailed, std::string("no temporary folder: ") + std::strerror(errno));
+            }
             collection_.area = temporary_->Path();
         }
         return kPassed;
@@ -93,7 +101,9 @@ private:
         if (!options_.sources.empty()) {
             collection_.configuration = "the command line";
             entries_ = collect::EntriesOfSources(options_.sources, collection_.area, options_.limit);
-            if (!entries_.error.empty()) return Tell(kWrongUse, text::Escaped(entries_.error));
+            if (!entries_.error.empty()) {
+                return Tell(kWrongUse, text::Escaped(entries_.error));
+            }
         } else if (!options_.config.empty()) {
             collection_.configuration = options_.config;
             entries_ = collect::EntriesOfFile(options_.config);
@@ -103,7 +113,9 @@ private:
         } else {
             collection_.configuration = "the device's configuration file";
             entries_ = collect::ConfiguredEntries();
-            if (!entries_.error.empty()) return Tell(kFailed, entries_.error);
+            if (!entries_.error.empty()) {
+                return Tell(kFailed, entries_.error);
+            }
         }
         return kPassed;
     }
@@ -159,7 +171,9 @@ private:
         (void)goOn({});
         const collect::Package package = collect::WritePackage(*file_, collection_, since, goOn);
         display.Clear();
-        if (!package.error.empty()) return CannotWrite(kFailed, file_->Path(), package.error);
+        if (!package.error.empty()) {
+            return CannotWrite(kFailed, file_->Path(), package.error);
+        }
         return Report(package);
     }
 
@@ -171,7 +185,9 @@ private:
         }
         if (collection_.entries.empty()) {
             (void)Tell(kFailed, "no entries are configured");
-            for (const std::string& message : collection_.messages) (void)Tell(kFailed, text::Escaped(message));
+            for (const std::string& message : collection_.messages) {
+                (void)Tell(kFailed, text::Escaped(message));
+            }
         }
         if (!package.packed.leftOut.empty()) {
             (void)Tell(kFailed, std::to_string(package.packed.leftOut.size()) +

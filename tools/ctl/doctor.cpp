@@ -22,7 +22,9 @@ ExitCode Doctor(const DoctorOptions& options) {
     } else {
         (void)std::fputs(doctor::ReportText(options.config, diagnosis).c_str(), stdout);
     }
-    if (!diagnosis.readable) return kWrongUse;
+    if (!diagnosis.readable) {
+        return kWrongUse;
+    }
     return diagnosis.FallsBack() ? kFailed : kPassed;
 }
 

@@ -30,10 +30,16 @@ struct GroupCommandOptions {
 
 client::Result<std::vector<std::string>> ConfiguredItems(client::Session& session, const client::Limit& limit) {
     const auto catalogue = session.List(limit);
-    if (!catalogue) return catalogue.Failure();
+    if (!catalogue) {
+        return catalogue.Failure();
+    }
     std::vector<std::string> items;
-    for (const client::ConfiguredItem& item : catalogue->items) items.push_back(item.name);
-    if (items.empty()) return client::Error{client::ErrorCode::kRefused, "the server has no configured items"};
+    for (const client::ConfiguredItem& item : catalogue->items) {
+        items.push_back(item.name);
+    }
+    if (items.empty()) {
+        return client::Error{client::ErrorCode::kRefused, "the server has no configured items"};
+    }
     return items;
 }
 
@@ -46,7 +52,9 @@ public:
     }
 
     void OnRun(const client::ItemResult& result) {
-        if (const auto display = Display()) display->OnRun(result);
+        if (const auto display = Display()) {
+            display->OnRun(result);
+        }
     }
 
 private:
@@ -65,7 +73,9 @@ std::optional<client::Error> RunOn(client::Session& session, const GroupCommandO
     History history;
     std::vector<client::Request> requests;
     requests.reserve(items.size());
-    for (const std::string& item : items) requests.push_back({item, options.cmd});
+    for (const std::string& item : items) {
+        requests.push_back({item, options.cmd});
+    }
     const client::GroupOptions group{
         .waitForTurn = options.waitForTurn,
         .onStart = [&](std::uint32_t id, std::size_t first, std::size_t count) { display.OnStart(id, first, count); },
@@ -73,7 +83,9 @@ std::optional<client::Error> RunOn(client::Session& session, const GroupCommandO
             [&](const client::GroupRecord& record) {
                 display.OnRecord(record);
                 const auto now = std::chrono::system_clock::now();
-                for (const client::GroupItem& item : record.items) history.Add(item.result, item.end.value_or(now));
+                for (const client::GroupItem& item : record.items) {
+                    history.Add(item.result, item.end.value_or(now));
+                }
             },
         .onRefused = [&] { display.Say("the server runs a group of this name already (16); waiting for its end"); }};
     auto error = client::RunGroup(session, requests, group, limit);
@@ -86,7 +98,9 @@ ExitCode Group(const GroupCommandOptions& options) {
         return Fail({client::ErrorCode::kInvalidArgument, "give either item names or --all"}, options.json);
     }
     for (const std::string& item : options.items) {
-        if (const auto error = client::CheckRequest({item, options.cmd})) return Fail(item, *error, options.json);
+        if (const auto error = client::CheckRequest({item, options.cmd})) {
+            return Fail(item, *error, options.json);
+        }
     }
     // A closed pipe is an error of the output, and no reason to leave the group behind.
     (void)std::signal(SIGPIPE, SIG_IGN);
@@ -95,10 +109,16 @@ ExitCode Group(const GroupCommandOptions& options) {
     DisplaySlot slot;
     const auto session = client::Session::Open(
         {.onRun = [&slot](const client::ItemResult& result) { slot.OnRun(result); }, .onBusy = {}, .onBusLost = {}});
-    if (!session) return Fail(session.Failure(), options.json);
-    if (const auto error = (*session)->Subscribe()) return Fail(*error, options.json);
+    if (!session) {
+        return Fail(session.Failure(), options.json);
+    }
+    if (const auto error = (*session)->Subscribe()) {
+        return Fail(*error, options.json);
+    }
     const auto items = options.all ? ConfiguredItems(**session, limit) : options.items;
-    if (!items) return Fail(items.Failure(), options.json);
+    if (!items) {
+        return Fail(items.Failure(), options.json);
+    }
     if (items->size() > client::kGroupSlots) {
         const std::size_t groups = (items->size() + client::kGroupSlots - 1) / client::kGroupSlots;
         Complain(std::to_string(items->size()) + " items: " + std::to_string(groups) + " groups of at most " +
@@ -109,7 +129,9 @@ ExitCode Group(const GroupCommandOptions& options) {
     slot.Fill(display);
     const auto error = RunOn(**session, options, *items, *display, limit);
     const bool passed = display->Finish(error);
-    if (!error) return passed ? kPassed : kFailed;
+    if (!error) {
+        return passed ? kPassed : kFailed;
+    }
     Complain(error->code == client::ErrorCode::kGroupBusy ? error->text + " (16); --wait waits for its end"
                                                           : error->text);
     return ExitCodeOf(*error);

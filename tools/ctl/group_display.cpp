@@ -35,7 +35,9 @@ struct Screen {
 
 Screen ScreenNow() {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) return {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
+        return {};
+    }
     return {size.ws_row, size.ws_col};
 }
 
@@ -49,7 +51,9 @@ GroupDisplay::GroupDisplay(const std::vector<std::string>& items, bool json, std
 }
 
 GroupDisplay::Mode GroupDisplay::ModeOf(bool json) {
-    if (json) return Mode::kJson;
+    if (json) {
+        return Mode::kJson;
+    }
     return IsTerminal() ? Mode::kTerminal : Mode::kLines;
 }
 
@@ -61,21 +65,31 @@ void GroupDisplay::OnStart(std::uint32_t taskId, std::size_t first, std::size_t 
     title_ = "task " + std::to_string(taskId) + ": " + std::to_string(count) + (count == 1 ? " item" : " items");
     if (mode_ == Mode::kLines) {
         Print(title_);
-        if (first == 0) Print(progress_.Head());
+        if (first == 0) {
+            Print(progress_.Head());
+        }
     }
 }
 
 void GroupDisplay::OnRun(const client::ItemResult& result) {
     const std::lock_guard lock(mutex_);
-    if (finished_ || !progress_.OnRun(result, GroupProgress::Clock::now()) || mode_ != Mode::kLines) return;
-    for (const std::size_t row : progress_.RowsOf(result.name)) Print(progress_.Line(row));
+    if (finished_ || !progress_.OnRun(result, GroupProgress::Clock::now()) || mode_ != Mode::kLines) {
+        return;
+    }
+    for (const std::size_t row : progress_.RowsOf(result.name)) {
+        Print(progress_.Line(row));
+    }
 }
 
 void GroupDisplay::OnRecord(const client::GroupRecord& record) {
     const std::lock_guard lock(mutex_);
     const auto changed = progress_.OnRecord(record);
-    if (mode_ != Mode::kLines) return;
-    for (const std::size_t row : changed) Print(progress_.Line(row));
+    if (mode_ != Mode::kLines) {
+        return;
+    }
+    for (const std::size_t row : changed) {
+        Print(progress_.Line(row));
+    }
 }
 
 void GroupDisplay::Say(const std::string& text) {
@@ -90,7 +104,9 @@ void GroupDisplay::Print(const std::string& line) {
 }
 
 void GroupDisplay::CheckOutput() const {
-    if (std::ferror(stdout) != 0) onBroken_();
+    if (std::ferror(stdout) != 0) {
+        onBroken_();
+    }
 }
 
 bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
@@ -99,14 +115,20 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
     finished_ = true;
     switch (mode_) {
         case Mode::kTerminal:
-            if (!title_.empty()) Redraw(progress_.Visible(progress_.Count()));
+            if (!title_.empty()) {
+                Redraw(progress_.Visible(progress_.Count()));
+            }
             break;
         case Mode::kLines:
-            if (!title_.empty()) Print(progress_.Summary());
+            if (!title_.empty()) {
+                Print(progress_.Summary());
+            }
             break;
         case Mode::kJson: {
             auto document = progress_.Document();
-            if (error) document.Put("error", ErrorJson(*error));
+            if (error) {
+                document.Put("error", ErrorJson(*error));
+            }
             Print(document.Print());
             break;
         }
@@ -118,14 +140,18 @@ void GroupDisplay::RedrawWhileItRuns(const std::stop_token& over) {
     std::unique_lock lock(mutex_);
     while (!over.stop_requested()) {
         const std::size_t lines = ScreenNow().lines;
-        if (!title_.empty()) Redraw(progress_.Visible(lines > kOtherLines ? lines - kOtherLines : 1));
+        if (!title_.empty()) {
+            Redraw(progress_.Visible(lines > kOtherLines ? lines - kOtherLines : 1));
+        }
         (void)over_.wait_for(lock, over, kRedrawPeriod, [] { return false; });
     }
 }
 
 // Back to the first line that was drawn, and everything from there on away.
 void GroupDisplay::Erase() {
-    if (drawn_ > 0) (void)std::printf("\x1b[%zuA\r\x1b[J", drawn_);
+    if (drawn_ > 0) {
+        (void)std::printf("\x1b[%zuA\r\x1b[J", drawn_);
+    }
     drawn_ = 0;
 }
 
@@ -143,7 +169,9 @@ void GroupDisplay::Redraw(const std::vector<std::size_t>& rows) {
     };
     draw(title_);
     draw(progress_.Head());
-    for (const std::size_t row : rows) draw(progress_.Line(row, now));
+    for (const std::size_t row : rows) {
+        draw(progress_.Line(row, now));
+    }
     draw(progress_.Summary());
     (void)std::printf("\x1b[?7h");
     (void)std::fflush(stdout);

@@ -14,7 +14,9 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
 GroupProgress::GroupProgress(const std::vector<std::string>& items) : nameWidth_(NameWidth(items)) {
-    for (const std::string& item : items) rows_.emplace_back().item = item;
+    for (const std::string& item : items) {
+        rows_.emplace_back().item = item;
+    }
 }
 
 void GroupProgress::Begin(std::uint32_t taskId, std::size_t first, std::size_t count) {
@@ -23,10 +25,14 @@ void GroupProgress::Begin(std::uint32_t taskId, std::size_t first, std::size_t c
 
 std::vector<std::size_t> GroupProgress::RowsOf(const std::string& item) const {
     std::vector<std::size_t> rows;
-    if (groups_.empty()) return rows;
+    if (groups_.empty()) {
+        return rows;
+    }
     const Group& group = groups_.back();
     for (std::size_t row = group.first; row < group.first + group.count; ++row) {
-        if (rows_[row].item == item) rows.push_back(row);
+        if (rows_[row].item == item) {
+            rows.push_back(row);
+        }
     }
     return rows;
 }
@@ -34,13 +40,21 @@ std::vector<std::size_t> GroupProgress::RowsOf(const std::string& item) const {
 bool GroupProgress::OnRun(const client::ItemResult& result, Clock::time_point now) {
     const bool runs = result.status == "running";
     bool news = false;
-    if (groups_.empty() || groups_.back().isRecorded) return news;
+    if (groups_.empty() || groups_.back().isRecorded) {
+        return news;
+    }
     for (const std::size_t at : RowsOf(result.name)) {
         Row& row = rows_[at];
         const Phase phase = runs ? Phase::kRunning : Phase::kDone;
-        if (row.phase == phase && row.result.status == result.status && row.result.text == result.text) continue;
-        if (runs) row.begin = now;
-        if (!runs && row.phase == Phase::kRunning) row.duration = duration_cast<milliseconds>(now - row.begin);
+        if (row.phase == phase && row.result.status == result.status && row.result.text == result.text) {
+            continue;
+        }
+        if (runs) {
+            row.begin = now;
+        }
+        if (!runs && row.phase == Phase::kRunning) {
+            row.duration = duration_cast<milliseconds>(now - row.begin);
+        }
         row.phase = phase;
         row.result = result;
         row.order = ++news_;
@@ -51,13 +65,17 @@ bool GroupProgress::OnRun(const client::ItemResult& result, Clock::time_point no
 
 std::vector<std::size_t> GroupProgress::OnRecord(const client::GroupRecord& record) {
     std::vector<std::size_t> changed;
-    if (groups_.empty()) return changed;
+    if (groups_.empty()) {
+        return changed;
+    }
     Group& group = groups_.back();
     group.isRecorded = true;
     for (std::size_t i = 0; i < std::min(group.count, record.items.size()); ++i) {
         Row& row = rows_[group.first + i];
         client::GroupItem item = record.items[i];
-        if (item.isMalformed) item.result = {row.item, "malformed", "the owner's result has a text that does not end"};
+        if (item.isMalformed) {
+            item.result = {row.item, "malformed", "the owner's result has a text that does not end"};
+        }
         const Phase phase = item.result.name.empty() ? Phase::kNotRun : Phase::kDone;
         const bool same =
             row.phase == phase && row.result.status == item.result.status && row.result.text == item.result.text;
@@ -68,7 +86,9 @@ std::vector<std::size_t> GroupProgress::OnRecord(const client::GroupRecord& reco
         if (item.start && item.end && *item.end >= *item.start) {
             row.duration = duration_cast<milliseconds>(*item.end - *item.start);
         }
-        if (same) continue;
+        if (same) {
+            continue;
+        }
         row.order = ++news_;
         changed.push_back(group.first + i);
     }
@@ -108,7 +128,9 @@ std::string GroupProgress::Line(std::size_t at, std::optional<Clock::time_point>
     if (row.phase == Phase::kRunning) {
         shown.duration = now ? std::optional(duration_cast<milliseconds>(*now - row.begin)) : std::nullopt;
     }
-    if (row.phase == Phase::kDone) shown.result.text = row.result.text;
+    if (row.phase == Phase::kDone) {
+        shown.result.text = row.result.text;
+    }
     return RunLine(nameWidth_, shown);
 }
 
@@ -126,11 +148,15 @@ std::string GroupProgress::Summary() const {
 std::vector<std::size_t> GroupProgress::Visible(std::size_t lines) const {
     std::vector<std::size_t> rows(rows_.size());
     std::iota(rows.begin(), rows.end(), 0U);
-    if (rows.size() <= lines) return rows;
+    if (rows.size() <= lines) {
+        return rows;
+    }
     std::stable_sort(rows.begin(), rows.end(), [this](std::size_t left, std::size_t right) {
         const bool leftRuns = rows_[left].phase == Phase::kRunning;
         const bool rightRuns = rows_[right].phase == Phase::kRunning;
-        if (leftRuns != rightRuns) return leftRuns;
+        if (leftRuns != rightRuns) {
+            return leftRuns;
+        }
         return rows_[left].order > rows_[right].order;
     });
     rows.resize(lines);
@@ -143,7 +169,9 @@ json::Value GroupProgress::Document() const {
     for (const Row& row : rows_) {
         auto result =
             RunJson({{row.item, StatusOf(row), row.phase == Phase::kDone ? row.result.text : ""}, row.duration});
-        if (row.start) result.Text("start", UtcTime(*row.start));
+        if (row.start) {
+            result.Text("start", UtcTime(*row.start));
+        }
         results.Add(std::move(result));
     }
     auto groups = json::Value::Array();

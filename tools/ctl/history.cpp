@@ -26,7 +26,9 @@ constexpr int kMaxBuses = 16;
 constexpr int kMaxItems = 1024;
 
 void Limit(cJSON* object, int count) {
-    while (cJSON_GetArraySize(object) > count) cJSON_DeleteItemFromArray(object, 0);
+    while (cJSON_GetArraySize(object) > count) {
+        cJSON_DeleteItemFromArray(object, 0);
+    }
 }
 
 struct Delete {
@@ -43,7 +45,9 @@ std::string PathOfHistory() {
     std::string state = Environment("XDG_STATE_HOME");
     if (state.empty() || state[0] != '/') {
         const std::string home = Environment("HOME");
-        if (home.empty() || home[0] != '/') return {};
+        if (home.empty() || home[0] != '/') {
+            return {};
+        }
         state = home + "/.local/state";
     }
     return state + "/ominspect/results.json";
@@ -53,7 +57,9 @@ Json ReadDocument(const std::string& path) {
     std::error_code error;
     const auto size = std::filesystem::file_size(path, error);
     std::ifstream file(path, std::ios::binary);
-    if (error || size > kMaxFile || !file) return Json(cJSON_CreateObject());
+    if (error || size > kMaxFile || !file) {
+        return Json(cJSON_CreateObject());
+    }
     const std::string content{std::istreambuf_iterator<char>(file), {}};
     Json document(cJSON_ParseWithLength(content.data(), content.size()));
     return cJSON_IsObject(document.get()) != 0 ? std::move(document) : Json(cJSON_CreateObject());
@@ -62,7 +68,9 @@ Json ReadDocument(const std::string& path) {
 // The member of this name, made when there is none that is an object. Null when there is no memory.
 cJSON* ObjectIn(cJSON* parent, const char* name) {
     cJSON* found = cJSON_GetObjectItemCaseSensitive(parent, name);
-    if (cJSON_IsObject(found) != 0) return found;
+    if (cJSON_IsObject(found) != 0) {
+        return found;
+    }
     cJSON_DeleteItemFromObjectCaseSensitive(parent, name);
     return cJSON_AddObjectToObject(parent, name);
 }
@@ -76,16 +84,21 @@ std::string TextIn(const cJSON* object, const char* name) {
 std::optional<TimePoint> TimeIn(const cJSON* object) {
     constexpr double kLatest = 9007199254740992.0 / 1024;
     const cJSON* number = cJSON_GetObjectItemCaseSensitive(object, "timeMs");
-    if (cJSON_IsNumber(number) == 0 || !(number->valuedouble >= 0 && number->valuedouble < kLatest))
+    if (cJSON_IsNumber(number) == 0 || !(number->valuedouble >= 0 && number->valuedouble < kLatest)) {
         return std::nullopt;
+    }
     return TimePoint(std::chrono::milliseconds(static_cast<std::int64_t>(number->valuedouble)));
 }
 
 bool WriteAll(int fd, const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t size = write(fd, text.data() + done, text.size() - done);
-        if (size < 0 && errno != EINTR) return false;
-        if (size > 0) done += static_cast<std::size_t>(size);
+        if (size < 0 && errno != EINTR) {
+            return false;
+        }
+        if (size > 0) {
+            done += static_cast<std::size_t>(size);
+        }
     }
     return true;
 }
@@ -98,7 +111,9 @@ public:
         }
     }
     ~FileLock() {
-        if (fd_ >= 0) (void)close(fd_);
+        if (fd_ >= 0) {
+            (void)close(fd_);
+        }
     }
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
@@ -111,10 +126,14 @@ private:
 bool Replace(const std::string& path, const std::string& text) {
     const std::string temporary = path + ".new";
     const int fd = open(temporary.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd < 0) return false;
+    if (fd < 0) {
+        return false;
+    }
     const bool written = WriteAll(fd, text);
     const int why = errno;
-    if (close(fd) == 0 && written) return rename(temporary.c_str(), path.c_str()) == 0;
+    if (close(fd) == 0 && written) {
+        return rename(temporary.c_str(), path.c_str()) == 0;
+    }
     (void)unlink(temporary.c_str());
     errno = written ? errno : why;
     return false;
@@ -123,32 +142,45 @@ bool Replace(const std::string& path, const std::string& text) {
 }  // namespace
 
 History::History() : path_(PathOfHistory()), bus_(text::ToUtf8(Environment("KIVO_BUS_ADDRESS"))) {
-    if (bus_.empty()) bus_ = "system";
-    if (path_.empty()) return;
+    if (bus_.empty()) {
+        bus_ = "system";
+    }
+    if (path_.empty()) {
+        return;
+    }
     const Json document = ReadDocument(path_);
     const cJSON* buses = cJSON_GetObjectItemCaseSensitive(document.get(), "buses");
     const cJSON* results = cJSON_GetObjectItemCaseSensitive(buses, bus_.c_str());
     const cJSON* entry = nullptr;
     cJSON_ArrayForEach(entry, results) {
         const auto time = TimeIn(entry);
-        if (time && entry->string != nullptr)
+        if (time && entry->string != nullptr) {
             saved_[entry->string] = {TextIn(entry, "status"), TextIn(entry, "text"), *time};
+        }
     }
 }
 
 void History::Add(const client::ItemResult& result, TimePoint time) {
-    if (result.status.empty() || result.status == "running" || result.status == "idle") return;
-    if (client::IsUnknownItem(result)) return;
+    if (result.status.empty() || result.status == "running" || result.status == "idle") {
+        return;
+    }
+    if (client::IsUnknownItem(result)) {
+        return;
+    }
     added_[text::ToUtf8(result.name)] = {text::ToUtf8(result.status), text::ToUtf8(result.text), time};
 }
 
 bool History::Save() {
-    if (path_.empty() || added_.empty()) return true;
+    if (path_.empty() || added_.empty()) {
+        return true;
+    }
     std::error_code error;
     const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
     std::filesystem::create_directories(folder, error);
     const FileLock lock(path_ + ".lock");
-    if (!lock) return false;
+    if (!lock) {
+        return false;
+    }
     const Json document = ReadDocument(path_);
     cJSON* buses = ObjectIn(document.get(), "buses");
     cJSON* results = ObjectIn(buses, bus_.c_str());
@@ -169,15 +201,21 @@ bool History::Save() {
         errno = ENOMEM;
         return false;
     }
-    if (!Replace(path_, std::string(text.get()) + "\n")) return false;
-    for (const auto& [item, last] : added_) saved_[item] = last;
+    if (!Replace(path_, std::string(text.get()) + "\n")) {
+        return false;
+    }
+    for (const auto& [item, last] : added_) {
+        saved_[item] = last;
+    }
     added_.clear();
     return true;
 }
 
 std::optional<LastResult> History::Find(const std::string& item) const {
     const auto found = saved_.find(text::ToUtf8(item));
-    if (found == saved_.end()) return std::nullopt;
+    if (found == saved_.end()) {
+        return std::nullopt;
+    }
     return found->second;
 }
 

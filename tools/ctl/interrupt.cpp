@@ -20,10 +20,16 @@ Interrupt::~Interrupt() {
 void Interrupt::Watch() const {
     for (;;) {
         pollfd fds[] = {{signals_.Fd(), POLLIN, 0}, {over_, POLLIN, 0}};
-        if (poll(fds, 2, -1) < 0) continue;
-        if (fds[1].revents != 0) return;
+        if (poll(fds, 2, -1) < 0) {
+            continue;
+        }
+        if (fds[1].revents != 0) {
+            return;
+        }
         signals_.Take();
-        if (!cancel_.request_stop()) _exit(kInterrupted);
+        if (!cancel_.request_stop()) {
+            _exit(kInterrupted);
+        }
     }
 }
 

@@ -24,9 +24,13 @@ client::Result<std::vector<ListRow>> Gather(client::Session& session, const clie
     std::vector<ListRow> rows;
     for (const client::ConfiguredItem& item : catalogue.items) {
         ListRow& row = rows.emplace_back(ListRow{item, std::nullopt, history.Find(item.name)});
-        if (client::CheckItemName(item.name)) continue;
+        if (client::CheckItemName(item.name)) {
+            continue;
+        }
         const auto state = session.State(item.name, limit);
-        if (!state) return state.Failure();
+        if (!state) {
+            return state.Failure();
+        }
         row.state = *state;
     }
     return rows;
@@ -35,11 +39,17 @@ client::Result<std::vector<ListRow>> Gather(client::Session& session, const clie
 ExitCode List(const ListOptions& options) {
     const client::Limit limit(options.limit);
     const auto session = client::Session::Open();
-    if (!session) return Fail(session.Failure(), options.json);
+    if (!session) {
+        return Fail(session.Failure(), options.json);
+    }
     const auto catalogue = (*session)->List(limit);
-    if (!catalogue) return Fail(catalogue.Failure(), options.json);
+    if (!catalogue) {
+        return Fail(catalogue.Failure(), options.json);
+    }
     const auto rows = Gather(**session, *catalogue, limit);
-    if (!rows) return Fail(rows.Failure(), options.json);
+    if (!rows) {
+        return Fail(rows.Failure(), options.json);
+    }
     PrintLine(options.json ? ListJson(*rows, catalogue->total) : ListTable(*rows));
     if (catalogue->total > catalogue->items.size()) {
         Complain("the server lists " + std::to_string(catalogue->items.size()) + " of its " +

@@ -41,7 +41,9 @@ const char* StateOf(client::ItemState state) {
 
 std::size_t NameWidth(const std::vector<std::string>& items) {
     std::size_t width = text::WidthOf(kItemHead);
-    for (const std::string& item : items) width = std::max(width, text::WidthOf(text::Escaped(item)));
+    for (const std::string& item : items) {
+        width = std::max(width, text::WidthOf(text::Escaped(item)));
+    }
     return width;
 }
 
@@ -51,7 +53,9 @@ std::string RunHead(std::size_t nameWidth) {
 
 std::string RunLine(std::size_t nameWidth, const RunRow& row) {
     std::string shown = text::Escaped(row.result.text);
-    if (client::IsUnknownItem(row.result)) shown += std::string(" (") + kUnknownHint + ")";
+    if (client::IsUnknownItem(row.result)) {
+        shown += std::string(" (") + kUnknownHint + ")";
+    }
     return Columns(nameWidth, text::Escaped(row.result.name), text::Escaped(row.result.status),
                    row.duration ? std::to_string(row.duration->count()) + " ms" : "-", shown);
 }
@@ -59,8 +63,12 @@ std::string RunLine(std::size_t nameWidth, const RunRow& row) {
 json::Value RunJson(const RunRow& row) {
     auto json = json::Value::Object();
     json.Text("item", row.result.name).Text("status", row.result.status).Text("text", row.result.text);
-    if (row.duration) json.Number("durationMs", static_cast<std::uint64_t>(row.duration->count()));
-    if (client::IsUnknownItem(row.result)) json.Text("hint", kUnknownHint);
+    if (row.duration) {
+        json.Number("durationMs", static_cast<std::uint64_t>(row.duration->count()));
+    }
+    if (client::IsUnknownItem(row.result)) {
+        json.Text("hint", kUnknownHint);
+    }
     return json;
 }
 
@@ -90,7 +98,9 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total) {
     for (const ListRow& row : rows) {
         auto item = json::Value::Object();
         item.Text("item", row.item.name).Text("level", row.item.level).Flag("isSync", row.item.isSync);
-        if (row.state) item.Text("state", StateOf(*row.state));
+        if (row.state) {
+            item.Text("state", StateOf(*row.state));
+        }
         if (row.last) {
             auto last = json::Value::Object();
             last.Text("status", row.last->status).Text("text", row.last->text).Text("time", UtcTime(row.last->time));

@@ -24,17 +24,23 @@ void Complain(std::string_view item, const client::Error& error) {
 }
 
 void SaveHistory(History& history) {
-    if (!history.Save()) Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
+    if (!history.Save()) {
+        Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
+    }
 }
 
 ExitCode Fail(std::string_view item, const client::Error& error, bool json) {
-    if (json) PrintLine(ErrorJson(item, error).Print());
+    if (json) {
+        PrintLine(ErrorJson(item, error).Print());
+    }
     Complain(item, error);
     return ExitCodeOf(error);
 }
 
 ExitCode Fail(const client::Error& error, bool json) {
-    if (json) PrintLine(json::Value::Object().Put("error", ErrorJson(error)).Print());
+    if (json) {
+        PrintLine(json::Value::Object().Put("error", ErrorJson(error)).Print());
+    }
     Complain(error.text);
     return ExitCodeOf(error);
 }

@@ -24,19 +24,29 @@ struct StopOptions {
 };
 
 ExitCode State(const ItemOptions& options) {
-    if (const auto error = client::CheckItemName(options.item)) return Fail(options.item, *error, options.json);
+    if (const auto error = client::CheckItemName(options.item)) {
+        return Fail(options.item, *error, options.json);
+    }
     const auto session = client::Session::Open();
-    if (!session) return Fail(options.item, session.Failure(), options.json);
+    if (!session) {
+        return Fail(options.item, session.Failure(), options.json);
+    }
     const auto state = (*session)->State(options.item, options.limit);
-    if (!state) return Fail(options.item, state.Failure(), options.json);
+    if (!state) {
+        return Fail(options.item, state.Failure(), options.json);
+    }
     PrintLine(options.json ? StateJson(options.item, *state) : StateTable(options.item, *state));
     return kPassed;
 }
 
 ExitCode Reset(const ItemOptions& options) {
-    if (const auto error = client::CheckItemName(options.item)) return Fail(options.item, *error, options.json);
+    if (const auto error = client::CheckItemName(options.item)) {
+        return Fail(options.item, *error, options.json);
+    }
     const auto session = client::Session::Open();
-    if (!session) return Fail(options.item, session.Failure(), options.json);
+    if (!session) {
+        return Fail(options.item, session.Failure(), options.json);
+    }
     if (const auto error = (*session)->Reset(options.item, options.limit)) {
         return Fail(options.item, *error, options.json);
     }
@@ -48,9 +58,13 @@ ExitCode Reset(const ItemOptions& options) {
 
 ExitCode Stop(const StopOptions& options) {
     const auto session = client::Session::Open();
-    if (!session) return Fail(session.Failure(), options.json);
+    if (!session) {
+        return Fail(session.Failure(), options.json);
+    }
     const auto known = (*session)->StopTask(options.taskId, options.limit);
-    if (!known) return Fail(known.Failure(), options.json);
+    if (!known) {
+        return Fail(known.Failure(), options.json);
+    }
     if (options.json) {
         PrintLine(json::Value::Object().Number("taskId", options.taskId).Flag("known", *known).Print());
     } else {

@@ -36,19 +36,25 @@ public:
             rows_.Add(RunJson(row));
             return;
         }
-        if (!headed_) PrintLine(RunHead(nameWidth_));
+        if (!headed_) {
+            PrintLine(RunHead(nameWidth_));
+        }
         headed_ = true;
         PrintLine(RunLine(nameWidth_, row));
     }
 
     void Add(const std::string& item, const client::Error& error) {
-        if (json_) rows_.Add(ErrorJson(item, error));
+        if (json_) {
+            rows_.Add(ErrorJson(item, error));
+        }
         Complain(item, error);
     }
 
     void Finish() {
         SaveHistory(history_);
-        if (!json_) return;
+        if (!json_) {
+            return;
+        }
         PrintLine(json::Value::Object().Put("results", std::move(rows_)).Print());
     }
 
@@ -65,22 +71,30 @@ class Runner {
 public:
     Runner(client::Session& session, const client::Catalogue& catalogue) : session_(session) {
         for (const client::ConfiguredItem& item : catalogue.items) {
-            if (item.isSync) sync_.insert(item.name);
+            if (item.isSync) {
+                sync_.insert(item.name);
+            }
         }
     }
 
     client::Result<client::ItemResult> Run(const client::Request& request, const client::Limit& limit) {
         if (sync_.contains(request.item)) {
             auto reply = session_.Run(request, limit);
-            if (!reply) return reply.Failure();
-            if (!reply->isPending) return std::move(reply->result);
+            if (!reply) {
+                return reply.Failure();
+            }
+            if (!reply->isPending) {
+                return std::move(reply->result);
+            }
             // The run goes on; starting the item joins it.
             Complain(text::Escaped(request.item) +
                      " gave no result at once: somebody else's run of it is under way, or it is configured as "
                      "synchronous and its owner reports later");
         }
         auto run = session_.Start(request, limit);
-        if (!run) return run.Failure();
+        if (!run) {
+            return run.Failure();
+        }
         auto result = run->Await(limit);
         if (!result && result.Failure().code == client::ErrorCode::kTimeLimit) {
             return client::Error{client::ErrorCode::kTimeLimit, "no result within the time limit; the item still runs"};
@@ -105,12 +119,18 @@ ExitCode RunAll(const RunOptions& options, RunReport& report) {
         return ExitCodeOf(error);
     };
     for (const std::string& item : options.items) {
-        if (const auto error = client::CheckRequest({item, options.cmd})) return give(item, *error);
+        if (const auto error = client::CheckRequest({item, options.cmd})) {
+            return give(item, *error);
+        }
     }
     const auto session = client::Session::Open();
-    if (!session) return give(options.items.front(), session.Failure());
+    if (!session) {
+        return give(options.items.front(), session.Failure());
+    }
     const auto catalogue = (*session)->List(options.limit);
-    if (!catalogue) return give(options.items.front(), catalogue.Failure());
+    if (!catalogue) {
+        return give(options.items.front(), catalogue.Failure());
+    }
 
     Runner runner(**session, *catalogue);
     ExitCode highest = kPassed;
@@ -124,7 +144,9 @@ ExitCode RunAll(const RunOptions& options, RunReport& report) {
         } else {
             code = give(item, result.Failure());
         }
-        if (!result && IsGone(result.Failure())) return code;
+        if (!result && IsGone(result.Failure())) {
+            return code;
+        }
         highest = std::max(highest, code);
     }
     return highest;

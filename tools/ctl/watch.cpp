@@ -60,7 +60,9 @@ public:
 
 private:
     void Print(const std::string& line) {
-        if (finished_) return;
+        if (finished_) {
+            return;
+        }
         const bool written = std::printf("%s\n", line.c_str()) >= 0 && std::fflush(stdout) == 0;
         ++printed_;
         if (!written) {
@@ -71,7 +73,9 @@ private:
     }
 
     void Finish(ExitCode code) {
-        if (finished_) return;
+        if (finished_) {
+            return;
+        }
         finished_ = true;
         code_ = code;
         (void)eventfd_write(over_, 1);
@@ -92,10 +96,16 @@ ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSign
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         const bool limited = options.limit.count() > 0;
-        if (limited && left.count() <= 0) return options.count > 0 ? kTimeLimit : kPassed;
+        if (limited && left.count() <= 0) {
+            return options.count > 0 ? kTimeLimit : kPassed;
+        }
         const int ready = poll(fds, 2, limited ? static_cast<int>(left.count()) : -1);
-        if (ready < 0 && errno != EINTR) return kUnreachable;
-        if (ready > 0) return fds[0].revents != 0 ? printer.Code() : kPassed;
+        if (ready < 0 && errno != EINTR) {
+            return kUnreachable;
+        }
+        if (ready > 0) {
+            return fds[0].revents != 0 ? printer.Code() : kPassed;
+        }
     }
 }
 
@@ -111,15 +121,23 @@ ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
     auto session = client::Session::Open(printer.Events());
-    if (!session) return Fail(session.Failure(), false);
-    if (const auto error = (*session)->Subscribe()) return Fail(*error, false);
+    if (!session) {
+        return Fail(session.Failure(), false);
+    }
+    if (const auto error = (*session)->Subscribe()) {
+        return Fail(*error, false);
+    }
     Complain("watching");
     TellIfAbsent(**session);
 
     const ExitCode code = Wait(options, printer, signals);
     (void)alarm(kStuckSeconds);
-    if (code == kUnreachable) Complain("the bus was lost");
-    if (const auto lost = (*session)->LostEvents(); lost > 0) Complain(std::to_string(lost) + " events were lost");
+    if (code == kUnreachable) {
+        Complain("the bus was lost");
+    }
+    if (const auto lost = (*session)->LostEvents(); lost > 0) {
+        Complain(std::to_string(lost) + " events were lost");
+    }
     session->reset();
     SaveHistory(printer.Seen());
     return code;

@@ -57,7 +57,9 @@ Loaded LoadAlone(const ListKind& kind, const XMLElement& element, const char* wi
     XMLElement* list = root->InsertNewChildElement(kind.list);
     XMLElement* copy = list->InsertEndChild(element.DeepClone(&document))->ToElement();
     copy->SetName(kind.element);
-    if (without != nullptr) copy->DeleteAttribute(without);
+    if (without != nullptr) {
+        copy->DeleteAttribute(without);
+    }
     return Load([&](InspectConfigMgr& config) { (config.*kind.load)(root); });
 }
 
@@ -136,15 +138,21 @@ private:
             }
         }
         elements_[own].records = records;
-        if (first == nullptr) elements_[own].notes.push_back(std::string("there is no ") + kind.element + " in it");
+        if (first == nullptr) {
+            elements_[own].notes.push_back(std::string("there is no ") + kind.element + " in it");
+        }
     }
 
     void Record(const ListKind& kind, const XMLElement& element, std::size_t index) {
         ElementReport report = Begin(element);
         const Loaded loaded = LoadAlone(kind, element);
         report.fallbacks = loaded.messages;
-        if (!loaded.items.empty()) report.item = loaded.items.front();
-        if (!loaded.entries.empty()) report.entry = loaded.entries.front();
+        if (!loaded.items.empty()) {
+            report.item = loaded.items.front();
+        }
+        if (!loaded.entries.empty()) {
+            report.entry = loaded.entries.front();
+        }
         if (report.name != kind.element) {
             report.notes.push_back(std::string("it counts as a ") + kind.element + ", whatever its name");
         }
@@ -154,7 +162,9 @@ private:
                 report.notes.push_back("the attribute " + Quoted(attribute->Name()) + " is not read");
             }
         }
-        if (report.item) NoteItem(report, index);
+        if (report.item) {
+            NoteItem(report, index);
+        }
         elements_.push_back(std::move(report));
         for (const auto* child = element.FirstChildElement(); child != nullptr; child = child->NextSiblingElement()) {
             Unused(*child, std::string("it is inside a ") + kind.element);
@@ -175,7 +185,9 @@ private:
         ElementReport report = Begin(element);
         const std::size_t inside = ElementsInside(element);
         report.notes.push_back("not looked at: " + why);
-        if (inside > 0) report.notes.push_back("not looked at: the elements inside it, " + std::to_string(inside));
+        if (inside > 0) {
+            report.notes.push_back("not looked at: the elements inside it, " + std::to_string(inside));
+        }
         elements_.push_back(std::move(report));
     }
 
@@ -214,7 +226,9 @@ Diagnosis Diagnose(const std::string& path) {
 
     XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it
     diagnosis.readable = document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS;
-    if (!diagnosis.readable) diagnosis.error = document.ErrorStr();
+    if (!diagnosis.readable) {
+        diagnosis.error = document.ErrorStr();
+    }
     if (!diagnosis.readable || document.RootElement() == nullptr) {
         diagnosis.messages = std::move(whole.messages);
         return diagnosis;

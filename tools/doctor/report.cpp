@@ -21,20 +21,30 @@ bool IsSynchronous(const tagKivoOmInspectionItem& item) {
 }
 
 const char* CopyWord(const InspectOneDiagFile& entry) {
-    if (entry.copy == InspectCopyWylogsFile) return "system log";
+    if (entry.copy == InspectCopyWylogsFile) {
+        return "system log";
+    }
     return entry.copy == InspectCopyDirFile ? "folder" : "single file";
 }
 
 const char* UseWord(const ElementReport& element) {
-    if (element.item) return "item";
-    if (element.entry) return "entry";
+    if (element.item) {
+        return "item";
+    }
+    if (element.entry) {
+        return "entry";
+    }
     return element.records ? "list" : "none";
 }
 
 // What identifies the record, quoted and after a blank; empty for others.
 std::string Label(const ElementReport& element) {
-    if (element.item) return ' ' + Quoted(static_cast<const char*>(element.item->name));
-    if (element.entry) return ' ' + Quoted(static_cast<const char*>(element.entry->srcPath));
+    if (element.item) {
+        return ' ' + Quoted(static_cast<const char*>(element.item->name));
+    }
+    if (element.entry) {
+        return ' ' + Quoted(static_cast<const char*>(element.entry->srcPath));
+    }
     return {};
 }
 
@@ -48,13 +58,17 @@ std::string Values(const ElementReport& element) {
         return "to " + Quoted(static_cast<const char*>(element.entry->dstPath)) + ", " +
                std::to_string(element.entry->timeout) + " s, " + CopyWord(*element.entry);
     }
-    if (element.records) return "records: " + std::to_string(*element.records);
+    if (element.records) {
+        return "records: " + std::to_string(*element.records);
+    }
     return {};
 }
 
 Value TextList(const std::vector<std::string>& texts) {
     Value list = Value::Array();
-    for (const std::string& one : texts) list.AddText(text::Escaped(one));
+    for (const std::string& one : texts) {
+        list.AddText(text::Escaped(one));
+    }
     return list;
 }
 
@@ -82,14 +96,23 @@ std::string ReportText(const std::string& path, const Diagnosis& diagnosis) {
     for (const ElementReport& element : diagnosis.elements) {
         const std::string head =
             "line " + std::to_string(element.line) + ": " + text::Escaped(element.name) + Label(element) + ": ";
-        if (const std::string values = Values(element); !values.empty()) out += head + values + '\n';
-        for (const std::string& fallback : element.fallbacks)
+        if (const std::string values = Values(element); !values.empty()) {
+            out += head + values + '\n';
+        }
+        for (const std::string& fallback : element.fallbacks) {
             out += head + "falls back: " + text::Escaped(fallback) + '\n';
-        for (const std::string& note : element.notes) out += head + text::Escaped(note) + '\n';
+        }
+        for (const std::string& note : element.notes) {
+            out += head + text::Escaped(note) + '\n';
+        }
     }
     const std::string head = text::Escaped(path) + ": ";
-    if (!diagnosis.error.empty()) out += head + text::Escaped(diagnosis.error) + '\n';
-    for (const std::string& message : diagnosis.messages) out += head + "falls back: " + text::Escaped(message) + '\n';
+    if (!diagnosis.error.empty()) {
+        out += head + text::Escaped(diagnosis.error) + '\n';
+    }
+    for (const std::string& message : diagnosis.messages) {
+        out += head + "falls back: " + text::Escaped(message) + '\n';
+    }
     out += head + "items: " + std::to_string(diagnosis.items) +
            ", collection entries: " + std::to_string(diagnosis.entries) + '\n';
     return out;

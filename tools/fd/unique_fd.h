@@ -30,7 +30,9 @@ public:
     int Release() { return std::exchange(fd_, -1); }
 
     void Reset() {
-        if (fd_ >= 0) (void)close(fd_);
+        if (fd_ >= 0) {
+            (void)close(fd_);
+        }
         fd_ = -1;
     }
 

@@ -39,7 +39,9 @@ void Guarded(const Body& body) noexcept {
 bool IsAdmitted(const char* path) {
     const CopyWatch* watch = g_copies;
     bool admitted = watch == nullptr;
-    if (watch != nullptr) Guarded([&] { admitted = watch->Admits(path); });
+    if (watch != nullptr) {
+        Guarded([&] { admitted = watch->Admits(path); });
+    }
     return admitted;
 }
 
@@ -65,7 +67,9 @@ CopyWatch::~CopyWatch() {
 
 uint32_t OsCopyFile(const char* src, const char* dst) {
     static const auto platforms = ominspect::Platforms<uint32_t(const char*, const char*)>("OsCopyFile");
-    if (!ominspect::IsAdmitted(src)) return ELOOP;
+    if (!ominspect::IsAdmitted(src)) {
+        return ELOOP;
+    }
     const uint32_t error = platforms == nullptr ? ENOSYS : platforms(src, dst);
     if (const ominspect::CopyWatch* watch = ominspect::g_copies; watch != nullptr) {
         ominspect::Guarded([&] { watch->Take(src, dst, error); });

@@ -10,7 +10,9 @@ namespace ominspect::json {
 namespace {
 
 std::string Taken(char* raw) {
-    if (raw == nullptr) throw std::bad_alloc();
+    if (raw == nullptr) {
+        throw std::bad_alloc();
+    }
     const std::unique_ptr<char, decltype(&cJSON_free)> owned(raw, cJSON_free);
     return raw;
 }
@@ -28,7 +30,9 @@ Value Value::Array() {
 }
 
 Value::Node Value::Checked(cJSON* json) {
-    if (json == nullptr) throw std::bad_alloc();
+    if (json == nullptr) {
+        throw std::bad_alloc();
+    }
     return Node(json);
 }
 
@@ -37,7 +41,9 @@ Value::Node Value::TextNode(std::string_view text) {
 }
 
 Value& Value::Member(const char* name, Node node) {
-    if (cJSON_AddItemToObject(json_.get(), name, node.get()) == 0) throw std::bad_alloc();
+    if (cJSON_AddItemToObject(json_.get(), name, node.get()) == 0) {
+        throw std::bad_alloc();
+    }
     (void)node.release();
     return *this;
 }

@@ -95,7 +95,9 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
 // The server's `main`, called as a function; it answers with the result code of the task runner.
 int RunAsProcess(void* symbol) {
     const int result = reinterpret_cast<int (*)()>(symbol)();
-    if (result == 0) return EXIT_SUCCESS;
+    if (result == 0) {
+        return EXIT_SUCCESS;
+    }
     const auto code = static_cast<std::uint32_t>(result);
     (void)std::fprintf(stderr, "ominspect: the server ended: %s (0x%x)\n", OsMsgResultText(code), code);
     return kCannotRun;
@@ -104,7 +106,9 @@ int RunAsProcess(void* symbol) {
 // The hosted entry answers 0 whatever happened, so an end that nobody asked for is a failure.
 int RunHosted(void* symbol) {
     (void)reinterpret_cast<std::uint32_t (*)()>(symbol)();
-    if (g_endAsked) return EXIT_SUCCESS;
+    if (g_endAsked) {
+        return EXIT_SUCCESS;
+    }
     (void)std::fputs("ominspect: the hosted server ended by itself; is the message bus reachable?\n", stderr);
     return kCannotRun;
 }
@@ -113,7 +117,9 @@ int RunHosted(void* symbol) {
 
 int main(int argc, char** argv) {
     Options options;
-    if (const auto code = ParseOptions(argc, argv, options)) return *code;
+    if (const auto code = ParseOptions(argc, argv, options)) {
+        return *code;
+    }
 
     InstallHandlers();
     void* library = dlopen(options.serverPath, RTLD_NOW | RTLD_LOCAL);
@@ -128,7 +134,9 @@ int main(int argc, char** argv) {
         return kCannotRun;
     }
 
-    if (g_endAsked) return EXIT_SUCCESS;
+    if (g_endAsked) {
+        return EXIT_SUCCESS;
+    }
     // The library is not closed: the server's detached threads live as long as the process.
     return options.hosted ? RunHosted(symbol) : RunAsProcess(symbol);
 }

@@ -23,9 +23,13 @@ struct Pipe {
 
 std::optional<Pipe> MakePipe() {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return std::nullopt;
+    }
     Pipe pipe{UniqueFd(ends[0]), UniqueFd(ends[1])};
-    if (fcntl(pipe.read.Get(), F_SETFL, O_NONBLOCK) != 0) return std::nullopt;
+    if (fcntl(pipe.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
+        return std::nullopt;
+    }
     return pipe;
 }
 
@@ -41,7 +45,9 @@ public:
         : item_("INSPECT_ITEM=" + spec.item), cmd_("INSPECT_CMD=" + spec.argument) {
         for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
             const std::string_view text(*entry);
-            if (!text.starts_with("INSPECT_ITEM=") && !text.starts_with("INSPECT_CMD=")) entries_.push_back(*entry);
+            if (!text.starts_with("INSPECT_ITEM=") && !text.starts_with("INSPECT_CMD=")) {
+                entries_.push_back(*entry);
+            }
         }
         entries_.insert(entries_.end(), {item_.data(), cmd_.data(), nullptr});
     }
@@ -87,7 +93,9 @@ public:
 
 private:
     void Check(int result) {
-        if (error_ == 0) error_ = result;
+        if (error_ == 0) {
+            error_ = result;
+        }
     }
 
     posix_spawn_file_actions_t actions_{};
@@ -100,10 +108,14 @@ int Spawn(const CommandSpec& spec, int out, int err, pid_t& pid) {
     std::vector<std::string> words = spec.argv;
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
-    for (std::string& word : words) argv.push_back(word.data());
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
     argv.push_back(nullptr);
     const SpawnSettings settings(out, err);
-    if (settings.Error() != 0) return settings.Error();
+    if (settings.Error() != 0) {
+        return settings.Error();
+    }
     return posix_spawn(&pid, argv[0], settings.Actions(), settings.Attributes(), argv.data(), environment.Get());
 }
 
@@ -119,7 +131,9 @@ Child::Child(Child&& other) noexcept
       err_(std::move(other.err_)) {}
 
 Child::~Child() {
-    if (pid_ == 0) return;
+    if (pid_ == 0) {
+        return;
+    }
     SignalGroup(SIGKILL);
     // A killed process ends at once unless it hangs in the kernel, where nobody should wait for it.
     (void)waitpid(pid_, nullptr, WNOHANG);
@@ -134,7 +148,9 @@ std::optional<Child> Child::Start(const CommandSpec& spec, int& error) {
     }
     pid_t pid = 0;
     error = Spawn(spec, out->write.Get(), err->write.Get(), pid);
-    if (error != 0) return std::nullopt;
+    if (error != 0) {
+        return std::nullopt;
+    }
     UniqueFd exitFd = OpenPidFd(pid);
     const int pidfdError = errno;
     const bool watched = static_cast<bool>(exitFd);
@@ -149,10 +165,14 @@ std::optional<Child> Child::Start(const CommandSpec& spec, int& error) {
 }
 
 bool Child::ReadSome(Stream& stream) {
-    if (!stream.fd) return false;
+    if (!stream.fd) {
+        return false;
+    }
     std::array<char, 4096> buffer{};
     const ssize_t got = read(stream.fd.Get(), buffer.data(), buffer.size());
-    if (got < 0) return errno == EINTR;
+    if (got < 0) {
+        return errno == EINTR;
+    }
     if (got == 0) {
         stream.fd.Reset();
         return false;
@@ -174,7 +194,9 @@ void Child::SignalGroup(int signal) const {
 std::optional<CommandOutcome> Child::Reap() {
     siginfo_t info{};
     const auto id = static_cast<id_t>(pid_);
-    if (waitid(P_PID, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == 0) return std::nullopt;
+    if (waitid(P_PID, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == 0) {
+        return std::nullopt;
+    }
     for (Stream* stream : {&out_, &err_}) {
         // Bounded: a process that the command left behind may go on writing.
         while (stream->text.size() < CommandOutput::kMaxOutput && ReadSome(*stream)) {

@@ -79,7 +79,9 @@ std::string ReadName(const tinyxml2::XMLElement& element, const Attributes& attr
 
 unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, unsigned fallback, unsigned max) {
     const auto found = attributes.find(attribute);
-    if (found == attributes.end()) return fallback;
+    if (found == attributes.end()) {
+        return fallback;
+    }
     const auto& [value, line] = found->second;
     unsigned number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
@@ -92,8 +94,12 @@ unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, un
 
 bool ReadBool(const Attributes& attributes, std::string_view attribute) {
     const auto found = attributes.find(attribute);
-    if (found == attributes.end() || found->second.value == "false") return false;
-    if (found->second.value == "true") return true;
+    if (found == attributes.end() || found->second.value == "false") {
+        return false;
+    }
+    if (found->second.value == "true") {
+        return true;
+    }
     throw Mistake{found->second.line,
                   std::string(attribute) + " " + Quoted(found->second.value) + R"( must be "true" or "false")"};
 }
@@ -117,7 +123,9 @@ std::string ReadText(const tinyxml2::XMLElement& element) {
     std::string out;
     for (const auto* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
         const auto* text = node->ToText();
-        if (text == nullptr) throw Mistake{node->GetLineNum(), std::string(element.Name()) + " may hold text only"};
+        if (text == nullptr) {
+            throw Mistake{node->GetLineNum(), std::string(element.Name()) + " may hold text only"};
+        }
         out += text->Value();
     }
     if (out.size() > kMaxText) {
@@ -133,20 +141,28 @@ std::vector<std::string> ReadCommandLine(const tinyxml2::XMLElement& item) {
         const std::string_view name = child->Name();
         const int line = child->GetLineNum();
         if (name == "Command") {
-            if (!argv.empty()) throw Mistake{line, "Item must begin with its one Command"};
+            if (!argv.empty()) {
+                throw Mistake{line, "Item must begin with its one Command"};
+            }
             argv.push_back(ReadText(*child));
             if (argv[0].empty() || argv[0][0] != '/') {
                 throw Mistake{line, "Command " + Quoted(argv[0]) + " must be an absolute path"};
             }
         } else if (name == "Arg") {
-            if (argv.empty()) throw Mistake{line, "Item must begin with its one Command"};
-            if (argv.size() > kMaxArgs) throw Mistake{line, "more than " + std::to_string(kMaxArgs) + " arguments"};
+            if (argv.empty()) {
+                throw Mistake{line, "Item must begin with its one Command"};
+            }
+            if (argv.size() > kMaxArgs) {
+                throw Mistake{line, "more than " + std::to_string(kMaxArgs) + " arguments"};
+            }
             argv.push_back(ReadText(*child));
         } else {
             throw Mistake{line, "unknown element " + Quoted(name) + " in Item"};
         }
     }
-    if (argv.empty()) throw Mistake{item.GetLineNum(), "Item needs a Command"};
+    if (argv.empty()) {
+        throw Mistake{item.GetLineNum(), "Item needs a Command"};
+    }
     return argv;
 }
 
@@ -177,13 +193,17 @@ OwnerConfig ReadOwner(const tinyxml2::XMLElement& element) {
         if (std::string_view(child->Name()) != "Item") {
             throw Mistake{line, "unknown element " + Quoted(child->Name()) + " in Owner"};
         }
-        if (config.items.size() == kMaxItems) throw Mistake{line, "more than " + std::to_string(kMaxItems) + " items"};
+        if (config.items.size() == kMaxItems) {
+            throw Mistake{line, "more than " + std::to_string(kMaxItems) + " items"};
+        }
         config.items.push_back(ReadItem(*child));
         if (!names.insert(config.items.back().name).second) {
             throw Mistake{line, "a second item " + Quoted(config.items.back().name)};
         }
     }
-    if (config.items.empty()) throw Mistake{element.GetLineNum(), "Owner needs at least one Item"};
+    if (config.items.empty()) {
+        throw Mistake{element.GetLineNum(), "Owner needs at least one Item"};
+    }
     return config;
 }
 
@@ -193,12 +213,15 @@ void RefuseNul(std::string_view xml) {
         return 1 + static_cast<int>(std::count(xml.begin(), xml.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
     };
     const std::size_t nul = xml.find('\0');
-    if (nul != std::string_view::npos) throw Mistake{lineOf(nul), "a NUL byte"};
+    if (nul != std::string_view::npos) {
+        throw Mistake{lineOf(nul), "a NUL byte"};
+    }
     for (std::size_t at = xml.find("&#"); at != std::string_view::npos; at = xml.find("&#", at + 2)) {
         const std::size_t digits = at + 2 + (xml.substr(at + 2, 1) == "x" ? 1 : 0);
         const std::size_t end = xml.find_first_not_of('0', digits);
-        if (end != digits && end != std::string_view::npos && xml[end] == ';')
+        if (end != digits && end != std::string_view::npos && xml[end] == ';') {
             throw Mistake{lineOf(at), "a NUL character"};
+        }
     }
 }
 
@@ -211,13 +234,17 @@ OwnerConfig ReadDocument(std::string_view xml) {
     }
     const tinyxml2::XMLElement* root = nullptr;
     for (const auto* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
-        if (node->ToComment() != nullptr || node->ToDeclaration() != nullptr) continue;
+        if (node->ToComment() != nullptr || node->ToDeclaration() != nullptr) {
+            continue;
+        }
         if (root != nullptr || node->ToElement() == nullptr || std::string_view(node->Value()) != "Owner") {
             throw Mistake{node->GetLineNum(), "the file must hold one element Owner and nothing else"};
         }
         root = node->ToElement();
     }
-    if (root == nullptr) throw Mistake{1, "the file must hold one element Owner"};
+    if (root == nullptr) {
+        throw Mistake{1, "the file must hold one element Owner"};
+    }
     return ReadOwner(*root);
 }
 
@@ -234,8 +261,12 @@ std::optional<OwnerConfig> ParseConfig(std::string_view xml, std::string& error)
 
 std::optional<OwnerConfig> LoadConfig(const std::string& path, std::string& error) {
     std::optional<OwnerConfig> config;
-    if (const auto xml = ReadSmallFile(path, kMaxFileSize, error)) config = ParseConfig(*xml, error);
-    if (!config) error = text::Escaped(path) + ": " + error;
+    if (const auto xml = ReadSmallFile(path, kMaxFileSize, error)) {
+        config = ParseConfig(*xml, error);
+    }
+    if (!config) {
+        error = text::Escaped(path) + ": " + error;
+    }
     return config;
 }
 

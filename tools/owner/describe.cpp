@@ -28,8 +28,12 @@ std::string Describe(const OwnerConfig& config) {
     for (const ItemConfig& item : config.items) {
         out << "item " << text::Escaped(item.name) << ": " << (item.isSync ? "synchronous" : "asynchronous") << ", "
             << item.limit.count() << " s, runs";
-        for (const std::string& argument : item.argv) out << ' ' << Shown(argument);
-        if (access(item.argv[0].c_str(), X_OK) != 0) out << "  (cannot be run now: " << strerrordesc_np(errno) << ')';
+        for (const std::string& argument : item.argv) {
+            out << ' ' << Shown(argument);
+        }
+        if (access(item.argv[0].c_str(), X_OK) != 0) {
+            out << "  (cannot be run now: " << strerrordesc_np(errno) << ')';
+        }
         out << '\n';
     }
     return out.str();

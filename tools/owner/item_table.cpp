@@ -21,12 +21,16 @@ ItemTable::ItemTable(const OwnerConfig& config, Report report, const Times& time
     : report_(std::move(report)),
       times_(times),
       runner_({.maxParallel = config.maxParallel, .termGrace = times.termGrace}) {
-    for (const ItemConfig& item : config.items) items_.emplace(item.name, &item);
+    for (const ItemConfig& item : config.items) {
+        items_.emplace(item.name, &item);
+    }
 }
 
 bool ItemTable::Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result) {
     const auto found = items_.find(item);
-    if (found == items_.end()) return false;
+    if (found == items_.end()) {
+        return false;
+    }
     if (argument == "stop") {
         HandleStop(*found->second, result);
     } else if (found->second->isSync) {

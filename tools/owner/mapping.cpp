@@ -20,7 +20,9 @@ void SetField(char (&field)[size], std::string_view text) {
 std::string_view Trimmed(std::string_view text) {
     constexpr std::string_view kBlanks = " \t\r";
     const std::size_t begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos) return {};
+    if (begin == std::string_view::npos) {
+        return {};
+    }
     return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
@@ -29,7 +31,9 @@ std::string_view FirstLine(std::string_view output) {
     while (!output.empty()) {
         const std::string_view line = output.substr(0, output.find('\n'));
         output.remove_prefix(std::min(line.size() + 1, output.size()));
-        if (!Trimmed(line).empty()) return Trimmed(line.substr(0, line.find('|')));
+        if (!Trimmed(line).empty()) {
+            return Trimmed(line.substr(0, line.find('|')));
+        }
     }
     return {};
 }
@@ -37,7 +41,9 @@ std::string_view FirstLine(std::string_view output) {
 std::string ExitText(const CommandOutcome& outcome) {
     for (const std::string& stream : {outcome.output.out, outcome.output.err}) {
         const std::string_view line = FirstLine(stream);
-        if (!line.empty()) return text::OneLine(line);
+        if (!line.empty()) {
+            return text::OneLine(line);
+        }
     }
     return "no output, exit status " + std::to_string(outcome.code);
 }

@@ -16,7 +16,9 @@ namespace {
 
 UniqueFd MakeEvent() {
     UniqueFd event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!event) throw std::system_error(errno, std::generic_category(), "eventfd");
+    if (!event) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
     return event;
 }
 
@@ -35,7 +37,9 @@ CommandRunner::Id CommandRunner::Start(CommandSpec spec, Done done) {
     job.done = std::move(done);
     job.requested = Clock::now();
     const std::lock_guard lock(mutex_);
-    if (closing_) return 0;
+    if (closing_) {
+        return 0;
+    }
     job.id = ++lastId_;
     added_.push_back(std::move(job));
     Wake();
@@ -54,7 +58,9 @@ void CommandRunner::Shutdown() {
         closing_ = true;
         Wake();
     }
-    if (thread_.joinable()) thread_.join();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
 }
 
 void CommandRunner::Wake() const {
@@ -67,7 +73,9 @@ void CommandRunner::Supervise() {
         Advance(Clock::now());
         Tell();
         // Nothing is added any more once the supervisor knows that it shuts down.
-        if (abandonAt_ && jobs_.empty()) return;
+        if (abandonAt_ && jobs_.empty()) {
+            return;
+        }
         WaitForSomething(NextDeadline());
     }
 }
@@ -86,10 +94,14 @@ void CommandRunner::TakeOrders() {
     }
     const auto now = Clock::now();
     const bool stopAll = closing && !abandonAt_;
-    if (stopAll) abandonAt_ = now + settings_.termGrace + settings_.abandonGrace;
+    if (stopAll) {
+        abandonAt_ = now + settings_.termGrace + settings_.abandonGrace;
+    }
     for (Job& job : jobs_) {
         const bool named = std::find(stops.begin(), stops.end(), job.id) != stops.end();
-        if (named || stopAll) EndJob(job, CommandOutcome::End::kStopped, now);
+        if (named || stopAll) {
+            EndJob(job, CommandOutcome::End::kStopped, now);
+        }
     }
 }
 
@@ -97,21 +109,37 @@ void CommandRunner::TakeOrders() {
 void CommandRunner::Advance(Clock::time_point now) {
     std::size_t running = 0;
     for (Job& job : jobs_) {
-        if (job.child) ReapJob(job);
-        if (job.outcome) continue;
-        if (now >= job.requested + job.spec.limit) EndJob(job, CommandOutcome::End::kTimeLimit, now);
+        if (job.child) {
+            ReapJob(job);
+        }
+        if (job.outcome) {
+            continue;
+        }
+        if (now >= job.requested + job.spec.limit) {
+            EndJob(job, CommandOutcome::End::kTimeLimit, now);
+        }
         if (job.ending && !job.killed && now >= job.killAt) {
             job.killed = true;
             job.child->SignalGroup(SIGKILL);
         }
-        if (job.ending && abandonAt_ && now >= *abandonAt_) job.outcome.emplace(CommandOutcome{*job.ending, 0, {}});
-        if (job.child && !job.spec.atOnce) ++running;
+        if (job.ending && abandonAt_ && now >= *abandonAt_) {
+            job.outcome.emplace(CommandOutcome{*job.ending, 0, {}});
+        }
+        if (job.child && !job.spec.atOnce) {
+            ++running;
+        }
     }
     for (Job& job : jobs_) {
-        if (job.child || job.outcome) continue;
-        if (!job.spec.atOnce && running >= settings_.maxParallel) continue;
+        if (job.child || job.outcome) {
+            continue;
+        }
+        if (!job.spec.atOnce && running >= settings_.maxParallel) {
+            continue;
+        }
         StartJob(job);
-        if (job.child && !job.spec.atOnce) ++running;
+        if (job.child && !job.spec.atOnce) {
+            ++running;
+        }
     }
 }
 
@@ -125,7 +153,9 @@ void CommandRunner::StartJob(Job& job) {
 }
 
 void CommandRunner::EndJob(Job& job, CommandOutcome::End why, Clock::time_point now) {
-    if (job.outcome || job.ending) return;
+    if (job.outcome || job.ending) {
+        return;
+    }
     if (!job.child) {
         const bool late = why == CommandOutcome::End::kTimeLimit;
         job.outcome = CommandOutcome{late ? CommandOutcome::End::kNeverStarted : why, 0, {}};
@@ -140,8 +170,12 @@ void CommandRunner::EndJob(Job& job, CommandOutcome::End why, Clock::time_point 
 
 void CommandRunner::ReapJob(Job& job) {
     auto outcome = job.child->Reap();
-    if (!outcome) return;
-    if (job.ending) outcome->end = *job.ending;
+    if (!outcome) {
+        return;
+    }
+    if (job.ending) {
+        outcome->end = *job.ending;
+    }
     job.outcome = std::move(outcome);
     job.child.reset();
 }
@@ -152,10 +186,14 @@ void CommandRunner::Tell() {
     std::list<Job> told;
     for (auto job = jobs_.begin(); job != jobs_.end();) {
         const auto next = std::next(job);
-        if (job->outcome && now >= job->requested + job->spec.settle) told.splice(told.end(), jobs_, job);
+        if (job->outcome && now >= job->requested + job->spec.settle) {
+            told.splice(told.end(), jobs_, job);
+        }
         job = next;
     }
-    for (const Job& job : told) job.done(*job.outcome);
+    for (const Job& job : told) {
+        job.done(*job.outcome);
+    }
 }
 
 CommandRunner::Clock::time_point CommandRunner::NextDeadline() const {
@@ -177,7 +215,9 @@ CommandRunner::Clock::time_point CommandRunner::NextDeadline() const {
 void CommandRunner::WaitForSomething(Clock::time_point until) {
     std::vector<pollfd> fds{{wake_.Get(), POLLIN, 0}};
     for (const Job& job : jobs_) {
-        if (!job.child) continue;
+        if (!job.child) {
+            continue;
+        }
         for (const int fd : {job.child->ExitFd(), job.child->OutFd(), job.child->ErrFd()}) {
             fds.push_back({fd, POLLIN, 0});
         }
@@ -187,9 +227,13 @@ void CommandRunner::WaitForSomething(Clock::time_point until) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
         timeout = static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
     }
-    if (poll(fds.data(), fds.size(), timeout) <= 0) return;
+    if (poll(fds.data(), fds.size(), timeout) <= 0) {
+        return;
+    }
     for (Job& job : jobs_) {
-        if (job.child) job.child->ReadOutput();
+        if (job.child) {
+            job.child->ReadOutput();
+        }
     }
 }
 

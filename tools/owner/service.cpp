@@ -37,7 +37,9 @@ std::string Failure(const char* what, std::uint32_t code) {
 sigset_t EndSignals() {
     sigset_t set{};
     (void)sigemptyset(&set);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) (void)sigaddset(&set, signal);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        (void)sigaddset(&set, signal);
+    }
     return set;
 }
 
@@ -49,7 +51,9 @@ std::uint32_t HandleItem(const char* itemName, const char* request, tagKivoOmIns
 
 void ReportItem(const tagKivoOmInspectionResult& result) {
     const std::uint32_t code = InspectReportResult(&result);
-    if (code == OS_MSG_OK) return;
+    if (code == OS_MSG_OK) {
+        return;
+    }
     (void)std::fprintf(stderr, "ominspect-owner: the result of %s is lost: %s\n", text::Escaped(result.name).c_str(),
                        OsMsgResultText(code));
 }
@@ -61,7 +65,9 @@ std::uint32_t IgnoreMessage(TagMsgBlock* /*msg*/) {
 
 std::uint32_t WatchBus() {
     const std::uint32_t result = OsMsgTaskRoutineByName(kWatchTask);
-    if (result != OS_MSG_OK) (void)eventfd_write(g_busLost, 1);
+    if (result != OS_MSG_OK) {
+        (void)eventfd_write(g_busLost, 1);
+    }
     return result;
 }
 
@@ -72,7 +78,9 @@ std::optional<std::string> CreateWatchTask() {
     task.handler = IgnoreMessage;
     task.entry = WatchBus;
     const std::uint32_t code = OsTaskCreate(&task);
-    if (code != OS_MSG_OK) return Failure("cannot create a task", code);
+    if (code != OS_MSG_OK) {
+        return Failure("cannot create a task", code);
+    }
     return std::nullopt;
 }
 
@@ -90,7 +98,9 @@ std::optional<std::string> RegisterItems(const OwnerConfig& config) {
         records.push_back(record);
     }
     const std::uint32_t code = InspectRegHandler(records.data(), static_cast<std::uint32_t>(records.size()));
-    if (code != OS_MSG_OK) return Failure("cannot register the items", code);
+    if (code != OS_MSG_OK) {
+        return Failure("cannot register the items", code);
+    }
     return std::nullopt;
 }
 
@@ -98,11 +108,15 @@ std::optional<std::string> RegisterItems(const OwnerConfig& config) {
 std::optional<std::string> WaitForEnd() {
     const sigset_t set = EndSignals();
     const UniqueFd signals(signalfd(-1, &set, SFD_CLOEXEC));
-    if (!signals) return std::string("cannot wait for signals: ") + strerrordesc_np(errno);
+    if (!signals) {
+        return std::string("cannot wait for signals: ") + strerrordesc_np(errno);
+    }
     pollfd fds[] = {{signals.Get(), POLLIN, 0}, {g_busLost, POLLIN, 0}};
     while (poll(fds, 2, -1) <= 0) {
     }
-    if (fds[0].revents != 0) return std::nullopt;
+    if (fds[0].revents != 0) {
+        return std::nullopt;
+    }
     return "the message bus was lost";
 }
 
@@ -111,7 +125,9 @@ class BusPlace {
 public:
     explicit BusPlace(const std::string& process) : result_(OsProcAttach(process.c_str())) {}
     ~BusPlace() {
-        if (result_ == OS_MSG_OK) OsProcDetach();
+        if (result_ == OS_MSG_OK) {
+            OsProcDetach();
+        }
     }
     BusPlace(const BusPlace&) = delete;
     BusPlace& operator=(const BusPlace&) = delete;
@@ -123,16 +139,22 @@ private:
 
 std::optional<std::string> ServeTable(const OwnerConfig& config, ItemTable& table) {
     const BusPlace place(config.process);
-    if (place.Result() != OS_MSG_OK) return Failure("cannot join the message bus", place.Result());
+    if (place.Result() != OS_MSG_OK) {
+        return Failure("cannot join the message bus", place.Result());
+    }
     auto error = CreateWatchTask();
-    if (!error) error = RegisterItems(config);
+    if (!error) {
+        error = RegisterItems(config);
+    }
     if (!error) {
         (void)std::fprintf(stderr, "ominspect-owner: %s serves %zu items\n", text::Escaped(config.process).c_str(),
                            config.items.size());
         error = WaitForEnd();
     }
     table.Shutdown();
-    for (const ItemConfig& item : config.items) (void)InspectUnRegHandler(item.name.c_str());
+    for (const ItemConfig& item : config.items) {
+        (void)InspectUnRegHandler(item.name.c_str());
+    }
     return error;
 }
 
@@ -148,7 +170,9 @@ void PrepareSignals() {
 
 std::optional<std::string> Serve(const OwnerConfig& config) {
     const UniqueFd busLost(eventfd(0, EFD_CLOEXEC));
-    if (!busLost) return std::string("cannot create an event: ") + strerrordesc_np(errno);
+    if (!busLost) {
+        return std::string("cannot create an event: ") + strerrordesc_np(errno);
+    }
     ItemTable table(config, ReportItem);
     g_busLost = busLost.Get();
     g_table = &table;

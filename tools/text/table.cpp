@@ -26,7 +26,9 @@ std::string Padded(std::string text, std::size_t width) {
 
 std::string_view CutToWidth(std::string_view utf8, std::size_t width) {
     for (std::size_t at = 0; at < utf8.size(); ++at) {
-        if (BeginsCharacter(utf8[at]) && width-- == 0) return utf8.substr(0, at);
+        if (BeginsCharacter(utf8[at]) && width-- == 0) {
+            return utf8.substr(0, at);
+        }
     }
     return utf8;
 }
@@ -35,13 +37,21 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], WidthOf(row[i]));
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], WidthOf(row[i]));
+        }
     }
     std::string out;
     for (const auto& row : rows) {
-        if (!out.empty()) out += '\n';
-        for (std::size_t i = 0; i + 1 < row.size(); ++i) out += Padded(row[i], widths[i]) + "  ";
-        if (!row.empty()) out += row.back();
+        if (!out.empty()) {
+            out += '\n';
+        }
+        for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+            out += Padded(row[i], widths[i]) + "  ";
+        }
+        if (!row.empty()) {
+            out += row.back();
+        }
     }
     return out;
 }

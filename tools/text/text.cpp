@@ -20,22 +20,36 @@ struct Lead {
 };
 
 Lead ReadLead(std::uint32_t byte) {
-    if (byte < 0x80) return {1, 0, byte};
-    if ((byte & 0xE0U) == 0xC0) return {2, 0x80, byte & 0x1FU};
-    if ((byte & 0xF0U) == 0xE0) return {3, 0x800, byte & 0x0FU};
-    if ((byte & 0xF8U) == 0xF0) return {4, 0x10000, byte & 0x07U};
+    if (byte < 0x80) {
+        return {1, 0, byte};
+    }
+    if ((byte & 0xE0U) == 0xC0) {
+        return {2, 0x80, byte & 0x1FU};
+    }
+    if ((byte & 0xF0U) == 0xE0) {
+        return {3, 0x800, byte & 0x0FU};
+    }
+    if ((byte & 0xF8U) == 0xF0) {
+        return {4, 0x10000, byte & 0x07U};
+    }
     return {0, 0, 0};
 }
 
 // Reads the character at `at`; length 0 when there is none.
 std::size_t Read(std::string_view text, std::size_t at, std::uint32_t& codePoint) {
-    if (at >= text.size()) return 0;
+    if (at >= text.size()) {
+        return 0;
+    }
     const Lead lead = ReadLead(ByteAt(text, at));
-    if (lead.length == 0 || text.size() - at < lead.length) return 0;
+    if (lead.length == 0 || text.size() - at < lead.length) {
+        return 0;
+    }
     codePoint = lead.bits;
     for (std::size_t i = 1; i < lead.length; ++i) {
         const std::uint32_t byte = ByteAt(text, at + i);
-        if ((byte & 0xC0U) != 0x80) return 0;
+        if ((byte & 0xC0U) != 0x80) {
+            return 0;
+        }
         codePoint = codePoint << 6U | (byte & 0x3FU);
     }
     const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
@@ -149,10 +163,14 @@ std::string OneLine(std::string_view text) {
 }
 
 std::string_view Cut(std::string_view text, std::size_t maxBytes) {
-    if (text.size() <= maxBytes) return text;
+    if (text.size() <= maxBytes) {
+        return text;
+    }
     std::size_t end = maxBytes;
     // Steps back over the continuation bytes of a character that would be cut; never more than three.
-    while (end > 0 && maxBytes - end < 3 && (ByteAt(text, end) & 0xC0U) == 0x80) --end;
+    while (end > 0 && maxBytes - end < 3 && (ByteAt(text, end) & 0xC0U) == 0x80) {
+        --end;
+    }
     return text.substr(0, end);
 }
 

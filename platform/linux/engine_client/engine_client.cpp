@@ -73,7 +73,9 @@ uint32_t SendRegistration(const std::string& client, const std::string& item, ui
 void RegisterAll() {
     Client& client = TheClient();
     const std::lock_guard<std::mutex> lock(client.lock);
-    for (const auto& [name, item] : client.items) SendRegistration(client.name, name, item.timeout);
+    for (const auto& [name, item] : client.items) {
+        SendRegistration(client.name, name, item.timeout);
+    }
 }
 
 // The item name and the request text of a run request; false when it is malformed.
@@ -81,9 +83,13 @@ bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& requ
     tagKivoOmInspectionRunHead head{};
     constexpr size_t kHeadSize = 36;
     static_assert(sizeof head == kHeadSize);
-    if (msg.data == nullptr || msg.dataLen <= kHeadSize) return false;
+    if (msg.data == nullptr || msg.dataLen <= kHeadSize) {
+        return false;
+    }
     std::memcpy(&head, msg.data, kHeadSize);
-    if (!IsTerminated(head.name) || head.len > msg.dataLen - kHeadSize - 1) return false;
+    if (!IsTerminated(head.name) || head.len > msg.dataLen - kHeadSize - 1) {
+        return false;
+    }
     name = head.name;
     const auto* text = reinterpret_cast<const char*>(msg.data) + kHeadSize;
     request.assign(text, strnlen(text, head.len));
@@ -101,7 +107,9 @@ void RunItem(const std::string& name, const std::string& request, tagKivoOmInspe
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
         const auto item = client.items.find(name);
-        if (item != client.items.end()) handler = item->second.handler;
+        if (item != client.items.end()) {
+            handler = item->second.handler;
+        }
     }
     strcpy_s(result.name, sizeof result.name, name.c_str());
     if (handler == nullptr) {
@@ -109,7 +117,9 @@ void RunItem(const std::string& name, const std::string& request, tagKivoOmInspe
         return;
     }
     const auto run = [&] { return handler(name.c_str(), request.c_str(), &result); };
-    if (Guarded(run) != 0) SetOutcome(result, "fail", "run err");
+    if (Guarded(run) != 0) {
+        SetOutcome(result, "fail", "run err");
+    }
 }
 
 void AnswerRun(const TagMsgBlock& msg) {
@@ -157,16 +167,24 @@ bool IsGoodRecord(const InspectHandlerRecord& record) {
 uint32_t InspectClientInit(const char* clientName) {
     return Guarded([&] {
         OsTaskDescriptor task{};
-        if (clientName == nullptr || strcpy_s(task.name, OS_MSG_NAME_SIZE, clientName) != 0) return OS_MSG_ERR_PARAM;
+        if (clientName == nullptr || strcpy_s(task.name, OS_MSG_NAME_SIZE, clientName) != 0) {
+            return OS_MSG_ERR_PARAM;
+        }
         task.queueDepth = kQueueDepth;
         task.handler = HandleMessage;
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
-        if (!client.name.empty() && client.name != clientName) return OS_MSG_ERR_ATTACHED;
+        if (!client.name.empty() && client.name != clientName) {
+            return OS_MSG_ERR_ATTACHED;
+        }
         const uint32_t created = OsTaskCreate(&task);
         const bool again = created == OS_MSG_ERR_NAME_TAKEN && client.name == clientName;
-        if (again && client.following) return OS_MSG_ERR_ATTACHED;
-        if (created != OS_MSG_OK && !again) return created;
+        if (again && client.following) {
+            return OS_MSG_ERR_ATTACHED;
+        }
+        if (created != OS_MSG_OK && !again) {
+            return created;
+        }
         client.name = clientName;
         client.items.clear();  // those of an earlier stay on the bus
         const uint32_t followed = FollowServer(clientName);
@@ -177,15 +195,21 @@ uint32_t InspectClientInit(const char* clientName) {
 
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
     return Guarded([&] {
-        if (records == nullptr || !std::all_of(records, records + count, IsGoodRecord)) return OS_MSG_ERR_PARAM;
+        if (records == nullptr || !std::all_of(records, records + count, IsGoodRecord)) {
+            return OS_MSG_ERR_PARAM;
+        }
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
-        if (client.name.empty()) return OS_MSG_ERR_NOT_ATTACHED;
+        if (client.name.empty()) {
+            return OS_MSG_ERR_NOT_ATTACHED;
+        }
         uint32_t result = OS_MSG_OK;
         for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
             client.items.insert_or_assign(record->name, Item{record->handler, record->timeout});
             const uint32_t sent = SendRegistration(client.name, record->name, record->timeout);
-            if (result == OS_MSG_OK) result = sent;
+            if (result == OS_MSG_OK) {
+                result = sent;
+            }
         }
         return result;
     });
@@ -193,14 +217,20 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
 
 uint32_t InspectUnRegHandler(const char* itemName) {
     return Guarded([&] {
-        if (itemName == nullptr) return OS_MSG_ERR_PARAM;
+        if (itemName == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
         const auto item = client.items.find(itemName);
-        if (item == client.items.end()) return OS_MSG_ERR_PARAM;
+        if (item == client.items.end()) {
+            return OS_MSG_ERR_PARAM;
+        }
         const uint32_t sent =
             SendToServer(OM_INSPECT_MSG_UNREGISTER, 0, client.name, itemName, std::strlen(itemName) + 1);
-        if (sent == OS_MSG_OK) client.items.erase(item);
+        if (sent == OS_MSG_OK) {
+            client.items.erase(item);
+        }
         return sent;
     });
 }
@@ -208,20 +238,27 @@ uint32_t InspectUnRegHandler(const char* itemName) {
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     return Guarded([&] {
         if (result == nullptr || !IsTerminated(result->name) || !IsTerminated(result->status) ||
-            !IsTerminated(result->text))
+            !IsTerminated(result->text)) {
             return OS_MSG_ERR_PARAM;
+        }
         Client& client = TheClient();
         const std::lock_guard<std::mutex> lock(client.lock);
-        if (client.name.empty()) return OS_MSG_ERR_NOT_ATTACHED;
+        if (client.name.empty()) {
+            return OS_MSG_ERR_NOT_ATTACHED;
+        }
         return SendToServer(OM_INSPECT_MSG_REPORT, 0, client.name, result, sizeof *result);
     });
 }
 
 uint32_t InspectGetArgument(const char* request, char* out, size_t size) {
-    if (request == nullptr || out == nullptr || size == 0) return OS_MSG_ERR_PARAM;
+    if (request == nullptr || out == nullptr || size == 0) {
+        return OS_MSG_ERR_PARAM;
+    }
     out[0] = '\0';
     const std::unique_ptr<cJSON, void (*)(cJSON*)> json(cJSON_Parse(request), cJSON_Delete);
     const char* argument = cJSON_GetStringValue(cJSON_GetObjectItem(json.get(), "cmd"));
-    if (argument == nullptr || strcpy_s(out, size, argument) != 0) return OS_MSG_ERR_PARAM;
+    if (argument == nullptr || strcpy_s(out, size, argument) != 0) {
+        return OS_MSG_ERR_PARAM;
+    }
     return OS_MSG_OK;
 }

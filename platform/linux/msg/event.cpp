@@ -15,19 +15,29 @@ void Deliver(Process& process, sd_bus_message* signal) {
     uint32_t id = 0;
     const void* data = nullptr;
     size_t size = 0;
-    if (sd_bus_message_read(signal, "u", &id) < 0) return;
-    if (sd_bus_message_read_array(signal, SD_BUS_TYPE_BYTE, &data, &size) < 0 || size > OS_MSG_MAX_PAYLOAD) return;
+    if (sd_bus_message_read(signal, "u", &id) < 0) {
+        return;
+    }
+    if (sd_bus_message_read_array(signal, SD_BUS_TYPE_BYTE, &data, &size) < 0 || size > OS_MSG_MAX_PAYLOAD) {
+        return;
+    }
     const char* connection = sd_bus_message_get_sender(signal);
     const char* path = sd_bus_message_get_path(signal);
-    if (connection == nullptr || path == nullptr) return;
+    if (connection == nullptr || path == nullptr) {
+        return;
+    }
     // The match on a process name cannot tell two connections apart here: the sender's own name decides.
     const std::string proc = process.peers.ProcessOf(connection);
     const std::string task = TaskNameOf(path);
     const auto source = process.events.find({proc, task});
-    if (source == process.events.end()) return;
+    if (source == process.events.end()) {
+        return;
+    }
     const Identity identity = process.peers.Identify(signal);
     for (const auto& [eventId, receiver] : source->second.subscribers) {
-        if (eventId != id) continue;
+        if (eventId != id) {
+            continue;
+        }
         auto message = std::make_unique<Incoming>();
         TagMsgBlock& block = message->block;
         block.uid = identity.uid;
@@ -46,7 +56,9 @@ int OnEvent(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
     // Two matches may pass the same signal; the one of its own source serves it.
     const auto& key = *static_cast<const std::pair<std::string, std::string>*>(userdata);
     const char* connection = sd_bus_message_get_sender(signal);
-    if (connection == nullptr || process.peers.ProcessOf(connection) != key.first) return 0;
+    if (connection == nullptr || process.peers.ProcessOf(connection) != key.first) {
+        return 0;
+    }
     try {
         Deliver(process, signal);
     } catch (const std::bad_alloc&) {
@@ -57,7 +69,9 @@ int OnEvent(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
 
 uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std::shared_ptr<Task>& receiver) {
     auto& watchers = process.restartWatchers[proc];
-    if (std::find(watchers.begin(), watchers.end(), receiver) == watchers.end()) watchers.push_back(receiver);
+    if (std::find(watchers.begin(), watchers.end(), receiver) == watchers.end()) {
+        watchers.push_back(receiver);
+    }
     return OS_MSG_OK;
 }
 
@@ -79,7 +93,9 @@ uint32_t SubscribeToSource(Process& process, const std::string& proc, const std:
     }
     const std::pair subscriber{eventId, receiver};
     auto& all = source.subscribers;
-    if (std::find(all.begin(), all.end(), subscriber) == all.end()) all.push_back(subscriber);
+    if (std::find(all.begin(), all.end(), subscriber) == all.end()) {
+        all.push_back(subscriber);
+    }
     return OS_MSG_OK;
 }
 
@@ -88,10 +104,18 @@ uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
     const std::string task = ReadName(subscription.srcTaskName, sizeof subscription.srcTaskName);
     const std::shared_ptr<Task> receiver =
         process.FindTask(ReadName(subscription.dstTaskName, sizeof subscription.dstTaskName));
-    if (proc.empty() || subscription.reserved != 0) return OS_MSG_ERR_PARAM;
-    if (!receiver) return OS_MSG_ERR_NO_TASK;
-    if (subscription.eventId == OS_MSG_EVENT_PROC_RESTART) return SubscribeToRestart(process, proc, receiver);
-    if (task.empty()) return OS_MSG_ERR_PARAM;
+    if (proc.empty() || subscription.reserved != 0) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (!receiver) {
+        return OS_MSG_ERR_NO_TASK;
+    }
+    if (subscription.eventId == OS_MSG_EVENT_PROC_RESTART) {
+        return SubscribeToRestart(process, proc, receiver);
+    }
+    if (task.empty()) {
+        return OS_MSG_ERR_PARAM;
+    }
     return SubscribeToSource(process, proc, task, subscription.eventId, receiver);
 }
 
@@ -99,23 +123,41 @@ uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
     return Guarded([&] {
-        if (event == nullptr || scope != 1 || (event->data == nullptr && event->dataLen != 0)) return OS_MSG_ERR_PARAM;
+        if (event == nullptr || scope != 1 || (event->data == nullptr && event->dataLen != 0)) {
+            return OS_MSG_ERR_PARAM;
+        }
         const std::string task = ReadName(event->taskName, sizeof event->taskName);
-        if (task.empty()) return OS_MSG_ERR_PARAM;
-        if (event->dataLen > OS_MSG_MAX_PAYLOAD) return OS_MSG_ERR_TOO_LARGE;
+        if (task.empty()) {
+            return OS_MSG_ERR_PARAM;
+        }
+        if (event->dataLen > OS_MSG_MAX_PAYLOAD) {
+            return OS_MSG_ERR_TOO_LARGE;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK) return unusable;
-        if (!process.FindTask(task)) return OS_MSG_ERR_NO_TASK;
+        if (unusable != OS_MSG_OK) {
+            return unusable;
+        }
+        if (!process.FindTask(task)) {
+            return OS_MSG_ERR_NO_TASK;
+        }
         sd_bus_message* raw = nullptr;
         int result = sd_bus_message_new_signal(process.bus.get(), &raw, PathOf(task).c_str(), kInterface, "Event");
-        if (result < 0) return ResultOf(result);
+        if (result < 0) {
+            return ResultOf(result);
+        }
         const MessagePtr signal(raw);
         result = sd_bus_message_append(raw, "u", event->eventId);
-        if (result >= 0) result = sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, event->data, event->dataLen);
-        if (result >= 0) result = sd_bus_send(process.bus.get(), raw, nullptr);
-        if (result < 0) return ResultOf(result);
+        if (result >= 0) {
+            result = sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, event->data, event->dataLen);
+        }
+        if (result >= 0) {
+            result = sd_bus_send(process.bus.get(), raw, nullptr);
+        }
+        if (result < 0) {
+            return ResultOf(result);
+        }
         process.KickIfUnsent();
         return OS_MSG_OK;
     });
@@ -123,11 +165,15 @@ uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
 
 uint32_t OsMsgSubscribeEvent(const struct OsMsgSubscription* subscriptions, uint32_t count, uint32_t flags) {
     return Guarded([&] {
-        if (subscriptions == nullptr || count == 0 || flags != 0) return OS_MSG_ERR_PARAM;
+        if (subscriptions == nullptr || count == 0 || flags != 0) {
+            return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         uint32_t result = process.Unusable();
-        for (uint32_t i = 0; result == OS_MSG_OK && i < count; ++i) result = Subscribe(process, subscriptions[i]);
+        for (uint32_t i = 0; result == OS_MSG_OK && i < count; ++i) {
+            result = Subscribe(process, subscriptions[i]);
+        }
         return result;
     });
 }

@@ -24,15 +24,20 @@ std::atomic<LogFunc> g_log{ToStandardError};
 }  // namespace
 
 void Log(uint32_t level, const char* format, ...) {
-    if (level > g_level.load(std::memory_order_relaxed)) return;
+    if (level > g_level.load(std::memory_order_relaxed)) {
+        return;
+    }
     std::array<char, 512> line{};
     va_list args;
     va_start(args, format);
     std::vsnprintf(line.data(), line.size(), format, args);
     va_end(args);
     // One line, whatever texts of peers it holds.
-    for (char& byte : line)
-        if (byte != '\0' && (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f)) byte = '?';
+    for (char& byte : line) {
+        if (byte != '\0' && (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f)) {
+            byte = '?';
+        }
+    }
     g_log.load()(line.data());
 }
 

@@ -25,7 +25,9 @@ void SetToken(TagMsgBlock& block, uint64_t token) {
 
 // The token of the reply that is owed for a message; 0 when it wants none, or its sender has left meanwhile.
 uint64_t Owe(Process& process, Incoming& message) {
-    if (!message.reply) return 0;
+    if (!message.reply) {
+        return 0;
+    }
     const char* sender = sd_bus_message_get_destination(message.reply.get());
     if (sender == nullptr || !process.peers.Follows(sender)) {
         message.reply.reset();
@@ -42,12 +44,15 @@ void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& me
     WriteName(message.block.dstProcName, process.name);
     lock.unlock();
     const uint32_t result = Guarded([&] { return task.handler(&message.block); });
-    if (result != 0)
+    if (result != 0) {
         Log(kLogInfo, "task %s: message %u was answered with %u by its handler", task.name.c_str(), message.block.msgId,
             result);
+    }
     lock.lock();
     const auto owed = process.owed.find(token);
-    if (owed != process.owed.end() && !owed->second.deferred) process.owed.erase(owed);
+    if (owed != process.owed.end() && !owed->second.deferred) {
+        process.owed.erase(owed);
+    }
 }
 
 // Nobody runs the loop any more, however it ended.
@@ -78,7 +83,9 @@ void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
         task.loop = &me;
         process.reader.Wait(lock, me, Reader::Rank::kTask, std::nullopt, done);
         task.loop = nullptr;
-        if (process.standing != Standing::kAttached) break;
+        if (process.standing != Standing::kAttached) {
+            break;
+        }
         const std::unique_ptr<Incoming> message = task.Take();
         Handle(process, lock, task, *message);
     }
@@ -89,15 +96,25 @@ void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
 
 uint32_t OsMsgTaskRoutineByName(const char* taskName) {
     return Guarded([&] {
-        if (taskName == nullptr) return OS_MSG_ERR_PARAM;
+        if (taskName == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         Waiter& me = Waiter::OfThisThread();
-        if (!me.Valid()) return OS_MSG_ERR_NO_MEMORY;
+        if (!me.Valid()) {
+            return OS_MSG_ERR_NO_MEMORY;
+        }
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
-        if (process.standing == Standing::kOff) return OS_MSG_ERR_NOT_ATTACHED;
+        if (process.standing == Standing::kOff) {
+            return OS_MSG_ERR_NOT_ATTACHED;
+        }
         const std::shared_ptr<Task> task = process.FindTask(taskName);
-        if (!task) return OS_MSG_ERR_NO_TASK;
-        if (std::exchange(task->looping, true)) return OS_MSG_ERR_NAME_TAKEN;
+        if (!task) {
+            return OS_MSG_ERR_NO_TASK;
+        }
+        if (std::exchange(task->looping, true)) {
+            return OS_MSG_ERR_NAME_TAKEN;
+        }
         Serve(process, lock, *task, me);
         return process.standing == Standing::kLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
     });
@@ -105,21 +122,35 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName) {
 
 uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen) {
     return Guarded([&] {
-        if (msg == nullptr || (data == nullptr && dataLen != 0)) return OS_MSG_ERR_PARAM;
-        if (dataLen > OS_MSG_MAX_PAYLOAD) return OS_MSG_ERR_TOO_LARGE;
+        if (msg == nullptr || (data == nullptr && dataLen != 0)) {
+            return OS_MSG_ERR_PARAM;
+        }
+        if (dataLen > OS_MSG_MAX_PAYLOAD) {
+            return OS_MSG_ERR_TOO_LARGE;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         // A handler may still answer while the process is about to leave.
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK && process.standing != Standing::kStopping) return unusable;
+        if (unusable != OS_MSG_OK && process.standing != Standing::kStopping) {
+            return unusable;
+        }
         const auto owed = process.owed.find(TokenOf(*msg));
-        if (owed == process.owed.end()) return OS_MSG_ERR_NO_REQUEST;
+        if (owed == process.owed.end()) {
+            return OS_MSG_ERR_NO_REQUEST;
+        }
         const MessagePtr reply = std::move(owed->second.reply);
-        if (owed->second.deferred) --process.deferredCount;
+        if (owed->second.deferred) {
+            --process.deferredCount;
+        }
         process.owed.erase(owed);
         int sent = sd_bus_message_append_array(reply.get(), SD_BUS_TYPE_BYTE, data, dataLen);
-        if (sent >= 0) sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
-        if (sent < 0) return ResultOf(sent);
+        if (sent >= 0) {
+            sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
+        }
+        if (sent < 0) {
+            return ResultOf(sent);
+        }
         process.KickIfUnsent();
         return OS_MSG_OK;
     });
@@ -127,13 +158,21 @@ uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint3
 
 uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg) {
     return Guarded([&] {
-        if (msg == nullptr) return OS_MSG_ERR_PARAM;
+        if (msg == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         const auto owed = process.owed.find(TokenOf(*msg));
-        if (owed == process.owed.end()) return OS_MSG_ERR_NO_REQUEST;
-        if (owed->second.deferred) return OS_MSG_OK;
-        if (process.deferredCount >= kMaxDeferred) return OS_MSG_ERR_NO_MEMORY;
+        if (owed == process.owed.end()) {
+            return OS_MSG_ERR_NO_REQUEST;
+        }
+        if (owed->second.deferred) {
+            return OS_MSG_OK;
+        }
+        if (process.deferredCount >= kMaxDeferred) {
+            return OS_MSG_ERR_NO_MEMORY;
+        }
         owed->second.deferred = true;
         ++process.deferredCount;
         return OS_MSG_OK;
@@ -143,11 +182,15 @@ uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg) {
 uint64_t OsMsgDroppedCount(const char* taskName) {
     uint64_t dropped = 0;
     Guarded([&] {
-        if (taskName == nullptr) return OS_MSG_ERR_PARAM;
+        if (taskName == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         const std::shared_ptr<Task> task = process.FindTask(taskName);
-        if (task) dropped = task->dropped;
+        if (task) {
+            dropped = task->dropped;
+        }
         return OS_MSG_OK;
     });
     return dropped;

@@ -21,10 +21,18 @@ struct FreeText {
 
 // Bytes that follow the first byte of a UTF-8 sequence; -1 for a byte that can start none (RFC 3629).
 int FollowersOf(unsigned char first) {
-    if (first < 0x80) return 0;
-    if (first >= 0xc2 && first <= 0xdf) return 1;
-    if (first >= 0xe0 && first <= 0xef) return 2;
-    if (first >= 0xf0 && first <= 0xf4) return 3;
+    if (first < 0x80) {
+        return 0;
+    }
+    if (first >= 0xc2 && first <= 0xdf) {
+        return 1;
+    }
+    if (first >= 0xe0 && first <= 0xef) {
+        return 2;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        return 3;
+    }
     return -1;
 }
 
@@ -48,10 +56,14 @@ bool IsUtf8(std::string_view text) {
     for (size_t i = 0; i < text.size();) {
         const auto first = static_cast<unsigned char>(text[i]);
         const int followers = FollowersOf(first);
-        if (followers < 0 || text.size() - i <= static_cast<size_t>(followers)) return false;
+        if (followers < 0 || text.size() - i <= static_cast<size_t>(followers)) {
+            return false;
+        }
         for (int k = 1; k <= followers; ++k) {
             const auto next = static_cast<unsigned char>(text[i + static_cast<size_t>(k)]);
-            if ((next & 0xc0) != 0x80 || (k == 1 && !SecondByteFits(first, next))) return false;
+            if ((next & 0xc0) != 0x80 || (k == 1 && !SecondByteFits(first, next))) {
+                return false;
+            }
         }
         i += static_cast<size_t>(followers) + 1;
     }
@@ -60,14 +72,18 @@ bool IsUtf8(std::string_view text) {
 
 std::string Encode(const char* prefix, const std::string& name) {
     char* path = nullptr;
-    if (sd_bus_path_encode(prefix, name.c_str(), &path) < 0) return {};
+    if (sd_bus_path_encode(prefix, name.c_str(), &path) < 0) {
+        return {};
+    }
     const std::unique_ptr<char, FreeText> owner(path);
     return path;
 }
 
 std::string Decode(const char* prefix, const char* path) {
     char* name = nullptr;
-    if (sd_bus_path_decode(path, prefix, &name) <= 0) return {};
+    if (sd_bus_path_decode(path, prefix, &name) <= 0) {
+        return {};
+    }
     const std::unique_ptr<char, FreeText> owner(name);
     return IsValidName(name) ? name : std::string();
 }
@@ -95,7 +111,9 @@ std::string BusNameOf(const std::string& procName) {
 
 std::string ProcNameOf(const char* busName) {
     const size_t prefix = std::strlen(kProcPrefix);
-    if (std::strncmp(busName, kProcPrefix, prefix) != 0) return {};
+    if (std::strncmp(busName, kProcPrefix, prefix) != 0) {
+        return {};
+    }
     const std::string name = Decode("/", (std::string("/") + (busName + prefix)).c_str());
     // Escaping more than needed would give a second bus name to the same process name: nobody may pass by it.
     return !name.empty() && BusNameOf(name) == busName ? name : std::string();

@@ -23,7 +23,9 @@ std::atomic<Reader*> g_reader{nullptr};
 const char* BusAddress() {
     for (const char* variable : {"KIVO_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"}) {
         const char* address = std::getenv(variable);
-        if (address != nullptr && *address != '\0') return address;
+        if (address != nullptr && *address != '\0') {
+            return address;
+        }
     }
     return "unix:path=/run/dbus/system_bus_socket";
 }
@@ -32,11 +34,19 @@ int OpenBus(BusPtr& bus) {
     sd_bus* raw = nullptr;
     int result = sd_bus_new(&raw);
     bus.reset(raw);
-    if (result >= 0) result = sd_bus_set_address(raw, BusAddress());
-    if (result >= 0) result = sd_bus_set_bus_client(raw, 1);
+    if (result >= 0) {
+        result = sd_bus_set_address(raw, BusAddress());
+    }
+    if (result >= 0) {
+        result = sd_bus_set_bus_client(raw, 1);
+    }
     // No message here carries descriptors: a peer that sends some could use up this process's own.
-    if (result >= 0) result = sd_bus_negotiate_fds(raw, 0);
-    if (result >= 0) result = sd_bus_start(raw);
+    if (result >= 0) {
+        result = sd_bus_negotiate_fds(raw, 0);
+    }
+    if (result >= 0) {
+        result = sd_bus_start(raw);
+    }
     return result;
 }
 
@@ -47,10 +57,14 @@ bool IsGoodDescriptor(const OsTaskDescriptor& task) {
 // Makes the task's queue and object; its thread is started apart.
 uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shared_ptr<Task>& task) {
     const std::string name = ReadName(descriptor.name, sizeof descriptor.name);
-    if (process.tasks.contains(name)) return OS_MSG_ERR_NAME_TAKEN;
+    if (process.tasks.contains(name)) {
+        return OS_MSG_ERR_NAME_TAKEN;
+    }
     task = std::make_shared<Task>(descriptor, name, process.peers);
     const int published = task->Publish(process.bus.get());
-    if (published < 0) return ResultOf(published);
+    if (published < 0) {
+        return ResultOf(published);
+    }
     process.tasks.emplace(name, task);
     return OS_MSG_OK;
 }
@@ -61,8 +75,9 @@ void RunTask(const std::shared_ptr<Task>& task) {
     const Borrowed borrowed;
     const uint32_t result =
         Guarded([&] { return task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str()); });
-    if (result != OS_MSG_OK)
+    if (result != OS_MSG_OK) {
         Log(kLogWarning, "task %s ended with %#x (%s)", task->name.c_str(), result, OsMsgResultText(result));
+    }
     Process& process = TheProcess();
     const Reader::Lock lock(process.lock);
     task->ended = true;
@@ -87,7 +102,9 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.events.clear();
     process.restartWatchers.clear();
     process.peers.Clear();
-    for (const auto& [name, task] : process.tasks) task->Retract();
+    for (const auto& [name, task] : process.tasks) {
+        task->Retract();
+    }
     process.tasks.clear();
     process.bus.reset();
     process.name.clear();
@@ -100,10 +117,14 @@ void Dismantle(Process& process, Reader::Lock& lock) {
 // Joins the bus with the queues of all tasks in place before the name is taken; their threads are not started yet.
 uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
     int result = OpenBus(process.bus);
-    if (result < 0) return OS_MSG_ERR_NO_BUS;
+    if (result < 0) {
+        return OS_MSG_ERR_NO_BUS;
+    }
     const auto appeared = [&process](const std::string& procName) {
         const auto watchers = process.restartWatchers.find(procName);
-        if (watchers == process.restartWatchers.end()) return;
+        if (watchers == process.restartWatchers.end()) {
+            return;
+        }
         for (const auto& task : watchers->second) {
             auto message = std::make_unique<Incoming>();
             message->block.uid = UINT32_MAX;
@@ -115,26 +136,40 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
     };
     result = process.peers.Start(process.bus.get(), appeared,
                                  [&process](const std::string& connection) { process.ForgetOwed(connection); });
-    if (result < 0) return OS_MSG_ERR_NO_BUS;
+    if (result < 0) {
+        return OS_MSG_ERR_NO_BUS;
+    }
     for (uint32_t i = 0; i < count; ++i) {
         std::shared_ptr<Task> task;
         const uint32_t added = AddTask(process, tasks[i], task);
-        if (added != OS_MSG_OK) return added;
+        if (added != OS_MSG_OK) {
+            return added;
+        }
     }
     result = sd_bus_request_name(process.bus.get(), BusNameOf(name).c_str(), 0);
-    if (result == -EEXIST) return OS_MSG_ERR_NAME_TAKEN;
-    if (result < 0) return result == -ENOMEM ? OS_MSG_ERR_NO_MEMORY : OS_MSG_ERR_NO_BUS;
+    if (result == -EEXIST) {
+        return OS_MSG_ERR_NAME_TAKEN;
+    }
+    if (result < 0) {
+        return result == -ENOMEM ? OS_MSG_ERR_NO_MEMORY : OS_MSG_ERR_NO_BUS;
+    }
     process.name = name;
     const char* connection = nullptr;
-    if (sd_bus_get_unique_name(process.bus.get(), &connection) >= 0) process.peers.NoteOwn(name, connection);
+    if (sd_bus_get_unique_name(process.bus.get(), &connection) >= 0) {
+        process.peers.NoteOwn(name, connection);
+    }
     return process.reader.Start(process.bus.get(), process.lock) ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
 }
 
 uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, const OsTaskDescriptor* tasks,
                 uint32_t count) {
     const std::string name = procName != nullptr ? std::string(procName) : std::string();
-    if (!IsValidName(name)) return OS_MSG_ERR_PARAM;
-    if (process.standing != Standing::kOff) return OS_MSG_ERR_ATTACHED;
+    if (!IsValidName(name)) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (process.standing != Standing::kOff) {
+        return OS_MSG_ERR_ATTACHED;
+    }
     process.standing = Standing::kAttaching;
     g_reader = &process.reader;
     process.reader.Open();
@@ -154,7 +189,9 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
 }
 
 void BeginStop(Process& process, Standing standing) {
-    if (process.standing != Standing::kAttached && process.standing != Standing::kStopping) return;
+    if (process.standing != Standing::kAttached && process.standing != Standing::kStopping) {
+        return;
+    }
     process.standing = standing;
     process.reader.WakeAll();
     process.changed.notify_all();
@@ -187,15 +224,21 @@ std::shared_ptr<Task> Process::FindTask(const std::string& taskName) const {
 void Process::ForgetOwed(const std::string& connection) {
     std::erase_if(owed, [&](const auto& entry) {
         const char* receiver = sd_bus_message_get_destination(entry.second.reply.get());
-        if (receiver == nullptr || connection != receiver) return false;
-        if (entry.second.deferred) --deferredCount;
+        if (receiver == nullptr || connection != receiver) {
+            return false;
+        }
+        if (entry.second.deferred) {
+            --deferredCount;
+        }
         return true;
     });
 }
 
 void Process::KickIfUnsent() {
     uint64_t unsent = 0;
-    if (sd_bus_get_n_queued_write(bus.get(), &unsent) >= 0 && unsent > 0) reader.Kick();
+    if (sd_bus_get_n_queued_write(bus.get(), &unsent) >= 0 && unsent > 0) {
+        reader.Kick();
+    }
 }
 
 Process& TheProcess() {
@@ -247,16 +290,22 @@ uint32_t OsProcAttach(const char* procName) {
 
 void OsProcRequestDetach(void) {
     Reader* reader = g_reader.load();
-    if (reader != nullptr) reader->RequestStop();
+    if (reader != nullptr) {
+        reader->RequestStop();
+    }
 }
 
 void OsProcDetach(void) {
     Guarded([] {
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
-        if (process.standing == Standing::kOff || process.standing == Standing::kAttaching) return OS_MSG_OK;
+        if (process.standing == Standing::kOff || process.standing == Standing::kAttaching) {
+            return OS_MSG_OK;
+        }
         BeginStop(process, process.standing == Standing::kLost ? Standing::kLost : Standing::kStopping);
-        if (Borrowed::Here()) return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
+        if (Borrowed::Here()) {
+            return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
+        }
         if (process.detaching) {
             process.changed.wait(lock, [&process] { return !process.detaching; });
             return OS_MSG_OK;
@@ -268,7 +317,9 @@ void OsProcDetach(void) {
         });
         for (const auto& [name, task] : process.tasks) {
             lock.unlock();
-            if (task->thread.joinable()) task->thread.join();
+            if (task->thread.joinable()) {
+                task->thread.join();
+            }
             lock.lock();
         }
         Dismantle(process, lock);
@@ -278,40 +329,61 @@ void OsProcDetach(void) {
 
 uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
     return Guarded([&] {
-        if (task == nullptr || !IsGoodDescriptor(*task)) return OS_MSG_ERR_PARAM;
+        if (task == nullptr || !IsGoodDescriptor(*task)) {
+            return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK) return unusable;
+        if (unusable != OS_MSG_OK) {
+            return unusable;
+        }
         std::shared_ptr<Task> added;
         uint32_t result = AddTask(process, *task, added);
-        if (result != OS_MSG_OK) return result;
+        if (result != OS_MSG_OK) {
+            return result;
+        }
         result = StartThread(added);
-        if (result != OS_MSG_OK) process.tasks.erase(added->name);
+        if (result != OS_MSG_OK) {
+            process.tasks.erase(added->name);
+        }
         return result;
     });
 }
 
 uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, uint32_t count) {
     return Guarded([&] {
-        if (tasks == nullptr || count == 0 || !std::all_of(tasks, tasks + count, IsGoodDescriptor))
+        if (tasks == nullptr || count == 0 || !std::all_of(tasks, tasks + count, IsGoodDescriptor)) {
             return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
         std::vector<std::shared_ptr<Task>> own;
         own.reserve(count);  // nothing may fail between joining the bus and the start of the threads
         uint32_t result = Attach(process, lock, procName, tasks, count);
-        if (result != OS_MSG_OK) return result;
+        if (result != OS_MSG_OK) {
+            return result;
+        }
         const uint64_t session = process.session;
-        for (const auto& [name, task] : process.tasks) own.push_back(task);
+        for (const auto& [name, task] : process.tasks) {
+            own.push_back(task);
+        }
         for (const auto& task : own) {
             const uint32_t started = StartThread(task);
-            if (started != OS_MSG_OK) result = started;
+            if (started != OS_MSG_OK) {
+                result = started;
+            }
         }
-        if (result != OS_MSG_OK) BeginStop(process, Standing::kStopping);
+        if (result != OS_MSG_OK) {
+            BeginStop(process, Standing::kStopping);
+        }
         process.changed.wait(lock, [&own] { return std::all_of(own.begin(), own.end(), HasEnded); });
-        if (process.session != session) return result;  // another thread has detached
-        if (process.standing == Standing::kLost) result = OS_MSG_ERR_NO_BUS;
+        if (process.session != session) {
+            return result;  // another thread has detached
+        }
+        if (process.standing == Standing::kLost) {
+            result = OS_MSG_ERR_NO_BUS;
+        }
         lock.unlock();
         OsProcDetach();
         return result;

@@ -26,7 +26,9 @@ constexpr int kBatch = 32;
 using PollTimeout = std::optional<std::chrono::nanoseconds>;
 
 PollTimeout Until(std::optional<Reader::Clock::time_point> deadline) {
-    if (!deadline) return std::nullopt;
+    if (!deadline) {
+        return std::nullopt;
+    }
     return std::max<std::chrono::nanoseconds>(*deadline - Reader::Clock::now(), std::chrono::nanoseconds::zero());
 }
 
@@ -62,7 +64,9 @@ bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
     lost_ = false;
     stopping_ = false;
     armed_ = true;  // nobody leads yet
-    if (!standbyWaiter_.Valid()) return false;
+    if (!standbyWaiter_.Valid()) {
+        return false;
+    }
     try {
         standby_ = std::thread([this, &mutex] { StandbyMain(mutex); });
     } catch (const std::system_error&) {
@@ -76,20 +80,26 @@ void Reader::Stop(Lock& lock) {
     stopping_ = true;
     standbyWaiter_.Wake();
     lock.unlock();
-    if (standby_.joinable()) standby_.join();
+    if (standby_.joinable()) {
+        standby_.join();
+    }
     lock.lock();
     bus_ = nullptr;
     leader_ = nullptr;
 }
 
 void Reader::RequestStop() {
-    if (!open_) return;
+    if (!open_) {
+        return;
+    }
     stopRequested_ = true;
     standbyWaiter_.Wake();
 }
 
 void Reader::Lead(Waiter& me, Rank rank) {
-    if (leader_ != nullptr && leader_ != &me) leader_->Wake();
+    if (leader_ != nullptr && leader_ != &me) {
+        leader_->Wake();
+    }
     leader_ = &me;
     leaderRank_ = rank;
 }
@@ -97,25 +107,34 @@ void Reader::Lead(Waiter& me, Rank rank) {
 bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
                   const std::function<bool()>& done) {
     waiting_.push_back({&me, rank});
-    if (leader_ == nullptr || leaderRank_ != Rank::kReply) Lead(me, rank);
+    if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
+        Lead(me, rank);
+    }
     while (!done() && (!deadline || Clock::now() < *deadline)) {
-        if (leader_ == nullptr) Lead(me, rank);
+        if (leader_ == nullptr) {
+            Lead(me, rank);
+        }
         if (leader_ != &me) {
             PollAlone(lock, me, Until(deadline));
             continue;
         }
         Dispatch(done);
-        if (!done()) PollAsLeader(lock, me, deadline);
+        if (!done()) {
+            PollAsLeader(lock, me, deadline);
+        }
     }
     std::erase_if(waiting_, [&me](const Waiting& entry) { return entry.waiter == &me; });
-    if (leader_ == &me) StepDown();
+    if (leader_ == &me) {
+        StepDown();
+    }
     return done();
 }
 
 void Reader::Dispatch(const std::function<bool()>& done) {
     int result = 1;
-    for (int count = 0; result > 0 && count < kBatch && (count == 0 || !done()); ++count)
+    for (int count = 0; result > 0 && count < kBatch && (count == 0 || !done()); ++count) {
         result = sd_bus_process(bus_, nullptr);
+    }
     if (result < 0) {
         Log(kLogError, "the connection to the bus is lost: %s", strerrordesc_np(-result));
         lost_ = true;
@@ -137,7 +156,9 @@ void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
         {{me.Fd(), POLLIN, 0}, {sd_bus_get_fd(bus_), static_cast<short>(events < 0 ? POLLIN : events), 0}}};
     lock.unlock();
     Poll(fds.data(), fds.size(), timeout);
-    if (fds[0].revents != 0) me.Drain();
+    if (fds[0].revents != 0) {
+        me.Drain();
+    }
     lock.lock();
 }
 
@@ -156,11 +177,15 @@ void Reader::StepDown() {
 }
 
 void Reader::WakeAll() {
-    for (const Waiting& entry : waiting_) entry.waiter->Wake();
+    for (const Waiting& entry : waiting_) {
+        entry.waiter->Wake();
+    }
 }
 
 void Reader::Arm() {
-    if (armed_) return;
+    if (armed_) {
+        return;
+    }
     armed_ = true;
     standbyWaiter_.Wake();
 }
@@ -177,7 +202,9 @@ void Reader::StandbyMain(std::mutex& mutex) {
     Lock lock(mutex);
     Waiter& me = standbyWaiter_;
     while (!stopping_) {
-        if (stopRequested_.exchange(false)) onEnd_(false);
+        if (stopRequested_.exchange(false)) {
+            onEnd_(false);
+        }
         if (!armed_ || lost_) {
             PollAlone(lock, me, std::nullopt);
             continue;

@@ -38,8 +38,11 @@ uint32_t ResultOfError(const sd_bus_error* error) {
         {kErrorQueueFull, OS_MSG_ERR_QUEUE_FULL},
         {kErrorTooLarge, OS_MSG_ERR_TOO_LARGE},
     };
-    for (const Row& row : kRows)
-        if (row.name == error->name) return row.result;
+    for (const Row& row : kRows) {
+        if (row.name == error->name) {
+            return row.result;
+        }
+    }
     Log(kLogWarning, "a message was answered with %s: %s", error->name,
         error->message != nullptr ? error->message : "");
     return OS_MSG_ERR_BUS;
@@ -48,7 +51,9 @@ uint32_t ResultOfError(const sd_bus_error* error) {
 // The reply's envelope and payload in one block, as OsMsgSynRespFree frees it.
 TagMsgBlock* MakeResponse(const void* data, size_t size) {
     auto* block = static_cast<TagMsgBlock*>(std::calloc(1, sizeof(TagMsgBlock) + size));
-    if (block == nullptr || size == 0) return block;
+    if (block == nullptr || size == 0) {
+        return block;
+    }
     block->data = reinterpret_cast<unsigned char*>(block + 1);
     block->dataLen = static_cast<uint32_t>(size);
     std::memcpy(block->data, data, size);
@@ -69,7 +74,9 @@ int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
         pending.result = OS_MSG_ERR_TOO_LARGE;
     } else {
         pending.reply = MakeResponse(data, size);
-        if (pending.reply == nullptr) pending.result = OS_MSG_ERR_NO_MEMORY;
+        if (pending.reply == nullptr) {
+            pending.result = OS_MSG_ERR_NO_MEMORY;
+        }
     }
     pending.done = true;
     pending.waiter.Wake();
@@ -81,21 +88,35 @@ uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
     const std::string proc = ReadName(msg.dstProcName, sizeof msg.dstProcName);
     const std::string task = ReadName(msg.dstTaskName, sizeof msg.dstTaskName);
     std::string reply = ReadName(msg.replyTaskName, sizeof msg.replyTaskName);
-    if (proc.empty() || task.empty() || (reply.empty() && msg.replyTaskName[0] != '\0')) return OS_MSG_ERR_PARAM;
-    if (msg.data == nullptr && msg.dataLen != 0) return OS_MSG_ERR_PARAM;
-    if (msg.dataLen > OS_MSG_MAX_PAYLOAD) return OS_MSG_ERR_TOO_LARGE;
+    if (proc.empty() || task.empty() || (reply.empty() && msg.replyTaskName[0] != '\0')) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (msg.data == nullptr && msg.dataLen != 0) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (msg.dataLen > OS_MSG_MAX_PAYLOAD) {
+        return OS_MSG_ERR_TOO_LARGE;
+    }
     const std::string& source = CurrentTaskName();
-    if (reply.empty()) reply = source;
+    if (reply.empty()) {
+        reply = source;
+    }
 
     sd_bus_message* raw = nullptr;
     int result =
         sd_bus_message_new_method_call(bus, &raw, BusNameOf(proc).c_str(), PathOf(task).c_str(), kInterface, "Send");
-    if (result < 0) return ResultOf(result);
+    if (result < 0) {
+        return ResultOf(result);
+    }
     call.reset(raw);
     // Nobody is started by a message: a destination that is not there is an error.
     result = sd_bus_message_set_auto_start(raw, 0);
-    if (result >= 0) result = sd_bus_message_append(raw, "uuss", msg.msgId, msg.param, source.c_str(), reply.c_str());
-    if (result >= 0) result = sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, msg.data, msg.dataLen);
+    if (result >= 0) {
+        result = sd_bus_message_append(raw, "uuss", msg.msgId, msg.param, source.c_str(), reply.c_str());
+    }
+    if (result >= 0) {
+        result = sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, msg.data, msg.dataLen);
+    }
     return result >= 0 ? OS_MSG_OK : ResultOf(result);
 }
 
@@ -104,18 +125,24 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, PendingReply& pending
     const auto deadline = Reader::Clock::now() + std::chrono::milliseconds(timeoutMs);
     MessagePtr call;
     const uint32_t made = MakeCall(process.bus.get(), msg, call);
-    if (made != OS_MSG_OK) return made;
+    if (made != OS_MSG_OK) {
+        return made;
+    }
     sd_bus_slot* raw = nullptr;
     // The limit is kept here: sd-bus would keep it only while somebody reads.
     const int sent = sd_bus_call_async(process.bus.get(), &raw, call.get(), OnReply, &pending, UINT64_MAX);
-    if (sent < 0) return ResultOf(sent);
+    if (sent < 0) {
+        return ResultOf(sent);
+    }
     const SlotPtr slot(raw);  // dropping it ends the interest in the reply
     call.reset();
     const Inside inside(process);
     process.KickIfUnsent();
     process.reader.Wait(lock, pending.waiter, Reader::Rank::kReply, deadline,
                         [&] { return pending.done || process.standing != Standing::kAttached; });
-    if (pending.done) return pending.result;
+    if (pending.done) {
+        return pending.result;
+    }
     const uint32_t unusable = process.Unusable();
     return unusable != OS_MSG_OK ? unusable : OS_MSG_ERR_TIMEOUT;
 }
@@ -124,14 +151,22 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, PendingReply& pending
 
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs) {
     return Guarded([&] {
-        if (resp != nullptr) *resp = nullptr;
-        if (msg == nullptr || resp == nullptr) return OS_MSG_ERR_PARAM;
+        if (resp != nullptr) {
+            *resp = nullptr;
+        }
+        if (msg == nullptr || resp == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         PendingReply pending{Waiter::OfThisThread()};
-        if (!pending.waiter.Valid()) return OS_MSG_ERR_NO_MEMORY;
+        if (!pending.waiter.Valid()) {
+            return OS_MSG_ERR_NO_MEMORY;
+        }
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK) return unusable;
+        if (unusable != OS_MSG_OK) {
+            return unusable;
+        }
         const uint32_t result = SendAndWait(process, lock, pending, *msg, timeoutMs);
         *resp = pending.reply;
         return result;
@@ -144,17 +179,27 @@ void OsMsgSynRespFree(struct TagMsgBlock* resp) {
 
 uint32_t OsMsgAsynSend(const struct TagMsgBlock* msg) {
     return Guarded([&] {
-        if (msg == nullptr) return OS_MSG_ERR_PARAM;
+        if (msg == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK) return unusable;
+        if (unusable != OS_MSG_OK) {
+            return unusable;
+        }
         MessagePtr call;
         const uint32_t made = MakeCall(process.bus.get(), *msg, call);
-        if (made != OS_MSG_OK) return made;
+        if (made != OS_MSG_OK) {
+            return made;
+        }
         int sent = sd_bus_message_set_expect_reply(call.get(), 0);
-        if (sent >= 0) sent = sd_bus_send(process.bus.get(), call.get(), nullptr);
-        if (sent < 0) return ResultOf(sent);
+        if (sent >= 0) {
+            sent = sd_bus_send(process.bus.get(), call.get(), nullptr);
+        }
+        if (sent < 0) {
+            return ResultOf(sent);
+        }
         process.KickIfUnsent();
         return OS_MSG_OK;
     });

@@ -34,10 +34,14 @@ Task::Task(const OsTaskDescriptor& descriptor, std::string taskName, Peers& peer
 
 int Task::Publish(sd_bus* bus) {
     const std::string path = PathOf(name);
-    if (path.empty()) return -ENOMEM;
+    if (path.empty()) {
+        return -ENOMEM;
+    }
     sd_bus_slot* slot = nullptr;
     const int added = sd_bus_add_object_vtable(bus, &slot, path.c_str(), kInterface, kTaskTable, this);
-    if (added >= 0) object_.reset(slot);
+    if (added >= 0) {
+        object_.reset(slot);
+    }
     return added;
 }
 
@@ -62,18 +66,28 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
     const void* data = nullptr;
     size_t size = 0;
     int result = sd_bus_message_read(message, "uuss", &msgId, &param, &srcTask, &replyTask);
-    if (result >= 0) result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size);
-    if (result < 0) return result;
-    if (size > OS_MSG_MAX_PAYLOAD) return sd_bus_error_set_const(error, kErrorTooLarge, "payload too large");
+    if (result >= 0) {
+        result = sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size);
+    }
+    if (result < 0) {
+        return result;
+    }
+    if (size > OS_MSG_MAX_PAYLOAD) {
+        return sd_bus_error_set_const(error, kErrorTooLarge, "payload too large");
+    }
     const auto isName = [](const char* text) { return *text == '\0' || IsValidName(text); };
-    if (!isName(srcTask) || !isName(replyTask))
+    if (!isName(srcTask) || !isName(replyTask)) {
         return sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS, "bad task name");
+    }
     const bool synchronous = sd_bus_message_get_expect_reply(message) > 0;
     const Identity source = peers_.Identify(message);
-    if (synchronous && !source.followed)
+    if (synchronous && !source.followed) {
         return sd_bus_error_set_const(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "the sender cannot be followed");
+    }
     if (queue_.size() >= depth_) {
-        if (synchronous) return sd_bus_error_set_const(error, kErrorQueueFull, "queue full");
+        if (synchronous) {
+            return sd_bus_error_set_const(error, kErrorQueueFull, "queue full");
+        }
         CountDrop(source.procName, msgId);
         return 1;
     }
@@ -92,7 +106,9 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
     if (synchronous) {
         sd_bus_message* reply = nullptr;
         result = sd_bus_message_new_method_return(message, &reply);
-        if (result < 0) return result;
+        if (result < 0) {
+            return result;
+        }
         incoming->reply.reset(reply);
     }
     Push(std::move(incoming));
@@ -114,7 +130,9 @@ void Task::DeliverRestart(std::unique_ptr<Incoming> message) {
         return other->block.msgId == news.msgId && !other->reply &&
                std::string_view(other->block.srcProcName) == news.srcProcName;
     });
-    if (waits) return;
+    if (waits) {
+        return;
+    }
     WriteName(message->block.dstTaskName, name);
     Push(std::move(message));
 }
@@ -127,19 +145,25 @@ std::unique_ptr<Incoming> Task::Take() {
 
 void Task::Push(std::unique_ptr<Incoming> message) {
     queue_.push_back(std::move(message));
-    if (loop != nullptr) loop->Wake();
+    if (loop != nullptr) {
+        loop->Wake();
+    }
 }
 
 void Task::CountDrop(const std::string& source, uint32_t msgId) {
     ++dropped;
     // Every loss is counted; the lines thin out, so that a flood does not become one of lines.
-    if (!std::has_single_bit(dropped)) return;
+    if (!std::has_single_bit(dropped)) {
+        return;
+    }
     Log(kLogWarning, "task %s: queue full, message %u from %s dropped (%llu so far)", name.c_str(), msgId,
         source.c_str(), static_cast<unsigned long long>(dropped));
 }
 
 void SetPayload(Incoming& message, const void* data, size_t size) {
-    if (size == 0) return;
+    if (size == 0) {
+        return;
+    }
     message.payload = std::make_unique<unsigned char[]>(size);
     std::memcpy(message.payload.get(), data, size);
     message.block.data = message.payload.get();

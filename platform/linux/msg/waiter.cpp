@@ -12,7 +12,9 @@ namespace kivo::msg {
 Waiter::Waiter() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Waiter::~Waiter() {
-    if (fd_ >= 0) close(fd_);
+    if (fd_ >= 0) {
+        close(fd_);
+    }
 }
 
 void Waiter::Wake() const {

@@ -11,7 +11,7 @@
 
 #include "kivo/os_file.h"
 #include "linux/file_size_limit.h"
-#include "temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -25,7 +25,7 @@ std::string Contents(const std::string& path) {
 }  // namespace
 
 TEST(CopyRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
-    const contract::TempDir dir;
+    const support::TempFolder dir;
     std::ofstream source(dir / "src", std::ios::binary);
     source << std::string(100000, 'x') << std::flush;
     std::atomic<bool> stop{false};
@@ -46,7 +46,7 @@ TEST(CopyRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
 }
 
 TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
-    const contract::TempDir dir;
+    const support::TempFolder dir;
     const std::string source = dir / "src";
     std::atomic<bool> stop{false};
     std::ofstream(source) << std::string(300000, 'x');
@@ -65,18 +65,18 @@ TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
 }
 
 TEST(CopyLimit, AFailureRemovesAFileThatTheCallCreated) {
-    const contract::TempDir dir;
+    const support::TempFolder dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
-    const contract::FileSizeLimit limit(100000);
+    const support::FileSizeLimit limit(100000);
     EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
     EXPECT_FALSE(fs::exists(dir / "dst"));
 }
 
 TEST(CopyLimit, AFailureKeepsAFileThatWasThereBefore) {
-    const contract::TempDir dir;
+    const support::TempFolder dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
     std::ofstream(dir / "dst") << "old";
-    const contract::FileSizeLimit limit(100000);
+    const support::FileSizeLimit limit(100000);
     EXPECT_EQ(OsCopyFile((dir / "src").c_str(), (dir / "dst").c_str()), static_cast<uint32_t>(EFBIG));
     EXPECT_TRUE(fs::exists(dir / "dst"));
 }

@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-namespace contract {
+namespace support {
 
 /// While it lives, no write makes a file larger than `bytes`: it fails with EFBIG.
 class FileSizeLimit {
@@ -27,4 +27,4 @@ private:
     void (*handler_)(int);
 };
 
-}  // namespace contract
+}  // namespace support

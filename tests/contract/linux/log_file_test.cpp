@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class LogFileTest : public contract::PlatformTest {
+class LogFileTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -49,22 +49,22 @@ protected:
         KivoOmLogModuleLogRecord(1, handle, "unit", 1, line, "%s", text.c_str());
     }
 
-    static std::string Path(const std::string& name = "contract.log") { return contract::LogDirectory() / name; }
+    static std::string Path(const std::string& name = "contract.log") { return support::LogDirectory() / name; }
 
     /// The line numbers of this test's log lines.
     static std::vector<uint32_t> Numbers(const std::vector<std::string>& lines) {
         std::vector<uint32_t> numbers;
         for (const std::string& line : lines) {
-            if (const auto parsed = contract::Parse(line); parsed && parsed->line.unit == "unit") {
+            if (const auto parsed = support::Parse(line); parsed && parsed->line.unit == "unit") {
                 numbers.push_back(parsed->line.line);
             }
         }
         return numbers;
     }
-    static std::vector<uint32_t> NumbersIn(const std::string& name) { return Numbers(contract::FileLines(Path(name))); }
+    static std::vector<uint32_t> NumbersIn(const std::string& name) { return Numbers(support::FileLines(Path(name))); }
 
     static size_t FileCount() {
-        const fs::directory_iterator files(contract::LogDirectory());
+        const fs::directory_iterator files(support::LogDirectory());
         return static_cast<size_t>(std::distance(begin(files), end(files)));
     }
 };
@@ -72,7 +72,7 @@ protected:
 }  // namespace
 
 TEST_F(LogFileTest, DirectoryIsCreatedWhenItIsMissing) {
-    EXPECT_FALSE(fs::exists(contract::LogDirectory()));
+    EXPECT_FALSE(fs::exists(support::LogDirectory()));
     Create();
     EXPECT_TRUE(fs::is_regular_file(Path()));
 }
@@ -95,7 +95,7 @@ TEST_F(LogFileTest, KeepsTheStatedNumberOfFilesOfTheStatedSize) {
     for (const char* name : {"contract.2.log", "contract.1.log", "contract.log"}) {
         EXPECT_LE(fs::file_size(Path(name)), 1000U) << name;
         const std::vector<uint32_t> numbers = NumbersIn(name);
-        EXPECT_EQ(numbers.size(), contract::FileLines(Path(name)).size()) << name;
+        EXPECT_EQ(numbers.size(), support::FileLines(Path(name)).size()) << name;
         kept.insert(kept.end(), numbers.begin(), numbers.end());
     }
     ASSERT_GT(kept.size(), 8U);
@@ -140,10 +140,10 @@ TEST_F(LogFileTest, ReopeningFollowsAMovedFile) {
 }
 
 TEST_F(LogFileTest, LineThatACrashLeftUnfinishedIsEnded) {
-    fs::create_directories(contract::LogDirectory());
+    fs::create_directories(support::LogDirectory());
     std::ofstream(Path()) << "2024-01-01 00:00:00.000 error unfin";
     Log(Create(), 1);
-    const std::vector<std::string> lines = contract::FileLines(Path());
+    const std::vector<std::string> lines = support::FileLines(Path());
     ASSERT_EQ(lines.size(), 2U);
     EXPECT_EQ(lines[0], "2024-01-01 00:00:00.000 error unfin");
     EXPECT_EQ(Numbers(lines), std::vector<uint32_t>{1});
@@ -158,25 +158,25 @@ TEST_F(LogFileTest, ProgramsThatAreStartedDoNotInheritTheFile) {
 
 TEST_F(LogFileTest, ClosedAndZeroHandlesWriteToStandardError) {
     const KivoOmLogHandle closed = Create();
-    contract::StandardError error;
+    support::StandardError error;
     Log(0, 1, "zero\nhandle");
     ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
     Log(closed, 2, std::string(3000, 'l'));
     const std::vector<std::string> lines = error.Lines();
     ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(contract::Parse(lines[0])->line, (contract::LogLine{1, "unit", 1, 1, "zero\\nhandle"}));
-    EXPECT_EQ(contract::Parse(lines[0])->client, "suite");
-    EXPECT_EQ(contract::Parse(lines[1])->line, (contract::LogLine{1, "unit", 1, 2, std::string(3000, 'l')}));
-    EXPECT_EQ(contract::Parse(lines[1])->client, "-");
+    EXPECT_EQ(support::Parse(lines[0])->line, (support::LogLine{1, "unit", 1, 1, "zero\\nhandle"}));
+    EXPECT_EQ(support::Parse(lines[0])->client, "suite");
+    EXPECT_EQ(support::Parse(lines[1])->line, (support::LogLine{1, "unit", 1, 2, std::string(3000, 'l')}));
+    EXPECT_EQ(support::Parse(lines[1])->client, "-");
     EXPECT_EQ(fs::file_size(Path()), 0U);
 }
 
 TEST_F(LogFileTest, CreationTellsWhyTheFileCannotBeWritten) {
     KivoOmLogHandle handle = 0;
-    std::ofstream(contract::LogDirectory().parent_path() / "plain") << "no directory";
-    setenv("KIVO_LOG_DIR", (contract::LogDirectory().parent_path() / "plain/logs").c_str(), 1);
+    std::ofstream(support::LogDirectory().parent_path() / "plain") << "no directory";
+    setenv("KIVO_LOG_DIR", (support::LogDirectory().parent_path() / "plain/logs").c_str(), 1);
     EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(ENOTDIR));
-    setenv("KIVO_LOG_DIR", contract::LogDirectory().c_str(), 1);
+    setenv("KIVO_LOG_DIR", support::LogDirectory().c_str(), 1);
     fs::create_directories(Path());
     EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(EISDIR));
     EXPECT_EQ(handle, 0U);
@@ -186,7 +186,7 @@ TEST_F(LogFileTest, CreationTellsWhyTheFileCannotBeWritten) {
 
 TEST_F(LogFileTest, PipesAndDevicesAreRefusedWithoutBlocking) {
     KivoOmLogHandle handle = 0;
-    fs::create_directories(contract::LogDirectory());
+    fs::create_directories(support::LogDirectory());
     ASSERT_EQ(mkfifo(Path().c_str(), 0600), 0);
     EXPECT_EQ(TryCreate(handle), static_cast<uint32_t>(EINVAL));
     fs::remove(Path());
@@ -197,31 +197,31 @@ TEST_F(LogFileTest, PipesAndDevicesAreRefusedWithoutBlocking) {
 TEST_F(LogFileTest, LinesOfAFileThatCannotBeWrittenGoToStandardErrorUntilItCan) {
     const KivoOmLogHandle handle = Create();
     Log(handle, 1);
-    contract::StandardError error;
+    support::StandardError error;
     {
-        const contract::FileSizeLimit disk(fs::file_size(Path()) + 10);  // room for a part of a line
+        const support::FileSizeLimit disk(fs::file_size(Path()) + 10);  // room for a part of a line
         Log(handle, 2);
         Log(handle, 3);
     }
     Log(handle, 4);
-    EXPECT_EQ(Numbers(contract::FileLines(Path())), (std::vector<uint32_t>{1, 4}));
+    EXPECT_EQ(Numbers(support::FileLines(Path())), (std::vector<uint32_t>{1, 4}));
     const std::vector<std::string> lines = error.Lines();
     ASSERT_EQ(lines.size(), 3U);
     EXPECT_NE(lines[0].find(" om_log_client/-:"), std::string::npos);
     EXPECT_NE(lines[0].find("cannot write " + Path() + ": "), std::string::npos);
-    EXPECT_EQ(contract::Parse(lines[1])->line, (contract::LogLine{1, "unit", 1, 2, "text"}));
-    EXPECT_EQ(contract::Parse(lines[2])->line, (contract::LogLine{1, "unit", 1, 3, "text"}));
+    EXPECT_EQ(support::Parse(lines[1])->line, (support::LogLine{1, "unit", 1, 2, "text"}));
+    EXPECT_EQ(support::Parse(lines[2])->line, (support::LogLine{1, "unit", 1, 3, "text"}));
 }
 
 TEST_F(LogFileTest, FailedRotationLosesNoLine) {
     const KivoOmLogHandle handle = Create(512, 2, 300);
     Log(handle, 1, std::string(200, 'r'));
-    fs::rename(contract::LogDirectory(), contract::LogDirectory().string() + ".moved");
-    std::ofstream(contract::LogDirectory()) << "a file where the directory was";
-    contract::StandardError error;
+    fs::rename(support::LogDirectory(), support::LogDirectory().string() + ".moved");
+    std::ofstream(support::LogDirectory()) << "a file where the directory was";
+    support::StandardError error;
     Log(handle, 2, std::string(200, 'r'));
     Log(handle, 3, "short");
-    fs::remove(contract::LogDirectory());
+    fs::remove(support::LogDirectory());
     Log(handle, 4);
     EXPECT_EQ(Numbers(error.Lines()), (std::vector<uint32_t>{2, 3}));
     EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>{4});
@@ -231,9 +231,9 @@ TEST_F(LogFileTest, ReinitialisationWhileOthersLogLosesNoLine) {
     constexpr uint32_t kLines = 300;
     std::atomic<KivoOmLogHandle> handle{Create(512, 1000, 2097152)};
     std::atomic<int> ended{0};
-    contract::StandardError error;
+    support::StandardError error;
     for (uint32_t thread = 0; thread < 3; ++thread) {
-        contract::StartThread([&, thread] {
+        support::StartThread([&, thread] {
             for (uint32_t line = 0; line < kLines; ++line) {
                 Log(handle, thread * kLines + line);
             }

@@ -21,9 +21,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using contract::ParsedLine;
+using support::ParsedLine;
 
-class LogLineTest : public contract::PlatformTest {
+class LogLineTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -38,13 +38,13 @@ protected:
         return handle;
     }
 
-    static std::vector<std::string> Lines() { return contract::FileLines(contract::LogDirectory() / "contract.log"); }
+    static std::vector<std::string> Lines() { return support::FileLines(support::LogDirectory() / "contract.log"); }
 
     /// The one line that is in the log, taken apart.
     static ParsedLine OnlyLine() {
         const std::vector<std::string> lines = Lines();
         EXPECT_EQ(lines.size(), 1U);
-        const auto parsed = contract::Parse(lines.empty() ? "" : lines[0]);
+        const auto parsed = support::Parse(lines.empty() ? "" : lines[0]);
         EXPECT_TRUE(parsed);
         return parsed.value_or(ParsedLine{});
     }
@@ -83,11 +83,11 @@ TEST_F(LogLineTest, HeadTellsTimeClientProcessAndThread) {
 TEST_F(LogLineTest, ThreadIsTheOneThatLogs) {
     const KivoOmLogHandle handle = Create();
     std::atomic<long> thread{0};
-    contract::StartThread([&] {
+    support::StartThread([&] {
         KivoOmLogModuleLogRecord(1, handle, "unit", 1, 1, "%s", "text");
         thread = gettid();
     });
-    EXPECT_TRUE(contract::WaitFor([&] { return thread != 0; }));
+    EXPECT_TRUE(support::WaitFor([&] { return thread != 0; }));
     EXPECT_EQ(OnlyLine().thread, thread);
     EXPECT_NE(OnlyLine().thread, gettid());
 }
@@ -114,10 +114,10 @@ TEST_F(LogLineTest, LongLineIsCutToTheLineSizeWithItsEnd) {
     KivoOmLogModuleLogRecord(1, handle, "unit", 1, 3, "%s", "next");
     const std::vector<std::string> lines = Lines();
     ASSERT_EQ(lines.size(), 3U);
-    EXPECT_EQ(contract::Parse(lines[0])->line.text, std::string(399, 'm'));
+    EXPECT_EQ(support::Parse(lines[0])->line.text, std::string(399, 'm'));
     EXPECT_EQ(lines[1].size(), 511U);
-    EXPECT_EQ(contract::Parse(lines[1])->line.text.find_first_not_of('m'), std::string::npos);
-    EXPECT_EQ(contract::Parse(lines[2])->line.text, "next");
+    EXPECT_EQ(support::Parse(lines[1])->line.text.find_first_not_of('m'), std::string::npos);
+    EXPECT_EQ(support::Parse(lines[2])->line.text, "next");
 }
 
 TEST_F(LogLineTest, LineSizeSmallerThanTheHeadCutsTheHead) {
@@ -160,12 +160,12 @@ TEST_F(LogLineTest, CutDoesNotSplitAnEscape) {
         SCOPED_TRACE(lineSize);
         ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
         ASSERT_EQ(KivoOmLogClientInit("suite", 5), 0U);
-        fs::remove(contract::LogDirectory() / "contract.log");
+        fs::remove(support::LogDirectory() / "contract.log");
         KivoOmLogModuleLogRecord(1, Create(lineSize), "unit", 1, 1, "%s", std::string(100, '\x01').c_str());
         const std::string text = OnlyLine().line.text;
         EXPECT_EQ(text.size() % 4, 0U);
         EXPECT_EQ(text.substr(text.size() - 4), "\\x01");
-        EXPECT_LE(fs::file_size(contract::LogDirectory() / "contract.log"), lineSize);
+        EXPECT_LE(fs::file_size(support::LogDirectory() / "contract.log"), lineSize);
     }
 }
 

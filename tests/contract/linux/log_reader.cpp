@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-namespace contract {
+namespace support {
 
 namespace {
 
@@ -88,4 +88,4 @@ std::vector<std::string> StandardError::Lines() {
     return SplitLines(written_);
 }
 
-}  // namespace contract
+}  // namespace support

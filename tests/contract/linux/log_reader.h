@@ -9,7 +9,7 @@
 
 #include "platform_control.h"
 
-namespace contract {
+namespace support {
 
 /// Where KIVO_LOG_DIR points during a test.
 std::filesystem::path LogDirectory();
@@ -46,4 +46,4 @@ private:
     std::string written_;
 };
 
-}  // namespace contract
+}  // namespace support

@@ -24,7 +24,7 @@ OsMonitorProInfo Info(const char* name, uint32_t timeout) {
 }  // namespace
 
 TEST(Notify, RegistrationIsReadinessAndTheTimeLimitInMicroseconds) {
-    contract::ServiceManager manager;
+    support::ServiceManager manager;
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
     EXPECT_EQ(manager.Notifications(), std::vector<std::string>{"READY=1\nWATCHDOG_USEC=30000000"});
@@ -35,7 +35,7 @@ TEST(Notify, RegistrationIsReadinessAndTheTimeLimitInMicroseconds) {
 TEST(Notify, RefusedCallsTellTheManagerNothing) {
     const OsMonitorProInfo info = Info("ominspect", 30000);
     ASSERT_EQ(OsMonitorProReg(&info), 0U);
-    contract::ServiceManager manager;
+    support::ServiceManager manager;
     const OsMonitorProInfo noLimit = Info("ominspect", 0);
     EXPECT_EQ(OsMonitorProReg(&noLimit), static_cast<uint32_t>(EINVAL));
     EXPECT_EQ(OsMonitorProActivate("another"), static_cast<uint32_t>(EINVAL));

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <stdexcept>
 
-namespace contract {
+namespace support {
 
 ServiceManager::ServiceManager() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
     const std::string path = dir_ / "notify";
@@ -38,4 +38,4 @@ std::vector<std::string> ServiceManager::Notifications() const {
     return notifications;
 }
 
-}  // namespace contract
+}  // namespace support

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "temp_dir.h"
+#include "support/temp_folder.h"
 
-namespace contract {
+namespace support {
 
 /// While it lives, NOTIFY_SOCKET names its socket.
 class ServiceManager {
@@ -21,8 +21,8 @@ public:
     std::vector<std::string> Notifications() const;
 
 private:
-    TempDir dir_;
+    TempFolder dir_;
     int fd_;
 };
 
-}  // namespace contract
+}  // namespace support

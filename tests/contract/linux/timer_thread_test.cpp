@@ -48,7 +48,7 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     EXPECT_EQ(OsTmrDelete(Create(1)), 0U);
     const OsTimerId later = Create(3600);
-    ASSERT_TRUE(contract::WaitFor([] {  // until it has gone to sleep for the first time
+    ASSERT_TRUE(support::WaitFor([] {  // until it has gone to sleep for the first time
         return Status("State").starts_with('S') && Status("voluntary_ctxt_switches") != "0";
     }));
     const std::string before = Status("voluntary_ctxt_switches");
@@ -60,5 +60,5 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
 TEST(TimerThread, BlocksAllSignals) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself; polled, as the thread may just begin.
-    EXPECT_TRUE(contract::WaitFor([] { return Status("SigBlk") == "fffffffe7ffbfeff"; })) << Status("SigBlk");
+    EXPECT_TRUE(support::WaitFor([] { return Status("SigBlk") == "fffffffe7ffbfeff"; })) << Status("SigBlk");
 }

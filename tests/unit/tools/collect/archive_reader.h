@@ -1,0 +1,25 @@
+// Reads a package back, for tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace support {
+
+struct Member {
+    std::string name;
+    char type = '?';  // '-' file, 'd' folder, 'l' link
+    std::string content;
+    std::string target;  // of a link
+};
+
+// All members in their order; a failure of the calling test when the archive is not whole.
+std::vector<Member> ReadArchive(const std::string& path);
+
+// The one of this name; a failure of the calling test when there is none.
+Member MemberOf(const std::vector<Member>& members, const std::string& name);
+
+// "type name", in order.
+std::vector<std::string> Listing(const std::vector<Member>& members);
+
+}  // namespace support

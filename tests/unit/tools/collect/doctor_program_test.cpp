@@ -1,0 +1,50 @@
+// The command doctor as people run it: its exit codes.
+#include "support/child.h"
+#include "support/process_state.h"
+#include "support/work_folder.h"
+
+using support::Outcome;
+
+namespace {
+
+constexpr const char* kGood =
+    "<c><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
+    "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></c>";
+
+class DoctorProgram : public support::InWorkFolder {
+protected:
+    static Outcome Doctor(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {PROGRAM_CTL, "doctor"});
+        return support::Run(arguments);
+    }
+};
+
+TEST_F(DoctorProgram, AnswersZeroWhenNothingFallsBack) {
+    Write("c.xml", kGood);
+    const Outcome outcome = Doctor({"--config", "c.xml"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.output,
+              "line 1: DiagnoseList: records: 1\n"
+              "line 1: DiagnoseItem \"a\": level \"warn\", synchronous\n"
+              "line 1: LogCollect: records: 1\n"
+              "line 1: Log \"/a\": to \"/b\", 7 s, folder\n"
+              "c.xml: items: 1, collection entries: 1\n");
+}
+
+TEST_F(DoctorProgram, AnswersOneWhenSomethingFallsBack) {
+    Write("c.xml", "<c/>");
+    EXPECT_EQ(Doctor({"--config", "c.xml"}).exitCode, 1);
+    EXPECT_EQ(Doctor({"--config", "c.xml", "--json"}).output.substr(0, 70),
+              R"({"file":"c.xml","readable":true,"error":"","fallsBack":true,"messages")");
+}
+
+TEST_F(DoctorProgram, AnswersTwoToAnUnreadableFileAndToWrongUse) {
+    const Outcome missing = Doctor({"--config", "missing.xml"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_NE(missing.output.find("missing.xml: items: 25, collection entries: 0\n"), std::string::npos);
+    EXPECT_EQ(Doctor({"--config", "."}).exitCode, 2);
+    EXPECT_EQ(Doctor({"--config", "/dev/zero"}).exitCode, 2);
+    EXPECT_EQ(Doctor({}).exitCode, 2);
+}
+
+}  // namespace

@@ -1,0 +1,266 @@
+// Packing a tree: what goes into the archive, what is left out, and what is said about both.
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <functional>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "archive_reader.h"
+#include "collect/output_file.h"
+#include "collect/packer.h"
+#include "support/work_folder.h"
+
+using namespace ominspect::collect;
+using support::Listing;
+using support::MemberOf;
+using support::ReadArchive;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+class Packer : public support::InWorkFolder {
+protected:
+    // Packs "tree" into "out.tar.zst"; `between` is called before each block and may change the tree.
+    PackResult Pack(const std::function<bool(const PackedTree&)>& between = [](const PackedTree&) { return true; }) {
+        int error = 0;
+        const auto file = OutputFile::Create("out.tar.zst", false, error);
+        EXPECT_NE(file, nullptr);
+        ArchiveWriter archive([&](const void* data, std::size_t size) { return file->Write(data, size); });
+        PackOptions options;
+        options.folder = "top";
+        options.exclude = [](const struct stat&) { return false; };
+        options.goOn = between;
+        const PackResult result = PackTree("tree", options, archive, packed_);
+        if (result == PackResult::kPacked) {
+            EXPECT_TRUE(archive.Close()) << archive.Error();
+            EXPECT_EQ(file->Commit(), 0);
+        }
+        return result;
+    }
+
+    Lines LeftOut() const {
+        Lines lines;
+        for (const Failure& failure : packed_.leftOut) {
+            lines.push_back(failure.path + ": " + failure.reason);
+        }
+        return lines;
+    }
+
+    PackedTree packed_;
+};
+
+TEST_F(Packer, PacksFilesAndFoldersSortedWithTheirSums) {
+    Write("tree/b/two", "abc");
+    Write("tree/a", "");
+    ASSERT_EQ(Pack(), PackResult::kPacked);
+    const auto members = ReadArchive("out.tar.zst");
+    EXPECT_EQ(Listing(members), (Lines{"- top/a", "d top/b/", "- top/b/two"}));
+    EXPECT_EQ(MemberOf(members, "top/b/two").content, "abc");
+    ASSERT_EQ(packed_.files.size(), 2U);
+    EXPECT_EQ(packed_.files[0].sha256, "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(packed_.files[1].sha256, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(packed_.files[1].bytes, 3U);
+    EXPECT_EQ(packed_.files[1].note, "");
+}
+
+TEST_F(Packer, StoresLinksAsLinksAndFollowsNone) {
+    Write("outside/secret", "secret");
+    Write("tree/own", "own");
+    std::filesystem::create_symlink(In("outside"), "tree/folder");
+    std::filesystem::create_symlink("../outside/secret", "tree/file");
+    std::filesystem::create_symlink("..", "tree/loop");
+    std::filesystem::create_symlink("nowhere", "tree/dangling");
+    ASSERT_EQ(Pack(), PackResult::kPacked);
+    const auto members = ReadArchive("out.tar.zst");
+    EXPECT_EQ(Listing(members), (Lines{"l top/dangling", "l top/file", "l top/folder", "l top/loop", "- top/own"}));
+    EXPECT_EQ(MemberOf(members, "top/file").target, "../outside/secret");
+    ASSERT_EQ(packed_.links.size(), 4U);
+    EXPECT_EQ(packed_.links[2].path, "folder");
+    EXPECT_EQ(packed_.links[2].target, In("outside"));
+}
+
+TEST_F(Packer, LeavesOutWhatIsNoFile) {
+    Write("tree/file", "x");
+    ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
+    const int socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{AF_UNIX, "tree/socket"};
+    ASSERT_EQ(bind(socketFd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    (void)close(socketFd);
+    ASSERT_EQ(Pack(), PackResult::kPacked);
+    EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/file"}));
+    EXPECT_EQ(LeftOut(), (Lines{"pipe: a pipe", "socket: a socket"}));
+}
+
+TEST_F(Packer, KeepsNamesAsTheyAre) {
+    const Lines names{"new\nline", "bad\xff", "gr\xC3\xBCn", std::string(200, 'n'), "back\\slash"};
+    for (const std::string& name : names) {
+        Write("tree/" + name, name);
+    }
+    ASSERT_EQ(Pack(), PackResult::kPacked);
+    const auto members = ReadArchive("out.tar.zst");
+    for (const std::string& name : names) {
+        EXPECT_EQ(MemberOf(members, "top/" + name).content, name);
+    }
+}
+
+// Not root for a while: to root nothing is unreadable.
+class AsNobody {
+public:
+    AsNobody() : isRoot_(geteuid() == 0) { EXPECT_EQ(isRoot_ ? seteuid(65534) : 0, 0); }
+    ~AsNobody() { EXPECT_EQ(isRoot_ ? seteuid(0) : 0, 0); }
+    AsNobody(const AsNobody&) = delete;
+    AsNobody& operator=(const AsNobody&) = delete;
+
+private:
+    bool isRoot_;
+};
+
+TEST_F(Packer, SaysWhatCannotBeRead) {
+    ASSERT_EQ(chmod(".", 0777), 0);
+    Write("tree/file", "x");
+    Write("tree/folder/inside", "x");
+    Write("tree/secret", "x");
+    ASSERT_EQ(chmod("tree/secret", 0), 0);
+    ASSERT_EQ(chmod("tree/folder", 0), 0);
+    {
+        const AsNobody user;
+        EXPECT_EQ(Pack(), PackResult::kPacked);
+    }
+    ASSERT_EQ(chmod("tree/folder", 0700), 0);
+    EXPECT_EQ(LeftOut(), (Lines{"folder: Permission denied", "secret: Permission denied"}));
+    EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/file"}));
+}
+
+TEST_F(Packer, GoesOnWhenAFileVanishes) {
+    Write("tree/a", "x");
+    Write("tree/b", "x");
+    ASSERT_EQ(Pack([](const PackedTree& packed) {
+                  if (packed.files.size() == 1) {
+                      std::filesystem::remove("tree/b");
+                  }
+                  return true;
+              }),
+              PackResult::kPacked);
+    EXPECT_EQ(LeftOut(), (Lines{"b: No such file or directory"}));
+    EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/a"}));
+}
+
+TEST_F(Packer, FillsUpAFileThatShrinks) {
+    const std::string text(400000, 'x');
+    Write("tree/log", text);
+    ASSERT_EQ(Pack([](const PackedTree& packed) {
+                  if (packed.bytes > 0) {
+                      std::filesystem::resize_file("tree/log", 10);
+                  }
+                  return true;
+              }),
+              PackResult::kPacked);
+    const std::string content = MemberOf(ReadArchive("out.tar.zst"), "top/log").content;
+    EXPECT_EQ(content, std::string(131072, 'x') + std::string(400000 - 131072, '\0'));
+    ASSERT_EQ(packed_.files.size(), 1U);
+    EXPECT_EQ(packed_.files[0].note, "it shrank while it was packed; the last 268928 bytes are zeros");
+    EXPECT_EQ(packed_.files[0].bytes, 400000U);
+}
+
+TEST_F(Packer, CutsAFileThatGrows) {
+    Write("tree/log", "12345");
+    ASSERT_EQ(Pack([](const PackedTree&) {
+                  std::ofstream("tree/log", std::ios::app) << "more";
+                  return true;
+              }),
+              PackResult::kPacked);
+    ASSERT_EQ(packed_.files.size(), 1U);
+    const std::uint64_t size = packed_.files[0].bytes;
+    EXPECT_EQ(MemberOf(ReadArchive("out.tar.zst"), "top/log").content.size(), size);
+    EXPECT_EQ(packed_.files[0].note,
+              "it grew while it was packed; only its first " + std::to_string(size) + " bytes are here");
+}
+
+TEST_F(Packer, NotesAFileThatIsWrittenOver) {
+    Write("tree/log", std::string(400000, 'x'));
+    const std::function<bool(const PackedTree&)> overwrite = [](const PackedTree& packed) {
+        if (packed.bytes > 0) {
+            std::fstream("tree/log", std::ios::in | std::ios::out) << "y";
+            const timespec times[] = {{0, UTIME_OMIT}, {1000, 0}};
+            (void)utimensat(AT_FDCWD, "tree/log", times, 0);
+        }
+        return true;
+    };
+    ASSERT_EQ(Pack(overwrite), PackResult::kPacked);
+    EXPECT_EQ(packed_.files[0].note, "it changed while it was packed");
+}
+
+TEST_F(Packer, AMissingTreeIsEmpty) {
+    ASSERT_EQ(Pack(), PackResult::kPacked);
+    EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), Lines{});
+    EXPECT_EQ(LeftOut(), Lines{});
+}
+
+TEST_F(Packer, GivesUpInTheMiddleOfAFileAndLeavesNothing) {
+    Write("tree/log", std::string(1000000, 'x'));
+    EXPECT_EQ(Pack([](const PackedTree& packed) { return packed.bytes < 300000; }), PackResult::kGivenUp);
+    EXPECT_TRUE(packed_.files.empty());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1);  // the tree
+}
+
+// Bytes that do not compress, so that they reach the disk at once.
+std::string Noise(std::size_t size) {
+    std::string noise;
+    unsigned number = 1;
+    while (noise.size() < size) {
+        number = number * 1664525U + 1013904223U;
+        noise += static_cast<char>(number >> 24U);
+    }
+    return noise;
+}
+
+TEST_F(Packer, AFullDiskEndsTheArchiveWithItsCause) {
+    Write("tree/log", Noise(1000000));
+    std::size_t room = 100000;
+    ArchiveWriter archive([&](const void* /*data*/, std::size_t size) {
+        if (size > room) {
+            return ENOSPC;
+        }
+        room -= size;
+        return 0;
+    });
+    PackOptions options;
+    options.folder = "top";
+    options.exclude = [](const struct stat&) { return false; };
+    options.goOn = [](const PackedTree&) { return true; };
+    EXPECT_EQ(PackTree("tree", options, archive, packed_), PackResult::kArchiveFailed);
+    EXPECT_EQ(archive.Error(), "No space left on device");
+    EXPECT_FALSE(archive.Close());
+}
+
+TEST_F(Packer, AnErrorAtTheVeryEndIsSeen) {
+    ArchiveWriter archive([](const void* /*data*/, std::size_t /*size*/) { return ENOSPC; });
+    EXPECT_FALSE(archive.Close());
+    EXPECT_EQ(archive.Error(), "No space left on device");
+}
+
+TEST_F(Packer, MarksWhatWasThereBefore) {
+    Write("tree/old", "x");
+    timespec since{};
+    struct stat status {};
+    ASSERT_EQ(stat("tree/old", &status), 0);
+    since = status.st_ctim;
+    since.tv_nsec += 1;
+    ArchiveWriter archive([](const void* /*data*/, std::size_t /*size*/) { return 0; });
+    PackOptions options;
+    options.since = since;
+    options.exclude = [](const struct stat&) { return false; };
+    options.goOn = [](const PackedTree&) { return true; };
+    ASSERT_EQ(PackTree("tree", options, archive, packed_), PackResult::kPacked);
+    EXPECT_TRUE(packed_.files.at(0).older);
+    options.since.tv_nsec -= 1;
+    ASSERT_EQ(PackTree("tree", options, archive, packed_), PackResult::kPacked);
+    EXPECT_FALSE(packed_.files.at(1).older);
+}
+
+}  // namespace

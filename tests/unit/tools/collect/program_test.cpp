@@ -1,0 +1,381 @@
+// The command collect as people run it.
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include <cjson/cJSON.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "archive_reader.h"
+#include "collect/sha256.h"
+#include "support/child.h"
+#include "support/eventually.h"
+#include "support/process_state.h"
+#include "support/work_folder.h"
+
+using support::Child;
+using support::Contents;
+using support::Listing;
+using support::Member;
+using support::MemberOf;
+using support::ReadArchive;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+const cJSON* At(const cJSON* object, const char* name) {
+    return cJSON_GetObjectItemCaseSensitive(object, name);
+}
+
+std::string TextAt(const cJSON* object, const char* name) {
+    const char* text = cJSON_GetStringValue(At(object, name));
+    return text == nullptr ? "(none)" : text;
+}
+
+std::uint64_t NumberAt(const cJSON* object, const char* name) {
+    return static_cast<std::uint64_t>(cJSON_GetNumberValue(At(object, name)));
+}
+
+class CollectProgram : public support::InWorkFolder {
+protected:
+    // Its output goes to the files "out" and "err".
+    static Child Start(const Lines& arguments, const std::string& before = "") {
+        Lines command{"/bin/sh", "-c", before + R"( exec "$0" "$@" >out 2>err)", PROGRAM_CTL, "collect"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return Child(command);
+    }
+
+    static int Run(const Lines& arguments, const std::string& before = "") {
+        return Start(arguments, before).Wait().value_or(-1);
+    }
+
+    // The clock of the file system ticks a few hundred times a second: until what is written has another time.
+    void AwaitNextTick(const std::string& name) const {
+        const auto changed = [this](const std::string& file) {
+            struct stat status {};
+            EXPECT_EQ(stat(In(file).c_str(), &status), 0);
+            return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+        };
+        EXPECT_TRUE(support::Eventually([&] {
+            Write("tick", "");
+            return changed("tick") != changed(name);
+        }));
+    }
+
+    static Json Manifest(const std::vector<Member>& members, const std::string& name) {
+        const Member member = MemberOf(members, name + "/manifest.json");
+        Json manifest(cJSON_Parse(member.content.c_str()), cJSON_Delete);
+        EXPECT_NE(manifest, nullptr) << member.content;
+        return manifest;
+    }
+
+    // Whether the manifest names exactly the files of the package, with their sizes and sums.
+    static void CheckSums(const std::vector<Member>& members, const cJSON* manifest, const std::string& name) {
+        std::map<std::string, std::string> sums;
+        const cJSON* file = nullptr;
+        cJSON_ArrayForEach(file, At(manifest, "files")) {
+            sums[TextAt(file, "path")] = TextAt(file, "sha256") + ' ' + std::to_string(NumberAt(file, "bytes"));
+        }
+        std::map<std::string, std::string> found;
+        const std::string folder = name + "/files/";
+        for (const Member& member : members) {
+            if (member.type != '-' || !member.name.starts_with(folder)) {
+                continue;
+            }
+            ominspect::collect::Sha256 sum;
+            sum.Add(member.content.data(), member.content.size());
+            found[member.name.substr(folder.size())] = sum.Hex() + ' ' + std::to_string(member.content.size());
+        }
+        EXPECT_EQ(sums, found);
+    }
+
+    // "source below the work folder: outcome", in order
+    Lines Outcomes(const cJSON* manifest) const {
+        Lines lines;
+        const cJSON* entry = nullptr;
+        cJSON_ArrayForEach(entry, At(manifest, "entries")) {
+            lines.push_back(TextAt(entry, "source").substr(folder_.size() + 1) + ": " + TextAt(entry, "outcome"));
+        }
+        return lines;
+    }
+
+    // What is in the work folder, sorted.
+    Lines Names() const {
+        Lines names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+            names.push_back(entry.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    void WriteMany(const std::string& folder, int count) const {
+        for (int i = 0; i < count; ++i) {
+            Write(folder + '/' + std::to_string(i), "content " + std::to_string(i));
+        }
+    }
+};
+
+bool Holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
+    Write("logs/a.log", "first");
+    Write("logs/sub/b.log", "second");
+    Write("one.log", "third");
+    EXPECT_EQ(Run({"logs", "one.log", "--output", "p.tar.zst"}), 0) << Contents("err");
+    const auto members = ReadArchive("p.tar.zst");
+    EXPECT_EQ(Listing(members),
+              (Lines{"d p/", "d p/files/", "d p/files/logs/", "- p/files/logs/a.log", "d p/files/logs/sub/",
+                     "- p/files/logs/sub/b.log", "- p/files/one.log", "- p/manifest.json"}));
+    EXPECT_EQ(MemberOf(members, "p/files/logs/sub/b.log").content, "second");
+    const Json manifest = Manifest(members, "p");
+    CheckSums(members, manifest.get(), "p");
+    EXPECT_EQ(NumberAt(manifest.get(), "format"), 1U);
+    EXPECT_EQ(TextAt(manifest.get(), "tool"), "ominspectctl");
+    EXPECT_EQ(TextAt(manifest.get(), "version"), "0.1.0");
+    EXPECT_EQ(TextAt(manifest.get(), "file"), "p.tar.zst");
+    EXPECT_EQ(TextAt(manifest.get(), "started").size(), std::string("2026-11-21T01:02:03Z").size());
+    EXPECT_TRUE(cJSON_IsTrue(At(manifest.get(), "complete")));
+    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "interrupted")));
+    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"logs: complete", "one.log: complete"}));
+    const cJSON* first = cJSON_GetArrayItem(At(manifest.get(), "entries"), 0);
+    EXPECT_EQ(TextAt(first, "kind"), "folder");
+    EXPECT_EQ(NumberAt(first, "files"), 2U);
+    EXPECT_EQ(NumberAt(first, "bytes"), 11U);
+    EXPECT_EQ(NumberAt(first, "timeLimitSeconds"), 5U);
+    struct stat status {};
+    ASSERT_EQ(stat("p.tar.zst", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    EXPECT_TRUE(Holds(Contents("out"), "complete\npackage: p.tar.zst, ")) << Contents("out");
+    EXPECT_TRUE(Holds(Contents("err"), "[1/2] " + In("logs") + ": 2 files, 11 B, ")) << Contents("err");
+}
+
+TEST_F(CollectProgram, AnotherToolUnpacksWhatTheManifestSays) {
+    Write("logs/a.log", "first");
+    Write("logs/bad\xff", "second");
+    ASSERT_EQ(Run({"logs", "--output", "p.tar.zst"}), 0);
+    ASSERT_EQ(support::Run({"bsdtar", "-xf", "p.tar.zst"}).exitCode, 0);
+    EXPECT_EQ(Contents("p/files/logs/a.log"), "first");
+    EXPECT_EQ(Contents("p/files/logs/bad\xff"), "second");
+    EXPECT_TRUE(Holds(Contents("p/manifest.json"), R"("path":	"logs/bad\\xff")"));
+}
+
+TEST_F(CollectProgram, JsonPrintsTheManifestThatIsInThePackage) {
+    Write("one", "x");
+    ASSERT_EQ(Run({"one", "--output", "p.tar.zst", "--json"}), 0);
+    EXPECT_EQ(Contents("out"), MemberOf(ReadArchive("p.tar.zst"), "p/manifest.json").content);
+    EXPECT_TRUE(Holds(Contents("err"), "package: p.tar.zst, "));
+}
+
+TEST_F(CollectProgram, NamesThePackageByHostAndTime) {
+    Write("one", "x");
+    ASSERT_EQ(Run({"one"}), 0);
+    const Lines names = Names();
+    ASSERT_EQ(names.size(), 4U);  // err, ominspect-..., one, out
+    EXPECT_TRUE(names[1].starts_with("ominspect-") && names[1].ends_with("Z.tar.zst")) << names[1];
+}
+
+TEST_F(CollectProgram, ReportsAMissingSourceAndPacksTheOthers) {
+    Write("logs/a", "x");
+    EXPECT_EQ(Run({"nowhere", "logs", "--output", "p.tar.zst"}), 1);
+    const auto members = ReadArchive("p.tar.zst");
+    EXPECT_EQ(MemberOf(members, "p/files/logs/a").content, "x");
+    const Json manifest = Manifest(members, "p");
+    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"nowhere: missing", "logs: complete"}));
+    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "complete")));
+    EXPECT_TRUE(Holds(Contents("out"), "missing: the source does not exist"));
+}
+
+TEST_F(CollectProgram, TakesTheEntriesOfAConfigurationFile) {
+    Write("logs/a", "x");
+    Write("precious/file", "x");
+    Write("c.xml", "<c><LogCollect><Log srcPath='logs' dstPath='" + In("area/l") +
+                       "' timeout='5' isFolder='true'/><Log srcPath='logs' dstPath='" + In("precious") +
+                       "' timeout='5' isFolder='true'/></LogCollect></c>");
+    Write("area/from-before", "old");
+    AwaitNextTick("area/from-before");
+    EXPECT_EQ(Run({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"}), 1);
+    const auto members = ReadArchive("p.tar.zst");
+    EXPECT_EQ(Listing(members), (Lines{"d p/", "d p/files/", "- p/files/from-before", "d p/files/l/", "- p/files/l/a",
+                                       "- p/manifest.json"}));
+    const Json manifest = Manifest(members, "p");
+    CheckSums(members, manifest.get(), "p");
+    const cJSON* refused = cJSON_GetArrayItem(At(manifest.get(), "entries"), 1);
+    EXPECT_EQ(TextAt(refused, "outcome"), "refused");
+    EXPECT_EQ(TextAt(refused, "remark"), "the destination " + In("precious") + " is outside the area " + In("area"));
+    EXPECT_EQ(Contents("precious/file"), "x");
+    EXPECT_TRUE(cJSON_IsTrue(At(cJSON_GetArrayItem(At(manifest.get(), "files"), 0), "fromBefore")));
+    EXPECT_EQ(At(cJSON_GetArrayItem(At(manifest.get(), "files"), 1), "fromBefore"), nullptr);
+}
+
+TEST_F(CollectProgram, WithoutEntriesSaysSoAndStillPacksTheArea) {
+    Write("c.xml", "<c/>");
+    EXPECT_EQ(Run({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"}), 1);
+    EXPECT_EQ(Contents("err"),
+              "ominspectctl: no entries are configured\nominspectctl: there is no [LogCollect] in config.\n");
+    EXPECT_EQ(Listing(ReadArchive("p.tar.zst")), (Lines{"d p/", "d p/files/", "- p/manifest.json"}));
+}
+
+TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
+    Write("one", "x");
+    Write("broken.xml", "<c>");
+    Write("empty.xml", "<!-- nothing -->");
+    const Lines before = Names();
+    const std::vector<std::pair<Lines, std::string>> cases{
+        {{"--config", "missing.xml"}, "XML_ERROR_FILE_NOT_FOUND"},
+        {{"--config", "broken.xml"}, "XML_ERROR"},
+        {{"--config", "empty.xml"}, "empty.xml: there is no document element"},
+        {{"--config", "/dev/zero"}, "/dev/zero: not a regular file"},
+        {{"--config", "broken.xml", "one"}, ""},
+        {{"one", "--timeout", "0"}, ""},
+        {{"one", "--timeout", "61"}, ""},
+        {{"--timeout", "5"}, ""},
+        {{'/' + std::string(255, 'x')}, "the path is longer than 255 bytes: /xxx"},
+        {{"one", "--output", "one"}, "ominspectctl: one exists; --force replaces it\n"},
+        {{"one", "--output", folder_, "--force"}, "Is a directory"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        EXPECT_EQ(Run(arguments), 2) << arguments.front();
+        EXPECT_TRUE(Holds(Contents("err"), message)) << Contents("err");
+        Lines after = Names();
+        std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
+        EXPECT_EQ(after, before);
+    }
+    EXPECT_EQ(Contents("one"), "x");
+}
+
+TEST_F(CollectProgram, ReplacesAPackageWhenAsked) {
+    Write("one", "x");
+    Write("p.tar.zst", "old");
+    EXPECT_EQ(Run({"one", "--output", "p.tar.zst", "--force"}), 0);
+    EXPECT_EQ(MemberOf(ReadArchive("p.tar.zst"), "p/files/one").content, "x");
+}
+
+TEST_F(CollectProgram, SaysWhereItCannotWrite) {
+    Write("one", "x");
+    EXPECT_EQ(Run({"one", "--output", "missing/p.tar.zst"}), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: cannot write the package missing/p.tar.zst: No such file or directory\n");
+    EXPECT_EQ(Run({"one", "--output", "/proc/p.tar.zst"}), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "cannot write the package /proc/p.tar.zst: "));
+}
+
+// Bytes that do not compress.
+std::string Noise(std::size_t size) {
+    std::string noise;
+    for (unsigned number = 1; noise.size() < size;) {
+        number = number * 1664525U + 1013904223U;
+        noise += static_cast<char>(number >> 24U);
+    }
+    return noise;
+}
+
+// A limit on the size of files stands in for the full disk.
+TEST_F(CollectProgram, AFullDiskLeavesNoHalfPackage) {
+    const std::string noise = Noise(900000);
+    Write("logs/a", noise.substr(0, 450000));
+    Write("logs/b", noise.substr(450000));
+    ASSERT_EQ(mkdir("tmp", 0700), 0);
+    const Lines before = Names();
+    EXPECT_EQ(Run({"logs", "--output", "p.tar.zst"}, "TMPDIR=tmp; export TMPDIR; ulimit -f 1000;"), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "ominspectctl: cannot write the package p.tar.zst: File too large\n"))
+        << Contents("err");
+    Lines after = Names();
+    std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
+    EXPECT_EQ(after, before);
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
+    Write("first/a", "x");
+    WriteMany("second", 3000);
+    Write("third/c", "x");
+    ASSERT_EQ(mkdir("tmp", 0700), 0);
+    Child child = Start({"first", "second", "third", "--timeout", "60", "--output", "p.tar.zst"},
+                        "TMPDIR=" + In("tmp") + "; export TMPDIR;");
+    const auto copying = [this] {
+        std::error_code error;
+        for (const auto& area : std::filesystem::directory_iterator(In("tmp"), error)) {
+            if (std::filesystem::exists(area.path() / "second", error)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    ASSERT_TRUE(support::Eventually(copying));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1) << Contents("err");
+    EXPECT_TRUE(Holds(Contents("err"), "[1/3] ")) << Contents("err");
+    EXPECT_TRUE(Holds(Contents("err"), "interrupted; packing what is there")) << Contents("err");
+    const auto members = ReadArchive("p.tar.zst");
+    const Json manifest = Manifest(members, "p");
+    CheckSums(members, manifest.get(), "p");
+    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"first: complete", "second: interrupted", "third: not started"}));
+    EXPECT_TRUE(cJSON_IsTrue(At(manifest.get(), "interrupted")));
+    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "complete")));
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
+    // Something that reaches the disk, then something that takes forever to pack.
+    Write("area/a", Noise(1000000));
+    Write("area/huge", "");
+    std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
+    Write("c.xml", "<c><LogCollect/></c>");
+    const Lines before = Names();
+    Child child = Start({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"});
+    const auto packing = [this] {
+        return std::ranges::any_of(std::filesystem::directory_iterator(folder_), [](const auto& entry) {
+            return entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0;
+        });
+    };
+    ASSERT_TRUE(support::Eventually(packing));
+    child.Signal(SIGINT);
+    ASSERT_TRUE(support::Eventually([] { return Holds(Contents("err"), "Ctrl-C again gives up"); }));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "cannot write the package p.tar.zst: given up"));
+    Lines after = Names();
+    std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
+    EXPECT_EQ(after, before);
+}
+
+TEST_F(CollectProgram, TakesTheDevicesConfigurationByItself) {
+    EXPECT_EQ(Run({"--area", "area", "--output", "p.tar.zst"}), 1);  // this machine has none, or it names another area
+    const Json manifest = Manifest(ReadArchive("p.tar.zst"), "p");
+    EXPECT_EQ(TextAt(manifest.get(), "configuration"), "the device's configuration file");
+    EXPECT_EQ(TextAt(manifest.get(), "area"), In("area"));
+}
+
+TEST_F(CollectProgram, ATreeThatTakesTooLongIsCutShortAndItsPackageSaysSo) {
+    WriteMany("logs", 20000);
+    EXPECT_EQ(Run({"logs", "--timeout", "1", "--output", "p.tar.zst"}), 1);
+    const auto members = ReadArchive("p.tar.zst");
+    const Json manifest = Manifest(members, "p");
+    CheckSums(members, manifest.get(), "p");
+    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"logs: cut short"}));
+    const cJSON* entry = cJSON_GetArrayItem(At(manifest.get(), "entries"), 0);
+    EXPECT_TRUE(cJSON_IsTrue(At(entry, "cutShort")));
+    EXPECT_EQ(TextAt(entry, "remark"), "the time limit of 1 s ended it");
+    EXPECT_GT(NumberAt(entry, "files"), 0U);
+    EXPECT_LT(NumberAt(entry, "files"), 20000U);
+    const std::string folder = "p/files/logs/";
+    std::uint64_t packed = 0;
+    for (const Member& member : members) {
+        if (!member.name.starts_with(folder) || member.type != '-') {
+            continue;
+        }
+        EXPECT_EQ(member.content, "content " + member.name.substr(folder.size()));
+        ++packed;
+    }
+    EXPECT_EQ(packed, NumberAt(entry, "files"));
+    EXPECT_TRUE(Holds(Contents("out"), "cut short: the time limit of 1 s ended it"));
+}
+
+}  // namespace

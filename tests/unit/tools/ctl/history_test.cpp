@@ -1,0 +1,163 @@
+// The last results that a user's commands have seen.
+#include "history.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+using namespace ominspect::ctl;
+
+namespace {
+
+class HistoryTest : public testing::Test {
+protected:
+    HistoryTest() : home_(testing::TempDir() + "/history-XXXXXX") {
+        EXPECT_NE(mkdtemp(home_.data()), nullptr);
+        (void)setenv("XDG_STATE_HOME", home_.c_str(), 1);
+        (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    }
+    ~HistoryTest() override { std::filesystem::remove_all(home_); }
+
+    std::string Path() const { return home_ + "/ominspect/results.json"; }
+
+    std::string Content() const {
+        std::ifstream file(Path());
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    void SetContent(const std::string& content) const {
+        std::filesystem::create_directories(home_ + "/ominspect");
+        std::ofstream(Path()) << content;
+    }
+
+    static void Remember(const char* item, const char* status, const char* text) {
+        History history;
+        history.Add({item, status, text}, kTime);
+        EXPECT_TRUE(history.Save());
+    }
+
+    static std::string Found(const char* item) {
+        const auto last = History().Find(item);
+        return last ? last->status + "/" + last->text : "nothing";
+    }
+
+    static constexpr TimePoint kTime{std::chrono::milliseconds(1000000000007)};
+    std::string home_;
+};
+
+TEST_F(HistoryTest, AResultIsFoundByTheNextProgram) {
+    Remember("load", "success", "LOAD OK");
+    const auto last = History().Find("load");
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->status, "success");
+    EXPECT_EQ(last->text, "LOAD OK");
+    EXPECT_EQ(last->time, kTime);
+    EXPECT_EQ(Content(),
+              "{\"buses\":{\"unix:path=/bus\":"
+              "{\"load\":{\"status\":\"success\",\"text\":\"LOAD OK\",\"timeMs\":1000000000007}}}}\n");
+    EXPECT_EQ(std::filesystem::status(Path()).permissions(), std::filesystem::perms(0600));
+}
+
+TEST_F(HistoryTest, ANewerResultTakesThePlaceOfAnOlderAndLeavesTheOthers) {
+    Remember("load", "success", "LOAD OK");
+    Remember("disk", "warn", "DISK WARNING");
+    Remember("load", "fail", "LOAD CRITICAL");
+    EXPECT_EQ(Found("load"), "fail/LOAD CRITICAL");
+    EXPECT_EQ(Found("disk"), "warn/DISK WARNING");
+    EXPECT_EQ(Found("other"), "nothing");
+}
+
+TEST_F(HistoryTest, WhatIsNoResultIsNotRemembered) {
+    Remember("a", "running", "begin");
+    Remember("b", "idle", "init");
+    Remember("c", "", "done");
+    Remember("d", "fail", "no support");
+    EXPECT_FALSE(std::filesystem::exists(Path()));
+    for (const char* item : {"a", "b", "c", "d"}) {
+        EXPECT_EQ(Found(item), "nothing");
+    }
+}
+
+TEST_F(HistoryTest, EachBusHasItsOwn) {
+    Remember("load", "success", "of one bus");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/other", 1);
+    EXPECT_EQ(Found("load"), "nothing");
+    Remember("load", "fail", "of the other");
+    EXPECT_EQ(Found("load"), "fail/of the other");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    EXPECT_EQ(Found("load"), "success/of one bus");
+}
+
+TEST_F(HistoryTest, ABusThatIsUsedAgainIsNotTheOldest) {
+    Remember("load", "success", "daily");
+    for (int i = 0; i < 15; ++i) {
+        (void)setenv("KIVO_BUS_ADDRESS", ("unix:path=/" + std::to_string(i)).c_str(), 1);
+        Remember("load", "success", "");
+    }
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    Remember("load", "success", "daily");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/another", 1);
+    Remember("load", "success", "");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
+    EXPECT_EQ(Found("load"), "success/daily");
+}
+
+TEST_F(HistoryTest, TheOldestBusesAndItemsAreForgotten) {
+    for (int i = 0; i < 17; ++i) {
+        (void)setenv("KIVO_BUS_ADDRESS", ("unix:path=/" + std::to_string(i)).c_str(), 1);
+        Remember("load", "success", "");
+    }
+    EXPECT_EQ(Found("load"), "success/");
+    (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/0", 1);
+    EXPECT_EQ(Found("load"), "nothing");
+    Remember("first", "success", "");
+    {
+        History history;
+        for (int i = 0; i < 1024; ++i) {
+            history.Add({"item" + std::to_string(i), "success", ""}, kTime);
+        }
+        EXPECT_TRUE(history.Save());
+    }
+    EXPECT_EQ(Found("first"), "nothing");
+    EXPECT_EQ(Found("item0"), "success/");
+}
+
+TEST_F(HistoryTest, BytesThatAreNoTextAreKeptAsText) {
+    Remember("a\xFF", "x\n", "\xC3");
+    EXPECT_EQ(Found("a\xFF"), "x\n/\xEF\xBF\xBD");
+}
+
+TEST_F(HistoryTest, AFileThatIsNoHistoryCountsAsEmptyAndIsReplaced) {
+    for (const char* content :
+         {"", "not JSON", "[]", R"({"buses":3})", R"({"buses":{"unix:path=/bus":[{"timeMs":1}]}})",
+          R"({"buses":{"unix:path=/bus":{"load":7,"disk":{"timeMs":-1},"swap":{"timeMs":1e300}}}})"}) {
+        SetContent(content);
+        for (const char* item : {"load", "disk", "swap"}) {
+            EXPECT_EQ(Found(item), "nothing") << content;
+        }
+        Remember("load", "success", "LOAD OK");
+        EXPECT_EQ(Found("load"), "success/LOAD OK") << content;
+    }
+}
+
+TEST_F(HistoryTest, AFolderThatCannotBeMadeIsSaid) {
+    std::ofstream(home_ + "/ominspect") << "a file in its place";
+    History history;
+    history.Add({"load", "success", ""}, kTime);
+    EXPECT_FALSE(history.Save());
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST_F(HistoryTest, WithoutAHomeNothingIsSaved) {
+    (void)unsetenv("XDG_STATE_HOME");
+    (void)unsetenv("HOME");
+    Remember("load", "success", "LOAD OK");
+    EXPECT_EQ(Found("load"), "nothing");
+}
+
+}  // namespace

@@ -1,0 +1,187 @@
+// A running command: what it sees, what is taken from it, how it ends.
+#include "child.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include "support/eventually.h"
+#include "support/process_state.h"
+
+using namespace ominspect::owner;
+using End = CommandOutcome::End;
+
+namespace {
+
+CommandSpec Spec(std::vector<std::string> argv) {
+    CommandSpec spec;
+    spec.argv = std::move(argv);
+    return spec;
+}
+
+CommandSpec Shell(const std::string& script) {
+    return Spec({"/bin/sh", "-c", script});
+}
+
+// Reads the output and waits for the end as a supervisor does, for half a minute at most.
+CommandOutcome Finish(Child& child) {
+    for (int i = 0; i < 3000; ++i) {
+        pollfd fds[] = {{child.ExitFd(), POLLIN, 0}, {child.OutFd(), POLLIN, 0}, {child.ErrFd(), POLLIN, 0}};
+        (void)poll(fds, 3, 10);
+        child.ReadOutput();
+        if (auto outcome = child.Reap()) {
+            return *outcome;
+        }
+    }
+    ADD_FAILURE() << "the command did not end";
+    return {};
+}
+
+CommandOutcome RunToEnd(const CommandSpec& spec) {
+    int error = 0;
+    auto child = Child::Start(spec, error);
+    if (!child) {
+        return {End::kNotStarted, error, {}};
+    }
+    return Finish(*child);
+}
+
+TEST(Child, GivesExitStatusAndBothOutputs) {
+    const auto outcome = RunToEnd(Shell("echo out; echo err >&2; exit 2"));
+    EXPECT_EQ(outcome.end, End::kExited);
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(outcome.output.out, "out\n");
+    EXPECT_EQ(outcome.output.err, "err\n");
+}
+
+TEST(Child, GivesTheSignalThatEndedIt) {
+    const auto outcome = RunToEnd(Shell("kill -SEGV $$"));
+    EXPECT_EQ(outcome.end, End::kSignalled);
+    EXPECT_EQ(outcome.code, 11);
+}
+
+TEST(Child, HandsArgumentsOnUnchanged) {
+    const auto outcome = RunToEnd(Spec({"/usr/bin/printf", "%s|", "a b", "", "$HOME; `id`", "\xFF"}));
+    EXPECT_EQ(outcome.output.out, "a b||$HOME; `id`|\xFF|");
+}
+
+TEST(Child, SeesItsItemAndArgumentInTheEnvironment) {
+    (void)setenv("INSPECT_CMD", "of the owner itself", 1);
+    (void)setenv("CHILD_TEST", "handed on", 1);
+    auto spec = Shell("echo \"$INSPECT_ITEM|$INSPECT_CMD|$CHILD_TEST\"");
+    spec.item = "conf_sip_ft";
+    spec.argument = "a \"b\" $(id)";
+    EXPECT_EQ(RunToEnd(spec).output.out, "conf_sip_ft|a \"b\" $(id)|handed on\n");
+    spec.argv = {"/bin/grep", "-z", "-c", "^INSPECT_", "/proc/self/environ"};
+    EXPECT_EQ(RunToEnd(spec).output.out, "2\n") << "each stands there once";
+    (void)unsetenv("INSPECT_CMD");
+    (void)unsetenv("CHILD_TEST");
+}
+
+TEST(Child, HasAnEmptyInput) {
+    EXPECT_EQ(RunToEnd(Spec({"/bin/cat"})).code, 0);
+}
+
+TEST(Child, InheritsNoOtherDescriptor) {
+    const int inheritable = fcntl(STDERR_FILENO, F_DUPFD, 100);
+    ASSERT_GE(inheritable, 100);
+    // 3 is the folder that ls itself reads.
+    EXPECT_EQ(RunToEnd(Spec({"/bin/ls", "/proc/self/fd"})).output.out, "0\n1\n2\n3\n");
+    (void)close(inheritable);
+}
+
+TEST(Child, StartsWithDefaultSignals) {
+    sigset_t set{};
+    sigset_t former{};
+    (void)sigemptyset(&set);
+    (void)sigaddset(&set, SIGTERM);
+    (void)sigaddset(&set, SIGUSR1);
+    (void)pthread_sigmask(SIG_BLOCK, &set, &former);
+    const auto formerPipe = std::signal(SIGPIPE, SIG_IGN);
+    const auto blocked = RunToEnd(Spec({"/bin/grep", "^SigBlk", "/proc/self/status"}));
+    const auto ignored = RunToEnd(Spec({"/bin/grep", "^SigIgn", "/proc/self/status"}));
+    (void)std::signal(SIGPIPE, formerPipe);
+    (void)pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    EXPECT_EQ(blocked.output.out, "SigBlk:\t0000000000000000\n");
+    // 32 and 33 are the C library's own.
+    const std::uint64_t own = 0x180000000;
+    ASSERT_TRUE(ignored.output.out.starts_with("SigIgn:\t"));
+    EXPECT_EQ(std::stoull(ignored.output.out.substr(8), nullptr, 16) & ~own, 0U);
+}
+
+TEST(Child, LeadsAGroupOfItsOwn) {
+    const auto outcome = RunToEnd(Shell("ps -o pid=,pgid= -p $$ | awk '{print ($1 == $2)}'"));
+    EXPECT_EQ(outcome.output.out, "1\n") << outcome.output.err;
+}
+
+TEST(Child, ThatWritesMuchIsReadToItsEndAndCutTo4096Bytes) {
+    const auto outcome = RunToEnd(Spec({"/usr/bin/head", "-c", "3000000", "/dev/zero"}));
+    EXPECT_EQ(outcome.end, End::kExited);
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output.out.size(), 4096U);
+}
+
+TEST(Child, IsOverWithItsLeaderAndTakesBackgroundProcessesWithIt) {
+    const auto outcome = RunToEnd(Shell("sleep 1000 & echo $!"));
+    EXPECT_EQ(outcome.end, End::kExited);
+    EXPECT_EQ(outcome.code, 0);
+    const pid_t background = std::stoi(outcome.output.out);
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
+}
+
+TEST(Child, IsEndedWithItsObject) {
+    int error = 0;
+    auto child = Child::Start(Shell("echo $$; sleep 1000"), error);
+    ASSERT_TRUE(child);
+    pollfd out{child->OutFd(), POLLIN, 0};
+    ASSERT_EQ(poll(&out, 1, 30000), 1);
+    char text[32] = {};
+    ASSERT_GT(read(child->OutFd(), text, sizeof text - 1), 0);
+    child.reset();
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(std::atoi(text)); }));
+}
+
+TEST(Child, ThatDoesNotExistIsNotStarted) {
+    const auto outcome = RunToEnd(Spec({"/nonexistent/check"}));
+    EXPECT_EQ(outcome.end, End::kNotStarted);
+    EXPECT_EQ(outcome.code, ENOENT);
+}
+
+class ChildFile : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = testing::TempDir() + "owner_child_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        path_ = pattern + "/check";
+        std::ofstream(path_) << "echo never\n";
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    std::filesystem::path folder_;
+    std::string path_;
+};
+
+TEST_F(ChildFile, WithoutPermissionIsNotStarted) {
+    const auto outcome = RunToEnd(Spec({path_}));
+    EXPECT_EQ(outcome.end, End::kNotStarted);
+    EXPECT_EQ(outcome.code, EACCES);
+}
+
+TEST_F(ChildFile, ThatIsNoProgramIsNotHandedToAShell) {
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+    const auto outcome = RunToEnd(Spec({path_}));
+    EXPECT_EQ(outcome.end, End::kNotStarted);
+    EXPECT_EQ(outcome.code, ENOEXEC);
+}
+
+}  // namespace

@@ -1,0 +1,262 @@
+// Commands side by side: order, limits, stops, shutdown.
+#include "runner.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "support/eventually.h"
+#include "support/process_state.h"
+#include "support/temp_folder.h"
+
+using namespace ominspect::owner;
+using namespace std::chrono_literals;
+using End = CommandOutcome::End;
+
+namespace {
+
+// Collects the outcomes in the order in which they are told.
+class Outcomes {
+public:
+    CommandRunner::Done As(const std::string& name) {
+        return [this, name](const CommandOutcome& outcome) {
+            const std::lock_guard lock(mutex_);
+            told_.emplace_back(name, outcome);
+        };
+    }
+    std::size_t Count() {
+        const std::lock_guard lock(mutex_);
+        return told_.size();
+    }
+    bool Wait(std::size_t count) {
+        return support::Eventually([this, count] { return Count() >= count; });
+    }
+    std::string Order() {
+        const std::lock_guard lock(mutex_);
+        std::string out;
+        for (const auto& [name, outcome] : told_) {
+            out += name;
+        }
+        return out;
+    }
+    CommandOutcome Of(const std::string& name) {
+        const std::lock_guard lock(mutex_);
+        for (const auto& [told, outcome] : told_) {
+            if (told == name) {
+                return outcome;
+            }
+        }
+        ADD_FAILURE() << name << " was not told";
+        return {};
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::pair<std::string, CommandOutcome>> told_;
+};
+
+CommandSpec Shell(const std::string& script, std::chrono::milliseconds limit = 1h) {
+    CommandSpec spec;
+    spec.argv = {"/bin/sh", "-c", script};
+    spec.limit = limit;
+    return spec;
+}
+
+class Runner : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = testing::TempDir() + "owner_runner_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override {
+        runner_.reset();
+        std::filesystem::remove_all(folder_);
+    }
+
+    CommandRunner& Make(unsigned maxParallel, std::chrono::milliseconds termGrace = 30s) {
+        runner_ = std::make_unique<CommandRunner>(
+            CommandRunner::Settings{.maxParallel = maxParallel, .termGrace = termGrace});
+        return *runner_;
+    }
+
+    // A script that writes its process id to a file, says that it is ready, and sleeps.
+    std::string Sleeper(const std::string& name, const std::string& before = "") const {
+        const std::string path = folder_ + "/" + name;
+        return before + "sleep 1000 & echo $! >'" + path + ".new'; mv '" + path + ".new' '" + path + "'; wait; wait";
+    }
+    pid_t PidOf(const std::string& name) const {
+        std::string text;
+        EXPECT_TRUE(support::Eventually([&] { return !(text = support::Contents(folder_ + "/" + name)).empty(); }));
+        return text.empty() ? 0 : std::stoi(text);
+    }
+
+    std::string folder_;
+    Outcomes outcomes_;  // outlives the runner's thread
+    std::unique_ptr<CommandRunner> runner_;
+};
+
+TEST_F(Runner, TellsWhatACommandGave) {
+    EXPECT_NE(Make(2).Start(Shell("echo hello; exit 1"), outcomes_.As("a")), 0U);
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kExited);
+    EXPECT_EQ(outcomes_.Of("a").code, 1);
+    EXPECT_EQ(outcomes_.Of("a").output.out, "hello\n");
+}
+
+TEST_F(Runner, TellsWhyACommandCouldNotBeStarted) {
+    CommandSpec spec;
+    spec.argv = {"/nonexistent/check"};
+    spec.limit = 1h;
+    Make(1).Start(spec, outcomes_.As("a"));
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kNotStarted);
+}
+
+TEST_F(Runner, RunsCommandsSideBySide) {
+    CommandRunner& runner = Make(3);
+    for (const char* name : {"a", "b", "c"}) {
+        runner.Start(Shell(Sleeper(name)), outcomes_.As(name));
+    }
+    EXPECT_NE(PidOf("a"), 0);
+    EXPECT_NE(PidOf("b"), 0);
+    EXPECT_NE(PidOf("c"), 0);
+    EXPECT_EQ(outcomes_.Count(), 0U);
+}
+
+TEST_F(Runner, StartsWaitingCommandsInOrderAsPlacesBecomeFree) {
+    CommandRunner& runner = Make(1);
+    const auto first = runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
+    for (const char* name : {"b", "c", "d"}) {
+        runner.Start(Shell("true"), outcomes_.As(name));
+    }
+    (void)PidOf("a");
+    runner.Stop(first);
+    ASSERT_TRUE(outcomes_.Wait(4));
+    EXPECT_EQ(outcomes_.Order(), "abcd");
+}
+
+TEST_F(Runner, StartsAnUrgentCommandWithoutAFreePlace) {
+    CommandRunner& runner = Make(1);
+    runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
+    auto urgent = Shell("true");
+    urgent.atOnce = true;
+    runner.Start(urgent, outcomes_.As("u"));
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Order(), "u");
+}
+
+TEST_F(Runner, EndsTheWholeGroupWhenTheLimitPasses) {
+    Make(1).Start(Shell(Sleeper("a"), 500ms), outcomes_.As("a"));
+    const pid_t background = PidOf("a");
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kTimeLimit);
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
+}
+
+TEST_F(Runner, KillsACommandThatDoesNotHearItsEnd) {
+    Make(1, 100ms).Start(Shell(Sleeper("a", "trap '' TERM; "), 500ms), outcomes_.As("a"));
+    const pid_t background = PidOf("a");
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kTimeLimit);
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
+}
+
+TEST_F(Runner, LetsACommandTidyUpWhenItIsEnded) {
+    CommandRunner& runner = Make(1);
+    const auto id = runner.Start(Shell(Sleeper("a", "trap 'echo tidy; exit 0' TERM; ")), outcomes_.As("a"));
+    (void)PidOf("a");
+    runner.Stop(id);
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
+    EXPECT_EQ(outcomes_.Of("a").output.out, "tidy\n");
+}
+
+TEST_F(Runner, EndsACommandThatIsHeld) {
+    CommandRunner& runner = Make(1, 1h);
+    const auto id = runner.Start(Shell("echo $$ >'" + folder_ + "/a'; kill -STOP $$"), outcomes_.As("a"));
+    const pid_t held = PidOf("a");
+    ASSERT_TRUE(support::Eventually([&] { return support::StateOf(held) == 'T'; }));
+    runner.Stop(id);
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
+}
+
+TEST_F(Runner, TakesAStoppedCommandOutOfTheQueue) {
+    CommandRunner& runner = Make(1);
+    runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
+    const auto waiting = runner.Start(Shell("touch '" + folder_ + "/started'"), outcomes_.As("b"));
+    runner.Stop(waiting);
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("b").end, End::kStopped);
+    runner.Shutdown();
+    EXPECT_FALSE(std::ifstream(folder_ + "/started").good());
+}
+
+TEST_F(Runner, CountsTheTimeOfWaitingIntoTheLimit) {
+    CommandRunner& runner = Make(1);
+    runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
+    runner.Start(Shell("true", 100ms), outcomes_.As("b"));
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("b").end, End::kNeverStarted);
+}
+
+TEST_F(Runner, WithholdsAnOutcomeUntilItMayBeTold) {
+    CommandRunner& runner = Make(2);
+    auto early = Shell("true");
+    early.settle = 1s;
+    runner.Start(early, outcomes_.As("a"));
+    runner.Start(Shell("true"), outcomes_.As("b"));
+    ASSERT_TRUE(outcomes_.Wait(2));
+    EXPECT_EQ(outcomes_.Order(), "ba");
+}
+
+TEST_F(Runner, FreesThePlaceOfACommandWhoseOutcomeIsWithheld) {
+    CommandRunner& runner = Make(1);
+    auto early = Shell("true");
+    early.settle = 1s;
+    runner.Start(early, outcomes_.As("a"));
+    runner.Start(Shell("true"), outcomes_.As("b"));
+    ASSERT_TRUE(outcomes_.Wait(2));
+    EXPECT_EQ(outcomes_.Order(), "ba");
+}
+
+TEST_F(Runner, IgnoresAStopForACommandThatIsGone) {
+    CommandRunner& runner = Make(1);
+    const auto id = runner.Start(Shell("true"), outcomes_.As("a"));
+    ASSERT_TRUE(outcomes_.Wait(1));
+    runner.Stop(id);
+    runner.Stop(4711);
+    runner.Start(Shell("true"), outcomes_.As("b"));
+    ASSERT_TRUE(outcomes_.Wait(2));
+    EXPECT_EQ(outcomes_.Of("b").end, End::kExited);
+}
+
+TEST_F(Runner, TellsEveryCommandBeforeItsShutdownReturns) {
+    CommandRunner& runner = Make(2, 100ms);
+    runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
+    runner.Start(Shell(Sleeper("b", "trap '' TERM; ")), outcomes_.As("b"));
+    runner.Start(Shell("true"), outcomes_.As("c"));
+    const pid_t first = PidOf("a");
+    const pid_t second = PidOf("b");
+    runner.Shutdown();
+    ASSERT_EQ(outcomes_.Count(), 3U);
+    for (const char* name : {"a", "b", "c"}) {
+        EXPECT_EQ(outcomes_.Of(name).end, End::kStopped) << name;
+    }
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
+}
+
+TEST_F(Runner, TakesNothingOnceItShutsDown) {
+    CommandRunner& runner = Make(1);
+    runner.Shutdown();
+    EXPECT_EQ(runner.Start(Shell("true"), outcomes_.As("a")), 0U);
+    runner.Shutdown();
+    EXPECT_EQ(outcomes_.Count(), 0U);
+}
+
+}  // namespace
