@@ -6,11 +6,11 @@
 #include <cstring>
 #include <thread>
 
+#include "base/guard.h"
+#include "base/log.h"
 #include "collect/file_ops.h"
 #include "kivo/os_file.h"
 #include "ominspect/collect.h"
-#include "server/guard.h"
-#include "server/log.h"
 
 namespace {
 

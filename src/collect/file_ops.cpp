@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/log.h"
 #include "kivo/os_bounds.h"
 #include "ominspect/collect.h"
-#include "server/log.h"
 
 namespace {
 

@@ -1,18 +1,20 @@
 // The rolling backup of the system log: its thread at start, its timer, and the collection of the system-log entry.
 #include "collect/wylog_backup.h"
 
+#include <pthread.h>
+
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "collect/device_paths.h"
+#include "base/device_paths.h"
+#include "base/guard.h"
+#include "base/log.h"
 #include "collect/file_ops.h"
 #include "collect/wylog_files.h"
 #include "kivo/os_thread.h"
 #include "kivo/os_timer.h"
 #include "ominspect/collect.h"
-#include "server/guard.h"
-#include "server/log.h"
 
 // Seconds. The tests' build of this file has shorter ones.
 #ifndef INSPECT_BACKUP_DELAY_S
@@ -111,6 +113,7 @@ void StartBackup() {
 }
 
 void* BackupThread(void* /*argument*/) {
+    (void)pthread_setname_np(pthread_self(), "wylog_backup");
     (void)OsSleep(kStartDelay);
     RunGuarded(kLogUnit, "backup", StartBackup);
     return nullptr;

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/log.h"
 #include "collect/file_ops.h"
 #include "kivo/os_file.h"
 #include "ominspect/collect.h"
-#include "server/log.h"
 
 namespace {
 

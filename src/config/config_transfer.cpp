@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "base/log.h"
 #include "kivo/os_bounds.h"
-#include "server/log.h"
 
 namespace {
 

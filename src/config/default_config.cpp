@@ -1,7 +1,7 @@
 // The built-in tables, and the static initialisation of the configuration, in this order.
 #include "config/default_config.h"
 
-#include "collect/device_paths.h"
+#include "base/device_paths.h"
 #include "ominspect/config.h"
 
 // clang-format off

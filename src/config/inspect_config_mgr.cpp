@@ -4,10 +4,10 @@
 #include <new>
 #include <string_view>
 
+#include "base/log.h"
 #include "config/config_transfer.h"
 #include "config/default_config.h"
 #include "ominspect/config.h"
-#include "server/log.h"
 
 namespace {
 

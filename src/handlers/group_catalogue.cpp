@@ -1,11 +1,11 @@
-// The catalogue of inspection groups.
+// A new group is one more row of kGroups.
 #include "handlers/group_catalogue.h"
 
 #include <algorithm>
 #include <map>
 
+#include "base/records.h"
 #include "handlers/json.h"
-#include "handlers/records.h"
 
 namespace {
 

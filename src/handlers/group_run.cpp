@@ -6,14 +6,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/guard.h"
+#include "base/log.h"
+#include "base/send_result.h"
 #include "handlers/json.h"
 #include "handlers/single.h"
 #include "kivo/os_bounds.h"
 #include "ominspect/messages.h"
 #include "result/result_mgr.h"
-#include "server/guard.h"
-#include "server/log.h"
-#include "server/send_result.h"
 #include "task/inspacet_task.h"
 
 // The tests' build of the server waits less long.

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "handlers/records.h"
+#include "base/records.h"
 
 struct TaskData;
 

@@ -8,7 +8,15 @@
 
 #include "kivo/os_msg.h"
 
+class InspectConfigMgr;
+
+/// The configuration; null before Inspect::Init.
+extern InspectConfigMgr* g_inspectConfigMgr;
+
 namespace Inspect {
+
+/// Does nothing: usage reports are ignored.
+void InitDot();
 
 /// Id 0: runs, stops or resets one item; replies with its 192-byte result. Holds the server task, polling once a
 /// second, while an item that answered "running" is waited for.

@@ -1,4 +1,4 @@
-// Reads the string members of JSON request texts, with cJSON.
+// The parsed tree is deleted on every path.
 #include "handlers/json.h"
 
 #include <cjson/cJSON.h>

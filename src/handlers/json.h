@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "handlers/records.h"
+#include "base/records.h"
 
 /// Copies the string member `key` of a JSON object text into `out`. The text must be NUL-terminated: it is parsed
 /// up to its NUL, `in->len` is not looked at. 0: `out` holds the value; 1: null argument, no JSON, no such member,

@@ -1,9 +1,10 @@
-// Reads what the handlers need out of an incoming envelope and its payload.
+// Texts are cut at dataLen, whether or not the sender ended them with a NUL.
 #include "handlers/payload.h"
 
 #include <cstring>
+#include <new>
 
-#include "server/field_text.h"
+#include "base/field_text.h"
 
 bool HasPayload(const TagMsgBlock& msg) {
     return msg.data != nullptr && msg.dataLen != 0;
@@ -31,4 +32,17 @@ std::vector<std::string> PayloadTexts(const TagMsgBlock& msg) {
 
 InspectClientMsg ClientOf(const TagMsgBlock& msg) {
     return {FieldText(msg.srcProcName).c_str(), FieldText(msg.replyTaskName).c_str()};
+}
+
+bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
+    replyLen = length;
+    reply.reset(new (std::nothrow) unsigned char[length]());
+    if (reply == nullptr) {
+        replyLen = 0;
+    }
+    return reply != nullptr;
+}
+
+void WriteReply(uint32_t value, std::unique_ptr<unsigned char[]>& reply) {
+    std::memcpy(reply.get(), &value, sizeof(value));
 }

@@ -1,11 +1,13 @@
-// Reads what the handlers need out of an incoming envelope and its payload. Payloads are what any process sent:
-// nothing is read beyond dataLen.
+// Payloads of messages in both directions: what the handlers read out of an incoming envelope, and how they answer.
+// Incoming payloads are whatever any process sent: nothing is read beyond dataLen.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "handlers/records.h"
+#include "base/records.h"
 #include "kivo/os_msg.h"
 
 /// Whether there is a payload of at least one byte.
@@ -22,3 +24,9 @@ std::vector<std::string> PayloadTexts(const TagMsgBlock& msg);
 
 /// The sender as the client to which asynchronous results go.
 InspectClientMsg ClientOf(const TagMsgBlock& msg);
+
+/// Sets the reply to `length` zero bytes. False when there is no memory for them: the reply is then empty.
+bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+
+/// Writes the number that the whole reply consists of. Needs a reply of 4 bytes.
+void WriteReply(uint32_t value, std::unique_ptr<unsigned char[]>& reply);

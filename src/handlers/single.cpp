@@ -1,4 +1,4 @@
-// Single-item requests: the request itself, and its synchronous handler.
+// Single-item requests: id 0, answered by the reply, and id 18, answered by messages from a background job.
 #include "handlers/single.h"
 
 #include <unistd.h>
@@ -6,19 +6,42 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/log.h"
+#include "base/send_result.h"
 #include "handlers/handlers.h"
 #include "handlers/json.h"
 #include "handlers/payload.h"
-#include "handlers/reply.h"
 #include "kivo/os_bounds.h"
+#include "ominspect/messages.h"
 #include "result/result_mgr.h"
-#include "server/log.h"
+#include "task/inspacet_task.h"
 
 namespace {
 
 constexpr LogUnit kLogUnit{"inspect_dealmsg", 19};
 constexpr uint8_t kWait = 0;
 constexpr uint8_t kFinal = 1;
+
+void SendItem(const tagKivoOmInspectionDataItem& item, const InspectClientMsg& client) {
+    SendASyncResult(OM_INSPECT_MSG_RUN, client, reinterpret_cast<const unsigned char*>(&item.result),
+                    sizeof(item.result));
+}
+
+// A requester of an item that runs gets two results: "running", and the final one.
+void RunSingle(const std::string& requestJson, const InspectClientMsg& client) {
+    tagKivoOmInspectionDataItem item{};
+    const bool wait = Inspect::InspectSingle(requestJson, item) == kWait;
+    SendItem(item, client);
+    if (!wait) {
+        return;
+    }
+    const std::string name = item.result.name;
+    g_resultMgr.AddRequesterMsg(name, client);
+    do {
+        sleep(1);
+    } while (g_resultMgr.UnLockResult(name, item) == 0);
+    SendItem(item, client);
+}
 
 }  // namespace
 
@@ -67,4 +90,12 @@ void Inspect::SyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>&
         } while (g_resultMgr.UnLockResult(key, item) == 0);
     }
     std::memcpy(reply.get(), &item.result, sizeof(item.result));
+}
+
+void Inspect::ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
+                              unsigned int& /*replyLen*/) {
+    if (HasPayload(*msg)) {
+        (void)InspacetTask::StartJob(
+            [json = PayloadText(*msg), client = ClientOf(*msg)](TaskData& /*task*/) { RunSingle(json, client); }, true);
+    }
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "handlers/records.h"
+#include "base/records.h"
 
 namespace Inspect {
 

@@ -1,9 +1,9 @@
 // The server's own inspection item tells the directory of the terminal's application logs.
 #include "inside/inside_inspection.h"
 
+#include "base/log.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_bounds.h"
-#include "server/log.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <memory>
 #include <new>
 
+#include "base/field_text.h"
+#include "base/log.h"
+#include "base/message_block.h"
 #include "kivo/os_bounds.h"
 #include "ominspect/messages.h"
-#include "server/field_text.h"
-#include "server/log.h"
-#include "server/message_block.h"
 
 // How long an owner may take to answer, in ms. Only the build that tests silent owners sets another limit.
 #ifndef INSPECT_OWNER_TIMEOUT_MS
@@ -48,25 +48,25 @@ private:
 }  // namespace
 
 PipeliningMgr::PipeliningMgr() {
-    (void)OsRwLockInit(&m_registryLock, 0);
+    (void)OsRwLockInit(&registryLock, 0);
 }
 
 PipeliningMgr::~PipeliningMgr() {
-    (void)OsRwLockDestroy(&m_registryLock);
+    (void)OsRwLockDestroy(&registryLock);
 }
 
 unsigned int PipeliningMgr::RegInspectItem(const std::string& name, const InspectClientMsg& owner) {
     INSPECT_ERROR("add inspection in pipeline: [%s] from [%s:%s] ", name.c_str(), owner.procName.c_str(),
                   owner.taskName.c_str());
-    const RegistryHold hold(m_registryLock, OsRwLockWrLock);
-    m_itemRegistry.insert({name, owner});
+    const RegistryHold hold(registryLock, OsRwLockWrLock);
+    itemRegistry.insert({name, owner});
     return 0;
 }
 
 unsigned int PipeliningMgr::UnRegInspectItem(const std::string& name) {
     INSPECT_ERROR("del inspection in pipeline: [%s] ", name.c_str());
-    const RegistryHold hold(m_registryLock, OsRwLockWrLock);
-    m_itemRegistry.erase(name);
+    const RegistryHold hold(registryLock, OsRwLockWrLock);
+    itemRegistry.erase(name);
     return 0;
 }
 
@@ -79,9 +79,9 @@ unsigned int PipeliningMgr::StopInspectPipeLining() {
 }
 
 bool PipeliningMgr::FindOwner(const std::string& name, InspectClientMsg& owner) {
-    const RegistryHold hold(m_registryLock, OsRwLockRdLock);
-    const auto found = m_itemRegistry.find(name);
-    if (found == m_itemRegistry.end()) {
+    const RegistryHold hold(registryLock, OsRwLockRdLock);
+    const auto found = itemRegistry.find(name);
+    if (found == itemRegistry.end()) {
         INSPECT_ERROR("[%s]not found inspect : %s ", "GetInspectResult", name.c_str());
         return false;
     }

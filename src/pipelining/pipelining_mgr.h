@@ -7,7 +7,7 @@
 #include <queue>
 #include <string>
 
-#include "handlers/records.h"
+#include "base/records.h"
 #include "kivo/os_lock.h"
 
 /// Any thread may call; no lock is held while an owner is asked, so several runs may wait at once.
@@ -36,7 +36,7 @@ public:
 private:
     bool FindOwner(const std::string& name, InspectClientMsg& owner);
 
-    OsRwLock m_registryLock{};  // guards m_itemRegistry; held for one lookup or change, never across a send
-    std::map<std::string, InspectClientMsg> m_itemRegistry;
-    std::queue<std::string> m_pendingQueue;  // unused
+    OsRwLock registryLock{};  // guards itemRegistry; held for one lookup or change, never across a send
+    std::map<std::string, InspectClientMsg> itemRegistry;
+    std::queue<std::string> pendingQueue;  // unused
 };

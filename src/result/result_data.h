@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "handlers/records.h"
+#include "base/records.h"
 
 /// State, result and requesters of an item or a group. Guarded by the table lock of ResultMgr.
 struct ResultData {

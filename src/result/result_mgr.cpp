@@ -1,19 +1,49 @@
-// The result table: items, groups and requesters come and go.
+// The table itself: items, groups and requesters come and go, and results are read without a run.
 #include "result/result_mgr.h"
 
-#include "server/log.h"
+#include "base/log.h"
+#include "kivo/os_bounds.h"
 #include "task/inspacet_task.h"
 
 namespace {
 
 constexpr LogUnit kLogUnit{"ResultMgr", 13};
 
+// Destroys the one instance when the process exits, unless a background job may still use it: that job and the table
+// then end with the process.
+union Global {
+    Global() : value() {}
+    Global(const Global&) = delete;
+    Global& operator=(const Global&) = delete;
+    ~Global() {
+        if (!InspacetTask::HasLiveJobs()) {
+            value.~ResultMgr();
+        }
+    }
+
+    ResultMgr value;
+};
+
+Global g_global;
+
 }  // namespace
 
-ResultMgr& g_resultMgr = *new ResultMgr;
+ResultMgr& g_resultMgr = g_global.value;
+
+tagKivoOmInspectionResult MakeResult(const char* name, const char* status, const char* text) {
+    tagKivoOmInspectionResult result{};
+    (void)strcpy_s(result.name, sizeof(result.name), name);
+    (void)strcpy_s(result.status, sizeof(result.status), status);
+    (void)strcpy_s(result.text, sizeof(result.text), text);
+    return result;
+}
+
+tagKivoOmInspectionDataItem MakeDataItem(const ResultData& data) {
+    return {data.result, data.startTime, data.endTime};
+}
 
 void ResultMgr::Init() {
-    m_runningCount = 0;
+    runningCount = 0;
 }
 
 ResultData* ResultMgr::Find(const std::string& name) {
@@ -83,5 +113,43 @@ void ResultMgr::GetRequesterMsg(const std::string& name, std::vector<InspectClie
     const std::lock_guard lock(m_tableLock);
     if (const ResultData* data = Find(name)) {
         out = data->requesters;
+    }
+}
+
+uint32_t ResultMgr::UnLockResult(const std::string& name, tagKivoOmInspectionDataItem& out) {
+    const std::lock_guard lock(m_tableLock);
+    ResultData* data = Find(name);
+    if (data == nullptr) {
+        out.result = MakeResult(name.c_str(), "fail", "no support");
+        INSPECT_ERROR("find name err [%s] ", name.c_str());
+        return 1;
+    }
+    out = MakeDataItem(*data);
+    if (HasStatus(out.result, "running")) {
+        return 0;
+    }
+    StopInspect(*data, false);
+    return 1;
+}
+
+void ResultMgr::GetResultStatic(const std::string& name, tagKivoOmInspectionDataItem& out) {
+    const std::lock_guard lock(m_tableLock);
+    if (const ResultData* data = Find(name)) {
+        out = MakeDataItem(*data);
+    }
+}
+
+void ResultMgr::SetResultStatic(const std::string& name, const std::string& status) {
+    const std::lock_guard lock(m_tableLock);
+    ResultData* data = Find(name);
+    if (data == nullptr) {
+        return;
+    }
+    char(&field)[OM_INSPECT_STATUS_SIZE] = data->result.status;
+    (void)memset_s(field, sizeof(field), 0, sizeof(field));
+    const errno_t error = strcpy_s(field, sizeof(field), status.c_str());
+    INSPECT_INFO("SetResultStatic %s to %s", name.c_str(), status.c_str());
+    if (error != 0) {
+        INSPECT_INFO("SetResultStatic %s err, ret : %d", name.c_str(), error);
     }
 }

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "handlers/records.h"
+#include "base/records.h"
 #include "pipelining/pipelining_mgr.h"
 #include "result/result_data.h"
 
@@ -23,7 +23,7 @@ struct TaskData;
 
 class ResultMgr {
 public:
-    // ---- the table (result_mgr.cpp) ----
+    // ---- the table, and reading it without a run (result_mgr.cpp) ----
 
     /// Sets the count of active runs to 0.
     void Init();
@@ -47,7 +47,17 @@ public:
     /// Copies the item's requesters to `out`, which stays as it is for an unknown name.
     void GetRequesterMsg(const std::string& name, std::vector<InspectClientMsg>& out);
 
-    // ---- runs (result_run.cpp, result_wait.cpp) ----
+    /// 0: still "running". 1: `out` is final and one hold on the run was released, or the name is unknown and
+    /// `out` is (name, "fail", "no support").
+    uint32_t UnLockResult(const std::string& name, tagKivoOmInspectionDataItem& out);
+
+    /// Copies the entry to `out`, which stays as it is for an unknown name.
+    void GetResultStatic(const std::string& name, tagKivoOmInspectionDataItem& out);
+
+    /// Overwrites the status text, and nothing else. A text of more than 31 bytes leaves it empty.
+    void SetResultStatic(const std::string& name, const std::string& status);
+
+    // ---- runs (result_run.cpp) ----
 
     /// Starts a group; how many of its runs are then in progress, 0 for an unknown group.
     uint32_t StartGroup(const std::string& name);
@@ -65,18 +75,6 @@ public:
     /// Takes what an owner reports. The run stays held until UnLockResult.
     void SetResult(tagKivoOmInspectionResult& result);
 
-    // ---- reading and writing without a run (result_read.cpp) ----
-
-    /// 0: still "running". 1: `out` is final and one hold on the run was released, or the name is unknown and
-    /// `out` is (name, "fail", "no support").
-    uint32_t UnLockResult(const std::string& name, tagKivoOmInspectionDataItem& out);
-
-    /// Copies the entry to `out`, which stays as it is for an unknown name.
-    void GetResultStatic(const std::string& name, tagKivoOmInspectionDataItem& out);
-
-    /// Overwrites the status text, and nothing else. A text of more than 31 bytes leaves it empty.
-    void SetResultStatic(const std::string& name, const std::string& status);
-
 private:
     friend class ResultMgrPeer;  // lets the unit tests start and stop runs on an entry of their own
 
@@ -92,15 +90,18 @@ private:
     void BeginRun(ResultData& data, const std::string* text);
     void EndRun(ResultData& data, const std::string* text, bool force);
 
+    // Starts a wait timer job; its identifier, 0 when there is no thread or no memory for it. Needs the table lock.
+    uint32_t StartWait(const char* name, uint32_t timeout);
+
     // Body of the wait timer job; takes the table lock when the time limit is reached.
     void AwaitTimeLimit(const std::string& name, uint32_t timeout, TaskData& task);
 
-    std::mutex m_tableLock;       // guards m_runningCount, m_results and every entry in it
-    uint32_t m_runningCount = 0;  // entries whose run is in progress
+    std::mutex m_tableLock;     // guards runningCount, m_results and every entry in it
+    uint32_t runningCount = 0;  // entries whose run is in progress
     std::map<std::string, ResultData> m_results;
     PipeliningMgr m_pipelining;  // has a lock of its own; called without m_tableLock
 };
 
-/// The one instance, made during static initialisation. Never destroyed: wait timer jobs may still use it while
-/// the process ends.
+/// The one instance, made during static initialisation. It is destroyed when the process exits, unless a background job
+/// still runs then, which may use it until the process has ended.
 extern ResultMgr& g_resultMgr;

@@ -1,26 +1,57 @@
-// Runs on the result table: started, joined, ended, and reported by the owners.
+// Runs: started, joined, reported by the owners, timed out and ended, with the events that tell of them.
 #include "result/result_mgr.h"
 
+#include <new>
+#include <string>
+
+#include "base/field_text.h"
+#include "base/log.h"
 #include "kivo/os_bounds.h"
+#include "kivo/os_msg.h"
+#include "kivo/os_thread.h"
 #include "kivo/os_time.h"
-#include "result/broadcast.h"
-#include "server/field_text.h"
-#include "server/log.h"
+#include "ominspect/messages.h"
 #include "task/inspacet_task.h"
 
 namespace {
 
 constexpr LogUnit kLogUnit{"ResultMgr", 13};
 
+void Broadcast(uint32_t eventId, const void* data, uint32_t dataLen) {
+    OsMsgEvent event{};
+    event.eventId = eventId;
+    event.dataLen = dataLen;
+    event.data = data;
+    if (strcpy_s(event.taskName, sizeof(event.taskName), "iom_srv_task") == 0 && OsMsgBroadcastEvent(&event, 1) != 0) {
+        INSPECT_ERROR("broadcast err id[%u]", eventId);
+    }
+}
+
+void BroadcastState(uint32_t state) {
+    Broadcast(OM_INSPECT_EVENT_BUSY, &state, sizeof(state));
+}
+
+void BroadcastRun(const tagKivoOmInspectionResult& result) {
+    Broadcast(OM_INSPECT_EVENT_RUN, &result, sizeof(result));
+}
+
+void BroadcastBusy() {
+    BroadcastState(0);
+}
+
+void BroadcastIdle() {
+    BroadcastState(1);
+}
+
 }  // namespace
 
 void ResultMgr::BeginRun(ResultData& data, const std::string* text) {
     if (data.startCount == 0) {
         data.startTime = OsGetSystemTime();
-        if (m_runningCount == 0) {
+        if (runningCount == 0) {
             BroadcastBusy();
         }
-        ++m_runningCount;
+        ++runningCount;
         if (text != nullptr) {
             const errno_t error = strcpy_s(data.result.text, sizeof(data.result.text), text->c_str());
             if (error != 0) {
@@ -48,8 +79,8 @@ void ResultMgr::EndRun(ResultData& data, const std::string* text, bool force) {
         }
     }
     BroadcastRun(data.result);
-    --m_runningCount;
-    if (m_runningCount == 0) {
+    --runningCount;
+    if (runningCount == 0) {
         BroadcastIdle();
     }
     data.requesters.clear();
@@ -159,5 +190,55 @@ void ResultMgr::SetResult(tagKivoOmInspectionResult& result) {
     }
     if (taskId != 0) {
         (void)InspacetTask::StopTask(taskId, true);
+    }
+}
+
+void ResultMgr::WaitResult(ResultData& data) {
+    const FieldText name(data.result.name);
+    data.taskId = StartWait(name.c_str(), data.timeout);
+    if (data.taskId == 0) {
+        data.result = MakeResult(name.c_str(), "fail", "wait err");
+        INSPECT_INFO("create thread err[%s]", name.c_str());
+    }
+}
+
+uint32_t ResultMgr::StartWait(const char* name, uint32_t timeout) {
+    try {
+        // The job has its name before it exists, so that no job can fail for want of memory and wait for ever.
+        return InspacetTask::CreateTask(
+            [this, entry = std::string(name), timeout](TaskData& task) { AwaitTimeLimit(entry, timeout, task); }, true);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+}
+
+void ResultMgr::AwaitTimeLimit(const std::string& name, uint32_t timeout, TaskData& task) {
+    INSPECT_INFO("start wait[%s]", name.c_str());
+    uint64_t elapsed = 0;
+    while (!task.stopFlag) {
+        (void)OsSleep(1);  // unlike sleep(3), not shortened by a signal
+        if (timeout != 0) {
+            elapsed += 1000;
+            if (timeout <= elapsed) {
+                break;
+            }
+        }
+    }
+    INSPECT_INFO("stop wait[%s]", name.c_str());
+    if (task.stopFlag) {
+        return;
+    }
+    {
+        const std::lock_guard lock(m_tableLock);
+        ResultData* data = Find(name);
+        if (data == nullptr || !HasStatus(data->result, "running")) {
+            return;  // deleted, or the result came in meanwhile
+        }
+        data->endTime = OsGetSystemTime();
+        data->taskId = 0;
+        data->result = MakeResult(name.c_str(), "fail", "timeout");
+    }
+    if (!task.stopFlag) {
+        INSPECT_INFO("timeout wait[%s]", name.c_str());
     }
 }

@@ -1,12 +1,11 @@
-// Message dispatch: checks the caller, runs the handler, answers synchronous messages.
+// A handler that throws is answered like one that leaves the reply empty.
 #include "server/dispatch.h"
 
 #include <algorithm>
 
-#include "server/field_text.h"
-#include "server/guard.h"
-#include "server/log.h"
-#include "server/permission.h"
+#include "base/field_text.h"
+#include "base/guard.h"
+#include "base/log.h"
 
 namespace {
 

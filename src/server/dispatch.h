@@ -25,6 +25,10 @@ extern const std::array<DispatchRow, 18> kDispatchTable;
 void CallHandler(std::span<const DispatchRow> rows, TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply,
                  unsigned int& replyLen);
 
+/// Whether processes of this user may use the server. Everybody may: on the device the bus's policy decides who reaches
+/// the server at all. A stricter test goes into permission.cpp.
+bool InspectCheckPackagesValidByUid(uint32_t uid) noexcept;
+
 /// The message handler of task "iom_srv_task". 0: handled, unknown ids included; 1: null message or refused
 /// caller, no reply; else the code of a reply that could not be sent.
 uint32_t InspectMsgProcess(TagMsgBlock* msg) noexcept;

@@ -1,8 +1,7 @@
 // The two ways to start the server: main, as a process of its own, and KivoInspectTaskMain, inside a host process.
 //
-// Nothing is torn down at the end. When the process ends, the platform's tasks have returned and the detached
-// jobs end with the process, wherever they are; so what they use (InspacetTask::manager, g_resultMgr) is never
-// destroyed.
+// Nothing is torn down at the end: when the process ends, the platform's tasks have returned, and the background jobs
+// end with the process, wherever they are.
 #include "ominspect/entry.h"
 
 #include <cstdio>
@@ -26,6 +25,7 @@ constexpr OsTaskDescriptor hostedDescriptor[] = {
 
 void PrintMsgLog(const char* text) {
     (void)std::puts(text);
+    (void)std::fflush(stdout);  // a host may have led its output into a file
 }
 
 }  // namespace

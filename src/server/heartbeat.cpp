@@ -1,18 +1,17 @@
-// The heartbeat task: process monitor, activation timer, restart of the operations-log process.
+// No failure stops the task: a missed registration or timer is the process monitor's business.
 #include "server/heartbeat.h"
 
+#include "base/field_text.h"
+#include "base/log.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_monitor.h"
 #include "kivo/os_timer.h"
-#include "server/field_text.h"
-#include "server/log.h"
 
 namespace {
 
 constexpr LogUnit kLogUnit{"inspect_heartbeat", 21};
 constexpr uint32_t kMonitorTimeout = 30000;
 constexpr uint32_t kActivationPeriod = 5;
-constexpr uint32_t kProcRestart = 2097154;  // OS_MSG_EVENT_PROC_RESTART
 
 OsTimerId g_activationTimer;
 
@@ -39,7 +38,7 @@ void StartActivationTimer() {
 }
 
 void SubscribeToRestarts() {
-    const OsMsgSubscription subscription{kProcRestart, 0, "omlog", "omlog", "heartbeat"};
+    const OsMsgSubscription subscription{OS_MSG_EVENT_PROC_RESTART, 0, "omlog", "omlog", "heartbeat"};
     if (const uint32_t result = OsMsgSubscribeEvent(&subscription, 1, 0); result != OS_MSG_OK) {
         INSPECT_ERROR("OsMsgSubscribeEvent failed! ret = %d", static_cast<int>(result));
     }
@@ -56,12 +55,12 @@ uint32_t InspectHeartBeatThread() noexcept {
 }
 
 uint32_t InspectHeartBeatMsgProcess(TagMsgBlock* msg) noexcept {
-    if (msg == nullptr || msg->msgId != kProcRestart) {
+    if (msg == nullptr || msg->msgId != OS_MSG_EVENT_PROC_RESTART) {
         INSPECT_ERROR("msg is NULL");  // the same words for both
         return 1;
     }
     const FieldText proc(msg->srcProcName);
-    INSPECT_ERROR("proc restart recv msg id:%u from %s", kProcRestart, proc.c_str());
+    INSPECT_ERROR("proc restart recv msg id:%u from %s", OS_MSG_EVENT_PROC_RESTART, proc.c_str());
     if (proc.View() == "omlog") {
         (void)InspectLogUninit();
         if (const uint32_t result = InspectLogInit("om_inspect"); result != 0) {

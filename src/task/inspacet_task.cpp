@@ -1,33 +1,73 @@
-// The task runner: the table of live jobs and their threads.
+// A job is erased by its own thread; nobody joins it.
 #include "task/inspacet_task.h"
+
+#include <pthread.h>
 
 #include <cstdint>
 #include <new>
+#include <type_traits>
 
+#include "base/guard.h"
+#include "base/log.h"
 #include "kivo/os_thread.h"
 #include "kivo/os_time.h"
-#include "server/guard.h"
-#include "server/log.h"
 
 namespace {
 
 constexpr LogUnit kLogUnit{"inspacetTask", 16};
 constexpr unsigned int kLastReservedId = 16;
 
+constinit std::atomic<unsigned int> g_liveJobs{0};  // records that exist, in the table or with their threads
+
+// A job's record, counted as long as it lives.
+std::shared_ptr<TaskData> MakeRecord() {
+    auto* const record = new TaskData;
+    ++g_liveJobs;
+    return {record, [](const TaskData* task) {
+                delete task;
+                --g_liveJobs;
+            }};
+}
+
 }  // namespace
 
-InspacetTask& InspacetTask::manager = *new InspacetTask;
+static_assert(std::is_trivially_destructible_v<std::mutex>, "threads use the lock after static destruction");
+
+constinit std::mutex InspacetTask::m_tableLock;
+constinit bool InspacetTask::m_gone = false;
+InspacetTask InspacetTask::manager;
+
+InspacetTask::~InspacetTask() {
+    const std::lock_guard lock(m_tableLock);
+    m_gone = true;
+    m_tasks.clear();
+}
+
+bool InspacetTask::HasLiveJobs() {
+    return g_liveJobs != 0;
+}
+
+std::shared_ptr<TaskData> InspacetTask::Find(unsigned int taskId) const {
+    if (m_gone) {
+        return nullptr;
+    }
+    const auto found = m_tasks.find(taskId);
+    return found == m_tasks.end() ? nullptr : found->second;
+}
 
 unsigned int InspacetTask::Register(const std::function<void(TaskData&)>& func, bool forceOnly, unsigned int& counter) {
-    std::function<void(TaskData&)> copy(func);
+    auto task = MakeRecord();
+    task->forceOnly = forceOnly;
+    task->func = func;
     const std::lock_guard lock(m_tableLock);
+    if (m_gone) {
+        return 0;
+    }
     do {
         ++counter;
-    } while (counter <= kLastReservedId || m_tasks.find(counter) != m_tasks.end());
-    TaskData& task = m_tasks[counter];
-    task.forceOnly = forceOnly;
-    task.taskId = counter;
-    task.func.swap(copy);
+    } while (counter <= kLastReservedId || m_tasks.contains(counter));
+    task->taskId = counter;
+    m_tasks.emplace(counter, std::move(task));
     return counter;
 }
 
@@ -44,6 +84,9 @@ unsigned int InspacetTask::CreateTask(const std::function<void(TaskData&)>& func
     } catch (const std::bad_alloc&) {
         return Refused();
     }
+    if (taskId == 0) {
+        return Refused();
+    }
     OsThread thread{};
     void* const argument = reinterpret_cast<void*>(static_cast<std::uintptr_t>(taskId));  // NOLINT: a number
     if (OsPthreadCreate(&thread, nullptr, ThreadFunc, argument) != 0) {
@@ -56,31 +99,33 @@ unsigned int InspacetTask::CreateTask(const std::function<void(TaskData&)>& func
 
 void* InspacetTask::ThreadFunc(void* arg) noexcept {
     const auto taskId = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(arg));
-    TaskData* task = nullptr;
+    std::shared_ptr<TaskData> task;
     {
-        const std::lock_guard lock(manager.m_tableLock);
-        const auto found = manager.m_tasks.find(taskId);
-        if (found == manager.m_tasks.end()) {
-            return nullptr;
-        }
-        task = &found->second;
+        const std::lock_guard lock(m_tableLock);
+        task = manager.Find(taskId);
     }
-    RunGuarded(kLogUnit, "job", [task] { task->func(*task); });
+    if (task == nullptr) {
+        return nullptr;
+    }
+    (void)pthread_setname_np(pthread_self(), "inspect_job");
+    RunGuarded(kLogUnit, "job", [&task] { task->func(*task); });
     RemoveTask(taskId);
     return nullptr;
 }
 
 unsigned int InspacetTask::StopTask(unsigned int taskId, bool force) {
-    const std::lock_guard lock(manager.m_tableLock);
-    const auto found = manager.m_tasks.find(taskId);
-    if (found == manager.m_tasks.end() || (found->second.forceOnly && !force)) {
+    const std::lock_guard lock(m_tableLock);
+    const std::shared_ptr<TaskData> task = manager.Find(taskId);
+    if (task == nullptr || (task->forceOnly && !force)) {
         return 1;
     }
-    found->second.stopFlag = true;
+    task->stopFlag = true;
     return 0;
 }
 
 void InspacetTask::RemoveTask(unsigned int taskId) {
-    const std::lock_guard lock(manager.m_tableLock);
-    manager.m_tasks.erase(taskId);
+    const std::lock_guard lock(m_tableLock);
+    if (!m_gone) {
+        manager.m_tasks.erase(taskId);
+    }
 }

@@ -2,16 +2,20 @@
 //
 // States of a job: registered -> running -> gone, with a stop request possible from registered to gone. Nobody
 // waits for a job; whoever wants it to stop asks, and the job looks at its stop flag about once a second.
+//
+// Jobs that still run when the process exits are not stopped. They may call everything here all the same, also after
+// the task table has been destroyed.
 #pragma once
 
 #include <atomic>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <utility>
 
-/// One live job. Owned by the task table; the body gets it by reference and must not keep it beyond its return.
+/// One live job. The body gets it by reference and must not keep it beyond its return.
 struct TaskData {
     std::atomic<bool> stopFlag{false};  // set by StopTask under the table lock, read by the body without it
     bool forceOnly = false;             // only a forced StopTask may stop it
@@ -45,20 +49,32 @@ public:
     /// Erases a job, if present. For its own thread, once the body has returned.
     static void RemoveTask(unsigned int taskId);
 
-    /// The one instance, made during static initialisation. It is never destroyed: detached jobs may still run
-    /// while the process ends, and the table holds the data they run on.
-    static InspacetTask& manager;
+    /// Whether any job is registered or running. At the end of the process: whether one may still use other objects.
+    static bool HasLiveJobs();
+
+    /// The one instance: made during static initialisation, destroyed with its table when the process exits.
+    static InspacetTask manager;
 
 private:
     friend class InspacetTaskPeer;  // lets the unit tests occupy an identifier
 
     InspacetTask() = default;
+    ~InspacetTask();
 
     // Says that there is no job, and gives the identifier of none.
     static unsigned int Refused();
 
+    // The identifier of the new job; 0 when the table is gone.
     unsigned int Register(const std::function<void(TaskData&)>& func, bool forceOnly, unsigned int& counter);
 
-    std::map<unsigned int, TaskData> m_tasks;  // its nodes stay where they are, whatever else comes and goes
-    std::mutex m_tableLock;                    // guards m_tasks and the identifier counter of CreateTask
+    // The job of that identifier; null when there is none. Needs the table lock.
+    std::shared_ptr<TaskData> Find(unsigned int taskId) const;
+
+    // Owns the jobs, each together with the thread that runs it: its record outlives the table while it runs.
+    std::map<unsigned int, std::shared_ptr<TaskData>> m_tasks;
+
+    // Guards m_tasks, m_gone and the identifier counter of CreateTask. Neither needs a destructor, so that threads that
+    // outlive the table can use them.
+    static constinit std::mutex m_tableLock;
+    static constinit bool m_gone;  // the table has been destroyed
 };

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/records.h"
 #include "fake/fake.h"
-#include "handlers/records.h"
 
 namespace support {
 

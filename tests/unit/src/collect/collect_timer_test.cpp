@@ -4,7 +4,7 @@
 
 namespace {
 
-class Timer : public support::PlatformTest {
+class CollectTimerTest : public support::PlatformTest {
 protected:
     // How many seconds a timer of this limit takes.
     uint64_t Seconds(uint32_t timeout) {
@@ -20,24 +20,24 @@ protected:
 
 }  // namespace
 
-TEST_F(Timer, ClearsRunningWhenTheLimitHasPassed) {
+TEST_F(CollectTimerTest, ClearsRunningWhenTheLimitHasPassed) {
     EXPECT_EQ(Seconds(25), 25U);
     EXPECT_FALSE(m_config.running);
 }
 
-TEST_F(Timer, ClearsItAtOnceForALimitOfZero) {
+TEST_F(CollectTimerTest, ClearsItAtOnceForALimitOfZero) {
     EXPECT_EQ(Seconds(0), 0U);
     EXPECT_FALSE(m_config.running);
 }
 
-TEST_F(Timer, NeverTakesMoreThanAMinute) {
+TEST_F(CollectTimerTest, NeverTakesMoreThanAMinute) {
     EXPECT_EQ(Seconds(60), 60U);
     EXPECT_EQ(Seconds(61), 60U);
     EXPECT_EQ(Seconds(100), 60U);
     EXPECT_EQ(Seconds(4294967295U), 60U);
 }
 
-TEST_F(Timer, EndsAtOnceWhenTheCopyIsOver) {
+TEST_F(CollectTimerTest, EndsAtOnceWhenTheCopyIsOver) {
     m_config.running = false;
     m_config.timeout = 25;
     CollectTimer(m_config);

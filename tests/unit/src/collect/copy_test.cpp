@@ -13,10 +13,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Copy : public support::DeviceTest {
+class InspectCopyTest : public support::DeviceTest {
 protected:
     // A collection without a time limit.
-    Copy() { m_config.running = true; }
+    InspectCopyTest() { m_config.running = true; }
 
     // Whether two files have the same time stamp.
     static bool SameTime(const char* a, const char* b) { return fs::last_write_time(a) == fs::last_write_time(b); }
@@ -30,7 +30,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Copy, OfADirectoryCopiesTheWholeTreeWithItsTimes) {
+TEST_F(InspectCopyTest, OfADirectoryCopiesTheWholeTreeWithItsTimes) {
     Write("src/a.txt", "A");
     Write("src/deep/er/b.txt", "B");
     fs::create_directories("src/empty");
@@ -46,7 +46,7 @@ TEST_F(Copy, OfADirectoryCopiesTheWholeTreeWithItsTimes) {
     EXPECT_TRUE(m_config.running);  // no timer was asked for
 }
 
-TEST_F(Copy, OfADirectoryReplacesWhatStoodThere) {
+TEST_F(InspectCopyTest, OfADirectoryReplacesWhatStoodThere) {
     Write("src/new", "N");
     Write("dst/old", "O");
     Write("dst/sub/old", "O");
@@ -56,20 +56,20 @@ TEST_F(Copy, OfADirectoryReplacesWhatStoodThere) {
     EXPECT_FALSE(fs::exists("dst/sub"));
 }
 
-TEST_F(Copy, OfADirectoryThatCannotBeOpenedLeavesAnEmptyDestination) {
+TEST_F(InspectCopyTest, OfADirectoryThatCannotBeOpenedLeavesAnEmptyDestination) {
     InspectCopyDirFile("missing", "dst", m_config);
     EXPECT_TRUE(fs::is_empty("dst"));
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: open dir fail!"});
 }
 
-TEST_F(Copy, OfADirectoryThatCannotBeMadeSaysSo) {
+TEST_F(InspectCopyTest, OfADirectoryThatCannotBeMadeSaysSo) {
     Write("src/a", "A");
     Write("file", "in the way");
     InspectCopyDirFile("src", "file/dst", m_config);
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: Mkdir fail!"});
 }
 
-TEST_F(Copy, OverADestinationThatCannotBeRemovedGoesOn) {
+TEST_F(InspectCopyTest, OverADestinationThatCannotBeRemovedGoesOn) {
     Write("src/a", "A");
     ASSERT_EQ(mkfifo("dst", 0600), 0);
     InspectCopyDirFile("src", "dst", m_config);
@@ -79,7 +79,7 @@ TEST_F(Copy, OverADestinationThatCannotBeRemovedGoesOn) {
     EXPECT_EQ(lines[1], "1 InspectFile 15: Remove dir fail");
 }
 
-TEST_F(Copy, WithRunningFalseStopsAtTheFirstEntry) {
+TEST_F(InspectCopyTest, WithRunningFalseStopsAtTheFirstEntry) {
     Write("a-source/a", "A");
     m_config.running = false;
     InspectCopyDirFile("a-source", "the-destination", m_config);
@@ -87,7 +87,7 @@ TEST_F(Copy, WithRunningFalseStopsAtTheFirstEntry) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: collection stopped by timer, [****]->[****tination] timeout."});
 }
 
-TEST_F(Copy, StartsItsTimerOnceAndClearsBothFlags) {
+TEST_F(InspectCopyTest, StartsItsTimerOnceAndClearsBothFlags) {
     Write("src/sub/a", "A");
     m_config.startTimer = true;
     m_config.timeout = 60;
@@ -98,7 +98,7 @@ TEST_F(Copy, StartsItsTimerOnceAndClearsBothFlags) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Copy, AnEntryWhosePathDoesNotFitEndsItsDirectorySilently) {
+TEST_F(InspectCopyTest, AnEntryWhosePathDoesNotFitEndsItsDirectorySilently) {
     const std::string name(200, 'n');
     Write("src/" + name, "fits");
     const std::string deep = "d/" + std::string(60, 'x');
@@ -108,7 +108,7 @@ TEST_F(Copy, AnEntryWhosePathDoesNotFitEndsItsDirectorySilently) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Copy, APathOf255BytesFitsAndOneOf256DoesNot) {
+TEST_F(InspectCopyTest, APathOf255BytesFitsAndOneOf256DoesNot) {
     Write("s/" + std::string(250, 'n'), "x");
     InspectCopyDirFile("s", "dest", m_config);  // 4 + 1 + 250
     EXPECT_EQ(Read("dest/" + std::string(250, 'n')), "x");
@@ -116,7 +116,7 @@ TEST_F(Copy, APathOf255BytesFitsAndOneOf256DoesNot) {
     EXPECT_TRUE(fs::is_empty("dest2"));
 }
 
-TEST_F(Copy, ANameWithADangerousCharacterIsCopiedWithItsOwnTime) {
+TEST_F(InspectCopyTest, ANameWithADangerousCharacterIsCopiedWithItsOwnTime) {
     Write("source/a;b$c.txt", "X");
     MakeOld("source/a;b$c.txt");
     InspectCopyDirFile("source", "dest", m_config);
@@ -126,13 +126,13 @@ TEST_F(Copy, ANameWithADangerousCharacterIsCopiedWithItsOwnTime) {
                                  "1 InspectFile 15: change file [****;b$c.txt]->[****;b$c.txt] time fail"}));
 }
 
-TEST_F(Copy, ANameWithABlankIsCopied) {
+TEST_F(InspectCopyTest, ANameWithABlankIsCopied) {
     Write("source/a b", "X");
     InspectCopyDirFile("source", "dest", m_config);
     EXPECT_EQ(Read("dest/a b"), "X");
 }
 
-TEST_F(Copy, ALinkToAFileIsCopiedAsAFileAndOneToADirectoryIsWalked) {
+TEST_F(InspectCopyTest, ALinkToAFileIsCopiedAsAFileAndOneToADirectoryIsWalked) {
     Write("real/file", "F");
     fs::create_directories("src");
     fs::create_symlink("../real/file", "src/link");
@@ -143,7 +143,7 @@ TEST_F(Copy, ALinkToAFileIsCopiedAsAFileAndOneToADirectoryIsWalked) {
     EXPECT_EQ(Read("dst/dirlink/file"), "F");
 }
 
-TEST_F(Copy, APipeInTheTreeIsReportedAndTheWalkGoesOn) {
+TEST_F(InspectCopyTest, APipeInTheTreeIsReportedAndTheWalkGoesOn) {
     Write("source/zz", "Z");
     ASSERT_EQ(mkfifo("source/the-pipe", 0600), 0);
     InspectCopyDirFile("source", "dest", m_config);
@@ -151,12 +151,12 @@ TEST_F(Copy, APipeInTheTreeIsReportedAndTheWalkGoesOn) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: copy file [****the-pipe]->[****the-pipe] fail!"});
 }
 
-TEST_F(Copy, OfOnePathThatIsMissingIsAFileThatCannotBeCopied) {
+TEST_F(InspectCopyTest, OfOnePathThatIsMissingIsAFileThatCannotBeCopied) {
     InspectDealCopy("missing-file", "destination", m_config);
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: copy file [****ing-file]->[****tination] fail!"});
 }
 
-TEST_F(Copy, OfOnePathStillSetsTheTimeAfterAFailedCopy) {
+TEST_F(InspectCopyTest, OfOnePathStillSetsTheTimeAfterAFailedCopy) {
     fs::create_directories("out.folder");
     Write("source.txt", "S");
     MakeOld("source.txt");
@@ -165,7 +165,7 @@ TEST_F(Copy, OfOnePathStillSetsTheTimeAfterAFailedCopy) {
     EXPECT_TRUE(SameTime("source.txt", "out.folder"));
 }
 
-TEST_F(Copy, OfOneFileMakesItsParentsAndOverwrites) {
+TEST_F(InspectCopyTest, OfOneFileMakesItsParentsAndOverwrites) {
     Write("source", "new and longer");
     Write("a/b/copy", "old");
     InspectCopyFile("source", "a/b/copy", m_config);
@@ -175,14 +175,14 @@ TEST_F(Copy, OfOneFileMakesItsParentsAndOverwrites) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Copy, OfOneFileWithoutASlashInItsDestinationCopiesNothing) {
+TEST_F(InspectCopyTest, OfOneFileWithoutASlashInItsDestinationCopiesNothing) {
     Write("source", "S");
     InspectCopyFile("source", "copy", m_config);
     EXPECT_FALSE(fs::exists("copy"));
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: strrchr fail!"});
 }
 
-TEST_F(Copy, OfOneFileWhoseParentCannotBeMadeGoesOn) {
+TEST_F(InspectCopyTest, OfOneFileWhoseParentCannotBeMadeGoesOn) {
     Write("source.txt", "S");
     Write("file", "in the way");
     InspectCopyFile("source.txt", "file/dir/copy", m_config);
@@ -192,14 +192,14 @@ TEST_F(Copy, OfOneFileWhoseParentCannotBeMadeGoesOn) {
     EXPECT_EQ(lines[1], "1 InspectFile 15: copy file [****urce.txt]->[****dir/copy] fail!");
 }
 
-TEST_F(Copy, OfTheSystemLogIsADirectoryCopyWithTheDefaultHook) {
+TEST_F(InspectCopyTest, OfTheSystemLogIsADirectoryCopyWithTheDefaultHook) {
     Write("src/a", "A");
     InspectCopyWylogsFile("src", "dst", m_config);
     EXPECT_EQ(Read("dst/a"), "A");
     EXPECT_EQ(LogLines(), Lines{"3 InspectFile 15: InspectCopyWylogsFile start"});
 }
 
-TEST(Hooks, DoNothingByDefault) {
+TEST(HooksTest, DoNothingByDefault) {
     EXPECT_EQ(InspectCollectVendorLog(), 0);
     EXPECT_FALSE(InspectIsNeedBackupWylog());
 }

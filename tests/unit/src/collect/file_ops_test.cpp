@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class FileOps : public support::DeviceTest {};
+class FileOpsTest : public support::DeviceTest {};
 
 unsigned ModeOf(const char* path) {
     return static_cast<unsigned>(fs::status(path).permissions());
@@ -20,7 +20,7 @@ unsigned ModeOf(const char* path) {
 
 }  // namespace
 
-TEST_F(FileOps, MkdirMakesEveryMissingParentWithMode0770) {
+TEST_F(FileOpsTest, MkdirMakesEveryMissingParentWithMode0770) {
     fs::create_directories("a");
     EXPECT_EQ(InspectMkdirMulti("a/b/c"), 0);
     EXPECT_EQ(ModeOf("a/b"), 0770U);
@@ -30,24 +30,24 @@ TEST_F(FileOps, MkdirMakesEveryMissingParentWithMode0770) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(FileOps, MkdirLeavesAnExistingPathAlone) {
+TEST_F(FileOpsTest, MkdirLeavesAnExistingPathAlone) {
     fs::create_directories("a");
     fs::permissions("a", fs::perms(0700));
     EXPECT_EQ(InspectMkdirMulti("a"), 0);
     EXPECT_EQ(ModeOf("a"), 0700U);
 }
 
-TEST_F(FileOps, MkdirOfANullPathSaysSo) {
+TEST_F(FileOpsTest, MkdirOfANullPathSaysSo) {
     EXPECT_EQ(InspectMkdirMulti(nullptr), 1);
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: null path!"});
 }
 
-TEST_F(FileOps, MkdirBelowAFileFails) {
+TEST_F(FileOpsTest, MkdirBelowAFileFails) {
     Write("file", "");
     EXPECT_NE(InspectMkdirMulti("file/dir"), 0);
 }
 
-TEST_F(FileOps, RemoveTakesAFileAndATree) {
+TEST_F(FileOpsTest, RemoveTakesAFileAndATree) {
     Write("file", "x");
     Write("tree/a/b/c", "x");
     Write("tree/d", "x");
@@ -58,12 +58,12 @@ TEST_F(FileOps, RemoveTakesAFileAndATree) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(FileOps, RemoveOfAMissingPathSaysNullPath) {
+TEST_F(FileOpsTest, RemoveOfAMissingPathSaysNullPath) {
     EXPECT_EQ(InspectRemovePath("missing"), 1);
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: null path!"});
 }
 
-TEST_F(FileOps, RemoveRefusesAPipeAndATreeThatHoldsOne) {
+TEST_F(FileOpsTest, RemoveRefusesAPipeAndATreeThatHoldsOne) {
     fs::create_directories("tree");
     ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
     EXPECT_EQ(InspectRemovePath("tree/pipe"), 1);
@@ -72,7 +72,7 @@ TEST_F(FileOps, RemoveRefusesAPipeAndATreeThatHoldsOne) {
     EXPECT_TRUE(fs::exists("tree/pipe"));
 }
 
-TEST_F(FileOps, ChangeTimeCopiesTheTimeStamps) {
+TEST_F(FileOpsTest, ChangeTimeCopiesTheTimeStamps) {
     Write("src", "");
     Write("dst", "");
     fs::last_write_time("src", fs::file_time_type::clock::now() - std::chrono::hours(5));
@@ -80,17 +80,17 @@ TEST_F(FileOps, ChangeTimeCopiesTheTimeStamps) {
     EXPECT_EQ(fs::last_write_time("src"), fs::last_write_time("dst"));
 }
 
-TEST_F(FileOps, ChangeTimeOfAMissingDestinationRunsNothing) {
+TEST_F(FileOpsTest, ChangeTimeOfAMissingDestinationRunsNothing) {
     EXPECT_EQ(InspectChangeFileTime("missing", "missing-too"), 0);
     EXPECT_FALSE(fs::exists("missing-too"));
 }
 
-TEST_F(FileOps, ChangeTimeFromAMissingSourceFails) {
+TEST_F(FileOpsTest, ChangeTimeFromAMissingSourceFails) {
     Write("dst", "");
     EXPECT_EQ(InspectChangeFileTime("missing", "dst"), 1);
 }
 
-TEST_F(FileOps, ChangeTimeLooksAtBothPathsForDangerousCharacters) {
+TEST_F(FileOpsTest, ChangeTimeLooksAtBothPathsForDangerousCharacters) {
     Write("dst", "");
     EXPECT_EQ(InspectChangeFileTime("a;touch hacked", "dst"), 1);
     EXPECT_EQ(InspectChangeFileTime("dst", "a;touch hacked"), 1);
@@ -98,14 +98,14 @@ TEST_F(FileOps, ChangeTimeLooksAtBothPathsForDangerousCharacters) {
     EXPECT_EQ(LogLines(), Lines(2, "1 InspectFile 15: file path contains danger char, skip!"));
 }
 
-TEST_F(FileOps, ChangeTimeOfPathsThatDoNotFitTheCommandSaysSo) {
+TEST_F(FileOpsTest, ChangeTimeOfPathsThatDoNotFitTheCommandSaysSo) {
     EXPECT_EQ(InspectChangeFileTime(std::string(256, 's').c_str(), std::string(257, 'd').c_str()), 1);
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: sprintf_s fail"});
     // "touch -r ", a blank, 512 bytes and the NUL: it fits, and there is no such file
     EXPECT_EQ(InspectChangeFileTime(std::string(256, 's').c_str(), std::string(256, 'd').c_str()), 0);
 }
 
-TEST_F(FileOps, IsDirFollowsLinksAndDoubtsTheUnreadable) {
+TEST_F(FileOpsTest, IsDirFollowsLinksAndDoubtsTheUnreadable) {
     fs::create_directories("dir");
     Write("file", "");
     fs::create_symlink("dir", "link");
@@ -115,7 +115,7 @@ TEST_F(FileOps, IsDirFollowsLinksAndDoubtsTheUnreadable) {
     EXPECT_FALSE(InspectIsDir("missing"));
 }
 
-TEST_F(FileOps, JoinFitsUpTo255Bytes) {
+TEST_F(FileOpsTest, JoinFitsUpTo255Bytes) {
     PathBuffer out;
     EXPECT_TRUE(JoinPath(out, "dir", std::string(251, 'n').c_str()));
     EXPECT_EQ(std::string(out.data()), "dir/" + std::string(251, 'n'));

@@ -5,30 +5,30 @@
 
 #include "ominspect/collect.h"
 
-TEST(TransferSafePath, ShowsTheLastEightBytesOfALongerPath) {
+TEST(SafeToolMaskTest, ShowsTheLastEightBytesOfALongerPath) {
     EXPECT_EQ(SafeTool::TransferSafePath("/data/inspect/diag/log/applog/a.txt"), "****og/a.txt");
     EXPECT_EQ(SafeTool::TransferSafePath("123456789"), "****23456789");
 }
 
-TEST(TransferSafePath, ShowsNothingOfAPathOfAtMostEightBytes) {
+TEST(SafeToolMaskTest, ShowsNothingOfAPathOfAtMostEightBytes) {
     EXPECT_EQ(SafeTool::TransferSafePath("12345678"), "****");
     EXPECT_EQ(SafeTool::TransferSafePath("/data/x"), "****");
     EXPECT_EQ(SafeTool::TransferSafePath(""), "****");
 }
 
-TEST(TransferSafePath, CountsBytesAndResolvesNothing) {
+TEST(SafeToolMaskTest, CountsBytesAndResolvesNothing) {
     EXPECT_EQ(SafeTool::TransferSafePath("/a//../b/c"), "****//../b/c");
     EXPECT_EQ(SafeTool::TransferSafePath("\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4x"), "****\xA4\xC3\xA4\xC3\xA4\xC3\xA4x");
 }
 
-TEST(IsContainDangerChar, FindsEachOfTheNineAnywhere) {
+TEST(SafeToolDangerCharTest, FindsEachOfTheNineAnywhere) {
     for (const char dangerous : {'|', ';', '&', '$', '>', '<', '`', '\n', '!'}) {
         EXPECT_TRUE(SafeTool::IsContainDangerChar(std::string("/data/") + dangerous)) << dangerous;
         EXPECT_TRUE(SafeTool::IsContainDangerChar(dangerous + std::string("/data"))) << dangerous;
     }
 }
 
-TEST(IsContainDangerChar, LetsEveryOtherByteThrough) {
+TEST(SafeToolDangerCharTest, LetsEveryOtherByteThrough) {
     const std::string dangerous = "|;&$><`\n!";
     for (int byte = 1; byte < 256; ++byte) {
         if (dangerous.find(static_cast<char>(byte)) == std::string::npos) {

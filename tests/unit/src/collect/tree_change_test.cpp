@@ -14,7 +14,7 @@ constexpr std::size_t kFileSize = 20000;
 constexpr int kEnoughChanges = 200;
 constexpr int kEnoughCopies = 20;
 
-class Change : public support::TreeTest {
+class InspectCopyChangeTest : public support::TreeTest {
 protected:
     // Copies src to dst, and looks at what arrived, while `change` runs over and over on another thread, until there
     // were enough of both.
@@ -63,7 +63,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Change, AFileThatGrowsArrivesAsItsOwnBeginning) {
+TEST_F(InspectCopyChangeTest, AFileThatGrowsArrivesAsItsOwnBeginning) {
     Write("src/still", "still");
     std::ofstream log("src/log", std::ios::binary);
     std::size_t size = 0;
@@ -90,7 +90,7 @@ TEST_F(Change, AFileThatGrowsArrivesAsItsOwnBeginning) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Change, FilesThatComeAndGoArriveWholeOrNotAtAll) {
+TEST_F(InspectCopyChangeTest, FilesThatComeAndGoArriveWholeOrNotAtAll) {
     fs::create_directories("src");
     Replace("src/stays", 0);
     const auto comeAndGo = [](int changes) {
@@ -108,7 +108,7 @@ TEST_F(Change, FilesThatComeAndGoArriveWholeOrNotAtAll) {
     CheckLog();
 }
 
-TEST_F(Change, ATreeThatIsRotatedArrivesInWholeFiles) {
+TEST_F(InspectCopyChangeTest, ATreeThatIsRotatedArrivesInWholeFiles) {
     fs::create_directories("src/logs");
     const auto rotate = [](int changes) {
         for (int number = 8; number > 0; --number) {

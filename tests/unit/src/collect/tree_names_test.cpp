@@ -7,7 +7,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Names : public support::TreeTest {
+class InspectCopyNamesTest : public support::TreeTest {
 protected:
     // Copies a folder with one file of this name. The file must arrive whole; with its time when nothing is logged.
     void CopyOne(const std::string& name, const Lines& expectedLog) {
@@ -27,14 +27,14 @@ protected:
 
 }  // namespace
 
-TEST_F(Names, ThatTheShellLeavesAloneKeepTheirTimes) {
+TEST_F(InspectCopyNamesTest, ThatTheShellLeavesAloneKeepTheirTimes) {
     for (const char* name : {"\xff\xfe\x80", "gr\xc3\xb6n", "a\rb", "#hash", "~tilde", "-r", "--help", "a*b", "a?b",
                              "[ab]", "%s%n", "a=b", "{", "..."}) {
         CopyOne(name, {});
     }
 }
 
-TEST_F(Names, ThatTheShellTakesApartAreCopiedWithoutTheirTimes) {
+TEST_F(InspectCopyNamesTest, ThatTheShellTakesApartAreCopiedWithoutTheirTimes) {
     CopyOne("with blank", {"1 InspectFile 15: change file [****th blank]->[****th blank] time fail"});
     CopyOne("%s%n %s", {"1 InspectFile 15: change file [****/%s%n %s]->[****/%s%n %s] time fail"});
     CopyOne("a_tab\tb", {"1 InspectFile 15: change file [****/a_tab\tb]->[****/a_tab\tb] time fail"});
@@ -45,7 +45,7 @@ TEST_F(Names, ThatTheShellTakesApartAreCopiedWithoutTheirTimes) {
     CopyOne("(parens)", {"1 InspectFile 15: change file [****(parens)]->[****(parens)] time fail"});
 }
 
-TEST_F(Names, WithEachOfTheNineDangerousCharactersNeverReachTheShell) {
+TEST_F(InspectCopyNamesTest, WithEachOfTheNineDangerousCharactersNeverReachTheShell) {
     for (const char dangerous : {'|', ';', '&', '$', '>', '<', '`', '\n', '!'}) {
         const std::string shown = std::string("123") + dangerous + "5678";
         CopyOne("1" + shown, {"1 InspectFile 15: file path contains danger char, skip!",
@@ -53,7 +53,7 @@ TEST_F(Names, WithEachOfTheNineDangerousCharactersNeverReachTheShell) {
     }
 }
 
-TEST_F(Names, RunNoCommand) {
+TEST_F(InspectCopyNamesTest, RunNoCommand) {
     const Lines names{"$(touch canary)",  "`touch canary`",   ";touch canary",      ";touch canary;",   "|touch canary",
                       "||touch canary",   "&touch canary&",   "&&touch canary",     "\ntouch canary\n", ">canary",
                       "a b;touch canary", "'$(touch canary)", "\";touch canary;\"", "!touch canary",    "<canary"};
@@ -70,7 +70,7 @@ TEST_F(Names, RunNoCommand) {
     EXPECT_EQ(LogLines().size(), 4 * names.size() + 2);  // two lines a file: skipped, and so without its time
 }
 
-TEST_F(Names, WithABlankMayTouchAnotherFileButRunNothing) {
+TEST_F(InspectCopyNamesTest, WithABlankMayTouchAnotherFileButRunNothing) {
     Write("source/a", "A");
     Write("source/a b", "AB");
     Copy("source", "dest");

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Shape : public support::TreeTest {
+class InspectCopyShapeTest : public support::TreeTest {
 protected:
     static std::string Repeat(const std::string& text, int times) {
         std::string repeated;
@@ -39,7 +39,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Shape, ADeepTreeIsCopiedDownTo255Bytes) {
+TEST_F(InspectCopyShapeTest, ADeepTreeIsCopiedDownTo255Bytes) {
     for (int level = 0; level <= 150; ++level) {
         Write("src/" + Repeat("d/", level) + "f", "file");
     }
@@ -56,7 +56,7 @@ TEST_F(Shape, ADeepTreeIsCopiedDownTo255Bytes) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, AWideTreeIsCopiedWhole) {
+TEST_F(InspectCopyShapeTest, AWideTreeIsCopiedWhole) {
     for (int i = 0; i < 2000; ++i) {
         Write("src/file" + std::to_string(i), "contents " + std::to_string(i));
     }
@@ -68,7 +68,7 @@ TEST_F(Shape, AWideTreeIsCopiedWhole) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, AJoinedPathOfMoreThan255BytesIsNotCopiedWhicheverSideItIsOn) {
+TEST_F(InspectCopyShapeTest, AJoinedPathOfMoreThan255BytesIsNotCopiedWhicheverSideItIsOn) {
     const std::string name(250, 'n');
     CopyNamed("s", "ddd", name, true);      // 254
     CopyNamed("s", "dddd", name, true);     // 255
@@ -81,7 +81,7 @@ TEST_F(Shape, AJoinedPathOfMoreThan255BytesIsNotCopiedWhicheverSideItIsOn) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, AnEntryThatDoesNotFitEndsItsDirectoryAndNoOther) {
+TEST_F(InspectCopyShapeTest, AnEntryThatDoesNotFitEndsItsDirectoryAndNoOther) {
     const std::string tooLong(253, 'x');
     for (int i = 0; i < 30; ++i) {
         Write("src/sub/file" + std::to_string(i), "x");
@@ -101,7 +101,7 @@ TEST_F(Shape, AnEntryThatDoesNotFitEndsItsDirectoryAndNoOther) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, ALinkToItsParentIsFollowedDownTo255Bytes) {
+TEST_F(InspectCopyShapeTest, ALinkToItsParentIsFollowedDownTo255Bytes) {
     Write("src/f", "file");
     fs::create_directories("src/sub");
     fs::create_symlink("..", "src/sub/up");
@@ -116,7 +116,7 @@ TEST_F(Shape, ALinkToItsParentIsFollowedDownTo255Bytes) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, ALinkToItsOwnDirectoryIsFollowedAsOftenAsTheSystemFollowsLinks) {
+TEST_F(InspectCopyShapeTest, ALinkToItsOwnDirectoryIsFollowedAsOftenAsTheSystemFollowsLinks) {
     Write("src/f", "file");
     fs::create_symlink(".", "src/loop");
     Copy("src", "dst");
@@ -132,7 +132,7 @@ TEST_F(Shape, ALinkToItsOwnDirectoryIsFollowedAsOftenAsTheSystemFollowsLinks) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: copy file [****oop/loop]->[****oop/loop] fail!"});
 }
 
-TEST_F(Shape, ADestinationInsideItsSourceEndsAt255Bytes) {
+TEST_F(InspectCopyShapeTest, ADestinationInsideItsSourceEndsAt255Bytes) {
     Write("src/f", "file");
     Copy("src", "src/out");
     EXPECT_EQ(Read("src/f"), "file");
@@ -142,7 +142,7 @@ TEST_F(Shape, ADestinationInsideItsSourceEndsAt255Bytes) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Shape, WhatIsNoFileIsReportedAndLeftOut) {
+TEST_F(InspectCopyShapeTest, WhatIsNoFileIsReportedAndLeftOut) {
     Write("src/file", "x");
     fs::create_symlink("missing", "src/dangling");
     fs::create_symlink("circle_2", "src/circle_1");
@@ -161,7 +161,7 @@ TEST_F(Shape, WhatIsNoFileIsReportedAndLeftOut) {
                                   "1 InspectFile 15: copy file [****the_pipe]->[****the_pipe] fail!"}));
 }
 
-TEST_F(Shape, ADanglingLinkAtTheDestinationStaysBesideTheCopy) {
+TEST_F(InspectCopyShapeTest, ADanglingLinkAtTheDestinationStaysBesideTheCopy) {
     Write("src/file", "new");
     Write("dst/file", "old");
     fs::create_symlink("missing", "dst/dangling");
@@ -171,7 +171,7 @@ TEST_F(Shape, ADanglingLinkAtTheDestinationStaysBesideTheCopy) {
     EXPECT_EQ(LogLines(), (Lines{"1 InspectFile 15: null path!", "1 InspectFile 15: Remove dir fail"}));
 }
 
-TEST_F(Shape, ClosedFoldersAndFilesAreReportedAndLeftOut) {
+TEST_F(InspectCopyShapeTest, ClosedFoldersAndFilesAreReportedAndLeftOut) {
     const Lines outcome = support::InForkedChild([this] {
         support::BecomeNobody();
         Write("src/open/file", "x");
@@ -195,7 +195,7 @@ TEST_F(Shape, ClosedFoldersAndFilesAreReportedAndLeftOut) {
                               "1 InspectFile 15: open dir fail!"}));
 }
 
-TEST_F(Shape, ALockedDestinationIsReportedAndLeftAlone) {
+TEST_F(InspectCopyShapeTest, ALockedDestinationIsReportedAndLeftAlone) {
     const Lines outcome = support::InForkedChild([this] {
         support::BecomeNobody();
         Write("src/file", "new");

@@ -28,7 +28,7 @@ extern "C" bool InspectIsNeedBackupWylog() {
 
 namespace {
 
-class Backup : public support::DeviceTest {
+class WylogBackupTest : public support::DeviceTest {
 protected:
     void SetUp() override {
         DeviceTest::SetUp();
@@ -67,7 +67,7 @@ using Names = std::vector<std::string>;
 
 }  // namespace
 
-TEST_F(Backup, WaitsAMinuteBeforeItLooks) {
+TEST_F(WylogBackupTest, WaitsAMinuteBeforeItLooks) {
     InspectBackupWylogInit();
     kivo::fake::Pass(59);
     EXPECT_EQ(LogLines(), Lines{});
@@ -78,7 +78,7 @@ TEST_F(Backup, WaitsAMinuteBeforeItLooks) {
     EXPECT_TRUE(fs::is_directory(kBackup));
 }
 
-TEST_F(Backup, WhereItIsNotNeededOnlySaysSo) {
+TEST_F(WylogBackupTest, WhereItIsNotNeededOnlySaysSo) {
     g_needBackup = false;
     StartAndWait();
     EXPECT_EQ(LogLines(), Lines{"3 InspectFile 15: Debug version no need to backup wylog"});
@@ -86,7 +86,7 @@ TEST_F(Backup, WhereItIsNotNeededOnlySaysSo) {
     EXPECT_TRUE(kivo::fake::Timers().empty());
 }
 
-TEST_F(Backup, LooksEveryHour) {
+TEST_F(WylogBackupTest, LooksEveryHour) {
     StartAndWait();
     const auto timers = kivo::fake::Timers();
     ASSERT_EQ(timers.size(), 1U);
@@ -99,7 +99,7 @@ TEST_F(Backup, LooksEveryHour) {
     EXPECT_EQ(BackedUp(), Names{Log(1)});
 }
 
-TEST_F(Backup, OfTwoNewFilesCopiesNoneAndOfThreeTheOldest) {
+TEST_F(WylogBackupTest, OfTwoNewFilesCopiesNoneAndOfThreeTheOldest) {
     AddLog(2);
     AddLog(3);
     std::vector<std::string> backups;
@@ -115,7 +115,7 @@ TEST_F(Backup, OfTwoNewFilesCopiesNoneAndOfThreeTheOldest) {
               fs::last_write_time(std::string(kBackup) + "/" + Log(1)));
 }
 
-TEST_F(Backup, AFullRunCopiesASingleNewFile) {
+TEST_F(WylogBackupTest, AFullRunCopiesASingleNewFile) {
     AddLog(1);
     std::vector<std::string> backups;
     fs::create_directories(kBackup);
@@ -123,7 +123,7 @@ TEST_F(Backup, AFullRunCopiesASingleNewFile) {
     EXPECT_EQ(backups, Names{Log(1)});
 }
 
-TEST_F(Backup, AFullRunCopiesOldestFirst) {
+TEST_F(WylogBackupTest, AFullRunCopiesOldestFirst) {
     for (const int number : {3, 1, 2}) {
         AddLog(number);
     }
@@ -133,7 +133,7 @@ TEST_F(Backup, AFullRunCopiesOldestFirst) {
     EXPECT_EQ(backups, (Names{Log(1), Log(2), Log(3)}));
 }
 
-TEST_F(Backup, AFileThatDidNotChangeIsLeftAndOneThatDidIsCopiedAgain) {
+TEST_F(WylogBackupTest, AFileThatDidNotChangeIsLeftAndOneThatDidIsCopiedAgain) {
     AddLog(1);
     AddLog(2);
     std::vector<std::string> backups;
@@ -150,7 +150,7 @@ TEST_F(Backup, AFileThatDidNotChangeIsLeftAndOneThatDidIsCopiedAgain) {
     EXPECT_EQ(backups, (Names{Log(2), Log(1)}));
 }
 
-TEST_F(Backup, Of151TheOldestIsDeleted) {
+TEST_F(WylogBackupTest, Of151TheOldestIsDeleted) {
     std::vector<std::string> backups;
     fs::create_directories(kBackup);
     for (int number = 1; number <= 150; ++number) {
@@ -166,7 +166,7 @@ TEST_F(Backup, Of151TheOldestIsDeleted) {
     EXPECT_EQ(LogLines().back(), "3 InspectFile 15: Del file [****t-log.I1]");
 }
 
-TEST_F(Backup, AFileThatCannotBeCopiedDoesNotStopTheOthers) {
+TEST_F(WylogBackupTest, AFileThatCannotBeCopiedDoesNotStopTheOthers) {
     AddLog(1);
     fs::create_directories(std::string(kSource) + "/" + Log(2));  // no regular file
     AddLog(3);
@@ -178,7 +178,7 @@ TEST_F(Backup, AFileThatCannotBeCopiedDoesNotStopTheOthers) {
     EXPECT_EQ(backups, (Names{Log(1), Log(3)}));
 }
 
-TEST_F(Backup, ItsListBeginsWithWhatIsThereOldestFirst) {
+TEST_F(WylogBackupTest, ItsListBeginsWithWhatIsThereOldestFirst) {
     for (int number = 150; number >= 1; --number) {
         AddLog(number, kBackup);
     }
@@ -191,7 +191,7 @@ TEST_F(Backup, ItsListBeginsWithWhatIsThereOldestFirst) {
     EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(151)));
 }
 
-TEST_F(Backup, AFolderThatCannotBeMadeEndsIt) {
+TEST_F(WylogBackupTest, AFolderThatCannotBeMadeEndsIt) {
     Write("device/data/inspect", "a file in the way");
     StartAndWait();
     EXPECT_EQ(LogLines(), (Lines{"3 InspectFile 15: Start init backup wylog",
@@ -199,13 +199,13 @@ TEST_F(Backup, AFolderThatCannotBeMadeEndsIt) {
     EXPECT_TRUE(kivo::fake::Timers().empty());
 }
 
-TEST_F(Backup, ATimerThatCannotBeMadeIsLogged) {
+TEST_F(WylogBackupTest, ATimerThatCannotBeMadeIsLogged) {
     kivo::fake::Fail("OsTmrCreate", 11);
     StartAndWait();
     EXPECT_EQ(LogLines().back(), "1 InspectFile 15: OsTmrCreate fail:11");
 }
 
-TEST_F(Backup, ACollectionMakesAFullRunAndCopiesTheOtherFilesWithoutALimit) {
+TEST_F(WylogBackupTest, ACollectionMakesAFullRunAndCopiesTheOtherFilesWithoutALimit) {
     AddLog(1);
     Write(std::string(kSource) + "/kernel.log", "K");
     Write(std::string(kBackup) + "/stale.log", "S");
@@ -222,7 +222,7 @@ TEST_F(Backup, ACollectionMakesAFullRunAndCopiesTheOtherFilesWithoutALimit) {
     EXPECT_EQ(kivo::fake::Timers().size(), 1U);  // the former one was deleted
 }
 
-TEST_F(Backup, ACollectionWithoutAFolderLeavesTheTimerStopped) {
+TEST_F(WylogBackupTest, ACollectionWithoutAFolderLeavesTheTimerStopped) {
     StartAndWait();
     ASSERT_EQ(kivo::fake::Timers().size(), 1U);
     fs::remove_all("device/data/inspect");
@@ -235,12 +235,12 @@ TEST_F(Backup, ACollectionWithoutAFolderLeavesTheTimerStopped) {
     EXPECT_TRUE(kivo::fake::Timers().empty());
 }
 
-TEST_F(Backup, AMissingFolderIsLoggedWhenItIsListed) {
+TEST_F(WylogBackupTest, AMissingFolderIsLoggedWhenItIsListed) {
     EXPECT_EQ(ListWylogFiles("missing", true), Names{});
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: Failed to open destination directory: missing"});
 }
 
-TEST_F(Backup, NamesAreToldApartByTheirBeginning) {
+TEST_F(WylogBackupTest, NamesAreToldApartByTheirBeginning) {
     for (const char* name : {"wyapplogcat-log.I1", "wyapplogcat-log.E1", "x-wyapplogcat-log.I1"}) {
         Write(std::string(kSource) + "/" + name, "");
     }

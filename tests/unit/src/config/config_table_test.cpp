@@ -75,7 +75,7 @@ std::string WithName(const std::string& name) {
            "' level='warn' isSync='true'/></DiagnoseList><LogCollect/></config>";
 }
 
-class ConfigTable : public support::DeviceTest {
+class InspectConfigMgrTableTest : public support::DeviceTest {
 protected:
     void SetUp() override {
         DeviceTest::SetUp();
@@ -122,13 +122,13 @@ private:
 
 }  // namespace
 
-TEST_F(ConfigTable, WithoutAFileOrWithAFolderInItsPlaceTheDefaultItemsAreTaken) {
+TEST_F(InspectConfigMgrTableTest, WithoutAFileOrWithAFolderInItsPlaceTheDefaultItemsAreTaken) {
     ExpectLoaded(kDefaultItems, {}, Unreadable(3));
     fs::create_directory(kFile);
     ExpectLoaded(kDefaultItems, {}, Unreadable(5));
 }
 
-TEST_F(ConfigTable, AFileThatIsNoXmlGivesTheDefaultItemsAndNoCollection) {
+TEST_F(InspectConfigMgrTableTest, AFileThatIsNoXmlGivesTheDefaultItemsAndNoCollection) {
     const std::string good(kGood);
     for (const Case& broken : {
              Case{"empty", "", kDefaultItems, {}, Unreadable(13)},
@@ -148,7 +148,7 @@ TEST_F(ConfigTable, AFileThatIsNoXmlGivesTheDefaultItemsAndNoCollection) {
     }
 }
 
-TEST_F(ConfigTable, AReadableFileGivesWhatStandsInIt) {
+TEST_F(InspectConfigMgrTableTest, AReadableFileGivesWhatStandsInIt) {
     const Lines item{"a warn 1"};
     const Lines entry{"/s /d 7 dir"};
     const std::string good(kGood);
@@ -189,7 +189,7 @@ TEST_F(ConfigTable, AReadableFileGivesWhatStandsInIt) {
     }
 }
 
-TEST_F(ConfigTable, EntitiesOfTheFilesOwnAreNotExpanded) {
+TEST_F(InspectConfigMgrTableTest, EntitiesOfTheFilesOwnAreNotExpanded) {
     std::string bomb = "<!DOCTYPE config [<!ENTITY e0 'boom'>";
     for (int i = 1; i <= 30; ++i) {  // 10 to the power of 30 times, once expanded
         bomb += "<!ENTITY e" + std::to_string(i) + " '" + Repeat("&e" + std::to_string(i - 1) + ";", 10) + "'>";
@@ -197,7 +197,7 @@ TEST_F(ConfigTable, EntitiesOfTheFilesOwnAreNotExpanded) {
     ExpectCase({"bomb", bomb + "]>" + WithName("&e30;"), {"&e30; warn 1"}, {}, {}});
 }
 
-TEST_F(ConfigTable, DeepNestingIsRefused) {
+TEST_F(InspectConfigMgrTableTest, DeepNestingIsRefused) {
     const std::string deep = Repeat("<a>", 10000) + Repeat("</a>", 10000);
     ExpectCase({"deep", deep, kDefaultItems, {}, Unreadable(18)});
     ExpectCase({"deep in a list",
@@ -207,7 +207,7 @@ TEST_F(ConfigTable, DeepNestingIsRefused) {
                 Unreadable(18)});
 }
 
-TEST_F(ConfigTable, AHundredThousandItemsAreAllTaken) {
+TEST_F(InspectConfigMgrTableTest, AHundredThousandItemsAreAllTaken) {
     std::string text = "<config><DiagnoseList>";
     Lines items;
     for (int i = 0; i < 100000; ++i) {
@@ -218,7 +218,7 @@ TEST_F(ConfigTable, AHundredThousandItemsAreAllTaken) {
     ExpectCase({"many", text + "</DiagnoseList><LogCollect/></config>", items, {}, {}});
 }
 
-TEST_F(ConfigTable, AnAttributeOfTenMebibytesLeavesItsFieldEmpty) {
+TEST_F(InspectConfigMgrTableTest, AnAttributeOfTenMebibytesLeavesItsFieldEmpty) {
     ExpectCase({"long name",
                 WithName(std::string(10 << 20, 'n')),
                 {" warn 1"},

@@ -13,7 +13,7 @@ using support::LogLines;
 
 namespace {
 
-class Transfer : public support::PlatformTest {
+class ConfigTransferTest : public support::PlatformTest {
 protected:
     // The element of this text.
     tinyxml2::XMLElement* Element(const std::string& xml) {
@@ -51,14 +51,14 @@ unsigned int FromText(const std::string& text) {
 
 }  // namespace
 
-TEST_F(Transfer, AllNumWantsDigitsOnlyAndAtLeastOne) {
+TEST_F(ConfigTransferTest, AllNumWantsDigitsOnlyAndAtLeastOne) {
     EXPECT_TRUE(ConfigTransfer::IsAllNum("0123456789"));
     for (const char* text : {"", " 1", "1 ", "+1", "-1", "1a", "0x1", "1.0"}) {
         EXPECT_FALSE(ConfigTransfer::IsAllNum(text)) << text;
     }
 }
 
-TEST_F(Transfer, AStringOf31CharactersIsKeptAndOneOf32IsEmpty) {
+TEST_F(ConfigTransferTest, AStringOf31CharactersIsKeptAndOneOf32IsEmpty) {
     char out[32] = {};
     ConfigTransfer::TransStringAttr(Element("<a name='" + std::string(31, 'n') + "'/>"), "name", out, sizeof(out));
     EXPECT_EQ(std::string(out), std::string(31, 'n'));
@@ -68,37 +68,37 @@ TEST_F(Transfer, AStringOf31CharactersIsKeptAndOneOf32IsEmpty) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [name] strcpy_s err, ret 34."});
 }
 
-TEST_F(Transfer, AMissingStringIsLoggedAndLeavesTheField) {
+TEST_F(ConfigTransferTest, AMissingStringIsLoggedAndLeavesTheField) {
     char out[8] = "before";
     ConfigTransfer::TransStringAttr(Element("<a/>"), "level", out, sizeof(out));
     EXPECT_STREQ(out, "before");
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [level] get err."});
 }
 
-TEST_F(Transfer, NumbersOfUpToNineDigitsAreTaken) {
+TEST_F(ConfigTransferTest, NumbersOfUpToNineDigitsAreTaken) {
     EXPECT_EQ(Number("0"), 0U);
     EXPECT_EQ(Number("000000007"), 7U);
     EXPECT_EQ(Number("999999999"), 999999999U);
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Transfer, ANumberOfTenCharactersIsZero) {
+TEST_F(ConfigTransferTest, ANumberOfTenCharactersIsZero) {
     EXPECT_EQ(Number("0000000001"), 0U);
     EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: config file value [timeout] strcpy_s err, ret 34.",
                                  "1 InspectConfigMgr 20: TransUint32Attr [timeout] parse err."}));
 }
 
-TEST_F(Transfer, ANumberWithALetterIsZero) {
+TEST_F(ConfigTransferTest, ANumberWithALetterIsZero) {
     EXPECT_EQ(Number("12a"), 0U);
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: String2Uint32 err,[12a] is not digit."});
 }
 
-TEST_F(Transfer, AnEmptyNumberIsZero) {
+TEST_F(ConfigTransferTest, AnEmptyNumberIsZero) {
     EXPECT_EQ(Number(""), 0U);
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: TransUint32Attr [timeout] parse err."});
 }
 
-TEST_F(Transfer, AMissingNumberIsZero) {
+TEST_F(ConfigTransferTest, AMissingNumberIsZero) {
     unsigned int out = 99;
     ConfigTransfer::TransUint32Attr(Element("<a/>"), "timeout", out);
     EXPECT_EQ(out, 0U);
@@ -106,7 +106,7 @@ TEST_F(Transfer, AMissingNumberIsZero) {
                                  "1 InspectConfigMgr 20: TransUint32Attr [timeout] parse err."}));
 }
 
-TEST_F(Transfer, LargeNumbersWrapAndTooLargeOnesAreZero) {
+TEST_F(ConfigTransferTest, LargeNumbersWrapAndTooLargeOnesAreZero) {
     EXPECT_EQ(FromText("4294967295"), 4294967295U);
     EXPECT_EQ(FromText("4294967303"), 7U);
     EXPECT_EQ(FromText("18446744073709551615"), 4294967295U);
@@ -117,7 +117,7 @@ TEST_F(Transfer, LargeNumbersWrapAndTooLargeOnesAreZero) {
     EXPECT_EQ(LogLines().back(), "1 InspectConfigMgr 20: String2Uint32 err,[] is not digit.");
 }
 
-TEST_F(Transfer, OnlyTrueIsAFolder) {
+TEST_F(ConfigTransferTest, OnlyTrueIsAFolder) {
     EXPECT_EQ(Folder("<a isFolder='true'/>"), &InspectCopyDirFile);
     for (const char* value : {"TRUE", "1", "true ", "false", "", "True"}) {
         EXPECT_EQ(Folder(std::string("<a isFolder='") + value + "'/>"), &InspectCopyFile) << value;
@@ -127,14 +127,14 @@ TEST_F(Transfer, OnlyTrueIsAFolder) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isFolder] get err."});
 }
 
-TEST_F(Transfer, OnlyTrueSetsTheBit) {
+TEST_F(ConfigTransferTest, OnlyTrueSetsTheBit) {
     EXPECT_EQ(Bits("<a isSync='true'/>", {"isSync"}), 1);
     EXPECT_EQ(Bits("<a isSync='TRUE'/>", {"isSync"}), 0);
     EXPECT_EQ(Bits("<a isSync='false'/>", {"isSync"}), 0);
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Transfer, AMissingOrUnknownFeatureIsLogged) {
+TEST_F(ConfigTransferTest, AMissingOrUnknownFeatureIsLogged) {
     EXPECT_EQ(Bits("<a isFast='true'/>", {"isFast", "isSync"}), 0);
     EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: local bit map [isFast] get err.",
                                  "1 InspectConfigMgr 20: config file value [isSync] get err."}));

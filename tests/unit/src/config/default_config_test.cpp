@@ -12,7 +12,7 @@ using support::kDefaultItems;
 using support::Lines;
 using support::Text;
 
-TEST(DefaultConfig, Has25ItemsInOrder) {
+TEST(InspectDefaultConfigTest, Has25ItemsInOrder) {
     const Lines items = Text(InspectDefaultConfig::g_supportInspectList);
     EXPECT_EQ(items, kDefaultItems);
     EXPECT_EQ(items.size(), 25U);
@@ -20,7 +20,7 @@ TEST(DefaultConfig, Has25ItemsInOrder) {
               24);
 }
 
-TEST(DefaultConfig, Has20EntriesInOrder) {
+TEST(InspectDefaultConfigTest, Has20EntriesInOrder) {
     const Lines entries = Text(InspectDefaultConfig::g_defaultLogCollectList);
     EXPECT_EQ(entries, kDefaultEntries);
     EXPECT_EQ(entries.size(), 20U);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kFile = "device/zq_product/etc/config/om/inspect_config.xml";
 
-class Config : public support::DeviceTest {
+class InspectConfigMgrTest : public support::DeviceTest {
 protected:
     void Load(const std::string& xml) {
         Write(kFile, xml);
@@ -27,7 +27,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Config, AFileGivesItsItemsAndEntriesInOrder) {
+TEST_F(InspectConfigMgrTest, AFileGivesItsItemsAndEntriesInOrder) {
     Load(R"(<?xml version="1.0"?><AnyName>
         <DiagnoseList>
             <DiagnoseItem name="conf_sip_ft" level="error" isSync="true"/>
@@ -44,7 +44,7 @@ TEST_F(Config, AFileGivesItsItemsAndEntriesInOrder) {
     EXPECT_EQ(LogLines(), Lines{});
 }
 
-TEST_F(Config, AMissingFileGivesTheDefaultItemsAndNoCollection) {
+TEST_F(InspectConfigMgrTest, AMissingFileGivesTheDefaultItemsAndNoCollection) {
     m_config.InitInspectConfig();
     EXPECT_EQ(Items().size(), 25U);
     EXPECT_EQ(Entries(), Lines{});
@@ -52,14 +52,14 @@ TEST_F(Config, AMissingFileGivesTheDefaultItemsAndNoCollection) {
                                  "2 InspectConfigMgr 20: use default config InspectItemList."}));
 }
 
-TEST_F(Config, AFileThatIsNoXmlCountsAsUnreadable) {
+TEST_F(InspectConfigMgrTest, AFileThatIsNoXmlCountsAsUnreadable) {
     Load("this is <not XML");
     EXPECT_EQ(Items().size(), 25U);
     EXPECT_EQ(Entries(), Lines{});
     EXPECT_EQ(LogLines().back(), "2 InspectConfigMgr 20: use default config InspectItemList.");
 }
 
-TEST_F(Config, AFileWithoutADocumentElementGivesBothDefaults) {
+TEST_F(InspectConfigMgrTest, AFileWithoutADocumentElementGivesBothDefaults) {
     Load("<?xml version=\"1.0\"?><!-- nothing else -->");
     EXPECT_EQ(Items().size(), 25U);
     EXPECT_EQ(Entries().size(), 20U);
@@ -68,7 +68,7 @@ TEST_F(Config, AFileWithoutADocumentElementGivesBothDefaults) {
                                  "2 InspectConfigMgr 20: use default config logCollectList."}));
 }
 
-TEST_F(Config, ADocumentWithoutItsListsGivesNone) {
+TEST_F(InspectConfigMgrTest, ADocumentWithoutItsListsGivesNone) {
     Load("<root/>");
     EXPECT_EQ(Items(), Lines{});
     EXPECT_EQ(Entries(), Lines{});
@@ -76,25 +76,25 @@ TEST_F(Config, ADocumentWithoutItsListsGivesNone) {
                                  "1 InspectConfigMgr 20: there is no [LogCollect] in config."}));
 }
 
-TEST_F(Config, WithoutADiagnoseListTheCollectionIsReadAllTheSame) {
+TEST_F(InspectConfigMgrTest, WithoutADiagnoseListTheCollectionIsReadAllTheSame) {
     Load("<r><LogCollect><Log srcPath='/s' dstPath='/d' timeout='1' isFolder='true'/></LogCollect></r>");
     EXPECT_EQ(Items(), Lines{});
     EXPECT_EQ(Entries(), Lines{"/s /d 1 dir"});
 }
 
-TEST_F(Config, AnItemWithoutIsSyncIsAsynchronous) {
+TEST_F(InspectConfigMgrTest, AnItemWithoutIsSyncIsAsynchronous) {
     Load("<r><DiagnoseList><DiagnoseItem name='a' level='warn'/></DiagnoseList><LogCollect/></r>");
     EXPECT_EQ(Items(), Lines{"a warn 0"});
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isSync] get err."});
 }
 
-TEST_F(Config, AnItemWhoseNameIsTooLongIsKeptWithoutOne) {
+TEST_F(InspectConfigMgrTest, AnItemWhoseNameIsTooLongIsKeptWithoutOne) {
     Load("<r><DiagnoseList><DiagnoseItem name='" + std::string(32, 'n') +
          "' level='toolong!' isSync='true'/></DiagnoseList><LogCollect/></r>");
     EXPECT_EQ(Items(), Lines{"  1"});
 }
 
-TEST_F(Config, SiblingsOfOtherNamesAreReadTooFromTheFirstItemOn) {
+TEST_F(InspectConfigMgrTest, SiblingsOfOtherNamesAreReadTooFromTheFirstItemOn) {
     Load(R"(<r><DiagnoseList><Before name="x" level="warn" isSync="true"/>
             <DiagnoseItem name="a" level="warn" isSync="true"/><Other name="b" level="warn" isSync="true"/>
             </DiagnoseList>
@@ -104,25 +104,25 @@ TEST_F(Config, SiblingsOfOtherNamesAreReadTooFromTheFirstItemOn) {
     EXPECT_EQ(Entries(), (Lines{"/1 /1 1 dir", "/2 /2 2 file"}));
 }
 
-TEST_F(Config, TheSystemLogIsKnownByItsExactPath) {
+TEST_F(InspectConfigMgrTest, TheSystemLogIsKnownByItsExactPath) {
     Load(R"(<r><DiagnoseList/><LogCollect>
             <Log srcPath="/data/log/wylogs" dstPath="/d" timeout="1" isFolder="true"/>
             <Log srcPath="/data/log/wylogs/" dstPath="/d" timeout="1" isFolder="true"/></LogCollect></r>)");
     EXPECT_EQ(Entries(), (Lines{"/data/log/wylogs /d 1 wylogs", "/data/log/wylogs/ /d 1 dir"}));
 }
 
-TEST_F(Config, AnEntryWithBadAttributesIsKept) {
+TEST_F(InspectConfigMgrTest, AnEntryWithBadAttributesIsKept) {
     Load("<r><DiagnoseList/><LogCollect><Log srcPath='" + std::string(80, 's') + "'/></LogCollect></r>");
     EXPECT_EQ(Entries(), Lines{"  0 file"});
 }
 
-TEST_F(Config, LoadingAgainAppends) {
+TEST_F(InspectConfigMgrTest, LoadingAgainAppends) {
     Load("<r><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList><LogCollect/></r>");
     m_config.InitInspectConfig();
     EXPECT_EQ(Items(), (Lines{"a warn 1", "a warn 1"}));
 }
 
-TEST_F(Config, DeepNestingIsRefusedAndManyItemsAreNot) {
+TEST_F(InspectConfigMgrTest, DeepNestingIsRefusedAndManyItemsAreNot) {
     std::string deep;
     for (int i = 0; i < 100000; ++i) {
         deep += "<a>";
@@ -139,12 +139,12 @@ TEST_F(Config, DeepNestingIsRefusedAndManyItemsAreNot) {
     EXPECT_EQ(other.GetInspectItemList().size(), 300U);
 }
 
-TEST_F(Config, TheOneInstanceIsThereFromTheStart) {
+TEST_F(InspectConfigMgrTest, TheOneInstanceIsThereFromTheStart) {
     EXPECT_NE(InspectConfigMgr::GetInstance(), nullptr);
     EXPECT_EQ(InspectConfigMgr::GetInstance(), InspectConfigMgr::GetInstance());
 }
 
-TEST_F(Config, AnotherFileIsReadAsTheDevicesIs) {
+TEST_F(InspectConfigMgrTest, AnotherFileIsReadAsTheDevicesIs) {
     Write("other.xml",
           R"(<c><LogCollect><Log srcPath="/a" dstPath="/b" timeout="7" isFolder="true"/></LogCollect></c>)");
     m_config.InitInspectConfigFrom("other.xml");

@@ -13,11 +13,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class ShippedConfig : public support::DeviceTest {};
+class ShippedConfigTest : public support::DeviceTest {};
 
 }  // namespace
 
-TEST_F(ShippedConfig, HoldsTheBuiltInTablesAndLoadsWithoutALogLine) {
+TEST_F(ShippedConfigTest, HoldsTheBuiltInTablesAndLoadsWithoutALogLine) {
     fs::create_directories("device/zq_product/etc/config/om");
     fs::copy_file(SHIPPED_CONFIG, "device/zq_product/etc/config/om/inspect_config.xml");
     InspectConfigMgr config;

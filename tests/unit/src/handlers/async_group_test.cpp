@@ -18,7 +18,7 @@ using support::Lines;
 
 namespace {
 
-class AsyncGroup : public support::ServerTest {
+class ASyncDealGroupTest : public support::ServerTest {
 protected:
     void SetUp() override {
         ServerTest::SetUp();
@@ -45,7 +45,7 @@ protected:
 
 }  // namespace
 
-TEST_F(AsyncGroup, StartsAJobAndRepliesWithItsIdentifier) {
+TEST_F(ASyncDealGroupTest, StartsAJobAndRepliesWithItsIdentifier) {
     const support::Reply reply = Send(GroupPayload({"a"}));
     EXPECT_EQ(reply.length, 4U);
     EXPECT_GT(reply.Number(), 16U);
@@ -54,14 +54,14 @@ TEST_F(AsyncGroup, StartsAJobAndRepliesWithItsIdentifier) {
     StopAndFinish(reply.Number());
 }
 
-TEST_F(AsyncGroup, TheFirstTextThatNamesAMemberDecidesTheGroup) {
+TEST_F(ASyncDealGroupTest, TheFirstTextThatNamesAMemberDecidesTheGroup) {
     const support::Reply reply = Send(GroupPayload({"kivo_om_diag_msg", "other"}));
     EXPECT_EQ(Stored("kivo_group_trace"), "kivo_group_trace|running|kivo_group_trace");
     EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|init");
     StopAndFinish(reply.Number());
 }
 
-TEST_F(AsyncGroup, WhileItRunsASecondIsRefusedAndTheFirstIsStoppedInTheTable) {
+TEST_F(ASyncDealGroupTest, WhileItRunsASecondIsRefusedAndTheFirstIsStoppedInTheTable) {
     const uint32_t first = Send(GroupPayload({"a"})).Number();
     kivo::fake::ClearJournal();
     EXPECT_EQ(Send(GroupPayload({"b"})).Number(), 16U);
@@ -72,7 +72,7 @@ TEST_F(AsyncGroup, WhileItRunsASecondIsRefusedAndTheFirstIsStoppedInTheTable) {
     EXPECT_EQ(support::Events().back(), "event 9: 1");
 }
 
-TEST_F(AsyncGroup, AnotherGroupMayRunBesideIt) {
+TEST_F(ASyncDealGroupTest, AnotherGroupMayRunBesideIt) {
     const uint32_t first = Send(GroupPayload({"a"})).Number();
     const uint32_t second = Send(GroupPayload({"kivo_om_diag_log"})).Number();
     EXPECT_EQ(second, first + 1);
@@ -80,7 +80,7 @@ TEST_F(AsyncGroup, AnotherGroupMayRunBesideIt) {
     StopAndFinish(second);
 }
 
-TEST_F(AsyncGroup, WithoutAWorkerTheGroupIsStoppedAndTheReplyIs14) {
+TEST_F(ASyncDealGroupTest, WithoutAWorkerTheGroupIsStoppedAndTheReplyIs14) {
     kivo::fake::Fail("OsPthreadCreate", 11);
     EXPECT_EQ(Send(GroupPayload({"a"})).Number(), 14U);
     EXPECT_EQ(support::Steps(),
@@ -89,7 +89,7 @@ TEST_F(AsyncGroup, WithoutAWorkerTheGroupIsStoppedAndTheReplyIs14) {
                      "event 9: 1", "3 inspect_dealmsg 19: start group [14]"}));
 }
 
-TEST_F(AsyncGroup, WithoutMemoryForTheJobTheGroupIsStoppedAndTheReplyIs14) {
+TEST_F(ASyncDealGroupTest, WithoutMemoryForTheJobTheGroupIsStoppedAndTheReplyIs14) {
     // The callable does not fit into std::function itself: its block is the first of its size.
     const support::AllocFailure failure(
         support::AllocFailure::Kind::kThrowing,
@@ -100,14 +100,14 @@ TEST_F(AsyncGroup, WithoutMemoryForTheJobTheGroupIsStoppedAndTheReplyIs14) {
     EXPECT_EQ(support::Events().back(), "event 9: 1");
 }
 
-TEST_F(AsyncGroup, OneThatTheTableDoesNotKnowMayStartToo) {
+TEST_F(ASyncDealGroupTest, OneThatTheTableDoesNotKnowMayStartToo) {
     g_resultMgr.DelItem("unknown_group");
     const uint32_t first = Send(GroupPayload({"a"})).Number();
     EXPECT_GT(first, 16U);
     StopAndFinish(first);
 }
 
-TEST_F(AsyncGroup, APayloadOfTwoBytesIsIgnoredAndOneOfThreeIsTaken) {
+TEST_F(ASyncDealGroupTest, APayloadOfTwoBytesIsIgnoredAndOneOfThreeIsTaken) {
     EXPECT_TRUE(Send(std::string("a\0", 2)).Empty());
     EXPECT_EQ(support::Steps(), Lines{});
     const support::Reply reply = Send(std::string("a\0\0", 3));
@@ -115,12 +115,12 @@ TEST_F(AsyncGroup, APayloadOfTwoBytesIsIgnoredAndOneOfThreeIsTaken) {
     StopAndFinish(reply.Number());
 }
 
-TEST_F(AsyncGroup, ANullPayloadIsIgnored) {
+TEST_F(ASyncDealGroupTest, ANullPayloadIsIgnored) {
     Envelope message(19);
     EXPECT_TRUE(Call(Inspect::ASyncDealGroup, message).Empty());
 }
 
-TEST_F(AsyncGroup, WithoutMemoryForTheReplyNothingStarts) {
+TEST_F(ASyncDealGroupTest, WithoutMemoryForTheReplyNothingStarts) {
     const support::AllocFailure failure(support::AllocFailure::Kind::kNothrow, 4);
     EXPECT_TRUE(Send(GroupPayload({"a"})).Empty());
     EXPECT_EQ(support::Steps(), Lines{});

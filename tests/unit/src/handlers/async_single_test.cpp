@@ -15,7 +15,7 @@ using support::Request;
 
 namespace {
 
-class AsyncSingle : public support::ServerTest {
+class ASyncDealSingleTest : public support::ServerTest {
 protected:
     static support::Reply Send(const std::string& payload) {
         Envelope message(18, payload);
@@ -33,7 +33,7 @@ protected:
 
 }  // namespace
 
-TEST_F(AsyncSingle, ARequestIsAnsweredEmptyAndItsResultSentToTheReplyTask) {
+TEST_F(ASyncDealSingleTest, ARequestIsAnsweredEmptyAndItsResultSentToTheReplyTask) {
     AddItem("item");
     support::OwnerAnswers("success", "fine");
     EXPECT_TRUE(Send(Request("item", "go")).Empty());
@@ -44,7 +44,7 @@ TEST_F(AsyncSingle, ARequestIsAnsweredEmptyAndItsResultSentToTheReplyTask) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(AsyncSingle, ARequesterOfARunningItemGetsTwoResults) {
+TEST_F(ASyncDealSingleTest, ARequesterOfARunningItemGetsTwoResults) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -60,7 +60,7 @@ TEST_F(AsyncSingle, ARequesterOfARunningItemGetsTwoResults) {
                              "send 0 to client:cli_reply: item|success|done at last"}));
 }
 
-TEST_F(AsyncSingle, ItsRequesterIsToldOfProgress) {
+TEST_F(ASyncDealSingleTest, ItsRequesterIsToldOfProgress) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -72,7 +72,7 @@ TEST_F(AsyncSingle, ItsRequesterIsToldOfProgress) {
     Report("success", "");
 }
 
-TEST_F(AsyncSingle, WaitsWithoutALimitOfItsOwn) {
+TEST_F(ASyncDealSingleTest, WaitsWithoutALimitOfItsOwn) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -83,7 +83,7 @@ TEST_F(AsyncSingle, WaitsWithoutALimitOfItsOwn) {
     EXPECT_EQ(Sent().back(), "send 0 to client:cli_reply: item|fail|after a day");
 }
 
-TEST_F(AsyncSingle, TheItemsTimeLimitEndsTheWait) {
+TEST_F(ASyncDealSingleTest, TheItemsTimeLimitEndsTheWait) {
     AddItem("item", 2500);
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -93,7 +93,7 @@ TEST_F(AsyncSingle, TheItemsTimeLimitEndsTheWait) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(AsyncSingle, TwoRequestersShareOneRunAndTheLastReleaseEndsIt) {
+TEST_F(ASyncDealSingleTest, TwoRequestersShareOneRunAndTheLastReleaseEndsIt) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -113,13 +113,13 @@ TEST_F(AsyncSingle, TwoRequestersShareOneRunAndTheLastReleaseEndsIt) {
     EXPECT_EQ(sent[3], "send 0 to other:other_reply: item|success|shared");
 }
 
-TEST_F(AsyncSingle, AnUnknownItemIsAnsweredOnce) {
+TEST_F(ASyncDealSingleTest, AnUnknownItemIsAnsweredOnce) {
     Send(Request("nobody", "go"));
     kivo::fake::Settle();
     EXPECT_EQ(Sent(), (Lines{"send 0 to client:cli_reply: nobody|fail|no support"}));
 }
 
-TEST_F(AsyncSingle, ADeletedItemEndsTheWaitWithNoSupport) {
+TEST_F(ASyncDealSingleTest, ADeletedItemEndsTheWaitWithNoSupport) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -129,7 +129,7 @@ TEST_F(AsyncSingle, ADeletedItemEndsTheWaitWithNoSupport) {
     EXPECT_EQ(Sent().back(), "send 0 to client:cli_reply: item|fail|no support");
 }
 
-TEST_F(AsyncSingle, AStopWithoutForceDoesNotReachIt) {
+TEST_F(ASyncDealSingleTest, AStopWithoutForceDoesNotReachIt) {
     AddItem("item");
     support::OwnerAnswers("running", "started");
     Send(Request("item", "go"));
@@ -142,14 +142,14 @@ TEST_F(AsyncSingle, AStopWithoutForceDoesNotReachIt) {
     EXPECT_EQ(InspacetTask::StopTask(firstId, true), 0U);  // it was there
 }
 
-TEST_F(AsyncSingle, AMissingPayloadStartsNothing) {
+TEST_F(ASyncDealSingleTest, AMissingPayloadStartsNothing) {
     Envelope message(18);
     EXPECT_TRUE(Call(Inspect::ASyncDealSingle, message).Empty());
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(AsyncSingle, WithoutAWorkerTheRequestIsLost) {
+TEST_F(ASyncDealSingleTest, WithoutAWorkerTheRequestIsLost) {
     AddItem("item");
     kivo::fake::Fail("OsPthreadCreate", 11);
     EXPECT_TRUE(Send(Request("item", "go")).Empty());

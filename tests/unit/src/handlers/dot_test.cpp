@@ -1,6 +1,5 @@
 // Usage reports: accepted and ignored.
 #include "handlers/handlers.h"
-#include "handlers/init.h"
 #include "support/envelope.h"
 #include "support/journal_text.h"
 #include "support/platform_test.h"
@@ -9,11 +8,11 @@ using support::Lines;
 
 namespace {
 
-using Dot = support::PlatformTest;
+using InspectDotTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(Dot, ReportsLeaveTheReplyEmpty) {
+TEST_F(InspectDotTest, ReportsLeaveTheReplyEmpty) {
     std::unique_ptr<unsigned char[]> reply;
     unsigned int replyLen = 0;
     Inspect::SetInspectDotReportInfo(support::Envelope(14, "payload").Get(), reply, replyLen);
@@ -23,7 +22,7 @@ TEST_F(Dot, ReportsLeaveTheReplyEmpty) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Dot, InitDotDoesNothing) {
+TEST_F(InspectDotTest, InitDotDoesNothing) {
     Inspect::InitDot();
     EXPECT_EQ(support::Steps(), Lines{});
 }

@@ -21,7 +21,7 @@ using support::Lines;
 
 namespace {
 
-class GroupRun : public support::ServerTest {
+class GroupRunTest : public support::ServerTest {
 protected:
     void SetUp() override {
         ServerTest::SetUp();
@@ -92,7 +92,7 @@ protected:
 
 }  // namespace
 
-TEST_F(GroupRun, ItsWholeLifeInOrder) {
+TEST_F(GroupRunTest, ItsWholeLifeInOrder) {
     AddItem("at_once");
     AddItem("later");
     OwnerAnswersByName();
@@ -137,7 +137,7 @@ TEST_F(GroupRun, ItsWholeLifeInOrder) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(GroupRun, TheRecordHoldsTaskCountAndItemsInTheOrderOfTheRequest) {
+TEST_F(GroupRunTest, TheRecordHoldsTaskCountAndItemsInTheOrderOfTheRequest) {
     AddItem("at_once_b");
     AddItem("at_once_a");
     OwnerAnswersByName();
@@ -157,7 +157,7 @@ TEST_F(GroupRun, TheRecordHoldsTaskCountAndItemsInTheOrderOfTheRequest) {
     EXPECT_EQ(Stop(taskId), 0U);
 }
 
-TEST_F(GroupRun, Of40TextsTheFirst32Run) {
+TEST_F(GroupRunTest, Of40TextsTheFirst32Run) {
     std::vector<std::string> items;
     for (int i = 0; i < 40; ++i) {
         items.push_back("item" + std::to_string(i));
@@ -182,7 +182,7 @@ TEST_F(GroupRun, Of40TextsTheFirst32Run) {
               32);
 }
 
-TEST_F(GroupRun, AStopWhileItsFirstItemIsAskedForRunsNoSecond) {
+TEST_F(GroupRunTest, AStopWhileItsFirstItemIsAskedForRunsNoSecond) {
     AddItem("slow");
     AddItem("second");
     support::OwnerAnswers("success", "took its time", 5000);
@@ -195,7 +195,7 @@ TEST_F(GroupRun, AStopWhileItsFirstItemIsAskedForRunsNoSecond) {
     EXPECT_EQ(Record(Records()[0]).count, 2U);
 }
 
-TEST_F(GroupRun, StartsAfterOneSecond) {
+TEST_F(GroupRunTest, StartsAfterOneSecond) {
     AddItem("at_once");
     OwnerAnswersByName();
     const uint32_t taskId = Start({"at_once"});
@@ -206,7 +206,7 @@ TEST_F(GroupRun, StartsAfterOneSecond) {
     Stop(taskId);
 }
 
-TEST_F(GroupRun, WithoutAStopItEndsAfter120SecondsAndSaysSo) {
+TEST_F(GroupRunTest, WithoutAStopItEndsAfter120SecondsAndSaysSo) {
     AddItem("at_once");
     OwnerAnswersByName();
     const uint32_t taskId = Start({"at_once"});
@@ -223,7 +223,7 @@ TEST_F(GroupRun, WithoutAStopItEndsAfter120SecondsAndSaysSo) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(GroupRun, AStopAfterTheRecordEndsItWithinASecond) {
+TEST_F(GroupRunTest, AStopAfterTheRecordEndsItWithinASecond) {
     AddItem("at_once");
     OwnerAnswersByName();
     const uint32_t taskId = Start({"at_once"});
@@ -234,7 +234,7 @@ TEST_F(GroupRun, AStopAfterTheRecordEndsItWithinASecond) {
     EXPECT_EQ(Stop(taskId), 1U);  // gone
 }
 
-TEST_F(GroupRun, AStopWhileItemsArePendingAsksEachPendingItemOnceToStop) {
+TEST_F(GroupRunTest, AStopWhileItemsArePendingAsksEachPendingItemOnceToStop) {
     AddItem("at_once");
     AddItem("later_a");
     AddItem("later_b");
@@ -254,7 +254,7 @@ TEST_F(GroupRun, AStopWhileItemsArePendingAsksEachPendingItemOnceToStop) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);  // it does not wait for a second stop
 }
 
-TEST_F(GroupRun, AStopBeforeItsFirstItemRunsNone) {
+TEST_F(GroupRunTest, AStopBeforeItsFirstItemRunsNone) {
     AddItem("at_once");
     OwnerAnswersByName();
     const uint32_t taskId = Start({"at_once"});
@@ -267,7 +267,7 @@ TEST_F(GroupRun, AStopBeforeItsFirstItemRunsNone) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(GroupRun, ItemsLeaveThePendingListAsTheirResultsCome) {
+TEST_F(GroupRunTest, ItemsLeaveThePendingListAsTheirResultsCome) {
     AddItem("later_a");
     AddItem("later_b");
     OwnerAnswersByName();
@@ -286,7 +286,7 @@ TEST_F(GroupRun, ItemsLeaveThePendingListAsTheirResultsCome) {
     Stop(taskId);
 }
 
-TEST_F(GroupRun, AnItemWhoseTimeLimitPassesIsInTheRecordAsTimeout) {
+TEST_F(GroupRunTest, AnItemWhoseTimeLimitPassesIsInTheRecordAsTimeout) {
     AddItem("later", 2000);
     OwnerAnswersByName();
     const uint32_t taskId = Start({"later"});
@@ -296,7 +296,7 @@ TEST_F(GroupRun, AnItemWhoseTimeLimitPassesIsInTheRecordAsTimeout) {
     Stop(taskId);
 }
 
-TEST_F(GroupRun, TextsWithoutANameAreTheEmptyItem) {
+TEST_F(GroupRunTest, TextsWithoutANameAreTheEmptyItem) {
     Envelope message(19, std::string("nonsense\0\0", 10));
     const uint32_t taskId = Call(Inspect::ASyncDealGroup, message).Number();
     Stop(taskId);
@@ -306,7 +306,7 @@ TEST_F(GroupRun, TextsWithoutANameAreTheEmptyItem) {
 
 // ---- the stop routine ----
 
-TEST_F(GroupRun, StopItemAsksTheOwnerWithATextWhoseNulIsNotCounted) {
+TEST_F(GroupRunTest, StopItemAsksTheOwnerWithATextWhoseNulIsNotCounted) {
     AddItem("item");
     support::OwnerAnswers("success", "stopping");
     Inspect::StopItem("item");
@@ -324,7 +324,7 @@ TEST_F(GroupRun, StopItemAsksTheOwnerWithATextWhoseNulIsNotCounted) {
     EXPECT_EQ(Stored("item"), "item|idle|init");  // the answer is not kept
 }
 
-TEST_F(GroupRun, StopItemOfANameThatDoesNotFitAsksNobody) {
+TEST_F(GroupRunTest, StopItemOfANameThatDoesNotFitAsksNobody) {
     const std::string name(32, 'n');
     Inspect::StopItem(name);
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_dealmsg 19: stop name[" + name + "]",

@@ -17,11 +17,11 @@ using support::Reply;
 
 namespace {
 
-using GroupHandlers = support::PlatformTest;
+using SyncDealGroupTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(GroupHandlers, AGroupRequestOfThreeBytesIsAnsweredWithAnEmptyRecord) {
+TEST_F(SyncDealGroupTest, AGroupRequestOfThreeBytesIsAnsweredWithAnEmptyRecord) {
     Envelope message(1, "{}\n");
     const Reply reply = Call(Inspect::SyncDealGroup, message);
     EXPECT_EQ(reply.length, 6688U);
@@ -29,31 +29,31 @@ TEST_F(GroupHandlers, AGroupRequestOfThreeBytesIsAnsweredWithAnEmptyRecord) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(GroupHandlers, AGroupRequestOfTwoBytesIsNotAnswered) {
+TEST_F(SyncDealGroupTest, AGroupRequestOfTwoBytesIsNotAnswered) {
     Envelope message(1, "{}");
     EXPECT_TRUE(Call(Inspect::SyncDealGroup, message).Empty());
 }
 
-TEST_F(GroupHandlers, AGroupRequestWithoutPayloadIsNotAnswered) {
+TEST_F(SyncDealGroupTest, AGroupRequestWithoutPayloadIsNotAnswered) {
     Envelope message(1);
     message.Get()->dataLen = 100;
     EXPECT_TRUE(Call(Inspect::SyncDealGroup, message).Empty());
 }
 
-TEST_F(GroupHandlers, AGroupRequestWithoutMemoryIsNotAnswered) {
+TEST_F(SyncDealGroupTest, AGroupRequestWithoutMemoryIsNotAnswered) {
     Envelope message(1, "{}\n");
     const AllocFailure failure(AllocFailure::Kind::kNothrow, 6688);
     EXPECT_TRUE(Call(Inspect::SyncDealGroup, message).Empty());
     EXPECT_TRUE(failure.Happened());
 }
 
-TEST_F(GroupHandlers, AStopOfAnUnknownTaskIs1) {
+TEST_F(SyncDealGroupTest, AStopOfAnUnknownTaskIs1) {
     Envelope message(6);
     EXPECT_EQ(Call(Inspect::SyncDealStopGroup, message.Param(4294967295U)).Number(), 1U);
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_dealmsg 19: stop group [4294967295]"}));
 }
 
-TEST_F(GroupHandlers, AStopReachesTheJobOfThatTaskId) {
+TEST_F(SyncDealGroupTest, AStopReachesTheJobOfThatTaskId) {
     bool stopped = false;
     const unsigned int id = InspacetTask::CreateTask(
         [&stopped](TaskData& task) {
@@ -67,7 +67,7 @@ TEST_F(GroupHandlers, AStopReachesTheJobOfThatTaskId) {
     EXPECT_TRUE(stopped);
 }
 
-TEST_F(GroupHandlers, AStopIsUnforced) {
+TEST_F(SyncDealGroupTest, AStopIsUnforced) {
     bool stopped = false;
     const unsigned int id = InspacetTask::CreateTask(
         [&stopped](TaskData& task) {
@@ -81,7 +81,7 @@ TEST_F(GroupHandlers, AStopIsUnforced) {
     EXPECT_FALSE(stopped);
 }
 
-TEST_F(GroupHandlers, AStopWithoutMemoryForTheReplyStopsNothing) {
+TEST_F(SyncDealGroupTest, AStopWithoutMemoryForTheReplyStopsNothing) {
     bool stopped = false;
     const unsigned int id = InspacetTask::CreateTask(
         [&stopped](TaskData& task) {

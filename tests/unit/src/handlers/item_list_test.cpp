@@ -3,8 +3,8 @@
 #include <string>
 
 #include "handlers/handlers.h"
-#include "handlers/init.h"
 #include "ominspect/config.h"
+#include "server/start.h"
 #include "support/alloc_failure.h"
 #include "support/device_folder.h"
 #include "support/handler_call.h"
@@ -17,7 +17,7 @@ using support::Lines;
 
 namespace {
 
-class ItemList : public support::DeviceTest {
+class GetGroupListTest : public support::DeviceTest {
 protected:
     static support::Reply AskNumber() {
         Envelope message(37);
@@ -43,7 +43,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ItemList, BeforeTheConfigurationIsLoadedThereAreNone) {
+TEST_F(GetGroupListTest, BeforeTheConfigurationIsLoadedThereAreNone) {
     EXPECT_EQ(AskNumber().Number(), 0U);
     EXPECT_EQ(support::LogLines(), Lines{"1 inspect_dealmsg 19: g_inspectConfigMgr is nullptr"});
     kivo::fake::ClearJournal();
@@ -51,7 +51,7 @@ TEST_F(ItemList, BeforeTheConfigurationIsLoadedThereAreNone) {
     EXPECT_EQ(support::LogLines(), Lines{});
 }
 
-TEST_F(ItemList, OfTheDefaultsHas25FilledSlots) {
+TEST_F(GetGroupListTest, OfTheDefaultsHas25FilledSlots) {
     Inspect::Init();
     EXPECT_EQ(AskNumber().Number(), 25U);
     const support::Reply list = AskList();
@@ -63,7 +63,7 @@ TEST_F(ItemList, OfTheDefaultsHas25FilledSlots) {
     EXPECT_EQ(NameIn(list, 25), "");
 }
 
-TEST_F(ItemList, OfMoreThan256ItemsStopsAtTheLastSlot) {
+TEST_F(GetGroupListTest, OfMoreThan256ItemsStopsAtTheLastSlot) {
     std::string xml = "<r><DiagnoseList>";
     for (int i = 0; i < 300; ++i) {
         xml += "<DiagnoseItem name='item" + std::to_string(i) + "' level='warn' isSync='true'/>";
@@ -75,7 +75,7 @@ TEST_F(ItemList, OfMoreThan256ItemsStopsAtTheLastSlot) {
     EXPECT_EQ(NameIn(list, 255), "item255");
 }
 
-TEST_F(ItemList, WithoutMemoryForItTheReplyIsEmpty) {
+TEST_F(GetGroupListTest, WithoutMemoryForItTheReplyIsEmpty) {
     Inspect::Init();
     {
         const AllocFailure failure(AllocFailure::Kind::kNothrow, 4);

@@ -32,48 +32,48 @@ const Got kFailed{1, "before"};
 
 }  // namespace
 
-TEST(JsonGetValue, CopiesTheStringMember) {
+TEST(JsonGetValueTest, CopiesTheStringMember) {
     EXPECT_EQ(Get(R"({"name":"item","cmd":"go"})", "name"), (Got{0, "item"}));
     EXPECT_EQ(Get(R"({"name":"item","cmd":"go"})", "cmd"), (Got{0, "go"}));
 }
 
-TEST(JsonGetValue, DoesNotTellCapitalsFromSmallLetters) {
+TEST(JsonGetValueTest, DoesNotTellCapitalsFromSmallLetters) {
     EXPECT_EQ(Get(R"({"NAME":"item"})", "name"), (Got{0, "item"}));
 }
 
-TEST(JsonGetValue, CopiesAnEmptyString) {
+TEST(JsonGetValueTest, CopiesAnEmptyString) {
     EXPECT_EQ(Get(R"({"name":""})", "name"), (Got{0, ""}));
 }
 
-TEST(JsonGetValue, ResolvesEscapes) {
+TEST(JsonGetValueTest, ResolvesEscapes) {
     EXPECT_EQ(Get(R"({"name":"a\"\u0041"})", "name"), (Got{0, "a\"A"}));
 }
 
-TEST(JsonGetValue, FailsForATextThatIsNoJson) {
+TEST(JsonGetValueTest, FailsForATextThatIsNoJson) {
     EXPECT_EQ(Get("name", "name"), kFailed);
     EXPECT_EQ(Get("", "name"), kFailed);
     EXPECT_EQ(Get(R"({"name":"item")", "name"), kFailed);
 }
 
-TEST(JsonGetValue, FailsForAMissingMember) {
+TEST(JsonGetValueTest, FailsForAMissingMember) {
     EXPECT_EQ(Get(R"({"cmd":"go"})", "name"), kFailed);
     EXPECT_EQ(Get(R"(["name"])", "name"), kFailed);
     EXPECT_EQ(Get(R"("name")", "name"), kFailed);
 }
 
-TEST(JsonGetValue, FailsForAMemberThatIsNoString) {
+TEST(JsonGetValueTest, FailsForAMemberThatIsNoString) {
     for (const char* value : {"1", "true", "null", R"(["x"])", R"({"x":"y"})"}) {
         EXPECT_EQ(Get(std::string(R"({"name":)") + value + "}", "name"), kFailed) << value;
     }
 }
 
-TEST(JsonGetValue, FailsForAValueThatDoesNotFit) {
+TEST(JsonGetValueTest, FailsForAValueThatDoesNotFit) {
     const std::string value31(31, 'a');
     EXPECT_EQ(Get(R"({"name":")" + value31 + R"("})", "name", 32), (Got{0, value31}));
     EXPECT_EQ(Get(R"({"name":")" + value31 + R"(b"})", "name", 32), kFailed);
 }
 
-TEST(JsonGetValue, FailsForNullArguments) {
+TEST(JsonGetValueTest, FailsForNullArguments) {
     char out[4] = "abc";
     const JsonText json{R"({"name":"x"})", 12};
     const JsonText none{nullptr, 0};
@@ -87,25 +87,25 @@ TEST(JsonGetValue, FailsForNullArguments) {
     EXPECT_STREQ(out, "x");
 }
 
-TEST(JsonGetValue, ReadsUpToTheNulAndNoFurther) {
+TEST(JsonGetValueTest, ReadsUpToTheNulAndNoFurther) {
     EXPECT_EQ(Get(std::string(R"({"name":"x"})") + '\0' + "rubbish", "name"), (Got{0, "x"}));
     EXPECT_EQ(Get(std::string("{\"name\":") + '\0' + "\"x\"}", "name"), kFailed);
 }
 
-TEST(JsonGetValue, DoesNotLookAtTheLength) {
+TEST(JsonGetValueTest, DoesNotLookAtTheLength) {
     char out[8] = {};
     const JsonText json{R"({"name":"x"})", 0};
     EXPECT_EQ(JsonGetValue(&json, "name", out, 8), 0U);
     EXPECT_STREQ(out, "x");
 }
 
-TEST(JsonGetValue, RefusesDeepNesting) {
+TEST(JsonGetValueTest, RefusesDeepNesting) {
     const std::string deep = std::string(100000, '[');
     EXPECT_EQ(Get(deep, "name"), kFailed);
     EXPECT_EQ(Get(R"({"a":)" + deep + R"(,"name":"x"})", "name"), kFailed);
 }
 
-TEST(JsonOperations, TheOtherThreeDoNothing) {
+TEST(JsonOperationsTest, TheOtherThreeDoNothing) {
     JsonSetValue();
     JsonAddValue();
     JsonDelValue();

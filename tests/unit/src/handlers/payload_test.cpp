@@ -10,7 +10,7 @@
 using support::Envelope;
 using namespace std::string_view_literals;
 
-TEST(Payload, IsThereOnlyWithDataAndLength) {
+TEST(PayloadTest, IsThereOnlyWithDataAndLength) {
     EXPECT_TRUE(HasPayload(*Envelope(0, "x").Get()));
     EXPECT_FALSE(HasPayload(*Envelope(0).Get()));
     Envelope noLength(0, "x");
@@ -21,29 +21,29 @@ TEST(Payload, IsThereOnlyWithDataAndLength) {
     EXPECT_FALSE(HasPayload(*noData.Get()));
 }
 
-TEST(Payload, TextIsAllItsBytes) {
+TEST(PayloadTest, TextIsAllItsBytes) {
     EXPECT_EQ(PayloadText(*Envelope(0, "a\0b\0"sv).Get()), "a\0b\0"sv);
 }
 
-TEST(Payload, NameEndsAtTheFirstNul) {
+TEST(PayloadTest, NameEndsAtTheFirstNul) {
     EXPECT_EQ(PayloadName(*Envelope(0, "ab\0cd"sv).Get()), "ab");
     EXPECT_EQ(PayloadName(*Envelope(0, "\0cd"sv).Get()), "");
 }
 
-TEST(Payload, NameWithoutNulEndsWithThePayload) {
+TEST(PayloadTest, NameWithoutNulEndsWithThePayload) {
     Envelope message(0, "abcdef");
     message.Get()->dataLen = 3;
     EXPECT_EQ(PayloadName(*message.Get()), "abc");
 }
 
-TEST(Payload, TextsEndAtTheFirstEmptyOne) {
+TEST(PayloadTest, TextsEndAtTheFirstEmptyOne) {
     using Texts = std::vector<std::string>;
     EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0bc\0\0"sv).Get()), (Texts{"a", "bc"}));
     EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0\0b\0\0"sv).Get()), Texts{"a"});
     EXPECT_EQ(PayloadTexts(*Envelope(0, "\0\0\0"sv).Get()), Texts{});
 }
 
-TEST(Payload, TheLastTextMayLackItsNul) {
+TEST(PayloadTest, TheLastTextMayLackItsNul) {
     using Texts = std::vector<std::string>;
     EXPECT_EQ(PayloadTexts(*Envelope(0, "a\0"sv).Get()), Texts{"a"});
     Envelope message(0, "a\0bcdef"sv);
@@ -51,13 +51,13 @@ TEST(Payload, TheLastTextMayLackItsNul) {
     EXPECT_EQ(PayloadTexts(*message.Get()), (Texts{"a", "bc"}));
 }
 
-TEST(Payload, ClientIsTheSendersProcessAndReplyTask) {
+TEST(PayloadTest, ClientIsTheSendersProcessAndReplyTask) {
     const InspectClientMsg client = ClientOf(*Envelope(0).From("proc", "task", "reply").Get());
     EXPECT_EQ(client.procName, "proc");
     EXPECT_EQ(client.taskName, "reply");
 }
 
-TEST(Payload, ClientNamesWithoutNulAreReadToTheirEnds) {
+TEST(PayloadTest, ClientNamesWithoutNulAreReadToTheirEnds) {
     const InspectClientMsg client = ClientOf(*Envelope(0).From("sixteen_letters_", "t", "SIXTEEN_LETTERS_").Get());
     EXPECT_EQ(client.procName, "sixteen_letters_");
     EXPECT_EQ(client.taskName, "SIXTEEN_LETTERS_");

@@ -11,7 +11,7 @@ using namespace std::string_view_literals;
 
 namespace {
 
-class Registration : public support::ServerTest {
+class ASyncDealRegTest : public support::ServerTest {
 protected:
     static bool Known(const std::string& name) {
         tagKivoOmInspectionDataItem item{};
@@ -22,7 +22,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Registration, AddsTheItemForItsSender) {
+TEST_F(ASyncDealRegTest, AddsTheItemForItsSender) {
     DeleteAtEnd("item");
     Envelope message(2, "item\0"sv);
     message.Param(2500).From("owner", "own_main", "own_task");
@@ -34,7 +34,7 @@ TEST_F(Registration, AddsTheItemForItsSender) {
     EXPECT_TRUE(Known("item"));
 }
 
-TEST_F(Registration, TakesTheTimeLimitFromTheParameter) {
+TEST_F(ASyncDealRegTest, TakesTheTimeLimitFromTheParameter) {
     DeleteAtEnd("item");
     Envelope message(2, "item");
     message.Param(2500).From("owner", "own_main", "own_task");
@@ -51,7 +51,7 @@ TEST_F(Registration, TakesTheTimeLimitFromTheParameter) {
     EXPECT_STREQ(item.result.text, "timeout");
 }
 
-TEST_F(Registration, ReadsANameWithoutNulToThePayloadsEnd) {
+TEST_F(ASyncDealRegTest, ReadsANameWithoutNulToThePayloadsEnd) {
     DeleteAtEnd("ite");
     Envelope message(2, "item");
     message.Get()->dataLen = 3;
@@ -60,7 +60,7 @@ TEST_F(Registration, ReadsANameWithoutNulToThePayloadsEnd) {
     EXPECT_FALSE(Known("item"));
 }
 
-TEST_F(Registration, WithoutPayloadIsIgnored) {
+TEST_F(ASyncDealRegTest, WithoutPayloadIsIgnored) {
     Envelope nothing(2);
     EXPECT_TRUE(Call(Inspect::ASyncDealReg, nothing).Empty());
     EXPECT_TRUE(Call(Inspect::ASyncDealUnReg, nothing).Empty());
@@ -74,7 +74,7 @@ TEST_F(Registration, WithoutPayloadIsIgnored) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Registration, RemovesTheItem) {
+TEST_F(ASyncDealRegTest, RemovesTheItem) {
     AddItem("item");
     Envelope message(3, "item\0"sv);
     EXPECT_TRUE(Call(Inspect::ASyncDealUnReg, message).Empty());

@@ -15,7 +15,7 @@ using support::Lines;
 
 namespace {
 
-class Report : public support::ServerTest {
+class ASyncDealSendResultTest : public support::ServerTest {
 protected:
     void SetUp() override {
         ServerTest::SetUp();
@@ -44,7 +44,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Report, OfProgressIsStoredAndForwardedToEveryRequesterInOrder) {
+TEST_F(ASyncDealSendResultTest, OfProgressIsStoredAndForwardedToEveryRequesterInOrder) {
     EXPECT_TRUE(Send(BytesOf(support::Result("item", "running", "40%"))).Empty());
     EXPECT_EQ(Stored(), "item|running|40%");
     EXPECT_EQ(support::Steps(),
@@ -52,7 +52,7 @@ TEST_F(Report, OfProgressIsStoredAndForwardedToEveryRequesterInOrder) {
                      "send 0 to second:task_b: item|running|40%"}));
 }
 
-TEST_F(Report, OfAFinalResultIsStoredAndNotForwarded) {
+TEST_F(ASyncDealSendResultTest, OfAFinalResultIsStoredAndNotForwarded) {
     for (const char* status : {"done", "success", "fail", "running2"}) {
         kivo::fake::ClearJournal();
         Send(BytesOf(support::Result("item", status, "text")));
@@ -61,14 +61,14 @@ TEST_F(Report, OfAFinalResultIsStoredAndNotForwarded) {
     }
 }
 
-TEST_F(Report, ForwardsTheBytesAsTheyCame) {
+TEST_F(ASyncDealSendResultTest, ForwardsTheBytesAsTheyCame) {
     Bytes payload = BytesOf(support::Result("item", "running", "x"));
     payload[100] = 'r';  // behind the text's NUL
     Send(payload);
     EXPECT_EQ(kivo::fake::Journal().back().data, payload);
 }
 
-TEST_F(Report, OfAnotherSizeIsIgnored) {
+TEST_F(ASyncDealSendResultTest, OfAnotherSizeIsIgnored) {
     Bytes payload = BytesOf(support::Result("item", "success", "x"));
     payload.resize(191);
     Send(payload);
@@ -79,14 +79,14 @@ TEST_F(Report, OfAnotherSizeIsIgnored) {
     EXPECT_EQ(Stored(), "item|running|");
 }
 
-TEST_F(Report, WithoutDataIsIgnored) {
+TEST_F(ASyncDealSendResultTest, WithoutDataIsIgnored) {
     Envelope message(5);
     message.Get()->dataLen = 192;
     Call(Inspect::ASyncDealSendResult, message);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Report, WithAFieldWithoutNulIsRefused) {
+TEST_F(ASyncDealSendResultTest, WithAFieldWithoutNulIsRefused) {
     for (const std::size_t last : {31U, 63U, 191U}) {
         kivo::fake::ClearJournal();
         Bytes payload = BytesOf(support::Result("item", "success", "x"));
@@ -97,12 +97,12 @@ TEST_F(Report, WithAFieldWithoutNulIsRefused) {
     }
 }
 
-TEST_F(Report, OfAnUnknownItemIsForwardedToNobody) {
+TEST_F(ASyncDealSendResultTest, OfAnUnknownItemIsForwardedToNobody) {
     Send(BytesOf(support::Result("nobody", "running", "x")));
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_dealmsg 19: now send result to [nobody]"}));
 }
 
-TEST_F(Report, OfProgressOfAnIdleItemIsForwardedButNotStored) {
+TEST_F(ASyncDealSendResultTest, OfProgressOfAnIdleItemIsForwardedButNotStored) {
     g_resultMgr.SetResultStatic("item", "idle");
     kivo::fake::ClearJournal();
     Send(BytesOf(support::Result("item", "running", "40%")));
@@ -111,7 +111,7 @@ TEST_F(Report, OfProgressOfAnIdleItemIsForwardedButNotStored) {
               (Lines{"send 0 to first:task_a: item|running|40%", "send 0 to second:task_b: item|running|40%"}));
 }
 
-TEST_F(Report, ThatCannotBeSentToOneRequesterIsSentToTheNext) {
+TEST_F(ASyncDealSendResultTest, ThatCannotBeSentToOneRequesterIsSentToTheNext) {
     kivo::fake::Fail("OsMsgAsynSend", 0x80020008);
     Send(BytesOf(support::Result("item", "running", "40%")));
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_dealmsg 19: now send result to [item]",

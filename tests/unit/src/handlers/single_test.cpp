@@ -22,7 +22,7 @@ using support::Request;
 
 namespace {
 
-class Single : public support::ServerTest {
+class InspectSingleTest : public support::ServerTest {
 protected:
     // InspectSingle on an empty item.
     uint8_t Do(const std::string& json) {
@@ -52,30 +52,30 @@ bool Contains(const Lines& lines, const std::string& line) {
 
 }  // namespace
 
-TEST_F(Single, LogsTextNameAndCommandFirst) {
+TEST_F(InspectSingleTest, LogsTextNameAndCommandFirst) {
     Do(R"({"name":"item","cmd":"go"})");
     EXPECT_EQ(support::Steps().at(0), R"(3 inspect_dealmsg 19: InspectSingle[{"name":"item","cmd":"go"}][item][go])");
 }
 
-TEST_F(Single, AnUnknownItemIsFinalAndNotSupported) {
+TEST_F(InspectSingleTest, AnUnknownItemIsFinalAndNotSupported) {
     EXPECT_NE(Do(Request("item", "go")), 0);
     EXPECT_EQ(Item(), "item|fail|no support");
     EXPECT_EQ(support::LogLines().back(), "1 ResultMgr 13: Get Result fail, name [item]");
 }
 
-TEST_F(Single, MissingMembersAreEmpty) {
+TEST_F(InspectSingleTest, MissingMembersAreEmpty) {
     EXPECT_NE(Do("{}"), 0);
     EXPECT_EQ(support::LogLines(),
               (Lines{"3 inspect_dealmsg 19: InspectSingle[{}][][]", "1 ResultMgr 13: Get Result fail, name []"}));
     EXPECT_EQ(Item(), "|fail|no support");
 }
 
-TEST_F(Single, ATextThatIsNoJsonHasNoMembers) {
+TEST_F(InspectSingleTest, ATextThatIsNoJsonHasNoMembers) {
     EXPECT_NE(Do("rubbish"), 0);
     EXPECT_EQ(support::LogLines().at(0), "3 inspect_dealmsg 19: InspectSingle[rubbish][][]");
 }
 
-TEST_F(Single, ANameOf32AndACommandOf128BytesAreLeftEmpty) {
+TEST_F(InspectSingleTest, ANameOf32AndACommandOf128BytesAreLeftEmpty) {
     Do(Request(std::string(32, 'n'), "done"));
     EXPECT_EQ(Item(), "||done");
     Do(Request("item", std::string(128, 'c')));
@@ -84,7 +84,7 @@ TEST_F(Single, ANameOf32AndACommandOf128BytesAreLeftEmpty) {
     EXPECT_EQ(support::LogLines().back(), "1 ResultMgr 13: Get Result fail, name [" + std::string(31, 'n') + "]");
 }
 
-TEST_F(Single, ARunThatEndsAtOnceIsFinal) {
+TEST_F(InspectSingleTest, ARunThatEndsAtOnceIsFinal) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");
     EXPECT_NE(Do(Request("item", "go")), 0);
@@ -92,14 +92,14 @@ TEST_F(Single, ARunThatEndsAtOnceIsFinal) {
     EXPECT_EQ(m_item.startTime, 1700000000000U);
 }
 
-TEST_F(Single, ARunThatGoesOnMustBeWaitedFor) {
+TEST_F(InspectSingleTest, ARunThatGoesOnMustBeWaitedFor) {
     AddItem("item");
     support::OwnerAnswers("running", "10%");
     EXPECT_EQ(Do(Request("item", "go")), 0);
     EXPECT_EQ(Item(), "item|running|10%");
 }
 
-TEST_F(Single, TheOwnerGetsTheWholeTextAndItsNul) {
+TEST_F(InspectSingleTest, TheOwnerGetsTheWholeTextAndItsNul) {
     AddItem("item");
     Bytes payload;
     support::OwnerDoes([&payload](const kivo::fake::Entry& message) {
@@ -115,7 +115,7 @@ TEST_F(Single, TheOwnerGetsTheWholeTextAndItsNul) {
     EXPECT_EQ(payload[52], 0);
 }
 
-TEST_F(Single, StopAsksTheOwnerPastTheTable) {
+TEST_F(InspectSingleTest, StopAsksTheOwnerPastTheTable) {
     AddItem("item");
     support::OwnerAnswers("success", "stopped");
     EXPECT_NE(Do(Request("item", "stop")), 0);
@@ -124,19 +124,19 @@ TEST_F(Single, StopAsksTheOwnerPastTheTable) {
     EXPECT_EQ(support::Steps({Kind::kSyncSend, Kind::kBroadcast}), (Lines{"ask 4 of owner:own_task"}));
 }
 
-TEST_F(Single, StopIsFinalEvenIfTheOwnerSaysRunning) {
+TEST_F(InspectSingleTest, StopIsFinalEvenIfTheOwnerSaysRunning) {
     AddItem("item");
     support::OwnerAnswers("running", "");
     EXPECT_NE(Do(Request("item", "stop")), 0);
     EXPECT_EQ(Item(), "item|running|");
 }
 
-TEST_F(Single, StopOfAnUnknownItemIsARunError) {
+TEST_F(InspectSingleTest, StopOfAnUnknownItemIsARunError) {
     EXPECT_NE(Do(Request("x", "stop")), 0);
     EXPECT_EQ(Item(), "x|fail|run err");
 }
 
-TEST_F(Single, DoneResetsTheItemToIdle) {
+TEST_F(InspectSingleTest, DoneResetsTheItemToIdle) {
     AddItem("item");
     g_resultMgr.SetResultStatic("item", "success");
     kivo::fake::ClearJournal();
@@ -148,14 +148,14 @@ TEST_F(Single, DoneResetsTheItemToIdle) {
                      "3 ResultMgr 13: SetResultStatic item to idle"}));
 }
 
-TEST_F(Single, CommandsAreComparedWhole) {
+TEST_F(InspectSingleTest, CommandsAreComparedWhole) {
     for (const char* cmd : {"stop2", "sto", "done2", "STOP", ""}) {
         EXPECT_NE(Do(Request("item", cmd)), 0);
         EXPECT_EQ(Item(), "item|fail|no support") << cmd;
     }
 }
 
-TEST_F(Single, SynchronousWithoutPayloadIsNotAnswered) {
+TEST_F(InspectSingleTest, SynchronousWithoutPayloadIsNotAnswered) {
     EXPECT_TRUE(Send("").Empty());
     Envelope noData(0);
     noData.Get()->dataLen = 10;
@@ -163,7 +163,7 @@ TEST_F(Single, SynchronousWithoutPayloadIsNotAnswered) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Single, SynchronousWithoutMemoryIsNotAnsweredAndRunsNothing) {
+TEST_F(InspectSingleTest, SynchronousWithoutMemoryIsNotAnsweredAndRunsNothing) {
     AddItem("item");
     Envelope message(0, Request("item", "go"));
     const AllocFailure failure(AllocFailure::Kind::kNothrow, 192);
@@ -172,7 +172,7 @@ TEST_F(Single, SynchronousWithoutMemoryIsNotAnsweredAndRunsNothing) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Single, SynchronousAnswersWithTheResult) {
+TEST_F(InspectSingleTest, SynchronousAnswersWithTheResult) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");
     const Reply reply = Send(Request("item", "go"));
@@ -180,7 +180,7 @@ TEST_F(Single, SynchronousAnswersWithTheResult) {
     EXPECT_EQ(support::Show(reply.bytes), "item|success|all well");
 }
 
-TEST_F(Single, SynchronousTakesExactlyThePayloadsBytes) {
+TEST_F(InspectSingleTest, SynchronousTakesExactlyThePayloadsBytes) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");
     Envelope message(0, Request("item", "go") + "rubbish");
@@ -188,14 +188,14 @@ TEST_F(Single, SynchronousTakesExactlyThePayloadsBytes) {
     EXPECT_EQ(support::Show(Call(Inspect::SyncDealSingle, message).bytes), "item|success|all well");
 }
 
-TEST_F(Single, SynchronousStopAnswersAtOnceWithWhatTheOwnerSaid) {
+TEST_F(InspectSingleTest, SynchronousStopAnswersAtOnceWithWhatTheOwnerSaid) {
     AddItem("x");
     support::OwnerAnswers("success", "stop");
     EXPECT_EQ(support::Show(Send(Request("x", "stop")).bytes), "x|success|stop");
     EXPECT_EQ(kivo::fake::Now(), 1700000000000U);
 }
 
-TEST_F(Single, SynchronousDoneAnswersAtOnce) {
+TEST_F(InspectSingleTest, SynchronousDoneAnswersAtOnce) {
     AddItem("item");
     g_resultMgr.SetResultStatic("item", "success");
     EXPECT_EQ(support::Show(Send(Request("item", "done")).bytes), "item||done");
@@ -204,7 +204,7 @@ TEST_F(Single, SynchronousDoneAnswersAtOnce) {
 }
 
 // The name of the item waited for is deliberately taken from the reply, which is still empty.
-TEST_F(Single, SynchronousWaitsForTheItemOfTheEmptyName) {
+TEST_F(InspectSingleTest, SynchronousWaitsForTheItemOfTheEmptyName) {
     AddItem("item");
     support::OwnerAnswers("running", "10%");
     const Reply reply = Send(Request("item", "go"));
@@ -217,7 +217,7 @@ TEST_F(Single, SynchronousWaitsForTheItemOfTheEmptyName) {
     EXPECT_EQ(Stored("item"), "item|running|10%");
 }
 
-TEST_F(Single, SynchronousPollsOnceASecondUntilTheEmptyNamedItemIsFinal) {
+TEST_F(InspectSingleTest, SynchronousPollsOnceASecondUntilTheEmptyNamedItemIsFinal) {
     AddItem("item");
     AddItem("");
     g_resultMgr.SetResultStatic("", "running");

@@ -13,7 +13,7 @@ using namespace std::string_view_literals;
 
 namespace {
 
-class State : public support::ServerTest {
+class SyncDealGetStateTest : public support::ServerTest {
 protected:
     static uint32_t Of(std::string_view payload) {
         Envelope message(7, payload);
@@ -25,24 +25,24 @@ protected:
 
 }  // namespace
 
-TEST_F(State, WithoutANameIs2) {
+TEST_F(SyncDealGetStateTest, WithoutANameIs2) {
     EXPECT_EQ(Of(""), 2U);
     Envelope noData(7);
     noData.Get()->dataLen = 4;
     EXPECT_EQ(Call(Inspect::SyncDealGetState, noData).Number(), 2U);
 }
 
-TEST_F(State, OfAnUnknownItemIs1) {
+TEST_F(SyncDealGetStateTest, OfAnUnknownItemIs1) {
     EXPECT_EQ(Of("nobody"), 1U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(State, OfAnIdleItemIs1) {
+TEST_F(SyncDealGetStateTest, OfAnIdleItemIs1) {
     AddItem("item");
     EXPECT_EQ(Of("item"), 1U);
 }
 
-TEST_F(State, OfARunningItemIs0) {
+TEST_F(SyncDealGetStateTest, OfARunningItemIs0) {
     AddItem("item");
     support::OwnerAnswers("running", "");
     tagKivoOmInspectionRequestMsg request{"item", 2, 0, "{}"};
@@ -51,7 +51,7 @@ TEST_F(State, OfARunningItemIs0) {
     EXPECT_EQ(Of("item"), 0U);
 }
 
-TEST_F(State, OfAFinishedItemIs0UntilItIsReset) {
+TEST_F(SyncDealGetStateTest, OfAFinishedItemIs0UntilItIsReset) {
     AddItem("item");
     g_resultMgr.SetResultStatic("item", "success");
     EXPECT_EQ(Of("item"), 0U);
@@ -61,14 +61,14 @@ TEST_F(State, OfAFinishedItemIs0UntilItIsReset) {
     EXPECT_EQ(Of("item"), 1U);
 }
 
-TEST_F(State, TakesTheNameUpToItsFirstNul) {
+TEST_F(SyncDealGetStateTest, TakesTheNameUpToItsFirstNul) {
     AddItem("item");
     g_resultMgr.SetResultStatic("item", "success");
     EXPECT_EQ(Of("item\0rest"sv), 0U);
     EXPECT_EQ(Of("item "sv), 1U);
 }
 
-TEST_F(State, WithoutMemoryIsNotAnswered) {
+TEST_F(SyncDealGetStateTest, WithoutMemoryIsNotAnswered) {
     Envelope message(7, "item");
     const AllocFailure failure(AllocFailure::Kind::kNothrow, 4);
     EXPECT_TRUE(Call(Inspect::SyncDealGetState, message).Empty());

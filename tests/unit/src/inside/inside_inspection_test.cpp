@@ -12,18 +12,18 @@ using support::Lines;
 
 namespace {
 
-using Inside = support::PlatformTest;
+using InsideInspectionTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(Inside, RegistersTheLogDirectoryItem) {
+TEST_F(InsideInspectionTest, RegistersTheLogDirectoryItem) {
     EXPECT_EQ(InitInspectInside(), 0U);
     EXPECT_EQ(support::Steps(),
               (Lines{"3 inspect_inside_linux 24: >>> InitInspectInside \n", "InspectClientInit(inside_check)",
                      "InspectRegHandler(kivo_om_get_log_dir, 1000)"}));
 }
 
-TEST_F(Inside, TheHandlerRecordIsPaddedWithZero) {
+TEST_F(InsideInspectionTest, TheHandlerRecordIsPaddedWithZero) {
     InitInspectInside();
     ASSERT_EQ(kivo::fake::RegisteredHandlers().size(), 1U);
     const InspectHandlerRecord record = kivo::fake::RegisteredHandlers()[0];
@@ -33,14 +33,14 @@ TEST_F(Inside, TheHandlerRecordIsPaddedWithZero) {
     EXPECT_NE(record.handler, nullptr);
 }
 
-TEST_F(Inside, GivesTheClientsFailureToInitialise) {
+TEST_F(InsideInspectionTest, GivesTheClientsFailureToInitialise) {
     kivo::fake::Fail("InspectClientInit", 0x80020006);
     EXPECT_EQ(InitInspectInside(), 0x80020006U);
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_inside_linux 24: >>> InitInspectInside \n",
                                        "1 inspect_inside_linux 24: Inside Inspect Init fail."}));
 }
 
-TEST_F(Inside, GivesTheClientsFailureToRegister) {
+TEST_F(InsideInspectionTest, GivesTheClientsFailureToRegister) {
     kivo::fake::Fail("InspectRegHandler", 0x80020002);
     EXPECT_EQ(InitInspectInside(), 0x80020002U);
     EXPECT_EQ(support::Steps(),
@@ -48,7 +48,7 @@ TEST_F(Inside, GivesTheClientsFailureToRegister) {
                      "1 inspect_inside_linux 24: Reg Inside Inspect Init fail.\n"}));
 }
 
-TEST_F(Inside, TheItemTellsTheLogDirectory) {
+TEST_F(InsideInspectionTest, TheItemTellsTheLogDirectory) {
     InitInspectInside();
     ASSERT_EQ(kivo::fake::RegisteredHandlers().size(), 1U);
     kivo::fake::ClearJournal();
@@ -58,7 +58,7 @@ TEST_F(Inside, TheItemTellsTheLogDirectory) {
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_inside_linux 24: get log dir diag success"}));
 }
 
-TEST_F(Inside, IgnoredMessagesLeaveTheReplyAsItIs) {
+TEST_F(InsideInspectionTest, IgnoredMessagesLeaveTheReplyAsItIs) {
     for (const InspectHandler handler : {InspectSlaveProcess, InspectTransCreateFile, InspectTransWriteFile,
                                          InspectTransCloseFile, InspectSlaveReadVersion}) {
         support::Envelope message(10, "payload");

@@ -22,7 +22,7 @@ static_assert(std::is_polymorphic_v<PipeliningMgr> && std::has_virtual_destructo
 
 namespace {
 
-class Pipelining : public support::PlatformTest {
+class PipeliningMgrTest : public support::PlatformTest {
 protected:
     void Register(const std::string& name) {
         m_mgr.RegInspectItem(name, support::Owner());
@@ -56,7 +56,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Pipelining, RegistrationIsLoggedAndAlways0) {
+TEST_F(PipeliningMgrTest, RegistrationIsLoggedAndAlways0) {
     EXPECT_EQ(m_mgr.RegInspectItem("item", {"owner", "own_task"}), 0U);
     EXPECT_EQ(m_mgr.RegInspectItem("item", {"other", "oth_task"}), 0U);
     EXPECT_EQ(support::Steps(),
@@ -64,7 +64,7 @@ TEST_F(Pipelining, RegistrationIsLoggedAndAlways0) {
                      "1 PipeliningMgr 17: add inspection in pipeline: [item] from [other:oth_task] "}));
 }
 
-TEST_F(Pipelining, ASecondRegistrationKeepsTheFirstOwner) {
+TEST_F(PipeliningMgrTest, ASecondRegistrationKeepsTheFirstOwner) {
     m_mgr.RegInspectItem("item", support::Owner());
     m_mgr.RegInspectItem("item", {"other", "oth_task"});
     support::OwnerAnswers("success", "");
@@ -73,7 +73,7 @@ TEST_F(Pipelining, ASecondRegistrationKeepsTheFirstOwner) {
     EXPECT_EQ(Sent().task, "own_task");
 }
 
-TEST_F(Pipelining, UnregistrationIsLoggedAndAlways0) {
+TEST_F(PipeliningMgrTest, UnregistrationIsLoggedAndAlways0) {
     Register("item");
     EXPECT_EQ(m_mgr.UnRegInspectItem("item"), 0U);
     EXPECT_EQ(m_mgr.UnRegInspectItem("nobody"), 0U);
@@ -82,26 +82,26 @@ TEST_F(Pipelining, UnregistrationIsLoggedAndAlways0) {
     EXPECT_EQ(Run("item"), 12U);
 }
 
-TEST_F(Pipelining, UnregistrationOfAnotherNameChangesNothing) {
+TEST_F(PipeliningMgrTest, UnregistrationOfAnotherNameChangesNothing) {
     Register("item");
     m_mgr.UnRegInspectItem("nobody");
     support::OwnerAnswers("success", "");
     EXPECT_EQ(Run("item"), 0U);
 }
 
-TEST_F(Pipelining, StartAndStopDoNothing) {
+TEST_F(PipeliningMgrTest, StartAndStopDoNothing) {
     EXPECT_EQ(m_mgr.StartInspectPipeLining(), 0U);
     EXPECT_EQ(m_mgr.StopInspectPipeLining(), 0U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Pipelining, ARunOfAnUnregisteredItemIs12AndSendsNothing) {
+TEST_F(PipeliningMgrTest, ARunOfAnUnregisteredItemIs12AndSendsNothing) {
     EXPECT_EQ(Run("item"), 12U);
     EXPECT_EQ(support::Steps(), (Lines{"1 PipeliningMgr 17: [GetInspectResult]not found inspect : item "}));
     EXPECT_EQ(Result(), "before|before|before");
 }
 
-TEST_F(Pipelining, ARunGivesTheOwnersResultUnderTheRequestedName) {
+TEST_F(PipeliningMgrTest, ARunGivesTheOwnersResultUnderTheRequestedName) {
     Register("item");
     support::OwnerAnswers("success", "all well");
     EXPECT_EQ(Run("item"), 0U);
@@ -109,14 +109,14 @@ TEST_F(Pipelining, ARunGivesTheOwnersResultUnderTheRequestedName) {
     EXPECT_EQ(support::Steps(), (Lines{"ask 4 of owner:own_task", "OsMsgSynRespFree"}));
 }
 
-TEST_F(Pipelining, ARunIsSentWithFiveMinutesOfTime) {
+TEST_F(PipeliningMgrTest, ARunIsSentWithFiveMinutesOfTime) {
     Register("item");
     support::OwnerAnswers("success", "");
     Run("item");
     EXPECT_EQ(Sent().timeout, 300000U);
 }
 
-TEST_F(Pipelining, TheEnvelopeIsZeroButForItsFields) {
+TEST_F(PipeliningMgrTest, TheEnvelopeIsZeroButForItsFields) {
     Register("item");
     support::OwnerAnswers("success", "");
     Run("item", "{}");
@@ -128,7 +128,7 @@ TEST_F(Pipelining, TheEnvelopeIsZeroButForItsFields) {
     EXPECT_EQ(support::BytesOf(Sent().envelope), expected);
 }
 
-TEST_F(Pipelining, ThePayloadIsNameLengthTextAndNul) {
+TEST_F(PipeliningMgrTest, ThePayloadIsNameLengthTextAndNul) {
     Register("item");
     support::OwnerAnswers("success", "");
     Run("item", R"({"name":"item"})");
@@ -139,7 +139,7 @@ TEST_F(Pipelining, ThePayloadIsNameLengthTextAndNul) {
     EXPECT_EQ(Sent().data, expected);
 }
 
-TEST_F(Pipelining, ALengthBeyondTheTextIsFilledWithZero) {
+TEST_F(PipeliningMgrTest, ALengthBeyondTheTextIsFilledWithZero) {
     Register("item");
     support::OwnerAnswers("success", "");
     tagKivoOmInspectionRequestMsg request{"item", 5, 0, "{}"};
@@ -152,7 +152,7 @@ TEST_F(Pipelining, ALengthBeyondTheTextIsFilledWithZero) {
     EXPECT_EQ(Sent().data, expected);
 }
 
-TEST_F(Pipelining, AnEmptyTextIsSentAs37Bytes) {
+TEST_F(PipeliningMgrTest, AnEmptyTextIsSentAs37Bytes) {
     Register("item");
     support::OwnerAnswers("success", "");
     EXPECT_EQ(Run("item", ""), 0U);
@@ -161,14 +161,14 @@ TEST_F(Pipelining, AnEmptyTextIsSentAs37Bytes) {
     EXPECT_EQ(Sent().data, expected);
 }
 
-TEST_F(Pipelining, ANullTextIs13AndSendsNothing) {
+TEST_F(PipeliningMgrTest, ANullTextIs13AndSendsNothing) {
     Register("item");
     EXPECT_EQ(Run("item", nullptr), 13U);
     EXPECT_EQ(support::Steps(), (Lines{"1 PipeliningMgr 17: cpy_s error when run inspect item owner own_task"}));
     EXPECT_EQ(Result(), "before|before|before");
 }
 
-TEST_F(Pipelining, AnOwnersProcessNameOf16BytesIs13AndSendsNothing) {
+TEST_F(PipeliningMgrTest, AnOwnersProcessNameOf16BytesIs13AndSendsNothing) {
     m_mgr.RegInspectItem("item", {"sixteen_letters_", "own_task"});
     kivo::fake::ClearJournal();
     EXPECT_EQ(Run("item"), 13U);
@@ -176,7 +176,7 @@ TEST_F(Pipelining, AnOwnersProcessNameOf16BytesIs13AndSendsNothing) {
               (Lines{"1 PipeliningMgr 17: cpy_s error when run inspect item sixteen_letters_ own_task"}));
 }
 
-TEST_F(Pipelining, AnOwnersTaskNameOf16BytesIs13AndSendsNothing) {
+TEST_F(PipeliningMgrTest, AnOwnersTaskNameOf16BytesIs13AndSendsNothing) {
     m_mgr.RegInspectItem("item", {"owner", "sixteen_letters_"});
     kivo::fake::ClearJournal();
     EXPECT_EQ(Run("item"), 13U);
@@ -184,7 +184,7 @@ TEST_F(Pipelining, AnOwnersTaskNameOf16BytesIs13AndSendsNothing) {
               (Lines{"1 PipeliningMgr 17: cpy_s error when run inspect item owner sixteen_letters_"}));
 }
 
-TEST_F(Pipelining, ANameWithoutNulIs13AndReadWithinItsField) {
+TEST_F(PipeliningMgrTest, ANameWithoutNulIs13AndReadWithinItsField) {
     const std::string name(32, 'n');
     Register(name);
     EXPECT_EQ(Run(name), 13U);
@@ -192,7 +192,7 @@ TEST_F(Pipelining, ANameWithoutNulIs13AndReadWithinItsField) {
               (Lines{"1 PipeliningMgr 17: cpy_s error when run inspect " + name + " owner own_task"}));
 }
 
-TEST_F(Pipelining, WithoutABufferARunIs14AndSendsNothing) {
+TEST_F(PipeliningMgrTest, WithoutABufferARunIs14AndSendsNothing) {
     Register("item");
     const AllocFailure failure(AllocFailure::Kind::kNothrow, 39);
     EXPECT_EQ(Run("item", "{}"), 14U);
@@ -201,7 +201,7 @@ TEST_F(Pipelining, WithoutABufferARunIs14AndSendsNothing) {
     EXPECT_EQ(Result(), "before|before|before");
 }
 
-TEST_F(Pipelining, ARefusedSendIs10) {
+TEST_F(PipeliningMgrTest, ARefusedSendIs10) {
     Register("item");
     kivo::fake::Fail("OsMsgSynSend", 0x8002000a);
     EXPECT_EQ(Run("item"), 10U);
@@ -209,7 +209,7 @@ TEST_F(Pipelining, ARefusedSendIs10) {
     EXPECT_EQ(Result(), "before|before|before");
 }
 
-TEST_F(Pipelining, ASilentOwnerIs10AfterFiveMinutes) {
+TEST_F(PipeliningMgrTest, ASilentOwnerIs10AfterFiveMinutes) {
     Register("item");
     support::OwnerAnswers("success", "", 300001);
     EXPECT_EQ(Run("item"), 10U);
@@ -217,13 +217,13 @@ TEST_F(Pipelining, ASilentOwnerIs10AfterFiveMinutes) {
     EXPECT_EQ(support::Steps().back(), "1 PipeliningMgr 17: OsMsgSynSend fail, start 80020001, ret = 8002000b ");
 }
 
-TEST_F(Pipelining, AnAnswerAtTheLimitCounts) {
+TEST_F(PipeliningMgrTest, AnAnswerAtTheLimitCounts) {
     Register("item");
     support::OwnerAnswers("success", "", 300000);
     EXPECT_EQ(Run("item"), 0U);
 }
 
-TEST_F(Pipelining, WithoutAReplyOnlyTheNameIsSet) {
+TEST_F(PipeliningMgrTest, WithoutAReplyOnlyTheNameIsSet) {
     Register("item");
     support::OwnerDoes([](const Entry& /*message*/) { return Answer{.data = {}, .nullResponse = true}; });
     EXPECT_EQ(Run("item"), 0U);
@@ -231,7 +231,7 @@ TEST_F(Pipelining, WithoutAReplyOnlyTheNameIsSet) {
     EXPECT_EQ(support::LogLines(), (Lines{"1 InspectMsg 14: [TransMsgBlockAndFree]: resp is null"}));
 }
 
-TEST_F(Pipelining, OfAnEmptyReplyOnlyTheNameIsSet) {
+TEST_F(PipeliningMgrTest, OfAnEmptyReplyOnlyTheNameIsSet) {
     Register("item");
     support::OwnerDoes([](const Entry& /*message*/) { return Answer{}; });
     EXPECT_EQ(Run("item"), 0U);
@@ -239,7 +239,7 @@ TEST_F(Pipelining, OfAnEmptyReplyOnlyTheNameIsSet) {
     EXPECT_EQ(support::Steps().back(), "OsMsgSynRespFree");
 }
 
-TEST_F(Pipelining, OfAnOversizedReplyOnlyTheNameIsSet) {
+TEST_F(PipeliningMgrTest, OfAnOversizedReplyOnlyTheNameIsSet) {
     Register("item");
     support::OwnerDoes([](const Entry& /*message*/) { return Answer{.data = Bytes(193, 'x')}; });
     EXPECT_EQ(Run("item"), 0U);
@@ -247,7 +247,7 @@ TEST_F(Pipelining, OfAnOversizedReplyOnlyTheNameIsSet) {
     EXPECT_EQ(support::Steps().back(), "OsMsgSynRespFree");
 }
 
-TEST_F(Pipelining, AShorterReplyFillsWhatItHas) {
+TEST_F(PipeliningMgrTest, AShorterReplyFillsWhatItHas) {
     Register("item");
     support::OwnerDoes([](const Entry& /*message*/) {
         Bytes bytes = support::BytesOf(support::Result("own", "success", ""));
@@ -258,7 +258,7 @@ TEST_F(Pipelining, AShorterReplyFillsWhatItHas) {
     EXPECT_EQ(Result(), "item|success|before");
 }
 
-TEST_F(Pipelining, RegistrationGoesOnWhileAnOwnerIsAsked) {
+TEST_F(PipeliningMgrTest, RegistrationGoesOnWhileAnOwnerIsAsked) {
     Register("item");
     unsigned int registered = 9;
     unsigned int unregistered = 9;

@@ -24,7 +24,7 @@ public:
 
 class InspacetTaskPeer {
 public:
-    static pthread_mutex_t* Lock() { return InspacetTask::manager.m_tableLock.native_handle(); }
+    static pthread_mutex_t* Lock() { return InspacetTask::m_tableLock.native_handle(); }
 };
 
 namespace {
@@ -89,7 +89,7 @@ uint32_t __wrap_OsMsgSynSend(const TagMsgBlock* msg, TagMsgBlock** resp, uint32_
 
 namespace {
 
-class LockOrder : public support::ServerTest {
+class LockOrderTest : public support::ServerTest {
 protected:
     void SetUp() override {
         ServerTest::SetUp();
@@ -123,7 +123,7 @@ private:
     }
 };
 
-TEST_F(LockOrder, AWaitTimerIsStartedUnderTheResultLockAndTheOwnerAskedWithout) {
+TEST_F(LockOrderTest, AWaitTimerIsStartedUnderTheResultLockAndTheOwnerAskedWithout) {
     AddItem("item");
     Run("item");
     EXPECT_EQ(g_sends, 1);
@@ -132,7 +132,7 @@ TEST_F(LockOrder, AWaitTimerIsStartedUnderTheResultLockAndTheOwnerAskedWithout) 
     EXPECT_EQ(g_resultInTask, 0);
 }
 
-TEST_F(LockOrder, AReportStopsTheWaitTimerWithoutTheResultLock) {
+TEST_F(LockOrderTest, AReportStopsTheWaitTimerWithoutTheResultLock) {
     AddItem("item");
     Run("item");
     kivo::fake::Settle();
@@ -143,7 +143,7 @@ TEST_F(LockOrder, AReportStopsTheWaitTimerWithoutTheResultLock) {
     EXPECT_EQ(g_taskInResult, 0);
 }
 
-TEST_F(LockOrder, ADeletionStopsTheWaitTimerWithoutTheResultLock) {
+TEST_F(LockOrderTest, ADeletionStopsTheWaitTimerWithoutTheResultLock) {
     AddItem("item");
     Run("item");
     kivo::fake::Settle();
@@ -154,7 +154,7 @@ TEST_F(LockOrder, ADeletionStopsTheWaitTimerWithoutTheResultLock) {
     EXPECT_EQ(g_taskInResult, 0);
 }
 
-TEST_F(LockOrder, HoldsForAGroupThatIsStoppedAndForATimeLimit) {
+TEST_F(LockOrderTest, HoldsForAGroupThatIsStoppedAndForATimeLimit) {
     g_resultMgr.AddGroup({"unknown_group"});
     AddItem("stopped");
     AddItem("late", 2000);

@@ -18,7 +18,7 @@ static_assert(std::is_same_v<decltype(ResultData::startCount), uint8_t>);
 
 namespace {
 
-class Table : public support::ResultTest {
+class ResultMgrTest : public support::ResultTest {
 protected:
     // "proc:task" of each requester.
     Lines Requesters(const std::string& name) {
@@ -35,14 +35,14 @@ protected:
 
 }  // namespace
 
-TEST_F(Table, ADefaultEntryIsEmpty) {
+TEST_F(ResultMgrTest, ADefaultEntryIsEmpty) {
     const ResultData data;
     EXPECT_EQ(data.startCount, 0);
     EXPECT_EQ(data.taskId, 0U);
     EXPECT_TRUE(data.requesters.empty());
 }
 
-TEST_F(Table, AddItemIsLoggedThenRegistered) {
+TEST_F(ResultMgrTest, AddItemIsLoggedThenRegistered) {
     m_mgr.AddItem("a", 0, {"owner", "own_task"});
     EXPECT_EQ(support::Steps(),
               (Lines{"3 ResultMgr 13: add inspection in result: [a] ", "3 ResultMgr 13: result size[1] ",
@@ -51,27 +51,27 @@ TEST_F(Table, AddItemIsLoggedThenRegistered) {
     EXPECT_EQ(support::Steps().at(4), "3 ResultMgr 13: result size[2] ");
 }
 
-TEST_F(Table, ANewItemIsIdle) {
+TEST_F(ResultMgrTest, ANewItemIsIdle) {
     AddItem("a");
     EXPECT_EQ(Stored("a"), "a|idle|init");
     EXPECT_EQ(m_item.startTime, 0U);
     EXPECT_EQ(m_item.endTime, 0U);
 }
 
-TEST_F(Table, ANewItemsRecordIsZeroBehindItsTexts) {
+TEST_F(ResultMgrTest, ANewItemsRecordIsZeroBehindItsTexts) {
     AddItem("a");
     Stored("a");
     EXPECT_EQ(support::BytesOf(m_item.result), support::BytesOf(support::Result("a", "idle", "init")));
 }
 
-TEST_F(Table, AnItemNameOf31BytesFits) {
+TEST_F(ResultMgrTest, AnItemNameOf31BytesFits) {
     const std::string name(31, 'n');
     AddItem(name);
     EXPECT_EQ(Stored(name), name + "|idle|init");
     m_mgr.DelItem(name);
 }
 
-TEST_F(Table, AnItemNameOf32BytesLeavesTheNameFieldEmptyWithoutALine) {
+TEST_F(ResultMgrTest, AnItemNameOf32BytesLeavesTheNameFieldEmptyWithoutALine) {
     const std::string name(32, 'n');
     m_mgr.AddItem(name, 0, {"owner", "own_task"});
     EXPECT_EQ(Stored(name), "|idle|init");
@@ -79,7 +79,7 @@ TEST_F(Table, AnItemNameOf32BytesLeavesTheNameFieldEmptyWithoutALine) {
     m_mgr.DelItem(name);
 }
 
-TEST_F(Table, AddItemAgainResetsWhatClientsSeeAndKeepsTheRun) {
+TEST_F(ResultMgrTest, AddItemAgainResetsWhatClientsSeeAndKeepsTheRun) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -99,7 +99,7 @@ TEST_F(Table, AddItemAgainResetsWhatClientsSeeAndKeepsTheRun) {
     EXPECT_EQ(Requesters("a"), Lines{"client:task"});
 }
 
-TEST_F(Table, AddItemAgainKeepsTheFirstOwner) {
+TEST_F(ResultMgrTest, AddItemAgainKeepsTheFirstOwner) {
     AddItem("a");
     m_mgr.AddItem("a", 0, {"other", "oth_task"});
     kivo::fake::ClearJournal();
@@ -108,13 +108,13 @@ TEST_F(Table, AddItemAgainKeepsTheFirstOwner) {
     EXPECT_EQ(support::Steps({Kind::kSyncSend}), (Lines{"ask 4 of owner:own_task"}));
 }
 
-TEST_F(Table, DelItemOfAnUnknownNameStillUnregistersIt) {
+TEST_F(ResultMgrTest, DelItemOfAnUnknownNameStillUnregistersIt) {
     m_mgr.DelItem("nobody");
     EXPECT_EQ(support::Steps(), (Lines{"3 ResultMgr 13: del inspection in result: [nobody] ",
                                        "1 PipeliningMgr 17: del inspection in pipeline: [nobody] "}));
 }
 
-TEST_F(Table, DelItemForgetsAnIdleItemWithoutBroadcasts) {
+TEST_F(ResultMgrTest, DelItemForgetsAnIdleItemWithoutBroadcasts) {
     AddItem("a");
     m_mgr.DelItem("a");
     EXPECT_EQ(support::Steps(), (Lines{"3 ResultMgr 13: del inspection in result: [a] ",
@@ -123,7 +123,7 @@ TEST_F(Table, DelItemForgetsAnIdleItemWithoutBroadcasts) {
     EXPECT_EQ(Run("a"), "a|fail|no support");
 }
 
-TEST_F(Table, DelItemEndsTheRunThenUnregisters) {
+TEST_F(ResultMgrTest, DelItemEndsTheRunThenUnregisters) {
     AddItem("a");
     support::OwnerAnswers("running", "10%");
     Run("a");
@@ -135,7 +135,7 @@ TEST_F(Table, DelItemEndsTheRunThenUnregisters) {
                                        "event 9: 1", "1 PipeliningMgr 17: del inspection in pipeline: [a] "}));
 }
 
-TEST_F(Table, DelItemStopsTheWaitTimer) {
+TEST_F(ResultMgrTest, DelItemStopsTheWaitTimer) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -148,7 +148,7 @@ TEST_F(Table, DelItemStopsTheWaitTimer) {
     EXPECT_EQ(support::Steps({Kind::kLog}), (Lines{"3 ResultMgr 13: stop wait[a]"}));
 }
 
-TEST_F(Table, GroupsBeginAsSuccess) {
+TEST_F(ResultMgrTest, GroupsBeginAsSuccess) {
     m_mgr.AddGroup({"g1", "g2"});
     EXPECT_EQ(Stored("g1"), "g1|success|init");
     EXPECT_EQ(m_item.startTime, 0U);
@@ -157,7 +157,7 @@ TEST_F(Table, GroupsBeginAsSuccess) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Table, AddGroupAgainKeepsItsRuns) {
+TEST_F(ResultMgrTest, AddGroupAgainKeepsItsRuns) {
     m_mgr.AddGroup({"g1"});
     m_mgr.StartGroup("g1");
     m_mgr.AddRequesterMsg("g1", {"client", "task"});
@@ -168,7 +168,7 @@ TEST_F(Table, AddGroupAgainKeepsItsRuns) {
     EXPECT_EQ(m_mgr.StartGroup("g1"), 2U);
 }
 
-TEST_F(Table, RequestersAreKeptInOrderWithDuplicates) {
+TEST_F(ResultMgrTest, RequestersAreKeptInOrderWithDuplicates) {
     AddItem("a");
     m_mgr.AddRequesterMsg("a", {"p1", "t1"});
     m_mgr.AddRequesterMsg("a", {"p2", "t2"});
@@ -179,13 +179,13 @@ TEST_F(Table, RequestersAreKeptInOrderWithDuplicates) {
     EXPECT_EQ(Requesters("a"), (Lines{"p1:t1", "p2:t2", "p1:t1"}));
 }
 
-TEST_F(Table, ARequesterOfAnUnknownItemIsOnlyLogged) {
+TEST_F(ResultMgrTest, ARequesterOfAnUnknownItemIsOnlyLogged) {
     m_mgr.AddRequesterMsg("nobody", {"p1", "t1"});
     EXPECT_EQ(support::Steps(), (Lines{"3 ResultMgr 13: add requester [nobody] to [p1:t1]"}));
     EXPECT_EQ(Stored("nobody"), "||");
 }
 
-TEST_F(Table, DelRequesterRemovesTheLastOneWhicheverIsNamed) {
+TEST_F(ResultMgrTest, DelRequesterRemovesTheLastOneWhicheverIsNamed) {
     AddItem("a");
     m_mgr.AddRequesterMsg("a", {"A", "ta"});
     m_mgr.AddRequesterMsg("a", {"B", "tb"});
@@ -195,7 +195,7 @@ TEST_F(Table, DelRequesterRemovesTheLastOneWhicheverIsNamed) {
     EXPECT_EQ(Requesters("a"), Lines{"A:ta"});
 }
 
-TEST_F(Table, DelRequesterOfAnEmptyListOrAnUnknownItemChangesNothing) {
+TEST_F(ResultMgrTest, DelRequesterOfAnEmptyListOrAnUnknownItemChangesNothing) {
     AddItem("a");
     m_mgr.DelRequesterMsg("a", {"A", "ta"});
     m_mgr.DelRequesterMsg("nobody", {"A", "ta"});
@@ -204,13 +204,13 @@ TEST_F(Table, DelRequesterOfAnEmptyListOrAnUnknownItemChangesNothing) {
     EXPECT_EQ(Requesters("a"), Lines{});
 }
 
-TEST_F(Table, GetRequestersReplacesTheListButNotForAnUnknownItem) {
+TEST_F(ResultMgrTest, GetRequestersReplacesTheListButNotForAnUnknownItem) {
     AddItem("a");
     EXPECT_EQ(Requesters("a"), Lines{});
     EXPECT_EQ(Requesters("nobody"), Lines{"left:over"});
 }
 
-TEST_F(Table, InitSetsTheCountOfRunsToZero) {
+TEST_F(ResultMgrTest, InitSetsTheCountOfRunsToZero) {
     m_mgr.AddGroup({"g1", "g2"});
     m_mgr.StartGroup("g1");
     m_mgr.Init();

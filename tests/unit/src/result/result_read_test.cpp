@@ -10,24 +10,24 @@ using support::Lines;
 
 namespace {
 
-using Reading = support::ResultTest;
+using ResultMgrReadTest = support::ResultTest;
 
 }  // namespace
 
-TEST_F(Reading, UnLockOfAnUnknownNameIsFinalAndNotSupported) {
+TEST_F(ResultMgrReadTest, UnLockOfAnUnknownNameIsFinalAndNotSupported) {
     EXPECT_EQ(UnLock("nobody"), "1 nobody|fail|no support");
     EXPECT_EQ(support::Steps(), (Lines{"1 ResultMgr 13: find name err [nobody] "}));
     EXPECT_EQ(Stored("nobody"), "||");
 }
 
-TEST_F(Reading, UnLockOfAnUnknownNameLeavesTheTimes) {
+TEST_F(ResultMgrReadTest, UnLockOfAnUnknownNameLeavesTheTimes) {
     tagKivoOmInspectionDataItem item{{"x", "y", "z"}, 5, 6};
     m_mgr.UnLockResult("nobody", item);
     EXPECT_EQ(item.startTime, 5U);
     EXPECT_EQ(item.endTime, 6U);
 }
 
-TEST_F(Reading, UnLockWhileRunningIs0AndReleasesNothing) {
+TEST_F(ResultMgrReadTest, UnLockWhileRunningIs0AndReleasesNothing) {
     AddItem("a");
     support::OwnerAnswers("running", "10%");
     Run("a");
@@ -39,7 +39,7 @@ TEST_F(Reading, UnLockWhileRunningIs0AndReleasesNothing) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 1);
 }
 
-TEST_F(Reading, TheLastUnLockEndsTheRun) {
+TEST_F(ResultMgrReadTest, TheLastUnLockEndsTheRun) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -55,7 +55,7 @@ TEST_F(Reading, TheLastUnLockEndsTheRun) {
     EXPECT_TRUE(ResultMgrPeer(m_mgr).Entry("a").requesters.empty());
 }
 
-TEST_F(Reading, TheLastUnLockOfOneItemLeavesTheServerBusyWithAnother) {
+TEST_F(ResultMgrReadTest, TheLastUnLockOfOneItemLeavesTheServerBusyWithAnother) {
     AddItem("a");
     AddItem("b");
     support::OwnerAnswers("running", "");
@@ -67,7 +67,7 @@ TEST_F(Reading, TheLastUnLockOfOneItemLeavesTheServerBusyWithAnother) {
     EXPECT_EQ(support::Events(), (Lines{"event 8: a|success|"}));
 }
 
-TEST_F(Reading, UnLockGivesTheTimesFromBeforeTheEnd) {
+TEST_F(ResultMgrReadTest, UnLockGivesTheTimesFromBeforeTheEnd) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -80,7 +80,7 @@ TEST_F(Reading, UnLockGivesTheTimesFromBeforeTheEnd) {
     EXPECT_EQ(m_item.endTime, 1700000005000U);  // when the run was released
 }
 
-TEST_F(Reading, UnLockWithoutARunChangesNothing) {
+TEST_F(ResultMgrReadTest, UnLockWithoutARunChangesNothing) {
     AddItem("a");
     EXPECT_EQ(UnLock("a"), "1 a|idle|init");
     EXPECT_EQ(support::Steps(), Lines{});
@@ -88,7 +88,7 @@ TEST_F(Reading, UnLockWithoutARunChangesNothing) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").endTime, 0U);
 }
 
-TEST_F(Reading, StaticReadsCopyTheWholeEntry) {
+TEST_F(ResultMgrReadTest, StaticReadsCopyTheWholeEntry) {
     AddItem("a");
     support::OwnerAnswers("success", "all well", 1000);
     Run("a");
@@ -99,7 +99,7 @@ TEST_F(Reading, StaticReadsCopyTheWholeEntry) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Reading, AStaticReadOfAnUnknownNameLeavesTheOutput) {
+TEST_F(ResultMgrReadTest, AStaticReadOfAnUnknownNameLeavesTheOutput) {
     tagKivoOmInspectionDataItem item{{"x", "y", "z"}, 5, 6};
     const support::Bytes before = support::BytesOf(item);
     m_mgr.GetResultStatic("nobody", item);
@@ -107,7 +107,7 @@ TEST_F(Reading, AStaticReadOfAnUnknownNameLeavesTheOutput) {
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Reading, StaticWritesChangeTheStatusOnly) {
+TEST_F(ResultMgrReadTest, StaticWritesChangeTheStatusOnly) {
     AddItem("a");
     support::OwnerAnswers("running", "10%");
     Run("a");
@@ -123,7 +123,7 @@ TEST_F(Reading, StaticWritesChangeTheStatusOnly) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").requesters.size(), 1U);
 }
 
-TEST_F(Reading, StaticWritesZeroTheFieldBehindTheStatus) {
+TEST_F(ResultMgrReadTest, StaticWritesZeroTheFieldBehindTheStatus) {
     AddItem("a");
     m_mgr.SetResultStatic("a", std::string(31, 's'));
     EXPECT_EQ(Stored("a"), "a|" + std::string(31, 's') + "|init");
@@ -132,7 +132,7 @@ TEST_F(Reading, StaticWritesZeroTheFieldBehindTheStatus) {
     EXPECT_EQ(support::BytesOf(m_item.result), support::BytesOf(support::Result("a", "x", "init")));
 }
 
-TEST_F(Reading, AStaticWriteOf32BytesIsLoggedTwiceAndLeavesTheStatusEmpty) {
+TEST_F(ResultMgrReadTest, AStaticWriteOf32BytesIsLoggedTwiceAndLeavesTheStatusEmpty) {
     AddItem("a");
     const std::string status(32, 's');
     m_mgr.SetResultStatic("a", status);
@@ -141,13 +141,13 @@ TEST_F(Reading, AStaticWriteOf32BytesIsLoggedTwiceAndLeavesTheStatusEmpty) {
     EXPECT_EQ(Stored("a"), "a||init");
 }
 
-TEST_F(Reading, AStaticWriteOfAnUnknownNameIsIgnored) {
+TEST_F(ResultMgrReadTest, AStaticWriteOfAnUnknownNameIsIgnored) {
     m_mgr.SetResultStatic("nobody", "idle");
     EXPECT_EQ(support::Steps(), Lines{});
     EXPECT_EQ(Stored("nobody"), "||");
 }
 
-TEST_F(Reading, AStaticRunningLooksInProgressWithoutAHold) {
+TEST_F(ResultMgrReadTest, AStaticRunningLooksInProgressWithoutAHold) {
     AddItem("a");
     m_mgr.SetResultStatic("a", "running");
     EXPECT_EQ(UnLock("a"), "0 a|running|init");

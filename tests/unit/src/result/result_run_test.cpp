@@ -13,17 +13,17 @@ using support::Lines;
 
 namespace {
 
-using Runs = support::ResultTest;
+using ResultMgrRunTest = support::ResultTest;
 
 }  // namespace
 
-TEST_F(Runs, OfAnUnknownItemAreNotSupported) {
+TEST_F(ResultMgrRunTest, OfAnUnknownItemAreNotSupported) {
     m_item.startTime = 5;
     EXPECT_EQ(Run("a"), "a|fail|no support");
     EXPECT_EQ(support::Steps(), (Lines{"1 ResultMgr 13: Get Result fail, name [a]"}));
 }
 
-TEST_F(Runs, WithAnImmediateFinalAnswerBeginAndEndInOrder) {
+TEST_F(ResultMgrRunTest, WithAnImmediateFinalAnswerBeginAndEndInOrder) {
     AddItem("a");
     support::OwnerAnswers("success", "all well");
     EXPECT_EQ(Run("a"), "a|success|all well");
@@ -33,7 +33,7 @@ TEST_F(Runs, WithAnImmediateFinalAnswerBeginAndEndInOrder) {
     EXPECT_EQ(Stored("a"), "a|success|all well");
 }
 
-TEST_F(Runs, StampTheirBeginAndEnd) {
+TEST_F(ResultMgrRunTest, StampTheirBeginAndEnd) {
     AddItem("a");
     support::OwnerAnswers("success", "", 2500);
     Run("a");
@@ -44,7 +44,7 @@ TEST_F(Runs, StampTheirBeginAndEnd) {
     EXPECT_EQ(m_item.endTime, 1700000002500U);
 }
 
-TEST_F(Runs, AnswerWithTheWhole208Bytes) {
+TEST_F(ResultMgrRunTest, AnswerWithTheWhole208Bytes) {
     AddItem("a");
     support::OwnerAnswers("success", "all well", 1000);
     Run("a");
@@ -54,7 +54,7 @@ TEST_F(Runs, AnswerWithTheWhole208Bytes) {
     EXPECT_EQ(given.size(), 208U);
 }
 
-TEST_F(Runs, AreAskedForWithFiveMinutesOfTime) {
+TEST_F(ResultMgrRunTest, AreAskedForWithFiveMinutesOfTime) {
     AddItem("a");
     support::OwnerAnswers("success", "");
     Run("a");
@@ -67,7 +67,7 @@ TEST_F(Runs, AreAskedForWithFiveMinutesOfTime) {
     EXPECT_EQ(limits, std::vector<uint32_t>{300000U});
 }
 
-TEST_F(Runs, OfAnOwnerThatGoesOnStayHeld) {
+TEST_F(ResultMgrRunTest, OfAnOwnerThatGoesOnStayHeld) {
     AddItem("a");
     support::OwnerAnswers("running", "10%");
     EXPECT_EQ(Run("a"), "a|running|10%");
@@ -80,7 +80,7 @@ TEST_F(Runs, OfAnOwnerThatGoesOnStayHeld) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 1);
 }
 
-TEST_F(Runs, AreJoinedWithoutAskingAgain) {
+TEST_F(ResultMgrRunTest, AreJoinedWithoutAskingAgain) {
     AddItem("a");
     support::OwnerAnswers("running", "10%");
     Run("a");
@@ -91,7 +91,7 @@ TEST_F(Runs, AreJoinedWithoutAskingAgain) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 2);
 }
 
-TEST_F(Runs, AreJoinedWhileTheOwnerIsAsked) {
+TEST_F(ResultMgrRunTest, AreJoinedWhileTheOwnerIsAsked) {
     AddItem("a");
     std::string joined;
     uint8_t holds = 0;
@@ -113,7 +113,7 @@ TEST_F(Runs, AreJoinedWhileTheOwnerIsAsked) {
               (Lines{"event 9: 0", "event 8: a|running|begin", "event 8: a|success|", "event 9: 1"}));
 }
 
-TEST_F(Runs, WithAFinalResultNotYetReleasedAreAnsweredWithItAndNotJoined) {
+TEST_F(ResultMgrRunTest, WithAFinalResultNotYetReleasedAreAnsweredWithItAndNotJoined) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -124,7 +124,7 @@ TEST_F(Runs, WithAFinalResultNotYetReleasedAreAnsweredWithItAndNotJoined) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 1);
 }
 
-TEST_F(Runs, AreCountedIn8Bits) {
+TEST_F(ResultMgrRunTest, AreCountedIn8Bits) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -143,7 +143,7 @@ TEST_F(Runs, AreCountedIn8Bits) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").taskId, forgotten);
 }
 
-TEST_F(Runs, OfSeveralItemsTurnBusyAndIdleOnce) {
+TEST_F(ResultMgrRunTest, OfSeveralItemsTurnBusyAndIdleOnce) {
     AddItem("a");
     AddItem("b");
     support::OwnerAnswers("running", "");
@@ -157,7 +157,7 @@ TEST_F(Runs, OfSeveralItemsTurnBusyAndIdleOnce) {
                                         "event 8: a|success|", "event 8: b|success|", "event 9: 1"}));
 }
 
-TEST_F(Runs, WhoseOwnerIsAbsentAreRunErrors) {
+TEST_F(ResultMgrRunTest, WhoseOwnerIsAbsentAreRunErrors) {
     AddItem("a");
     EXPECT_EQ(Run("a"), "a|fail|run err");
     EXPECT_EQ(support::LogLines(), (Lines{"1 PipeliningMgr 17: OsMsgSynSend fail, start 80020001, ret = 80020008 ",
@@ -166,21 +166,21 @@ TEST_F(Runs, WhoseOwnerIsAbsentAreRunErrors) {
               (Lines{"event 9: 0", "event 8: a|running|begin", "event 8: a|fail|run err", "event 9: 1"}));
 }
 
-TEST_F(Runs, WhoseOwnerIsSilentAreRunErrorsAfterFiveMinutes) {
+TEST_F(ResultMgrRunTest, WhoseOwnerIsSilentAreRunErrorsAfterFiveMinutes) {
     AddItem("a");
     support::OwnerAnswers("success", "", 300001);
     EXPECT_EQ(Run("a"), "a|fail|run err");
     EXPECT_EQ(kivo::fake::Now(), 1700000300000U);
 }
 
-TEST_F(Runs, WithAnEmptyAnswerAreRunErrors) {
+TEST_F(ResultMgrRunTest, WithAnEmptyAnswerAreRunErrors) {
     AddItem("a");
     support::OwnerDoes([](const Entry& /*message*/) { return Answer{}; });
     EXPECT_EQ(Run("a"), "a|fail|run err");
     EXPECT_EQ(support::LogLines().back(), "3 ResultMgr 13: RunResult ret[0] name[a] result[fail]");
 }
 
-TEST_F(Runs, OfAnItemDeletedMeanwhileGiveTheOwnersAnswer) {
+TEST_F(ResultMgrRunTest, OfAnItemDeletedMeanwhileGiveTheOwnersAnswer) {
     AddItem("a");
     support::OwnerDoes([this](const Entry& /*message*/) {
         m_mgr.DelItem("a");
@@ -194,7 +194,7 @@ TEST_F(Runs, OfAnItemDeletedMeanwhileGiveTheOwnersAnswer) {
               (Lines{"event 9: 0", "event 8: a|running|begin", "event 8: a|running|begin", "event 9: 1"}));
 }
 
-TEST_F(Runs, BroadcastTheRecordWithoutRemainsOfEarlierTexts) {
+TEST_F(ResultMgrRunTest, BroadcastTheRecordWithoutRemainsOfEarlierTexts) {
     AddItem("a");
     support::OwnerAnswers("a status of 31 bytes, no more..", "a long text of the run before");
     Run("a");
@@ -203,7 +203,7 @@ TEST_F(Runs, BroadcastTheRecordWithoutRemainsOfEarlierTexts) {
     EXPECT_EQ(kivo::fake::Journal().at(1).data, support::BytesOf(support::Result("a", "running", "begin")));
 }
 
-TEST_F(Runs, GoOnWhenBroadcastsAreRefused) {
+TEST_F(ResultMgrRunTest, GoOnWhenBroadcastsAreRefused) {
     AddItem("a");
     support::OwnerAnswers("success", "");
     kivo::fake::Fail("OsMsgBroadcastEvent", 0x80020009, 4);
@@ -215,7 +215,7 @@ TEST_F(Runs, GoOnWhenBroadcastsAreRefused) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 0);
 }
 
-TEST_F(Runs, OfAnOwnerWhoseTextsLackTheirNulAreReadWithinTheirFields) {
+TEST_F(ResultMgrRunTest, OfAnOwnerWhoseTextsLackTheirNulAreReadWithinTheirFields) {
     AddItem("a");
     tagKivoOmInspectionResult full{};
     std::memset(&full, 'x', sizeof(full));
@@ -225,7 +225,7 @@ TEST_F(Runs, OfAnOwnerWhoseTextsLackTheirNulAreReadWithinTheirFields) {
               (Lines{"3 ResultMgr 13: RunResult ret[0] name[a] result[" + std::string(32, 'x') + "]"}));
 }
 
-TEST_F(Runs, ByRunResultPassTheTableBy) {
+TEST_F(ResultMgrRunTest, ByRunResultPassTheTableBy) {
     AddItem("a");
     support::OwnerAnswers("success", "stopped");
     tagKivoOmInspectionRequestMsg request{"a", 3, 0, "{}"};
@@ -237,7 +237,7 @@ TEST_F(Runs, ByRunResultPassTheTableBy) {
     EXPECT_EQ(Stored("a"), "a|idle|init");
 }
 
-TEST_F(Runs, ByRunResultOfAnUnknownItemAreRunErrors) {
+TEST_F(ResultMgrRunTest, ByRunResultOfAnUnknownItemAreRunErrors) {
     tagKivoOmInspectionRequestMsg request{"a", 3, 0, "{}"};
     tagKivoOmInspectionResult result = support::Result("x", "y", "z");
     m_mgr.RunResult(request, result);
@@ -246,7 +246,7 @@ TEST_F(Runs, ByRunResultOfAnUnknownItemAreRunErrors) {
                                           "3 ResultMgr 13: RunResult ret[12] name[a] result[fail]"}));
 }
 
-TEST_F(Runs, ReportedAsFinalAreStampedAndStillHeld) {
+TEST_F(ResultMgrRunTest, ReportedAsFinalAreStampedAndStillHeld) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -261,7 +261,7 @@ TEST_F(Runs, ReportedAsFinalAreStampedAndStillHeld) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").taskId, 0U);
 }
 
-TEST_F(Runs, ReportedAsFinalStopTheirWaitTimer) {
+TEST_F(ResultMgrRunTest, ReportedAsFinalStopTheirWaitTimer) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -272,7 +272,7 @@ TEST_F(Runs, ReportedAsFinalStopTheirWaitTimer) {
     EXPECT_EQ(support::LogLines().back(), "3 ResultMgr 13: stop wait[a]");
 }
 
-TEST_F(Runs, ReportedAsRunningKeepTheirWaitTimer) {
+TEST_F(ResultMgrRunTest, ReportedAsRunningKeepTheirWaitTimer) {
     AddItem("a");
     support::OwnerAnswers("running", "");
     Run("a");
@@ -285,27 +285,27 @@ TEST_F(Runs, ReportedAsRunningKeepTheirWaitTimer) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 1U);
 }
 
-TEST_F(Runs, ReportedAsRunningForAnItemThatIsNotAreIgnored) {
+TEST_F(ResultMgrRunTest, ReportedAsRunningForAnItemThatIsNotAreIgnored) {
     AddItem("a");
     Report("a", "running", "50%");
     EXPECT_EQ(Stored("a"), "a|idle|init");
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Runs, ReportedAsFinalForAnIdleItemAreStored) {
+TEST_F(ResultMgrRunTest, ReportedAsFinalForAnIdleItemAreStored) {
     AddItem("a");
     Report("a", "fail", "x");
     EXPECT_EQ(Stored("a"), "a|fail|x");
     EXPECT_EQ(m_item.endTime, 1700000000000U);
 }
 
-TEST_F(Runs, ReportedForAnUnknownItemAreIgnored) {
+TEST_F(ResultMgrRunTest, ReportedForAnUnknownItemAreIgnored) {
     Report("nobody", "success", "x");
     EXPECT_EQ(support::Steps(), Lines{});
     EXPECT_EQ(Stored("nobody"), "||");
 }
 
-TEST_F(Runs, OfGroupsCountTheirStarts) {
+TEST_F(ResultMgrRunTest, OfGroupsCountTheirStarts) {
     m_mgr.AddGroup({"g"});
     EXPECT_EQ(m_mgr.StartGroup("nobody"), 0U);
     EXPECT_EQ(m_mgr.StartGroup("g"), 1U);
@@ -315,7 +315,7 @@ TEST_F(Runs, OfGroupsCountTheirStarts) {
     EXPECT_EQ(m_item.startTime, 1700000000000U);
 }
 
-TEST_F(Runs, OfGroupsEndWithTheLastStop) {
+TEST_F(ResultMgrRunTest, OfGroupsEndWithTheLastStop) {
     m_mgr.AddGroup({"g"});
     m_mgr.StartGroup("g");
     m_mgr.StartGroup("g");
@@ -330,7 +330,7 @@ TEST_F(Runs, OfGroupsEndWithTheLastStop) {
     EXPECT_EQ(m_item.endTime, 1700000002000U);
 }
 
-TEST_F(Runs, OfGroupsThatAreNotStartedOrUnknownAreNotStopped) {
+TEST_F(ResultMgrRunTest, OfGroupsThatAreNotStartedOrUnknownAreNotStopped) {
     m_mgr.AddGroup({"g"});
     m_mgr.StopGroup("g");
     m_mgr.StopGroup("nobody");

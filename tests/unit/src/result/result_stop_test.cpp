@@ -9,7 +9,7 @@ using support::Lines;
 
 namespace {
 
-class StartStop : public support::ResultTest {
+class ResultMgrStartStopTest : public support::ResultTest {
 protected:
     void SetUp() override {
         ResultTest::SetUp();
@@ -22,14 +22,14 @@ protected:
 
 }  // namespace
 
-TEST_F(StartStop, TheFirstStartBroadcastsBusyThenTheRun) {
+TEST_F(ResultMgrStartStopTest, TheFirstStartBroadcastsBusyThenTheRun) {
     m_peer.Start(m_data);
     EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "event 8: entry|status|text"}));
     EXPECT_EQ(m_data.startCount, 1);
     EXPECT_EQ(m_data.startTime, 1700000000000U);
 }
 
-TEST_F(StartStop, AnotherStartOnlyCounts) {
+TEST_F(ResultMgrStartStopTest, AnotherStartOnlyCounts) {
     m_peer.Start(m_data);
     kivo::fake::Pass(1);
     kivo::fake::ClearJournal();
@@ -39,27 +39,27 @@ TEST_F(StartStop, AnotherStartOnlyCounts) {
     EXPECT_EQ(m_data.startTime, 1700000000000U);
 }
 
-TEST_F(StartStop, AStartWithATextSetsItBeforeTheBroadcast) {
+TEST_F(ResultMgrStartStopTest, AStartWithATextSetsItBeforeTheBroadcast) {
     m_peer.Start(m_data, "begun");
     EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "event 8: entry|status|begun"}));
     m_peer.Start(m_data, "ignored");
     EXPECT_STREQ(m_data.result.text, "begun");
 }
 
-TEST_F(StartStop, AStartWithATextThatDoesNotFitIsLogged) {
+TEST_F(ResultMgrStartStopTest, AStartWithATextThatDoesNotFitIsLogged) {
     const std::string text(128, 't');
     m_peer.Start(m_data, text);
     EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "3 ResultMgr 13: StartInspect strcpy_s " + text + " err, ret 34",
                                        "event 8: entry|status|"}));
 }
 
-TEST_F(StartStop, AStartWithATextOf127BytesFits) {
+TEST_F(ResultMgrStartStopTest, AStartWithATextOf127BytesFits) {
     const std::string text(127, 't');
     m_peer.Start(m_data, text);
     EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "event 8: entry|status|" + text}));
 }
 
-TEST_F(StartStop, AStopWithoutAStartDoesNothing) {
+TEST_F(ResultMgrStartStopTest, AStopWithoutAStartDoesNothing) {
     m_data.requesters.push_back({"p", "t"});
     m_peer.Stop(m_data, false);
     m_peer.Stop(m_data, true);
@@ -70,7 +70,7 @@ TEST_F(StartStop, AStopWithoutAStartDoesNothing) {
     EXPECT_EQ(m_data.requesters.size(), 1U);
 }
 
-TEST_F(StartStop, TheLastStopEndsTheRun) {
+TEST_F(ResultMgrStartStopTest, TheLastStopEndsTheRun) {
     m_peer.Start(m_data);
     m_data.requesters.push_back({"p", "t"});
     kivo::fake::Pass(4);
@@ -82,7 +82,7 @@ TEST_F(StartStop, TheLastStopEndsTheRun) {
     EXPECT_TRUE(m_data.requesters.empty());
 }
 
-TEST_F(StartStop, AnUnforcedStopOfOneOfTwoRunsOnlyCounts) {
+TEST_F(ResultMgrStartStopTest, AnUnforcedStopOfOneOfTwoRunsOnlyCounts) {
     m_peer.Start(m_data);
     m_peer.Start(m_data);
     m_data.requesters.push_back({"p", "t"});
@@ -94,7 +94,7 @@ TEST_F(StartStop, AnUnforcedStopOfOneOfTwoRunsOnlyCounts) {
     EXPECT_EQ(m_data.requesters.size(), 1U);
 }
 
-TEST_F(StartStop, AForcedStopEndsTheRunButTakesOneCountOnly) {
+TEST_F(ResultMgrStartStopTest, AForcedStopEndsTheRunButTakesOneCountOnly) {
     m_peer.Start(m_data);
     m_peer.Start(m_data);
     m_peer.Start(m_data);
@@ -104,7 +104,7 @@ TEST_F(StartStop, AForcedStopEndsTheRunButTakesOneCountOnly) {
     EXPECT_EQ(m_data.startCount, 2);
 }
 
-TEST_F(StartStop, AnUnforcedStopAfterAForcedOneEndsTheRunASecondTime) {
+TEST_F(ResultMgrStartStopTest, AnUnforcedStopAfterAForcedOneEndsTheRunASecondTime) {
     ResultData other;
     other.result = support::Result("other", "s", "t");
     m_peer.Start(other);
@@ -117,7 +117,7 @@ TEST_F(StartStop, AnUnforcedStopAfterAForcedOneEndsTheRunASecondTime) {
     EXPECT_EQ(support::Steps(), (Lines{"event 8: entry|status|text", "event 8: entry|status|text", "event 9: 1"}));
 }
 
-TEST_F(StartStop, AStopWithATextSetsItBeforeTheBroadcast) {
+TEST_F(ResultMgrStartStopTest, AStopWithATextSetsItBeforeTheBroadcast) {
     m_peer.Start(m_data);
     m_peer.Start(m_data);
     kivo::fake::ClearJournal();
@@ -127,7 +127,7 @@ TEST_F(StartStop, AStopWithATextSetsItBeforeTheBroadcast) {
     EXPECT_EQ(support::Steps(), (Lines{"event 8: entry|status|ended", "event 9: 1"}));
 }
 
-TEST_F(StartStop, AStopWithATextThatDoesNotFitIsLogged) {
+TEST_F(ResultMgrStartStopTest, AStopWithATextThatDoesNotFitIsLogged) {
     const std::string text(128, 't');
     m_peer.Start(m_data);
     kivo::fake::ClearJournal();

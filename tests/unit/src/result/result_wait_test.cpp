@@ -10,7 +10,7 @@ using support::Lines;
 
 namespace {
 
-class Waiting : public support::ResultTest {
+class ResultMgrWaitTest : public support::ResultTest {
 protected:
     void SetUp() override {
         ResultTest::SetUp();
@@ -28,7 +28,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Waiting, TimesOutAfterTheFourthSecondOf3500Milliseconds) {
+TEST_F(ResultMgrWaitTest, TimesOutAfterTheFourthSecondOf3500Milliseconds) {
     Begin(3500);
     kivo::fake::Pass(3);
     EXPECT_EQ(Stored("a"), "a|running|10%");
@@ -39,7 +39,7 @@ TEST_F(Waiting, TimesOutAfterTheFourthSecondOf3500Milliseconds) {
     EXPECT_EQ(support::Steps(), (Lines{"3 ResultMgr 13: stop wait[a]", "3 ResultMgr 13: timeout wait[a]"}));
 }
 
-TEST_F(Waiting, TimesOutAfterTheThirdSecondOf3000Milliseconds) {
+TEST_F(ResultMgrWaitTest, TimesOutAfterTheThirdSecondOf3000Milliseconds) {
     Begin(3000);
     kivo::fake::Pass(2);
     EXPECT_EQ(Stored("a"), "a|running|10%");
@@ -47,7 +47,7 @@ TEST_F(Waiting, TimesOutAfterTheThirdSecondOf3000Milliseconds) {
     EXPECT_EQ(Stored("a"), "a|fail|timeout");
 }
 
-TEST_F(Waiting, TimesOutAfterTheFirstSecondOf1Millisecond) {
+TEST_F(ResultMgrWaitTest, TimesOutAfterTheFirstSecondOf1Millisecond) {
     Begin(1);
     EXPECT_EQ(Stored("a"), "a|running|10%");
     kivo::fake::Pass(1);
@@ -55,7 +55,7 @@ TEST_F(Waiting, TimesOutAfterTheFirstSecondOf1Millisecond) {
     EXPECT_EQ(m_item.endTime, 1700000001000U);
 }
 
-TEST_F(Waiting, TheLongestTimeLimitComes) {
+TEST_F(ResultMgrWaitTest, TheLongestTimeLimitComes) {
     Begin(4294967295);
     kivo::fake::Pass(4294967);
     EXPECT_EQ(Stored("a"), "a|running|10%");
@@ -63,7 +63,7 @@ TEST_F(Waiting, TheLongestTimeLimitComes) {
     EXPECT_EQ(Stored("a"), "a|fail|timeout");
 }
 
-TEST_F(Waiting, WithoutATimeLimitGoesOnUntilStopped) {
+TEST_F(ResultMgrWaitTest, WithoutATimeLimitGoesOnUntilStopped) {
     Begin(0);
     kivo::fake::Pass(100000);
     EXPECT_EQ(Stored("a"), "a|running|10%");
@@ -73,7 +73,7 @@ TEST_F(Waiting, WithoutATimeLimitGoesOnUntilStopped) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(Waiting, ATimeOutLeavesTheRunHeld) {
+TEST_F(ResultMgrWaitTest, ATimeOutLeavesTheRunHeld) {
     Begin(1000);
     m_mgr.AddRequesterMsg("a", {"p", "t"});
     kivo::fake::Pass(1);
@@ -85,7 +85,7 @@ TEST_F(Waiting, ATimeOutLeavesTheRunHeld) {
     EXPECT_EQ(support::Events(), (Lines{"event 8: a|fail|timeout", "event 9: 1"}));
 }
 
-TEST_F(Waiting, AResultAfterTheTimeOutIsTaken) {
+TEST_F(ResultMgrWaitTest, AResultAfterTheTimeOutIsTaken) {
     Begin(1000);
     kivo::fake::Pass(1);
     Report("a", "running", "60%");
@@ -96,7 +96,7 @@ TEST_F(Waiting, AResultAfterTheTimeOutIsTaken) {
     EXPECT_EQ(m_item.endTime, 1700000006000U);
 }
 
-TEST_F(Waiting, AStatusWrittenMeanwhileIsNoTimeOut) {
+TEST_F(ResultMgrWaitTest, AStatusWrittenMeanwhileIsNoTimeOut) {
     Begin(2000);
     m_mgr.SetResultStatic("a", "idle");
     kivo::fake::ClearJournal();
@@ -105,7 +105,7 @@ TEST_F(Waiting, AStatusWrittenMeanwhileIsNoTimeOut) {
     EXPECT_EQ(support::Steps(), (Lines{"3 ResultMgr 13: stop wait[a]"}));
 }
 
-TEST_F(Waiting, CanOnlyBeStoppedByForce) {
+TEST_F(ResultMgrWaitTest, CanOnlyBeStoppedByForce) {
     Begin(0);
     const uint32_t taskId = ResultMgrPeer(m_mgr).Entry("a").taskId;
     EXPECT_EQ(InspacetTask::StopTask(taskId, false), 1U);
@@ -117,7 +117,7 @@ TEST_F(Waiting, CanOnlyBeStoppedByForce) {
     EXPECT_EQ(Stored("a"), "a|running|10%");
 }
 
-TEST_F(Waiting, StoppedBeforeItBeginsItDoesNotSleep) {
+TEST_F(ResultMgrWaitTest, StoppedBeforeItBeginsItDoesNotSleep) {
     AddItem("a", 5000);
     Run("a");
     Report("a", "success", "");  // the timer's thread has not run yet
@@ -127,7 +127,7 @@ TEST_F(Waiting, StoppedBeforeItBeginsItDoesNotSleep) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(Waiting, WithoutAThreadTheRunFailsAndStaysHeld) {
+TEST_F(ResultMgrWaitTest, WithoutAThreadTheRunFailsAndStaysHeld) {
     AddItem("a");
     kivo::fake::Fail("OsPthreadCreate", 11);
     EXPECT_EQ(Run("a"), "a|fail|wait err");
@@ -141,7 +141,7 @@ TEST_F(Waiting, WithoutAThreadTheRunFailsAndStaysHeld) {
     EXPECT_EQ(support::Events().back(), "event 9: 1");
 }
 
-TEST_F(Waiting, OfAnItemDeletedAndAddedAgainDoesNotTouchTheNewOne) {
+TEST_F(ResultMgrWaitTest, OfAnItemDeletedAndAddedAgainDoesNotTouchTheNewOne) {
     Begin(2000);
     m_mgr.DelItem("a");
     m_mgr.AddItem("a", 0, support::Owner());

@@ -14,7 +14,7 @@ void ExpectRow(std::size_t row, uint32_t msgId, InspectHandler handler) {
 
 }  // namespace
 
-TEST(DispatchTable, HasItsEighteenRowsInOrder) {
+TEST(DispatchTableTest, HasItsEighteenRowsInOrder) {
     ASSERT_EQ(kDispatchTable.size(), 18U);
     ExpectRow(0, 2, Inspect::ASyncDealReg);
     ExpectRow(1, 3, Inspect::ASyncDealUnReg);

@@ -16,7 +16,7 @@ using support::Lines;
 
 namespace {
 
-class Dispatch : public support::PlatformTest {
+class InspectMsgProcessTest : public support::PlatformTest {
 protected:
     static std::string Received(uint32_t id) {
         return "3 inspect_server 18: inspect server recv msg id " + std::to_string(id) + " from [client:cli_task]";
@@ -46,12 +46,12 @@ std::vector<std::string> Called(const std::vector<DispatchRow>& rows, uint32_t m
 
 }  // namespace
 
-TEST_F(Dispatch, ANullMessageIsRefusedWithoutAReply) {
+TEST_F(InspectMsgProcessTest, ANullMessageIsRefusedWithoutAReply) {
     EXPECT_EQ(InspectMsgProcess(nullptr), 1U);
     EXPECT_EQ(support::Steps(), (Lines{"1 inspect_server 18: inspect server input is null"}));
 }
 
-TEST_F(Dispatch, AnUnknownSynchronousIdGetsOneEmptyReply) {
+TEST_F(InspectMsgProcessTest, AnUnknownSynchronousIdGetsOneEmptyReply) {
     for (const uint32_t id : {4U, 8U, 9999U}) {
         kivo::fake::ClearJournal();
         EXPECT_EQ(InspectMsgProcess(Envelope(id).Get()), 0U);
@@ -59,7 +59,7 @@ TEST_F(Dispatch, AnUnknownSynchronousIdGetsOneEmptyReply) {
     }
 }
 
-TEST_F(Dispatch, AnUnknownAsynchronousIdGetsNoReply) {
+TEST_F(InspectMsgProcessTest, AnUnknownAsynchronousIdGetsNoReply) {
     for (const uint32_t id : {4U, 8U, 9999U}) {
         kivo::fake::ClearJournal();
         EXPECT_EQ(InspectMsgProcess(Envelope(id).Asynchronous().Get()), 0U);
@@ -67,7 +67,7 @@ TEST_F(Dispatch, AnUnknownAsynchronousIdGetsNoReply) {
     }
 }
 
-TEST_F(Dispatch, IgnoredIdsGetAnEmptyReply) {
+TEST_F(InspectMsgProcessTest, IgnoredIdsGetAnEmptyReply) {
     for (const uint32_t id : {10U, 11U, 12U, 13U, 14U, 16U, 1000U}) {
         kivo::fake::ClearJournal();
         EXPECT_EQ(InspectMsgProcess(Envelope(id, "payload").Get()), 0U);
@@ -75,12 +75,12 @@ TEST_F(Dispatch, IgnoredIdsGetAnEmptyReply) {
     }
 }
 
-TEST_F(Dispatch, TheReceiveLineComesBeforeTheHandler) {
+TEST_F(InspectMsgProcessTest, TheReceiveLineComesBeforeTheHandler) {
     EXPECT_EQ(InspectMsgProcess(Envelope(6).Param(5).Get()), 0U);
     EXPECT_EQ(support::Steps(), (Lines{Received(6), "3 inspect_dealmsg 19: stop group [5]", "reply 6: 1"}));
 }
 
-TEST_F(Dispatch, TheReceiveLineReadsNamesWithoutNulToTheirEnds) {
+TEST_F(InspectMsgProcessTest, TheReceiveLineReadsNamesWithoutNulToTheirEnds) {
     Envelope message(9999);
     message.Asynchronous().From("sixteen_letters_", "0123456789abcdef", "");
     EXPECT_EQ(InspectMsgProcess(message.Get()), 0U);
@@ -88,7 +88,7 @@ TEST_F(Dispatch, TheReceiveLineReadsNamesWithoutNulToTheirEnds) {
                                        "[sixteen_letters_:0123456789abcdef]"}));
 }
 
-TEST_F(Dispatch, OnlyMessageType1IsAnswered) {
+TEST_F(InspectMsgProcessTest, OnlyMessageType1IsAnswered) {
     for (const uint32_t type : {0U, 2U, 4294967295U}) {
         kivo::fake::ClearJournal();
         Envelope message(7);
@@ -98,21 +98,21 @@ TEST_F(Dispatch, OnlyMessageType1IsAnswered) {
     }
 }
 
-TEST_F(Dispatch, AReplyThatCannotBeSentIsLoggedAndItsCodeReturned) {
+TEST_F(InspectMsgProcessTest, AReplyThatCannotBeSentIsLoggedAndItsCodeReturned) {
     kivo::fake::Fail("OsMsgSynSendResp", 0x8002000f);
     EXPECT_EQ(InspectMsgProcess(Envelope(7).Get()), 0x8002000fU);
     EXPECT_EQ(support::Steps(),
               (Lines{Received(7), "1 inspect_server 18: [ OsMsgSynSendResp ] OsMsgSynSendResp err, ret = #8002000f "}));
 }
 
-TEST_F(Dispatch, AHandlerWithoutMemoryForItsReplyGivesAnEmptyOne) {
+TEST_F(InspectMsgProcessTest, AHandlerWithoutMemoryForItsReplyGivesAnEmptyOne) {
     const AllocFailure failure(AllocFailure::Kind::kNothrow, 4);
     EXPECT_EQ(InspectMsgProcess(Envelope(7).Get()), 0U);
     EXPECT_TRUE(failure.Happened());
     EXPECT_EQ(support::Steps(), (Lines{Received(7), "reply 7: empty"}));
 }
 
-TEST_F(Dispatch, AHandlerThatRunsOutOfMemoryIsLoggedAndAnsweredEmpty) {
+TEST_F(InspectMsgProcessTest, AHandlerThatRunsOutOfMemoryIsLoggedAndAnsweredEmpty) {
     Envelope message(7, std::string(5000, 'n'));  // its name is copied after the reply was made
     const AllocFailure failure(AllocFailure::Kind::kThrowing, 5001);
     EXPECT_EQ(InspectMsgProcess(message.Get()), 0U);
@@ -121,20 +121,20 @@ TEST_F(Dispatch, AHandlerThatRunsOutOfMemoryIsLoggedAndAnsweredEmpty) {
               (Lines{Received(7), "1 inspect_server 18: message handler given up: std::bad_alloc", "reply 7: empty"}));
 }
 
-TEST(CallHandler, TakesTheFirstRowWithTheId) {
+TEST(CallHandlerTest, TakesTheFirstRowWithTheId) {
     EXPECT_EQ(Called({{1, Second}, {5, First}, {5, Second}}, 5), (Lines{"first"}));
 }
 
-TEST(CallHandler, PassesOverARowWithoutHandler) {
+TEST(CallHandlerTest, PassesOverARowWithoutHandler) {
     EXPECT_EQ(Called({{5, nullptr}, {6, First}, {5, Second}}, 5), (Lines{"second of 5"}));
 }
 
-TEST(CallHandler, CallsNothingWhenNoRowMatches) {
+TEST(CallHandlerTest, CallsNothingWhenNoRowMatches) {
     EXPECT_EQ(Called({{5, nullptr}, {6, First}}, 5), Lines{});
     EXPECT_EQ(Called({}, 5), Lines{});
 }
 
-TEST(CallHandler, GivesTheHandlersReplyBack) {
+TEST(CallHandlerTest, GivesTheHandlersReplyBack) {
     std::unique_ptr<unsigned char[]> reply;
     unsigned int replyLen = 0;
     const std::vector<DispatchRow> rows{{5, First}};

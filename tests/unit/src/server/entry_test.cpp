@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "kivo/os_msg.h"
 #include "kivo/os_thread.h"
 #include "server/dispatch.h"
 #include "server/heartbeat.h"
-#include "server/log.h"
 #include "server/start.h"
 #include "support/envelope.h"
 #include "support/journal_text.h"
@@ -28,7 +28,7 @@ namespace {
 std::vector<OsTaskDescriptor> g_descriptors;
 bool g_initThrows = false;
 
-class Entry : public support::PlatformTest {
+class EntryTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -97,13 +97,13 @@ uint32_t __wrap_OsTaskRun(const char* procName, const OsTaskDescriptor* tasks, u
     return __real_OsTaskRun(procName, tasks, count);
 }
 
-void __real__ZN7Inspect4InitEv();
-void __wrap__ZN7Inspect4InitEv() {
-    InspectModuleLog(3, "test", 0, 0, "Inspect::Init");
+void __real__ZN9ResultMgr4InitEv(void* self);
+void __wrap__ZN9ResultMgr4InitEv(void* self) {
+    InspectModuleLog(3, "test", 0, 0, "ResultMgr::Init");
     if (g_initThrows) {
         throw std::bad_alloc();
     }
-    __real__ZN7Inspect4InitEv();
+    __real__ZN9ResultMgr4InitEv(self);
 }
 
 void __real__ZN7Inspect7InitDotEv();
@@ -114,7 +114,7 @@ void __wrap__ZN7Inspect7InitDotEv() {
 }
 // NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
-TEST_F(Entry, MainStartsTheTimersThenBothTasks) {
+TEST_F(EntryTest, MainStartsTheTimersThenBothTasks) {
     kivo::fake::Fail("OsMsgTaskRoutineByName", 1, 2);
     EXPECT_EQ(InspectServerMain(), 0);
     Lines expected = kStartUp;
@@ -124,7 +124,7 @@ TEST_F(Entry, MainStartsTheTimersThenBothTasks) {
     EXPECT_EQ(steps, expected);
 }
 
-TEST_F(Entry, MainHandsOverTheProcessDescriptors) {
+TEST_F(EntryTest, MainHandsOverTheProcessDescriptors) {
     kivo::fake::Fail("OsTaskRun", 5);
     InspectServerMain();
     ASSERT_EQ(g_descriptors.size(), 2U);
@@ -132,19 +132,19 @@ TEST_F(Entry, MainHandsOverTheProcessDescriptors) {
     ExpectDescriptor(g_descriptors[1], "heartbeat", 0, 64, InspectHeartBeatMsgProcess, InspectHeartBeatThread);
 }
 
-TEST_F(Entry, MainGivesTheTaskRunnersResult) {
+TEST_F(EntryTest, MainGivesTheTaskRunnersResult) {
     kivo::fake::Fail("OsTaskRun", 0x80020007);
     EXPECT_EQ(static_cast<uint32_t>(InspectServerMain()), 0x80020007U);
 }
 
-TEST_F(Entry, MainGoesOnWithoutTimers) {
+TEST_F(EntryTest, MainGoesOnWithoutTimers) {
     kivo::fake::Fail("OsSigEmptySet", 22);
     kivo::fake::Fail("OsTaskRun", 5);
     EXPECT_EQ(InspectServerMain(), 5);
     EXPECT_EQ(support::Steps(), (Lines{"1 inspect_server 18: OsSigEmptySet fail:22", "OsMsgSetLogLevel(3)"}));
 }
 
-TEST_F(Entry, HostedStartsTheTimersThenTheOneTask) {
+TEST_F(EntryTest, HostedStartsTheTimersThenTheOneTask) {
     kivo::fake::Fail("OsMsgTaskRoutineByName", 1);
     EXPECT_EQ(KivoInspectTaskMain(), 0U);
     Lines expected = kStartUp;
@@ -154,41 +154,41 @@ TEST_F(Entry, HostedStartsTheTimersThenTheOneTask) {
     EXPECT_EQ(steps, expected);
 }
 
-TEST_F(Entry, HostedHandsOverTheHostedDescriptor) {
+TEST_F(EntryTest, HostedHandsOverTheHostedDescriptor) {
     kivo::fake::Fail("OsTaskRun", 5);
     KivoInspectTaskMain();
     ASSERT_EQ(g_descriptors.size(), 1U);
     ExpectDescriptor(g_descriptors[0], "iom_srv_task", 0, 512, InspectMsgProcess, InspectThreadEntry);
 }
 
-TEST_F(Entry, HostedReturns0WhateverTheTaskRunnerSaid) {
+TEST_F(EntryTest, HostedReturns0WhateverTheTaskRunnerSaid) {
     kivo::fake::Fail("OsSigEmptySet", 22);
     kivo::fake::Fail("OsTaskRun", 0x80020007);
     EXPECT_EQ(KivoInspectTaskMain(), 0U);
     EXPECT_EQ(support::Steps(), (Lines{"1 inspect_server 18: OsSigEmptySet fail:22", "OsMsgRegLogFunc"}));
 }
 
-TEST_F(Entry, TaskEntryInitialisesAllThenServes) {
+TEST_F(EntryTest, TaskEntryInitialisesAllThenServes) {
     EXPECT_EQ(InspectTaskEntry(), 0U);
     EXPECT_EQ(support::Steps(), Joined({{"1 inspect_server 18: InspectTaskEntry start... "},
                                         kLogOpened,
-                                        {"OsPthreadDetach", "3 test 0: Inspect::Init"},  // the backup's thread
+                                        {"OsPthreadDetach", "3 test 0: ResultMgr::Init"},  // the backup's thread
                                         kDefaultsTaken,
                                         kOwnItem,
                                         {"3 test 0: Inspect::InitDot", "OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
 
-TEST_F(Entry, ThreadEntryInitialisesAllButTheUsageReportsThenServes) {
+TEST_F(EntryTest, ThreadEntryInitialisesAllButTheUsageReportsThenServes) {
     EXPECT_EQ(InspectThreadEntry(), 0U);
     EXPECT_EQ(support::Steps(), Joined({{"3 inspect_server_thread 25: InspectThreadEntry start... "},
                                         kLogOpened,
-                                        {"3 test 0: Inspect::Init"},
+                                        {"3 test 0: ResultMgr::Init"},
                                         kDefaultsTaken,
                                         kOwnItem,
                                         {"OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
 
-TEST_F(Entry, OnlyTheProcessFormStartsTheSystemLogBackup) {
+TEST_F(EntryTest, OnlyTheProcessFormStartsTheSystemLogBackup) {
     InspectThreadEntry();
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
     InspectTaskEntry();
@@ -198,34 +198,34 @@ TEST_F(Entry, OnlyTheProcessFormStartsTheSystemLogBackup) {
     EXPECT_EQ(support::LogLines(), Lines{"3 InspectFile 15: Debug version no need to backup wylog"});
 }
 
-TEST_F(Entry, TaskEntryServesAfterAStartThatRanOutOfMemory) {
+TEST_F(EntryTest, TaskEntryServesAfterAStartThatRanOutOfMemory) {
     g_initThrows = true;
     EXPECT_EQ(InspectTaskEntry(), 0U);
     EXPECT_EQ(support::Steps(), Joined({{"1 inspect_server 18: InspectTaskEntry start... "},
                                         kLogOpened,
-                                        {"OsPthreadDetach", "3 test 0: Inspect::Init",
+                                        {"OsPthreadDetach", "3 test 0: ResultMgr::Init",
                                          "1 inspect_server 18: start given up: std::bad_alloc",
                                          "OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
 
-TEST_F(Entry, ThreadEntryServesAfterAStartThatRanOutOfMemory) {
+TEST_F(EntryTest, ThreadEntryServesAfterAStartThatRanOutOfMemory) {
     g_initThrows = true;
     EXPECT_EQ(InspectThreadEntry(), 0U);
     EXPECT_EQ(support::Steps(),
               Joined({{"3 inspect_server_thread 25: InspectThreadEntry start... "},
                       kLogOpened,
-                      {"3 test 0: Inspect::Init", "1 inspect_server_thread 25: start given up: std::bad_alloc",
+                      {"3 test 0: ResultMgr::Init", "1 inspect_server_thread 25: start given up: std::bad_alloc",
                        "OsMsgTaskRoutineByName(iom_srv_task)"}}));
 }
 
-TEST_F(Entry, TheServerServesWithoutLogAndWithoutItsOwnItem) {
+TEST_F(EntryTest, TheServerServesWithoutLogAndWithoutItsOwnItem) {
     kivo::fake::Fail("KivoOmLogClientInit", 22);
     kivo::fake::Fail("InspectClientInit", 0x80020006);
     EXPECT_EQ(InspectTaskEntry(), 0U);
     EXPECT_EQ(support::Steps().back(), "OsMsgTaskRoutineByName(iom_srv_task)");
 }
 
-TEST_F(Entry, TheProcessServesMessagesUntilItLeavesTheBus) {
+TEST_F(EntryTest, TheProcessServesMessagesUntilItLeavesTheBus) {
     StopOnceItServes();
     kivo::fake::StartProcess([] {
         ASSERT_EQ(OsProcAttach("client"), OS_MSG_OK);
@@ -243,7 +243,7 @@ TEST_F(Entry, TheProcessServesMessagesUntilItLeavesTheBus) {
     EXPECT_TRUE(Contains(steps, "reply 7: 2"));
 }
 
-TEST_F(Entry, TheHostedServerPrintsTheMessageLayersLines) {
+TEST_F(EntryTest, TheHostedServerPrintsTheMessageLayersLines) {
     StopOnceItServes();
     kivo::fake::StartProcess([] {
         ASSERT_EQ(OsProcAttach("client"), OS_MSG_OK);

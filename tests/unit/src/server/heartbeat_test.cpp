@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
+#include "base/log.h"
 #include "kivo/os_thread.h"
-#include "server/log.h"
 #include "server/start.h"
 #include "support/envelope.h"
 #include "support/journal_text.h"
@@ -16,7 +16,7 @@ using support::Lines;
 
 namespace {
 
-class Heartbeat : public support::PlatformTest {
+class HeartbeatTest : public support::PlatformTest {
 protected:
     void SetUp() override {
         PlatformTest::SetUp();
@@ -30,7 +30,7 @@ constexpr uint32_t kRestart = 2097154;
 }  // namespace
 
 // The fake has no task "heartbeat" here: its message loop returns at once.
-TEST_F(Heartbeat, RegistersStartsTheTimerSubscribesAndServes) {
+TEST_F(HeartbeatTest, RegistersStartsTheTimerSubscribesAndServes) {
     EXPECT_EQ(InspectHeartBeatThread(), 0U);
     EXPECT_EQ(
         support::Steps(),
@@ -38,7 +38,7 @@ TEST_F(Heartbeat, RegistersStartsTheTimerSubscribesAndServes) {
                "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)", "OsMsgTaskRoutineByName(heartbeat)"}));
 }
 
-TEST_F(Heartbeat, TheTimerRecordIsZeroButForItsFiveFields) {
+TEST_F(HeartbeatTest, TheTimerRecordIsZeroButForItsFiveFields) {
     InspectHeartBeatThread();
     ASSERT_EQ(kivo::fake::Timers().size(), 1U);
     const OsTimerParam param = kivo::fake::Timers()[0];
@@ -53,7 +53,7 @@ TEST_F(Heartbeat, TheTimerRecordIsZeroButForItsFiveFields) {
     EXPECT_EQ(bytes, expected);
 }
 
-TEST_F(Heartbeat, TheTimerActivatesTheProcessEachTimeItFires) {
+TEST_F(HeartbeatTest, TheTimerActivatesTheProcessEachTimeItFires) {
     InspectHeartBeatThread();
     kivo::fake::ClearJournal();
     kivo::fake::Pass(16);
@@ -61,7 +61,7 @@ TEST_F(Heartbeat, TheTimerActivatesTheProcessEachTimeItFires) {
                                        "OsMonitorProActivate(ominspect)"}));
 }
 
-TEST_F(Heartbeat, GoesOnWithoutRegistration) {
+TEST_F(HeartbeatTest, GoesOnWithoutRegistration) {
     kivo::fake::Fail("OsMonitorProReg", 22);
     EXPECT_EQ(InspectHeartBeatThread(), 0U);
     EXPECT_EQ(support::Steps(),
@@ -69,7 +69,7 @@ TEST_F(Heartbeat, GoesOnWithoutRegistration) {
                      "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)", "OsMsgTaskRoutineByName(heartbeat)"}));
 }
 
-TEST_F(Heartbeat, GoesOnWithoutTimer) {
+TEST_F(HeartbeatTest, GoesOnWithoutTimer) {
     kivo::fake::Fail("OsTmrCreate", 12);
     EXPECT_EQ(InspectHeartBeatThread(), 0U);
     EXPECT_EQ(support::Steps(),
@@ -77,7 +77,7 @@ TEST_F(Heartbeat, GoesOnWithoutTimer) {
                      "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)", "OsMsgTaskRoutineByName(heartbeat)"}));
 }
 
-TEST_F(Heartbeat, GoesOnWithoutSubscription) {
+TEST_F(HeartbeatTest, GoesOnWithoutSubscription) {
     kivo::fake::Fail("OsMsgSubscribeEvent", 0x80020002);
     EXPECT_EQ(InspectHeartBeatThread(), 0U);
     EXPECT_EQ(support::Steps(), (Lines{"OsMonitorProReg(ominspect, 30000)", "OsTmrCreate(1, 5, 1)",
@@ -86,18 +86,18 @@ TEST_F(Heartbeat, GoesOnWithoutSubscription) {
                                        "OsMsgTaskRoutineByName(heartbeat)"}));
 }
 
-TEST_F(Heartbeat, ANullMessageIsRefused) {
+TEST_F(HeartbeatTest, ANullMessageIsRefused) {
     EXPECT_EQ(InspectHeartBeatMsgProcess(nullptr), 1U);
     EXPECT_EQ(support::Steps(), (Lines{"1 inspect_heartbeat 21: msg is NULL"}));
 }
 
-TEST_F(Heartbeat, AnyOtherMessageIsRefusedWithTheSameWords) {
+TEST_F(HeartbeatTest, AnyOtherMessageIsRefusedWithTheSameWords) {
     Envelope message(2097153);
     EXPECT_EQ(InspectHeartBeatMsgProcess(message.From("omlog", "omlog", "").Get()), 1U);
     EXPECT_EQ(support::Steps(), (Lines{"1 inspect_heartbeat 21: msg is NULL"}));
 }
 
-TEST_F(Heartbeat, ARestartOfTheLogProcessReopensTheLog) {
+TEST_F(HeartbeatTest, ARestartOfTheLogProcessReopensTheLog) {
     ASSERT_EQ(InspectLogInit("om_inspect"), 0U);
     kivo::fake::ClearJournal();
     Envelope message(kRestart);
@@ -107,7 +107,7 @@ TEST_F(Heartbeat, ARestartOfTheLogProcessReopensTheLog) {
                      "KivoOmLogClientInit(om_inspect)", "KivoOmLogCreateLog(512, 2, 2097152, inspect.log)"}));
 }
 
-TEST_F(Heartbeat, ALogThatCannotBeReopenedIsLogged) {
+TEST_F(HeartbeatTest, ALogThatCannotBeReopenedIsLogged) {
     kivo::fake::Fail("KivoOmLogCreateLog", 5);
     Envelope message(kRestart);
     EXPECT_EQ(InspectHeartBeatMsgProcess(message.From("omlog", "", "").Get()), 0U);
@@ -115,7 +115,7 @@ TEST_F(Heartbeat, ALogThatCannotBeReopenedIsLogged) {
                                           "1 inspect_heartbeat 21: InspectLogInit fail : 15 "}));
 }
 
-TEST_F(Heartbeat, ARestartOfAnotherProcessIsOnlyLogged) {
+TEST_F(HeartbeatTest, ARestartOfAnotherProcessIsOnlyLogged) {
     for (const char* name : {"omlog2", "omlo", "OMLOG", ""}) {
         kivo::fake::ClearJournal();
         Envelope message(kRestart);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "server/dispatch.h"
-#include "server/permission.h"
 #include "support/envelope.h"
 #include "support/journal_text.h"
 #include "support/platform_test.h"
@@ -16,11 +15,11 @@ bool InspectCheckPackagesValidByUid(uint32_t uid) noexcept {
 
 namespace {
 
-using Refusal = support::PlatformTest;
+using InspectMsgProcessRefusalTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(Refusal, OfASynchronousMessageIsLoggedAndNotAnswered) {
+TEST_F(InspectMsgProcessRefusalTest, OfASynchronousMessageIsLoggedAndNotAnswered) {
     Envelope message(7, "item");
     message.Get()->uid = 4294967295U;
     EXPECT_EQ(InspectMsgProcess(message.Get()), 1U);
@@ -28,7 +27,7 @@ TEST_F(Refusal, OfASynchronousMessageIsLoggedAndNotAnswered) {
                                        "srcPorcName[client] uid:[-1] msgId:[7]."}));
 }
 
-TEST_F(Refusal, OfAnAsynchronousMessageIsLogged) {
+TEST_F(InspectMsgProcessRefusalTest, OfAnAsynchronousMessageIsLogged) {
     Envelope message(2, "item");
     message.Asynchronous().From("intruder", "t", "t").Get()->uid = 66;
     EXPECT_EQ(InspectMsgProcess(message.Get()), 1U);
@@ -36,7 +35,7 @@ TEST_F(Refusal, OfAnAsynchronousMessageIsLogged) {
                                        "srcPorcName[intruder] uid:[66] msgId:[2]."}));
 }
 
-TEST_F(Refusal, DoesNotTouchOthers) {
+TEST_F(InspectMsgProcessRefusalTest, DoesNotTouchOthers) {
     EXPECT_EQ(InspectMsgProcess(Envelope(7).Get()), 0U);
     EXPECT_EQ(support::Steps(),
               (Lines{"3 inspect_server 18: inspect server recv msg id 7 from [client:cli_task]", "reply 7: 2"}));

@@ -16,13 +16,13 @@ using support::Lines;
 /// Occupies an identifier.
 class InspacetTaskPeer {
 public:
-    static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id].taskId = id; }
+    static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id] = std::make_shared<TaskData>(); }
     static bool Holds(unsigned int id) { return InspacetTask::manager.m_tasks.contains(id); }
 };
 
 namespace {
 
-class Tasks : public support::PlatformTest {
+class InspacetTaskTest : public support::PlatformTest {
 protected:
     static unsigned int CreateEmpty() {
         return InspacetTask::CreateTask([](TaskData& /*task*/) {}, false);
@@ -42,7 +42,7 @@ protected:
 
 }  // namespace
 
-TEST_F(Tasks, DefaultTaskDataIsEmpty) {
+TEST_F(InspacetTaskTest, DefaultTaskDataIsEmpty) {
     const TaskData task;
     EXPECT_FALSE(task.stopFlag);
     EXPECT_FALSE(task.forceOnly);
@@ -50,7 +50,7 @@ TEST_F(Tasks, DefaultTaskDataIsEmpty) {
     EXPECT_FALSE(task.func);
 }
 
-TEST_F(Tasks, AJobRunsOnAThreadOfItsOwnWithItsData) {
+TEST_F(InspacetTaskTest, AJobRunsOnAThreadOfItsOwnWithItsData) {
     std::vector<unsigned int> seen;
     bool forceOnly = false;
     const unsigned int id = InspacetTask::CreateTask(
@@ -68,7 +68,7 @@ TEST_F(Tasks, AJobRunsOnAThreadOfItsOwnWithItsData) {
     EXPECT_FALSE(InspacetTaskPeer::Holds(id));
 }
 
-TEST_F(Tasks, IdentifiersCountUp) {
+TEST_F(InspacetTaskTest, IdentifiersCountUp) {
     const unsigned int first = CreateEmpty();
     EXPECT_EQ(CreateEmpty(), first + 1);
     ASSERT_TRUE(kivo::fake::Finish());
@@ -76,7 +76,7 @@ TEST_F(Tasks, IdentifiersCountUp) {
     EXPECT_EQ(CreateEmpty(), first + 2);
 }
 
-TEST_F(Tasks, IdentifiersInUseAreSkipped) {
+TEST_F(InspacetTaskTest, IdentifiersInUseAreSkipped) {
     const unsigned int first = CreateEmpty();
     InspacetTaskPeer::Occupy(first + 1);
     InspacetTaskPeer::Occupy(first + 2);
@@ -85,7 +85,7 @@ TEST_F(Tasks, IdentifiersInUseAreSkipped) {
     InspacetTask::RemoveTask(first + 2);
 }
 
-TEST_F(Tasks, AJobIsACopyOfWhatWasGiven) {
+TEST_F(InspacetTaskTest, AJobIsACopyOfWhatWasGiven) {
     int value = 0;
     std::function<void(TaskData&)> job = [&value](TaskData& /*task*/) { value = 1; };
     InspacetTask::CreateTask(job, false);
@@ -94,7 +94,7 @@ TEST_F(Tasks, AJobIsACopyOfWhatWasGiven) {
     EXPECT_EQ(value, 1);
 }
 
-TEST_F(Tasks, AStopIsSeenAtTheNextLook) {
+TEST_F(InspacetTaskTest, AStopIsSeenAtTheNextLook) {
     const unsigned int id = CreatePolling(false);
     kivo::fake::Pass(3);
     EXPECT_EQ(kivo::fake::LiveThreads(), 1U);
@@ -106,13 +106,13 @@ TEST_F(Tasks, AStopIsSeenAtTheNextLook) {
     EXPECT_FALSE(InspacetTaskPeer::Holds(id));
 }
 
-TEST_F(Tasks, AStopMayBeRepeatedWhileTheJobRuns) {
+TEST_F(InspacetTaskTest, AStopMayBeRepeatedWhileTheJobRuns) {
     const unsigned int id = CreatePolling(false);
     EXPECT_EQ(InspacetTask::StopTask(id, false), 0U);
     EXPECT_EQ(InspacetTask::StopTask(id, true), 0U);
 }
 
-TEST_F(Tasks, AJobForForceOnlyRefusesAnUnforcedStop) {
+TEST_F(InspacetTaskTest, AJobForForceOnlyRefusesAnUnforcedStop) {
     const unsigned int id = CreatePolling(true);
     EXPECT_EQ(InspacetTask::StopTask(id, false), 1U);
     kivo::fake::Pass(2);
@@ -122,23 +122,23 @@ TEST_F(Tasks, AJobForForceOnlyRefusesAnUnforcedStop) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
-TEST_F(Tasks, AForcedStopWorksOnAnyJob) {
+TEST_F(InspacetTaskTest, AForcedStopWorksOnAnyJob) {
     EXPECT_EQ(InspacetTask::StopTask(CreatePolling(false), true), 0U);
 }
 
-TEST_F(Tasks, AStopOfAnUnknownJobIs1) {
+TEST_F(InspacetTaskTest, AStopOfAnUnknownJobIs1) {
     EXPECT_EQ(InspacetTask::StopTask(0, true), 1U);
     EXPECT_EQ(InspacetTask::StopTask(4711, false), 1U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Tasks, AStopOfAJobThatHasEndedIs1) {
+TEST_F(InspacetTaskTest, AStopOfAJobThatHasEndedIs1) {
     const unsigned int id = CreateEmpty();
     ASSERT_TRUE(kivo::fake::Finish());
     EXPECT_EQ(InspacetTask::StopTask(id, true), 1U);
 }
 
-TEST_F(Tasks, WithoutAThreadThereIsNoJob) {
+TEST_F(InspacetTaskTest, WithoutAThreadThereIsNoJob) {
     const unsigned int before = CreateEmpty();
     ASSERT_TRUE(kivo::fake::Finish());
     kivo::fake::ClearJournal();
@@ -150,7 +150,7 @@ TEST_F(Tasks, WithoutAThreadThereIsNoJob) {
     EXPECT_EQ(CreateEmpty(), before + 2);
 }
 
-TEST_F(Tasks, WithoutMemoryThereIsNoJob) {
+TEST_F(InspacetTaskTest, WithoutMemoryThereIsNoJob) {
     const std::array<char, 1000> large{};  // std::function keeps a body of this size on the heap
     const std::function<void(TaskData&)> job = [large](TaskData& /*task*/) { (void)large; };
     const AllocFailure failure(AllocFailure::Kind::kThrowing, 1000);
@@ -159,7 +159,7 @@ TEST_F(Tasks, WithoutMemoryThereIsNoJob) {
     EXPECT_EQ(support::Steps(), (Lines{"1 inspacetTask 16: createthread error"}));
 }
 
-TEST_F(Tasks, AThreadWithoutAnEntryEndsAtOnce) {
+TEST_F(InspacetTaskTest, AThreadWithoutAnEntryEndsAtOnce) {
     EXPECT_EQ(InspacetTask::ThreadFunc(nullptr), nullptr);
     bool ran = false;
     const unsigned int id = InspacetTask::CreateTask([&ran](TaskData& /*task*/) { ran = true; }, false);
@@ -168,12 +168,12 @@ TEST_F(Tasks, AThreadWithoutAnEntryEndsAtOnce) {
     EXPECT_FALSE(ran);
 }
 
-TEST_F(Tasks, RemovingAnUnknownJobIsSilent) {
+TEST_F(InspacetTaskTest, RemovingAnUnknownJobIsSilent) {
     InspacetTask::RemoveTask(4711);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
-TEST_F(Tasks, ABodyMayCallTheTaskRunner) {
+TEST_F(InspacetTaskTest, ABodyMayCallTheTaskRunner) {
     unsigned int inner = 0;
     uint32_t stopped = 9;
     InspacetTask::CreateTask(
@@ -187,7 +187,7 @@ TEST_F(Tasks, ABodyMayCallTheTaskRunner) {
     EXPECT_EQ(stopped, 0U);
 }
 
-TEST_F(Tasks, DataStayInPlaceWhileOtherJobsComeAndGo) {
+TEST_F(InspacetTaskTest, DataStayInPlaceWhileOtherJobsComeAndGo) {
     const TaskData* before = nullptr;
     const TaskData* after = nullptr;
     InspacetTask::CreateTask(
@@ -206,7 +206,7 @@ TEST_F(Tasks, DataStayInPlaceWhileOtherJobsComeAndGo) {
     EXPECT_EQ(before, after);
 }
 
-TEST_F(Tasks, ABodyThatThrowsEndsItsJobOnly) {
+TEST_F(InspacetTaskTest, ABodyThatThrowsEndsItsJobOnly) {
     const unsigned int id = InspacetTask::CreateTask([](TaskData& /*task*/) { throw std::bad_alloc(); }, false);
     ASSERT_TRUE(kivo::fake::Finish());
     EXPECT_EQ(support::LogLines(), (Lines{"1 inspacetTask 16: job given up: std::bad_alloc"}));

@@ -4,11 +4,11 @@
 
 namespace {
 
-using LowTime = support::PlatformTest;
+using InspacetTaskLowTimeTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(LowTime, TheFirstIdentifierIs17) {
+TEST_F(InspacetTaskLowTimeTest, TheFirstIdentifierIs17) {
     kivo::fake::SetNow((uint64_t{399} << 32U) + 3);
     EXPECT_EQ(InspacetTask::CreateTask([](TaskData& /*task*/) {}, false), 17U);
     EXPECT_EQ(InspacetTask::CreateTask([](TaskData& /*task*/) {}, false), 18U);

@@ -5,12 +5,12 @@
 /// Occupies an identifier.
 class InspacetTaskPeer {
 public:
-    static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id].taskId = id; }
+    static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id] = std::make_shared<TaskData>(); }
 };
 
 namespace {
 
-using Wrap = support::PlatformTest;
+using InspacetTaskWrapTest = support::PlatformTest;
 
 unsigned int Create() {
     return InspacetTask::CreateTask([](TaskData& /*task*/) {}, false);
@@ -18,7 +18,7 @@ unsigned int Create() {
 
 }  // namespace
 
-TEST_F(Wrap, GoesFromTheLastIdentifierTo17AndSkipsThoseInUse) {
+TEST_F(InspacetTaskWrapTest, GoesFromTheLastIdentifierTo17AndSkipsThoseInUse) {
     kivo::fake::SetNow((uint64_t{399} << 32U) + 4294967293U);
     InspacetTaskPeer::Occupy(18);
     EXPECT_EQ(Create(), 4294967294U);  // the low 32 bits of the time, plus one
