@@ -1,6 +1,6 @@
 // The error policy, and the guard that enforces it where the platform calls the server.
 //
-// Functions answer with result codes. What the standard library throws (out of memory, in the main) is caught
+// Functions answer with result codes. What the standard library throws (mostly because memory ran out) is caught
 // in one place only: at the functions that the platform calls, so that nothing is thrown across the module's
 // boundary. There it is logged at level 1, what was being done is given up, and the server goes on:
 //   - a message handler: the reply is empty, whatever the handler had put into it (InspectMsgProcess);

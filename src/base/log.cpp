@@ -1,4 +1,4 @@
-// Logging through the operations-log client, each line formatted on the caller's stack.
+// Each line is formatted on the caller's stack, so that any number of threads can log at once.
 #include "base/log.h"
 
 #include <array>

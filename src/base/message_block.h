@@ -7,8 +7,8 @@
 
 #include "kivo/os_msg.h"
 
-/// An envelope with a payload of its own in accounted memory. `data` is null when there was no memory for it,
-/// `dataLen` says what was asked for all the same. Not for use by several threads at once.
+/// An envelope with a payload of its own in accounted memory. `data` is null when there was no memory for it;
+/// `dataLen` still says what was asked for. Not for use by several threads at once.
 struct InspectMsgBlock {
     /// A copy of `msg` and its payload.
     explicit InspectMsgBlock(const TagMsgBlock& msg);

@@ -1,4 +1,4 @@
-// Sends asynchronous results to the clients that asked for them.
+// The envelope is not a copy of the payload: the platform copies it during the send.
 #include "base/send_result.h"
 
 #include "base/log.h"

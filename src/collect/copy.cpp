@@ -1,4 +1,5 @@
-// Collection: the time limit, and the copy of one path, one file and one directory.
+// The functions call each other for every level of a tree. The guard around each keeps a failed allocation from ending
+// more than the level that it happened in.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -21,7 +22,7 @@ std::string Masked(const char* path) {
     return SafeTool::TransferSafePath(path);
 }
 
-// The timer of the directory copy that found it to be started; ended and joined with it.
+// The timer thread of the topmost directory copy. The destructor ends and joins it.
 class TimerThread {
 public:
     explicit TimerThread(CollectConfig& config) : m_config(config) {

@@ -1,4 +1,4 @@
-// File-system operations under the copy functions.
+// Links are followed: the functions work on what a path leads to.
 #include "collect/file_ops.h"
 
 #include <dirent.h>

@@ -1,4 +1,4 @@
-// Path safety: masking for the log, and the characters that no path handed to the shell may hold.
+// The set of dangerous characters is deliberately narrow: blanks and quotes are not in it.
 #include <algorithm>
 #include <set>
 

@@ -1,4 +1,4 @@
-// The rolling backup of the system log: its thread at start, its timer, and the collection of the system-log entry.
+// Three callers meet here: the backup thread at the start, the timer, and a collection of the system log.
 #include "collect/wylog_backup.h"
 
 #include <pthread.h>

@@ -1,4 +1,4 @@
-// The files of the system log and of its backup: which are new, which are too old, and how they are copied.
+// A file that cannot be copied or removed does not stop a run.
 #include "collect/wylog_files.h"
 
 #include <dirent.h>
@@ -29,7 +29,7 @@ OsFileStat StatusOf(const std::string& path) {
     return status;
 }
 
-// Copies one file and, when that worked, says so.
+// Copies one file and logs how that went.
 bool CopyLogFile(const std::string& src, const std::string& dst, const std::string& name) {
     if (OsCopyFile(In(src, name).c_str(), In(dst, name).c_str()) != 0) {
         INSPECT_ERROR("Copy file %s fail", name.c_str());
@@ -39,7 +39,7 @@ bool CopyLogFile(const std::string& src, const std::string& dst, const std::stri
     return true;
 }
 
-// The names that `dst` does not hold as they are in `src`; changed ones are taken out of `dst` first.
+// The files of `src` that `dst` does not hold, or holds in an older state. The older ones are removed from `dst`.
 std::vector<std::string> TakeNewFiles(const std::string& src, const std::string& dst,
                                       std::vector<std::string>& backups) {
     std::vector<std::string> newFiles;

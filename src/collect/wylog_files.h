@@ -1,4 +1,4 @@
-// The files of the system log and of its backup.
+// The files of the system log and of its backup: which are new, which are too old, and how they are copied.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Conversion of configuration attributes.
+// Failures are logged here; callers only see the fallback.
 #include "config/config_transfer.h"
 
 #include <tinyxml2.h>

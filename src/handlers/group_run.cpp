@@ -1,4 +1,4 @@
-// Group runs: items started in order, their results polled once a second, the record sent, the group brought to rest.
+// The job starts the items in order and then polls their results once a second.
 #include "handlers/group_run.h"
 
 #include <unistd.h>
@@ -28,7 +28,7 @@ constexpr unsigned int kStopRounds = INSPECT_GROUP_STOP_ROUNDS;  // of one secon
 
 using Items = tagKivoOmInspectionDataItem[OM_INSPECT_GROUP_SLOTS];
 
-// Waits for the items with these indexes; asks their owners to stop them once the job shall stop.
+// Waits for the items with these indexes. When the job is asked to stop, asks their owners to stop them, once.
 void AwaitItems(std::vector<std::size_t> pending, Items& items, const TaskData& task) {
     bool stopping = false;
     while (!pending.empty()) {
@@ -91,7 +91,7 @@ void Inspect::StopItem(const std::string& name) {
 }
 
 void Inspect::RunGroup(GroupRequest request, TaskData& task) {
-    // Whatever happens to the run, the group comes to rest.
+    // The group and its items are reset whatever happens to the run.
     RunGuarded(kLogUnit, "group run", [&request, &task] {
         sleep(1);
         tagKivoOmInspectionGroupResult record{};

@@ -1,4 +1,4 @@
-// Group runs: the items of one request, run side by side on one job.
+// Group runs: one background job runs all items of a request.
 #pragma once
 
 #include <string>

@@ -1,7 +1,7 @@
 // The message handlers, one per message id; all have the signature that server/dispatch.h describes and run on
 // the server task's thread, one message at a time.
 //
-// A message without a payload that the handler needs is answered with an empty reply and no log line.
+// A message that lacks the payload its handler needs is answered with an empty reply; nothing is logged.
 #pragma once
 
 #include <memory>

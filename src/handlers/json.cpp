@@ -1,4 +1,4 @@
-// The parsed tree is deleted on every path.
+// cJSON owns the values of its tree: they are copied out before the tree is deleted.
 #include "handlers/json.h"
 
 #include <cjson/cJSON.h>

@@ -1,4 +1,4 @@
-// The server's own inspection item tells the directory of the terminal's application logs.
+// The item reports the directory of the terminal's application logs.
 #include "inside/inside_inspection.h"
 
 #include "base/log.h"

@@ -1,4 +1,4 @@
-// The registry of inspection items, and the forwarding of a run to the owner.
+// An owner is asked without the lock, so that a slow one does not block registration.
 #include "pipelining/pipelining_mgr.h"
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// The table itself: items, groups and requesters come and go, and results are read without a run.
+// Operations on the table that start no run.
 #include "result/result_mgr.h"
 
 #include "base/log.h"

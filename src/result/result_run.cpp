@@ -1,4 +1,4 @@
-// Runs: started, joined, reported by the owners, timed out and ended, with the events that tell of them.
+// Runs on the table, from their start to their end, and the events that announce both.
 #include "result/result_mgr.h"
 
 #include <new>
@@ -204,7 +204,7 @@ void ResultMgr::WaitResult(ResultData& data) {
 
 uint32_t ResultMgr::StartWait(const char* name, uint32_t timeout) {
     try {
-        // The job has its name before it exists, so that no job can fail for want of memory and wait for ever.
+        // The name is copied before the job exists: a job that ran out of memory later would leave the item running.
         return InspacetTask::CreateTask(
             [this, entry = std::string(name), timeout](TaskData& task) { AwaitTimeLimit(entry, timeout, task); }, true);
     } catch (const std::bad_alloc&) {

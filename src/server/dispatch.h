@@ -8,8 +8,8 @@
 
 #include "kivo/os_msg.h"
 
-/// Serves one message on the server task's thread. `reply` comes empty and `replyLen` 0; what the handler leaves
-/// in them answers a synchronous message, and the dispatcher frees it.
+/// Serves one message on the server task's thread. `reply` is empty and `replyLen` 0 at first; what the
+/// handler leaves in them answers a synchronous message. The dispatcher frees it.
 using InspectHandler = void (*)(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
 
 /// Which handler serves a message id.

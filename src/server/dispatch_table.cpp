@@ -1,4 +1,4 @@
-// The dispatch table: every message id that the server knows, in search order.
+// A message id that is not in this table is answered with an empty reply.
 #include "handlers/handlers.h"
 #include "inside/inside_inspection.h"
 #include "ominspect/messages.h"

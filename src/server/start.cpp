@@ -1,4 +1,4 @@
-// Each function logs as the unit that its lines have always named, so each has a unit of its own here.
+// The functions log under different units, so each names its own.
 #include "server/start.h"
 
 #include <initializer_list>

@@ -1,7 +1,7 @@
 // The task runner: background jobs, each on a detached thread of its own, that can be asked to stop.
 //
-// States of a job: registered -> running -> gone, with a stop request possible from registered to gone. Nobody
-// waits for a job; whoever wants it to stop asks, and the job looks at its stop flag about once a second.
+// States of a job: registered -> running -> gone. It can be asked to stop until it is gone. Nobody waits for a job: it
+// looks at its stop flag about once a second and returns when that is set.
 //
 // Jobs that still run when the process exits are not stopped. They may call everything here all the same, also after
 // the task table has been destroyed.
