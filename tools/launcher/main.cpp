@@ -16,6 +16,10 @@ namespace {
 
 constexpr int kWrongUse = 2;
 constexpr int kCannotRun = 3;
+constexpr int kDidNotEnd = 4;
+
+// One request a second. The service manager waits twice as long before it kills the process (TimeoutStopSec).
+constexpr int kMostRequests = 10;
 
 constexpr const char* kHelp =
     "Usage: ominspect [--hosted] [--library PATH]\n"
@@ -27,20 +31,28 @@ constexpr const char* kHelp =
     "  --help          print this text and end\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.\n"
-    "Exit code: 0 ended as asked, 2 wrong use, 3 the server cannot be loaded or run.\n";
+    "Exit code: 0 ended as asked, 2 wrong use, 3 the server cannot be loaded or run, 4 the server\n"
+    "went on for ten seconds after it was asked to end and was ended where it was.\n";
 
 struct Options {
     bool hosted = false;
     const char* serverPath = "libominspect.so";
 };
 
-volatile std::sig_atomic_t g_endAsked = 0;
+constexpr char kEnded[] = "ominspect: the server does not end; it is ended where it is\n";
 
-// Asks the server's tasks to end, and asks again every second: a request that comes before the server has joined
-// the bus would otherwise go unheard.
+volatile std::sig_atomic_t g_endAsked = 0;  // how often
+
+// Asks the server's tasks to end, and asks again every second, since a request that comes before the server has joined
+// the bus is not heard. A task that never looks again, such as one that waits for a result without a limit, is not
+// waited for.
 void AskToEnd(int /*signal*/) {
     const int savedErrno = errno;
-    g_endAsked = 1;
+    if (g_endAsked == kMostRequests) {
+        (void)!write(STDERR_FILENO, kEnded, sizeof kEnded - 1);
+        _exit(kDidNotEnd);
+    }
+    g_endAsked = g_endAsked + 1;
     OsProcRequestDetach();
     (void)alarm(1);
     errno = savedErrno;
@@ -106,7 +118,7 @@ int RunAsProcess(void* symbol) {
 // The hosted entry answers 0 whatever happened, so an end that nobody asked for is a failure.
 int RunHosted(void* symbol) {
     (void)reinterpret_cast<std::uint32_t (*)()>(symbol)();
-    if (g_endAsked) {
+    if (g_endAsked != 0) {
         return EXIT_SUCCESS;
     }
     (void)std::fputs("ominspect: the hosted server ended by itself; is the message bus reachable?\n", stderr);
@@ -134,7 +146,7 @@ int main(int argc, char** argv) {
         return kCannotRun;
     }
 
-    if (g_endAsked) {
+    if (g_endAsked != 0) {
         return EXIT_SUCCESS;
     }
     // The library is not closed: the server's detached threads live as long as the process.

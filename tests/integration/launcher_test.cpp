@@ -1,0 +1,31 @@
+// The end of the server's process.
+#include <csignal>
+
+#include "system.h"
+
+namespace support {
+
+namespace {
+
+class LauncherTest : public System {};
+
+TEST_F(LauncherTest, ARequestEndsTheServer) {
+    Child server = StartServer();
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0) << server.Output();
+}
+
+// The server's task polls for the result of a synchronous run without any limit, under the empty name.
+TEST_F(LauncherTest, AServerThatWaitsForEverIsEndedAllTheSame) {
+    Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"@later"});
+    Post(0, R"({"name":"","cmd":"run"})", "ominspect", "iom_srv_task");
+    ASSERT_TRUE(EventuallyEvents({"busy", " running/begin"}));
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 4);
+    EXPECT_NE(server.Output().find("ominspect: the server does not end"), std::string::npos) << server.Output();
+}
+
+}  // namespace
+
+}  // namespace support
