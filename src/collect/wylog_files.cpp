@@ -4,6 +4,7 @@
 #include <dirent.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "base/log.h"
@@ -59,6 +60,34 @@ std::vector<std::string> TakeNewFiles(const std::string& src, const std::string&
     return newFiles;
 }
 
+// The names in `dir` that are rotated application logs, or all others. False when it cannot be opened.
+bool ReadNames(const std::string& dir, bool wantAppLogs, std::vector<std::string>& names) {
+    const DirHandle handle(OsOpenDir(dir.c_str()));
+    if (handle == nullptr) {
+        return false;
+    }
+    while (const dirent* entry = OsReadDir(handle.get())) {
+        std::string name = static_cast<const char*>(entry->d_name);
+        if (name.starts_with(kAppLogPrefix) == wantAppLogs) {
+            names.push_back(std::move(name));
+        }
+    }
+    return true;
+}
+
+// Takes backups into the list that another process made: a collection driver's full run goes to the same folder as the
+// server's periodic ones, and the bound is one for both.
+void TakeInOthersBackups(const std::string& dst, std::vector<std::string>& backups) {
+    std::vector<std::string> present;
+    (void)ReadNames(dst, true, present);
+    const std::set<std::string> known(backups.begin(), backups.end());
+    std::erase_if(present, [&known](const std::string& name) { return known.contains(name); });
+    if (!present.empty()) {
+        backups.insert(backups.end(), present.begin(), present.end());
+        SortByTime(backups, dst);
+    }
+}
+
 void TrimBackups(const std::string& dst, std::vector<std::string>& backups) {
     if (backups.size() <= kMostBackups) {
         return;
@@ -76,16 +105,8 @@ void TrimBackups(const std::string& dst, std::vector<std::string>& backups) {
 
 std::vector<std::string> ListWylogFiles(const std::string& dir, bool wantAppLogs) {
     std::vector<std::string> names;
-    const DirHandle handle(OsOpenDir(dir.c_str()));
-    if (handle == nullptr) {
+    if (!ReadNames(dir, wantAppLogs, names)) {
         INSPECT_ERROR("Failed to open destination directory: %s", dir.c_str());
-        return names;
-    }
-    while (const dirent* entry = OsReadDir(handle.get())) {
-        std::string name = static_cast<const char*>(entry->d_name);
-        if (name.starts_with(kAppLogPrefix) == wantAppLogs) {
-            names.push_back(std::move(name));
-        }
     }
     return names;
 }
@@ -117,6 +138,7 @@ void BackupAppLogs(const std::string& src, const std::string& dst, bool fullRun,
             backups.push_back(name);
         }
     }
+    TakeInOthersBackups(dst, backups);
     TrimBackups(dst, backups);
 }
 

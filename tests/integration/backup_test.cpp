@@ -172,6 +172,24 @@ TEST_F(Backup, ACollectionOfTheSystemLogIsAFullRun) {
     }
 }
 
+TEST_F(Backup, TheBoundOf150HoldsWhoeverCollects) {
+    for (int number = 1; number <= 150; ++number) {
+        AddLog(backup_, number);
+    }
+    for (int round = 1; round <= 3; ++round) {
+        AddLog(source_, 2 * round + 149);
+        AddLog(source_, 2 * round + 150);
+        const Outcome outcome =
+            support::Run({"env", "--chdir=" + dir_.Path().string(), COLLECTOR_SHORT_LIMITS_PROGRAM, "wylogs",
+                          "device/data/log/wylogs", "device/data/inspect/diag/log/wylogs", "0"},
+                         {kWithHook});
+        EXPECT_EQ(outcome.exitCode, 0);
+        EXPECT_EQ(BackedUp().size(), 150U);
+    }
+    EXPECT_TRUE(fs::exists(backup_ / Log(156)));
+    EXPECT_FALSE(fs::exists(backup_ / Log(6)));
+}
+
 // The shipped server on its true paths, which are kept away from the machine.
 TEST_F(Backup, TheShippedServerAsksTheProductsHook) {
     AddLog(source_, 1);

@@ -166,6 +166,33 @@ TEST_F(WylogBackupTest, Of151TheOldestIsDeleted) {
     EXPECT_EQ(LogLines().back(), "3 InspectFile 15: Del file [****t-log.I1]");
 }
 
+TEST_F(WylogBackupTest, BackupsOfAnotherProcessCountToo) {
+    fs::create_directories(kBackup);
+    for (int i = 3; i <= 152; ++i) {
+        AddLog(i, kBackup);
+    }
+    AddLog(1);  // older than all
+    AddLog(153);
+    std::vector<std::string> backups;
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(BackedUp().size(), 150U);
+    EXPECT_EQ(backups.size(), 150U);
+    EXPECT_EQ(backups.front(), Log(4));
+    EXPECT_EQ(backups.back(), Log(153));
+    EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(1)));
+    EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(3)));
+}
+
+TEST_F(WylogBackupTest, AListThatKnowsAllKeepsItsOrder) {
+    fs::create_directories(kBackup);
+    AddLog(1, kBackup);
+    AddLog(2, kBackup);
+    AddLog(3);
+    std::vector<std::string> backups{Log(2), Log(1)};
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(backups, (Names{Log(2), Log(1), Log(3)}));
+}
+
 TEST_F(WylogBackupTest, AFileThatCannotBeCopiedDoesNotStopTheOthers) {
     AddLog(1);
     fs::create_directories(std::string(kSource) + "/" + Log(2));  // no regular file
