@@ -1,6 +1,8 @@
 // The built-in tables, and the static initialisation of the configuration, in this order.
 #include "config/default_config.h"
 
+#include <new>
+
 #include "base/device_paths.h"
 #include "ominspect/config.h"
 
@@ -61,4 +63,4 @@ std::vector<InspectOneDiagFile> InspectDefaultConfig::g_defaultLogCollectList{
 
 const std::string g_inspectConfigPath = kConfigPath;
 
-InspectConfigMgr* InspectConfigMgr::m_configMgr = new InspectConfigMgr();
+InspectConfigMgr* InspectConfigMgr::m_configMgr = new (std::nothrow) InspectConfigMgr();
