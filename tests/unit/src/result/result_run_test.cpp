@@ -18,8 +18,12 @@ using ResultMgrRunTest = support::ResultTest;
 }  // namespace
 
 TEST_F(ResultMgrRunTest, OfAnUnknownItemAreNotSupported) {
-    m_item.startTime = 5;
-    EXPECT_EQ(Run("a"), "a|fail|no support");
+    tagKivoOmInspectionRequestMsg request{"a", 3, 0, "{}"};
+    tagKivoOmInspectionDataItem item{support::Result("before", "before", "before"), 5, 6};
+    m_mgr.GetResult(request, item);
+    EXPECT_EQ(support::BytesOf(item.result), support::BytesOf(support::Result("a", "fail", "no support")));
+    EXPECT_EQ(item.startTime, 5U);  // only the record is written
+    EXPECT_EQ(item.endTime, 6U);
     EXPECT_EQ(support::Steps(), (Lines{"1 ResultMgr 13: Get Result fail, name [a]"}));
 }
 
@@ -259,6 +263,22 @@ TEST_F(ResultMgrRunTest, ReportedAsFinalAreStampedAndStillHeld) {
     EXPECT_EQ(m_item.endTime, 1700000003000U);
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").startCount, 1);
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").taskId, 0U);
+}
+
+TEST_F(ResultMgrRunTest, ReportedAreKeptWithAll192Bytes) {
+    AddItem("a");
+    for (const char* status : {"success", "running"}) {
+        SCOPED_TRACE(status);
+        m_mgr.SetResultStatic("a", "running");
+        tagKivoOmInspectionResult result{};
+        std::memset(&result, 'x', sizeof(result));  // behind the texts, too
+        std::memcpy(result.name, "a", sizeof("a"));
+        std::memcpy(result.status, status, std::strlen(status) + 1);
+        std::memcpy(result.text, "text", sizeof("text"));
+        m_mgr.SetResult(result);
+        EXPECT_EQ(Stored("a"), std::string("a|") + status + "|text");
+        EXPECT_EQ(support::BytesOf(m_item.result), support::BytesOf(result));
+    }
 }
 
 TEST_F(ResultMgrRunTest, ReportedAsFinalStopTheirWaitTimer) {

@@ -1,7 +1,9 @@
 // The wait timer: time limits, stops, and what happens without a thread for it.
+#include <optional>
 #include <string>
 
 #include "result/result_mgr.h"
+#include "support/alloc_failure.h"
 #include "support/journal_text.h"
 #include "support/result_test.h"
 #include "task/inspacet_task.h"
@@ -139,6 +141,27 @@ TEST_F(ResultMgrWaitTest, WithoutAThreadTheRunFailsAndStaysHeld) {
     EXPECT_EQ(ResultMgrPeer(m_mgr).Entry("a").taskId, 0U);
     EXPECT_EQ(UnLock("a"), "1 a|fail|wait err");
     EXPECT_EQ(support::Events().back(), "event 9: 1");
+}
+
+TEST_F(ResultMgrWaitTest, WithoutMemoryForTheTimerTheRunFailsAndStaysHeld) {
+    const std::string name(31, 'n');  // too long for a string to hold it without memory of its own
+    for (const std::size_t size : {name.size() + 1, sizeof(TaskData)}) {
+        SCOPED_TRACE(size);
+        AddItem(name, 1000);
+        std::optional<support::AllocFailure> failure;
+        support::OwnerDoes([&failure, size](const kivo::fake::Entry& /*message*/) {  // the timer is started after it
+            failure.emplace(support::AllocFailure::Kind::kThrowing, size);
+            return kivo::fake::Answer{.data = support::BytesOf(support::Result("", "running", ""))};
+        });
+        EXPECT_EQ(Run(name), name + "|fail|wait err");
+        EXPECT_TRUE(failure && failure->Happened());
+        failure.reset();
+        EXPECT_EQ(support::LogLines().back(), "3 ResultMgr 13: create thread err[" + name + "]");
+        EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
+        EXPECT_EQ(ResultMgrPeer(m_mgr).Entry(name).startCount, 1);
+        EXPECT_EQ(UnLock(name), "1 " + name + "|fail|wait err");
+        m_mgr.DelItem(name);
+    }
 }
 
 TEST_F(ResultMgrWaitTest, OfAnItemDeletedAndAddedAgainDoesNotTouchTheNewOne) {

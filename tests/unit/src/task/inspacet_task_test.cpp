@@ -13,11 +13,16 @@
 using support::AllocFailure;
 using support::Lines;
 
-/// Occupies an identifier.
+/// Occupies an identifier, and looks into the table.
 class InspacetTaskPeer {
 public:
     static void Occupy(unsigned int id) { InspacetTask::manager.m_tasks[id] = std::make_shared<TaskData>(); }
     static bool Holds(unsigned int id) { return InspacetTask::manager.m_tasks.contains(id); }
+
+    /// The job's record in the table; null when there is none.
+    static const TaskData* Record(unsigned int id) {
+        return Holds(id) ? InspacetTask::manager.m_tasks.at(id).get() : nullptr;
+    }
 };
 
 namespace {
@@ -188,22 +193,42 @@ TEST_F(InspacetTaskTest, ABodyMayCallTheTaskRunner) {
 }
 
 TEST_F(InspacetTaskTest, DataStayInPlaceWhileOtherJobsComeAndGo) {
-    const TaskData* before = nullptr;
-    const TaskData* after = nullptr;
-    InspacetTask::CreateTask(
+    const TaskData* given = nullptr;
+    unsigned int idAtEnd = 0;
+    bool forceOnlyAtEnd = false;
+    const unsigned int id = InspacetTask::CreateTask(
         [&](TaskData& task) {
-            before = &task;
-            kivo::fake::Pass(2);
-            after = task.taskId != 0 ? &task : nullptr;
+            given = &task;
+            while (!task.stopFlag) {
+                kivo::fake::Pass(1);
+            }
+            idAtEnd = task.taskId;
+            forceOnlyAtEnd = task.forceOnly;
         },
-        false);
-    kivo::fake::Pass(1);
-    for (int i = 0; i < 100; ++i) {
-        CreateEmpty();
+        true);
+    const TaskData* const record = InspacetTaskPeer::Record(id);
+    ASSERT_NE(record, nullptr);
+    kivo::fake::Settle();
+    EXPECT_EQ(given, record);
+
+    const unsigned int first = CreateEmpty();
+    for (unsigned int i = 1; i < 100; ++i) {
+        EXPECT_EQ(CreateEmpty(), first + i);
     }
+    EXPECT_EQ(InspacetTaskPeer::Record(id), record);
+    kivo::fake::Pass(1);
+    EXPECT_FALSE(InspacetTaskPeer::Holds(first));
+    EXPECT_EQ(InspacetTaskPeer::Record(id), record);
+    EXPECT_EQ(record->taskId, id);
+    EXPECT_TRUE(record->forceOnly);
+    EXPECT_TRUE(record->func);
+    EXPECT_FALSE(record->stopFlag);
+
+    EXPECT_EQ(InspacetTask::StopTask(id, true), 0U);
+    EXPECT_TRUE(record->stopFlag);
     ASSERT_TRUE(kivo::fake::Finish());
-    EXPECT_NE(before, nullptr);
-    EXPECT_EQ(before, after);
+    EXPECT_EQ(idAtEnd, id);
+    EXPECT_TRUE(forceOnlyAtEnd);
 }
 
 TEST_F(InspacetTaskTest, ABodyThatThrowsEndsItsJobOnly) {
