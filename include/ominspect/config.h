@@ -51,6 +51,8 @@ public:
     void InitLogCollectList(tinyxml2::XMLElement* root);
 
 private:
+    friend class InspectConfigMgrPeer;  // lets the unit tests take the one instance away
+
     std::vector<tagKivoOmInspectionItem> inspectItemList;
     std::vector<InspectOneDiagFile> logCollectList;
 

@@ -1,12 +1,23 @@
 // The configuration file and its loader.
 #include <string>
 
+#include "config/default_config.h"
 #include "config_text.h"
 #include "ominspect/config.h"
+#include "support/alloc_failure.h"
 #include "support/device_folder.h"
 
+using support::AllocFailure;
+using support::kDefaultEntries;
+using support::kDefaultItems;
 using support::Lines;
 using support::LogLines;
+
+/// Takes the one instance away.
+class InspectConfigMgrPeer {
+public:
+    static void Forget() { InspectConfigMgr::m_configMgr = nullptr; }
+};
 
 namespace {
 
@@ -68,6 +79,17 @@ TEST_F(InspectConfigMgrTest, AFileWithoutADocumentElementGivesBothDefaults) {
                                  "2 InspectConfigMgr 20: use default config logCollectList."}));
 }
 
+TEST_F(InspectConfigMgrTest, TheDefaultsAreExchangedForWhatTheListsHeld) {
+    Load(
+        "<r><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
+        "<LogCollect><Log srcPath='/s' dstPath='/d' timeout='1' isFolder='true'/></LogCollect></r>");
+    Load("<!-- no document element -->");
+    EXPECT_EQ(Items(), kDefaultItems);
+    EXPECT_EQ(Entries(), kDefaultEntries);
+    EXPECT_EQ(support::Text(InspectDefaultConfig::g_supportInspectList), Lines{"a warn 1"});
+    EXPECT_EQ(support::Text(InspectDefaultConfig::g_defaultLogCollectList), Lines{"/s /d 1 dir"});
+}
+
 TEST_F(InspectConfigMgrTest, ADocumentWithoutItsListsGivesNone) {
     Load("<root/>");
     EXPECT_EQ(Items(), Lines{});
@@ -88,10 +110,13 @@ TEST_F(InspectConfigMgrTest, AnItemWithoutIsSyncIsAsynchronous) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isSync] get err."});
 }
 
-TEST_F(InspectConfigMgrTest, AnItemWhoseNameIsTooLongIsKeptWithoutOne) {
-    Load("<r><DiagnoseList><DiagnoseItem name='" + std::string(32, 'n') +
-         "' level='toolong!' isSync='true'/></DiagnoseList><LogCollect/></r>");
-    EXPECT_EQ(Items(), Lines{"  1"});
+TEST_F(InspectConfigMgrTest, AnItemWhoseTextsAreTooLongIsKeptWithoutThem) {
+    const std::string name(31, 'n');
+    Load("<r><DiagnoseList><DiagnoseItem name='" + name + "' level='seven77' isSync='true'/><DiagnoseItem name='" +
+         name + "n' level='eight888' isSync='true'/></DiagnoseList><LogCollect/></r>");
+    EXPECT_EQ(Items(), (Lines{name + " seven77 1", "  1"}));
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: config file value [name] strcpy_s err, ret 34.",
+                                 "1 InspectConfigMgr 20: config file value [level] strcpy_s err, ret 34."}));
 }
 
 TEST_F(InspectConfigMgrTest, SiblingsOfOtherNamesAreReadTooFromTheFirstItemOn) {
@@ -111,15 +136,39 @@ TEST_F(InspectConfigMgrTest, TheSystemLogIsKnownByItsExactPath) {
     EXPECT_EQ(Entries(), (Lines{"/data/log/wylogs /d 1 wylogs", "/data/log/wylogs/ /d 1 dir"}));
 }
 
+TEST_F(InspectConfigMgrTest, TheSystemLogWithASlashAtItsEndIsWhatIsFolderSays) {
+    Load(R"(<r><DiagnoseList/><LogCollect>
+            <Log srcPath="/data/log/wylogs/" dstPath="/d" timeout="1" isFolder="false"/>
+            <Log srcPath="/data/log/wylogs/" dstPath="/d" timeout="1"/></LogCollect></r>)");
+    EXPECT_EQ(Entries(), (Lines{"/data/log/wylogs/ /d 1 file", "/data/log/wylogs/ /d 1 file"}));
+    EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isFolder] get err."});
+}
+
+TEST_F(InspectConfigMgrTest, AnEntryWhosePathsAreTooLongIsKeptWithoutThem) {
+    const std::string src(79, 's');
+    const std::string dst(79, 'd');
+    Load("<r><DiagnoseList/><LogCollect><Log srcPath='" + src + "' dstPath='" + dst +
+         "' timeout='1' isFolder='true'/><Log srcPath='" + src + "s' dstPath='" + dst +
+         "d' timeout='1' isFolder='true'/></LogCollect></r>");
+    EXPECT_EQ(Entries(), (Lines{src + " " + dst + " 1 dir", "  1 dir"}));
+    EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: config file value [srcPath] strcpy_s err, ret 34.",
+                                 "1 InspectConfigMgr 20: config file value [dstPath] strcpy_s err, ret 34."}));
+}
+
 TEST_F(InspectConfigMgrTest, AnEntryWithBadAttributesIsKept) {
     Load("<r><DiagnoseList/><LogCollect><Log srcPath='" + std::string(80, 's') + "'/></LogCollect></r>");
     EXPECT_EQ(Entries(), Lines{"  0 file"});
 }
 
 TEST_F(InspectConfigMgrTest, LoadingAgainAppends) {
-    Load("<r><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList><LogCollect/></r>");
-    m_config.InitInspectConfig();
-    EXPECT_EQ(Items(), (Lines{"a warn 1", "a warn 1"}));
+    Load(
+        "<r><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
+        "<LogCollect><Log srcPath='/a' dstPath='/a' timeout='1' isFolder='true'/></LogCollect></r>");
+    Load(
+        "<r><DiagnoseList><DiagnoseItem name='b' level='warn' isSync='true'/></DiagnoseList>"
+        "<LogCollect><Log srcPath='/b' dstPath='/b' timeout='2' isFolder='true'/></LogCollect></r>");
+    EXPECT_EQ(Items(), (Lines{"a warn 1", "b warn 1"}));
+    EXPECT_EQ(Entries(), (Lines{"/a /a 1 dir", "/b /b 2 dir"}));
 }
 
 TEST_F(InspectConfigMgrTest, DeepNestingIsRefusedAndManyItemsAreNot) {
@@ -142,6 +191,23 @@ TEST_F(InspectConfigMgrTest, DeepNestingIsRefusedAndManyItemsAreNot) {
 TEST_F(InspectConfigMgrTest, TheOneInstanceIsThereFromTheStart) {
     EXPECT_NE(InspectConfigMgr::GetInstance(), nullptr);
     EXPECT_EQ(InspectConfigMgr::GetInstance(), InspectConfigMgr::GetInstance());
+}
+
+TEST_F(InspectConfigMgrTest, AnInstanceThatIsMissingIsMadeOrSaidToBeMissing) {
+    InspectConfigMgr* const first = InspectConfigMgr::GetInstance();
+    InspectConfigMgrPeer::Forget();
+    {
+        const AllocFailure failure(AllocFailure::Kind::kNothrow, sizeof(InspectConfigMgr));
+        EXPECT_EQ(InspectConfigMgr::GetInstance(), nullptr);
+        EXPECT_TRUE(failure.Happened());
+    }
+    EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: m_configMgr instance creat err !"});
+    InspectConfigMgr* const second = InspectConfigMgr::GetInstance();
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(InspectConfigMgr::GetInstance(), second);
+    EXPECT_TRUE(second->GetInspectItemList().empty());
+    EXPECT_EQ(LogLines().size(), 1U);
+    delete first;
 }
 
 TEST_F(InspectConfigMgrTest, AnotherFileIsReadAsTheDevicesIs) {

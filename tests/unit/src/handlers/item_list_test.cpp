@@ -70,6 +70,7 @@ TEST_F(GetGroupListTest, OfMoreThan256ItemsStopsAtTheLastSlot) {
     }
     Write("device/zq_product/etc/config/om/inspect_config.xml", xml + "</DiagnoseList><LogCollect/></r>");
     Inspect::Init();
+    EXPECT_EQ(AskNumber().Number(), 300U);  // the number itself has no such limit
     const support::Reply list = AskList();
     EXPECT_EQ(CountIn(list), 256U);
     EXPECT_EQ(NameIn(list, 255), "item255");

@@ -1,9 +1,12 @@
 // The server's own inspection item, and the ignored messages.
 #include "inside/inside_inspection.h"
 
+#include <cstring>
+#include <memory>
 #include <string>
 
-#include "support/handler_call.h"
+#include "server/dispatch.h"
+#include "support/envelope.h"
 #include "support/journal_text.h"
 #include "support/platform_test.h"
 #include "support/records.h"
@@ -58,11 +61,33 @@ TEST_F(InsideInspectionTest, TheItemTellsTheLogDirectory) {
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_inside_linux 24: get log dir diag success"}));
 }
 
+TEST_F(InsideInspectionTest, TheItemGivesTheCodeOfACopyThatFailsAndGoesNoFurther) {
+    InitInspectInside();
+    ASSERT_EQ(kivo::fake::RegisteredHandlers().size(), 1U);
+    const auto handler = kivo::fake::RegisteredHandlers()[0].handler;
+    kivo::fake::ClearJournal();
+    tagKivoOmInspectionResult result = support::Result("name", "before", "before");
+    kivo::fake::Fail("strcpy_s", 34);
+    EXPECT_EQ(handler(nullptr, nullptr, &result), 34U);
+    EXPECT_EQ(support::Show(result), "name|before|before");
+    kivo::fake::Fail("strcpy_s", 22, 1, 1);
+    EXPECT_EQ(handler(nullptr, nullptr, &result), 22U);
+    EXPECT_EQ(support::Show(result), "name|success|before");
+    EXPECT_EQ(support::Steps(), Lines{});
+}
+
 TEST_F(InsideInspectionTest, IgnoredMessagesLeaveTheReplyAsItIs) {
     for (const InspectHandler handler : {InspectSlaveProcess, InspectTransCreateFile, InspectTransWriteFile,
                                          InspectTransCloseFile, InspectSlaveReadVersion}) {
         support::Envelope message(10, "payload");
-        EXPECT_TRUE(support::Call(handler, message).Empty());
+        auto reply = std::make_unique<unsigned char[]>(3);
+        const unsigned char* const before = reply.get();
+        std::memcpy(reply.get(), "abc", 3);
+        unsigned int replyLen = 3;
+        handler(message.Get(), reply, replyLen);
+        ASSERT_EQ(reply.get(), before);
+        EXPECT_EQ(std::memcmp(reply.get(), "abc", 3), 0);
+        EXPECT_EQ(replyLen, 3U);
     }
     EXPECT_EQ(support::Steps(), Lines{});
 }

@@ -223,6 +223,16 @@ TEST_F(PipeliningMgrTest, AnAnswerAtTheLimitCounts) {
     EXPECT_EQ(Run("item"), 0U);
 }
 
+TEST_F(PipeliningMgrTest, ARunWhoseResultCannotBeNamedIs10) {
+    Register("item");
+    support::OwnerAnswers("success", "all well");
+    kivo::fake::Fail("strcpy_s", 34, 1, 3);  // behind the names of the item, of the process and of the task
+    EXPECT_EQ(Run("item"), 10U);
+    EXPECT_EQ(Result(), "own name|success|all well");
+    EXPECT_EQ(support::Steps(),
+              (Lines{"ask 4 of owner:own_task", "OsMsgSynRespFree", "1 PipeliningMgr 17: strcpy_s fail."}));
+}
+
 TEST_F(PipeliningMgrTest, WithoutAReplyOnlyTheNameIsSet) {
     Register("item");
     support::OwnerDoes([](const Entry& /*message*/) { return Answer{.data = {}, .nullResponse = true}; });
