@@ -1,6 +1,17 @@
 // The time limit of a collection, in virtual time.
+#include <cstddef>
+#include <type_traits>
+
+#include "kivo/os_thread.h"
 #include "ominspect/collect.h"
 #include "support/platform_test.h"
+
+// Callers outside fill this record.
+static_assert(std::is_standard_layout_v<CollectConfig>);
+static_assert(sizeof(CollectConfig) == 8);
+static_assert(offsetof(CollectConfig, startTimer) == 0);
+static_assert(offsetof(CollectConfig, running) == 1);
+static_assert(offsetof(CollectConfig, timeout) == 4);
 
 namespace {
 
@@ -35,6 +46,23 @@ TEST_F(CollectTimerTest, NeverTakesMoreThanAMinute) {
     EXPECT_EQ(Seconds(61), 60U);
     EXPECT_EQ(Seconds(100), 60U);
     EXPECT_EQ(Seconds(4294967295U), 60U);
+}
+
+TEST_F(CollectTimerTest, EndsWithinASecondOfTheCopy) {
+    m_config.running = true;
+    m_config.timeout = 25;
+    OsThread timer{};
+    const auto run = [](void* config) -> void* {
+        CollectTimer(*static_cast<CollectConfig*>(config));
+        return nullptr;
+    };
+    ASSERT_EQ(OsPthreadCreate(&timer, nullptr, run, &m_config), 0U);
+    EXPECT_EQ(OsPthreadDetach(timer), 0U);
+    kivo::fake::Pass(3);
+    EXPECT_EQ(kivo::fake::LiveThreads(), 1U);
+    m_config.running = false;
+    kivo::fake::Pass(1);
+    EXPECT_EQ(kivo::fake::LiveThreads(), 0U);
 }
 
 TEST_F(CollectTimerTest, EndsAtOnceWhenTheCopyIsOver) {

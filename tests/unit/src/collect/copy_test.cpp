@@ -87,6 +87,13 @@ TEST_F(InspectCopyTest, WithRunningFalseStopsAtTheFirstEntry) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: collection stopped by timer, [****]->[****tination] timeout."});
 }
 
+TEST_F(InspectCopyTest, WithRunningFalseAnEmptyFolderIsStoppedToo) {
+    fs::create_directories("a-source");  // it has two entries, "." and ".."
+    m_config.running = false;
+    InspectCopyDirFile("a-source", "the-destination", m_config);
+    EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: collection stopped by timer, [****]->[****tination] timeout."});
+}
+
 TEST_F(InspectCopyTest, StartsItsTimerOnceAndClearsBothFlags) {
     Write("src/sub/a", "A");
     m_config.startTimer = true;

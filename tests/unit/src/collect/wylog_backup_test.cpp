@@ -249,6 +249,41 @@ TEST_F(WylogBackupTest, ACollectionMakesAFullRunAndCopiesTheOtherFilesWithoutALi
     EXPECT_EQ(kivo::fake::Timers().size(), 1U);  // the former one was deleted
 }
 
+TEST_F(WylogBackupTest, ACollectionWorksOnTheFoldersThatItIsGiven) {
+    AddLog(1, "given/source");
+    Write("given/source/kernel.log", "K");
+    Write("given/copy/stale.log", "S");
+    AddLog(2);
+    Write(std::string(kSource) + "/system.log", "S");
+    Write(std::string(kBackup) + "/kept.log", "K");
+    CollectConfig config;
+    InspectCopyWylogsFile("given/source", "given/copy", config);
+    Names copied;
+    for (const auto& entry : fs::directory_iterator("given/copy")) {
+        copied.push_back(entry.path().filename());
+    }
+    std::sort(copied.begin(), copied.end());
+    EXPECT_EQ(copied, (Names{"kernel.log", Log(1)}));
+    EXPECT_EQ(BackedUp(), Names{"kept.log"});
+}
+
+TEST_F(WylogBackupTest, OtherFilesAreCopiedWithTheirTimesOrSaidToLackThem) {
+    for (const char* name : {"kernel.log", "a;b.log"}) {
+        Write(std::string(kSource) + "/" + name, name);
+        fs::last_write_time(std::string(kSource) + "/" + name, fs::file_time_type(std::chrono::hours(1)));
+    }
+    fs::create_directories(kBackup);
+    CopyOtherWylogFiles(kSource, kBackup);
+    EXPECT_EQ(BackedUp(), (Names{"a;b.log", "kernel.log"}));
+    EXPECT_EQ(fs::last_write_time(std::string(kBackup) + "/kernel.log"), fs::file_time_type(std::chrono::hours(1)));
+    EXPECT_NE(fs::last_write_time(std::string(kBackup) + "/a;b.log"), fs::file_time_type(std::chrono::hours(1)));
+    Lines lines = LogLines();
+    std::erase(lines, "3 InspectFile 15: Copy file [kernel.log] success");
+    EXPECT_EQ(lines, (Lines{"3 InspectFile 15: Copy file [a;b.log] success",
+                            "1 InspectFile 15: file path contains danger char, skip!",
+                            "1 InspectFile 15: Change file [a;b.log] stat fail"}));
+}
+
 TEST_F(WylogBackupTest, ACollectionWithoutAFolderLeavesTheTimerStopped) {
     StartAndWait();
     ASSERT_EQ(kivo::fake::Timers().size(), 1U);
