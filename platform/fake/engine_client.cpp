@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "common/msg_rules.h"
+#include "common/records.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
-#include "fake/msg.h"
 #include "fake/reset.h"
 #include "fake/scheduler.h"
 
@@ -29,11 +30,6 @@ Client& TheClient() {
 
 std::string NameOf(const InspectHandlerRecord& record) {
     return {record.name, strnlen(record.name, sizeof(record.name))};
-}
-
-bool IsValid(const InspectHandlerRecord& record) {
-    const std::string name = NameOf(record);
-    return !name.empty() && name.size() < sizeof(record.name) && record.handler != nullptr;
 }
 
 auto Find(const std::string& name) {
@@ -56,7 +52,7 @@ uint32_t InspectClientInit(const char* clientName) {
     if (const auto code = Failure(lock, "InspectClientInit")) {
         return *code;
     }
-    if (clientName == nullptr || !IsValidName(clientName)) {
+    if (clientName == nullptr || !kivo::IsValidName(clientName)) {
         return OS_MSG_ERR_PARAM;
     }
     RecordCall(lock, std::string("InspectClientInit(") + clientName + ")");
@@ -79,7 +75,7 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
         return OS_MSG_ERR_NOT_ATTACHED;
     }
     const std::span<const InspectHandlerRecord> all(records, count);
-    if (!std::ranges::all_of(all, IsValid)) {
+    if (!std::ranges::all_of(all, [](const auto& record) { return kivo::IsValid(record); })) {
         return OS_MSG_ERR_PARAM;
     }
     for (const InspectHandlerRecord& record : all) {

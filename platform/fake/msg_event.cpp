@@ -87,6 +87,7 @@ void DeliverRestart(Lock& lock, Process& subscriber, const std::string& procName
 
 }  // namespace kivo::fake
 
+using namespace kivo;
 using namespace kivo::fake;
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/records.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
@@ -158,10 +159,6 @@ uint32_t FollowServer(const char* clientName) {
     return OsMsgSubscribeEvent(&restart, 1, 0);
 }
 
-bool IsGoodRecord(const InspectHandlerRecord& record) {
-    return record.name[0] != '\0' && IsTerminated(record.name) && record.handler != nullptr;
-}
-
 }  // namespace
 
 uint32_t InspectClientInit(const char* clientName) {
@@ -195,7 +192,8 @@ uint32_t InspectClientInit(const char* clientName) {
 
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
     return Guarded([&] {
-        if (records == nullptr || !std::all_of(records, records + count, IsGoodRecord)) {
+        if (records == nullptr ||
+            !std::all_of(records, records + count, [](const auto& record) { return kivo::IsValid(record); })) {
             return OS_MSG_ERR_PARAM;
         }
         Client& client = TheClient();

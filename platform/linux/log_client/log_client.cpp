@@ -19,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "common/records.h"
 #include "log_client/line.h"
 #include "log_client/log_file.h"
 
@@ -28,17 +29,7 @@ using kivo::log::LogFile;
 using kivo::log::Record;
 
 constexpr size_t kMaxClientName = 31;
-constexpr uint32_t kMaxFileCount = 1000;
 constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
-
-bool IsValid(const KivoOmLogCreation& creation) {
-    const char* name = creation.fileName;
-    const size_t length = strnlen(name, sizeof creation.fileName);
-    const bool isName = length > 0 && length < sizeof creation.fileName && std::strchr(name, '/') == nullptr &&
-                        std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
-    return isName && creation.lineSize > 0 && creation.fileSize > 0 && creation.fileCount > 0 &&
-           creation.fileCount <= kMaxFileCount;
-}
 
 std::string PathOf(const char* fileName) {
     const char* directory = std::getenv("KIVO_LOG_DIR");
@@ -198,7 +189,7 @@ uint32_t KivoOmLogClientInit(const char* clientName, size_t length) try {
 }
 
 uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle) try {
-    if (creation == nullptr || handle == nullptr || !IsValid(*creation)) {
+    if (creation == nullptr || handle == nullptr || !kivo::IsValid(*creation)) {
         return EINVAL;
     }
     return LogClient::Instance().Create(*creation, *handle);

@@ -14,7 +14,7 @@
 
 #include <spdlog/pattern_formatter.h>
 
-#include "unique_fd.h"
+#include "common/unique_fd.h"
 
 namespace kivo::log {
 

@@ -4,9 +4,11 @@
 #include <new>
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
@@ -123,15 +125,15 @@ uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
     return Guarded([&] {
-        if (event == nullptr || scope != 1 || (event->data == nullptr && event->dataLen != 0)) {
+        if (event == nullptr || scope != 1) {
             return OS_MSG_ERR_PARAM;
         }
         const std::string task = ReadName(event->taskName, sizeof event->taskName);
         if (task.empty()) {
             return OS_MSG_ERR_PARAM;
         }
-        if (event->dataLen > OS_MSG_MAX_PAYLOAD) {
-            return OS_MSG_ERR_TOO_LARGE;
+        if (const uint32_t wrong = CheckPayload(event->data, event->dataLen); wrong != OS_MSG_OK) {
+            return wrong;
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);

@@ -1,27 +1,16 @@
 // The message loop of a task, and the replies that its handlers owe.
-#include <cstring>
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
-#include "msg/names.h"
 #include "msg/process.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
 
 constexpr size_t kMaxDeferred = 1024;
-
-// The token of the owed reply stands in the envelope's reserved words, 0 for none.
-uint64_t TokenOf(const TagMsgBlock& block) {
-    uint64_t token = 0;
-    std::memcpy(&token, block.reserved4, sizeof token);
-    return token;
-}
-
-void SetToken(TagMsgBlock& block, uint64_t token) {
-    std::memcpy(block.reserved4, &token, sizeof token);
-}
 
 // The token of the reply that is owed for a message; 0 when it wants none, or its sender has left meanwhile.
 uint64_t Owe(Process& process, Incoming& message) {
@@ -122,11 +111,11 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName) {
 
 uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen) {
     return Guarded([&] {
-        if (msg == nullptr || (data == nullptr && dataLen != 0)) {
+        if (msg == nullptr) {
             return OS_MSG_ERR_PARAM;
         }
-        if (dataLen > OS_MSG_MAX_PAYLOAD) {
-            return OS_MSG_ERR_TOO_LARGE;
+        if (const uint32_t wrong = CheckPayload(data, dataLen); wrong != OS_MSG_OK) {
+            return wrong;
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
 
@@ -48,10 +49,6 @@ int OpenBus(BusPtr& bus) {
         result = sd_bus_start(raw);
     }
     return result;
-}
-
-bool IsGoodDescriptor(const OsTaskDescriptor& task) {
-    return !ReadName(task.name, sizeof task.name).empty() && task.queueDepth > 0 && task.handler != nullptr;
 }
 
 // Makes the task's queue and object; its thread is started apart.
@@ -278,6 +275,7 @@ uint32_t ResultOf(int negativeErrno) {
 
 }  // namespace kivo::msg
 
+using namespace kivo;
 using namespace kivo::msg;
 
 uint32_t OsProcAttach(const char* procName) {
@@ -329,7 +327,7 @@ void OsProcDetach(void) {
 
 uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
     return Guarded([&] {
-        if (task == nullptr || !IsGoodDescriptor(*task)) {
+        if (task == nullptr || CheckTask(*task) != OS_MSG_OK) {
             return OS_MSG_ERR_PARAM;
         }
         Process& process = TheProcess();
@@ -353,7 +351,8 @@ uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
 
 uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, uint32_t count) {
     return Guarded([&] {
-        if (tasks == nullptr || count == 0 || !std::all_of(tasks, tasks + count, IsGoodDescriptor)) {
+        if (tasks == nullptr || count == 0 ||
+            !std::all_of(tasks, tasks + count, [](const auto& task) { return CheckTask(task) == OS_MSG_OK; })) {
             return OS_MSG_ERR_PARAM;
         }
         Process& process = TheProcess();
@@ -388,43 +387,4 @@ uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, u
         OsProcDetach();
         return result;
     });
-}
-
-const char* OsMsgResultText(uint32_t result) {
-    switch (result) {
-        case OS_MSG_OK:
-            return "ok";
-        case OS_MSG_ERR_PARAM:
-            return "bad argument";
-        case OS_MSG_ERR_NO_MEMORY:
-            return "no memory, threads or descriptors left";
-        case OS_MSG_ERR_NOT_ATTACHED:
-            return "the process is not on the bus";
-        case OS_MSG_ERR_ATTACHED:
-            return "the process is on the bus already";
-        case OS_MSG_ERR_NAME_TAKEN:
-            return "the name is taken";
-        case OS_MSG_ERR_NO_BUS:
-            return "the bus cannot be reached";
-        case OS_MSG_ERR_ABSENT:
-            return "the destination process is not there";
-        case OS_MSG_ERR_NO_TASK:
-            return "the destination process has no such task";
-        case OS_MSG_ERR_DIED:
-            return "the destination left the bus while it was asked";
-        case OS_MSG_ERR_TIMEOUT:
-            return "no reply in time";
-        case OS_MSG_ERR_QUEUE_FULL:
-            return "the destination task's queue is full";
-        case OS_MSG_ERR_TOO_LARGE:
-            return "the payload is too large";
-        case OS_MSG_ERR_DENIED:
-            return "the bus's policy forbids it";
-        case OS_MSG_ERR_NO_REQUEST:
-            return "nobody waits for this reply";
-        case OS_MSG_ERR_BUS:
-            return "the bus answered with an error";
-        default:
-            return "unknown result";
-    }
 }

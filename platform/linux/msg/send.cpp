@@ -3,10 +3,12 @@
 #include <cstring>
 #include <string_view>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
@@ -85,18 +87,12 @@ int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
 
 // Checks an outgoing envelope and makes it into a method call.
 uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
+    if (const uint32_t wrong = CheckMessage(msg); wrong != OS_MSG_OK) {
+        return wrong;
+    }
     const std::string proc = ReadName(msg.dstProcName, sizeof msg.dstProcName);
     const std::string task = ReadName(msg.dstTaskName, sizeof msg.dstTaskName);
     std::string reply = ReadName(msg.replyTaskName, sizeof msg.replyTaskName);
-    if (proc.empty() || task.empty() || (reply.empty() && msg.replyTaskName[0] != '\0')) {
-        return OS_MSG_ERR_PARAM;
-    }
-    if (msg.data == nullptr && msg.dataLen != 0) {
-        return OS_MSG_ERR_PARAM;
-    }
-    if (msg.dataLen > OS_MSG_MAX_PAYLOAD) {
-        return OS_MSG_ERR_TOO_LARGE;
-    }
     const std::string& source = CurrentTaskName();
     if (reply.empty()) {
         reply = source;

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
 

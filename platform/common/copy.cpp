@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "common/unique_fd.h"
 #include "kivo/os_file.h"
-#include "unique_fd.h"
 
 namespace {
 

@@ -1,14 +1,15 @@
-// Name and payload rules of the message bus, and the texts of its result codes.
+// Names are checked as UTF-8 by decoding them; the texts of the result codes stand at the end.
+#include "common/msg_rules.h"
+
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
-#include "fake/msg.h"
-
-namespace kivo::fake {
+namespace kivo {
 
 namespace {
 
-// One UTF-8 sequence at the front of the text: its length, or 0.
+// The length of the UTF-8 sequence (RFC 3629) at the front of a text; 0 when there is none.
 size_t SequenceLength(std::string_view text) {
     const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned first = byte(0);
@@ -47,7 +48,7 @@ bool IsUtf8(std::string_view text) {
 }  // namespace
 
 bool IsValidName(std::string_view name) {
-    return !name.empty() && name.size() < OS_MSG_NAME_SIZE && IsUtf8(name);
+    return !name.empty() && name.size() < OS_MSG_NAME_SIZE && name.find('\0') == std::string_view::npos && IsUtf8(name);
 }
 
 std::string ReadName(const char* field, size_t size) {
@@ -55,8 +56,14 @@ std::string ReadName(const char* field, size_t size) {
     return IsValidName(name) ? name : std::string();
 }
 
-void WriteName(char (&field)[OS_MSG_NAME_SIZE], const std::string& name) {
-    std::ranges::copy(name, field);
+void WriteName(char (&field)[OS_MSG_NAME_SIZE], std::string_view name) {
+    std::fill(std::begin(field), std::end(field), '\0');
+    std::copy_n(name.begin(), std::min<size_t>(name.size(), OS_MSG_NAME_SIZE - 1), std::begin(field));
+}
+
+uint32_t CheckTask(const OsTaskDescriptor& task) {
+    const bool good = !ReadName(task.name, sizeof task.name).empty() && task.queueDepth > 0 && task.handler != nullptr;
+    return good ? OS_MSG_OK : OS_MSG_ERR_PARAM;
 }
 
 uint32_t CheckPayload(const void* data, uint32_t dataLen) {
@@ -68,24 +75,34 @@ uint32_t CheckPayload(const void* data, uint32_t dataLen) {
 
 uint32_t CheckMessage(const TagMsgBlock& message) {
     const bool replyTask =
-        message.replyTaskName[0] == '\0' || !ReadName(message.replyTaskName, sizeof(message.replyTaskName)).empty();
-    if (!replyTask || ReadName(message.dstProcName, sizeof(message.dstProcName)).empty() ||
-        ReadName(message.dstTaskName, sizeof(message.dstTaskName)).empty()) {
+        message.replyTaskName[0] == '\0' || !ReadName(message.replyTaskName, sizeof message.replyTaskName).empty();
+    if (!replyTask || ReadName(message.dstProcName, sizeof message.dstProcName).empty() ||
+        ReadName(message.dstTaskName, sizeof message.dstTaskName).empty()) {
         return OS_MSG_ERR_PARAM;
     }
     return CheckPayload(message.data, message.dataLen);
 }
 
-}  // namespace kivo::fake
+uint64_t TokenOf(const TagMsgBlock& message) {
+    uint64_t token = 0;
+    std::memcpy(&token, message.reserved4, sizeof token);
+    return token;
+}
+
+void SetToken(TagMsgBlock& message, uint64_t token) {
+    std::memcpy(message.reserved4, &token, sizeof token);
+}
+
+}  // namespace kivo
 
 const char* OsMsgResultText(uint32_t result) {
     switch (result) {
         case OS_MSG_OK:
-            return "success";
+            return "ok";
         case OS_MSG_ERR_PARAM:
-            return "bad parameter";
+            return "bad argument";
         case OS_MSG_ERR_NO_MEMORY:
-            return "out of memory or other resources";
+            return "no memory, threads or descriptors left";
         case OS_MSG_ERR_NOT_ATTACHED:
             return "the process is not on the bus";
         case OS_MSG_ERR_ATTACHED:
@@ -95,11 +112,11 @@ const char* OsMsgResultText(uint32_t result) {
         case OS_MSG_ERR_NO_BUS:
             return "the bus cannot be reached";
         case OS_MSG_ERR_ABSENT:
-            return "the destination process is absent";
+            return "the destination process is not there";
         case OS_MSG_ERR_NO_TASK:
-            return "there is no such task";
+            return "the destination process has no such task";
         case OS_MSG_ERR_DIED:
-            return "the destination left while it was asked";
+            return "the destination left the bus while it was asked";
         case OS_MSG_ERR_TIMEOUT:
             return "no reply in time";
         case OS_MSG_ERR_QUEUE_FULL:
@@ -107,11 +124,11 @@ const char* OsMsgResultText(uint32_t result) {
         case OS_MSG_ERR_TOO_LARGE:
             return "the payload is too large";
         case OS_MSG_ERR_DENIED:
-            return "forbidden by the bus's policy";
+            return "the bus's policy forbids it";
         case OS_MSG_ERR_NO_REQUEST:
             return "nobody waits for this reply";
         case OS_MSG_ERR_BUS:
-            return "the bus answered something unexpected";
+            return "the bus answered with an error";
         default:
             return "unknown result";
     }
