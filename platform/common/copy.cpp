@@ -1,4 +1,4 @@
-// Copying of a regular file.
+// The kernel copies as much as it can; read and write do the rest and find the errors.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

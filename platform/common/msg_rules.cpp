@@ -1,4 +1,4 @@
-// Names are checked as UTF-8 by decoding them; the texts of the result codes stand at the end.
+// The texts of the result codes are at the end.
 #include "common/msg_rules.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Numbers and names are checked here; where pointers lead is the caller's business.
+// Pointers inside the records are only checked for null.
 #include "common/records.h"
 
 #include <algorithm>

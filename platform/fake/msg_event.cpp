@@ -28,7 +28,7 @@ bool IsRestart(const OsMsgSubscription& wanted) {
     return wanted.eventId == OS_MSG_EVENT_PROC_RESTART;
 }
 
-// A broadcast under the id of restarts is none.
+// A broadcast with the id of restarts does not count as a restart.
 bool IsWanted(const OsMsgSubscription& wanted, const Event& event) {
     return wanted.eventId == event.id && event.proc == wanted.srcProcName && IsRestart(wanted) == event.restart &&
            (event.restart || event.task == wanted.srcTaskName);

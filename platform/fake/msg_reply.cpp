@@ -13,7 +13,7 @@ namespace {
 
 constexpr size_t kMaxDeferred = 1024;
 
-// Unit tests build envelopes by hand: nobody waits for those, but answering them is fine.
+// Unit tests build envelopes by hand. They may be answered, although nobody waits for that.
 bool IsHandMade(const Process& process, const TagMsgBlock& message) {
     return message.msgType == 1 && TokenOf(message) == 0 && IsLenient(process);
 }

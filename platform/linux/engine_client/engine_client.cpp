@@ -1,4 +1,4 @@
-// Inspection-engine client: keeps the process's items registered with the server and answers its run requests.
+// The client's task receives run requests and the news of the server's restarts.
 #include "kivo/om_inspect_engine_client.h"
 
 #include <cjson/cJSON.h>
@@ -54,7 +54,7 @@ bool IsTerminated(const char (&field)[size]) {
     return std::memchr(field, '\0', size) != nullptr;
 }
 
-// One message to the server; answers go to the client's own task, whichever thread sends.
+// Sends one message to the server. Answers go to the client's own task, whichever thread sends.
 uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
     TagMsgBlock block{};
     block.msgId = msgId;
@@ -183,7 +183,7 @@ uint32_t InspectClientInit(const char* clientName) {
             return created;
         }
         client.name = clientName;
-        client.items.clear();  // those of an earlier stay on the bus
+        client.items.clear();  // left over from before the process left the bus the last time
         const uint32_t followed = FollowServer(clientName);
         client.following = followed == OS_MSG_OK;
         return followed;

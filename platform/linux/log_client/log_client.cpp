@@ -1,4 +1,4 @@
-// The log client of the process: its name, its logs, and standard error for what belongs to none of them.
+// One client per process. Lines that no log takes go to standard error.
 #include "kivo/om_log_client.h"
 
 #include <unistd.h>
@@ -50,7 +50,7 @@ void WriteToStandardError(std::string line) {
 
 class LogClient {
 public:
-    // Never destroyed: threads may log until the process has ended, and every line is flushed anyway.
+    // Never destroyed: threads may log until the process has ended. Every line is flushed when it is written.
     static LogClient& Instance() {
         static auto* client = new LogClient;
         return *client;
@@ -134,7 +134,7 @@ private:
         return FormatLine(record, {now, name_, getpid(), gettid()}, limit);
     }
 
-    // Not one of the closed ones either, as far as the numbers go: they may still be in use somewhere.
+    // Numbers of closed logs are not used again before all others were: somebody may still log under them.
     KivoOmLogHandle FreshHandle() {
         do {
             ++lastHandle_;

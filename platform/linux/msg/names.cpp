@@ -50,7 +50,7 @@ std::string ProcNameOf(const char* busName) {
         return {};
     }
     const std::string name = Decode("/", (std::string("/") + (busName + prefix)).c_str());
-    // Escaping more than needed would give a second bus name to the same process name: nobody may pass by it.
+    // A name that escapes more than it must would stand for the same process: only the canonical form is accepted.
     return !name.empty() && BusNameOf(name) == busName ? name : std::string();
 }
 

@@ -15,13 +15,13 @@ inline constexpr const char* kErrorTooLarge = "com.kivo.Msg.Error.TooLarge";
 // sd_bus_path_encode(3) does. Empty when there is no memory.
 std::string BusNameOf(const std::string& procName);
 
-// The reverse; empty when it is no such name.
+// The process name of a bus name; empty for any other name.
 std::string ProcNameOf(const char* busName);
 
 // "iom_srv_task" -> "/com/kivo/task/iom_5fsrv_5ftask"
 std::string PathOf(const std::string& taskName);
 
-// The reverse; empty when it is no such path.
+// The task name of an object path; empty for any other path.
 std::string TaskNameOf(const char* path);
 
 }  // namespace kivo::msg

@@ -1,7 +1,8 @@
-// Leader and followers over one sd-bus connection.
+// Threads poll without the lock; whoever holds the lead also polls the socket of the bus.
 #include "msg/reader.h"
 
 #include <poll.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -16,11 +17,11 @@ namespace kivo::msg {
 
 namespace {
 
-// How long the lead may stay empty before the standby takes it: longer than most handlers run, and shorter than
-// anybody notices.
+// How long the lead may stay empty before the standby takes it: longer than most handlers run, and too short to be
+// noticed.
 constexpr std::chrono::milliseconds kGrace{10};
 
-// Messages dispatched in one go: a flood must not keep the lock, nor a deadline from being looked at.
+// Messages dispatched in one go. In a flood, other threads must still get the lock, and deadlines must be checked.
 constexpr int kBatch = 32;
 
 using PollTimeout = std::optional<std::chrono::nanoseconds>;
@@ -96,7 +97,7 @@ void Reader::RequestStop() {
     standbyWaiter_.Wake();
 }
 
-void Reader::Lead(Waiter& me, Rank rank) {
+void Reader::TakeLead(Waiter& me, Rank rank) {
     if (leader_ != nullptr && leader_ != &me) {
         leader_->Wake();
     }
@@ -108,11 +109,11 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
                   const std::function<bool()>& done) {
     waiting_.push_back({&me, rank});
     if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
-        Lead(me, rank);
+        TakeLead(me, rank);
     }
     while (!done() && (!deadline || Clock::now() < *deadline)) {
         if (leader_ == nullptr) {
-            Lead(me, rank);
+            TakeLead(me, rank);
         }
         if (leader_ != &me) {
             PollAlone(lock, me, Until(deadline));
@@ -168,7 +169,7 @@ void Reader::StepDown() {
     const auto next = std::find_if(waiting_.rbegin(), waiting_.rend(),
                                    [](const Waiting& entry) { return entry.rank == Rank::kReply; });
     if (next == waiting_.rend()) {
-        Arm();
+        WakeStandby();
         return;
     }
     leader_ = next->waiter;
@@ -182,7 +183,7 @@ void Reader::WakeAll() {
     }
 }
 
-void Reader::Arm() {
+void Reader::WakeStandby() {
     if (armed_) {
         return;
     }
@@ -194,11 +195,12 @@ void Reader::Kick() {
     if (leader_ != nullptr) {
         leader_->Wake();
     } else {
-        Arm();
+        WakeStandby();
     }
 }
 
 void Reader::StandbyMain(std::mutex& mutex) {
+    pthread_setname_np(pthread_self(), "kivo_standby");
     Lock lock(mutex);
     Waiter& me = standbyWaiter_;
     while (!stopping_) {
@@ -212,7 +214,7 @@ void Reader::StandbyMain(std::mutex& mutex) {
         const uint64_t seen = stepDowns_;
         PollAlone(lock, me, kGrace);
         if (leader_ == nullptr && stepDowns_ == seen) {
-            Lead(me, Rank::kStandby);
+            TakeLead(me, Rank::kStandby);
             Wait(lock, me, Rank::kStandby, std::nullopt,
                  [&] { return leader_ != &me || stopping_ || lost_ || stopRequested_; });
         }
