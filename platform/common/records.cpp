@@ -8,6 +8,15 @@
 
 namespace kivo {
 
+namespace {
+
+template <size_t size>
+bool IsTerminated(const char (&field)[size]) {
+    return std::memchr(field, '\0', size) != nullptr;
+}
+
+}  // namespace
+
 bool IsValid(const OsTimerParam& timer) {
     const bool reservedIsZero =
         std::all_of(std::begin(timer.reserved), std::end(timer.reserved), [](char byte) { return byte == '\0'; });
@@ -23,8 +32,11 @@ bool IsValid(const KivoOmLogCreation& log) {
 }
 
 bool IsValid(const InspectHandlerRecord& item) {
-    const size_t length = strnlen(item.name, sizeof item.name);
-    return length > 0 && length < sizeof item.name && item.handler != nullptr;
+    return item.name[0] != '\0' && IsTerminated(item.name) && item.handler != nullptr;
+}
+
+bool IsValid(const tagKivoOmInspectionResult& result) {
+    return IsTerminated(result.name) && IsTerminated(result.status) && IsTerminated(result.text);
 }
 
 }  // namespace kivo

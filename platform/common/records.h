@@ -10,5 +10,6 @@ namespace kivo {
 bool IsValid(const OsTimerParam& timer);
 bool IsValid(const KivoOmLogCreation& log);
 bool IsValid(const InspectHandlerRecord& item);
+bool IsValid(const tagKivoOmInspectionResult& result);
 
 }  // namespace kivo

@@ -2,7 +2,6 @@
 #include "kivo/om_inspect_engine_client.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 #include <string>
 #include <vector>
@@ -29,7 +28,7 @@ Client& TheClient() {
 }
 
 std::string NameOf(const InspectHandlerRecord& record) {
-    return {record.name, strnlen(record.name, sizeof(record.name))};
+    return record.name;
 }
 
 auto Find(const std::string& name) {
@@ -68,15 +67,12 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
     if (const auto code = Failure(lock, "InspectRegHandler")) {
         return *code;
     }
-    if (records == nullptr || count == 0) {
+    const std::span<const InspectHandlerRecord> all(records, records == nullptr ? 0 : count);
+    if (all.empty() || !std::ranges::all_of(all, [](const auto& record) { return kivo::IsValid(record); })) {
         return OS_MSG_ERR_PARAM;
     }
     if (!TheClient().initialised) {
         return OS_MSG_ERR_NOT_ATTACHED;
-    }
-    const std::span<const InspectHandlerRecord> all(records, count);
-    if (!std::ranges::all_of(all, [](const auto& record) { return kivo::IsValid(record); })) {
-        return OS_MSG_ERR_PARAM;
     }
     for (const InspectHandlerRecord& record : all) {
         const std::string name = NameOf(record);
@@ -113,14 +109,12 @@ uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     if (const auto code = Failure(lock, "InspectReportResult")) {
         return *code;
     }
-    if (result == nullptr) {
+    if (result == nullptr || !kivo::IsValid(*result)) {
         return OS_MSG_ERR_PARAM;
     }
     if (!TheClient().initialised) {
         return OS_MSG_ERR_NOT_ATTACHED;
     }
-    const std::string name(result->name, strnlen(result->name, sizeof(result->name)));
-    const std::string status(result->status, strnlen(result->status, sizeof(result->status)));
-    RecordCall(lock, "InspectReportResult(" + name + ", " + status + ")");
+    RecordCall(lock, std::string("InspectReportResult(") + result->name + ", " + result->status + ")");
     return OS_MSG_OK;
 }

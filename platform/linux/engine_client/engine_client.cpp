@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/msg_rules.h"
 #include "common/records.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_msg.h"
@@ -49,11 +50,6 @@ uint32_t Guarded(Function&& function) noexcept {
     }
 }
 
-template <size_t size>
-bool IsTerminated(const char (&field)[size]) {
-    return std::memchr(field, '\0', size) != nullptr;
-}
-
 // Sends one message to the server. Answers go to the client's own task, whichever thread sends.
 uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
     TagMsgBlock block{};
@@ -88,7 +84,7 @@ bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& requ
         return false;
     }
     std::memcpy(&head, msg.data, kHeadSize);
-    if (!IsTerminated(head.name) || head.len > msg.dataLen - kHeadSize - 1) {
+    if (std::memchr(head.name, '\0', sizeof head.name) == nullptr || head.len > msg.dataLen - kHeadSize - 1) {
         return false;
     }
     name = head.name;
@@ -163,10 +159,11 @@ uint32_t FollowServer(const char* clientName) {
 
 uint32_t InspectClientInit(const char* clientName) {
     return Guarded([&] {
-        OsTaskDescriptor task{};
-        if (clientName == nullptr || strcpy_s(task.name, OS_MSG_NAME_SIZE, clientName) != 0) {
+        if (clientName == nullptr || !kivo::IsValidName(clientName)) {
             return OS_MSG_ERR_PARAM;
         }
+        OsTaskDescriptor task{};
+        strcpy_s(task.name, sizeof task.name, clientName);
         task.queueDepth = kQueueDepth;
         task.handler = HandleMessage;
         Client& client = TheClient();
@@ -192,7 +189,7 @@ uint32_t InspectClientInit(const char* clientName) {
 
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
     return Guarded([&] {
-        if (records == nullptr ||
+        if (records == nullptr || count == 0 ||
             !std::all_of(records, records + count, [](const auto& record) { return kivo::IsValid(record); })) {
             return OS_MSG_ERR_PARAM;
         }
@@ -235,8 +232,7 @@ uint32_t InspectUnRegHandler(const char* itemName) {
 
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     return Guarded([&] {
-        if (result == nullptr || !IsTerminated(result->name) || !IsTerminated(result->status) ||
-            !IsTerminated(result->text)) {
+        if (result == nullptr || !kivo::IsValid(*result)) {
             return OS_MSG_ERR_PARAM;
         }
         Client& client = TheClient();

@@ -44,7 +44,7 @@ OsTimerId Create(uint32_t period) {
 
 }  // namespace
 
-TEST(TimerThread, SleepsWhileNothingIsDue) {
+TEST(OsTimerThread, SleepsWhileNothingIsDue) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     EXPECT_EQ(OsTmrDelete(Create(1)), 0U);
     const OsTimerId later = Create(3600);
@@ -57,7 +57,7 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
     EXPECT_EQ(OsTmrDelete(later), 0U);
 }
 
-TEST(TimerThread, BlocksAllSignals) {
+TEST(OsTimerThread, BlocksAllSignals) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself; polled, as the thread may just begin.
     EXPECT_TRUE(support::WaitFor([] { return Status("SigBlk") == "fffffffe7ffbfeff"; })) << Status("SigBlk");
