@@ -4,6 +4,7 @@
 #include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/process.h"
+#include "msg/task_thread.h"
 
 using namespace kivo;
 using namespace kivo::msg;
@@ -64,9 +65,8 @@ private:
 // Runs the loop of a task that nobody else runs.
 void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
     const ActiveCall active(process);
-    const TaskThreadScope taskThread;
+    const TaskThreadScope taskThread(task.name);
     const LoopEnd end(task);
-    const std::string before = std::exchange(CurrentTaskName(), task.name);
     const auto done = [&] { return task.HasMessage() || process.state != BusState::kAttached; };
     for (;;) {
         task.loop = &me;
@@ -78,7 +78,6 @@ void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
         const std::unique_ptr<Incoming> message = task.Take();
         Handle(process, lock, task, *message);
     }
-    CurrentTaskName() = before;
 }
 
 }  // namespace

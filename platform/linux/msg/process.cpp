@@ -12,6 +12,7 @@
 #include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
+#include "msg/task_thread.h"
 
 namespace kivo::msg {
 
@@ -67,9 +68,8 @@ uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shar
 }
 
 void RunTask(const std::shared_ptr<Task>& task) {
-    CurrentTaskName() = task->name;
     pthread_setname_np(pthread_self(), task->name.c_str());
-    const TaskThreadScope taskThread;
+    const TaskThreadScope taskThread(task->name);
     const uint32_t result =
         Guarded([&] { return task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str()); });
     if (result != OS_MSG_OK) {
@@ -241,16 +241,6 @@ void Process::KickIfUnsent() {
 Process& TheProcess() {
     static auto* process = new Process;
     return *process;
-}
-
-int& TaskThreadScope::Depth() {
-    thread_local int depth = 0;
-    return depth;
-}
-
-std::string& CurrentTaskName() {
-    thread_local std::string name;
-    return name;
 }
 
 uint32_t ResultOf(int negativeErrno) {

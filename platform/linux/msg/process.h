@@ -73,26 +73,6 @@ struct Process {
 // Never destroyed: threads may use it until the process is gone.
 Process& TheProcess();
 
-// The task whose thread this is; empty on other threads.
-std::string& CurrentTaskName();
-
-// Marks the calling thread, while the object lives, as one that runs a task or its message loop.
-class TaskThreadScope {
-public:
-    TaskThreadScope() { ++Depth(); }
-    ~TaskThreadScope() { --Depth(); }
-    TaskThreadScope(const TaskThreadScope&) = delete;
-    TaskThreadScope& operator=(const TaskThreadScope&) = delete;
-    TaskThreadScope(TaskThreadScope&&) = delete;
-    TaskThreadScope& operator=(TaskThreadScope&&) = delete;
-
-    // Whether the calling thread is marked.
-    static bool IsHere() { return Depth() > 0; }
-
-private:
-    static int& Depth();
-};
-
 // Counts a call that waits, while the object lives. Made and destroyed under the lock.
 class ActiveCall {
 public:

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "msg/log.h"
+#include "msg/task_thread.h"
 
 namespace kivo::msg {
 
@@ -70,6 +71,7 @@ bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
     }
     try {
         standby_ = std::thread([this, &mutex] { StandbyMain(mutex); });
+        pthread_setname_np(standby_.native_handle(), "kivo_standby");
     } catch (const std::system_error&) {
         return false;
     }
@@ -166,14 +168,15 @@ void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
 void Reader::StepDown() {
     leader_ = nullptr;
     ++stepDowns_;
-    const auto next = std::find_if(waiting_.rbegin(), waiting_.rend(),
-                                   [](const Waiting& entry) { return entry.rank == Rank::kReply; });
-    if (next == waiting_.rend()) {
+    const Rank lowest = TaskThreadScope::IsHere() ? Rank::kReply : Rank::kTask;
+    const auto next = std::max_element(waiting_.rbegin(), waiting_.rend(),
+                                       [](const Waiting& a, const Waiting& b) { return a.rank < b.rank; });
+    if (next == waiting_.rend() || next->rank < lowest) {
         WakeStandby();
         return;
     }
     leader_ = next->waiter;
-    leaderRank_ = Rank::kReply;
+    leaderRank_ = next->rank;
     leader_->Wake();
 }
 
@@ -200,7 +203,6 @@ void Reader::Kick() {
 }
 
 void Reader::StandbyMain(std::mutex& mutex) {
-    pthread_setname_np(pthread_self(), "kivo_standby");
     Lock lock(mutex);
     Waiter& me = standbyWaiter_;
     while (!stopping_) {

@@ -23,8 +23,10 @@ namespace kivo::msg {
 //  - There is at most one leader. A thread that begins to wait takes the lead from the standby or from a task's thread
 //    that waits for a message, because the next message is most likely for the thread that came last. It does not take
 //    the lead from a thread that waits for a reply.
-//  - A leader that got what it waited for steps down. If another thread waits for a reply, that one leads at once.
-//    Otherwise the lead stays empty for a moment (kGrace), because the same thread mostly comes back soon.
+//  - A leader that got what it waited for steps down. If another thread waits for a reply, that one leads at once. So
+//    does a task's thread that waits for a message, if the leader was not a task's thread itself: such a thread may not
+//    come back for long. Otherwise the lead stays empty for a moment (kGrace), because a task's thread mostly comes
+//    back soon.
 //  - After that moment the standby, a thread of its own, takes the lead, so that somebody always reads: full queues,
 //    peers that leave and requests to detach are noticed even while every task is busy. It sleeps otherwise.
 //

@@ -7,6 +7,7 @@
 #include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
+#include "msg/task_thread.h"
 
 using namespace kivo;
 using namespace kivo::msg;
@@ -93,7 +94,7 @@ uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
     const std::string proc = ReadName(msg.dstProcName, sizeof msg.dstProcName);
     const std::string task = ReadName(msg.dstTaskName, sizeof msg.dstTaskName);
     std::string reply = ReadName(msg.replyTaskName, sizeof msg.replyTaskName);
-    const std::string& source = CurrentTaskName();
+    const std::string& source = TaskThreadScope::TaskName();
     if (reply.empty()) {
         reply = source;
     }
