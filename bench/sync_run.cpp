@@ -1,8 +1,9 @@
-// How long a synchronous run of an at-once item takes over the bus, beside a bare forwarded sd-bus call.
+// How long a run of an at-once item takes over the bus, beside a bare forwarded sd-bus call.
 //
-// Both go client -> first process -> second process and back through the same bus daemon, in turn, in one run:
-//   run      this program -> ominspect -> an owner
-//   forward  this program -> a process that only forwards -> a process that only answers, all bare sd-bus
+// All go client -> first process -> second process and back through the same bus daemon, in turn, in one run:
+//   run         this program -> ominspect -> an owner, message 0 and its reply
+//   background  the same with message 18, whose result comes as message 0 to a task of this program
+//   forward     this program -> a process that only forwards -> a process that only answers, all bare sd-bus
 // Prints median and 99th percentile of each and their ratios, and the idle server's private memory.
 //
 //     sync_run [rounds]
@@ -12,11 +13,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,6 +32,7 @@ namespace {
 
 constexpr const char* kRequest = R"({"name":"ok","cmd":"run"})";
 constexpr size_t kRecordSize = 192;
+constexpr const char* kTask = "results";
 
 void Check(bool good, const char* what) {
     if (good) {
@@ -99,17 +103,30 @@ const sd_bus_vtable kRoad[] = {
 
 // ---- the server's road ----
 
+// Guards the count of results that came as messages of their own.
+std::mutex g_lock;
+std::condition_variable g_arrived;
+size_t g_results = 0;
+
+uint32_t CountResult(TagMsgBlock* msg) {
+    const std::lock_guard<std::mutex> lock(g_lock);
+    g_results += msg->msgId == 0 && msg->dataLen == kRecordSize ? 1 : 0;
+    g_arrived.notify_one();
+    return 0;
+}
+
 // A synchronous message to the server; whether it was answered, with the first `size` bytes of the answer in `answer`.
 bool Ask(uint32_t id, const char* payload, void* answer, size_t size) {
     TagMsgBlock block{};
     std::strcpy(block.dstProcName, "ominspect");
     std::strcpy(block.dstTaskName, "iom_srv_task");
+    std::strcpy(block.replyTaskName, kTask);
     block.msgId = id;
     block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(payload));
     block.dataLen = static_cast<uint32_t>(std::strlen(payload));
     TagMsgBlock* resp = nullptr;
     const bool good = OsMsgSynSend(&block, &resp, 5000) == OS_MSG_OK && resp->dataLen == size;
-    if (good) {
+    if (good && size > 0) {
         std::memcpy(answer, resp->data, size);
     }
     OsMsgSynRespFree(resp);
@@ -124,6 +141,17 @@ bool ServerAnswers() {
 bool RunOnce() {
     std::array<char, kRecordSize> record{};
     return Ask(0, kRequest, record.data(), record.size()) && std::strcmp(record.data() + 32, "success") == 0;
+}
+
+bool RunInBackground() {
+    std::unique_lock<std::mutex> lock(g_lock);
+    const size_t before = g_results;
+    lock.unlock();
+    if (!Ask(18, kRequest, nullptr, 0)) {
+        return false;
+    }
+    lock.lock();
+    return g_arrived.wait_for(lock, std::chrono::seconds(5), [before] { return g_results == before + 1; });
 }
 
 // ---- measuring ----
@@ -175,6 +203,11 @@ int main(int argc, char** argv) {
     const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=/tmp"});
     Check(OsProcAttach("bench") == OS_MSG_OK, "joining the bus");
     Check(support::Eventually(ServerAnswers), "waiting for the server");
+    OsTaskDescriptor task{};
+    std::strcpy(task.name, kTask);
+    task.queueDepth = 16;
+    task.handler = CountResult;
+    Check(OsTaskCreate(&task) == OS_MSG_OK, "creating a task");
     const Child owner({RAW_OWNER_PROGRAM, "owner1", "ok"});
     sd_bus* bare = OpenBus();
     const auto forward = [bare] {
@@ -185,17 +218,22 @@ int main(int argc, char** argv) {
     const unsigned long idle = PrivateKilobytes(server.Pid());
 
     std::vector<double> runs;
+    std::vector<double> backgrounds;
     std::vector<double> forwards;
     for (size_t i = 0; i < rounds; ++i) {
         runs.push_back(Time(RunOnce, "a run"));
+        backgrounds.push_back(Time(RunInBackground, "a run in the background"));
         forwards.push_back(Time(forward, "a forwarded call"));
     }
     const Figures run = Evaluate(runs);
+    const Figures background = Evaluate(backgrounds);
     const Figures bareFigures = Evaluate(forwards);
     std::printf("%zu rounds, microseconds      median      p99\n", rounds);
     std::printf("synchronous run           %10.1f %8.1f\n", run.median, run.p99);
+    std::printf("run in the background     %10.1f %8.1f\n", background.median, background.p99);
     std::printf("bare forwarded call       %10.1f %8.1f\n", bareFigures.median, bareFigures.p99);
-    std::printf("ratio                     %10.2f %8.2f\n", run.median / bareFigures.median, run.p99 / bareFigures.p99);
+    std::printf("synchronous / bare        %10.2f %8.2f\n", run.median / bareFigures.median, run.p99 / bareFigures.p99);
+    std::printf("background / synchronous  %10.2f %8.2f\n", background.median / run.median, background.p99 / run.p99);
     std::printf("server's private memory when idle: %lu KiB\n", idle);
     sd_bus_flush_close_unref(bare);
     OsProcDetach();

@@ -38,8 +38,8 @@ struct InspectHandlerRecord {
  * before; else as OsTaskCreate. */
 uint32_t InspectClientInit(const char* clientName);
 
-/* Registers `count` items. All records are checked before the first is taken (PARAM). An item that this
- * process registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. */
+/* Registers `count` items. PARAM: no records, or a bad one; then none is registered. An item that this process
+ * registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. */
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count);
 
 /* Takes an item back. PARAM: not registered by this process. */
@@ -48,8 +48,8 @@ uint32_t InspectUnRegHandler(const char* itemName);
 /* Reports the result of a run that was answered with "running" (or, with that status again, its progress). */
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result);
 
-/* Takes the argument ("cmd") out of a request's JSON text. PARAM: no such member, no string, no JSON, or it
- * does not fit into `size` bytes with its NUL; `out` is then the empty text. */
+/* Copies the argument ("cmd") of a request's JSON text to `out`, which has `size` bytes. PARAM: the text is not JSON,
+ * has no such string, or it does not fit with its NUL; `out` is then the empty text. */
 uint32_t InspectGetArgument(const char* request, char* out, size_t size);
 
 #pragma GCC visibility pop

@@ -37,13 +37,13 @@ typedef uint16_t KivoOmLogHandle;
 uint32_t KivoOmLogClientInit(const char* clientName, size_t length);
 
 /* Creates or continues a log file in the directory that KIVO_LOG_DIR names (default /var/log/kivo) and
- * writes its handle. A log that exists already under this file name is given again with the same handle.
+ * writes its handle. A log that this process has already created under the file name is shared, with the same handle.
  * EINVAL: a bad record; EPERM: the client is not initialised; else why the file cannot be written. */
 uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle);
 
 /* Writes one line with time, level, client, unit, module, source line, process and thread. Line ends and
- * other control characters inside the text are written escaped, trailing line ends dropped. With a handle
- * that is none or was closed, the line goes to standard error instead: nothing is lost. */
+ * other control characters inside the text are written escaped, trailing line ends are dropped. If the handle is 0,
+ * unknown or closed, the line goes to standard error, so that nothing is lost. */
 void KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint8_t module, uint32_t line,
                               const char* format, ...) __attribute__((format(printf, 6, 7)));
 

@@ -1,6 +1,6 @@
 /*
- * Accounted memory (libkivo_os_mem): allocations that are counted per calling unit, so that a leak can be
- * attributed on a running device.
+ * Accounted memory (libkivo_os_mem): allocations are counted per calling unit, so that a leak on a running device can
+ * be traced to its unit.
  *
  * Any thread may call.
  */

@@ -40,7 +40,7 @@ extern "C" {
 #define OS_MSG_ERR_TOO_LARGE 0x8002000du    /* the payload is larger than OS_MSG_MAX_PAYLOAD */
 #define OS_MSG_ERR_DENIED 0x8002000eu       /* the bus's policy forbids the message */
 #define OS_MSG_ERR_NO_REQUEST 0x8002000fu   /* nobody waits for this reply: not synchronous, answered, or gone */
-#define OS_MSG_ERR_BUS 0x80020010u          /* the bus answered something else */
+#define OS_MSG_ERR_BUS 0x80020010u          /* the bus answered with any other error */
 
 /* The event id of a process restart (OsMsgSubscribeEvent). */
 #define OS_MSG_EVENT_PROC_RESTART 0x200002u
@@ -52,8 +52,8 @@ extern "C" {
  * if answers are to go to another task than the sending thread's own; the rest is ignored. The payload is
  * copied during the call.
  * Incoming: everything is filled. `uid`, and the process name, are those the bus vouches for (UINT32_MAX and
- * the empty text where it knows none), never what the sender says. The message layer owns envelope and
- * payload; both are valid until the handler returns.
+ * the empty text where it knows none), never what the sender says. The message layer owns envelope and payload;
+ * both are valid until the handler returns.
  */
 struct TagMsgBlock {
     uint32_t msgType;                     /*   0: 1 = synchronous: the sender waits for a reply */
@@ -98,12 +98,12 @@ struct OsMsgEvent {
     const void* data;                /* 24 */
 };
 
-/* What a task wants to hear of, 56 bytes; copied. */
+/* An event that a task wants to receive, 56 bytes; copied. */
 struct OsMsgSubscription {
     uint32_t eventId;                   /*  0 */
     uint32_t reserved;                  /*  4: 0 */
     char srcProcName[OS_MSG_NAME_SIZE]; /*  8: whose event */
-    char srcTaskName[OS_MSG_NAME_SIZE]; /* 24: which of its tasks sends it; not looked at for a restart */
+    char srcTaskName[OS_MSG_NAME_SIZE]; /* 24: which of its tasks sends it; ignored for a restart */
     char dstTaskName[OS_MSG_NAME_SIZE]; /* 40: the task of this process that receives it */
 };
 
@@ -117,8 +117,8 @@ uint32_t OsProcAttach(const char* procName);
  * messages are dropped. Not to be called from a task's own thread (use OsProcRequestDetach there). */
 void OsProcDetach(void);
 
-/* Asks for the same without waiting: message loops return after their current message, OsTaskRun returns.
- * The one function here that a signal handler may call. */
+/* Asks for the same without waiting: message loops return after their current message, OsTaskRun returns. The only
+ * function here that a signal handler may call. */
 void OsProcRequestDetach(void);
 
 /* Creates one task of the attached process, its thread included. The queue takes messages from now on.
@@ -131,16 +131,16 @@ uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, u
 
 /* Runs the message loop of a task of this process on the calling thread; one thread per task (another gets NAME_TAKEN).
  * Returns OK once the process detaches, NO_BUS when the bus went away, NOT_ATTACHED before the process joined, NO_TASK
- * for a name that is no task's. */
+ * when this process has no task of that name. */
 uint32_t OsMsgTaskRoutineByName(const char* taskName);
 
 /* ---- messages ---- */
 
-/* Sends and waits at most `timeoutMs` milliseconds for the reply, which goes to *resp: an envelope whose data
- * and dataLen are the reply's payload (null and 0 for an empty one). The caller owns it and frees it with
- * OsMsgSynRespFree. Fails at once when the destination is absent, dies, has no such task or a full queue.
- * On failure *resp is null. Any number of threads may wait at the same time. A limit of 0 sends and does not wait. A
- * thread that runs no task has the empty source task name. */
+/* Sends and waits at most `timeoutMs` milliseconds for the reply, which goes to *resp: an envelope whose data and
+ * dataLen are the reply's payload (null and 0 for an empty one). The caller owns it and frees it with OsMsgSynRespFree.
+ * Fails at once when the destination is absent, dies, has no such task or a full queue; *resp is null on failure. Any
+ * number of threads may wait at the same time. A limit of 0 sends without waiting. A thread that runs no task sends
+ * under the empty source task name. */
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs);
 
 /* Frees a reply; null is ignored. */
@@ -149,10 +149,9 @@ void OsMsgSynRespFree(struct TagMsgBlock* resp);
 /* Sends without waiting. OK means that the bus took it; an absent destination goes unnoticed. */
 uint32_t OsMsgAsynSend(const struct TagMsgBlock* msg);
 
-/* Answers a synchronous message; the payload (null and 0 for an empty reply) is copied. While the handler
- * runs, any thread may call it with the message or with a copy of its envelope. One answer per message:
- * a second one is NO_REQUEST, as is one to a sender that has left. After PARAM and TOO_LARGE the reply is still owed.
- */
+/* Answers a synchronous message; the payload (null and 0 for an empty reply) is copied. While the handler runs, any
+ * thread may call it with the message or with a copy of its envelope. A second answer to the same message is
+ * NO_REQUEST, as is one to a sender that has left. After PARAM and TOO_LARGE the reply is still owed. */
 uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen);
 
 /* Keeps the owed reply open after the handler returns, for an answer from elsewhere with a copy of the
@@ -163,9 +162,8 @@ uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg);
 
 /* ---- events ---- */
 
-/* Sends an event to all who subscribed to it. `scope` must be 1: the whole device. An event with the id of a process
- * restart is not taken for one. NO_TASK: the sending task
- * is none of this process. */
+/* Sends an event to all who subscribed to it. `scope` must be 1: the whole device. Nobody takes an event with the id
+ * of a process restart for a restart. NO_TASK: this process has no such task. */
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope);
 
 /* Subscribes a task to `count` events, each delivered to its queue as an asynchronous message whose id is the

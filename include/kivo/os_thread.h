@@ -14,7 +14,7 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-/* Names a thread until it is detached. Opaque; not null-able. */
+/* Names a thread until it is detached. Opaque; there is no null value. */
 typedef unsigned long OsThread;
 
 typedef void* (*OsThreadEntry)(void* argument);

@@ -1,29 +1,29 @@
 // Bounds-checked functions (os_bounds.h).
-#include "fake/linux.h"
+#include "fake/real.h"
 
-using kivo::fake::CallLinux;
+using kivo::fake::CallReal;
 
 errno_t memcpy_s(void* dest, size_t destMax, const void* src, size_t count) {
-    return CallLinux("memcpy_s", linux_memcpy_s, dest, destMax, src, count);
+    return CallReal("memcpy_s", real_memcpy_s, dest, destMax, src, count);
 }
 
 errno_t memset_s(void* dest, size_t destMax, int value, size_t count) {
-    return CallLinux("memset_s", linux_memset_s, dest, destMax, value, count);
+    return CallReal("memset_s", real_memset_s, dest, destMax, value, count);
 }
 
 errno_t strcpy_s(char* dest, size_t destMax, const char* src) {
-    return CallLinux("strcpy_s", linux_strcpy_s, dest, destMax, src);
+    return CallReal("strcpy_s", real_strcpy_s, dest, destMax, src);
 }
 
 errno_t strncpy_s(char* dest, size_t destMax, const char* src, size_t count) {
-    return CallLinux("strncpy_s", linux_strncpy_s, dest, destMax, src, count);
+    return CallReal("strncpy_s", real_strncpy_s, dest, destMax, src, count);
 }
 
 int vsnprintf_s(char* dest, size_t destMax, size_t count, const char* format, va_list args) {
     if (kivo::fake::Failure(kivo::fake::Hold(), "vsnprintf_s")) {
         return -1;
     }
-    return linux_vsnprintf_s(dest, destMax, count, format, args);
+    return real_vsnprintf_s(dest, destMax, count, format, args);
 }
 
 // The same as formatting with a limit that cuts nothing.
@@ -33,7 +33,7 @@ int sprintf_s(char* dest, size_t destMax, const char* format, ...) {
     }
     va_list args;
     va_start(args, format);
-    const int length = linux_vsnprintf_s(dest, destMax, destMax, format, args);
+    const int length = real_vsnprintf_s(dest, destMax, destMax, format, args);
     va_end(args);
     return length;
 }

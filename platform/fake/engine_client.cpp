@@ -2,14 +2,14 @@
 #include "kivo/om_inspect_engine_client.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "common/msg_rules.h"
+#include "common/records.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
-#include "fake/msg.h"
 #include "fake/reset.h"
 #include "fake/scheduler.h"
 
@@ -28,12 +28,7 @@ Client& TheClient() {
 }
 
 std::string NameOf(const InspectHandlerRecord& record) {
-    return {record.name, strnlen(record.name, sizeof(record.name))};
-}
-
-bool IsValid(const InspectHandlerRecord& record) {
-    const std::string name = NameOf(record);
-    return !name.empty() && name.size() < sizeof(record.name) && record.handler != nullptr;
+    return record.name;
 }
 
 auto Find(const std::string& name) {
@@ -56,7 +51,7 @@ uint32_t InspectClientInit(const char* clientName) {
     if (const auto code = Failure(lock, "InspectClientInit")) {
         return *code;
     }
-    if (clientName == nullptr || !IsValidName(clientName)) {
+    if (clientName == nullptr || !kivo::IsValidName(clientName)) {
         return OS_MSG_ERR_PARAM;
     }
     RecordCall(lock, std::string("InspectClientInit(") + clientName + ")");
@@ -72,15 +67,12 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
     if (const auto code = Failure(lock, "InspectRegHandler")) {
         return *code;
     }
-    if (records == nullptr || count == 0) {
+    const std::span<const InspectHandlerRecord> all(records, records == nullptr ? 0 : count);
+    if (all.empty() || !std::ranges::all_of(all, [](const auto& record) { return kivo::IsValid(record); })) {
         return OS_MSG_ERR_PARAM;
     }
     if (!TheClient().initialised) {
         return OS_MSG_ERR_NOT_ATTACHED;
-    }
-    const std::span<const InspectHandlerRecord> all(records, count);
-    if (!std::ranges::all_of(all, IsValid)) {
-        return OS_MSG_ERR_PARAM;
     }
     for (const InspectHandlerRecord& record : all) {
         const std::string name = NameOf(record);
@@ -117,14 +109,12 @@ uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     if (const auto code = Failure(lock, "InspectReportResult")) {
         return *code;
     }
-    if (result == nullptr) {
+    if (result == nullptr || !kivo::IsValid(*result)) {
         return OS_MSG_ERR_PARAM;
     }
     if (!TheClient().initialised) {
         return OS_MSG_ERR_NOT_ATTACHED;
     }
-    const std::string name(result->name, strnlen(result->name, sizeof(result->name)));
-    const std::string status(result->status, strnlen(result->status, sizeof(result->status)));
-    RecordCall(lock, "InspectReportResult(" + name + ", " + status + ")");
+    RecordCall(lock, std::string("InspectReportResult(") + result->name + ", " + result->status + ")");
     return OS_MSG_OK;
 }

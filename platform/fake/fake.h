@@ -3,7 +3,7 @@
 // The library implements include/kivo in memory. Threads are real but take turns: one runs at a time, and it
 // hands the turn on only where it blocks in a platform call (sleep(3), OsSleep, a message loop, a synchronous
 // send, OsRwLock) or ends. When every thread sleeps, virtual time jumps to the next wake-up, so a wait of
-// hours costs nothing and every run has the same order. The thread that calls Reset takes part like any other.
+// hours costs nothing and every run has the same order. The thread that calls Reset takes its turns like any other.
 //
 // Everything here is for the test's own thread unless it says otherwise.
 #pragma once

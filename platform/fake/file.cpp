@@ -1,40 +1,40 @@
 // Files (os_file.h): real ones.
-#include "fake/linux.h"
+#include "fake/real.h"
 
-using kivo::fake::CallLinux;
+using kivo::fake::CallReal;
 
 uint32_t OsAccess(const char* path, int mode) {
-    return CallLinux("OsAccess", linux_OsAccess, path, mode);
+    return CallReal("OsAccess", real_OsAccess, path, mode);
 }
 
 OsDir* OsOpenDir(const char* path) {
-    return CallLinux("OsOpenDir", linux_OsOpenDir, path);
+    return CallReal("OsOpenDir", real_OsOpenDir, path);
 }
 
 struct dirent* OsReadDir(OsDir* dir) {
-    return CallLinux("OsReadDir", linux_OsReadDir, dir);
+    return CallReal("OsReadDir", real_OsReadDir, dir);
 }
 
 uint32_t OsCloseDir(OsDir* dir) {
-    return CallLinux("OsCloseDir", linux_OsCloseDir, dir);
+    return CallReal("OsCloseDir", real_OsCloseDir, dir);
 }
 
 uint32_t OsCopyFile(const char* src, const char* dst) {
-    return CallLinux("OsCopyFile", linux_OsCopyFile, src, dst);
+    return CallReal("OsCopyFile", real_OsCopyFile, src, dst);
 }
 
 uint32_t OsGetStat(const char* path, struct OsFileStat* stat) {
-    return CallLinux("OsGetStat", linux_OsGetStat, path, stat);
+    return CallReal("OsGetStat", real_OsGetStat, path, stat);
 }
 
 uint32_t OsMkDir(const char* path, uint32_t mode) {
-    return CallLinux("OsMkDir", linux_OsMkDir, path, mode);
+    return CallReal("OsMkDir", real_OsMkDir, path, mode);
 }
 
 uint32_t OsRemove(const char* path) {
-    return CallLinux("OsRemove", linux_OsRemove, path);
+    return CallReal("OsRemove", real_OsRemove, path);
 }
 
 uint32_t OsRmDir(const char* path) {
-    return CallLinux("OsRmDir", linux_OsRmDir, path);
+    return CallReal("OsRmDir", real_OsRmDir, path);
 }

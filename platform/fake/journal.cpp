@@ -1,4 +1,4 @@
-// The journal: what the code under test did, in order.
+// Entries are kept until Reset or ClearJournal.
 #include "fake/journal.h"
 
 #include <utility>

@@ -1,4 +1,4 @@
-// Reader-writer locks (os_lock.h): contention hands the turn on.
+// Reader-writer locks (os_lock.h): a thread that must wait hands its turn on.
 #include "kivo/os_lock.h"
 
 #include <algorithm>

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "common/records.h"
 #include "fake/journal.h"
 #include "fake/reset.h"
 #include "fake/scheduler.h"
@@ -89,9 +90,7 @@ uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogH
     RecordCall(lock, "KivoOmLogCreateLog(" + std::to_string(creation->lineSize) + ", " +
                          std::to_string(creation->fileCount) + ", " + std::to_string(creation->fileSize) + ", " +
                          fileName + ")");
-    if (fileName.empty() || fileName.size() == sizeof(creation->fileName) || fileName.find('/') != std::string::npos ||
-        fileName == "." || fileName == ".." || creation->lineSize == 0 || creation->fileCount == 0 ||
-        creation->fileCount > 1000 || creation->fileSize == 0) {
+    if (!kivo::IsValid(*creation)) {
         return EINVAL;
     }
     Client& client = TheClient();

@@ -28,7 +28,7 @@ bool IsRestart(const OsMsgSubscription& wanted) {
     return wanted.eventId == OS_MSG_EVENT_PROC_RESTART;
 }
 
-// A broadcast under the id of restarts is none.
+// A broadcast with the id of restarts does not count as a restart.
 bool IsWanted(const OsMsgSubscription& wanted, const Event& event) {
     return wanted.eventId == event.id && event.proc == wanted.srcProcName && IsRestart(wanted) == event.restart &&
            (event.restart || event.task == wanted.srcTaskName);
@@ -87,6 +87,7 @@ void DeliverRestart(Lock& lock, Process& subscriber, const std::string& procName
 
 }  // namespace kivo::fake
 
+using namespace kivo;
 using namespace kivo::fake;
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {

@@ -1,5 +1,4 @@
 // Queues and message loops of tasks.
-#include <cstring>
 #include <utility>
 
 #include "fake/msg.h"
@@ -16,7 +15,7 @@ void Handle(Lock& lock, Process& process, const Task& task, Delivery delivery) {
     envelope.data = delivery.data.empty() ? nullptr : delivery.data.data();
     const uint64_t token = ++g_lastToken;
     if (delivery.request != nullptr) {
-        std::memcpy(envelope.reserved4, &token, sizeof(token));
+        SetToken(envelope, token);
         if (!delivery.request->senderLeft) {
             process.owed.emplace(token, OwedReply{delivery.request});
         }

@@ -17,16 +17,15 @@ std::shared_ptr<Task> MakeTask(const OsTaskDescriptor& descriptor) {
     task->queueDepth = descriptor.queueDepth;
     task->handler = descriptor.handler;
     task->entry = descriptor.entry;
-    const bool valid = !task->name.empty() && task->queueDepth != 0 && task->handler != nullptr;
-    return valid ? task : nullptr;
+    return task;
 }
 
 // OS_MSG_OK or what is wrong; the task has no thread yet.
 uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor) {
-    std::shared_ptr<Task> task = MakeTask(descriptor);
-    if (task == nullptr) {
-        return OS_MSG_ERR_PARAM;
+    if (const uint32_t wrong = CheckTask(descriptor); wrong != OS_MSG_OK) {
+        return wrong;
     }
+    std::shared_ptr<Task> task = MakeTask(descriptor);
     if (process.FindTask(task->name) != nullptr) {
         return OS_MSG_ERR_NAME_TAKEN;
     }

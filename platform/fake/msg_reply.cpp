@@ -6,19 +6,14 @@
 #include "fake/journal.h"
 #include "fake/msg.h"
 
+using namespace kivo;
 using namespace kivo::fake;
 
 namespace {
 
 constexpr size_t kMaxDeferred = 1024;
 
-uint64_t TokenOf(const TagMsgBlock& message) {
-    uint64_t token = 0;
-    std::memcpy(&token, message.reserved4, sizeof(token));
-    return token;
-}
-
-// Unit tests build envelopes by hand: nobody waits for those, but answering them is fine.
+// Unit tests build envelopes by hand. They may be answered, although nobody waits for that.
 bool IsHandMade(const Process& process, const TagMsgBlock& message) {
     return message.msgType == 1 && TokenOf(message) == 0 && IsLenient(process);
 }

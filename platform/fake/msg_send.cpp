@@ -140,6 +140,7 @@ void ResetScripts() {
 
 }  // namespace kivo::fake
 
+using namespace kivo;
 using namespace kivo::fake;
 
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs) {

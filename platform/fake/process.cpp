@@ -1,4 +1,4 @@
-// The simulated processes: who is on the bus, and what happens to the others when one leaves.
+// A process that leaves fails the requests that were sent to it and loses the replies that others owe it.
 #include "fake/process.h"
 
 #include <algorithm>

@@ -84,13 +84,13 @@ bool MayUseBus(const Process& process);
 /// True when unit tests may use the bus freely: RequireAttach was not called.
 bool IsLenient(const Process& process);
 
-/// Puts the process on the bus: those who subscribed to its restart hear of it.
+/// Puts the process on the bus and tells those who subscribed to its restart.
 void JoinBus(Lock& lock, Process& process, const std::string& name);
 
 /// Makes the process's message loops and waiting calls return. They may go on for a while.
 void RequestLeave(Process& process);
 
-/// Takes the process off the bus: who waits for it learns that it died, its queues are emptied.
+/// Takes the process off the bus: its queues are emptied, and senders that wait for it learn that it died.
 void LeaveBus(Process& process);
 
 /// Synchronous sends that wait.

@@ -17,7 +17,7 @@ void ResetProcesses();
 /// Deletes all timers and ends their manager's thread, which must not run a callback now.
 void ResetTimers(Lock& lock);
 
-/// Sets all counts to zero; blocks that live on are counted nowhere any more.
+/// Sets all counts to zero; blocks that are still allocated are not counted any more.
 void ResetMemory();
 
 void ResetMonitor();

@@ -1,4 +1,4 @@
-// Turn taking and virtual time: which of the fake's threads runs, and when the clock jumps.
+// The thread whose turn it is waits for nothing; all others wait on a condition variable of their own.
 #include "fake/scheduler.h"
 
 #include <algorithm>

@@ -17,7 +17,7 @@ using namespace kivo::fake;
 
 namespace {
 
-// The threads that nobody gave up yet.
+// The threads that were not detached yet.
 std::set<OsThread>& Undetached() {
     static auto& threads = *new std::set<OsThread>;
     return threads;

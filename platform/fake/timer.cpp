@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/records.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
 #include "fake/process.h"
@@ -138,8 +139,7 @@ uint32_t OsTmrCreate(const struct OsTimerParam* param, OsTimerId* id) {
     }
     RecordCall(lock, "OsTmrCreate(" + std::to_string(param->mode) + ", " + std::to_string(param->period) + ", " +
                          std::to_string(param->repeat) + ")");
-    const bool zero = std::ranges::all_of(param->reserved, [](char byte) { return byte == 0; });
-    if (param->mode != 1 || !zero || param->period == 0 || param->repeat > 1 || param->callback == nullptr) {
+    if (!kivo::IsValid(*param)) {
         return EINVAL;
     }
     if (!Manager::Get().Running()) {

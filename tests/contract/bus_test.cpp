@@ -57,7 +57,7 @@ void WriteField(char (&field)[size], std::string_view text) {
 }  // namespace
 
 void DetachedTest::SetUp() {
-    PlatformTest::SetUp();
+    ContractTest::SetUp();
     PrepareBus();
 }
 
@@ -66,7 +66,7 @@ void DetachedTest::TearDown() {
     EXPECT_TRUE(WaitFor([] { return Handlers::Get().Idle(); }));
     OsProcDetach();
     Handlers::Get().Clear();
-    PlatformTest::TearDown();
+    ContractTest::TearDown();
 }
 
 void BusTest::SetUp() {

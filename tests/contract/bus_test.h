@@ -21,7 +21,7 @@ constexpr uint32_t kLong = 600000;  // a time limit that is not reached, in ms
 constexpr uint32_t kShort = 200;    // one that is
 
 /// Has a bus; the process under test is not on it.
-class DetachedTest : public PlatformTest {
+class DetachedTest : public ContractTest {
 protected:
     void SetUp() override;
     void TearDown() override;  // leaves the bus

@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -20,10 +19,11 @@
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
+using support::Contents;
 
 namespace {
 
-class CopyTest : public support::PlatformTest {
+class OsCopyFileTest : public support::ContractTest {
 protected:
     std::string File(const std::string& name, const std::string& contents = "contents") const {
         std::ofstream(dir_ / name, std::ios::binary) << contents;
@@ -36,11 +36,6 @@ protected:
 
     support::TempFolder dir_;
 };
-
-std::string Contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 uint32_t Mode(const std::string& path) {
     struct stat status {};
@@ -71,20 +66,20 @@ constexpr uint32_t kRefused = EINVAL;
 
 }  // namespace
 
-TEST_F(CopyTest, CopiesContentsIntoANewFile) {
+TEST_F(OsCopyFileTest, CopiesContentsIntoANewFile) {
     const std::string contents("text\0with a NUL\n", 16);
     EXPECT_EQ(Copy(File("src", contents), dir_ / "dst"), 0U);
     EXPECT_EQ(Contents(dir_ / "dst"), contents);
     EXPECT_EQ(Contents(dir_ / "src"), contents);
 }
 
-TEST_F(CopyTest, CopiesAnEmptyFile) {
+TEST_F(OsCopyFileTest, CopiesAnEmptyFile) {
     EXPECT_EQ(Copy(File("src", ""), dir_ / "dst"), 0U);
     EXPECT_TRUE(fs::is_regular_file(dir_ / "dst"));
     EXPECT_EQ(Contents(dir_ / "dst"), "");
 }
 
-TEST_F(CopyTest, CopiesAFileOfManySteps) {
+TEST_F(OsCopyFileTest, CopiesAFileOfManySteps) {
     std::string contents((20U << 20U) + 3, '\0');  // 20 MiB and a bit
     for (size_t i = 0; i < contents.size(); i += 997) {
         contents[i] = static_cast<char>(i / 997);
@@ -93,7 +88,7 @@ TEST_F(CopyTest, CopiesAFileOfManySteps) {
     EXPECT_TRUE(Contents(dir_ / "dst") == contents);
 }
 
-TEST_F(CopyTest, CopiesFromAnotherFileSystem) {
+TEST_F(OsCopyFileTest, CopiesFromAnotherFileSystem) {
     const support::TempFolder memory("/dev/shm");
     std::string contents(300001, '\0');
     for (size_t i = 0; i < contents.size(); ++i) {
@@ -104,19 +99,19 @@ TEST_F(CopyTest, CopiesFromAnotherFileSystem) {
     EXPECT_TRUE(Contents(dir_ / "dst") == contents);
 }
 
-TEST_F(CopyTest, CopiesAFileWhoseSizeSaysZero) {
+TEST_F(OsCopyFileTest, CopiesAFileWhoseSizeSaysZero) {
     EXPECT_EQ(Copy("/proc/self/cmdline", dir_ / "dst"), 0U);
     EXPECT_EQ(Contents(dir_ / "dst"), Contents("/proc/self/cmdline"));
     EXPECT_FALSE(Contents(dir_ / "dst").empty());
 }
 
-TEST_F(CopyTest, CopiesAFileThatIsShorterThanItsSizeSays) {
+TEST_F(OsCopyFileTest, CopiesAFileThatIsShorterThanItsSizeSays) {
     const std::string shorter = "/sys/kernel/fscaps";  // says 4096
     EXPECT_EQ(Copy(shorter, dir_ / "dst"), 0U);
     EXPECT_EQ(Contents(dir_ / "dst"), Contents(shorter));
 }
 
-TEST_F(CopyTest, KeepsThePermissionBitsWhateverTheUmask) {
+TEST_F(OsCopyFileTest, KeepsThePermissionBitsWhateverTheUmask) {
     const std::string src = File("src");
     fs::permissions(src, fs::perms{0666});
     const mode_t former = umask(0077);
@@ -126,7 +121,7 @@ TEST_F(CopyTest, KeepsThePermissionBitsWhateverTheUmask) {
     EXPECT_EQ(Mode(dir_ / "dst"), 0100666U);
 }
 
-TEST_F(CopyTest, GivesAnExistingFileThePermissionBitsOfTheSource) {
+TEST_F(OsCopyFileTest, GivesAnExistingFileThePermissionBitsOfTheSource) {
     const std::string src = File("src");
     fs::permissions(src, fs::perms{0600});
     const std::string dst = File("dst", "old");
@@ -135,7 +130,7 @@ TEST_F(CopyTest, GivesAnExistingFileThePermissionBitsOfTheSource) {
     EXPECT_EQ(Mode(dst), 0100600U);
 }
 
-TEST_F(CopyTest, CopiesAReadOnlyFile) {
+TEST_F(OsCopyFileTest, CopiesAReadOnlyFile) {
     const std::string src = File("src");
     fs::permissions(src, fs::perms{0444});
     EXPECT_EQ(Copy(src, dir_ / "dst"), 0U);
@@ -143,14 +138,14 @@ TEST_F(CopyTest, CopiesAReadOnlyFile) {
     EXPECT_EQ(Mode(dir_ / "dst"), 0100444U);
 }
 
-TEST_F(CopyTest, DoesNotMakeACopyThatRunsAsAnotherUser) {
+TEST_F(OsCopyFileTest, DoesNotMakeACopyThatRunsAsAnotherUser) {
     const std::string src = File("src");
     fs::permissions(src, fs::perms{06755});
     EXPECT_EQ(Copy(src, dir_ / "dst"), 0U);
     EXPECT_EQ(Mode(dir_ / "dst"), 0100755U);
 }
 
-TEST_F(CopyTest, ReplacesAnExistingFileInPlace) {
+TEST_F(OsCopyFileTest, ReplacesAnExistingFileInPlace) {
     const std::string dst = File("dst", "something much longer than the source");
     fs::create_hard_link(dst, dir_ / "other name");
     EXPECT_EQ(Copy(File("src", "short"), dst), 0U);
@@ -158,14 +153,14 @@ TEST_F(CopyTest, ReplacesAnExistingFileInPlace) {
     EXPECT_EQ(Contents(dir_ / "other name"), "short");
 }
 
-TEST_F(CopyTest, FollowsALinkAtTheSource) {
+TEST_F(OsCopyFileTest, FollowsALinkAtTheSource) {
     fs::create_symlink(File("real"), dir_ / "link");
     EXPECT_EQ(Copy(dir_ / "link", dir_ / "dst"), 0U);
     EXPECT_EQ(Contents(dir_ / "dst"), "contents");
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir_ / "dst")));
 }
 
-TEST_F(CopyTest, RefusesALinkAtTheDestination) {
+TEST_F(OsCopyFileTest, RefusesALinkAtTheDestination) {
     const std::string victim = File("victim", "precious");
     fs::create_symlink(victim, dir_ / "link");
     fs::create_symlink("nowhere", dir_ / "dangling");
@@ -175,14 +170,14 @@ TEST_F(CopyTest, RefusesALinkAtTheDestination) {
     EXPECT_FALSE(fs::exists(dir_ / "nowhere"));
 }
 
-TEST_F(CopyTest, MissingAndDanglingSourcesCreateNothing) {
+TEST_F(OsCopyFileTest, MissingAndDanglingSourcesCreateNothing) {
     fs::create_symlink("nowhere", dir_ / "dangling");
     EXPECT_EQ(Copy(dir_ / "missing", dir_ / "dst"), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(Copy(dir_ / "dangling", dir_ / "dst"), static_cast<uint32_t>(ENOENT));
     EXPECT_FALSE(fs::exists(dir_ / "dst"));
 }
 
-TEST_F(CopyTest, RefusesWhatIsNoRegularFileAtTheSource) {
+TEST_F(OsCopyFileTest, RefusesWhatIsNoRegularFileAtTheSource) {
     ASSERT_EQ(mkfifo((dir_ / "pipe").c_str(), 0600), 0);
     const SocketFile socket(dir_ / "socket");
     ASSERT_TRUE(socket.Bound());
@@ -192,7 +187,7 @@ TEST_F(CopyTest, RefusesWhatIsNoRegularFileAtTheSource) {
     }
 }
 
-TEST_F(CopyTest, RefusesWhatIsNoRegularFileAtTheDestination) {
+TEST_F(OsCopyFileTest, RefusesWhatIsNoRegularFileAtTheDestination) {
     const std::string src = File("src");
     ASSERT_EQ(mkfifo((dir_ / "pipe").c_str(), 0600), 0);
     const SocketFile socket(dir_ / "socket");
@@ -204,14 +199,14 @@ TEST_F(CopyTest, RefusesWhatIsNoRegularFileAtTheDestination) {
     }
 }
 
-TEST_F(CopyTest, UnwritableDestinationGivesItsError) {
+TEST_F(OsCopyFileTest, UnwritableDestinationGivesItsError) {
     const std::string src = File("src");
     EXPECT_EQ(Copy(src, File("plain") + "/below"), static_cast<uint32_t>(ENOTDIR));
     EXPECT_EQ(Copy(src, dir_ / "missing/dst"), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(Copy(src, dir_ / std::string(300, 'n')), static_cast<uint32_t>(ENAMETOOLONG));
 }
 
-TEST_F(CopyTest, RefusesToCopyAFileOntoItself) {
+TEST_F(OsCopyFileTest, RefusesToCopyAFileOntoItself) {
     const std::string file = File("file");
     fs::create_hard_link(file, dir_ / "second name");
     fs::create_symlink(file, dir_ / "link");
@@ -221,7 +216,7 @@ TEST_F(CopyTest, RefusesToCopyAFileOntoItself) {
     EXPECT_EQ(Contents(file), "contents");
 }
 
-TEST_F(CopyTest, NullPathsAreRefused) {
+TEST_F(OsCopyFileTest, NullPathsAreRefused) {
     const std::string file = File("file");
     EXPECT_EQ(OsCopyFile(nullptr, (dir_ / "dst").c_str()), kRefused);
     EXPECT_EQ(OsCopyFile(file.c_str(), nullptr), kRefused);

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class FileTest : public support::PlatformTest {
+class OsFileTest : public support::ContractTest {
 protected:
     std::string File(const std::string& name, const std::string& contents = "contents") const {
         std::ofstream(dir_ / name) << contents;
@@ -50,7 +50,7 @@ std::multiset<std::string> Names(const std::string& path) {
 
 }  // namespace
 
-TEST_F(FileTest, AccessTellsWhetherAPathExists) {
+TEST_F(OsFileTest, AccessTellsWhetherAPathExists) {
     EXPECT_EQ(OsAccess(File("there").c_str(), 0), 0U);
     EXPECT_EQ(OsAccess(dir_.Path().c_str(), 0), 0U);
     EXPECT_EQ(OsAccess((dir_ / "missing").c_str(), 0), static_cast<uint32_t>(ENOENT));
@@ -58,20 +58,20 @@ TEST_F(FileTest, AccessTellsWhetherAPathExists) {
     EXPECT_EQ(OsAccess(nullptr, 0), static_cast<uint32_t>(EINVAL));
 }
 
-TEST_F(FileTest, AccessFollowsLinksSoADanglingOneDoesNotExist) {
+TEST_F(OsFileTest, AccessFollowsLinksSoADanglingOneDoesNotExist) {
     fs::create_symlink(File("there"), dir_ / "good");
     fs::create_symlink("nowhere", dir_ / "dangling");
     EXPECT_EQ(OsAccess((dir_ / "good").c_str(), 0), 0U);
     EXPECT_EQ(OsAccess((dir_ / "dangling").c_str(), 0), static_cast<uint32_t>(ENOENT));
 }
 
-TEST_F(FileTest, AccessHonoursTheMode) {
+TEST_F(OsFileTest, AccessHonoursTheMode) {
     const std::string file = File("plain");
     EXPECT_EQ(OsAccess(file.c_str(), R_OK), 0U);
     EXPECT_EQ(OsAccess(file.c_str(), X_OK), static_cast<uint32_t>(EACCES));
 }
 
-TEST_F(FileTest, ReadDirYieldsEveryEntryOnceWithTheDotNames) {
+TEST_F(OsFileTest, ReadDirYieldsEveryEntryOnceWithTheDotNames) {
     File("one");
     File("two");
     fs::create_directory(dir_ / "sub");
@@ -79,7 +79,7 @@ TEST_F(FileTest, ReadDirYieldsEveryEntryOnceWithTheDotNames) {
     EXPECT_EQ(Names(dir_.Path()), (std::multiset<std::string>{".", "..", "dangling", "one", "sub", "two"}));
 }
 
-TEST_F(FileTest, OpenDirFailsForWhatIsNoDirectory) {
+TEST_F(OsFileTest, OpenDirFailsForWhatIsNoDirectory) {
     errno = 0;
     EXPECT_EQ(OsOpenDir((dir_ / "missing").c_str()), nullptr);
     EXPECT_EQ(errno, ENOENT);
@@ -89,12 +89,12 @@ TEST_F(FileTest, OpenDirFailsForWhatIsNoDirectory) {
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST_F(FileTest, NullDirectoryHandlesAreRefused) {
+TEST_F(OsFileTest, NullDirectoryHandlesAreRefused) {
     EXPECT_EQ(OsReadDir(nullptr), nullptr);
     EXPECT_EQ(OsCloseDir(nullptr), static_cast<uint32_t>(EINVAL));
 }
 
-TEST_F(FileTest, StatTellsSizeTypePermissionsAndLinks) {
+TEST_F(OsFileTest, StatTellsSizeTypePermissionsAndLinks) {
     const std::string file = File("plain", "12345");
     fs::permissions(file, fs::perms{0640});
     fs::create_hard_link(file, dir_ / "second");
@@ -107,7 +107,7 @@ TEST_F(FileTest, StatTellsSizeTypePermissionsAndLinks) {
     EXPECT_EQ(stat.mode & 0170000U, 0040000U);
 }
 
-TEST_F(FileTest, StatFollowsLinks) {
+TEST_F(OsFileTest, StatFollowsLinks) {
     fs::create_symlink(File("plain", "12345"), dir_ / "link");
     OsFileStat stat{};
     ASSERT_EQ(OsGetStat((dir_ / "link").c_str(), &stat), 0U);
@@ -116,7 +116,7 @@ TEST_F(FileTest, StatFollowsLinks) {
     EXPECT_EQ(OsGetStat((dir_ / "dangling").c_str(), &stat), static_cast<uint32_t>(ENOENT));
 }
 
-TEST_F(FileTest, StatTimesAreNanosecondsSince1970) {
+TEST_F(OsFileTest, StatTimesAreNanosecondsSince1970) {
     const std::string file = File("plain");
     SetTimes(file, 1700000000, 123456789);
     OsFileStat stat{};
@@ -127,7 +127,7 @@ TEST_F(FileTest, StatTimesAreNanosecondsSince1970) {
     EXPECT_EQ(stat.modifyTime, -1500000000);
 }
 
-TEST_F(FileTest, DetectionTimeIsEqualInAStampedCopyUntilTheSourceChanges) {
+TEST_F(OsFileTest, DetectionTimeIsEqualInAStampedCopyUntilTheSourceChanges) {
     const std::string source = File("source");
     SetTimes(source, 1700000000, 1);
     const std::string copy = dir_ / "copy";
@@ -144,7 +144,7 @@ TEST_F(FileTest, DetectionTimeIsEqualInAStampedCopyUntilTheSourceChanges) {
     EXPECT_NE(sourceStat.detectTime, copyStat.detectTime);
 }
 
-TEST_F(FileTest, ReadingAFileChangesNeitherTime) {
+TEST_F(OsFileTest, ReadingAFileChangesNeitherTime) {
     const std::string file = File("plain");
     SetTimes(file, 1700000000, 0);
     std::string word;
@@ -156,14 +156,14 @@ TEST_F(FileTest, ReadingAFileChangesNeitherTime) {
     EXPECT_EQ(stat.detectTime, 1700000000000000000);
 }
 
-TEST_F(FileTest, StatErrors) {
+TEST_F(OsFileTest, StatErrors) {
     OsFileStat stat{};
     EXPECT_EQ(OsGetStat((dir_ / "missing").c_str(), &stat), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(OsGetStat(nullptr, &stat), static_cast<uint32_t>(EINVAL));
     EXPECT_EQ(OsGetStat(dir_.Path().c_str(), nullptr), static_cast<uint32_t>(EINVAL));
 }
 
-TEST_F(FileTest, MkDirGivesExactlyTheMode) {
+TEST_F(OsFileTest, MkDirGivesExactlyTheMode) {
     const mode_t former = umask(0077);
     const uint32_t result = OsMkDir((dir_ / "made").c_str(), 0770);
     umask(former);
@@ -173,7 +173,7 @@ TEST_F(FileTest, MkDirGivesExactlyTheMode) {
     EXPECT_EQ(stat.mode, 0040770U);
 }
 
-TEST_F(FileTest, MkDirCreatesOneLevelAndNeverReplaces) {
+TEST_F(OsFileTest, MkDirCreatesOneLevelAndNeverReplaces) {
     EXPECT_EQ(OsMkDir((dir_ / "a/b").c_str(), 0770), static_cast<uint32_t>(ENOENT));
     EXPECT_EQ(OsMkDir(File("plain").c_str(), 0770), static_cast<uint32_t>(EEXIST));
     EXPECT_EQ(OsMkDir(dir_.Path().c_str(), 0770), static_cast<uint32_t>(EEXIST));
@@ -181,7 +181,7 @@ TEST_F(FileTest, MkDirCreatesOneLevelAndNeverReplaces) {
     EXPECT_EQ(OsMkDir(nullptr, 0770), static_cast<uint32_t>(EINVAL));
 }
 
-TEST_F(FileTest, RemoveTakesAFileOrALinkButNotWhatTheLinkNames) {
+TEST_F(OsFileTest, RemoveTakesAFileOrALinkButNotWhatTheLinkNames) {
     const std::string file = File("plain");
     fs::create_symlink(file, dir_ / "link");
     EXPECT_EQ(OsRemove((dir_ / "link").c_str()), 0U);
@@ -192,13 +192,13 @@ TEST_F(FileTest, RemoveTakesAFileOrALinkButNotWhatTheLinkNames) {
     EXPECT_EQ(OsRemove(nullptr), static_cast<uint32_t>(EINVAL));
 }
 
-TEST_F(FileTest, RemoveRefusesADirectory) {
+TEST_F(OsFileTest, RemoveRefusesADirectory) {
     fs::create_directory(dir_ / "empty");
     EXPECT_EQ(OsRemove((dir_ / "empty").c_str()), static_cast<uint32_t>(EISDIR));
     EXPECT_TRUE(fs::exists(dir_ / "empty"));
 }
 
-TEST_F(FileTest, RmDirTakesAnEmptyDirectoryOnly) {
+TEST_F(OsFileTest, RmDirTakesAnEmptyDirectoryOnly) {
     fs::create_directory(dir_ / "sub");
     const std::string inside = File("sub/inside");
     EXPECT_EQ(OsRmDir((dir_ / "sub").c_str()), static_cast<uint32_t>(ENOTEMPTY));

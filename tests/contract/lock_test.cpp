@@ -11,16 +11,16 @@
 
 namespace {
 
-class LockTest : public support::PlatformTest {
+class OsRwLockTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         ASSERT_EQ(OsRwLockInit(&lock_, 0), 0U);
     }
 
     void TearDown() override {
         EXPECT_EQ(OsRwLockDestroy(&lock_), 0U);
-        PlatformTest::TearDown();
+        ContractTest::TearDown();
     }
 
     OsRwLock lock_{};
@@ -30,7 +30,7 @@ constexpr uint32_t kInvalid = EINVAL;
 
 }  // namespace
 
-TEST_F(LockTest, ReadersHoldItTogether) {
+TEST_F(OsRwLockTest, ReadersHoldItTogether) {
     std::atomic<int> holding{0};
     std::atomic<int> met{0};
     for (int i = 0; i < 4; ++i) {
@@ -45,7 +45,7 @@ TEST_F(LockTest, ReadersHoldItTogether) {
     EXPECT_TRUE(support::WaitFor([&] { return met == 4; }));
 }
 
-TEST_F(LockTest, WriterWaitsForEveryReader) {
+TEST_F(OsRwLockTest, WriterWaitsForEveryReader) {
     std::atomic<bool> asking{false};
     std::atomic<bool> writing{false};
     std::atomic<bool> done{false};
@@ -64,7 +64,7 @@ TEST_F(LockTest, WriterWaitsForEveryReader) {
     EXPECT_TRUE(writing);
 }
 
-TEST_F(LockTest, ReaderAndWriterWaitForAWriter) {
+TEST_F(OsRwLockTest, ReaderAndWriterWaitForAWriter) {
     std::atomic<int> asking{0};
     std::atomic<int> entered{0};
     std::atomic<int> done{0};
@@ -84,7 +84,7 @@ TEST_F(LockTest, ReaderAndWriterWaitForAWriter) {
     EXPECT_TRUE(support::WaitFor([&] { return done == 2; }));
 }
 
-TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
+TEST_F(OsRwLockTest, ReadersNeverSeeAHalfDoneChange) {
     // Plain variables on purpose: only the lock keeps them in step.
     int first = 0;
     int second = 0;
@@ -118,7 +118,7 @@ TEST_F(LockTest, ReadersNeverSeeAHalfDoneChange) {
     EXPECT_EQ(OsRwLockUnLock(&lock_), 0U);
 }
 
-TEST_F(LockTest, LocksAreIndependent) {
+TEST_F(OsRwLockTest, LocksAreIndependent) {
     OsRwLock other{};
     ASSERT_EQ(OsRwLockInit(&other, 0), 0U);
     EXPECT_EQ(OsRwLockWrLock(&lock_), 0U);
@@ -128,13 +128,13 @@ TEST_F(LockTest, LocksAreIndependent) {
     EXPECT_EQ(OsRwLockDestroy(&other), 0U);
 }
 
-TEST_F(LockTest, OnlyAProcessPrivateLockCanBeMade) {
+TEST_F(OsRwLockTest, OnlyAProcessPrivateLockCanBeMade) {
     OsRwLock other{};
     EXPECT_EQ(OsRwLockInit(&other, 1), kInvalid);
     EXPECT_EQ(OsRwLockInit(nullptr, 0), kInvalid);
 }
 
-TEST_F(LockTest, NullAndDestroyedLocksAreRefused) {
+TEST_F(OsRwLockTest, NullAndDestroyedLocksAreRefused) {
     OsRwLock gone{};
     ASSERT_EQ(OsRwLockInit(&gone, 0), 0U);
     ASSERT_EQ(OsRwLockDestroy(&gone), 0U);

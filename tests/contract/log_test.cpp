@@ -35,20 +35,20 @@ KivoOmLogHandle Create(std::string_view fileName) {
     return handle;
 }
 
-class LogSessionTest : public support::PlatformTest {};
+class LogClientSessionTest : public support::ContractTest {};
 
 /// With an initialised client.
-class LogTest : public support::PlatformTest {
+class LogClientTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         ASSERT_EQ(KivoOmLogClientInit("suite", 5), 0U);
     }
 };
 
 }  // namespace
 
-TEST_F(LogSessionTest, ClientNameHasOneTo31Bytes) {
+TEST_F(LogClientSessionTest, ClientNameHasOneTo31Bytes) {
     EXPECT_EQ(KivoOmLogClientInit(nullptr, 4), kInvalid);
     EXPECT_EQ(KivoOmLogClientInit("", 0), kInvalid);
     EXPECT_EQ(KivoOmLogClientInit("name", 0), kInvalid);
@@ -56,7 +56,7 @@ TEST_F(LogSessionTest, ClientNameHasOneTo31Bytes) {
     EXPECT_EQ(KivoOmLogClientInit("1234567890123456789012345678901", 31), 0U);
 }
 
-TEST_F(LogSessionTest, InitialisedOnlyOnceUntilUnInit) {
+TEST_F(LogClientSessionTest, InitialisedOnlyOnceUntilUnInit) {
     EXPECT_EQ(KivoOmLogClientUnInit(), kNotInitialised);
     EXPECT_EQ(KivoOmLogClientInit("suite", 5), 0U);
     EXPECT_EQ(KivoOmLogClientInit("suite", 5), static_cast<uint32_t>(EALREADY));
@@ -65,14 +65,14 @@ TEST_F(LogSessionTest, InitialisedOnlyOnceUntilUnInit) {
     EXPECT_EQ(KivoOmLogClientInit("suite", 5), 0U);
 }
 
-TEST_F(LogSessionTest, NoLogWithoutAnInitialisedClient) {
+TEST_F(LogClientSessionTest, NoLogWithoutAnInitialisedClient) {
     const KivoOmLogCreation creation = Creation("contract.log");
     KivoOmLogHandle handle = 7;
     EXPECT_EQ(KivoOmLogCreateLog(&creation, &handle), kNotInitialised);
     EXPECT_EQ(handle, 7U);
 }
 
-TEST_F(LogTest, BadRecordsAreRefused) {
+TEST_F(LogClientTest, BadRecordsAreRefused) {
     const auto create = [](auto change) {
         KivoOmLogCreation creation = Creation("contract.log");
         change(creation);
@@ -91,21 +91,21 @@ TEST_F(LogTest, BadRecordsAreRefused) {
     EXPECT_EQ(create([](KivoOmLogCreation& /*creation*/) {}), 0U);
 }
 
-TEST_F(LogTest, NullArgumentsAreRefused) {
+TEST_F(LogClientTest, NullArgumentsAreRefused) {
     const KivoOmLogCreation creation = Creation("contract.log");
     KivoOmLogHandle handle = 0;
     EXPECT_EQ(KivoOmLogCreateLog(nullptr, &handle), kInvalid);
     EXPECT_EQ(KivoOmLogCreateLog(&creation, nullptr), kInvalid);
 }
 
-TEST_F(LogTest, TheSameFileNameGivesTheSameHandle) {
+TEST_F(LogClientTest, TheSameFileNameGivesTheSameHandle) {
     const KivoOmLogHandle first = Create("first.log");
     const KivoOmLogHandle second = Create("second.log");
     EXPECT_NE(first, second);
     EXPECT_EQ(Create("first.log"), first);
 }
 
-TEST_F(LogTest, LinesArriveWholeAndInOrder) {
+TEST_F(LogClientTest, LinesArriveWholeAndInOrder) {
     const KivoOmLogHandle handle = Create("contract.log");
     KivoOmLogModuleLogRecord(1, handle, "inspect_server", 18, 201, "%s", "the first");
     KivoOmLogModuleLogRecord(3, handle, "InspectFile", 15, 4294967295U, "%d of %s", 2, "three");
@@ -117,7 +117,7 @@ TEST_F(LogTest, LinesArriveWholeAndInOrder) {
                                                 }));
 }
 
-TEST_F(LogTest, AModuleNumberOf255IsAModule) {
+TEST_F(LogClientTest, AModuleNumberOf255IsAModule) {
     const KivoOmLogHandle handle = Create("contract.log");
     KivoOmLogModuleLogRecord(1, handle, "unit", 255, 1, "%s", "highest");
     KivoOmLogModuleLogRecord(1, handle, "unit", 0, 1, "%s", "lowest");
@@ -125,13 +125,13 @@ TEST_F(LogTest, AModuleNumberOf255IsAModule) {
               (std::vector<LogLine>{{1, "unit", 255, 1, "highest"}, {1, "unit", 0, 1, "lowest"}}));
 }
 
-TEST_F(LogTest, PercentSignsInArgumentsAreText) {
+TEST_F(LogClientTest, PercentSignsInArgumentsAreText) {
     const KivoOmLogHandle handle = Create("contract.log");
     KivoOmLogModuleLogRecord(1, handle, "unit", 1, 1, "%s", "100%s %n");
     EXPECT_EQ(LogLines("contract.log", handle), (std::vector<LogLine>{{1, "unit", 1, 1, "100%s %n"}}));
 }
 
-TEST_F(LogTest, EachLogHasItsOwnLines) {
+TEST_F(LogClientTest, EachLogHasItsOwnLines) {
     const KivoOmLogHandle first = Create("first.log");
     const KivoOmLogHandle second = Create("second.log");
     KivoOmLogModuleLogRecord(1, first, "unit", 1, 1, "%s", "to the first");
@@ -140,7 +140,7 @@ TEST_F(LogTest, EachLogHasItsOwnLines) {
     EXPECT_EQ(LogLines("second.log", second), (std::vector<LogLine>{{1, "unit", 1, 2, "to the second"}}));
 }
 
-TEST_F(LogTest, AClosedHandleWritesToNoLog) {
+TEST_F(LogClientTest, AClosedHandleWritesToNoLog) {
     const KivoOmLogHandle closed = Create("contract.log");
     ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
     ASSERT_EQ(KivoOmLogClientInit("suite", 5), 0U);
@@ -152,7 +152,7 @@ TEST_F(LogTest, AClosedHandleWritesToNoLog) {
     EXPECT_EQ(LogLines("contract.log", handle), (std::vector<LogLine>{{1, "unit", 1, 1, "after"}}));
 }
 
-TEST_F(LogTest, ThreadsLogAtTheSameTime) {
+TEST_F(LogClientTest, ThreadsLogAtTheSameTime) {
     const KivoOmLogHandle handle = Create("contract.log");
     std::atomic<int> ended{0};
     for (uint8_t thread = 0; thread < 4; ++thread) {

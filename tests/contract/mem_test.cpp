@@ -15,11 +15,11 @@
 
 namespace {
 
-class MemTest : public support::PlatformTest {};
+class OsMemTest : public support::ContractTest {};
 
 }  // namespace
 
-TEST_F(MemTest, CountsBytesAndBlocksPerUnit) {
+TEST_F(OsMemTest, CountsBytesAndBlocksPerUnit) {
     void* first = OsMemMallocSetCharMon(100, 0, "mem_counts", 1);
     void* second = OsMemMallocSetCharMon(28, 0, "mem_counts", 2);
     void* other = OsMemMallocSetCharMon(5, 0, "mem_counts_too", 3);
@@ -38,14 +38,14 @@ TEST_F(MemTest, CountsBytesAndBlocksPerUnit) {
     EXPECT_EQ(OsMemGetUsage("mem_counts_too").blocks, 0U);
 }
 
-TEST_F(MemTest, FillsEveryByte) {
+TEST_F(OsMemTest, FillsEveryByte) {
     auto* block = static_cast<unsigned char*>(OsMemMallocSetCharMon(1000, 0xA5, "mem_fill", 1));
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(std::count(block, block + 1000, 0xA5), 1000);
     OSMemTypeFreeMon(block, "mem_fill", 2);
 }
 
-TEST_F(MemTest, BlocksAreAlignedForAnyType) {
+TEST_F(OsMemTest, BlocksAreAlignedForAnyType) {
     for (const size_t size : {1U, 7U, 16U, 33U}) {
         void* block = OsMemMallocSetCharMon(size, 0, "mem_aligned", 1);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignof(std::max_align_t), 0U);
@@ -53,7 +53,7 @@ TEST_F(MemTest, BlocksAreAlignedForAnyType) {
     }
 }
 
-TEST_F(MemTest, SizeZeroIsABlockThatCounts) {
+TEST_F(OsMemTest, SizeZeroIsABlockThatCounts) {
     void* block = OsMemMallocSetCharMon(0, 0, "mem_zero", 1);
     EXPECT_NE(block, nullptr);
     EXPECT_EQ(OsMemGetUsage("mem_zero").bytes, 0U);
@@ -62,7 +62,7 @@ TEST_F(MemTest, SizeZeroIsABlockThatCounts) {
     EXPECT_EQ(OsMemGetUsage("mem_zero").blocks, 0U);
 }
 
-TEST_F(MemTest, ImpossibleSizesGiveNullAndAreNotCounted) {
+TEST_F(OsMemTest, ImpossibleSizesGiveNullAndAreNotCounted) {
     EXPECT_EQ(OsMemMallocSetCharMon(SIZE_MAX, 0, "mem_huge", 1), nullptr);
     EXPECT_EQ(OsMemMallocSetCharMon(SIZE_MAX - 15, 0, "mem_huge", 2), nullptr);
     EXPECT_EQ(OsMemMallocSetCharMon(PTRDIFF_MAX, 0, "mem_huge", 3), nullptr);
@@ -70,7 +70,7 @@ TEST_F(MemTest, ImpossibleSizesGiveNullAndAreNotCounted) {
     EXPECT_EQ(OsMemGetUsage("mem_huge").blocks, 0U);
 }
 
-TEST_F(MemTest, NullUnitCountsForUnknown) {
+TEST_F(OsMemTest, NullUnitCountsForUnknown) {
     const OsMemUsage before = OsMemGetUsage("unknown");
     void* block = OsMemMallocSetCharMon(10, 0, nullptr, 1);
     EXPECT_EQ(OsMemGetUsage("unknown").bytes, before.bytes + 10);
@@ -79,14 +79,14 @@ TEST_F(MemTest, NullUnitCountsForUnknown) {
     EXPECT_EQ(OsMemGetUsage("unknown").bytes, before.bytes);
 }
 
-TEST_F(MemTest, ABlockIsTakenOffTheUnitThatAllocatedIt) {
+TEST_F(OsMemTest, ABlockIsTakenOffTheUnitThatAllocatedIt) {
     void* block = OsMemMallocSetCharMon(10, 0, "mem_owner", 1);
     OSMemTypeFreeMon(block, "mem_someone_else", 2);
     EXPECT_EQ(OsMemGetUsage("mem_owner").blocks, 0U);
     EXPECT_EQ(OsMemGetUsage("mem_someone_else").blocks, 0U);
 }
 
-TEST_F(MemTest, TheUnitsNameIsCopied) {
+TEST_F(OsMemTest, TheUnitsNameIsCopied) {
     std::string unit = "mem_copied";
     void* block = OsMemMallocSetCharMon(10, 0, unit.c_str(), 1);
     unit = "mem_changed";
@@ -95,12 +95,12 @@ TEST_F(MemTest, TheUnitsNameIsCopied) {
     EXPECT_EQ(OsMemGetUsage("mem_copied").blocks, 0U);
 }
 
-TEST_F(MemTest, FreeingNullIsHarmless) {
+TEST_F(OsMemTest, FreeingNullIsHarmless) {
     OSMemTypeFreeMon(nullptr, "mem_null", 1);
     EXPECT_EQ(OsMemGetUsage("mem_null").blocks, 0U);
 }
 
-TEST_F(MemTest, CountsStayRightUnderManyThreads) {
+TEST_F(OsMemTest, CountsStayRightUnderManyThreads) {
     std::atomic<int> ended{0};
     for (int i = 0; i < 4; ++i) {
         support::StartThread([&] {

@@ -15,7 +15,7 @@ using support::MonitorSign;
 
 constexpr uint32_t kInvalid = EINVAL;
 
-class MonitorTest : public support::PlatformTest {};
+class OsMonitorTest : public support::ContractTest {};
 
 OsMonitorProInfo Info(std::string_view name, uint32_t timeout) {
     OsMonitorProInfo info{};
@@ -26,7 +26,7 @@ OsMonitorProInfo Info(std::string_view name, uint32_t timeout) {
 
 }  // namespace
 
-TEST_F(MonitorTest, RegistrationAndActivationsReachTheMonitor) {
+TEST_F(OsMonitorTest, RegistrationAndActivationsReachTheMonitor) {
     support::Monitor monitor;
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
@@ -35,7 +35,7 @@ TEST_F(MonitorTest, RegistrationAndActivationsReachTheMonitor) {
     EXPECT_EQ(monitor.Signs(), (std::vector<MonitorSign>{{true, 30000}, {}, {}}));
 }
 
-TEST_F(MonitorTest, TheLongestTimeLimitArrivesUncut) {
+TEST_F(OsMonitorTest, TheLongestTimeLimitArrivesUncut) {
     support::Monitor monitor;
     const OsMonitorProInfo info = Info("123456789012345", 4294967295U);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
@@ -43,7 +43,7 @@ TEST_F(MonitorTest, TheLongestTimeLimitArrivesUncut) {
     EXPECT_EQ(monitor.Signs(), (std::vector<MonitorSign>{{true, 4294967295U}, {}}));
 }
 
-TEST_F(MonitorTest, BadRegistrationsAreRefused) {
+TEST_F(OsMonitorTest, BadRegistrationsAreRefused) {
     OsMonitorProInfo info = Info("ominspect", 0);
     EXPECT_EQ(OsMonitorProReg(&info), kInvalid);
     info = Info("1234567890123456", 30000);  // no room for a NUL
@@ -51,7 +51,7 @@ TEST_F(MonitorTest, BadRegistrationsAreRefused) {
     EXPECT_EQ(OsMonitorProReg(nullptr), kInvalid);
 }
 
-TEST_F(MonitorTest, OnlyTheRegisteredProcessMayActivate) {
+TEST_F(OsMonitorTest, OnlyTheRegisteredProcessMayActivate) {
     const OsMonitorProInfo info = Info("ominspect", 30000);
     ASSERT_EQ(OsMonitorProReg(&info), 0U);
     EXPECT_EQ(OsMonitorProActivate("ominspec"), kInvalid);
@@ -60,7 +60,7 @@ TEST_F(MonitorTest, OnlyTheRegisteredProcessMayActivate) {
     EXPECT_EQ(OsMonitorProActivate(nullptr), kInvalid);
 }
 
-TEST_F(MonitorTest, WithoutAMonitorBothCallsSucceed) {
+TEST_F(OsMonitorTest, WithoutAMonitorBothCallsSucceed) {
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
     EXPECT_EQ(OsMonitorProActivate("ominspect"), 0U);

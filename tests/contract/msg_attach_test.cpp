@@ -34,9 +34,9 @@ uint32_t Create(std::string_view name) {
     return OsTaskCreate(&task);
 }
 
-class AttachTest : public DetachedTest {};
-class TaskTest : public BusTest {};
-class DetachTest : public BusTest {};
+class OsProcAttachTest : public DetachedTest {};
+class OsTaskCreateTest : public BusTest {};
+class OsProcDetachTest : public BusTest {};
 
 // Names that are as good as any other, blanks, dots and all.
 const char* const kGoodNames[] = {
@@ -66,7 +66,7 @@ const char* const kBadNames[] = {"",         "1234567890123456", "12345678901234
 
 }  // namespace
 
-TEST_F(AttachTest, WithoutTheBusNothingIsSent) {
+TEST_F(OsProcAttachTest, WithoutTheBusNothingIsSent) {
     const TagMsgBlock message = Envelope("tester", "task");
     EXPECT_EQ(Ask(message, support::kShort).result, 0x80020004U);
     EXPECT_EQ(OsMsgAsynSend(&message), 0x80020004U);
@@ -82,20 +82,20 @@ TEST_F(AttachTest, WithoutTheBusNothingIsSent) {
     EXPECT_EQ(OsMsgDroppedCount("task"), 0U);
 }
 
-TEST_F(AttachTest, TheSameHoldsAfterLeaving) {
+TEST_F(OsProcAttachTest, TheSameHoldsAfterLeaving) {
     ASSERT_EQ(OsProcAttach("tester"), 0U);
     OsProcDetach();
     EXPECT_EQ(Ask("tester", "task").result, 0x80020004U);
     EXPECT_EQ(Create("task"), 0x80020004U);
 }
 
-TEST_F(AttachTest, AProcessAttachesOnce) {
+TEST_F(OsProcAttachTest, AProcessAttachesOnce) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);
     EXPECT_EQ(OsProcAttach("tester"), 0x80020005U);
     EXPECT_EQ(OsProcAttach("other"), 0x80020005U);
 }
 
-TEST_F(AttachTest, LeavingTwiceOrWithoutJoiningIsHarmless) {
+TEST_F(OsProcAttachTest, LeavingTwiceOrWithoutJoiningIsHarmless) {
     OsProcDetach();
     OsProcRequestDetach();
     EXPECT_EQ(OsProcAttach("tester"), 0U);
@@ -104,7 +104,7 @@ TEST_F(AttachTest, LeavingTwiceOrWithoutJoiningIsHarmless) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);
 }
 
-TEST_F(AttachTest, AProcessMayComeBackUnderAnotherName) {
+TEST_F(OsProcAttachTest, AProcessMayComeBackUnderAnotherName) {
     ASSERT_EQ(OsProcAttach("first"), 0U);
     OsProcDetach();
     ASSERT_EQ(OsProcAttach("second"), 0U);
@@ -113,7 +113,7 @@ TEST_F(AttachTest, AProcessMayComeBackUnderAnotherName) {
     EXPECT_EQ(Ask("second", "echo", "x").data, "x");
 }
 
-TEST_F(AttachTest, EveryTextOfUpTo15BytesIsAProcessName) {
+TEST_F(OsProcAttachTest, EveryTextOfUpTo15BytesIsAProcessName) {
     for (const char* name : kGoodNames) {
         SCOPED_TRACE(name);
         ASSERT_EQ(OsProcAttach(name), 0U);
@@ -127,7 +127,7 @@ TEST_F(AttachTest, EveryTextOfUpTo15BytesIsAProcessName) {
     }
 }
 
-TEST_F(AttachTest, OtherProcessNamesAreRefused) {
+TEST_F(OsProcAttachTest, OtherProcessNamesAreRefused) {
     for (const char* name : kBadNames) {
         SCOPED_TRACE(name);
         EXPECT_EQ(OsProcAttach(name), 0x80020002U);
@@ -136,7 +136,7 @@ TEST_F(AttachTest, OtherProcessNamesAreRefused) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);
 }
 
-TEST_F(AttachTest, ANameBelongsToOneProcessUntilThatIsGone) {
+TEST_F(OsProcAttachTest, ANameBelongsToOneProcessUntilThatIsGone) {
     ASSERT_EQ(OsProcAttach("tester"), 0U);
     Peer peer("peer");
     OsProcDetach();
@@ -145,7 +145,7 @@ TEST_F(AttachTest, ANameBelongsToOneProcessUntilThatIsGone) {
     EXPECT_TRUE(WaitFor([] { return OsProcAttach("peer") == OS_MSG_OK; }));
 }
 
-TEST_F(TaskTest, EveryTextOfUpTo15BytesIsATaskName) {
+TEST_F(OsTaskCreateTest, EveryTextOfUpTo15BytesIsATaskName) {
     for (const char* name : kGoodNames) {
         SCOPED_TRACE(name);
         EXPECT_EQ(Create(name), 0U);
@@ -153,7 +153,7 @@ TEST_F(TaskTest, EveryTextOfUpTo15BytesIsATaskName) {
     }
 }
 
-TEST_F(TaskTest, OtherTaskNamesAreRefused) {
+TEST_F(OsTaskCreateTest, OtherTaskNamesAreRefused) {
     for (const char* name : kBadNames) {
         SCOPED_TRACE(name);
         EXPECT_EQ(Create(name), 0x80020002U);
@@ -161,7 +161,7 @@ TEST_F(TaskTest, OtherTaskNamesAreRefused) {
     EXPECT_EQ(Create("123456789012345678901234"), 0x80020002U);  // fills the field, without a NUL
 }
 
-TEST_F(TaskTest, BadDescriptorsAreRefused) {
+TEST_F(OsTaskCreateTest, BadDescriptorsAreRefused) {
     EXPECT_EQ(OsTaskCreate(nullptr), 0x80020002U);
     OsTaskDescriptor task = TaskNamed("task");
     task.queueDepth = 0;
@@ -170,19 +170,19 @@ TEST_F(TaskTest, BadDescriptorsAreRefused) {
     EXPECT_EQ(OsTaskCreate(&task), 0U);
 }
 
-TEST_F(TaskTest, ATaskNameIsGivenOnce) {
+TEST_F(OsTaskCreateTest, ATaskNameIsGivenOnce) {
     EXPECT_EQ(Create("task"), 0U);
     EXPECT_EQ(Create("task"), 0x80020006U);
     EXPECT_EQ(Ask("tester", "task", "x").data, "x");
 }
 
-TEST_F(TaskTest, LoopOfAnUnknownTaskIsRefused) {
+TEST_F(OsTaskCreateTest, LoopOfAnUnknownTaskIsRefused) {
     EXPECT_EQ(OsMsgTaskRoutineByName("task"), 0x80020009U);
     EXPECT_EQ(OsMsgTaskRoutineByName(""), 0x80020009U);
     EXPECT_EQ(OsMsgTaskRoutineByName(nullptr), 0x80020002U);
 }
 
-TEST_F(TaskTest, AnyThreadMayRunTheLoop) {
+TEST_F(OsTaskCreateTest, AnyThreadMayRunTheLoop) {
     OsTaskDescriptor task = TaskNamed("task");
     task.entry = [] { return 0U; };
     ASSERT_EQ(OsTaskCreate(&task), 0U);
@@ -195,7 +195,7 @@ TEST_F(TaskTest, AnyThreadMayRunTheLoop) {
     EXPECT_EQ(result, 0U);
 }
 
-TEST_F(DetachTest, EndsLoopsAfterTheirCurrentMessage) {
+TEST_F(OsProcDetachTest, EndsLoopsAfterTheirCurrentMessage) {
     const Inbox inbox;
     const Gate gate;
     AddTask("task", [inbox, gate](const TagMsgBlock& message) {
@@ -213,7 +213,7 @@ TEST_F(DetachTest, EndsLoopsAfterTheirCurrentMessage) {
     EXPECT_EQ(inbox.Ids(), std::vector<uint32_t>{1});
 }
 
-TEST_F(DetachTest, WaitingSendsFail) {
+TEST_F(OsProcDetachTest, WaitingSendsFail) {
     const Inbox inbox;
     AddTask("silent", inbox.Keep());
     const auto result = std::make_shared<std::atomic<uint32_t>>(99);
@@ -225,7 +225,7 @@ TEST_F(DetachTest, WaitingSendsFail) {
     EXPECT_EQ(*result, 0x80020004U);
 }
 
-TEST_F(DetachTest, RequestFromAHandlerEndsLoopsAndSends) {
+TEST_F(OsProcDetachTest, RequestFromAHandlerEndsLoopsAndSends) {
     AddTask("quit", [](const TagMsgBlock&) {
         OsProcRequestDetach();
         return 0U;
@@ -235,7 +235,7 @@ TEST_F(DetachTest, RequestFromAHandlerEndsLoopsAndSends) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);
 }
 
-TEST_F(DetachTest, WhoAskedALeavingProcessLearnsIt) {
+TEST_F(OsProcDetachTest, WhoAskedALeavingProcessLearnsIt) {
     Peer peer("peer");
     EXPECT_EQ(Ask("peer", "leave").result, 0x8002000aU);
     EXPECT_TRUE(WaitFor([&peer] { return peer.EndedWell(); }));

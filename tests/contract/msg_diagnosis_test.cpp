@@ -31,7 +31,7 @@ std::vector<std::string> Lines() {
     return g_lines;
 }
 
-class DiagnosisTest : public support::BusTest {
+class OsMsgDiagnosisTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -86,7 +86,7 @@ bool AnyHas(const std::string& word) {
 
 }  // namespace
 
-TEST_F(DiagnosisTest, ALostMessageIsLogged) {
+TEST_F(OsMsgDiagnosisTest, ALostMessageIsLogged) {
     Overflow();
     EXPECT_TRUE(AnyHas("busy"));
     for (const std::string& line : Lines()) {
@@ -95,26 +95,26 @@ TEST_F(DiagnosisTest, ALostMessageIsLogged) {
     }
 }
 
-TEST_F(DiagnosisTest, LevelNoneLeavesEverythingOut) {
+TEST_F(OsMsgDiagnosisTest, LevelNoneLeavesEverythingOut) {
     OsMsgSetLogLevel(0);
     Overflow();
     BadResult();
     EXPECT_EQ(Lines(), std::vector<std::string>{});
 }
 
-TEST_F(DiagnosisTest, LevelErrorLeavesWarningsOut) {
+TEST_F(OsMsgDiagnosisTest, LevelErrorLeavesWarningsOut) {
     OsMsgSetLogLevel(1);
     Overflow();
     EXPECT_FALSE(AnyHas("busy"));
 }
 
-TEST_F(DiagnosisTest, AHandlersResultIsLogged) {
+TEST_F(OsMsgDiagnosisTest, AHandlersResultIsLogged) {
     OsMsgSetLogLevel(3);
     BadResult();
     EXPECT_TRUE(WaitFor([] { return AnyHas("1234567"); }));
 }
 
-TEST_F(DiagnosisTest, ResultsHaveTexts) {
+TEST_F(OsMsgDiagnosisTest, ResultsHaveTexts) {
     const uint32_t results[] = {0,          0x80020002, 0x80020003, 0x80020004, 0x80020005, 0x80020006,
                                 0x80020007, 0x80020008, 0x80020009, 0x8002000a, 0x8002000b, 0x8002000c,
                                 0x8002000d, 0x8002000e, 0x8002000f, 0x80020010};

@@ -18,7 +18,7 @@ using support::Order;
 using support::Peer;
 using support::Received;
 
-class EnvelopeTest : public support::BusTest {
+class OsMsgEnvelopeTest : public support::BusTest {
 protected:
     // What the peer's task "mirror" saw of the message.
     static TagMsgBlock Seen(const TagMsgBlock& message) {
@@ -45,7 +45,7 @@ TagMsgBlock Impostor(const char* task) {
 
 }  // namespace
 
-TEST_F(EnvelopeTest, ASynchronousMessageArrivesFilledIn) {
+TEST_F(OsMsgEnvelopeTest, ASynchronousMessageArrivesFilledIn) {
     const Peer peer("peer");
     TagMsgBlock message = Envelope("peer", "mirror", 4294967295U, "12345");
     message.param = 4294967294U;
@@ -60,7 +60,7 @@ TEST_F(EnvelopeTest, ASynchronousMessageArrivesFilledIn) {
     EXPECT_EQ(seen.dataLen, 5U);
 }
 
-TEST_F(EnvelopeTest, AnAsynchronousMessageArrivesFilledIn) {
+TEST_F(OsMsgEnvelopeTest, AnAsynchronousMessageArrivesFilledIn) {
     const Peer peer("peer");
     const Inbox inbox;
     AddTask("task", inbox.Keep());
@@ -81,14 +81,14 @@ TEST_F(EnvelopeTest, AnAsynchronousMessageArrivesFilledIn) {
     EXPECT_EQ(received.payload, "12345");
 }
 
-TEST_F(EnvelopeTest, AnEmptyPayloadIsNull) {
+TEST_F(OsMsgEnvelopeTest, AnEmptyPayloadIsNull) {
     const Peer peer("peer");
     const TagMsgBlock seen = Seen(Envelope("peer", "mirror"));
     EXPECT_EQ(seen.dataLen, 0U);
     EXPECT_EQ(seen.data, nullptr);
 }
 
-TEST_F(EnvelopeTest, TheSendersTaskIsTheOneThatItsThreadRuns) {
+TEST_F(OsMsgEnvelopeTest, TheSendersTaskIsTheOneThatItsThreadRuns) {
     const Peer peer("peer");
     EXPECT_STREQ(Seen(Envelope("peer", "mirror")).srcTaskName, "");  // the test's thread runs none
     AddTask("task", [](const TagMsgBlock& message) {
@@ -102,7 +102,7 @@ TEST_F(EnvelopeTest, TheSendersTaskIsTheOneThatItsThreadRuns) {
     EXPECT_EQ(Ask("tester", "task").result, 0U);
 }
 
-TEST_F(EnvelopeTest, AnswersGoToTheTaskThatTheSenderNames) {
+TEST_F(OsMsgEnvelopeTest, AnswersGoToTheTaskThatTheSenderNames) {
     const Peer peer("peer");
     TagMsgBlock message = Envelope("peer", "mirror");
     std::memcpy(message.replyTaskName, "123456789012345", 16);
@@ -117,7 +117,7 @@ TEST_F(EnvelopeTest, AnswersGoToTheTaskThatTheSenderNames) {
     EXPECT_EQ(Ask("tester", "task").result, 0U);
 }
 
-TEST_F(EnvelopeTest, WhatASenderSaysOfItselfIsIgnored) {
+TEST_F(OsMsgEnvelopeTest, WhatASenderSaysOfItselfIsIgnored) {
     const Peer peer("peer");
     const Inbox inbox;
     AddTask("task", inbox.Keep());
@@ -134,7 +134,7 @@ TEST_F(EnvelopeTest, WhatASenderSaysOfItselfIsIgnored) {
     EXPECT_EQ(inbox.All()[1].envelope.msgType, 1U);
 }
 
-TEST_F(EnvelopeTest, ANameThatComesBackIsTheNewProcesss) {
+TEST_F(OsMsgEnvelopeTest, ANameThatComesBackIsTheNewProcesss) {
     const Inbox inbox;
     AddTask("task", inbox.Keep());
     for (uint32_t id = 1; id <= 2; ++id) {
@@ -146,7 +146,7 @@ TEST_F(EnvelopeTest, ANameThatComesBackIsTheNewProcesss) {
     EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 2}));
 }
 
-TEST_F(EnvelopeTest, TwoPeersAreToldApart) {
+TEST_F(OsMsgEnvelopeTest, TwoPeersAreToldApart) {
     const Peer first("first");
     const Peer second("second");
     const Inbox inbox;

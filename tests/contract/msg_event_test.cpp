@@ -18,7 +18,7 @@ using support::Received;
 
 constexpr uint32_t kRestart = 0x200002;
 
-class EventTest : public support::BusTest {
+class OsMsgEventTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -54,7 +54,7 @@ protected:
 
 }  // namespace
 
-TEST_F(EventTest, ArrivesAsAnAsynchronousMessage) {
+TEST_F(OsMsgEventTest, ArrivesAsAnAsynchronousMessage) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("peer", "relay", 8), 0U);
     Broadcast("peer", 8, std::string("a\0b", 3));
@@ -70,7 +70,7 @@ TEST_F(EventTest, ArrivesAsAnAsynchronousMessage) {
     EXPECT_EQ(received.payload, std::string("a\0b", 3));
 }
 
-TEST_F(EventTest, MayBeEmptyOrOneMebibyte) {
+TEST_F(OsMsgEventTest, MayBeEmptyOrOneMebibyte) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("tester", "task", 8), 0U);
     const std::string mebibyte(1048576, 'x');
@@ -83,7 +83,7 @@ TEST_F(EventTest, MayBeEmptyOrOneMebibyte) {
     EXPECT_EQ(inbox_.All()[1].payload, mebibyte);
 }
 
-TEST_F(EventTest, OnlySubscribedIdsArrive) {
+TEST_F(OsMsgEventTest, OnlySubscribedIdsArrive) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("peer", "relay", 9), 0U);
     Broadcast("peer", 8);
@@ -93,7 +93,7 @@ TEST_F(EventTest, OnlySubscribedIdsArrive) {
     EXPECT_EQ(inbox_.Ids()[0], 9U);
 }
 
-TEST_F(EventTest, OnlySubscribedSourcesAreHeard) {
+TEST_F(OsMsgEventTest, OnlySubscribedSourcesAreHeard) {
     const Peer peer("peer");
     const Peer other("other");
     ASSERT_EQ(Subscribe("peer", "relay", 8), 0U);
@@ -107,7 +107,7 @@ TEST_F(EventTest, OnlySubscribedSourcesAreHeard) {
     EXPECT_STREQ(inbox_.All()[1].envelope.srcProcName, "peer");
 }
 
-TEST_F(EventTest, EverySubscriberHearsIt) {
+TEST_F(OsMsgEventTest, EverySubscriberHearsIt) {
     const Inbox second;
     AddTask("second", second.Keep());
     const Peer peer("peer");
@@ -120,7 +120,7 @@ TEST_F(EventTest, EverySubscriberHearsIt) {
     Finish("peer", 1);
 }
 
-TEST_F(EventTest, SeveralSubscriptionsAreMadeAtOnce) {
+TEST_F(OsMsgEventTest, SeveralSubscriptionsAreMadeAtOnce) {
     const Peer peer("peer");
     const OsMsgSubscription subscriptions[] = {{8, 0, "peer", "relay", "task"}, {9, 0, "peer", "relay", "task"}};
     ASSERT_EQ(OsMsgSubscribeEvent(subscriptions, 2, 0), 0U);
@@ -129,7 +129,7 @@ TEST_F(EventTest, SeveralSubscriptionsAreMadeAtOnce) {
     EXPECT_EQ(inbox_.Ids(), (std::vector<uint32_t>{8, 9, 777}));
 }
 
-TEST_F(EventTest, AProcessHearsItsOwnEvents) {
+TEST_F(OsMsgEventTest, AProcessHearsItsOwnEvents) {
     ASSERT_EQ(Subscribe("tester", "task", 8), 0U);
     const OsMsgEvent event{"task", 8, 1, "x"};
     EXPECT_EQ(OsMsgBroadcastEvent(&event, 1), 0U);
@@ -137,7 +137,7 @@ TEST_F(EventTest, AProcessHearsItsOwnEvents) {
     EXPECT_STREQ(inbox_.All()[0].envelope.srcProcName, "tester");
 }
 
-TEST_F(EventTest, EventsAndMessagesOfOneSenderStayInOrder) {
+TEST_F(OsMsgEventTest, EventsAndMessagesOfOneSenderStayInOrder) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("peer", "relay", 2), 0U);
     ASSERT_EQ(Subscribe("peer", "relay", 4), 0U);
@@ -149,7 +149,7 @@ TEST_F(EventTest, EventsAndMessagesOfOneSenderStayInOrder) {
     EXPECT_EQ(inbox_.Ids(), (std::vector<uint32_t>{1, 2, 3, 4, 777}));
 }
 
-TEST_F(EventTest, SubscribingMayPrecedeTheSource) {
+TEST_F(OsMsgEventTest, SubscribingMayPrecedeTheSource) {
     ASSERT_EQ(Subscribe("peer", "relay", 8), 0U);
     for (size_t i = 1; i <= 2; ++i) {
         const Peer peer("peer");
@@ -159,7 +159,7 @@ TEST_F(EventTest, SubscribingMayPrecedeTheSource) {
     }
 }
 
-TEST_F(EventTest, SubscriptionsEndWithTheAttachment) {
+TEST_F(OsMsgEventTest, SubscriptionsEndWithTheAttachment) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("peer", "relay", 8), 0U);
     OsProcDetach();
@@ -169,7 +169,7 @@ TEST_F(EventTest, SubscriptionsEndWithTheAttachment) {
     Finish("peer", 0);
 }
 
-TEST_F(EventTest, BadBroadcastsAreRefused) {
+TEST_F(OsMsgEventTest, BadBroadcastsAreRefused) {
     const OsMsgEvent good{"task", 8, 0, nullptr};
     EXPECT_EQ(OsMsgBroadcastEvent(nullptr, 1), 0x80020002U);
     EXPECT_EQ(OsMsgBroadcastEvent(&good, 0), 0x80020002U);
@@ -189,7 +189,7 @@ TEST_F(EventTest, BadBroadcastsAreRefused) {
     EXPECT_EQ(OsMsgBroadcastEvent(&good, 1), 0U);
 }
 
-TEST_F(EventTest, BadSubscriptionsAreRefused) {
+TEST_F(OsMsgEventTest, BadSubscriptionsAreRefused) {
     const OsMsgSubscription good{8, 0, "peer", "relay", "task"};
     EXPECT_EQ(OsMsgSubscribeEvent(nullptr, 1, 0), 0x80020002U);
     EXPECT_EQ(OsMsgSubscribeEvent(&good, 0, 0), 0x80020002U);
@@ -203,7 +203,7 @@ TEST_F(EventTest, BadSubscriptionsAreRefused) {
     EXPECT_EQ(OsMsgSubscribeEvent(&good, 1, 0), 0U);
 }
 
-TEST_F(EventTest, RestartIsToldEachTimeTheProcessAppears) {
+TEST_F(OsMsgEventTest, RestartIsToldEachTimeTheProcessAppears) {
     ASSERT_EQ(Subscribe("peer", "", kRestart), 0U);
     for (size_t i = 1; i <= 3; ++i) {
         const Peer peer("peer");
@@ -219,13 +219,13 @@ TEST_F(EventTest, RestartIsToldEachTimeTheProcessAppears) {
     Finish("peer", 4);
 }
 
-TEST_F(EventTest, RestartIsNotToldOfAProcessThatIsThere) {
+TEST_F(OsMsgEventTest, RestartIsNotToldOfAProcessThatIsThere) {
     const Peer peer("peer");
     ASSERT_EQ(Subscribe("peer", "any", kRestart), 0U);
     Finish("peer", 0);
 }
 
-TEST_F(EventTest, RestartIsToldOfSubscribedProcessesOnly) {
+TEST_F(OsMsgEventTest, RestartIsToldOfSubscribedProcessesOnly) {
     ASSERT_EQ(Subscribe("peer", "peer", kRestart), 0U);
     const Peer other("other");
     Finish("other", 0);
@@ -234,7 +234,7 @@ TEST_F(EventTest, RestartIsToldOfSubscribedProcessesOnly) {
     EXPECT_STREQ(inbox_.All()[1].envelope.srcProcName, "peer");
 }
 
-TEST_F(EventTest, RestartCannotBeFeigned) {
+TEST_F(OsMsgEventTest, RestartCannotBeFeigned) {
     const Peer peer("peer");
     const Peer other("other");
     ASSERT_EQ(Subscribe("peer", "relay", kRestart), 0U);

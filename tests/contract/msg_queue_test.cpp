@@ -29,7 +29,7 @@ std::vector<uint32_t> IdsFrom(uint32_t first, size_t count) {
     return ids;
 }
 
-class QueueTest : public support::BusTest {
+class OsMsgQueueTest : public support::BusTest {
 protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -72,7 +72,7 @@ std::vector<uint32_t> Collected(const char* peer) {
 
 }  // namespace
 
-TEST_F(QueueTest, MessagesOfOneSenderStayInOrder) {
+TEST_F(OsMsgQueueTest, MessagesOfOneSenderStayInOrder) {
     const Peer peer("peer");
     AddTask("task", inbox_.Keep(), 1000);
     const auto relayed = support::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", 1), 1000);
@@ -82,7 +82,7 @@ TEST_F(QueueTest, MessagesOfOneSenderStayInOrder) {
     EXPECT_EQ(OsMsgDroppedCount("task"), 0U);
 }
 
-TEST_F(QueueTest, SynchronousAndAsynchronousMessagesStayInOrder) {
+TEST_F(OsMsgQueueTest, SynchronousAndAsynchronousMessagesStayInOrder) {
     AddTask("task", [inbox = inbox_](const TagMsgBlock& message) {
         inbox.Put(message);
         if (message.msgType == 1) {
@@ -97,7 +97,7 @@ TEST_F(QueueTest, SynchronousAndAsynchronousMessagesStayInOrder) {
     EXPECT_EQ(inbox_.Ids(), IdsFrom(1, 20));
 }
 
-TEST_F(QueueTest, WhatDoesNotFitIsLostAndCounted) {
+TEST_F(OsMsgQueueTest, WhatDoesNotFitIsLostAndCounted) {
     AddBusyTask();
     for (uint32_t id = 101; id <= 107; ++id) {
         Post("tester", "busy", id);
@@ -111,7 +111,7 @@ TEST_F(QueueTest, WhatDoesNotFitIsLostAndCounted) {
     EXPECT_EQ(OsMsgDroppedCount("busy"), 3U);
 }
 
-TEST_F(QueueTest, ASynchronousSenderIsToldAtOnceThatItIsFull) {
+TEST_F(OsMsgQueueTest, ASynchronousSenderIsToldAtOnceThatItIsFull) {
     AddBusyTask();
     for (uint32_t id = 101; id <= 104; ++id) {
         Post("tester", "busy", id);
@@ -124,7 +124,7 @@ TEST_F(QueueTest, ASynchronousSenderIsToldAtOnceThatItIsFull) {
     EXPECT_EQ(inbox_.Ids(), (std::vector<uint32_t>{100, 101, 102, 103, 104, 106}));
 }
 
-TEST_F(QueueTest, SynchronousMessagesWaitInItToo) {
+TEST_F(OsMsgQueueTest, SynchronousMessagesWaitInItToo) {
     AddBusyTask();
     std::atomic<int> answered{0};
     std::atomic<int> refused{0};
@@ -142,7 +142,7 @@ TEST_F(QueueTest, SynchronousMessagesWaitInItToo) {
     EXPECT_EQ(refused, 1);
 }
 
-TEST_F(QueueTest, AnotherProcesssQueueIsBoundedLikewise) {
+TEST_F(OsMsgQueueTest, AnotherProcesssQueueIsBoundedLikewise) {
     const Peer peer("peer");
     AddTask("gate", [inbox = inbox_, gate = gate_](const TagMsgBlock& message) {
         inbox.Put(message);
@@ -165,7 +165,7 @@ TEST_F(QueueTest, AnotherProcesssQueueIsBoundedLikewise) {
     EXPECT_EQ(Collected("peer"), (std::vector<uint32_t>{support::kVisitGate, 1, 2, 3, 4}));
 }
 
-TEST_F(QueueTest, ABusyTaskDoesNotHoldUpTheOthers) {
+TEST_F(OsMsgQueueTest, ABusyTaskDoesNotHoldUpTheOthers) {
     AddBusyTask();
     AddTask("free", [](const TagMsgBlock& message) {
         Answer(message, "free");
@@ -177,7 +177,7 @@ TEST_F(QueueTest, ABusyTaskDoesNotHoldUpTheOthers) {
     gate_.Open();
 }
 
-TEST_F(QueueTest, LossesAreCountedTaskByTask) {
+TEST_F(OsMsgQueueTest, LossesAreCountedTaskByTask) {
     AddBusyTask();
     AddTask("other", inbox_.Keep(), 1);
     for (uint32_t id = 101; id <= 105; ++id) {
@@ -192,7 +192,7 @@ TEST_F(QueueTest, LossesAreCountedTaskByTask) {
     EXPECT_TRUE(inbox_.Await(5));
 }
 
-TEST_F(QueueTest, LostEventsAreCountedToo) {
+TEST_F(OsMsgQueueTest, LostEventsAreCountedToo) {
     const Peer peer("peer");
     AddBusyTask();
     const OsMsgSubscription subscription{8, 0, "peer", "relay", "busy"};

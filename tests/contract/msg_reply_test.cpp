@@ -20,7 +20,7 @@ using support::Order;
 using support::Peer;
 using support::WaitFor;
 
-class ReplyTest : public support::BusTest {
+class OsMsgSynSendRespTest : public support::BusTest {
 protected:
     // A task that defers every reply, and keeps the envelopes.
     static void AddDeferringTask(const Inbox& inbox) {
@@ -45,7 +45,7 @@ uint32_t Reply(const TagMsgBlock& message) {
 
 }  // namespace
 
-TEST_F(ReplyTest, OneIsGivenOnce) {
+TEST_F(OsMsgSynSendRespTest, OneIsGivenOnce) {
     AddTask("task", [](const TagMsgBlock& message) {
         Answer(message, "first");
         EXPECT_EQ(Reply(message), 0x8002000fU);
@@ -56,7 +56,7 @@ TEST_F(ReplyTest, OneIsGivenOnce) {
     EXPECT_EQ(Ask("tester", "task").data, "first");
 }
 
-TEST_F(ReplyTest, NoneIsOwedForAnAsynchronousMessage) {
+TEST_F(OsMsgSynSendRespTest, NoneIsOwedForAnAsynchronousMessage) {
     const Inbox inbox;
     AddTask("task", [inbox](const TagMsgBlock& message) {
         EXPECT_EQ(Reply(message), 0x8002000fU);
@@ -71,14 +71,14 @@ TEST_F(ReplyTest, NoneIsOwedForAnAsynchronousMessage) {
     EXPECT_TRUE(inbox.Await(1));
 }
 
-TEST_F(ReplyTest, NoneIsOwedForAMadeUpEnvelope) {
+TEST_F(OsMsgSynSendRespTest, NoneIsOwedForAMadeUpEnvelope) {
     TagMsgBlock madeUp = Envelope("tester", "task");
     madeUp.msgType = 1;
     EXPECT_EQ(Reply(madeUp), 0x8002000fU);
     EXPECT_EQ(OsMsgSynDeferResp(&madeUp), 0x8002000fU);
 }
 
-TEST_F(ReplyTest, BadArgumentsAreRefusedAndTheReplyIsStillOwed) {
+TEST_F(OsMsgSynSendRespTest, BadArgumentsAreRefusedAndTheReplyIsStillOwed) {
     EXPECT_EQ(OsMsgSynSendResp(nullptr, nullptr, 0), 0x80020002U);
     EXPECT_EQ(OsMsgSynDeferResp(nullptr), 0x80020002U);
     AddTask("task", [](const TagMsgBlock& message) {
@@ -89,7 +89,7 @@ TEST_F(ReplyTest, BadArgumentsAreRefusedAndTheReplyIsStillOwed) {
     EXPECT_EQ(Ask("tester", "task").result, 0U);
 }
 
-TEST_F(ReplyTest, AnotherThreadMayGiveItWhileTheHandlerRuns) {
+TEST_F(OsMsgSynSendRespTest, AnotherThreadMayGiveItWhileTheHandlerRuns) {
     AddTask("task", [](const TagMsgBlock& message) {
         const auto answered = std::make_shared<std::atomic<bool>>(false);
         support::StartThread([copy = message, answered] {
@@ -103,7 +103,7 @@ TEST_F(ReplyTest, AnotherThreadMayGiveItWhileTheHandlerRuns) {
     EXPECT_EQ(Ask("tester", "task").data, "from elsewhere");
 }
 
-TEST_F(ReplyTest, OfManyThreadsOneGivesIt) {
+TEST_F(OsMsgSynSendRespTest, OfManyThreadsOneGivesIt) {
     AddTask("task", [](const TagMsgBlock& message) {
         const auto good = std::make_shared<std::atomic<int>>(0);
         const auto tried = std::make_shared<std::atomic<int>>(0);
@@ -120,7 +120,7 @@ TEST_F(ReplyTest, OfManyThreadsOneGivesIt) {
     EXPECT_EQ(Ask("tester", "task").data, "again");
 }
 
-TEST_F(ReplyTest, ADeferredOneIsGivenLater) {
+TEST_F(OsMsgSynSendRespTest, ADeferredOneIsGivenLater) {
     const Inbox inbox;
     AddDeferringTask(inbox);
     const auto right = AskDeferring("later");
@@ -133,7 +133,7 @@ TEST_F(ReplyTest, ADeferredOneIsGivenLater) {
     EXPECT_EQ(Reply(envelope), 0x8002000fU);
 }
 
-TEST_F(ReplyTest, WithoutDeferringItIsForgottenWithTheMessage) {
+TEST_F(OsMsgSynSendRespTest, WithoutDeferringItIsForgottenWithTheMessage) {
     const Inbox inbox;
     AddTask("task", inbox.Keep());
     EXPECT_EQ(Ask(Envelope("tester", "task"), support::kShort).result, 0x8002000bU);
@@ -144,7 +144,7 @@ TEST_F(ReplyTest, WithoutDeferringItIsForgottenWithTheMessage) {
     EXPECT_EQ(Reply(inbox.All()[0].envelope), 0x8002000fU);
 }
 
-TEST_F(ReplyTest, NoneIsDeferredOnceItIsGiven) {
+TEST_F(OsMsgSynSendRespTest, NoneIsDeferredOnceItIsGiven) {
     AddTask("task", [](const TagMsgBlock& message) {
         Answer(message, "reply");
         EXPECT_EQ(OsMsgSynDeferResp(&message), 0x8002000fU);
@@ -153,7 +153,7 @@ TEST_F(ReplyTest, NoneIsDeferredOnceItIsGiven) {
     EXPECT_EQ(Ask("tester", "task").data, "reply");
 }
 
-TEST_F(ReplyTest, ForgottenOnesLeaveNothingBehind) {
+TEST_F(OsMsgSynSendRespTest, ForgottenOnesLeaveNothingBehind) {
     const Peer peer("peer");
     for (int i = 0; i < 3000; ++i) {
         ASSERT_EQ(Ask(Envelope("peer", "silent"), 0).result, 0x8002000bU);
@@ -164,7 +164,7 @@ TEST_F(ReplyTest, ForgottenOnesLeaveNothingBehind) {
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
 }
 
-TEST_F(ReplyTest, NobodyWaitsOnceTheSenderHasLeft) {
+TEST_F(OsMsgSynSendRespTest, NobodyWaitsOnceTheSenderHasLeft) {
     Peer peer("peer");
     const Inbox inbox;
     AddDeferringTask(inbox);
@@ -178,7 +178,7 @@ TEST_F(ReplyTest, NobodyWaitsOnceTheSenderHasLeft) {
     EXPECT_EQ(Reply(inbox.All()[0].envelope), 0x8002000fU);
 }
 
-TEST_F(ReplyTest, AtMost1024AreDeferred) {
+TEST_F(OsMsgSynSendRespTest, AtMost1024AreDeferred) {
     const Inbox kept;
     const Inbox refused;
     AddTask("defer", [kept, refused](const TagMsgBlock& message) {

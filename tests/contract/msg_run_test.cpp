@@ -45,7 +45,7 @@ uint32_t ReturnAtOnce() {
     return 7;
 }
 
-class RunTest : public support::DetachedTest {
+class OsTaskRunTest : public support::DetachedTest {
 protected:
     void SetUp() override {
         DetachedTest::SetUp();
@@ -86,7 +86,7 @@ private:
 
 }  // namespace
 
-TEST_F(RunTest, ServesUntilAskedToLeave) {
+TEST_F(OsTaskRunTest, ServesUntilAskedToLeave) {
     Start(std::array{Describe("looping", Echo(), 512, EnterLoop), Describe("echo", Echo())});
     ASSERT_TRUE(Serves("looping"));
     EXPECT_EQ(Ask("tester", "looping", "x").data, "x");
@@ -97,26 +97,26 @@ TEST_F(RunTest, ServesUntilAskedToLeave) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);  // it has left the bus
 }
 
-TEST_F(RunTest, AHandlerMayAskToLeave) {
+TEST_F(OsTaskRunTest, AHandlerMayAskToLeave) {
     Start(std::array{Describe("echo", Echo()), Describe("quit", Quit())});
     ASSERT_TRUE(Serves("echo"));
     support::Post("tester", "quit");
     EXPECT_EQ(Result(), 0U);
 }
 
-TEST_F(RunTest, EndsWhenAllTasksHaveEnded) {
+TEST_F(OsTaskRunTest, EndsWhenAllTasksHaveEnded) {
     Start(std::array{Describe("first", Echo(), 1, ReturnAtOnce), Describe("second", Echo(), 1, ReturnAtOnce)});
     EXPECT_EQ(Result(), 0U);
     EXPECT_EQ(OsProcAttach("tester"), 0U);
 }
 
-TEST_F(RunTest, GoesOnWhileOneTaskLives) {
+TEST_F(OsTaskRunTest, GoesOnWhileOneTaskLives) {
     Start(std::array{Describe("ended", Echo(), 1, ReturnAtOnce), Describe("echo", Echo())});
     ASSERT_TRUE(Serves("echo"));
     EXPECT_EQ(Ask("tester", "echo", "x").data, "x");
 }
 
-TEST_F(RunTest, QueuesTakeMessagesBeforeTheLoopRuns) {
+TEST_F(OsTaskRunTest, QueuesTakeMessagesBeforeTheLoopRuns) {
     const support::Inbox inbox;
     Start(std::array{Describe("late", inbox.Keep(), 8, EnterLoopLater), Describe("echo", Echo())});
     ASSERT_TRUE(Serves("echo"));
@@ -130,7 +130,7 @@ TEST_F(RunTest, QueuesTakeMessagesBeforeTheLoopRuns) {
     EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 2, 3}));
 }
 
-TEST_F(RunTest, TasksMayBeAddedWhileItRuns) {
+TEST_F(OsTaskRunTest, TasksMayBeAddedWhileItRuns) {
     Start(std::array{Describe("echo", Echo())});
     ASSERT_TRUE(Serves("echo"));
     support::AddTask("added", Echo());
@@ -139,7 +139,7 @@ TEST_F(RunTest, TasksMayBeAddedWhileItRuns) {
     EXPECT_EQ(Result(), 0U);
 }
 
-TEST_F(RunTest, BadArgumentsAreRefusedAndLeaveTheProcessDetached) {
+TEST_F(OsTaskRunTest, BadArgumentsAreRefusedAndLeaveTheProcessDetached) {
     const std::array tasks{Describe("echo", Echo()), Describe("other", Echo())};
     EXPECT_EQ(OsTaskRun(nullptr, tasks.data(), 2), 0x80020002U);
     EXPECT_EQ(OsTaskRun("", tasks.data(), 2), 0x80020002U);
@@ -154,7 +154,7 @@ TEST_F(RunTest, BadArgumentsAreRefusedAndLeaveTheProcessDetached) {
     EXPECT_EQ(OsProcAttach("tester"), 0U);
 }
 
-TEST_F(RunTest, AttachedProcessAndTakenNameAreRefused) {
+TEST_F(OsTaskRunTest, AttachedProcessAndTakenNameAreRefused) {
     const std::array tasks{Describe("echo", Echo())};
     ASSERT_EQ(OsProcAttach("tester"), 0U);
     EXPECT_EQ(OsTaskRun("tester", tasks.data(), 1), 0x80020005U);
@@ -163,7 +163,7 @@ TEST_F(RunTest, AttachedProcessAndTakenNameAreRefused) {
     EXPECT_EQ(OsTaskRun("peer", tasks.data(), 1), 0x80020006U);
 }
 
-TEST_F(RunTest, APeerRunsUntilItsHandlerAsksToLeave) {
+TEST_F(OsTaskRunTest, APeerRunsUntilItsHandlerAsksToLeave) {
     ASSERT_EQ(OsProcAttach("tester"), 0U);
     Peer peer("peer");
     EXPECT_FALSE(peer.EndedWell());

@@ -25,8 +25,8 @@ using support::Order;
 using support::Peer;
 using support::WaitFor;
 
-class SyncTest : public support::BusTest {};
-class AbsenceTest : public support::BusTest {};
+class OsMsgSynSendTest : public support::BusTest {};
+class OsMsgAbsenceTest : public support::BusTest {};
 
 // The results of sends on threads of their own.
 class Senders {
@@ -63,21 +63,21 @@ private:
 
 }  // namespace
 
-TEST_F(SyncTest, TheReplyComesBack) {
+TEST_F(OsMsgSynSendTest, TheReplyComesBack) {
     const Peer peer("peer");
     const support::Reply reply = Ask("peer", "echo", "payload");
     EXPECT_EQ(reply.result, 0U);
     EXPECT_EQ(reply.data, "payload");
 }
 
-TEST_F(SyncTest, TheReplyMayBeEmpty) {
+TEST_F(OsMsgSynSendTest, TheReplyMayBeEmpty) {
     const Peer peer("peer");
     const support::Reply reply = Ask("peer", "echo");
     EXPECT_EQ(reply.result, 0U);
     EXPECT_EQ(reply.data, "");
 }
 
-TEST_F(SyncTest, PayloadsAreBytes) {
+TEST_F(OsMsgSynSendTest, PayloadsAreBytes) {
     const Peer peer("peer");
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
@@ -87,13 +87,13 @@ TEST_F(SyncTest, PayloadsAreBytes) {
     EXPECT_EQ(Ask("peer", "echo", bytes).data, bytes);
 }
 
-TEST_F(SyncTest, OneMebibyteTravelsBothWays) {
+TEST_F(OsMsgSynSendTest, OneMebibyteTravelsBothWays) {
     const Peer peer("peer");
     const std::string mebibyte(1048576, 'x');
     EXPECT_EQ(Ask("peer", "echo", mebibyte).data, mebibyte);
 }
 
-TEST_F(SyncTest, MoreThanOneMebibyteIsNotSent) {
+TEST_F(OsMsgSynSendTest, MoreThanOneMebibyteIsNotSent) {
     const Inbox inbox;
     AddTask("task", inbox.Keep());
     const std::string tooLarge(1048577, 'x');
@@ -105,7 +105,7 @@ TEST_F(SyncTest, MoreThanOneMebibyteIsNotSent) {
     EXPECT_EQ(inbox.Ids(), std::vector<uint32_t>{2});
 }
 
-TEST_F(SyncTest, MoreThanOneMebibyteIsNoReply) {
+TEST_F(OsMsgSynSendTest, MoreThanOneMebibyteIsNoReply) {
     AddTask("task", [](const TagMsgBlock& message) {
         const std::string tooLarge(1048577, 'x');
         EXPECT_EQ(OsMsgSynSendResp(&message, tooLarge.data(), 1048577), 0x8002000dU);
@@ -115,7 +115,7 @@ TEST_F(SyncTest, MoreThanOneMebibyteIsNoReply) {
     EXPECT_EQ(Ask("tester", "task").data, "smaller");
 }
 
-TEST_F(SyncTest, BadArgumentsAreRefused) {
+TEST_F(OsMsgSynSendTest, BadArgumentsAreRefused) {
     const Peer peer("peer");
     TagMsgBlock message = Envelope("peer", "echo");
     TagMsgBlock* reply = nullptr;
@@ -128,7 +128,7 @@ TEST_F(SyncTest, BadArgumentsAreRefused) {
     EXPECT_EQ(OsMsgAsynSend(nullptr), 0x80020002U);
 }
 
-TEST_F(SyncTest, BadNamesAreRefused) {
+TEST_F(OsMsgSynSendTest, BadNamesAreRefused) {
     const Peer peer("peer");
     const std::vector<TagMsgBlock> bad = {Envelope("", "echo"),
                                           Envelope("peer", ""),
@@ -146,14 +146,14 @@ TEST_F(SyncTest, BadNamesAreRefused) {
     EXPECT_EQ(OsMsgAsynSend(&message), 0x80020002U);
 }
 
-TEST_F(SyncTest, ASilentTaskIsGivenUpAfterTheTimeLimit) {
+TEST_F(OsMsgSynSendTest, ASilentTaskIsGivenUpAfterTheTimeLimit) {
     const Peer peer("peer");
     EXPECT_EQ(Ask(Envelope("peer", "silent"), kShort).result, 0x8002000bU);
     EXPECT_EQ(Ask(Envelope("peer", "silent"), 0).result, 0x8002000bU);
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
 }
 
-TEST_F(SyncTest, AReplyThatComesTooLateIsNotTakenForAnother) {
+TEST_F(OsMsgSynSendTest, AReplyThatComesTooLateIsNotTakenForAnother) {
     const Inbox inbox;
     AddTask("task", [inbox](const TagMsgBlock& message) {
         EXPECT_EQ(OsMsgSynDeferResp(&message), OS_MSG_OK);
@@ -170,7 +170,7 @@ TEST_F(SyncTest, AReplyThatComesTooLateIsNotTakenForAnother) {
     EXPECT_EQ(senders.Await(1)[0].data, "right");
 }
 
-TEST_F(SyncTest, ManyThreadsWaitForDifferentPeers) {
+TEST_F(OsMsgSynSendTest, ManyThreadsWaitForDifferentPeers) {
     const Peer first("first");
     const Peer second("second");
     Senders senders;
@@ -186,7 +186,7 @@ TEST_F(SyncTest, ManyThreadsWaitForDifferentPeers) {
                                              "8", "9"}));
 }
 
-TEST_F(SyncTest, EachWaitingThreadGetsItsOwnReply) {
+TEST_F(OsMsgSynSendTest, EachWaitingThreadGetsItsOwnReply) {
     const Inbox inbox;
     AddTask("task", [inbox](const TagMsgBlock& message) {
         EXPECT_EQ(OsMsgSynDeferResp(&message), OS_MSG_OK);
@@ -209,7 +209,7 @@ TEST_F(SyncTest, EachWaitingThreadGetsItsOwnReply) {
     EXPECT_TRUE(WaitFor([&right] { return right == 16; }));
 }
 
-TEST_F(SyncTest, ThreadsAndPeersKeepABusyBusInOrder) {
+TEST_F(OsMsgSynSendTest, ThreadsAndPeersKeepABusyBusInOrder) {
     const Peer first("first");
     const Peer second("second");
     std::atomic<int> right{0};
@@ -227,7 +227,7 @@ TEST_F(SyncTest, ThreadsAndPeersKeepABusyBusInOrder) {
     EXPECT_EQ(right, 400);
 }
 
-TEST_F(SyncTest, TasksOfOneProcessAskOneAnother) {
+TEST_F(OsMsgSynSendTest, TasksOfOneProcessAskOneAnother) {
     AddTask("inner", [](const TagMsgBlock& message) {
         Answer(message, "inner");
         return 0U;
@@ -239,7 +239,7 @@ TEST_F(SyncTest, TasksOfOneProcessAskOneAnother) {
     EXPECT_EQ(Ask("tester", "outer").data, "outer of inner");
 }
 
-TEST_F(SyncTest, ATaskThatAsksItselfWaitsInVain) {
+TEST_F(OsMsgSynSendTest, ATaskThatAsksItselfWaitsInVain) {
     AddTask("task", [](const TagMsgBlock& message) {
         const bool inner = message.msgId == 2;
         Answer(message, inner ? "inner" : std::to_string(Ask(Envelope("tester", "task", 2), kShort).result));
@@ -248,7 +248,7 @@ TEST_F(SyncTest, ATaskThatAsksItselfWaitsInVain) {
     EXPECT_EQ(Ask("tester", "task").data, "2147614731");  // 0x8002000b
 }
 
-TEST_F(SyncTest, APeerMayAskBackWhileItIsAsked) {
+TEST_F(OsMsgSynSendTest, APeerMayAskBackWhileItIsAsked) {
     const Peer peer("peer");
     AddTask("task", [](const TagMsgBlock& message) {
         Answer(message, "from the tester");
@@ -259,7 +259,7 @@ TEST_F(SyncTest, APeerMayAskBackWhileItIsAsked) {
     EXPECT_EQ(relayed.data, "from the tester");
 }
 
-TEST_F(SyncTest, AHandlersResultChangesNothing) {
+TEST_F(OsMsgSynSendTest, AHandlersResultChangesNothing) {
     OsMsgRegLogFunc([](const char*) {});
     AddTask("task", [](const TagMsgBlock& message) {
         Answer(message, "reply");
@@ -270,19 +270,19 @@ TEST_F(SyncTest, AHandlersResultChangesNothing) {
     OsMsgRegLogFunc(nullptr);
 }
 
-TEST_F(SyncTest, FreeingNoReplyIsHarmless) {
+TEST_F(OsMsgSynSendTest, FreeingNoReplyIsHarmless) {
     OsMsgSynRespFree(nullptr);
     const Peer peer("peer");
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
 }
 
-TEST_F(AbsenceTest, AnAbsentProcessIsToldAtOnce) {
+TEST_F(OsMsgAbsenceTest, AnAbsentProcessIsToldAtOnce) {
     EXPECT_EQ(Ask("nobody", "task").result, 0x80020008U);
     support::Post("nobody", "task");  // goes unnoticed
     EXPECT_EQ(Ask("nobody", "task").result, 0x80020008U);
 }
 
-TEST_F(AbsenceTest, AnAbsentTaskIsToldAtOnce) {
+TEST_F(OsMsgAbsenceTest, AnAbsentTaskIsToldAtOnce) {
     const Peer peer("peer");
     EXPECT_EQ(Ask("peer", "nothing").result, 0x80020009U);
     EXPECT_EQ(Ask("tester", "nothing").result, 0x80020009U);
@@ -290,19 +290,19 @@ TEST_F(AbsenceTest, AnAbsentTaskIsToldAtOnce) {
     EXPECT_EQ(Ask("peer", "echo", "x").data, "x");
 }
 
-TEST_F(AbsenceTest, AProcessThatDiedIsAbsent) {
+TEST_F(OsMsgAbsenceTest, AProcessThatDiedIsAbsent) {
     Peer peer("peer");
     peer.Kill();
     support::AwaitAbsence("peer");
     EXPECT_EQ(Ask("peer", "echo").result, 0x80020008U);
 }
 
-TEST_F(AbsenceTest, AProcessThatDiesWhileItIsAskedIsToldAtOnce) {
+TEST_F(OsMsgAbsenceTest, AProcessThatDiesWhileItIsAskedIsToldAtOnce) {
     const Peer peer("peer");
     EXPECT_EQ(Ask("peer", "die").result, 0x8002000aU);
 }
 
-TEST_F(AbsenceTest, AllWhoWaitForAProcessLearnThatItDied) {
+TEST_F(OsMsgAbsenceTest, AllWhoWaitForAProcessLearnThatItDied) {
     Peer peer("peer");
     const Peer other("other");
     const Inbox gate;
@@ -329,7 +329,7 @@ TEST_F(AbsenceTest, AllWhoWaitForAProcessLearnThatItDied) {
     EXPECT_EQ(Ask("other", "echo", "x").data, "x");
 }
 
-TEST_F(AbsenceTest, ANewProcessOfTheNameIsFound) {
+TEST_F(OsMsgAbsenceTest, ANewProcessOfTheNameIsFound) {
     {
         const Peer peer("peer");
         EXPECT_EQ(Ask("peer", "echo", "first").data, "first");

@@ -19,7 +19,7 @@ namespace support {
 
 /// A test that uses more of the platform than pure functions. It begins with a log client that is not
 /// initialised, and ends with no thread of its own left.
-class PlatformTest : public testing::Test {
+class ContractTest : public testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;

@@ -23,11 +23,11 @@ std::optional<std::string> Arguments(const kivo::fake::Entry& entry, const std::
 
 }  // namespace
 
-void PlatformTest::SetUp() {
+void ContractTest::SetUp() {
     kivo::fake::Reset();
 }
 
-void PlatformTest::TearDown() {
+void ContractTest::TearDown() {
     EXPECT_TRUE(kivo::fake::Finish());
 }
 

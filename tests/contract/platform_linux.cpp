@@ -31,13 +31,13 @@ MonitorSign Sign(std::string_view notification) {
 
 }  // namespace
 
-void PlatformTest::SetUp() {
+void ContractTest::SetUp() {
     unsetenv("NOTIFY_SOCKET");
     g_logDirectory = std::make_unique<TempFolder>();
     setenv("KIVO_LOG_DIR", LogDirectory().c_str(), 1);
 }
 
-void PlatformTest::TearDown() {
+void ContractTest::TearDown() {
     KivoOmLogClientUnInit();
     unsetenv("KIVO_LOG_DIR");
     g_logDirectory.reset();

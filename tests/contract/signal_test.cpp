@@ -38,10 +38,10 @@ OsSigSet Mask() {
 }
 
 /// Leaves the test's own mask as it was.
-class SignalTest : public support::PlatformTest {
+class OsSignalTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         former_ = Mask();
         const OsSigSet none = SetOf({});
         ASSERT_EQ(OsPthreadSigmask(2, &none, nullptr), 0U);
@@ -49,7 +49,7 @@ protected:
 
     void TearDown() override {
         EXPECT_EQ(OsPthreadSigmask(2, &former_, nullptr), 0U);
-        PlatformTest::TearDown();
+        ContractTest::TearDown();
     }
 
 private:
@@ -58,7 +58,7 @@ private:
 
 }  // namespace
 
-TEST_F(SignalTest, EmptySetClearsWhateverWasThere) {
+TEST_F(OsSignalTest, EmptySetClearsWhateverWasThere) {
     OsSigSet set;
     std::memset(&set, 0xFF, sizeof set);
     EXPECT_EQ(OsSigEmptySet(&set), 0U);
@@ -66,14 +66,14 @@ TEST_F(SignalTest, EmptySetClearsWhateverWasThere) {
     EXPECT_EQ(OsSigEmptySet(nullptr), kInvalid);
 }
 
-TEST_F(SignalTest, AddingASignalTwiceIsTheSameAsOnce) {
+TEST_F(OsSignalTest, AddingASignalTwiceIsTheSameAsOnce) {
     EXPECT_TRUE(Same(SetOf({SIGCHLD, SIGCHLD}), SetOf({SIGCHLD})));
     EXPECT_FALSE(Same(SetOf({SIGCHLD}), SetOf({})));
     EXPECT_FALSE(Same(SetOf({SIGCHLD}), SetOf({SIGUSR1})));
     EXPECT_TRUE(Same(SetOf({SIGCHLD, SIGUSR1}), SetOf({SIGUSR1, SIGCHLD})));
 }
 
-TEST_F(SignalTest, NumbersThatAreNoSignalsAreRefusedAndChangeNothing) {
+TEST_F(OsSignalTest, NumbersThatAreNoSignalsAreRefusedAndChangeNothing) {
     OsSigSet set = SetOf({SIGUSR1});
     EXPECT_EQ(OsSigAddSet(&set, 0), kInvalid);
     EXPECT_EQ(OsSigAddSet(&set, 65), kInvalid);
@@ -82,7 +82,7 @@ TEST_F(SignalTest, NumbersThatAreNoSignalsAreRefusedAndChangeNothing) {
     EXPECT_TRUE(Same(set, SetOf({SIGUSR1})));
 }
 
-TEST_F(SignalTest, BlockAddsUnblockTakesAwaySetmaskReplaces) {
+TEST_F(OsSignalTest, BlockAddsUnblockTakesAwaySetmaskReplaces) {
     const OsSigSet child = SetOf({SIGCHLD});
     const OsSigSet user = SetOf({SIGUSR1});
     OsSigSet former{};
@@ -101,7 +101,7 @@ TEST_F(SignalTest, BlockAddsUnblockTakesAwaySetmaskReplaces) {
     EXPECT_TRUE(Same(Mask(), child));
 }
 
-TEST_F(SignalTest, UnknownWaysAndNullSetsAreRefusedAndChangeNothing) {
+TEST_F(OsSignalTest, UnknownWaysAndNullSetsAreRefusedAndChangeNothing) {
     const OsSigSet child = SetOf({SIGCHLD});
     OsSigSet former = SetOf({SIGUSR2});
     EXPECT_EQ(OsPthreadSigmask(3, &child, &former), kInvalid);
@@ -111,7 +111,7 @@ TEST_F(SignalTest, UnknownWaysAndNullSetsAreRefusedAndChangeNothing) {
     EXPECT_TRUE(Same(Mask(), SetOf({})));
 }
 
-TEST_F(SignalTest, ABlockedSignalStaysPending) {
+TEST_F(OsSignalTest, ABlockedSignalStaysPending) {
     const OsSigSet user = SetOf({SIGUSR1});
     ASSERT_EQ(OsPthreadSigmask(0, &user, nullptr), 0U);
     ASSERT_EQ(raise(SIGUSR1), 0);  // would end the process if it were delivered
@@ -122,7 +122,7 @@ TEST_F(SignalTest, ABlockedSignalStaysPending) {
     EXPECT_EQ(sigtimedwait(&pending, nullptr, &now), SIGUSR1);  // taken, before the mask goes back
 }
 
-TEST_F(SignalTest, ANewThreadInheritsItsCreatorsMask) {
+TEST_F(OsSignalTest, ANewThreadInheritsItsCreatorsMask) {
     const OsSigSet both = SetOf({SIGCHLD, SIGUSR1});
     ASSERT_EQ(OsPthreadSigmask(0, &both, nullptr), 0U);
     OsSigSet inherited{};
@@ -135,7 +135,7 @@ TEST_F(SignalTest, ANewThreadInheritsItsCreatorsMask) {
     EXPECT_TRUE(Same(inherited, both));
 }
 
-TEST_F(SignalTest, AMaskIsTheThreadsOwn) {
+TEST_F(OsSignalTest, AMaskIsTheThreadsOwn) {
     std::atomic<bool> done{false};
     support::StartThread([&] {
         const OsSigSet user = SetOf({SIGUSR1});

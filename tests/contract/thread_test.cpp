@@ -14,7 +14,7 @@
 
 namespace {
 
-class ThreadTest : public support::PlatformTest {};
+class OsThreadTest : public support::ContractTest {};
 
 void* Add(void* argument) {
     ++*static_cast<std::atomic<int>*>(argument);
@@ -23,7 +23,7 @@ void* Add(void* argument) {
 
 }  // namespace
 
-TEST_F(ThreadTest, RunsTheEntryWithItsArgument) {
+TEST_F(OsThreadTest, RunsTheEntryWithItsArgument) {
     std::atomic<int> calls{0};
     OsThread thread{};
     ASSERT_EQ(OsPthreadCreate(&thread, nullptr, Add, &calls), 0U);
@@ -31,7 +31,7 @@ TEST_F(ThreadTest, RunsTheEntryWithItsArgument) {
     EXPECT_TRUE(support::WaitFor([&] { return calls == 1; }));
 }
 
-TEST_F(ThreadTest, AThreadMayEndBeforeItIsDetached) {
+TEST_F(OsThreadTest, AThreadMayEndBeforeItIsDetached) {
     std::atomic<int> calls{0};
     OsThread thread{};
     ASSERT_EQ(OsPthreadCreate(&thread, nullptr, Add, &calls), 0U);
@@ -39,7 +39,7 @@ TEST_F(ThreadTest, AThreadMayEndBeforeItIsDetached) {
     EXPECT_EQ(OsPthreadDetach(thread), 0U);
 }
 
-TEST_F(ThreadTest, ManyThreadsRun) {
+TEST_F(OsThreadTest, ManyThreadsRun) {
     std::atomic<int> calls{0};
     for (int i = 0; i < 200; ++i) {
         OsThread thread{};
@@ -49,7 +49,7 @@ TEST_F(ThreadTest, ManyThreadsRun) {
     EXPECT_TRUE(support::WaitFor([&] { return calls == 200; }));
 }
 
-TEST_F(ThreadTest, AttributesApply) {
+TEST_F(OsThreadTest, AttributesApply) {
     constexpr size_t kStackSize = size_t{48} << 20U;  // more than the usual default
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -75,7 +75,7 @@ TEST_F(ThreadTest, AttributesApply) {
     EXPECT_GE(seen, kStackSize);
 }
 
-TEST_F(ThreadTest, NullArgumentsAreRefused) {
+TEST_F(OsThreadTest, NullArgumentsAreRefused) {
     std::atomic<int> calls{0};
     OsThread thread{};
     EXPECT_EQ(OsPthreadCreate(nullptr, nullptr, Add, &calls), static_cast<uint32_t>(EINVAL));
@@ -83,16 +83,16 @@ TEST_F(ThreadTest, NullArgumentsAreRefused) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST_F(ThreadTest, DetachingNoThreadIsRefused) {
+TEST_F(OsThreadTest, DetachingNoThreadIsRefused) {
     EXPECT_EQ(OsPthreadDetach(0), static_cast<uint32_t>(ESRCH));
 }
 
-TEST_F(ThreadTest, SleepLastsWholeSeconds) {
+TEST_F(OsThreadTest, SleepLastsWholeSeconds) {
     const uint64_t before = OsGetSystemTime();
     EXPECT_EQ(OsSleep(1), 0U);
     EXPECT_GE(OsGetSystemTime(), before + 900);  // the system clock may be corrected meanwhile
 }
 
-TEST_F(ThreadTest, SleepOfZeroSecondsReturns) {
+TEST_F(OsThreadTest, SleepOfZeroSecondsReturns) {
     EXPECT_EQ(OsSleep(0), 0U);
 }

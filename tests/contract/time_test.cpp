@@ -7,11 +7,11 @@
 
 namespace {
 
-class TimeTest : public support::PlatformTest {};
+class OsTimeTest : public support::ContractTest {};
 
 }  // namespace
 
-TEST_F(TimeTest, SystemTimeIsMillisecondsOfTheSystemClock) {
+TEST_F(OsTimeTest, SystemTimeIsMillisecondsOfTheSystemClock) {
     const uint64_t before = support::SystemClock();
     const uint64_t now = OsGetSystemTime();
     EXPECT_GE(now, before);

@@ -19,10 +19,10 @@ namespace {
 constexpr uint32_t kInvalid = EINVAL;
 constexpr uint32_t kNoTimer = ENOENT;
 
-class TimerTest : public support::PlatformTest {
+class OsTimerTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     }
 };
@@ -82,7 +82,7 @@ OsTimerParam GoodParam() {
 
 }  // namespace
 
-TEST_F(TimerTest, ARepeatingTimerFiresUntilItIsDeleted) {
+TEST_F(OsTimerTest, ARepeatingTimerFiresUntilItIsDeleted) {
     const Counter counter(1, 1);
     EXPECT_TRUE(counter.Reaches(2));
     EXPECT_EQ(OsTmrDelete(counter.Id()), 0U);
@@ -94,7 +94,7 @@ TEST_F(TimerTest, ARepeatingTimerFiresUntilItIsDeleted) {
     EXPECT_EQ(OsTmrDelete(counter.Id()), kNoTimer);
 }
 
-TEST_F(TimerTest, AOneShotTimerFiresOnceAndIsGone) {
+TEST_F(OsTimerTest, AOneShotTimerFiresOnceAndIsGone) {
     const Counter once(1, 0);
     const Counter every(1, 1);
     EXPECT_TRUE(every.Reaches(2));
@@ -102,7 +102,7 @@ TEST_F(TimerTest, AOneShotTimerFiresOnceAndIsGone) {
     EXPECT_EQ(OsTmrDelete(once.Id()), kNoTimer);
 }
 
-TEST_F(TimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
+TEST_F(OsTimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
     static std::mutex mutex;
     static std::vector<uint64_t> fired;
     for (const uint64_t period : {3U, 1U}) {
@@ -126,7 +126,7 @@ TEST_F(TimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
     EXPECT_EQ(fired, (std::vector<uint64_t>{0xABCDEF0100000001U, 0xABCDEF0100000003U}));
 }
 
-TEST_F(TimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
+TEST_F(OsTimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
     static OsTimerId own;
     static std::atomic<int> calls;
     static std::atomic<int> callsOfNext;
@@ -158,7 +158,7 @@ TEST_F(TimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
     EXPECT_EQ(OsTmrDelete(own), kNoTimer);
 }
 
-TEST_F(TimerTest, ADeletedTimerNeverFires) {
+TEST_F(OsTimerTest, ADeletedTimerNeverFires) {
     const Counter gone(1, 0);
     EXPECT_EQ(OsTmrDelete(gone.Id()), 0U);
     const Counter later(1, 0);
@@ -166,7 +166,7 @@ TEST_F(TimerTest, ADeletedTimerNeverFires) {
     EXPECT_EQ(gone.Calls(), 0);
 }
 
-TEST_F(TimerTest, EveryLiveTimerHasItsOwnId) {
+TEST_F(OsTimerTest, EveryLiveTimerHasItsOwnId) {
     const OsTimerParam param = GoodParam();
     std::set<OsTimerId> ids;
     for (int i = 0; i < 100; ++i) {
@@ -181,7 +181,7 @@ TEST_F(TimerTest, EveryLiveTimerHasItsOwnId) {
     }
 }
 
-TEST_F(TimerTest, TheLongestPeriodIsAccepted) {
+TEST_F(OsTimerTest, TheLongestPeriodIsAccepted) {
     OsTimerParam param = GoodParam();
     param.period = 4294967295U;
     OsTimerId id = 0;
@@ -191,7 +191,7 @@ TEST_F(TimerTest, TheLongestPeriodIsAccepted) {
     EXPECT_EQ(OsTmrDelete(id), 0U);
 }
 
-TEST_F(TimerTest, BadRecordsAreRefused) {
+TEST_F(OsTimerTest, BadRecordsAreRefused) {
     const auto create = [](auto change) {
         OsTimerParam param = GoodParam();
         change(param);
@@ -207,18 +207,18 @@ TEST_F(TimerTest, BadRecordsAreRefused) {
     EXPECT_EQ(create([](OsTimerParam& param) { param.callback = nullptr; }), kInvalid);
 }
 
-TEST_F(TimerTest, NullArgumentsAreRefused) {
+TEST_F(OsTimerTest, NullArgumentsAreRefused) {
     const OsTimerParam param = GoodParam();
     OsTimerId id = 0;
     EXPECT_EQ(OsTmrCreate(nullptr, &id), kInvalid);
     EXPECT_EQ(OsTmrCreate(&param, nullptr), kInvalid);
 }
 
-TEST_F(TimerTest, NoTimerHasTheIdZero) {
+TEST_F(OsTimerTest, NoTimerHasTheIdZero) {
     EXPECT_EQ(OsTmrDelete(0), kNoTimer);
 }
 
-TEST_F(TimerTest, ManagerRefusesWhatItDoesNotKnowAndMayBeStartedAgain) {
+TEST_F(OsTimerTest, ManagerRefusesWhatItDoesNotKnowAndMayBeStartedAgain) {
     EXPECT_EQ(OsTmrManagerInit(0, 0, 0), kInvalid);
     EXPECT_EQ(OsTmrManagerInit(1, 1, 0), kInvalid);
     EXPECT_EQ(OsTmrManagerInit(1, 0, 1), kInvalid);
@@ -229,7 +229,7 @@ TEST_F(TimerTest, ManagerRefusesWhatItDoesNotKnowAndMayBeStartedAgain) {
 }
 
 // In a process of its own, where nobody has started the manager.
-TEST(TimerDeathTest, NoTimerCanBeCreatedBeforeTheManagerRuns) {
+TEST(OsTimerDeathTest, NoTimerCanBeCreatedBeforeTheManagerRuns) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const OsTimerParam param = GoodParam();
     OsTimerId id = 0;

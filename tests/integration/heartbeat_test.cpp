@@ -76,8 +76,7 @@ TEST_F(Heartbeat, TheLogIsReopenedWhenTheLogServiceRestarts) {
         RunItem("unknown");
         return ServerLog().find("Get Result fail, name [unknown]") != std::string::npos;
     }));
-    std::ifstream old(log + ".old");
-    const std::string before{std::istreambuf_iterator<char>(old), {}};
+    const std::string before = Contents(log + ".old");
     EXPECT_NE(before.find("proc restart recv msg id:2097154 from omlog"), std::string::npos);
     EXPECT_EQ(before.find("from someone"), std::string::npos) << "nobody subscribed to that";
 }

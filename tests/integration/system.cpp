@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 namespace support {
@@ -106,8 +105,7 @@ System::~System() {
 }
 
 std::string System::ServerLog() const {
-    std::ifstream file(folder_ / "inspect.log");
-    return {std::istreambuf_iterator<char>(file), {}};
+    return Contents(folder_ / "inspect.log");
 }
 
 Child System::StartServer(bool shortLimits, const std::vector<std::string>& extraEnvironment) {

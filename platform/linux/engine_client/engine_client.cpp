@@ -1,4 +1,4 @@
-// Inspection-engine client: keeps the process's items registered with the server and answers its run requests.
+// The client's task receives run requests and the news of the server's restarts.
 #include "kivo/om_inspect_engine_client.h"
 
 #include <cjson/cJSON.h>
@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/msg_rules.h"
+#include "common/records.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
@@ -48,12 +50,7 @@ uint32_t Guarded(Function&& function) noexcept {
     }
 }
 
-template <size_t size>
-bool IsTerminated(const char (&field)[size]) {
-    return std::memchr(field, '\0', size) != nullptr;
-}
-
-// One message to the server; answers go to the client's own task, whichever thread sends.
+// Sends one message to the server. Answers go to the client's own task, whichever thread sends.
 uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
     TagMsgBlock block{};
     block.msgId = msgId;
@@ -87,7 +84,7 @@ bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& requ
         return false;
     }
     std::memcpy(&head, msg.data, kHeadSize);
-    if (!IsTerminated(head.name) || head.len > msg.dataLen - kHeadSize - 1) {
+    if (std::memchr(head.name, '\0', sizeof head.name) == nullptr || head.len > msg.dataLen - kHeadSize - 1) {
         return false;
     }
     name = head.name;
@@ -158,18 +155,15 @@ uint32_t FollowServer(const char* clientName) {
     return OsMsgSubscribeEvent(&restart, 1, 0);
 }
 
-bool IsGoodRecord(const InspectHandlerRecord& record) {
-    return record.name[0] != '\0' && IsTerminated(record.name) && record.handler != nullptr;
-}
-
 }  // namespace
 
 uint32_t InspectClientInit(const char* clientName) {
     return Guarded([&] {
-        OsTaskDescriptor task{};
-        if (clientName == nullptr || strcpy_s(task.name, OS_MSG_NAME_SIZE, clientName) != 0) {
+        if (clientName == nullptr || !kivo::IsValidName(clientName)) {
             return OS_MSG_ERR_PARAM;
         }
+        OsTaskDescriptor task{};
+        strcpy_s(task.name, sizeof task.name, clientName);
         task.queueDepth = kQueueDepth;
         task.handler = HandleMessage;
         Client& client = TheClient();
@@ -186,7 +180,7 @@ uint32_t InspectClientInit(const char* clientName) {
             return created;
         }
         client.name = clientName;
-        client.items.clear();  // those of an earlier stay on the bus
+        client.items.clear();  // left over from before the process left the bus the last time
         const uint32_t followed = FollowServer(clientName);
         client.following = followed == OS_MSG_OK;
         return followed;
@@ -195,7 +189,8 @@ uint32_t InspectClientInit(const char* clientName) {
 
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count) {
     return Guarded([&] {
-        if (records == nullptr || !std::all_of(records, records + count, IsGoodRecord)) {
+        if (records == nullptr || count == 0 ||
+            !std::all_of(records, records + count, [](const auto& record) { return kivo::IsValid(record); })) {
             return OS_MSG_ERR_PARAM;
         }
         Client& client = TheClient();
@@ -237,8 +232,7 @@ uint32_t InspectUnRegHandler(const char* itemName) {
 
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     return Guarded([&] {
-        if (result == nullptr || !IsTerminated(result->name) || !IsTerminated(result->status) ||
-            !IsTerminated(result->text)) {
+        if (result == nullptr || !kivo::IsValid(*result)) {
             return OS_MSG_ERR_PARAM;
         }
         Client& client = TheClient();

@@ -18,7 +18,7 @@ uint32_t Apply(int (*operation)(pthread_rwlock_t*), const OsRwLock* lock) {
     return impl == nullptr ? EINVAL : static_cast<uint32_t>(operation(impl));
 }
 
-// Readers that keep coming do not keep a writer out.
+// A waiting writer comes before new readers: a stream of readers must not starve it.
 int InitWriterFirst(pthread_rwlock_t* impl) {
     pthread_rwlockattr_t attributes;
     if (const int error = pthread_rwlockattr_init(&attributes); error != 0) {

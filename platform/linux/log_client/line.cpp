@@ -1,4 +1,4 @@
-// The text form of a log line.
+// Escaping and cutting work byte by byte; an escape is written whole or not at all.
 #include "log_client/line.h"
 
 #include <algorithm>

@@ -3,7 +3,8 @@
 //   2024-05-01 12:34:56.789 error om_inspect inspect_server/18:123 1234:1240 the text
 //
 // Local time, level, client, unit / module : source line, process : thread, text. A line without a module has
-// "-" in its place. Control characters are written as escapes, so nobody can forge a line by what he has logged.
+// "-" in its place. Control characters are written as escapes, so that nobody can forge a line with a text that gets
+// logged.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +16,7 @@
 
 namespace kivo::log {
 
-/// Who logs what.
+/// What is logged, and by which unit.
 struct Record {
     uint8_t level = 0;
     const char* unit = nullptr;
@@ -32,7 +33,7 @@ struct Origin {
     int thread = 0;
 };
 
-/// The line without its line end, cut to `limit` bytes. An escape is never cut into.
+/// The line without its line end, cut to `limit` bytes. An escape is never cut in two.
 std::string FormatLine(const Record& record, const Origin& origin, size_t limit);
 
 }  // namespace kivo::log

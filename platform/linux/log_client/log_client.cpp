@@ -1,4 +1,4 @@
-// The log client of the process: its name, its logs, and standard error for what belongs to none of them.
+// One client per process. Lines that no log takes go to standard error.
 #include "kivo/om_log_client.h"
 
 #include <unistd.h>
@@ -19,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "common/records.h"
 #include "log_client/line.h"
 #include "log_client/log_file.h"
 
@@ -28,17 +29,7 @@ using kivo::log::LogFile;
 using kivo::log::Record;
 
 constexpr size_t kMaxClientName = 31;
-constexpr uint32_t kMaxFileCount = 1000;
 constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
-
-bool IsValid(const KivoOmLogCreation& creation) {
-    const char* name = creation.fileName;
-    const size_t length = strnlen(name, sizeof creation.fileName);
-    const bool isName = length > 0 && length < sizeof creation.fileName && std::strchr(name, '/') == nullptr &&
-                        std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
-    return isName && creation.lineSize > 0 && creation.fileSize > 0 && creation.fileCount > 0 &&
-           creation.fileCount <= kMaxFileCount;
-}
 
 std::string PathOf(const char* fileName) {
     const char* directory = std::getenv("KIVO_LOG_DIR");
@@ -59,7 +50,7 @@ void WriteToStandardError(std::string line) {
 
 class LogClient {
 public:
-    // Never destroyed: threads may log until the process has ended, and every line is flushed anyway.
+    // Never destroyed: threads may log until the process has ended. Every line is flushed when it is written.
     static LogClient& Instance() {
         static auto* client = new LogClient;
         return *client;
@@ -143,7 +134,7 @@ private:
         return FormatLine(record, {now, name_, getpid(), gettid()}, limit);
     }
 
-    // Not one of the closed ones either, as far as the numbers go: they may still be in use somewhere.
+    // Numbers of closed logs are not used again before all others were: somebody may still log under them.
     KivoOmLogHandle FreshHandle() {
         do {
             ++lastHandle_;
@@ -198,7 +189,7 @@ uint32_t KivoOmLogClientInit(const char* clientName, size_t length) try {
 }
 
 uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle) try {
-    if (creation == nullptr || handle == nullptr || !IsValid(*creation)) {
+    if (creation == nullptr || handle == nullptr || !kivo::IsValid(*creation)) {
         return EINVAL;
     }
     return LogClient::Instance().Create(*creation, *handle);

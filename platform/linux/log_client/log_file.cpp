@@ -1,4 +1,4 @@
-// One rotating log file.
+// spdlog's rotating sink does the writing; it reports failures by exceptions without numbers.
 #include "log_client/log_file.h"
 
 #include <fcntl.h>
@@ -14,14 +14,14 @@
 
 #include <spdlog/pattern_formatter.h>
 
-#include "unique_fd.h"
+#include "common/unique_fd.h"
 
 namespace kivo::log {
 
 namespace {
 
-// Finds out why the file cannot be written, which the sink does not tell as a number, and ends a line that an
-// earlier failure left unfinished. A file that is full is rotated before the next line: it is left alone.
+// Finds out, as a number, why the file cannot be written, and ends a line that an earlier failure left unfinished. A
+// full file is left as it is: it is rotated before the next line.
 uint32_t Prepare(const std::string& path, uint32_t fileSize) {
     std::error_code error;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
@@ -44,7 +44,7 @@ uint32_t Prepare(const std::string& path, uint32_t fileSize) {
     return 0;
 }
 
-// The server starts other programs: they are not to inherit its log.
+// The server starts other programs, which must not inherit its log.
 spdlog::file_event_handlers CloseOnExec() {
     spdlog::file_event_handlers handlers;
     handlers.after_open = [](const spdlog::filename_t& /*name*/, std::FILE* file) {
@@ -82,7 +82,7 @@ std::optional<std::string> LogFile::Write(std::string_view line) try {
     sink_->flush();
     return std::nullopt;
 } catch (const std::exception& failure) {
-    // Whatever state the sink is in now, it is not to be used any more.
+    // The sink may be in any state now, so it is not used again.
     sink_.reset();
     return failure.what();
 }

@@ -1,4 +1,4 @@
-// Memory that is counted per calling unit.
+// Each block has a header that names its unit, so that freeing needs no search.
 #include "kivo/os_mem.h"
 
 #include <cstddef>

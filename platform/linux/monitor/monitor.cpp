@@ -1,4 +1,4 @@
-// Process monitor client over the service manager's notify protocol.
+// sd_notify(3) does the sending; only the registered name is kept here.
 #include "kivo/os_monitor.h"
 
 #include <systemd/sd-daemon.h>
@@ -24,7 +24,7 @@ Registration& TheRegistration() {
     return *registration;
 }
 
-// 0 of sd_notify says that there is no manager: nobody watches this process.
+// sd_notify returns 0 when there is no manager; that is fine, as nobody watches this process then.
 uint32_t Result(int notified) {
     return notified < 0 ? static_cast<uint32_t>(-notified) : 0;
 }

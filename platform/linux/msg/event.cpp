@@ -1,12 +1,14 @@
-// Broadcast events: sending them, and delivering those of others to their subscribers.
+// Broadcast events and subscriptions; restart events are delivered by process.cpp.
 #include <algorithm>
 #include <cerrno>
 #include <new>
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
@@ -26,7 +28,7 @@ void Deliver(Process& process, sd_bus_message* signal) {
     if (connection == nullptr || path == nullptr) {
         return;
     }
-    // The match on a process name cannot tell two connections apart here: the sender's own name decides.
+    // Signals come under the sender's unique name, so the process is looked up by that.
     const std::string proc = process.peers.ProcessOf(connection);
     const std::string task = TaskNameOf(path);
     const auto source = process.events.find({proc, task});
@@ -53,7 +55,7 @@ void Deliver(Process& process, sd_bus_message* signal) {
 
 int OnEvent(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
     auto& process = TheProcess();
-    // Two matches may pass the same signal; the one of its own source serves it.
+    // Several matches may pass the same signal; only the one of its source delivers it.
     const auto& key = *static_cast<const std::pair<std::string, std::string>*>(userdata);
     const char* connection = sd_bus_message_get_sender(signal);
     if (connection == nullptr || process.peers.ProcessOf(connection) != key.first) {
@@ -89,7 +91,7 @@ uint32_t SubscribeToSource(Process& process, const std::string& proc, const std:
             return ResultOf(matched);
         }
         source.match.reset(slot);
-        process.reader.Kick();  // waiting for the daemon's word may have read other messages
+        process.reader.Kick();  // waiting for the daemon's answer may have read other messages
     }
     const std::pair subscriber{eventId, receiver};
     auto& all = source.subscribers;
@@ -123,19 +125,19 @@ uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
     return Guarded([&] {
-        if (event == nullptr || scope != 1 || (event->data == nullptr && event->dataLen != 0)) {
+        if (event == nullptr || scope != 1) {
             return OS_MSG_ERR_PARAM;
         }
         const std::string task = ReadName(event->taskName, sizeof event->taskName);
         if (task.empty()) {
             return OS_MSG_ERR_PARAM;
         }
-        if (event->dataLen > OS_MSG_MAX_PAYLOAD) {
-            return OS_MSG_ERR_TOO_LARGE;
+        if (const uint32_t wrong = CheckPayload(event->data, event->dataLen); wrong != OS_MSG_OK) {
+            return wrong;
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
-        const uint32_t unusable = process.Unusable();
+        const uint32_t unusable = process.CheckUsable();
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
@@ -170,7 +172,7 @@ uint32_t OsMsgSubscribeEvent(const struct OsMsgSubscription* subscriptions, uint
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
-        uint32_t result = process.Unusable();
+        uint32_t result = process.CheckUsable();
         for (uint32_t i = 0; result == OS_MSG_OK && i < count; ++i) {
             result = Subscribe(process, subscriptions[i]);
         }

@@ -1,4 +1,4 @@
-// Owning handles for the sd-bus objects. All of them share the connection's count of references, which is not
+// Owning handles for sd-bus objects. All of them share the connection's count of references, which is not
 // atomic: they are made, used and dropped under the process's lock only.
 #pragma once
 

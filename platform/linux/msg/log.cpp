@@ -1,4 +1,4 @@
-// Where the message layer's own lines go.
+// The level and the function that receives the lines can be changed at any time.
 #include "msg/log.h"
 
 #include <array>
@@ -32,7 +32,7 @@ void Log(uint32_t level, const char* format, ...) {
     va_start(args, format);
     std::vsnprintf(line.data(), line.size(), format, args);
     va_end(args);
-    // One line, whatever texts of peers it holds.
+    // A text that came from a peer must not break the line.
     for (char& byte : line) {
         if (byte != '\0' && (static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f)) {
             byte = '?';

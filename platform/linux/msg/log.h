@@ -1,4 +1,4 @@
-// The message layer's own lines.
+// The log lines of the message layer itself.
 #pragma once
 
 #include <cstdint>

@@ -1,30 +1,20 @@
-// The message loop of a task, and the replies that its handlers owe.
-#include <cstring>
+// Message loops, and the replies that handlers owe.
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
-#include "msg/names.h"
 #include "msg/process.h"
+#include "msg/task_thread.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
 
 constexpr size_t kMaxDeferred = 1024;
 
-// The token of the owed reply stands in the envelope's reserved words, 0 for none.
-uint64_t TokenOf(const TagMsgBlock& block) {
-    uint64_t token = 0;
-    std::memcpy(&token, block.reserved4, sizeof token);
-    return token;
-}
-
-void SetToken(TagMsgBlock& block, uint64_t token) {
-    std::memcpy(block.reserved4, &token, sizeof token);
-}
-
-// The token of the reply that is owed for a message; 0 when it wants none, or its sender has left meanwhile.
-uint64_t Owe(Process& process, Incoming& message) {
+// Notes the reply that is owed for a message. Returns its token; 0 when the message wants none, or its sender has left.
+uint64_t NoteOwedReply(Process& process, Incoming& message) {
     if (!message.reply) {
         return 0;
     }
@@ -39,7 +29,7 @@ uint64_t Owe(Process& process, Incoming& message) {
 }
 
 void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& message) {
-    const uint64_t token = Owe(process, message);
+    const uint64_t token = NoteOwedReply(process, message);
     SetToken(message.block, token);
     WriteName(message.block.dstProcName, process.name);
     lock.unlock();
@@ -55,7 +45,7 @@ void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& me
     }
 }
 
-// Nobody runs the loop any more, however it ended.
+// Notes the end of a message loop, however it ends.
 class LoopEnd {
 public:
     explicit LoopEnd(Task& task) : task_(task) {}
@@ -74,22 +64,20 @@ private:
 
 // Runs the loop of a task that nobody else runs.
 void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
-    const Inside inside(process);
-    const Borrowed borrowed;
+    const ActiveCall active(process);
+    const TaskThreadScope taskThread(task.name);
     const LoopEnd end(task);
-    const std::string before = std::exchange(CurrentTaskName(), task.name);
-    const auto done = [&] { return task.HasMessage() || process.standing != Standing::kAttached; };
+    const auto done = [&] { return task.HasMessage() || process.state != BusState::kAttached; };
     for (;;) {
         task.loop = &me;
         process.reader.Wait(lock, me, Reader::Rank::kTask, std::nullopt, done);
         task.loop = nullptr;
-        if (process.standing != Standing::kAttached) {
+        if (process.state != BusState::kAttached) {
             break;
         }
         const std::unique_ptr<Incoming> message = task.Take();
         Handle(process, lock, task, *message);
     }
-    CurrentTaskName() = before;
 }
 
 }  // namespace
@@ -105,7 +93,7 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName) {
         }
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
-        if (process.standing == Standing::kOff) {
+        if (process.state == BusState::kOff) {
             return OS_MSG_ERR_NOT_ATTACHED;
         }
         const std::shared_ptr<Task> task = process.FindTask(taskName);
@@ -116,23 +104,23 @@ uint32_t OsMsgTaskRoutineByName(const char* taskName) {
             return OS_MSG_ERR_NAME_TAKEN;
         }
         Serve(process, lock, *task, me);
-        return process.standing == Standing::kLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
+        return process.state == BusState::kLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
     });
 }
 
 uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint32_t dataLen) {
     return Guarded([&] {
-        if (msg == nullptr || (data == nullptr && dataLen != 0)) {
+        if (msg == nullptr) {
             return OS_MSG_ERR_PARAM;
         }
-        if (dataLen > OS_MSG_MAX_PAYLOAD) {
-            return OS_MSG_ERR_TOO_LARGE;
+        if (const uint32_t wrong = CheckPayload(data, dataLen); wrong != OS_MSG_OK) {
+            return wrong;
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
         // A handler may still answer while the process is about to leave.
-        const uint32_t unusable = process.Unusable();
-        if (unusable != OS_MSG_OK && process.standing != Standing::kStopping) {
+        const uint32_t unusable = process.CheckUsable();
+        if (unusable != OS_MSG_OK && process.state != BusState::kStopping) {
             return unusable;
         }
         const auto owed = process.owed.find(TokenOf(*msg));

@@ -1,4 +1,4 @@
-// Who is who on the bus, as the bus daemon tells it.
+// All of this is asked of the bus daemon, and believed from nobody else.
 #include "msg/peers.h"
 
 #include <cerrno>
@@ -17,8 +17,8 @@ constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
 constexpr uint64_t kAskTimeout = 5'000'000;  // microseconds
 
-// sd-bus compares a signal's sender with a match only where both are of one kind; and any connection may send a signal
-// straight to this one. So the word of the daemon is known by its name alone, which nobody else can have.
+// Any connection may send a signal straight to this one, and sd-bus compares its sender with that of a match only if
+// both are unique or both well-known names. The bus daemon's name cannot be taken by anybody else.
 bool IsFromDaemon(sd_bus_message* message) {
     const char* sender = sd_bus_message_get_sender(message);
     return sender != nullptr && std::string_view(sender) == kDaemon;

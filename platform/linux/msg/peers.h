@@ -1,4 +1,4 @@
-// Who is who on the bus: process names, their owners, and senders' user ids.
+// Which connection on the bus is which process, and which user it belongs to.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -17,7 +17,7 @@ namespace kivo::msg {
 struct Identity {
     std::string procName;  // empty: it has no process name
     uint32_t uid;          // UINT32_MAX: it had left before it could be asked for
-    bool followed;         // its end will be noticed
+    bool followed;         // the end of its connection will be noticed
 };
 
 // Follows which connection owns which process name (NameOwnerChanged), and asks the bus once per sender for its user
@@ -31,7 +31,7 @@ public:
     // Subscribes to changes, then takes in who is there now. A negative errno on failure.
     int Start(sd_bus* bus, Appeared appeared, Left left);
 
-    // The process's own name, now taken: its own appearance is no news.
+    // Takes in the process's own name, so that its own start is not reported as a process that appeared.
     void NoteOwn(const std::string& procName, const std::string& connection);
 
     // Forgets everything; before the bus is closed.
@@ -43,7 +43,7 @@ public:
     // Whether a sender that was identified is still there.
     bool Follows(const std::string& connection) const { return senders_.contains(connection); }
 
-    // The name of the process that a connection is; empty for none.
+    // The process name of a connection; empty when it has none.
     std::string ProcessOf(const std::string& connection) const;
 
 private:

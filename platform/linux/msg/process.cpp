@@ -1,4 +1,4 @@
-// Joining and leaving the bus, and the task runner.
+// Joins and leaves the bus, and runs tasks.
 #include "msg/process.h"
 
 #include <pthread.h>
@@ -9,14 +9,16 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
+#include "msg/task_thread.h"
 
 namespace kivo::msg {
 
 namespace {
 
-// For a signal handler, which must not run into the making of TheProcess.
+// For OsProcRequestDetach in a signal handler, which must not construct TheProcess.
 std::atomic<Reader*> g_reader{nullptr};
 
 // KIVO_BUS_ADDRESS, else the system bus where its clients look for it.
@@ -50,11 +52,7 @@ int OpenBus(BusPtr& bus) {
     return result;
 }
 
-bool IsGoodDescriptor(const OsTaskDescriptor& task) {
-    return !ReadName(task.name, sizeof task.name).empty() && task.queueDepth > 0 && task.handler != nullptr;
-}
-
-// Makes the task's queue and object; its thread is started apart.
+// Makes the task's queue and object; StartThread starts its thread later.
 uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shared_ptr<Task>& task) {
     const std::string name = ReadName(descriptor.name, sizeof descriptor.name);
     if (process.tasks.contains(name)) {
@@ -70,9 +68,8 @@ uint32_t AddTask(Process& process, const OsTaskDescriptor& descriptor, std::shar
 }
 
 void RunTask(const std::shared_ptr<Task>& task) {
-    CurrentTaskName() = task->name;
     pthread_setname_np(pthread_self(), task->name.c_str());
-    const Borrowed borrowed;
+    const TaskThreadScope taskThread(task->name);
     const uint32_t result =
         Guarded([&] { return task->entry != nullptr ? task->entry() : OsMsgTaskRoutineByName(task->name.c_str()); });
     if (result != OS_MSG_OK) {
@@ -94,7 +91,7 @@ uint32_t StartThread(const std::shared_ptr<Task>& task) {
     return OS_MSG_OK;
 }
 
-// Drops all that hangs on the connection, then the connection.
+// Drops everything that refers to the connection, then the connection.
 void Dismantle(Process& process, Reader::Lock& lock) {
     process.reader.Stop(lock);
     process.owed.clear();
@@ -110,11 +107,11 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.name.clear();
     process.detaching = false;
     ++process.session;
-    process.standing = Standing::kOff;
+    process.state = BusState::kOff;
     process.changed.notify_all();
 }
 
-// Joins the bus with the queues of all tasks in place before the name is taken; their threads are not started yet.
+// Joins the bus. The queues of all tasks are in place before the name is taken; their threads are not started yet.
 uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
     int result = OpenBus(process.bus);
     if (result < 0) {
@@ -167,10 +164,10 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
     if (!IsValidName(name)) {
         return OS_MSG_ERR_PARAM;
     }
-    if (process.standing != Standing::kOff) {
+    if (process.state != BusState::kOff) {
         return OS_MSG_ERR_ATTACHED;
     }
-    process.standing = Standing::kAttaching;
+    process.state = BusState::kAttaching;
     g_reader = &process.reader;
     process.reader.Open();
     uint32_t result = OS_MSG_ERR_NO_MEMORY;
@@ -180,7 +177,7 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
         Log(kLogError, "out of memory while joining the bus");
     }
     if (result == OS_MSG_OK) {
-        process.standing = Standing::kAttached;
+        process.state = BusState::kAttached;
     } else {
         Log(kLogError, "process %s cannot join the bus: %s", name.c_str(), OsMsgResultText(result));
         Dismantle(process, lock);
@@ -188,11 +185,11 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
     return result;
 }
 
-void BeginStop(Process& process, Standing standing) {
-    if (process.standing != Standing::kAttached && process.standing != Standing::kStopping) {
+void BeginStop(Process& process, BusState state) {
+    if (process.state != BusState::kAttached && process.state != BusState::kStopping) {
         return;
     }
-    process.standing = standing;
+    process.state = state;
     process.reader.WakeAll();
     process.changed.notify_all();
 }
@@ -203,13 +200,13 @@ bool HasEnded(const std::shared_ptr<Task>& task) {
 
 }  // namespace
 
-Process::Process() : reader([this](bool lost) { BeginStop(*this, lost ? Standing::kLost : Standing::kStopping); }) {}
+Process::Process() : reader([this](bool lost) { BeginStop(*this, lost ? BusState::kLost : BusState::kStopping); }) {}
 
-uint32_t Process::Unusable() const {
-    switch (standing) {
-        case Standing::kAttached:
+uint32_t Process::CheckUsable() const {
+    switch (state) {
+        case BusState::kAttached:
             return OS_MSG_OK;
-        case Standing::kLost:
+        case BusState::kLost:
             return OS_MSG_ERR_NO_BUS;
         default:
             return OS_MSG_ERR_NOT_ATTACHED;
@@ -246,16 +243,6 @@ Process& TheProcess() {
     return *process;
 }
 
-int& Borrowed::Depth() {
-    thread_local int depth = 0;
-    return depth;
-}
-
-std::string& CurrentTaskName() {
-    thread_local std::string name;
-    return name;
-}
-
 uint32_t ResultOf(int negativeErrno) {
     switch (-negativeErrno) {
         case ENOMEM:
@@ -278,6 +265,7 @@ uint32_t ResultOf(int negativeErrno) {
 
 }  // namespace kivo::msg
 
+using namespace kivo;
 using namespace kivo::msg;
 
 uint32_t OsProcAttach(const char* procName) {
@@ -299,12 +287,12 @@ void OsProcDetach(void) {
     Guarded([] {
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
-        if (process.standing == Standing::kOff || process.standing == Standing::kAttaching) {
+        if (process.state == BusState::kOff || process.state == BusState::kAttaching) {
             return OS_MSG_OK;
         }
-        BeginStop(process, process.standing == Standing::kLost ? Standing::kLost : Standing::kStopping);
-        if (Borrowed::Here()) {
-            return OS_MSG_ERR_PARAM;  // it would wait for itself; the rest is done by others
+        BeginStop(process, process.state == BusState::kLost ? BusState::kLost : BusState::kStopping);
+        if (TaskThreadScope::IsHere()) {
+            return OS_MSG_ERR_PARAM;  // it would wait for itself; OsTaskRun or another thread detaches
         }
         if (process.detaching) {
             process.changed.wait(lock, [&process] { return !process.detaching; });
@@ -312,8 +300,8 @@ void OsProcDetach(void) {
         }
         process.detaching = true;
         process.changed.wait(lock, [&process] {
-            return process.inside == 0 && std::all_of(process.tasks.begin(), process.tasks.end(),
-                                                      [](const auto& entry) { return HasEnded(entry.second); });
+            return process.activeCalls == 0 && std::all_of(process.tasks.begin(), process.tasks.end(),
+                                                           [](const auto& entry) { return HasEnded(entry.second); });
         });
         for (const auto& [name, task] : process.tasks) {
             lock.unlock();
@@ -329,12 +317,12 @@ void OsProcDetach(void) {
 
 uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
     return Guarded([&] {
-        if (task == nullptr || !IsGoodDescriptor(*task)) {
+        if (task == nullptr || CheckTask(*task) != OS_MSG_OK) {
             return OS_MSG_ERR_PARAM;
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
-        const uint32_t unusable = process.Unusable();
+        const uint32_t unusable = process.CheckUsable();
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
@@ -353,7 +341,8 @@ uint32_t OsTaskCreate(const struct OsTaskDescriptor* task) {
 
 uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, uint32_t count) {
     return Guarded([&] {
-        if (tasks == nullptr || count == 0 || !std::all_of(tasks, tasks + count, IsGoodDescriptor)) {
+        if (tasks == nullptr || count == 0 ||
+            !std::all_of(tasks, tasks + count, [](const auto& task) { return CheckTask(task) == OS_MSG_OK; })) {
             return OS_MSG_ERR_PARAM;
         }
         Process& process = TheProcess();
@@ -375,56 +364,17 @@ uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, u
             }
         }
         if (result != OS_MSG_OK) {
-            BeginStop(process, Standing::kStopping);
+            BeginStop(process, BusState::kStopping);
         }
         process.changed.wait(lock, [&own] { return std::all_of(own.begin(), own.end(), HasEnded); });
         if (process.session != session) {
             return result;  // another thread has detached
         }
-        if (process.standing == Standing::kLost) {
+        if (process.state == BusState::kLost) {
             result = OS_MSG_ERR_NO_BUS;
         }
         lock.unlock();
         OsProcDetach();
         return result;
     });
-}
-
-const char* OsMsgResultText(uint32_t result) {
-    switch (result) {
-        case OS_MSG_OK:
-            return "ok";
-        case OS_MSG_ERR_PARAM:
-            return "bad argument";
-        case OS_MSG_ERR_NO_MEMORY:
-            return "no memory, threads or descriptors left";
-        case OS_MSG_ERR_NOT_ATTACHED:
-            return "the process is not on the bus";
-        case OS_MSG_ERR_ATTACHED:
-            return "the process is on the bus already";
-        case OS_MSG_ERR_NAME_TAKEN:
-            return "the name is taken";
-        case OS_MSG_ERR_NO_BUS:
-            return "the bus cannot be reached";
-        case OS_MSG_ERR_ABSENT:
-            return "the destination process is not there";
-        case OS_MSG_ERR_NO_TASK:
-            return "the destination process has no such task";
-        case OS_MSG_ERR_DIED:
-            return "the destination left the bus while it was asked";
-        case OS_MSG_ERR_TIMEOUT:
-            return "no reply in time";
-        case OS_MSG_ERR_QUEUE_FULL:
-            return "the destination task's queue is full";
-        case OS_MSG_ERR_TOO_LARGE:
-            return "the payload is too large";
-        case OS_MSG_ERR_DENIED:
-            return "the bus's policy forbids it";
-        case OS_MSG_ERR_NO_REQUEST:
-            return "nobody waits for this reply";
-        case OS_MSG_ERR_BUS:
-            return "the bus answered with an error";
-        default:
-            return "unknown result";
-    }
 }

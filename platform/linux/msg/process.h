@@ -1,4 +1,4 @@
-// The process on the bus: one per address space.
+// The state of this process on the bus.
 #pragma once
 
 #include <condition_variable>
@@ -21,8 +21,8 @@ namespace kivo::msg {
 
 // A reply that a handler of this process owes.
 struct OwedReply {
-    MessagePtr reply;       // addressed, and still empty
-    bool deferred = false;  // kept beyond its handler
+    MessagePtr reply;       // addressed; its payload is still missing
+    bool deferred = false;  // kept after its handler has returned
 };
 
 // Events of one task of another process.
@@ -31,11 +31,12 @@ struct EventSource {
     std::vector<std::pair<uint32_t, std::shared_ptr<Task>>> subscribers;  // event id, receiver
 };
 
-enum class Standing {
+// Where the process stands with the bus.
+enum class BusState {
     kOff,        // not on the bus
-    kAttaching,  // on the way
+    kAttaching,  // joining it
     kAttached,
-    kStopping,  // asked to leave: nothing is waited for any more
+    kStopping,  // asked to leave: calls that wait return
     kLost,      // the bus went away
 };
 
@@ -44,8 +45,8 @@ struct Process {
     Process();
 
     std::mutex lock;
-    std::condition_variable changed;  // standing, ended tasks, threads inside
-    Standing standing = Standing::kOff;
+    std::condition_variable changed;  // state, ended tasks, active calls
+    BusState state = BusState::kOff;
     std::string name;
     BusPtr bus;
     Reader reader;
@@ -58,58 +59,38 @@ struct Process {
     std::map<std::string, std::vector<std::shared_ptr<Task>>> restartWatchers;  // by process name
     uint64_t session = 0;    // counts the times that the process has left the bus
     bool detaching = false;  // a thread is at work in OsProcDetach
-    size_t inside = 0;       // threads in a message loop or a synchronous send: detaching waits for them
+    size_t activeCalls = 0;  // message loops and synchronous sends: detaching waits for their end
 
-    // The code for a call that cannot be made now; OS_MSG_OK when it can.
-    [[nodiscard]] uint32_t Unusable() const;
+    // Why the bus cannot be used now, OS_MSG_OK when it can.
+    [[nodiscard]] uint32_t CheckUsable() const;
     [[nodiscard]] std::shared_ptr<Task> FindTask(const std::string& taskName) const;
     void ForgetOwed(const std::string& connection);
 
-    // After a send: what the socket did not take must be written by whoever reads.
+    // To be called after a send: the thread that reads also writes what the socket did not take at once.
     void KickIfUnsent();
 };
 
 // Never destroyed: threads may use it until the process is gone.
 Process& TheProcess();
 
-// The task whose thread this is; empty on other threads.
-std::string& CurrentTaskName();
-
-// Marks the calling thread, while it lives, as one that runs a task or its message loop.
-class Borrowed {
+// Counts a call that waits, while the object lives. Made and destroyed under the lock.
+class ActiveCall {
 public:
-    Borrowed() { ++Depth(); }
-    ~Borrowed() { --Depth(); }
-    Borrowed(const Borrowed&) = delete;
-    Borrowed& operator=(const Borrowed&) = delete;
-    Borrowed(Borrowed&&) = delete;
-    Borrowed& operator=(Borrowed&&) = delete;
-
-    // Whether the calling thread is such a one.
-    static bool Here() { return Depth() > 0; }
-
-private:
-    static int& Depth();
-};
-
-// Counts the calling thread among those inside while it lives; wants the lock at both ends.
-class Inside {
-public:
-    explicit Inside(Process& process) : process_(process) { ++process_.inside; }
-    ~Inside() {
-        --process_.inside;
+    explicit ActiveCall(Process& process) : process_(process) { ++process_.activeCalls; }
+    ~ActiveCall() {
+        --process_.activeCalls;
         process_.changed.notify_all();
     }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
-    Inside(Inside&&) = delete;
-    Inside& operator=(Inside&&) = delete;
+    ActiveCall(const ActiveCall&) = delete;
+    ActiveCall& operator=(const ActiveCall&) = delete;
+    ActiveCall(ActiveCall&&) = delete;
+    ActiveCall& operator=(ActiveCall&&) = delete;
 
 private:
     Process& process_;
 };
 
-// Runs one function of the interface: nothing is thrown across it.
+// Runs one function of the interface, which must not throw.
 template <typename Function>
 uint32_t Guarded(Function&& function) noexcept {
     try {

@@ -1,7 +1,8 @@
-// Leader and followers over one sd-bus connection.
+// Threads poll without the lock; whoever holds the lead also polls the socket of the bus.
 #include "msg/reader.h"
 
 #include <poll.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -11,16 +12,17 @@
 #include <utility>
 
 #include "msg/log.h"
+#include "msg/task_thread.h"
 
 namespace kivo::msg {
 
 namespace {
 
-// How long the lead may stay empty before the standby takes it: longer than most handlers run, and shorter than
-// anybody notices.
+// How long the lead may stay empty before the standby takes it: longer than most handlers run, and too short to be
+// noticed.
 constexpr std::chrono::milliseconds kGrace{10};
 
-// Messages dispatched in one go: a flood must not keep the lock, nor a deadline from being looked at.
+// Messages dispatched in one go. In a flood, other threads must still get the lock, and deadlines must be checked.
 constexpr int kBatch = 32;
 
 using PollTimeout = std::optional<std::chrono::nanoseconds>;
@@ -69,6 +71,7 @@ bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
     }
     try {
         standby_ = std::thread([this, &mutex] { StandbyMain(mutex); });
+        pthread_setname_np(standby_.native_handle(), "kivo_standby");
     } catch (const std::system_error&) {
         return false;
     }
@@ -96,7 +99,7 @@ void Reader::RequestStop() {
     standbyWaiter_.Wake();
 }
 
-void Reader::Lead(Waiter& me, Rank rank) {
+void Reader::TakeLead(Waiter& me, Rank rank) {
     if (leader_ != nullptr && leader_ != &me) {
         leader_->Wake();
     }
@@ -108,11 +111,11 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
                   const std::function<bool()>& done) {
     waiting_.push_back({&me, rank});
     if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
-        Lead(me, rank);
+        TakeLead(me, rank);
     }
     while (!done() && (!deadline || Clock::now() < *deadline)) {
         if (leader_ == nullptr) {
-            Lead(me, rank);
+            TakeLead(me, rank);
         }
         if (leader_ != &me) {
             PollAlone(lock, me, Until(deadline));
@@ -165,14 +168,15 @@ void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
 void Reader::StepDown() {
     leader_ = nullptr;
     ++stepDowns_;
-    const auto next = std::find_if(waiting_.rbegin(), waiting_.rend(),
-                                   [](const Waiting& entry) { return entry.rank == Rank::kReply; });
-    if (next == waiting_.rend()) {
-        Arm();
+    const Rank lowest = TaskThreadScope::IsHere() ? Rank::kReply : Rank::kTask;
+    const auto next = std::max_element(waiting_.rbegin(), waiting_.rend(),
+                                       [](const Waiting& a, const Waiting& b) { return a.rank < b.rank; });
+    if (next == waiting_.rend() || next->rank < lowest) {
+        WakeStandby();
         return;
     }
     leader_ = next->waiter;
-    leaderRank_ = Rank::kReply;
+    leaderRank_ = next->rank;
     leader_->Wake();
 }
 
@@ -182,7 +186,7 @@ void Reader::WakeAll() {
     }
 }
 
-void Reader::Arm() {
+void Reader::WakeStandby() {
     if (armed_) {
         return;
     }
@@ -194,7 +198,7 @@ void Reader::Kick() {
     if (leader_ != nullptr) {
         leader_->Wake();
     } else {
-        Arm();
+        WakeStandby();
     }
 }
 
@@ -212,7 +216,7 @@ void Reader::StandbyMain(std::mutex& mutex) {
         const uint64_t seen = stepDowns_;
         PollAlone(lock, me, kGrace);
         if (leader_ == nullptr && stepDowns_ == seen) {
-            Lead(me, Rank::kStandby);
+            TakeLead(me, Rank::kStandby);
             Wait(lock, me, Rank::kStandby, std::nullopt,
                  [&] { return leader_ != &me || stopping_ || lost_ || stopRequested_; });
         }

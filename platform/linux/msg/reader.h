@@ -1,4 +1,4 @@
-// Who reads the bus: leader and followers.
+// Decides which of the process's threads reads the bus.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -16,18 +16,21 @@
 
 namespace kivo::msg {
 
-// A thread that waits, for its task's next message or for a reply, reads the bus itself: it is the leader, and what it
-// reads for others it hands to them. So a message normally reaches its thread without a switch between threads.
+// A thread that waits, for its task's next message or for a reply, reads the bus itself. It is called the leader, and
+// it hands what it reads for other threads to them. So a message normally reaches its thread without a switch between
+// threads.
 //
-//  - There is at most one leader. A thread that begins to wait takes the lead from an idle task's thread or from the
-//    standby, as it is the one for which the next message most likely is; it follows a leader that waits for a reply.
-//  - A leader that got what it waited for steps down. A thread that waits for a reply is promoted at once; otherwise
-//  the
-//    lead stays empty for a moment (kGrace), as the same thread mostly comes back soon.
-//  - Then the standby, a thread of its own, takes over, so that somebody always reads: full queues, peers that leave
-//    and requests to detach are noticed while every task is busy. It sleeps otherwise.
+//  - There is at most one leader. A thread that begins to wait takes the lead from the standby or from a task's thread
+//    that waits for a message, because the next message is most likely for the thread that came last. It does not take
+//    the lead from a thread that waits for a reply.
+//  - A leader that got what it waited for steps down. If another thread waits for a reply, that one leads at once. So
+//    does a task's thread that waits for a message, if the leader was not a task's thread itself: such a thread may not
+//    come back for long. Otherwise the lead stays empty for a moment (kGrace), because a task's thread mostly comes
+//    back soon.
+//  - After that moment the standby, a thread of its own, takes the lead, so that somebody always reads: full queues,
+//    peers that leave and requests to detach are noticed even while every task is busy. It sleeps otherwise.
 //
-// All functions but RequestStop want the process's lock held; it is released while a thread polls.
+// All functions but RequestStop must be called with the process's lock held; the lock is released while a thread polls.
 class Reader {
 public:
     using Clock = std::chrono::steady_clock;
@@ -40,7 +43,7 @@ public:
     // on every done() given to Wait must hold.
     explicit Reader(std::function<void(bool lost)> onEnd);
 
-    // From here on RequestStop is heeded.
+    // From now on RequestStop has an effect.
     void Open();
 
     // Begins to read `bus`. False when there is no thread or descriptor to be had.
@@ -53,13 +56,14 @@ public:
     bool Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
               const std::function<bool()>& done);
 
-    // Has every waiting thread look at its done() again.
+    // Makes every waiting thread check its done() again.
     void WakeAll();
 
-    // Somebody has to look at the connection again: something waits to be written, or was read but not dispatched.
+    // Makes some thread look at the connection again, because something waits to be written, or was read but not
+    // dispatched.
     void Kick();
 
-    // Async-signal-safe: has the standby call onEnd.
+    // Makes the standby call onEnd. Async-signal-safe.
     void RequestStop();
 
 private:
@@ -69,11 +73,11 @@ private:
     };
 
     void StandbyMain(std::mutex& mutex);
-    void Lead(Waiter& me, Rank rank);
+    void TakeLead(Waiter& me, Rank rank);
     void Dispatch(const std::function<bool()>& done);
     void PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
     void StepDown();
-    void Arm();
+    void WakeStandby();
 
     std::function<void(bool)> onEnd_;
     sd_bus* bus_ = nullptr;
@@ -83,7 +87,7 @@ private:
     std::thread standby_;
     Waiter standbyWaiter_;
     bool armed_ = false;     // the standby watches whether somebody takes the lead
-    bool stopping_ = false;  // the standby shall end
+    bool stopping_ = false;  // the standby must end
     bool lost_ = false;      // the connection is gone: nobody reads it any more
     uint64_t stepDowns_ = 0;
     std::atomic<bool> open_{false};  // these two are used by a signal handler, hence outside of the lock

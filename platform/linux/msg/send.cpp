@@ -1,17 +1,20 @@
-// Sending messages to tasks of other processes, and waiting for their replies.
+// Sends to tasks of other processes, with and without waiting for a reply.
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
+#include "msg/task_thread.h"
 
+using namespace kivo;
 using namespace kivo::msg;
 
 namespace {
 
-// A synchronous send that waits; lives on its thread's stack.
+// A synchronous send that waits. It lives on the stack of its thread.
 struct PendingReply {
     Waiter& waiter;
     bool done = false;
@@ -65,7 +68,7 @@ int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
     const void* data = nullptr;
     size_t size = 0;
     if (sd_bus_message_is_method_error(message, nullptr) > 0) {
-        // sd-bus itself answers what is open when the bus goes away, in the words of a peer that died.
+        // When the bus goes away, sd-bus itself answers the open calls, with the error of a peer that died.
         const bool lost = sd_bus_is_open(sd_bus_message_get_bus(message)) <= 0;
         pending.result = lost ? OS_MSG_ERR_NO_BUS : ResultOfError(sd_bus_message_get_error(message));
     } else if (sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size) < 0) {
@@ -85,19 +88,13 @@ int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
 
 // Checks an outgoing envelope and makes it into a method call.
 uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
+    if (const uint32_t wrong = CheckMessage(msg); wrong != OS_MSG_OK) {
+        return wrong;
+    }
     const std::string proc = ReadName(msg.dstProcName, sizeof msg.dstProcName);
     const std::string task = ReadName(msg.dstTaskName, sizeof msg.dstTaskName);
     std::string reply = ReadName(msg.replyTaskName, sizeof msg.replyTaskName);
-    if (proc.empty() || task.empty() || (reply.empty() && msg.replyTaskName[0] != '\0')) {
-        return OS_MSG_ERR_PARAM;
-    }
-    if (msg.data == nullptr && msg.dataLen != 0) {
-        return OS_MSG_ERR_PARAM;
-    }
-    if (msg.dataLen > OS_MSG_MAX_PAYLOAD) {
-        return OS_MSG_ERR_TOO_LARGE;
-    }
-    const std::string& source = CurrentTaskName();
+    const std::string& source = TaskThreadScope::TaskName();
     if (reply.empty()) {
         reply = source;
     }
@@ -109,7 +106,7 @@ uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
         return ResultOf(result);
     }
     call.reset(raw);
-    // Nobody is started by a message: a destination that is not there is an error.
+    // The bus must not start a program for this message: a destination that is not there is an error.
     result = sd_bus_message_set_auto_start(raw, 0);
     if (result >= 0) {
         result = sd_bus_message_append(raw, "uuss", msg.msgId, msg.param, source.c_str(), reply.c_str());
@@ -136,14 +133,14 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, PendingReply& pending
     }
     const SlotPtr slot(raw);  // dropping it ends the interest in the reply
     call.reset();
-    const Inside inside(process);
+    const ActiveCall active(process);
     process.KickIfUnsent();
     process.reader.Wait(lock, pending.waiter, Reader::Rank::kReply, deadline,
-                        [&] { return pending.done || process.standing != Standing::kAttached; });
+                        [&] { return pending.done || process.state != BusState::kAttached; });
     if (pending.done) {
         return pending.result;
     }
-    const uint32_t unusable = process.Unusable();
+    const uint32_t unusable = process.CheckUsable();
     return unusable != OS_MSG_OK ? unusable : OS_MSG_ERR_TIMEOUT;
 }
 
@@ -163,7 +160,7 @@ uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, 
         }
         Process& process = TheProcess();
         Reader::Lock lock(process.lock);
-        const uint32_t unusable = process.Unusable();
+        const uint32_t unusable = process.CheckUsable();
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
@@ -184,7 +181,7 @@ uint32_t OsMsgAsynSend(const struct TagMsgBlock* msg) {
         }
         Process& process = TheProcess();
         const Reader::Lock lock(process.lock);
-        const uint32_t unusable = process.Unusable();
+        const uint32_t unusable = process.CheckUsable();
         if (unusable != OS_MSG_OK) {
             return unusable;
         }

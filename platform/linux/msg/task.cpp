@@ -1,4 +1,4 @@
-// A task's object on the bus and its bounded queue.
+// A task accepts messages on the thread that reads the bus; its loop takes them out of the queue.
 #include "msg/task.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
 
@@ -152,7 +153,7 @@ void Task::Push(std::unique_ptr<Incoming> message) {
 
 void Task::CountDrop(const std::string& source, uint32_t msgId) {
     ++dropped;
-    // Every loss is counted; the lines thin out, so that a flood does not become one of lines.
+    // Every loss is counted, but only powers of two are logged: a flood of messages must not become one of lines.
     if (!std::has_single_bit(dropped)) {
         return;
     }

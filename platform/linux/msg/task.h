@@ -20,7 +20,7 @@ namespace kivo::msg {
 struct Incoming {
     TagMsgBlock block{};
     std::unique_ptr<unsigned char[]> payload;
-    MessagePtr reply;  // set when one is owed: addressed, and still empty
+    MessagePtr reply;  // set when one is owed: addressed; its payload is still missing
 };
 
 // Used under the process's lock, as everything that holds bus handles.
@@ -38,8 +38,8 @@ public:
     // Queues a message that the platform itself makes (an event); drops and counts it when the queue is full.
     void Deliver(std::unique_ptr<Incoming> message);
 
-    // Queues the word that a process has (re)started, also into a full queue: the receiver relies on it. One that waits
-    // there already stands for all.
+    // Queues the news that a process has (re)started, even into a full queue: the receiver relies on it. If one of the
+    // same process waits there already, nothing is added.
     void DeliverRestart(std::unique_ptr<Incoming> message);
 
     std::unique_ptr<Incoming> Take();

@@ -1,4 +1,4 @@
-// A thread's wake-up call, over eventfd(2).
+// eventfd(2): a write wakes, a read takes all wake-ups back.
 #include "msg/waiter.h"
 
 #include <sys/eventfd.h>
@@ -20,7 +20,7 @@ Waiter::~Waiter() {
 void Waiter::Wake() const {
     const int saved = errno;
     const uint64_t one = 1;
-    // A full counter (EAGAIN) is a wake-up that was not taken yet.
+    // EAGAIN: the counter is full, so a wake-up is pending anyway.
     [[maybe_unused]] const ssize_t written = write(fd_, &one, sizeof one);
     errno = saved;
 }

@@ -1,10 +1,10 @@
-// A thread's wake-up call.
+// A way to wake a thread that polls.
 #pragma once
 
 namespace kivo::msg {
 
-// One per thread that ever waits: an eventfd(2) on which the thread can be woken while it polls, alone or beside
-// the bus. A call that comes before the thread polls is kept.
+// One per thread that ever waits: an eventfd(2) that the thread polls, alone or together with the bus. A wake-up that
+// comes before the thread polls is kept.
 class Waiter {
 public:
     Waiter();

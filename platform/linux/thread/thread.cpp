@@ -22,7 +22,7 @@ uint32_t OsPthreadDetach(OsThread thread) {
 }
 
 uint32_t OsSleep(uint32_t seconds) {
-    // Until a point in time: a signal then neither shortens the sleep nor makes it longer.
+    // Sleeps until a point in time, so that a signal neither shortens nor prolongs the sleep.
     timespec end{};
     clock_gettime(CLOCK_MONOTONIC, &end);
     end.tv_sec += seconds;

@@ -1,4 +1,4 @@
-// The system clock.
+// CLOCK_REALTIME, cut to milliseconds.
 #include "kivo/os_time.h"
 
 #include <ctime>

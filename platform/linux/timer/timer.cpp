@@ -13,6 +13,8 @@
 #include <mutex>
 #include <new>
 
+#include "common/records.h"
+
 namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
@@ -30,12 +32,6 @@ int64_t Now() {
 
 int64_t Period(const Timer& timer) {
     return timer.param.period * kNanosecondsPerSecond;
-}
-
-bool IsValid(const OsTimerParam& param) {
-    const bool reservedIsZero =
-        std::all_of(std::begin(param.reserved), std::end(param.reserved), [](char byte) { return byte == '\0'; });
-    return param.mode == 1 && reservedIsZero && param.period >= 1 && param.repeat <= 1 && param.callback != nullptr;
 }
 
 class TimerManager {
@@ -186,7 +182,7 @@ uint32_t OsTmrManagerInit(uint32_t tick, uint32_t priority, uint32_t flags) {
 }
 
 uint32_t OsTmrCreate(const struct OsTimerParam* param, OsTimerId* id) {
-    if (param == nullptr || id == nullptr || !IsValid(*param)) {
+    if (param == nullptr || id == nullptr || !kivo::IsValid(*param)) {
         return EINVAL;
     }
     return TimerManager::Instance().Create(*param, *id);

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 
@@ -14,17 +13,9 @@
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
+using support::Contents;
 
-namespace {
-
-std::string Contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-}  // namespace
-
-TEST(CopyRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
+TEST(OsCopyFileRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
     const support::TempFolder dir;
     std::ofstream source(dir / "src", std::ios::binary);
     source << std::string(100000, 'x') << std::flush;
@@ -45,7 +36,7 @@ TEST(CopyRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
     EXPECT_GE(fs::file_size(dir / "src"), fs::file_size(dir / "dst"));
 }
 
-TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
+TEST(OsCopyFileRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
     const support::TempFolder dir;
     const std::string source = dir / "src";
     std::atomic<bool> stop{false};
@@ -64,7 +55,7 @@ TEST(CopyRace, AFileThatShrinksMeanwhileIsCopiedWithoutAnError) {
     writer.join();
 }
 
-TEST(CopyLimit, AFailureRemovesAFileThatTheCallCreated) {
+TEST(OsCopyFileLimit, AFailureRemovesAFileThatTheCallCreated) {
     const support::TempFolder dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
     const support::FileSizeLimit limit(100000);
@@ -72,7 +63,7 @@ TEST(CopyLimit, AFailureRemovesAFileThatTheCallCreated) {
     EXPECT_FALSE(fs::exists(dir / "dst"));
 }
 
-TEST(CopyLimit, AFailureKeepsAFileThatWasThereBefore) {
+TEST(OsCopyFileLimit, AFailureKeepsAFileThatWasThereBefore) {
     const support::TempFolder dir;
     std::ofstream(dir / "src") << std::string(300000, 'x');
     std::ofstream(dir / "dst") << "old";

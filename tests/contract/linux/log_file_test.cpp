@@ -23,10 +23,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class LogFileTest : public support::PlatformTest {
+class LogFileTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         Init();
     }
 

@@ -23,10 +23,10 @@ namespace {
 
 using support::ParsedLine;
 
-class LogLineTest : public support::PlatformTest {
+class LogLineTest : public support::ContractTest {
 protected:
     void SetUp() override {
-        PlatformTest::SetUp();
+        ContractTest::SetUp();
         ASSERT_EQ(KivoOmLogClientInit("suite", 5), 0U);
     }
 

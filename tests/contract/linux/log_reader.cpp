@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
+
+#include "support/temp_folder.h"
 
 namespace support {
 
@@ -30,8 +30,7 @@ std::vector<std::string> SplitLines(const std::string& contents) {
 }  // namespace
 
 std::vector<std::string> FileLines(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return SplitLines({std::istreambuf_iterator<char>(file), {}});
+    return SplitLines(Contents(path));
 }
 
 std::optional<ParsedLine> Parse(const std::string& text) {

@@ -23,7 +23,7 @@ OsMonitorProInfo Info(const char* name, uint32_t timeout) {
 
 }  // namespace
 
-TEST(Notify, RegistrationIsReadinessAndTheTimeLimitInMicroseconds) {
+TEST(OsMonitorNotify, RegistrationIsReadinessAndTheTimeLimitInMicroseconds) {
     support::ServiceManager manager;
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), 0U);
@@ -32,7 +32,7 @@ TEST(Notify, RegistrationIsReadinessAndTheTimeLimitInMicroseconds) {
     EXPECT_EQ(manager.Notifications(), std::vector<std::string>{"WATCHDOG=1"});
 }
 
-TEST(Notify, RefusedCallsTellTheManagerNothing) {
+TEST(OsMonitorNotify, RefusedCallsTellTheManagerNothing) {
     const OsMonitorProInfo info = Info("ominspect", 30000);
     ASSERT_EQ(OsMonitorProReg(&info), 0U);
     support::ServiceManager manager;
@@ -43,7 +43,7 @@ TEST(Notify, RefusedCallsTellTheManagerNothing) {
     EXPECT_EQ(OsMonitorProActivate("ominspect"), 0U);
 }
 
-TEST(Notify, AManagerThatCannotBeReachedIsAnError) {
+TEST(OsMonitorNotify, AManagerThatCannotBeReachedIsAnError) {
     setenv("NOTIFY_SOCKET", "/nonexistent/notify", 1);
     const OsMonitorProInfo info = Info("ominspect", 30000);
     EXPECT_EQ(OsMonitorProReg(&info), static_cast<uint32_t>(ENOENT));

@@ -19,7 +19,7 @@ void Count(int /*signal*/) {
 
 }  // namespace
 
-TEST(Sleep, SignalsDoNotShortenIt) {
+TEST(OsSleep, SignalsDoNotShortenIt) {
     struct sigaction action {};
     struct sigaction former {};
     action.sa_handler = Count;  // without SA_RESTART

@@ -1,34 +1,17 @@
 // The timer manager's thread: asleep while nothing is due, and deaf to signals.
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "kivo/os_thread.h"
 #include "kivo/os_timer.h"
+#include "linux/thread_status.h"
 #include "platform_control.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
-/// A line of the manager thread's status file, without its name; empty when there is no such thread.
-std::string Status(const std::string& name) {
-    for (const fs::directory_entry& task : fs::directory_iterator("/proc/self/task")) {
-        std::string thread;
-        std::getline(std::ifstream(task.path() / "comm"), thread);
-        if (thread != "kivo_timer") {
-            continue;
-        }
-        std::ifstream status(task.path() / "status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with(name + ":\t")) {
-                return line.substr(name.size() + 2);
-            }
-        }
-    }
-    return {};
+std::string Status(const std::string& line) {
+    return support::ThreadStatus("kivo_timer", line);
 }
 
 OsTimerId Create(uint32_t period) {
@@ -44,7 +27,7 @@ OsTimerId Create(uint32_t period) {
 
 }  // namespace
 
-TEST(TimerThread, SleepsWhileNothingIsDue) {
+TEST(OsTimerThread, SleepsWhileNothingIsDue) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     EXPECT_EQ(OsTmrDelete(Create(1)), 0U);
     const OsTimerId later = Create(3600);
@@ -57,7 +40,7 @@ TEST(TimerThread, SleepsWhileNothingIsDue) {
     EXPECT_EQ(OsTmrDelete(later), 0U);
 }
 
-TEST(TimerThread, BlocksAllSignals) {
+TEST(OsTimerThread, BlocksAllSignals) {
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     // All but SIGKILL, SIGSTOP and the two that the C library keeps to itself; polled, as the thread may just begin.
     EXPECT_TRUE(support::WaitFor([] { return Status("SigBlk") == "fffffffe7ffbfeff"; })) << Status("SigBlk");

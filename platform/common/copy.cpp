@@ -1,4 +1,4 @@
-// Copying of a regular file.
+// The kernel copies as much as it can; read and write do the rest and find the errors.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "common/unique_fd.h"
 #include "kivo/os_file.h"
-#include "unique_fd.h"
 
 namespace {
 

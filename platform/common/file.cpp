@@ -1,4 +1,4 @@
-// Status, directories, and removal of files.
+// Thin wrappers: each returns errno instead of -1.
 #include "kivo/os_file.h"
 
 #include <dirent.h>
@@ -68,8 +68,7 @@ uint32_t OsGetStat(const char* path, struct OsFileStat* stat) {
         return static_cast<uint32_t>(errno);
     }
     stat->size = static_cast<uint64_t>(status.st_size);
-    // The one stamp that a copy can be given, that every write changes, and that reading leaves alone serves
-    // both purposes.
+    // Both are the modification time: every write changes it, reading does not, and a copy can be given it.
     stat->modifyTime = Nanoseconds(status.st_mtim);
     stat->detectTime = Nanoseconds(status.st_mtim);
     stat->mode = status.st_mode;
@@ -84,7 +83,7 @@ uint32_t OsMkDir(const char* path, uint32_t mode) {
     if (mkdir(path, mode) != 0) {
         return static_cast<uint32_t>(errno);
     }
-    // Not through a link that someone may have put there meanwhile.
+    // The link flag: somebody may have put a link in the place of the new directory.
     if (fchmodat(AT_FDCWD, path, mode, AT_SYMLINK_NOFOLLOW) != 0) {
         const auto error = static_cast<uint32_t>(errno);
         rmdir(path);

@@ -1,4 +1,4 @@
-// Bounds-checked memory and string functions.
+// Arguments are checked in the order null, size, room, overlap; the first violation decides.
 #include "kivo/os_bounds.h"
 
 #include <algorithm>

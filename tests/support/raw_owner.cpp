@@ -1,4 +1,4 @@
-// An owner process for the integration tests that speaks the wire format itself, so that it can also break it.
+// An owner process for tests and benchmarks that speaks the wire format itself, so that it can also break it.
 //
 //     raw_owner PROCESS ITEM[:LIMIT_MS][@BEHAVIOUR]...
 //
