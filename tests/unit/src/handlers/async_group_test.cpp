@@ -1,5 +1,6 @@
 // Asynchronous group requests: what starts a group, and what refuses it.
 #include <string>
+#include <vector>
 
 #include "handlers/group_run.h"
 #include "handlers/handlers.h"
@@ -51,6 +52,14 @@ TEST_F(ASyncDealGroupTest, StartsAJobAndRepliesWithItsIdentifier) {
     EXPECT_GT(reply.Number(), 16U);
     EXPECT_EQ(support::Steps(), (Lines{"event 9: 0", "event 8: unknown_group|running|unknown_group", "OsPthreadDetach",
                                        "3 inspect_dealmsg 19: start group [" + std::to_string(reply.Number()) + "]"}));
+    StopAndFinish(reply.Number());
+}
+
+TEST_F(ASyncDealGroupTest, A33rdTextCountsForTheGroupAlthoughItDoesNotRun) {
+    std::vector<std::string> items(32, "other");
+    items.emplace_back("kivo_om_diag_msg");
+    const support::Reply reply = Send(GroupPayload(items));
+    EXPECT_EQ(Stored("kivo_group_trace"), "kivo_group_trace|running|kivo_group_trace");
     StopAndFinish(reply.Number());
 }
 

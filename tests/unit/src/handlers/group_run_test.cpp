@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "handlers/handlers.h"
+#include "support/alloc_failure.h"
 #include "support/group.h"
 #include "support/handler_call.h"
 #include "support/journal_text.h"
@@ -254,6 +256,20 @@ TEST_F(GroupRunTest, AStopWhileItemsArePendingAsksEachPendingItemOnceToStop) {
     EXPECT_EQ(kivo::fake::LiveThreads(), 0U);  // it does not wait for a second stop
 }
 
+// The flag is looked at before the first second's sleep, too.
+TEST_F(GroupRunTest, AStopWhileItsLastItemIsAskedForReachesTheOwnerAtOnce) {
+    AddItem("slow");
+    support::OwnerAnswers("running", "took its time", 5000);
+    const uint32_t taskId = Start({"slow"});
+    kivo::fake::Pass(3);
+    EXPECT_EQ(Stop(taskId), 0U);
+    kivo::fake::Pass(3);
+    kivo::fake::Settle();
+    EXPECT_EQ(AskedWith("\"stop\""), (Lines{"slow"}));
+    Report("slow", "fail", "stopped");
+    EXPECT_TRUE(kivo::fake::Finish());
+}
+
 TEST_F(GroupRunTest, AStopBeforeItsFirstItemRunsNone) {
     AddItem("at_once");
     OwnerAnswersByName();
@@ -302,6 +318,23 @@ TEST_F(GroupRunTest, TextsWithoutANameAreTheEmptyItem) {
     Stop(taskId);
     kivo::fake::Pass(1);
     EXPECT_EQ(support::LogLines().back(), "1 inspect_dealmsg 19: group task set :  to idle");
+}
+
+TEST_F(GroupRunTest, ARunThatRanOutOfMemoryBringsTheGroupAndItsItemsToRest) {
+    const std::string name(29, 'n');  // its copy takes 30 bytes, like nothing else
+    AddItem(name);
+    g_resultMgr.SetResultStatic(name, "success");
+    EXPECT_EQ(g_resultMgr.StartGroup("unknown_group"), 1U);
+    TaskData task;
+    Inspect::GroupRequest request{{support::Request(name, "go")}, {"client", "cli_reply"}, "unknown_group"};
+    const support::AllocFailure failure(support::AllocFailure::Kind::kThrowing, 30);
+    Inspect::RunGroup(std::move(request), task);
+    EXPECT_TRUE(failure.Happened());
+    const Lines lines = support::LogLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 inspect_dealmsg 19: group run given up: std::bad_alloc"), 1);
+    EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|unknown_group");
+    EXPECT_EQ(Stored(name), name + "|idle|init");
+    EXPECT_TRUE(Records().empty());
 }
 
 // ---- the stop routine ----

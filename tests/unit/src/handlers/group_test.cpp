@@ -1,5 +1,6 @@
 // Synchronous group requests.
 #include <functional>
+#include <string>
 
 #include "handlers/handlers.h"
 #include "support/alloc_failure.h"
@@ -95,6 +96,7 @@ TEST_F(SyncDealGroupTest, AStopWithoutMemoryForTheReplyStopsNothing) {
         EXPECT_TRUE(Call(Inspect::SyncDealStopGroup, message.Param(id)).Empty());
         EXPECT_TRUE(failure.Happened());
     }
+    EXPECT_EQ(support::LogLines(), Lines{"3 inspect_dealmsg 19: stop group [" + std::to_string(id) + "]"});
     ASSERT_TRUE(kivo::fake::Finish());
     EXPECT_FALSE(stopped);
 }

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "fake/fake.h"
 #include "ominspect/entry.h"
 
 namespace {
@@ -85,6 +86,13 @@ TEST(JsonGetValueTest, FailsForNullArguments) {
     EXPECT_STREQ(out, "abc");
     EXPECT_EQ(JsonGetValue(&json, "name", out, 4), 0U);
     EXPECT_STREQ(out, "x");
+}
+
+TEST(JsonGetValueTest, FailsWhenTheValueCannotBeCopied) {
+    kivo::fake::Reset();
+    kivo::fake::Fail("strncpy_s", 34);
+    EXPECT_EQ(Get(R"({"name":"item"})", "name"), kFailed);
+    EXPECT_EQ(Get(R"({"name":"item"})", "name"), (Got{0, "item"}));
 }
 
 TEST(JsonGetValueTest, ReadsUpToTheNulAndNoFurther) {

@@ -84,6 +84,15 @@ TEST_F(InspectSingleTest, ANameOf32AndACommandOf128BytesAreLeftEmpty) {
     EXPECT_EQ(support::LogLines().back(), "1 ResultMgr 13: Get Result fail, name [" + std::string(31, 'n') + "]");
 }
 
+TEST_F(InspectSingleTest, ANameThatCannotBeCopiedIsLoggedAndTheRequestGoesOn) {
+    AddItem("item");
+    support::OwnerAnswers("success", "all well");
+    kivo::fake::Fail("strcpy_s", 34);
+    EXPECT_NE(Do(Request("item", "go")), 0);
+    EXPECT_EQ(support::LogLines().at(1), "1 inspect_dealmsg 19: InspectSingle cpy err");
+    EXPECT_EQ(Item(), "item|success|all well");
+}
+
 TEST_F(InspectSingleTest, ARunThatEndsAtOnceIsFinal) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");

@@ -69,6 +69,15 @@ TEST_F(HeartbeatTest, GoesOnWithoutRegistration) {
                      "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)", "OsMsgTaskRoutineByName(heartbeat)"}));
 }
 
+TEST_F(HeartbeatTest, GoesOnWithoutTheProcessName) {
+    kivo::fake::Fail("strcpy_s", 34);
+    EXPECT_EQ(InspectHeartBeatThread(), 0U);
+    EXPECT_EQ(support::Steps(),
+              (Lines{"1 inspect_heartbeat 21: strcpy_s failed, err is 34", "OsMonitorProReg(, 30000)",
+                     "OsTmrCreate(1, 5, 1)", "3 inspect_heartbeat 21: OsTmrCreate succ",
+                     "OsMsgSubscribeEvent(2097154, omlog, omlog, heartbeat)", "OsMsgTaskRoutineByName(heartbeat)"}));
+}
+
 TEST_F(HeartbeatTest, GoesOnWithoutTimer) {
     kivo::fake::Fail("OsTmrCreate", 12);
     EXPECT_EQ(InspectHeartBeatThread(), 0U);

@@ -1,12 +1,43 @@
 // Signal mask and timer manager.
+//
+// The program is linked so that OsPthreadSigmask passes through here.
+#include <algorithm>
 #include <csignal>
 #include <string>
 
+#include "kivo/os_signal.h"
 #include "server/start.h"
 #include "support/journal_text.h"
 #include "support/platform_test.h"
 
 using support::Lines;
+
+namespace {
+
+enum class OldSet { kNotPassed, kNull, kZero, kOther };
+OldSet g_oldSet = OldSet::kNotPassed;
+
+OldSet KindOf(const OsSigSet* oldSet) {
+    if (oldSet == nullptr) {
+        return OldSet::kNull;
+    }
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(oldSet);
+    return std::all_of(bytes, bytes + sizeof(*oldSet), [](unsigned char byte) { return byte == 0; }) ? OldSet::kZero
+                                                                                                     : OldSet::kOther;
+}
+
+}  // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming): the linker makes the names
+extern "C" {
+
+uint32_t __real_OsPthreadSigmask(uint32_t how, const OsSigSet* set, OsSigSet* oldSet);
+uint32_t __wrap_OsPthreadSigmask(uint32_t how, const OsSigSet* set, OsSigSet* oldSet) {
+    g_oldSet = KindOf(oldSet);
+    return __real_OsPthreadSigmask(how, set, oldSet);
+}
+}
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 namespace {
 
@@ -36,6 +67,12 @@ TEST_F(InitTimerTest, BlocksTheTwoSignalsThenStartsTheTimerManager) {
     EXPECT_TRUE(Blocked(SIGUSR1));
     EXPECT_FALSE(Blocked(SIGUSR2));
     EXPECT_FALSE(Blocked(SIGTERM));
+}
+
+TEST_F(InitTimerTest, PassesAZeroedSetForTheOldMask) {
+    static_assert(sizeof(OsSigSet) == 128);
+    EXPECT_EQ(InitTimer(), 0U);
+    EXPECT_EQ(g_oldSet, OldSet::kZero);
 }
 
 TEST_F(InitTimerTest, StopsWhenTheSetCannotBeEmptied) {
