@@ -46,6 +46,16 @@ protected:
         return record;
     }
 
+    // How often the operations log holds a text.
+    [[nodiscard]] size_t Occurrences(const std::string& text) const {
+        const std::string log = ServerLog();
+        size_t count = 0;
+        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) {
+            ++count;
+        }
+        return count;
+    }
+
     // Has the owner report an item's result.
     static void Report(const std::string& process, const char* item, const char* status, const char* text) {
         tagKivoOmInspectionResult report{};
@@ -77,6 +87,27 @@ TEST_F(InTheBackground, AnItemThatIsReportedLaterGivesTwoResultsAndTheServerIsId
     EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
     Report("owner1", "later", "success", "again");
     EXPECT_EQ(AwaitResult(), "later success/again");
+}
+
+TEST_F(InTheBackground, ProgressThatAnOwnerReportsReachesEveryRequester) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"later"});
+    const auto hears = [](const char* result) {
+        EXPECT_EQ(AwaitResult(), result);
+        EXPECT_EQ(AwaitResult(), result);
+    };
+    for (int requester = 0; requester < 2; ++requester) {
+        Start("later");
+        EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
+    }
+    EXPECT_TRUE(Eventually([this] { return Occurrences("add requester [later] to [itest:itest]") == 2; }));
+    Report("owner1", "later", "running", "40%");
+    hears("later running/40%");
+    Report("owner1", "later", "running", "80%");
+    hears("later running/80%");
+    Report("owner1", "later", "success", "done at last");
+    hears("later success/done at last");
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(InTheBackground, AnOwnerThatDiesLeavesItsItemToTheTimeLimit) {
