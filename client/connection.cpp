@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -18,8 +19,9 @@
 namespace ominspect::client {
 namespace {
 
-// Results and restarts have a task of their own: an event function may be slow.
-constexpr const char* kMailTask = "ic_task";
+// The first lane's; those of the others have the lane's number behind it. Results do not come by the task of the
+// events: an event function may be slow.
+constexpr std::string_view kMailTask = "ic_task";
 constexpr const char* kEventTask = "ic_events";
 constexpr std::uint32_t kQueueDepth = 1024;
 // A process id is unique on one machine only; several containers on one bus may meet on it.
@@ -36,6 +38,16 @@ void SetName(char (&field)[size], std::string_view name) {
     std::memcpy(field, name.data(), std::min(name.size(), size - 1));
 }
 
+std::string MailTask(std::size_t lane) {
+    return std::string(kMailTask) + (lane > 0 ? std::to_string(lane) : "");
+}
+
+std::size_t LaneOf(std::string_view task) {
+    std::size_t lane = 0;
+    (void)std::from_chars(task.data() + kMailTask.size(), task.data() + task.size(), lane);
+    return lane;
+}
+
 std::uint32_t AttachUnique() {
     const std::string base = "ic-" + std::to_string(getpid());
     std::uint32_t result = OsProcAttach(base.c_str());
@@ -45,17 +57,17 @@ std::uint32_t AttachUnique() {
     return result;
 }
 
-TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param) {
+TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param, std::size_t lane = 0) {
     TagMsgBlock msg{};
     msg.msgId = msgId;
     msg.param = param;
     SetName(msg.dstProcName, OM_INSPECT_PROC_NAME);
     SetName(msg.dstTaskName, OM_INSPECT_TASK_NAME);
-    SetName(msg.replyTaskName, kMailTask);
+    SetName(msg.replyTaskName, MailTask(lane));
     return msg;
 }
 
-OsTaskDescriptor TaskOf(const char* name, OsTaskHandler handler, OsTaskEntry entry) {
+OsTaskDescriptor TaskOf(std::string_view name, OsTaskHandler handler, OsTaskEntry entry) {
     OsTaskDescriptor task{};
     SetName(task.name, name);
     task.queueDepth = kQueueDepth;
@@ -134,7 +146,7 @@ std::optional<Error> Connection::Join(std::string_view processName) {
             return wire::FromBus(created);
         }
     }
-    return Subscribe(kMailTask, {OS_MSG_EVENT_PROC_RESTART});
+    return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
 }
 
 // The server is the only one that the tasks listen to.
@@ -157,7 +169,7 @@ std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
 }
 
 std::uint32_t Connection::RunMail() {
-    const std::uint32_t result = OsMsgTaskRoutineByName(kMailTask);
+    const std::uint32_t result = OsMsgTaskRoutineByName(MailTask(0).c_str());
     Connection* connection = g_connection.load();
     if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) {
         connection->inbox_.BusLost();
@@ -176,10 +188,16 @@ std::uint32_t Connection::RunEvents() {
 
 void Connection::TakeMail(const TagMsgBlock& msg) {
     const wire::Bytes data(msg.data, msg.dataLen);
+    const std::size_t lane = LaneOf(msg.dstTaskName);
     switch (msg.msgId) {
         case OM_INSPECT_MSG_RUN:
             if (const auto item = wire::ItemOf(data)) {
-                inbox_.Put(*item, wire::DecodeResult(data));
+                inbox_.Put({lane, *item}, wire::DecodeResult(data));
+            }
+            break;
+        case OM_INSPECT_EVENT_RUN:
+            if (const auto result = wire::DecodeResult(data); result && wire::IsBeginning(*result)) {
+                inbox_.RunBegan({lane, result->name});
             }
             break;
         case OM_INSPECT_MSG_RUN_GROUP:
@@ -262,12 +280,33 @@ void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
     abandoned_.push_back({std::move(call), std::move(thread)});
 }
 
-std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) {
-    TagMsgBlock msg = EnvelopeOf(msgId, 0);
+std::optional<Error> Connection::PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload) {
+    if (auto error = OpenLane(lane)) {
+        return error;
+    }
+    TagMsgBlock msg = EnvelopeOf(msgId, 0, lane);
     SetPayload(msg, payload);
     const std::uint32_t result = OsMsgAsynSend(&msg);
     if (result != OS_MSG_OK) {
         return wire::FromBus(result);
+    }
+    return std::nullopt;
+}
+
+// A lane stays open: the platform has no end of a task before that of the process.
+std::optional<Error> Connection::OpenLane(std::size_t lane) {
+    const std::lock_guard lock(mutex_);
+    for (; openLanes_ <= lane; ++openLanes_) {
+        const std::string name = MailTask(openLanes_);
+        const OsTaskDescriptor task = TaskOf(name, HandleMail, nullptr);
+        // The first one is there from the beginning, another one since an attempt that failed below.
+        const std::uint32_t created = OsTaskCreate(&task);
+        if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
+            return wire::FromBus(created);
+        }
+        if (auto error = Subscribe(name, {OM_INSPECT_EVENT_RUN})) {
+            return error;
+        }
     }
     return std::nullopt;
 }
@@ -297,7 +336,7 @@ std::optional<Error> Connection::SubscribeEvents() {
     return Subscribe(kEventTask, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
 }
 
-std::optional<Error> Connection::Subscribe(const char* task, std::initializer_list<std::uint32_t> eventIds) {
+std::optional<Error> Connection::Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds) {
     std::vector<OsMsgSubscription> subscriptions;
     for (const std::uint32_t eventId : eventIds) {
         OsMsgSubscription& subscription = subscriptions.emplace_back();

@@ -56,6 +56,10 @@ const char* ErrorWord(ErrorCode code) {
     return "internal";
 }
 
+RequestKind KindOf(const Request& request) {
+    return request.cmd == "stop" || request.cmd == "done" ? RequestKind::kCommand : RequestKind::kRun;
+}
+
 bool IsUnknownItem(const ItemResult& result) {
     return result.status == "fail" && result.text == "no support";
 }
@@ -326,6 +330,10 @@ std::optional<std::uint32_t> TaskOf(Bytes record) {
         return std::nullopt;
     }
     return NumberOf(record.first(sizeof(std::uint32_t)));
+}
+
+bool IsBeginning(const ItemResult& result) {
+    return result.status == "running" && result.text == "begin";
 }
 
 Result<bool> DecodeBusy(Bytes data) {

@@ -51,6 +51,9 @@ Result<ItemResult> DecodeResult(Bytes record);
 std::optional<std::string> ItemOf(Bytes record);
 std::optional<std::uint32_t> TaskOf(Bytes record);
 
+// Whether the result of a run event says that a run began: the server's own words, before the owner is asked.
+bool IsBeginning(const ItemResult& result);
+
 // The data of the busy event: true for busy. MalformedReply: neither of its values.
 Result<bool> DecodeBusy(Bytes data);
 
