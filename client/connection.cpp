@@ -13,6 +13,7 @@
 
 #include <unistd.h>
 
+#include "failure.h"
 #include "ominspect/messages.h"
 #include "wire.h"
 
@@ -48,13 +49,20 @@ std::size_t LaneOf(std::string_view task) {
     return lane;
 }
 
-std::uint32_t AttachUnique() {
-    const std::string base = "ic-" + std::to_string(getpid());
-    std::uint32_t result = OsProcAttach(base.c_str());
-    for (int i = 1; i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
-        result = OsProcAttach((base + "-" + std::to_string(i)).c_str());
+// Under this name, or one made from the process id.
+std::optional<Error> Attach(std::string name) {
+    const bool given = !name.empty();
+    const std::string base = given ? name : "ic-" + std::to_string(getpid());
+    name = base;
+    std::uint32_t result = OsProcAttach(name.c_str());
+    for (int i = 1; !given && i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
+        name = base + "-" + std::to_string(i);
+        result = OsProcAttach(name.c_str());
     }
-    return result;
+    if (result != OS_MSG_OK) {
+        return JoinError(result, name);
+    }
+    return std::nullopt;
 }
 
 TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param, std::size_t lane = 0) {
@@ -82,7 +90,7 @@ void SetPayload(TagMsgBlock& msg, std::string& payload) {
 }
 
 Error TimeIsOver() {
-    return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    return SendError(OS_MSG_ERR_TIMEOUT);
 }
 
 Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::milliseconds time) {
@@ -95,7 +103,7 @@ Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::mill
     const std::uint32_t result = OsMsgSynSend(&msg, &raw, static_cast<std::uint32_t>(time.count()));
     const std::unique_ptr<TagMsgBlock, decltype(&OsMsgSynRespFree)> reply(raw, &OsMsgSynRespFree);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
     }
     if (!reply || reply->data == nullptr) {
         return std::string();
@@ -132,10 +140,8 @@ Connection::~Connection() {
 }
 
 std::optional<Error> Connection::Join(std::string_view processName) {
-    const std::uint32_t attached =
-        processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
-    if (attached != OS_MSG_OK) {
-        return wire::FromBus(attached);
+    if (auto error = Attach(std::string(processName))) {
+        return error;
     }
     joined_ = true;
     g_connection = this;
@@ -143,7 +149,7 @@ std::optional<Error> Connection::Join(std::string_view processName) {
                                       TaskOf(kEventTask, HandleEvent, RunEvents)};
     for (const OsTaskDescriptor& task : tasks) {
         if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) {
-            return wire::FromBus(created);
+            return SendError(created);
         }
     }
     return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
@@ -288,7 +294,7 @@ std::optional<Error> Connection::PostByLane(std::size_t lane, std::uint32_t msgI
     SetPayload(msg, payload);
     const std::uint32_t result = OsMsgAsynSend(&msg);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
     }
     return std::nullopt;
 }
@@ -302,7 +308,7 @@ std::optional<Error> Connection::OpenLane(std::size_t lane) {
         // The first one is there from the beginning, another one since an attempt that failed below.
         const std::uint32_t created = OsTaskCreate(&task);
         if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
-            return wire::FromBus(created);
+            return SendError(created);
         }
         if (auto error = Subscribe(name, {OM_INSPECT_EVENT_RUN})) {
             return error;
@@ -348,7 +354,7 @@ std::optional<Error> Connection::Subscribe(const std::string& task, std::initial
     const std::uint32_t result =
         OsMsgSubscribeEvent(subscriptions.data(), static_cast<std::uint32_t>(subscriptions.size()), 0);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
     }
     return std::nullopt;
 }

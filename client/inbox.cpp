@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "failure.h"
+
 namespace ominspect::client {
 namespace {
 
@@ -142,10 +144,10 @@ Result<std::optional<T>> Inbox::Wait(std::uint64_t life, const Limit& limit, Lim
         return Error{ErrorCode::kCancelled, "cancelled"};
     }
     if (busLost_) {
-        return Error{ErrorCode::kBusUnreachable, "the message bus was lost"};
+        return BusLostError();
     }
     if (serverLife_ != life) {
-        return Error{ErrorCode::kServerAbsent, "the server restarted and forgot the run"};
+        return RestartError();
     }
     return std::optional<T>();
 }

@@ -286,7 +286,7 @@ TEST_F(ClientRun, AServerThatDiesOrRestartsEndsTheWait) {
     server.emplace(StartServer());
     const auto after = run->Next(kEnough);
     EXPECT_EQ(after.Failure().code, ErrorCode::kServerAbsent);
-    EXPECT_EQ(after.Failure().text, "the server restarted and forgot the run");
+    EXPECT_EQ(after.Failure().text, "server absent: it restarted and forgot the run");
 }
 
 }  // namespace

@@ -35,6 +35,9 @@ struct ItemResult {
 // Whether the result says that no owner has registered the item: "fail", "no support".
 bool IsUnknownItem(const ItemResult& result);
 
+// The same for people, with the item's name as it stands.
+std::string UnknownItemText(std::string_view item);
+
 // Where a run in the background comes from.
 enum class RunOrigin {
     kUnknown,  // the server has told nothing of it yet
