@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -12,14 +13,16 @@
 
 #include <unistd.h>
 
+#include "failure.h"
 #include "ominspect/messages.h"
 #include "wire.h"
 
 namespace ominspect::client {
 namespace {
 
-// Results and restarts have a task of their own: an event function may be slow.
-constexpr const char* kMailTask = "ic_task";
+// The first lane's; those of the others have the lane's number behind it. Results do not come by the task of the
+// events: an event function may be slow.
+constexpr std::string_view kMailTask = "ic_task";
 constexpr const char* kEventTask = "ic_events";
 constexpr std::uint32_t kQueueDepth = 1024;
 // A process id is unique on one machine only; several containers on one bus may meet on it.
@@ -36,26 +39,43 @@ void SetName(char (&field)[size], std::string_view name) {
     std::memcpy(field, name.data(), std::min(name.size(), size - 1));
 }
 
-std::uint32_t AttachUnique() {
-    const std::string base = "ic-" + std::to_string(getpid());
-    std::uint32_t result = OsProcAttach(base.c_str());
-    for (int i = 1; i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
-        result = OsProcAttach((base + "-" + std::to_string(i)).c_str());
-    }
-    return result;
+std::string MailTask(std::size_t lane) {
+    return std::string(kMailTask) + (lane > 0 ? std::to_string(lane) : "");
 }
 
-TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param) {
+std::size_t LaneOf(std::string_view task) {
+    std::size_t lane = 0;
+    (void)std::from_chars(task.data() + kMailTask.size(), task.data() + task.size(), lane);
+    return lane;
+}
+
+// Under this name, or one made from the process id.
+std::optional<Error> Attach(std::string name) {
+    const bool given = !name.empty();
+    const std::string base = given ? name : "ic-" + std::to_string(getpid());
+    name = base;
+    std::uint32_t result = OsProcAttach(name.c_str());
+    for (int i = 1; !given && i < kNameAttempts && result == OS_MSG_ERR_NAME_TAKEN; ++i) {
+        name = base + "-" + std::to_string(i);
+        result = OsProcAttach(name.c_str());
+    }
+    if (result != OS_MSG_OK) {
+        return JoinError(result, name);
+    }
+    return std::nullopt;
+}
+
+TagMsgBlock EnvelopeOf(std::uint32_t msgId, std::uint32_t param, std::size_t lane = 0) {
     TagMsgBlock msg{};
     msg.msgId = msgId;
     msg.param = param;
     SetName(msg.dstProcName, OM_INSPECT_PROC_NAME);
     SetName(msg.dstTaskName, OM_INSPECT_TASK_NAME);
-    SetName(msg.replyTaskName, kMailTask);
+    SetName(msg.replyTaskName, MailTask(lane));
     return msg;
 }
 
-OsTaskDescriptor TaskOf(const char* name, OsTaskHandler handler, OsTaskEntry entry) {
+OsTaskDescriptor TaskOf(std::string_view name, OsTaskHandler handler, OsTaskEntry entry) {
     OsTaskDescriptor task{};
     SetName(task.name, name);
     task.queueDepth = kQueueDepth;
@@ -70,7 +90,7 @@ void SetPayload(TagMsgBlock& msg, std::string& payload) {
 }
 
 Error TimeIsOver() {
-    return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    return SendError(OS_MSG_ERR_TIMEOUT);
 }
 
 Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::milliseconds time) {
@@ -83,7 +103,7 @@ Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::mill
     const std::uint32_t result = OsMsgSynSend(&msg, &raw, static_cast<std::uint32_t>(time.count()));
     const std::unique_ptr<TagMsgBlock, decltype(&OsMsgSynRespFree)> reply(raw, &OsMsgSynRespFree);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
     }
     if (!reply || reply->data == nullptr) {
         return std::string();
@@ -120,10 +140,8 @@ Connection::~Connection() {
 }
 
 std::optional<Error> Connection::Join(std::string_view processName) {
-    const std::uint32_t attached =
-        processName.empty() ? AttachUnique() : OsProcAttach(std::string(processName).c_str());
-    if (attached != OS_MSG_OK) {
-        return wire::FromBus(attached);
+    if (auto error = Attach(std::string(processName))) {
+        return error;
     }
     joined_ = true;
     g_connection = this;
@@ -131,10 +149,10 @@ std::optional<Error> Connection::Join(std::string_view processName) {
                                       TaskOf(kEventTask, HandleEvent, RunEvents)};
     for (const OsTaskDescriptor& task : tasks) {
         if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) {
-            return wire::FromBus(created);
+            return SendError(created);
         }
     }
-    return Subscribe(kMailTask, {OS_MSG_EVENT_PROC_RESTART});
+    return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
 }
 
 // The server is the only one that the tasks listen to.
@@ -157,7 +175,7 @@ std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
 }
 
 std::uint32_t Connection::RunMail() {
-    const std::uint32_t result = OsMsgTaskRoutineByName(kMailTask);
+    const std::uint32_t result = OsMsgTaskRoutineByName(MailTask(0).c_str());
     Connection* connection = g_connection.load();
     if (result == OS_MSG_ERR_NO_BUS && connection != nullptr) {
         connection->inbox_.BusLost();
@@ -176,10 +194,16 @@ std::uint32_t Connection::RunEvents() {
 
 void Connection::TakeMail(const TagMsgBlock& msg) {
     const wire::Bytes data(msg.data, msg.dataLen);
+    const std::size_t lane = LaneOf(msg.dstTaskName);
     switch (msg.msgId) {
         case OM_INSPECT_MSG_RUN:
             if (const auto item = wire::ItemOf(data)) {
-                inbox_.Put(*item, wire::DecodeResult(data));
+                inbox_.Put({lane, *item}, wire::DecodeResult(data));
+            }
+            break;
+        case OM_INSPECT_EVENT_RUN:
+            if (const auto result = wire::DecodeResult(data); result && wire::IsBeginning(*result)) {
+                inbox_.RunBegan({lane, result->name});
             }
             break;
         case OM_INSPECT_MSG_RUN_GROUP:
@@ -262,12 +286,33 @@ void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
     abandoned_.push_back({std::move(call), std::move(thread)});
 }
 
-std::optional<Error> Connection::Post(std::uint32_t msgId, std::string payload) {
-    TagMsgBlock msg = EnvelopeOf(msgId, 0);
+std::optional<Error> Connection::PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload) {
+    if (auto error = OpenLane(lane)) {
+        return error;
+    }
+    TagMsgBlock msg = EnvelopeOf(msgId, 0, lane);
     SetPayload(msg, payload);
     const std::uint32_t result = OsMsgAsynSend(&msg);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
+    }
+    return std::nullopt;
+}
+
+// A lane stays open: the platform has no end of a task before that of the process.
+std::optional<Error> Connection::OpenLane(std::size_t lane) {
+    const std::lock_guard lock(mutex_);
+    for (; openLanes_ <= lane; ++openLanes_) {
+        const std::string name = MailTask(openLanes_);
+        const OsTaskDescriptor task = TaskOf(name, HandleMail, nullptr);
+        // The first one is there from the beginning, another one since an attempt that failed below.
+        const std::uint32_t created = OsTaskCreate(&task);
+        if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
+            return SendError(created);
+        }
+        if (auto error = Subscribe(name, {OM_INSPECT_EVENT_RUN})) {
+            return error;
+        }
     }
     return std::nullopt;
 }
@@ -297,7 +342,7 @@ std::optional<Error> Connection::SubscribeEvents() {
     return Subscribe(kEventTask, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
 }
 
-std::optional<Error> Connection::Subscribe(const char* task, std::initializer_list<std::uint32_t> eventIds) {
+std::optional<Error> Connection::Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds) {
     std::vector<OsMsgSubscription> subscriptions;
     for (const std::uint32_t eventId : eventIds) {
         OsMsgSubscription& subscription = subscriptions.emplace_back();
@@ -309,7 +354,7 @@ std::optional<Error> Connection::Subscribe(const char* task, std::initializer_li
     const std::uint32_t result =
         OsMsgSubscribeEvent(subscriptions.data(), static_cast<std::uint32_t>(subscriptions.size()), 0);
     if (result != OS_MSG_OK) {
-        return wire::FromBus(result);
+        return SendError(result);
     }
     return std::nullopt;
 }

@@ -36,8 +36,8 @@ public:
     Result<std::string> Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param = 0,
                             std::chrono::milliseconds grace = {});
 
-    // Sends without a reply.
-    static std::optional<Error> Post(std::uint32_t msgId, std::string payload);
+    // Sends without a reply; results will come by this lane of the inbox.
+    std::optional<Error> PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload);
 
     // Whether the server is there and answers; false: it is too busy to say so. Cancelled, ServerAbsent,
     // BusUnreachable, Denied.
@@ -56,8 +56,9 @@ private:
     static std::uint32_t HandleEvent(TagMsgBlock* msg);
     static std::uint32_t RunMail();
     static std::uint32_t RunEvents();
-    static std::optional<Error> Subscribe(const char* task, std::initializer_list<std::uint32_t> eventIds);
+    static std::optional<Error> Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds);
     void TakeMail(const TagMsgBlock& msg);
+    std::optional<Error> OpenLane(std::size_t lane);
     void TellEvent(const TagMsgBlock& msg) const;
     Result<std::string> AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
                                        std::chrono::milliseconds grace);
@@ -73,8 +74,9 @@ private:
 
     void Abandon(std::shared_ptr<Call> call, std::thread thread);
 
-    std::mutex mutex_;  // guards `abandoned_`
+    std::mutex mutex_;  // guards `abandoned_` and `openLanes_`
     std::list<Abandoned> abandoned_;
+    std::size_t openLanes_ = 0;  // so many lanes, from the first on, have their task and hear of runs that begin
 };
 
 }  // namespace ominspect::client

@@ -2,9 +2,9 @@
 #include "ominspect/client/group.h"
 
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
 #include <string>
+
+#include "waiting.h"
 
 namespace ominspect::client {
 namespace {
@@ -14,30 +14,11 @@ constexpr std::chrono::milliseconds kAskAgain{250};
 // What the server may need to stop a group; the runner looks at its stop flag once a second.
 constexpr std::chrono::milliseconds kStopLimit{6000};
 
-// Waits, unless the limit is over or cancelled before.
-void Pause(std::chrono::milliseconds time, const Limit& limit) {
-    std::mutex mutex;
-    std::condition_variable_any never;
-    std::unique_lock lock(mutex);
-    (void)never.wait_until(lock, limit.Cancel(), std::min(limit.Deadline(), Limit::Clock::now() + time),
-                           [] { return false; });
-}
-
-std::optional<Error> OverError(const Limit& limit) {
-    if (limit.Cancelled()) {
-        return Error{ErrorCode::kCancelled, "cancelled"};
-    }
-    if (limit.Left().count() == 0) {
-        return Error{ErrorCode::kTimeLimit, "the time limit is over"};
-    }
-    return std::nullopt;
-}
-
 Result<GroupRun> Start(Session& session, std::span<const Request> requests, const GroupOptions& options,
                        bool waitForTurn, const Limit& limit) {
     bool told = false;
     for (;;) {
-        if (auto over = OverError(limit)) {
+        if (auto over = EndOf(limit)) {
             return *over;
         }
         auto run = session.StartGroup(requests, limit);

@@ -1,27 +1,34 @@
-// What the server sends to a session by itself, and who waits for it.
+// Results by the lane on which they came and the item that they name.
 #include "inbox.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "failure.h"
+
 namespace ominspect::client {
 namespace {
 
-// Records of tasks that nobody asks for: those of cancelled groups.
+// How many records wait of which nobody has asked yet; those of cancelled groups stay.
 constexpr std::size_t kMaxRecords = 16;
-// An owner may report "running" as often as it likes; the newest matter.
+// An owner may report "running" as often as it likes; the newest results are kept.
 constexpr std::size_t kMaxResults = 1024;
 
 }  // namespace
 
-void Inbox::Put(const std::string& item, Result<ItemResult> result) {
+void Inbox::Put(const Address& address, Result<ItemResult> result) {
     const std::lock_guard lock(mutex_);
-    const auto found = boxes_.find(item);
+    const auto found = boxes_.find(address);
     if (found == boxes_.end()) {
         return;
     }
     Box& box = found->second;
-    if (!result || result->status != "running") {
+    if (box.origin == RunOrigin::kUnknown) {
+        // The server tells the beginning of a run before its first result, and begins none of an unknown item.
+        const bool isOwn = box.kind == RequestKind::kCommand || (result && IsUnknownItem(*result));
+        box.origin = isOwn ? RunOrigin::kOwn : RunOrigin::kJoined;
+    }
+    if (box.kind == RequestKind::kCommand || !result || result->status != "running") {
         box.isOwed = false;
     }
     if (!box.isExpected) {
@@ -37,6 +44,14 @@ void Inbox::Put(const std::string& item, Result<ItemResult> result) {
     changed_.notify_all();
 }
 
+void Inbox::RunBegan(const Address& address) {
+    const std::lock_guard lock(mutex_);
+    const auto found = boxes_.find(address);
+    if (found != boxes_.end() && found->second.origin == RunOrigin::kUnknown) {
+        found->second.origin = RunOrigin::kOwn;
+    }
+}
+
 void Inbox::Put(std::uint32_t taskId, Result<GroupRecord> record) {
     const std::lock_guard lock(mutex_);
     if (records_.size() == kMaxRecords) {
@@ -50,7 +65,7 @@ void Inbox::ServerRestarted() {
     const std::lock_guard lock(mutex_);
     ++serverLife_;
     std::erase_if(boxes_, [](const auto& entry) { return !entry.second.isExpected; });
-    for (auto& [item, box] : boxes_) {
+    for (auto& [address, box] : boxes_) {
         box.isOwed = false;
     }
     changed_.notify_all();
@@ -67,22 +82,31 @@ std::uint64_t Inbox::ServerLife() const {
     return serverLife_;
 }
 
-Inbox::Expected Inbox::Expect(const std::string& item) {
+std::optional<std::size_t> Inbox::Expect(const std::string& item, RequestKind kind) {
     const std::lock_guard lock(mutex_);
-    const auto [entry, fresh] = boxes_.try_emplace(item);
-    if (fresh) {
-        return Expected::kNew;
+    const Box box{.kind = kind, .number = ++requests_, .results = {}};
+    auto oldest = boxes_.end();
+    for (std::size_t lane = 0; lane < kLanes; ++lane) {
+        const auto [entry, fresh] = boxes_.try_emplace({lane, item}, box);
+        if (fresh) {
+            return lane;
+        }
+        const bool forgotten = !entry->second.isExpected;
+        if (forgotten && (oldest == boxes_.end() || entry->second.number < oldest->second.number)) {
+            oldest = entry;
+        }
     }
-    if (entry->second.isExpected) {
-        return Expected::kTwice;
+    // Requests that were lost leave lanes behind on which nothing will come.
+    if (oldest == boxes_.end()) {
+        return std::nullopt;
     }
-    entry->second.isExpected = true;
-    return Expected::kTakenUp;
+    oldest->second = box;
+    return oldest->first.lane;
 }
 
-void Inbox::Forget(const std::string& item) {
+void Inbox::Forget(const Address& address) {
     const std::lock_guard lock(mutex_);
-    const auto found = boxes_.find(item);
+    const auto found = boxes_.find(address);
     if (found == boxes_.end()) {
         return;
     }
@@ -93,9 +117,15 @@ void Inbox::Forget(const std::string& item) {
     }
 }
 
-void Inbox::Withdraw(const std::string& item) {
+void Inbox::Withdraw(const Address& address) {
     const std::lock_guard lock(mutex_);
-    boxes_.erase(item);
+    boxes_.erase(address);
+}
+
+RunOrigin Inbox::Origin(const Address& address) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = boxes_.find(address);
+    return found != boxes_.end() ? found->second.origin : RunOrigin::kUnknown;
 }
 
 template <typename T, typename Take>
@@ -114,18 +144,18 @@ Result<std::optional<T>> Inbox::Wait(std::uint64_t life, const Limit& limit, Lim
         return Error{ErrorCode::kCancelled, "cancelled"};
     }
     if (busLost_) {
-        return Error{ErrorCode::kBusUnreachable, "the message bus was lost"};
+        return BusLostError();
     }
     if (serverLife_ != life) {
-        return Error{ErrorCode::kServerAbsent, "the server restarted and forgot the run"};
+        return RestartError();
     }
     return std::optional<T>();
 }
 
-Result<std::optional<ItemResult>> Inbox::TakeResult(const std::string& item, std::uint64_t life, const Limit& limit,
+Result<std::optional<ItemResult>> Inbox::TakeResult(const Address& address, std::uint64_t life, const Limit& limit,
                                                     Limit::Clock::time_point deadline) {
-    return Wait<ItemResult>(life, limit, deadline, [this, &item]() -> std::optional<Result<ItemResult>> {
-        const auto found = boxes_.find(item);
+    return Wait<ItemResult>(life, limit, deadline, [this, &address]() -> std::optional<Result<ItemResult>> {
+        const auto found = boxes_.find(address);
         if (found == boxes_.end() || found->second.results.empty()) {
             return std::nullopt;
         }

@@ -7,6 +7,7 @@
 #include "connection.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
+#include "waiting.h"
 #include "wire.h"
 
 namespace ominspect::client {
@@ -36,8 +37,8 @@ Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
         if (*taken) {
             return std::move(**taken);
         }
-        if (limit.Left().count() == 0) {
-            return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+        if (auto over = EndOf(limit)) {
+            return *over;
         }
         const auto answers = connection.CheckPresence(limit);
         if (!answers) {
@@ -51,36 +52,42 @@ Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
 
 // ---- a run in the background ----
 
-BackgroundRun::BackgroundRun(Connection& connection, std::string item, std::uint64_t serverLife)
-    : connection_(&connection), item_(std::move(item)), serverLife_(serverLife) {}
+BackgroundRun::BackgroundRun(Connection& connection, const Request& request, std::size_t lane, std::uint64_t serverLife)
+    : connection_(&connection), item_(request.item), kind_(KindOf(request)), lane_(lane), serverLife_(serverLife) {}
 
 BackgroundRun::BackgroundRun(BackgroundRun&& other) noexcept
     : connection_(std::exchange(other.connection_, nullptr)),
       item_(std::move(other.item_)),
+      kind_(other.kind_),
+      lane_(other.lane_),
       serverLife_(other.serverLife_) {}
 
 BackgroundRun::~BackgroundRun() {
     if (connection_ != nullptr) {
-        connection_->Mail().Forget(item_);
+        connection_->Mail().Forget({lane_, item_});
     }
 }
 
 Result<ItemResult> BackgroundRun::Next(const Limit& limit) {
     return AwaitMail<ItemResult>(*connection_, limit, [&](Limit::Clock::time_point deadline) {
-        return connection_->Mail().TakeResult(item_, serverLife_, limit, deadline);
+        return connection_->Mail().TakeResult({lane_, item_}, serverLife_, limit, deadline);
     });
 }
 
 Result<ItemResult> BackgroundRun::Await(const Limit& limit, const std::function<void(const ItemResult&)>& onRunning) {
     for (;;) {
         auto result = Next(limit);
-        if (!result || result->status != "running") {
+        if (!result || kind_ == RequestKind::kCommand || result->status != "running") {
             return result;
         }
         if (onRunning) {
             onRunning(*result);
         }
     }
+}
+
+RunOrigin BackgroundRun::Origin() const {
+    return connection_->Mail().Origin({lane_, item_});
 }
 
 // ---- a group ----
@@ -125,11 +132,8 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
     if (!text) {
         return text.Failure();
     }
-    if (limit.Cancelled()) {
-        return Error{ErrorCode::kCancelled, "cancelled"};
-    }
-    if (limit.Left().count() == 0) {
-        return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    if (auto over = EndOf(limit)) {
+        return *over;
     }
     // The message itself goes unnoticed when there is no server.
     if (const auto answers = connection_->CheckPresence(limit); !answers) {
@@ -137,17 +141,24 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
     }
     Inbox& mail = connection_->Mail();
     const std::uint64_t life = mail.ServerLife();
-    const Inbox::Expected expected = mail.Expect(request.item);
-    if (expected == Inbox::Expected::kTwice) {
-        return Error{ErrorCode::kInvalidArgument, "this session waits for a run of the item already"};
+    const auto lane = mail.Expect(request.item, KindOf(request));
+    if (!lane) {
+        return Error{ErrorCode::kInvalidArgument,
+                     "this session waits for " + std::to_string(Inbox::kLanes) + " results of the item already"};
     }
-    if (expected == Inbox::Expected::kNew) {
-        if (auto error = Connection::Post(OM_INSPECT_MSG_START, std::move(*text))) {
-            mail.Withdraw(request.item);
-            return *error;
-        }
+    if (auto error = connection_->PostByLane(*lane, OM_INSPECT_MSG_START, std::move(*text))) {
+        mail.Withdraw({*lane, request.item});
+        return *error;
     }
-    return BackgroundRun(*connection_, request.item, life);
+    return BackgroundRun(*connection_, request, *lane, life);
+}
+
+Result<ItemResult> Session::Stop(std::string_view item, const Limit& limit) {
+    auto stop = Start({std::string(item), "stop"}, limit);
+    if (!stop) {
+        return stop.Failure();
+    }
+    return stop->Next(limit);
 }
 
 Result<GroupRun> Session::StartGroup(std::span<const Request> requests, const Limit& limit) {
@@ -156,11 +167,8 @@ Result<GroupRun> Session::StartGroup(std::span<const Request> requests, const Li
         return payload.Failure();
     }
     const std::uint64_t life = connection_->Mail().ServerLife();
-    if (limit.Cancelled()) {
-        return Error{ErrorCode::kCancelled, "cancelled"};
-    }
-    if (limit.Left().count() == 0) {
-        return wire::FromBus(OS_MSG_ERR_TIMEOUT);
+    if (auto over = EndOf(limit)) {
+        return *over;
     }
     const auto reply = connection_->Ask(OM_INSPECT_MSG_START_GROUP, std::move(*payload), limit, 0, kStartGrace);
     if (!reply) {

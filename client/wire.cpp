@@ -7,7 +7,6 @@
 
 #include <cjson/cJSON.h>
 
-#include "kivo/os_msg.h"
 #include "ominspect/records.h"
 
 namespace ominspect::client {
@@ -56,8 +55,16 @@ const char* ErrorWord(ErrorCode code) {
     return "internal";
 }
 
+RequestKind KindOf(const Request& request) {
+    return request.cmd == "stop" || request.cmd == "done" ? RequestKind::kCommand : RequestKind::kRun;
+}
+
 bool IsUnknownItem(const ItemResult& result) {
     return result.status == "fail" && result.text == "no support";
+}
+
+std::string UnknownItemText(std::string_view item) {
+    return "item unknown: no process has registered \"" + std::string(item) + "\" with the server";
 }
 
 std::optional<Error> CheckItemName(std::string_view item) {
@@ -328,46 +335,16 @@ std::optional<std::uint32_t> TaskOf(Bytes record) {
     return NumberOf(record.first(sizeof(std::uint32_t)));
 }
 
+bool IsBeginning(const ItemResult& result) {
+    return result.status == "running" && result.text == "begin";
+}
+
 Result<bool> DecodeBusy(Bytes data) {
     const auto number = NumberOf(data);
     if (!number || *number > 1) {
         return Malformed("a busy event that is neither busy nor idle");
     }
     return *number == 0;
-}
-
-Error FromBus(std::uint32_t code) {
-    ErrorCode kind = ErrorCode::kInternal;
-    switch (code) {
-        case OS_MSG_ERR_PARAM:
-            kind = ErrorCode::kInvalidArgument;
-            break;
-        case OS_MSG_ERR_ATTACHED:
-        case OS_MSG_ERR_NAME_TAKEN:
-            kind = ErrorCode::kAlreadyOpen;
-            break;
-        case OS_MSG_ERR_NOT_ATTACHED:
-        case OS_MSG_ERR_NO_BUS:
-            kind = ErrorCode::kBusUnreachable;
-            break;
-        case OS_MSG_ERR_ABSENT:
-        case OS_MSG_ERR_NO_TASK:
-        case OS_MSG_ERR_DIED:
-            kind = ErrorCode::kServerAbsent;
-            break;
-        case OS_MSG_ERR_TIMEOUT:
-            kind = ErrorCode::kTimeLimit;
-            break;
-        case OS_MSG_ERR_QUEUE_FULL:
-            kind = ErrorCode::kRefused;
-            break;
-        case OS_MSG_ERR_DENIED:
-            kind = ErrorCode::kDenied;
-            break;
-        default:
-            break;
-    }
-    return {kind, OsMsgResultText(code)};
 }
 
 }  // namespace wire

@@ -1,4 +1,4 @@
-// Requests and replies as bytes, and the bus's result codes as errors. Pure functions.
+// Requests and replies as bytes. Pure functions.
 #pragma once
 
 #include <cstdint>
@@ -51,10 +51,10 @@ Result<ItemResult> DecodeResult(Bytes record);
 std::optional<std::string> ItemOf(Bytes record);
 std::optional<std::uint32_t> TaskOf(Bytes record);
 
+// Whether the result of a run event says that a run began: the server's own words, before the owner is asked.
+bool IsBeginning(const ItemResult& result);
+
 // The data of the busy event: true for busy. MalformedReply: neither of its values.
 Result<bool> DecodeBusy(Bytes data);
-
-// A result code of the message bus that is not OS_MSG_OK.
-Error FromBus(std::uint32_t code);
 
 }  // namespace ominspect::client::wire

@@ -31,14 +31,14 @@ extern "C" {
 #define OS_MSG_ERR_NOT_ATTACHED 0x80020004u /* the process is not on the bus (yet, or any more) */
 #define OS_MSG_ERR_ATTACHED 0x80020005u     /* the process is on the bus already */
 #define OS_MSG_ERR_NAME_TAKEN 0x80020006u   /* another process, or another task of this one, has the name */
-#define OS_MSG_ERR_NO_BUS 0x80020007u       /* the bus cannot be reached, or refuses this process */
+#define OS_MSG_ERR_NO_BUS 0x80020007u       /* the bus cannot be reached, or was lost */
 #define OS_MSG_ERR_ABSENT 0x80020008u       /* the destination process is not there */
 #define OS_MSG_ERR_NO_TASK 0x80020009u      /* the destination process has no such task */
 #define OS_MSG_ERR_DIED 0x8002000au         /* the destination left the bus while it was asked */
 #define OS_MSG_ERR_TIMEOUT 0x8002000bu      /* no reply within the given time */
 #define OS_MSG_ERR_QUEUE_FULL 0x8002000cu   /* the destination task's queue is full */
 #define OS_MSG_ERR_TOO_LARGE 0x8002000du    /* the payload is larger than OS_MSG_MAX_PAYLOAD */
-#define OS_MSG_ERR_DENIED 0x8002000eu       /* the bus's policy forbids the message */
+#define OS_MSG_ERR_DENIED 0x8002000eu       /* the bus's policy forbids the message, or the process name */
 #define OS_MSG_ERR_NO_REQUEST 0x8002000fu   /* nobody waits for this reply: not synchronous, answered, or gone */
 #define OS_MSG_ERR_BUS 0x80020010u          /* the bus answered with any other error */
 
@@ -110,7 +110,7 @@ struct OsMsgSubscription {
 /* ---- process and tasks ---- */
 
 /* Joins the bus as `procName` without running a task. The bus is the one at KIVO_BUS_ADDRESS, else the system
- * bus. ATTACHED, NAME_TAKEN, NO_BUS, PARAM. */
+ * bus. ATTACHED, NAME_TAKEN, NO_BUS, DENIED, PARAM, NO_MEMORY. */
 uint32_t OsProcAttach(const char* procName);
 
 /* Leaves the bus: waiting calls fail with NOT_ATTACHED, message loops return, task threads are joined; unread
@@ -183,6 +183,13 @@ void OsMsgRegLogFunc(void (*log)(const char* text));
 
 /* How many messages a task of this process lost because its queue was full; 0 for an unknown task. */
 uint64_t OsMsgDroppedCount(const char* taskName);
+
+/* The address at which this process looks for the bus; never null. Valid until the environment changes. */
+const char* OsMsgBusAddress(void);
+
+/* What stood in the way when the calling thread's last OsProcAttach or OsTaskRun could not join the bus, as a short
+ * English text; empty when there is nothing to add to the result code. Valid until its next such call. */
+const char* OsMsgJoinFailure(void);
 
 /* A short English text for a result code; never null. */
 const char* OsMsgResultText(uint32_t result);

@@ -22,7 +22,8 @@ extern "C" {
 /* One item's result, 192 bytes: payload of messages 0 and 5, and of event 8. */
 struct tagKivoOmInspectionResult {
     char name[OM_INSPECT_NAME_SIZE];     /*   0: item name */
-    char status[OM_INSPECT_STATUS_SIZE]; /*  32: "idle", "running", "success", "fail", or the owner's own word */
+    char status[OM_INSPECT_STATUS_SIZE]; /*  32: "idle", "running", "success", "fail", the owner's own word, or empty
+                                                 (the answer to "done") */
     char text[OM_INSPECT_TEXT_SIZE];     /*  64: result text */
 };
 
@@ -56,11 +57,12 @@ struct tagKivoOmInspectionItemList {
     uint32_t reserved;                                           /* 12292: zero */
 };
 
-/* Head of the payload of message 4 (run request to an item's owner); `len` bytes of request text and one NUL
- * follow at offset 36. */
+/* Head of the payload of message 4 (run request to an item's owner); `len` bytes and one NUL follow at offset 36.
+ * The request text ends at its first NUL: `len` counts a NUL of the text's own, so that two NULs end the payload, but
+ * not when the server stops the items of a group. */
 struct tagKivoOmInspectionRunHead {
     char name[OM_INSPECT_NAME_SIZE]; /*  0: item name */
-    uint32_t len;                    /* 32: bytes of request text that follow, without the closing NUL */
+    uint32_t len;                    /* 32: bytes that follow, without the last NUL */
 };
 
 #ifdef __cplusplus

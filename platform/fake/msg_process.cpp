@@ -195,3 +195,11 @@ uint64_t OsMsgDroppedCount(const char* taskName) {
     const auto task = taskName == nullptr ? nullptr : CurrentProcess().FindTask(taskName);
     return task == nullptr ? 0 : task->dropped;
 }
+
+const char* OsMsgBusAddress(void) {
+    return "fake";
+}
+
+const char* OsMsgJoinFailure(void) {
+    return "";
+}

@@ -1,104 +1,17 @@
-// The requesters' library against a real server: time limits, cancellation, and what it says when something is missing.
-#include <gtest/gtest.h>
-
+// A session against a real server: time limits, cancellation, and what it says when something is missing.
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
-#include <future>
 #include <iterator>
-#include <optional>
 #include <stop_token>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
+#include "client_fixture.h"
 #include "ominspect/client/group.h"
-#include "ominspect/client/session.h"
-#include "support/child.h"
-#include "support/eventually.h"
-#include "support/private_bus.h"
-#include "support/temp_folder.h"
 
-using namespace ominspect::client;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using support::Child;
-using support::Eventually;
-using support::PrivateBus;
-using support::TempFolder;
-
+namespace support {
 namespace {
-
-constexpr seconds kEnough{60};
-
-// Cancels as soon as a condition holds.
-class CancelWhen {
-public:
-    explicit CancelWhen(std::function<bool()> condition)
-        : thread_([this, condition = std::move(condition)] {
-              EXPECT_TRUE(Eventually(condition));
-              source_.request_stop();
-          }) {}
-    std::stop_token Token() const { return source_.get_token(); }
-
-private:
-    std::stop_source source_;
-    std::jthread thread_;
-};
-
-class Client : public testing::Test {
-protected:
-    Client() : bus_(std::make_unique<PrivateBus>()) {}
-    ~Client() override { session_.reset(); }
-
-    // The session, made when it is first asked for.
-    Session& TheSession() {
-        if (!session_) {
-            auto session = Session::Open({.onRun =
-                                              [this](const ItemResult& result) {
-                                                  if (auto slow = std::exchange(slow_, nullptr)) {
-                                                      slow();
-                                                  }
-                                                  const std::lock_guard lock(mutex_);
-                                                  seen_.push_back(result.name + " " + result.status);
-                                              },
-                                          .onBusy = {},
-                                          .onBusLost = {}});
-            EXPECT_TRUE(session);
-            session_ = std::move(*session);
-            EXPECT_FALSE(session_->Subscribe());
-        }
-        return *session_;
-    }
-
-    bool Saw(const std::string& event) {
-        const std::lock_guard lock(mutex_);
-        return std::find(seen_.begin(), seen_.end(), event) != seen_.end();
-    }
-
-    Child StartServer() {
-        Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder_.Path().string()});
-        EXPECT_TRUE(Eventually([this] { return static_cast<bool>(TheSession().State("x", seconds(1))); }));
-        return server;
-    }
-
-    static Child StartOwner(std::vector<std::string> items) {
-        items.insert(items.begin(), {RAW_OWNER_PROGRAM, "owner1"});
-        Child owner(items);
-        EXPECT_TRUE(Eventually([&] { return owner.Output().find("registered") != std::string::npos; }));
-        return owner;
-    }
-
-    TempFolder folder_;
-    std::unique_ptr<PrivateBus> bus_;
-    std::function<void()> slow_;  // what the first event has to wait for
-
-private:
-    std::mutex mutex_;  // guards `seen_`
-    std::vector<std::string> seen_;
-    std::unique_ptr<Session> session_;
-};
 
 TEST_F(Client, SaysThatTheServerIsAbsent) {
     Session& session = TheSession();
@@ -126,32 +39,6 @@ TEST_F(Client, RefusesWhatCannotBeSent) {
     options.onStart = [&](auto, auto, auto) { started = true; };
     EXPECT_EQ(RunGroup(session, requests, options, kEnough)->code, ErrorCode::kInvalidArgument);
     EXPECT_FALSE(started);
-}
-
-TEST_F(Client, ARunInTheBackgroundGivesEachRecordAndThenTheLast) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"later:1000", "ok"});
-    auto run = TheSession().Start({"later", ""}, kEnough);
-    ASSERT_TRUE(run);
-    EXPECT_EQ(TheSession().Start({"later", ""}, kEnough).Failure().code, ErrorCode::kInvalidArgument);
-    std::vector<std::string> before;
-    const auto last = run->Await(kEnough, [&](const ItemResult& result) { before.push_back(result.status); });
-    ASSERT_TRUE(last);
-    EXPECT_EQ(before, std::vector<std::string>{"running"});
-    EXPECT_EQ(last->status + "/" + last->text, "fail/timeout");
-
-    auto ok = TheSession().Start({"ok", ""}, kEnough);
-    ASSERT_TRUE(ok);
-    EXPECT_EQ(ok->Next(kEnough)->status, "success");
-}
-
-TEST_F(Client, AForgottenRunCanBeStartedAgain) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"later:1000"});
-    { ASSERT_TRUE(TheSession().Start({"later", ""}, kEnough)); }
-    auto run = TheSession().Start({"later", ""}, kEnough);
-    ASSERT_TRUE(run);
-    EXPECT_EQ(run->Await(kEnough)->text, "timeout");
 }
 
 TEST_F(Client, EveryWaitHasATimeLimit) {
@@ -215,49 +102,6 @@ TEST_F(Client, CancelledCallsAreJoinedOnceTheyHaveEnded) {
     })) << mappings();
 }
 
-TEST_F(Client, AForgottenRunsResultIsNotTakenForALaterRuns) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"later:3000"});
-    {
-        auto run = TheSession().Start({"later", ""}, kEnough);
-        ASSERT_TRUE(run && run->Next(kEnough));
-    }
-    {
-        auto again = TheSession().Start({"later", ""}, kEnough);  // takes the run up
-        ASSERT_TRUE(again);
-        EXPECT_EQ(again->Next(kEnough)->text, "timeout");
-    }
-    auto fresh = TheSession().Start({"later", ""}, kEnough);
-    ASSERT_TRUE(fresh);
-    EXPECT_EQ(fresh->Next(kEnough)->status, "running");
-    EXPECT_EQ(fresh->Next(kEnough)->text, "timeout");
-}
-
-TEST_F(Client, ASlowEventFunctionHoldsUpNoResult) {
-    std::promise<void> done;
-    slow_ = [&done] { done.get_future().wait(); };
-    const Child server = StartServer();
-    const Child owner = StartOwner({"ok"});
-    auto run = TheSession().Start({"ok", ""}, kEnough);
-    ASSERT_TRUE(run);
-    EXPECT_EQ(run->Next(kEnough)->status, "success");
-    done.set_value();
-    EXPECT_TRUE(Eventually([this] { return Saw("ok success"); }));
-}
-
-TEST_F(Client, AServerThatDiesOrRestartsEndsTheWait) {
-    std::optional<Child> server(StartServer());
-    const Child owner = StartOwner({"later"});
-    auto run = TheSession().Start({"later", ""}, kEnough);
-    ASSERT_TRUE(run && run->Next(kEnough));
-    server->Kill();
-    EXPECT_EQ(run->Next(kEnough).Failure().code, ErrorCode::kServerAbsent);
-    server.emplace(StartServer());
-    const auto after = run->Next(kEnough);
-    EXPECT_EQ(after.Failure().code, ErrorCode::kServerAbsent);
-    EXPECT_EQ(after.Failure().text, "the server restarted and forgot the run");
-}
-
 TEST_F(Client, ALostBusEndsTheWait) {
     const Child server = StartServer();
     const Child owner = StartOwner({"later"});
@@ -266,72 +110,6 @@ TEST_F(Client, ALostBusEndsTheWait) {
     bus_.reset();
     EXPECT_EQ(run->Next(kEnough).Failure().code, ErrorCode::kBusUnreachable);
     EXPECT_EQ(TheSession().State("x", kEnough).Failure().code, ErrorCode::kBusUnreachable);
-}
-
-TEST_F(Client, AGroupCallsBackWithItsRecordAndDoesNotLinger) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"ok", "later:1000"});
-    std::uint32_t taskId = 0;
-    std::optional<GroupRecord> record;
-    GroupOptions options;
-    options.onStart = [&](std::uint32_t id, std::size_t first, std::size_t count) {
-        taskId = id;
-        EXPECT_EQ(first, 0U);
-        EXPECT_EQ(count, 2U);
-    };
-    options.onRecord = [&](const GroupRecord& arrived) { record = arrived; };
-    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}, {"later", ""}}, options, kEnough));
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->taskId, taskId);
-    ASSERT_EQ(record->items.size(), 2U);
-    EXPECT_EQ(record->items[0].result.status, "success");
-    EXPECT_LE(*record->items[0].start, *record->items[0].end);
-    EXPECT_EQ(record->items[1].result.text, "timeout");
-    EXPECT_FALSE(*TheSession().StopTask(taskId, kEnough)) << "the task lingers";
-    EXPECT_EQ(*TheSession().State("ok", kEnough), ItemState::kIdleOrUnknown);
-}
-
-TEST_F(Client, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"until", "ok"});
-    std::optional<GroupRecord> record;
-    GroupOptions options;
-    options.onRecord = [&](const GroupRecord& arrived) { record = arrived; };
-    const CancelWhen cancel([this] { return Saw("until running"); });
-    const auto error =
-        RunGroup(TheSession(), std::vector<Request>{{"ok", ""}, {"until", ""}}, options, {kEnough, cancel.Token()});
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code, ErrorCode::kCancelled);
-    EXPECT_EQ(error->text, "cancelled; the group was stopped");
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->items[0].result.status, "success");
-    EXPECT_EQ(record->items[1].result.text, "stopped");
-}
-
-TEST_F(Client, AGroupThatIsCancelledAtItsRecordDoesNotLingerEither) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"ok"});
-    std::stop_source source;
-    std::uint32_t taskId = 0;
-    GroupOptions options;
-    options.onRecord = [&](const GroupRecord& record) {
-        taskId = record.taskId;
-        source.request_stop();
-    };
-    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, {kEnough, source.get_token()}));
-    ASSERT_NE(taskId, 0U);
-    EXPECT_FALSE(*TheSession().StopTask(taskId, kEnough)) << "the task lingers";
-}
-
-TEST_F(Client, AStoppedGroupWhoseOwnerDoesNotStopIsSaidToLinger) {
-    const Child server = StartServer();
-    const Child owner = StartOwner({"later"});
-    const auto error = RunGroup(TheSession(), std::vector<Request>{{"later", ""}}, {}, {seconds(4), std::stop_token()});
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code, ErrorCode::kTimeLimit);
-    EXPECT_TRUE(error->text.ends_with("; the group was asked to stop, but items of it still run")) << error->text;
-    const auto refused = RunGroup(TheSession(), std::vector<Request>{{"x", ""}}, {}, kEnough);
-    EXPECT_EQ(refused->code, ErrorCode::kGroupBusy);
 }
 
 TEST_F(Client, TheListHoldsTheBuiltInItems) {
@@ -355,3 +133,4 @@ TEST_F(Client, ASecondSessionOfTheProcessIsRefused) {
 }
 
 }  // namespace
+}  // namespace support

@@ -17,7 +17,7 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-[[noreturn]] void RunBody(int output, const std::function<Lines()>& body) {
+[[noreturn]] void RunBody(int output, const std::function<std::vector<std::string>()>& body) {
     std::string text;
     for (const std::string& line : body()) {
         text += line + '\0';
@@ -28,7 +28,7 @@ constexpr uid_t kNobody = 65534;
 
 }  // namespace
 
-Lines InForkedChild(const std::function<Lines()>& body) {
+std::vector<std::string> InForkedChild(const std::function<std::vector<std::string>()>& body) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {
         ADD_FAILURE() << "no pipe";
@@ -49,7 +49,7 @@ Lines InForkedChild(const std::function<Lines()>& body) {
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "the child did not end well";
-    Lines lines;
+    std::vector<std::string> lines;
     std::istringstream all(text);
     for (std::string line; std::getline(all, line, '\0');) {
         lines.push_back(line);

@@ -2,14 +2,14 @@
 #pragma once
 
 #include <functional>
-
-#include "support/journal_text.h"
+#include <string>
+#include <vector>
 
 namespace support {
 
 /// Runs `body` in a forked child and returns the lines that it returned; a child that ends in another way fails the
 /// test. Expectations belong outside: those of the child are lost with it.
-Lines InForkedChild(const std::function<Lines()>& body);
+std::vector<std::string> InForkedChild(const std::function<std::vector<std::string>()>& body);
 
 /// Gives up root's rights for good; does nothing in a process that has none. The working directory becomes the new
 /// user's own.

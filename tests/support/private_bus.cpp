@@ -12,16 +12,19 @@ namespace {
 
 constexpr const char* kVariable = "KIVO_BUS_ADDRESS";
 
-// The daemon prints its address as one line once it listens.
+// The daemon prints its address as one line once it listens, and perhaps warnings before and after it.
 std::string AddressIn(const std::string& output) {
-    const size_t end = output.find('\n');
-    return end == std::string::npos || !output.starts_with("unix:") ? "" : output.substr(0, end);
+    const size_t begin = output.starts_with("unix:") ? 0 : output.find("\nunix:") + 1;
+    const size_t end = output.find('\n', begin);
+    return output.compare(begin, 5, "unix:") != 0 || end == std::string::npos ? "" : output.substr(begin, end - begin);
 }
 
 }  // namespace
 
-PrivateBus::PrivateBus()
-    : daemon_({DBUS_DAEMON_PROGRAM, std::string("--config-file=") + PRIVATE_BUS_CONFIG, "--nofork", "--nopidfile",
+PrivateBus::PrivateBus() : PrivateBus(PRIVATE_BUS_CONFIG) {}
+
+PrivateBus::PrivateBus(const std::string& configFile)
+    : daemon_({DBUS_DAEMON_PROGRAM, "--config-file=" + configFile, "--nofork", "--nopidfile",
                "--nosyslog", "--print-address"}) {
     Eventually([this] {
         address_ = AddressIn(daemon_.Output());

@@ -12,6 +12,7 @@ namespace support {
 class PrivateBus {
 public:
     PrivateBus();
+    explicit PrivateBus(const std::string& configFile);  // instead of the one for private buses
     ~PrivateBus();
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 #include "common/msg_rules.h"
@@ -21,15 +22,19 @@ namespace {
 // For OsProcRequestDetach in a signal handler, which must not construct TheProcess.
 std::atomic<Reader*> g_reader{nullptr};
 
-// KIVO_BUS_ADDRESS, else the system bus where its clients look for it.
-const char* BusAddress() {
-    for (const char* variable : {"KIVO_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"}) {
-        const char* address = std::getenv(variable);
-        if (address != nullptr && *address != '\0') {
-            return address;
-        }
-    }
-    return "unix:path=/run/dbus/system_bus_socket";
+// Why the calling thread's last attempt to join the bus failed.
+std::string& JoinFailure() {
+    thread_local std::string reason;
+    return reason;
+}
+
+// The result of an attempt to join that failed with this errno.
+uint32_t CannotJoin(int negativeErrno) {
+    const bool closed = negativeErrno == -ENOTCONN || negativeErrno == -ECONNRESET || negativeErrno == -EPIPE;
+    JoinFailure() = closed ? "it closed the connection, as a bus does when it does not let a user in"
+                           : strerrordesc_np(-negativeErrno);
+    const uint32_t result = ResultOf(negativeErrno);
+    return result == OS_MSG_ERR_DENIED || result == OS_MSG_ERR_NO_MEMORY ? result : OS_MSG_ERR_NO_BUS;
 }
 
 int OpenBus(BusPtr& bus) {
@@ -37,7 +42,7 @@ int OpenBus(BusPtr& bus) {
     int result = sd_bus_new(&raw);
     bus.reset(raw);
     if (result >= 0) {
-        result = sd_bus_set_address(raw, BusAddress());
+        result = sd_bus_set_address(raw, OsMsgBusAddress());
     }
     if (result >= 0) {
         result = sd_bus_set_bus_client(raw, 1);
@@ -115,7 +120,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
 uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
     int result = OpenBus(process.bus);
     if (result < 0) {
-        return OS_MSG_ERR_NO_BUS;
+        return CannotJoin(result);
     }
     const auto appeared = [&process](const std::string& procName) {
         const auto watchers = process.restartWatchers.find(procName);
@@ -134,7 +139,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
     result = process.peers.Start(process.bus.get(), appeared,
                                  [&process](const std::string& connection) { process.ForgetOwed(connection); });
     if (result < 0) {
-        return OS_MSG_ERR_NO_BUS;
+        return CannotJoin(result);
     }
     for (uint32_t i = 0; i < count; ++i) {
         std::shared_ptr<Task> task;
@@ -148,7 +153,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         return OS_MSG_ERR_NAME_TAKEN;
     }
     if (result < 0) {
-        return result == -ENOMEM ? OS_MSG_ERR_NO_MEMORY : OS_MSG_ERR_NO_BUS;
+        return CannotJoin(result);
     }
     process.name = name;
     const char* connection = nullptr;
@@ -170,6 +175,7 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
     process.state = BusState::kAttaching;
     g_reader = &process.reader;
     process.reader.Open();
+    JoinFailure().clear();
     uint32_t result = OS_MSG_ERR_NO_MEMORY;
     try {
         result = Join(process, name, tasks, count);
@@ -179,7 +185,8 @@ uint32_t Attach(Process& process, Reader::Lock& lock, const char* procName, cons
     if (result == OS_MSG_OK) {
         process.state = BusState::kAttached;
     } else {
-        Log(kLogError, "process %s cannot join the bus: %s", name.c_str(), OsMsgResultText(result));
+        Log(kLogError, "process %s cannot join the bus at %s: %s%s%s", name.c_str(), OsMsgBusAddress(),
+            OsMsgResultText(result), JoinFailure().empty() ? "" : ": ", JoinFailure().c_str());
         Dismantle(process, lock);
     }
     return result;
@@ -377,4 +384,19 @@ uint32_t OsTaskRun(const char* procName, const struct OsTaskDescriptor* tasks, u
         OsProcDetach();
         return result;
     });
+}
+
+const char* OsMsgBusAddress(void) {
+    // The second is where the clients of the system bus look for it.
+    for (const char* variable : {"KIVO_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"}) {
+        const char* address = std::getenv(variable);
+        if (address != nullptr && *address != '\0') {
+            return address;
+        }
+    }
+    return "unix:path=/run/dbus/system_bus_socket";
+}
+
+const char* OsMsgJoinFailure(void) {
+    return JoinFailure().c_str();
 }

@@ -1,4 +1,4 @@
-// The client library's bytes: request texts, reply records, and the bus's codes as errors.
+// The client library's bytes: request texts and reply records.
 #include "wire.h"
 
 #include <gtest/gtest.h>
@@ -6,8 +6,6 @@
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include "kivo/os_msg.h"
 
 using namespace ominspect::client;
 
@@ -276,20 +274,21 @@ TEST(BusyEvent, IsZeroForBusyAndOneForIdle) {
     EXPECT_FALSE(wire::DecodeBusy(std::vector<unsigned char>{0}));
 }
 
-TEST(BusCode, BecomesAnErrorWithTheBussOwnWords) {
-    EXPECT_EQ(wire::FromBus(0x80020002).code, ErrorCode::kInvalidArgument);
-    EXPECT_EQ(wire::FromBus(0x80020004).code, ErrorCode::kBusUnreachable);
-    EXPECT_EQ(wire::FromBus(0x80020005).code, ErrorCode::kAlreadyOpen);
-    EXPECT_EQ(wire::FromBus(0x80020006).code, ErrorCode::kAlreadyOpen);
-    EXPECT_EQ(wire::FromBus(0x80020007).code, ErrorCode::kBusUnreachable);
-    EXPECT_EQ(wire::FromBus(0x80020008).code, ErrorCode::kServerAbsent);
-    EXPECT_EQ(wire::FromBus(0x80020009).code, ErrorCode::kServerAbsent);
-    EXPECT_EQ(wire::FromBus(0x8002000a).code, ErrorCode::kServerAbsent);
-    EXPECT_EQ(wire::FromBus(0x8002000b).code, ErrorCode::kTimeLimit);
-    EXPECT_EQ(wire::FromBus(0x8002000c).code, ErrorCode::kRefused);
-    EXPECT_EQ(wire::FromBus(0x8002000e).code, ErrorCode::kDenied);
-    EXPECT_EQ(wire::FromBus(0x80020010).code, ErrorCode::kInternal);
-    EXPECT_EQ(wire::FromBus(0x80020008).text, OsMsgResultText(0x80020008));
+TEST(KindOfRequest, IsACommandForStopAndDone) {
+    EXPECT_EQ(KindOf({"x", "stop"}), RequestKind::kCommand);
+    EXPECT_EQ(KindOf({"x", "done"}), RequestKind::kCommand);
+    EXPECT_EQ(KindOf({"x", ""}), RequestKind::kRun);
+    EXPECT_EQ(KindOf({"stop", "stop now"}), RequestKind::kRun);
+}
+
+TEST(RunEvent, SaysThatARunBeganInTheServersOwnWords) {
+    EXPECT_TRUE(wire::IsBeginning({"x", "running", "begin"}));
+    EXPECT_FALSE(wire::IsBeginning({"x", "running", "half of it"}));
+    EXPECT_FALSE(wire::IsBeginning({"x", "success", "begin"}));
+}
+
+TEST(UnknownItem, IsNamed) {
+    EXPECT_EQ(UnknownItemText("nosuch"), "item unknown: no process has registered \"nosuch\" with the server");
 }
 
 TEST(ErrorWords, AreStable) {

@@ -1,6 +1,7 @@
 // A requester's place on the message bus, and the requests it can make of the inspection server.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -26,7 +27,7 @@ struct Events {
 
 class Connection;
 
-// An item that runs in the background of the server. Forgetting it does not stop the item. Must not outlive its
+// A request that the server handles in the background. Forgetting it does not stop the item. Must not outlive its
 // session; used by one thread at a time.
 class BackgroundRun {
 public:
@@ -34,20 +35,25 @@ public:
     BackgroundRun& operator=(BackgroundRun&&) = delete;
     ~BackgroundRun();
 
-    // Waits for what the server sends next: a status other than "running" is the last. Cancelled, TimeLimit,
-    // ServerAbsent (also: it restarted and knows nothing of the run), BusUnreachable, MalformedReply (the owner's
-    // result has a text that does not end).
+    // Waits for what the server sends next. A run's last result has a status other than "running"; the one result of
+    // "stop" or "done" is the last whatever its status. Cancelled, TimeLimit, ServerAbsent (also: it restarted and
+    // knows nothing of the run), BusUnreachable, MalformedReply (the owner's result has a text that does not end).
     Result<ItemResult> Next(const Limit& limit);
 
-    // Waits for the final result; `onRunning`, if any, is called for each one before it.
+    // Waits for the last result; `onRunning`, if any, is called for each one before it.
     Result<ItemResult> Await(const Limit& limit, const std::function<void(const ItemResult&)>& onRunning = {});
+
+    // What is known of where the run comes from; never kUnknown after a result.
+    RunOrigin Origin() const;
 
 private:
     friend class Session;
-    BackgroundRun(Connection& connection, std::string item, std::uint64_t serverLife);
+    BackgroundRun(Connection& connection, const Request& request, std::size_t lane, std::uint64_t serverLife);
 
     Connection* connection_;  // null once moved from
     std::string item_;
+    RequestKind kind_;
+    std::size_t lane_;  // the way its results come in
     std::uint64_t serverLife_;
 };
 
@@ -86,13 +92,19 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Runs an item synchronously: for items whose owner answers at once. The server serves nobody else meanwhile.
+    // Runs an item synchronously. The server serves nobody else until the item's owner has answered, which may take
+    // five minutes: RunItem (run.h) does without that. `isPending` says that the owner reports later.
     Result<RunReply> Run(const Request& request, const Limit& limit);
 
-    // Starts an item in the background, for any item; the server goes on serving. One run of an item at a time and
-    // session: a second is InvalidArgument until the first is forgotten. A run that was forgotten before its end is
-    // taken up again, as the server would do for any other client that asks for a running item.
+    // Sends a request for an item, which the server handles in the background: the result of an item whose owner
+    // answers at once is the one result of its run. Every call sends: the server lets a request join a run that is
+    // under way (BackgroundRun::Origin). InvalidArgument also when 16 requests of this session wait for the item.
+    // RunItem (run.h) does the whole of it.
     Result<BackgroundRun> Start(const Request& request, const Limit& limit);
+
+    // Asks an item's owner to stop it, and gives the owner's answer. Whoever waits for a run of it gets the run's last
+    // result from the server.
+    Result<ItemResult> Stop(std::string_view item, const Limit& limit);
 
     // Starts a group of 1 to 32 items. GroupBusy: one of its name runs; Refused: the server has no worker. Waits for
     // the answer up to 6 s longer than the limit, and as long after a cancellation, since a group whose task id nobody

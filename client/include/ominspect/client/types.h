@@ -18,6 +18,13 @@ struct Request {
     std::string cmd;
 };
 
+// What the server makes of a request.
+enum class RequestKind {
+    kRun,     // the item runs: any number of results with the status "running", then the last one
+    kCommand  // "stop" or "done": exactly one result, which may say "running" too
+};
+RequestKind KindOf(const Request& request);
+
 // An item's result as its record holds it.
 struct ItemResult {
     std::string name;
@@ -27,6 +34,16 @@ struct ItemResult {
 
 // Whether the result says that no owner has registered the item: "fail", "no support".
 bool IsUnknownItem(const ItemResult& result);
+
+// The same for people, with the item's name as it stands.
+std::string UnknownItemText(std::string_view item);
+
+// Where a run in the background comes from.
+enum class RunOrigin {
+    kUnknown,  // the server has told nothing of it yet
+    kOwn,      // it began after it was asked for
+    kJoined    // the server had a run of the item already, perhaps with another `cmd`, and gives the result of that
+};
 
 // The reply to a synchronous run.
 struct RunReply {

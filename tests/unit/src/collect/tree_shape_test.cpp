@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "support/forked.h"
+#include "support/journal_text.h"
 #include "tree_test.h"
 
 using support::Lines;

@@ -9,6 +9,7 @@
 #include "ominspect/config.h"
 #include "support/device_folder.h"
 #include "support/forked.h"
+#include "support/journal_text.h"
 
 using support::kDefaultEntries;
 using support::kDefaultItems;

@@ -1,0 +1,99 @@
+// The one place for the words of errors that the bus reports.
+#include "failure.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "kivo/os_msg.h"
+#include "ominspect/messages.h"
+
+namespace ominspect::client {
+namespace {
+
+std::string At() {
+    return std::string(" at ") + OsMsgBusAddress();
+}
+
+std::string Server() {
+    return "\"" OM_INSPECT_PROC_NAME "\"";
+}
+
+// The user whose rights count on the bus: "name" (id), or the id alone.
+std::string User() {
+    const uid_t uid = geteuid();
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(16384);
+    (void)getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
+    const std::string id = std::to_string(uid);
+    return found != nullptr ? "\"" + std::string(entry.pw_name) + "\" (" + id + ")" : id;
+}
+
+// `what` says what the user may not do.
+Error Denied(const std::string& what) {
+    return {ErrorCode::kDenied, "access denied: the bus" + At() + " does not let user " + User() + " " + what +
+                                    "; add the user to the group \"kivo\" and log in again"};
+}
+
+Error Plain(ErrorCode code, std::uint32_t result) {
+    return {code, OsMsgResultText(result)};
+}
+
+}  // namespace
+
+Error SendError(std::uint32_t code) {
+    switch (code) {
+        case OS_MSG_ERR_PARAM:
+            return Plain(ErrorCode::kInvalidArgument, code);
+        case OS_MSG_ERR_NOT_ATTACHED:
+        case OS_MSG_ERR_NO_BUS:
+            return BusLostError();
+        case OS_MSG_ERR_ABSENT:
+            return {ErrorCode::kServerAbsent, "server absent: no process " + Server() + " on the bus" + At()};
+        case OS_MSG_ERR_NO_TASK:
+            return {ErrorCode::kServerAbsent, "server absent: the process " + Server() + " on the bus" + At() +
+                                                  " has no task \"" OM_INSPECT_TASK_NAME "\""};
+        case OS_MSG_ERR_DIED:
+            return {ErrorCode::kServerAbsent,
+                    "server absent: the process " + Server() + " left the bus" + At() + " while it was asked"};
+        case OS_MSG_ERR_TIMEOUT:
+            return Plain(ErrorCode::kTimeLimit, code);
+        case OS_MSG_ERR_QUEUE_FULL:
+            return Plain(ErrorCode::kRefused, code);
+        case OS_MSG_ERR_DENIED:
+            return Denied("speak to the process " + Server());
+        default:
+            return Plain(ErrorCode::kInternal, code);
+    }
+}
+
+Error JoinError(std::uint32_t code, std::string_view processName) {
+    const std::string name = "\"" + std::string(processName) + "\"";
+    switch (code) {
+        case OS_MSG_ERR_PARAM:
+            return {ErrorCode::kInvalidArgument, "the process name " + name + " is not of 1 to 15 bytes of UTF-8"};
+        case OS_MSG_ERR_ATTACHED:
+            return Plain(ErrorCode::kAlreadyOpen, code);
+        case OS_MSG_ERR_NAME_TAKEN:
+            return {ErrorCode::kAlreadyOpen, "another process is " + name + " on the bus" + At()};
+        case OS_MSG_ERR_NO_BUS:
+            return {ErrorCode::kBusUnreachable, "bus unreachable" + At() + ": " + OsMsgJoinFailure()};
+        case OS_MSG_ERR_DENIED:
+            return Denied("join as the process " + name);
+        default:
+            return Plain(ErrorCode::kInternal, code);
+    }
+}
+
+Error BusLostError() {
+    return {ErrorCode::kBusUnreachable, "bus unreachable" + At() + ": the connection was lost"};
+}
+
+Error RestartError() {
+    return {ErrorCode::kServerAbsent, "server absent: it restarted and forgot the run"};
+}
+
+}  // namespace ominspect::client

@@ -1,0 +1,88 @@
+// One item's run: its turn, its result, and what becomes of it when nobody waits any more.
+#include "ominspect/client/run.h"
+
+#include <string>
+
+#include "waiting.h"
+
+namespace ominspect::client {
+namespace {
+
+// The server keeps a run until all who asked for it have their result, which they get once a second.
+constexpr std::chrono::milliseconds kAskAgain{250};
+constexpr int kMostHeld = 16;
+// What an owner may need to stop an item, and the server to tell that it has ended.
+constexpr std::chrono::milliseconds kStopLimit{6000};
+
+bool IsEndOfLimit(const Error& error) {
+    return error.code == ErrorCode::kTimeLimit || error.code == ErrorCode::kCancelled;
+}
+
+// Stops an item that this session has started; says what came of it.
+std::string Stop(Session& session, const std::string& item, BackgroundRun& run) {
+    const Limit limit(kStopLimit);
+    const auto answer = session.Stop(item, limit);
+    if (!answer) {
+        const bool silent = answer.Failure().code == ErrorCode::kTimeLimit;
+        return "the item could not be stopped: " + (silent ? "its owner does not answer" : answer.Failure().text);
+    }
+    // The server takes requests in their order: a run of which it has told nothing by now was lost.
+    if (run.Origin() == RunOrigin::kUnknown) {
+        return "the server has not begun the run";
+    }
+    return run.Await(limit) ? "the item was stopped" : "the item was asked to stop, but still runs";
+}
+
+std::string GiveUp(Session& session, const std::string& item, BackgroundRun& run, bool leaveRunning) {
+    if (run.Origin() == RunOrigin::kJoined) {
+        return "another run of the item goes on";
+    }
+    if (!leaveRunning) {
+        return Stop(session, item, run);
+    }
+    return run.Origin() == RunOrigin::kOwn ? "the item runs on" : "the server may begin the run yet";
+}
+
+}  // namespace
+
+Result<RunOutcome> RunItem(Session& session, const Request& request, const RunOptions& options, const Limit& limit) {
+    bool told = false;
+    for (int held = 0;; ++held) {
+        auto run = session.Start(request, limit);
+        if (!run) {
+            return run.Failure();
+        }
+        const auto tellOther = [&] {
+            if (!told && options.onOther) {
+                options.onOther();
+            }
+            told = true;
+        };
+        const auto result = run->Await(limit, [&](const ItemResult& running) {
+            if (run->Origin() == RunOrigin::kJoined) {
+                held = 0;
+                tellOther();
+            }
+            if (options.onRunning) {
+                options.onRunning(running);
+            }
+        });
+        if (!result) {
+            Error error = result.Failure();
+            if (IsEndOfLimit(error) && KindOf(request) == RequestKind::kRun) {
+                error.text += "; " + GiveUp(session, request.item, *run, options.leaveRunning);
+            }
+            return error;
+        }
+        const bool isOther = run->Origin() == RunOrigin::kJoined;
+        if (isOther) {
+            tellOther();
+        }
+        if (!isOther || options.join || held == kMostHeld) {
+            return RunOutcome{*result, isOther};
+        }
+        Pause(kAskAgain, limit);
+    }
+}
+
+}  // namespace ominspect::client

@@ -1,0 +1,82 @@
+// The whole life of a group, as the requesters' library has it.
+#include "ominspect/client/group.h"
+
+#include <optional>
+#include <stop_token>
+#include <vector>
+
+#include "client_fixture.h"
+
+namespace support {
+namespace {
+
+class ClientGroup : public Client {};
+
+TEST_F(ClientGroup, AGroupCallsBackWithItsRecordAndDoesNotLinger) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok", "later:1000"});
+    std::uint32_t taskId = 0;
+    std::optional<GroupRecord> record;
+    GroupOptions options;
+    options.onStart = [&](std::uint32_t id, std::size_t first, std::size_t count) {
+        taskId = id;
+        EXPECT_EQ(first, 0U);
+        EXPECT_EQ(count, 2U);
+    };
+    options.onRecord = [&](const GroupRecord& arrived) { record = arrived; };
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}, {"later", ""}}, options, kEnough));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->taskId, taskId);
+    ASSERT_EQ(record->items.size(), 2U);
+    EXPECT_EQ(record->items[0].result.status, "success");
+    EXPECT_LE(*record->items[0].start, *record->items[0].end);
+    EXPECT_EQ(record->items[1].result.text, "timeout");
+    EXPECT_FALSE(*TheSession().StopTask(taskId, kEnough)) << "the task lingers";
+    EXPECT_EQ(*TheSession().State("ok", kEnough), ItemState::kIdleOrUnknown);
+}
+
+TEST_F(ClientGroup, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until", "ok"});
+    std::optional<GroupRecord> record;
+    GroupOptions options;
+    options.onRecord = [&](const GroupRecord& arrived) { record = arrived; };
+    const CancelWhen cancel([this] { return Saw("until running"); });
+    const auto error =
+        RunGroup(TheSession(), std::vector<Request>{{"ok", ""}, {"until", ""}}, options, {kEnough, cancel.Token()});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, ErrorCode::kCancelled);
+    EXPECT_EQ(error->text, "cancelled; the group was stopped");
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->items[0].result.status, "success");
+    EXPECT_EQ(record->items[1].result.text, "stopped");
+}
+
+TEST_F(ClientGroup, AGroupThatIsCancelledAtItsRecordDoesNotLingerEither) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok"});
+    std::stop_source source;
+    std::uint32_t taskId = 0;
+    GroupOptions options;
+    options.onRecord = [&](const GroupRecord& record) {
+        taskId = record.taskId;
+        source.request_stop();
+    };
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, {kEnough, source.get_token()}));
+    ASSERT_NE(taskId, 0U);
+    EXPECT_FALSE(*TheSession().StopTask(taskId, kEnough)) << "the task lingers";
+}
+
+TEST_F(ClientGroup, AStoppedGroupWhoseOwnerDoesNotStopIsSaidToLinger) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"later"});
+    const auto error = RunGroup(TheSession(), std::vector<Request>{{"later", ""}}, {}, {seconds(4), std::stop_token()});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, ErrorCode::kTimeLimit);
+    EXPECT_TRUE(error->text.ends_with("; the group was asked to stop, but items of it still run")) << error->text;
+    const auto refused = RunGroup(TheSession(), std::vector<Request>{{"x", ""}}, {}, kEnough);
+    EXPECT_EQ(refused->code, ErrorCode::kGroupBusy);
+}
+
+}  // namespace
+}  // namespace support
