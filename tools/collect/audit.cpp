@@ -2,14 +2,12 @@
 #include "audit.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "names.h"
+#include "common/fd.h"
 
 namespace ominspect::collect {
 namespace {
@@ -32,11 +30,11 @@ void AuditFolder(const std::string& source, const std::string& copy, const std::
                  const std::function<void(Failure)>& tell) {
     std::vector<std::string> wanted;
     std::vector<std::string> copied;
-    if (const int error = SortedNames(AT_FDCWD, source.c_str(), wanted); error != 0) {
-        tell({source, std::strerror(error)});
+    if (const auto error = SortedNames(AT_FDCWD, source.c_str(), wanted)) {
+        tell({source, error->text});
     }
-    if (const int error = SortedNames(AT_FDCWD, copy.c_str(), copied); error != 0) {
-        tell({copy, std::strerror(error)});
+    if (const auto error = SortedNames(AT_FDCWD, copy.c_str(), copied)) {
+        tell({copy, error->text});
         return;
     }
     const std::size_t longest = std::max(source.size(), copy.size());

@@ -1,19 +1,14 @@
-// What a collection shows.
+// On a terminal everything is said at the end, in the table.
 #include "display.h"
 
 #include <array>
 #include <cstdio>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
-#include "text/table.h"
-#include "text/text.h"
+#include "common/table.h"
+#include "common/text.h"
 
 namespace ominspect::collect {
 namespace {
-
-constexpr std::chrono::milliseconds kRedraw{200};
 
 std::string Position(std::size_t index, std::size_t count) {
     return '[' + std::to_string(index + 1) + '/' + std::to_string(count) + "] ";
@@ -34,20 +29,6 @@ std::string Remark(const EntryReport& report) {
     return report.remark.empty() ? word : word + ": " + text::Escaped(report.remark);
 }
 
-std::size_t TerminalWidth() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
-
-// The beginning of a line that fits into so many columns.
-std::string FirstColumns(const std::string& line, std::size_t columns) {
-    std::string cut(text::Cut(line, line.size()));
-    for (std::size_t bytes = line.size(); text::WidthOf(cut) > columns; --bytes) {
-        cut = text::Cut(line, bytes);
-    }
-    return cut;
-}
-
 }  // namespace
 
 void Display::Show(const Progress& progress) {
@@ -59,12 +40,12 @@ void Display::Show(const Progress& progress) {
     if (progress.left) {
         line += ", " + Seconds(*progress.left) + " left";
     }
-    Draw(line);
+    screen_.Draw({line});
 }
 
 void Display::ShowDone(std::size_t index, const EntryReport& report) const {
     if (terminal_) {
-        return;  // the table comes at the end
+        return;
     }
     (void)std::fprintf(stderr, "%s%s: %s, %s, %s\n", Position(index, count_).c_str(),
                        text::Escaped(report.entry.source).c_str(), Amount(report.files, report.bytes).c_str(),
@@ -73,15 +54,8 @@ void Display::ShowDone(std::size_t index, const EntryReport& report) const {
 
 void Display::ShowPacking(const PackedTree& packed) {
     if (IsDue()) {
-        Draw("packing: " + Amount(packed.files.size(), packed.bytes));
+        screen_.Draw({"packing: " + Amount(packed.files.size(), packed.bytes)});
     }
-}
-
-void Display::Clear() {
-    if (drawn_) {
-        (void)std::fputs("\r\x1B[K", stderr);
-    }
-    drawn_ = false;
 }
 
 bool Display::IsDue() {
@@ -89,14 +63,8 @@ bool Display::IsDue() {
     if (!terminal_ || now < next_) {
         return false;
     }
-    next_ = now + kRedraw;
+    next_ = now + kRedrawPeriod;
     return true;
-}
-
-void Display::Draw(const std::string& line) {
-    drawn_ = true;
-    (void)std::fprintf(stderr, "\r\x1B[K%s", FirstColumns(line, TerminalWidth() - 1).c_str());
-    (void)std::fflush(stderr);
 }
 
 std::string SummaryTable(const std::vector<EntryReport>& reports) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <string>
 
+#include "common/live_lines.h"
 #include "driver.h"
 #include "manifest.h"
 
@@ -12,7 +13,7 @@ namespace ominspect::collect {
 // Progress on standard error: on a terminal one line that is drawn again and again, else one line per finished entry.
 class Display {
 public:
-    Display(bool terminal, std::size_t count) : terminal_(terminal), count_(count) {}
+    explicit Display(std::size_t count) : count_(count) {}
     ~Display() { Clear(); }
     Display(const Display&) = delete;
     Display& operator=(const Display&) = delete;
@@ -22,15 +23,14 @@ public:
     void ShowPacking(const PackedTree& packed);
 
     // Takes the drawn line away.
-    void Clear();
+    void Clear() { screen_.Erase(); }
 
 private:
     bool IsDue();
-    void Draw(const std::string& line);
 
-    const bool terminal_;
+    const bool terminal_ = IsTerminal(stderr);
     const std::size_t count_;
-    bool drawn_ = false;
+    LiveLines screen_{stderr};
     std::chrono::steady_clock::time_point next_;  // when the line is drawn again
 };
 

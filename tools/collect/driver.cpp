@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <set>
 
@@ -70,34 +69,35 @@ std::string LimitRemark(const Entry& entry) {
 
 class EntryRun {
 public:
-    EntryRun(Interrupts& interrupts, const DriverEvents& events, std::size_t count)
-        : interrupts_(interrupts), events_(events), count_(count) {}
+    EntryRun(EndSignals& signals, const DriverEvents& events, std::size_t count)
+        : signals_(signals), events_(events), count_(count) {}
 
     // False: given up.
     bool Run(std::size_t index, EntryReport& report) {
         const Clock::time_point start = Clock::now();
-        const auto process = CopyProcess::Start(report.entry);
-        if (process == nullptr) {
+        const auto started = CopyProcess::Start(report.entry);
+        if (!started) {
             report.outcome = Outcome::kFailed;
-            report.remark = std::string("its process cannot be started: ") + std::strerror(errno);
+            report.remark = "its process cannot be started: " + started.Failure().text;
             return true;
         }
+        CopyProcess& process = **started;
         const bool missing = IsMissing(report.entry.source);
         bool interrupted = false;
         bool stopped = false;
         do {
-            const int count = interrupts_.Count();
+            const int count = signals_.Count();
             if (count > 1) {
                 return false;
             }
             if (count == 1 && !interrupted) {
                 interrupted = true;
-                stopped = process->Stop();
+                stopped = process.Stop();
             }
-            Show(index, report.entry, *process, Clock::now() - start);
-        } while (process->Watch(interrupts_.Fd(), kTick));
+            Show(index, report.entry, process, Clock::now() - start);
+        } while (process.Watch(signals_.Fd(), kTick));
         report.duration = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        Conclude(report, *process, missing, stopped);
+        Conclude(report, process, missing, stopped);
         return true;
     }
 
@@ -135,7 +135,7 @@ private:
         }
     }
 
-    Interrupts& interrupts_;
+    EndSignals& signals_;
     const DriverEvents& events_;
     std::size_t count_;
 };
@@ -143,13 +143,13 @@ private:
 }  // namespace
 
 std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
-                                              Interrupts& interrupts, const DriverEvents& events) {
+                                              EndSignals& signals, const DriverEvents& events) {
     std::vector<EntryReport> reports;
-    EntryRun run(interrupts, events, entries.size());
+    EntryRun run(signals, events, entries.size());
     for (std::size_t index = 0; index < entries.size(); ++index) {
         EntryReport report;
         report.entry = entries[index];
-        if (interrupts.Count() > 0) {
+        if (signals.Count() > 0) {
             report.remark = "interrupted before";
         } else if (const std::string refusal = Refusal(report.entry, area); !refusal.empty()) {
             report.outcome = Outcome::kRefused;

@@ -27,14 +27,14 @@ std::vector<Entry> Converted(InspectConfigMgr& config) {
     return entries;
 }
 
-// Calls fill(config), with the loader's lines going to the entries.
+// What fill(config) loads, with the loader's lines.
 template <typename Fill>
-void Load(Entries& entries, const Fill& fill) {
+Result<Entries> Loaded(const Fill& fill) {
     InspectConfigMgr* config = InspectConfigMgr::GetInstance();
     if (config == nullptr) {
-        entries.error = "no memory for the configuration";
-        return;
+        return OtherError("no memory for the configuration");
     }
+    Entries entries;
     const LogCapture log([&](unsigned level, const std::string& text) {
         if (level <= KIVO_OM_LOG_WARNING) {
             entries.messages.push_back(text);
@@ -42,6 +42,7 @@ void Load(Entries& entries, const Fill& fill) {
     });
     fill(*config);
     entries.list = Converted(*config);
+    return entries;
 }
 
 bool Exists(const std::string& path) {
@@ -71,29 +72,28 @@ std::string UniquePlace(const std::string& area, const std::string& source, cons
 
 }  // namespace
 
-Entries ConfiguredEntries() {
-    Entries entries;
-    Load(entries, [](InspectConfigMgr& config) { config.InitInspectConfig(); });
-    return entries;
+Result<Entries> ConfiguredEntries() {
+    return Loaded([](InspectConfigMgr& config) { config.InitInspectConfig(); });
 }
 
-Entries EntriesOfFile(const std::string& path) {
-    Entries entries;
+Result<Entries> EntriesOfFile(const std::string& path) {
+    const auto wrong = [&path](const std::string& text) { return WrongUse(path + ": " + text); };
     tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it
     struct stat status {};
     if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        entries.error = "not a regular file";  // a pipe would be waited for
-    } else if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
-        entries.error = document.ErrorStr();
-    } else if (document.RootElement() == nullptr) {
-        entries.error = "there is no document element";
-    } else {
-        Load(entries, [&](InspectConfigMgr& config) { config.InitLogCollectList(document.RootElement()); });
+        return wrong("not a regular file");  // a pipe would be waited for
     }
-    return entries;
+    if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+        return wrong(document.ErrorStr());
+    }
+    if (document.RootElement() == nullptr) {
+        return wrong("there is no document element");
+    }
+    return Loaded([&](InspectConfigMgr& config) { config.InitLogCollectList(document.RootElement()); });
 }
 
-Entries EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit) {
+Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const std::string& area,
+                                 std::uint32_t limit) {
     Entries entries;
     for (const std::string& source : sources) {
         Entry entry;
@@ -102,17 +102,16 @@ Entries EntriesOfSources(const std::vector<std::string>& sources, const std::str
         entry.limit = limit;
         entry.copy = IsFolder(entry.source) ? InspectCopyDirFile : InspectCopyFile;
         if (entry.source.empty()) {
-            entries.error = "a source is empty";
-        } else if (entry.source.size() > kLongestPath) {
-            entries.error = "the path is longer than 255 bytes: " + source;
-        } else if (entry.destination.size() > kLongestPath) {
-            entries.error = "the path in the area would be longer than 255 bytes: " + entry.destination;
-        } else if (Overlap(entry.source, entry.destination)) {
-            entries.error.append("the area ").append(area).append(" lies inside the source ").append(source);
-            entries.error += "; --area names another one";
+            return WrongUse("a source is empty");
         }
-        if (!entries.error.empty()) {
-            return entries;
+        if (entry.source.size() > kLongestPath) {
+            return WrongUse("the path is longer than 255 bytes: " + source);
+        }
+        if (entry.destination.size() > kLongestPath) {
+            return WrongUse("the path in the area would be longer than 255 bytes: " + entry.destination);
+        }
+        if (Overlap(entry.source, entry.destination)) {
+            return WrongUse("the area " + area + " lies inside the source " + source + "; --area names another one");
         }
         entries.list.push_back(std::move(entry));
     }

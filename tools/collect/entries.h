@@ -5,24 +5,24 @@
 #include <string>
 #include <vector>
 
+#include "common/error.h"
 #include "entry.h"
 
 namespace ominspect::collect {
 
 struct Entries {
     std::vector<Entry> list;
-    std::vector<std::string> messages;  // what the configuration's loader had to say
-    std::string error;                  // not empty: wrong use
+    std::vector<std::string> messages;  // of the configuration's loader
 };
 
 // Those of the device's configuration file.
-Entries ConfiguredEntries();
+Result<Entries> ConfiguredEntries();
 
 // Those of another configuration file; one that cannot be read is an error.
-Entries EntriesOfFile(const std::string& path);
+Result<Entries> EntriesOfFile(const std::string& path);
 
 // Files and folders that the user names, each to be copied to its own name below `area`, made unique there. A path that
 // has no room in the 255 bytes of the copy functions is an error, and so is a folder that holds the area.
-Entries EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit);
+Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit);
 
 }  // namespace ominspect::collect

@@ -2,12 +2,11 @@
 #include "manifest.h"
 
 #include <algorithm>
-#include <array>
-#include <ctime>
 
 #include "area.h"
-#include "json/json.h"
-#include "text/text.h"
+#include "common/json.h"
+#include "common/text.h"
+#include "common/times.h"
 
 namespace ominspect::collect {
 namespace {
@@ -60,7 +59,7 @@ Value FileObject(const PackedFile& file) {
     object.Text("path", text::Escaped(file.path))
         .Number("bytes", file.bytes)
         .Text("sha256", file.sha256)
-        .Text("modified", UtcText(modified));
+        .Text("modified", UtcSecond(modified));
     if (file.older) {
         object.Flag("fromBefore", true);
     }
@@ -71,17 +70,6 @@ Value FileObject(const PackedFile& file) {
 }
 
 }  // namespace
-
-std::string UtcText(std::chrono::system_clock::time_point time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm fields{};
-    std::array<char, 40> out{};
-    if (gmtime_r(&seconds, &fields) == nullptr) {
-        return "?";
-    }
-    (void)std::strftime(out.data(), out.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
-    return out.data();
-}
 
 bool IsComplete(const Collection& collection, const PackedTree& packed) {
     return !collection.interrupted && !collection.entries.empty() && packed.leftOut.empty() &&
@@ -113,8 +101,8 @@ std::string ManifestText(const Collection& collection, const PackedTree& packed)
         .Text("version", collection.version)
         .Text("host", text::Escaped(collection.host))
         .Text("file", text::Escaped(collection.file))
-        .Text("started", UtcText(collection.started))
-        .Text("collected", UtcText(collection.collected))
+        .Text("started", UtcSecond(collection.started))
+        .Text("collected", UtcSecond(collection.collected))
         .Flag("complete", IsComplete(collection, packed))
         .Flag("interrupted", collection.interrupted)
         .Text("configuration", text::Escaped(collection.configuration))

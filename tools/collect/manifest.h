@@ -31,7 +31,4 @@ bool IsComplete(const Collection& collection, const PackedTree& packed);
 // text::Escaped does, so that different names stay different. Throws std::bad_alloc.
 std::string ManifestText(const Collection& collection, const PackedTree& packed);
 
-// "2026-11-21T01:02:03Z"
-std::string UtcText(std::chrono::system_clock::time_point time);
-
 }  // namespace ominspect::collect

@@ -1,7 +1,6 @@
 // The package: the area's files and the manifest in one archive.
 #include "package.h"
 
-#include <cstring>
 #include <ctime>
 #include <string_view>
 
@@ -28,44 +27,45 @@ struct stat OwnStatus() {
     return status;
 }
 
-bool AddText(ArchiveWriter& archive, const std::string& name, const std::string& text) {
+std::optional<Error> AddText(ArchiveWriter& archive, const std::string& name, const std::string& text) {
     struct stat status = OwnStatus();
     status.st_mode = 0644;
-    return archive.BeginFile(name, status, text.size()) && archive.Data(text.data(), text.size());
+    auto error = archive.BeginFile(name, status, text.size());
+    return error ? error : archive.Data(text);
 }
 
 }  // namespace
 
-Package WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
-                     const std::function<bool(const PackedTree&)>& goOn) {
+Result<Package> WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
+                             const std::function<bool(const PackedTree&)>& goOn) {
     Package package;
     const std::string folder = FolderName(collection.file);
-    ArchiveWriter archive([&](const void* data, std::size_t size) { return file.Write(data, size); });
+    ArchiveWriter archive([&](std::string_view data) { return file.Write(data); });
     PackOptions options;
     options.folder = folder + "/files";
     options.since = since;
     options.exclude = [&](const struct stat& status) { return file.IsSame(status); };
     options.goOn = goOn;
 
-    bool written = archive.AddFolder(folder, OwnStatus()) && archive.AddFolder(options.folder, OwnStatus());
-    if (written) {
-        switch (PackTree(collection.area, options, archive, package.packed)) {
-            case PackResult::kPacked:
-                package.manifest = ManifestText(collection, package.packed) + '\n';
-                written = AddText(archive, folder + "/manifest.json", package.manifest);
-                break;
-            case PackResult::kGivenUp:
-                package.error = "given up";
-                return package;
-            case PackResult::kArchiveFailed:
-                written = false;
-                break;
-        }
+    auto error = archive.AddFolder(folder, OwnStatus());
+    if (!error) {
+        error = archive.AddFolder(options.folder, OwnStatus());
     }
-    if (!written || !archive.Close()) {
-        package.error = archive.Error();
-    } else if (const int error = file.Commit(); error != 0) {
-        package.error = std::strerror(error);
+    if (!error) {
+        error = PackTree(collection.area, options, archive, package.packed);
+    }
+    if (!error) {
+        package.manifest = ManifestText(collection, package.packed) + '\n';
+        error = AddText(archive, folder + "/manifest.json", package.manifest);
+    }
+    if (!error) {
+        error = archive.Close();
+    }
+    if (!error) {
+        error = file.Commit();
+    }
+    if (error) {
+        return *error;
     }
     return package;
 }

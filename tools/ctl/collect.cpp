@@ -4,8 +4,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <string>
@@ -19,14 +17,14 @@
 #include "collect/entries.h"
 #include "collect/package.h"
 #include "commands.h"
-#include "end_signals.h"
-#include "text/table.h"
-#include "text/text.h"
+#include "common/end_signals.h"
+#include "common/output_file.h"
+#include "common/table.h"
+#include "common/text.h"
+#include "common/times.h"
 
 namespace ominspect::ctl {
 namespace {
-
-using collect::Interrupts;
 
 constexpr const char* kDeviceArea = "/data/inspect/diag/log";
 
@@ -51,12 +49,7 @@ std::string HostName() {
 }
 
 std::string DefaultOutput(const std::string& host) {
-    const std::time_t now = std::time(nullptr);
-    std::tm fields{};
-    std::array<char, 40> time{};
-    (void)gmtime_r(&now, &fields);
-    (void)std::strftime(time.data(), time.size(), "%Y%m%dT%H%M%SZ", &fields);
-    return "ominspect-" + host + '-' + time.data() + ".tar.zst";
+    return "ominspect-" + host + '-' + UtcName(std::chrono::system_clock::now()) + ".tar.zst";
 }
 
 // Whatever is left behind by an early return is removed: the area, the unfinished package.
@@ -69,86 +62,87 @@ public:
         (void)std::signal(SIGXFSZ, SIG_IGN);
         (void)std::signal(SIGPIPE, SIG_IGN);
         collection_.host = HostName();
-        if (const ExitCode code = OpenArea(); code != kPassed) {
-            return code;
+        auto error = OpenArea();
+        if (!error) {
+            error = ReadEntries();
         }
-        if (const ExitCode code = ReadEntries(); code != kPassed) {
-            return code;
+        if (!error) {
+            error = OpenOutput();
         }
-        if (const ExitCode code = OpenOutput(); code != kPassed) {
-            return code;
+        if (error) {
+            return Tell(error->code == ErrorCode::kInvalidArgument ? kWrongUse : kFailed, error->text);
         }
         return Collect();
     }
 
 private:
-    ExitCode OpenArea() {
+    std::optional<Error> OpenArea() {
         if (!options_.area.empty()) {
             collection_.area = collect::AbsolutePath(options_.area);
         } else if (options_.sources.empty()) {
             collection_.area = kDeviceArea;
         } else {
-            temporary_ = collect::TemporaryArea::Make();
-            if (!temporary_) {
-                return Tell(kFailed, std::string("no temporary folder: ") + std::strerror(errno));
+            auto made = collect::TemporaryArea::Make();
+            if (!made) {
+                return OtherError("no temporary folder: " + made.Failure().text);
             }
+            temporary_ = std::move(*made);
             collection_.area = temporary_->Path();
         }
-        return kPassed;
+        return std::nullopt;
     }
 
-    ExitCode ReadEntries() {
-        if (!options_.sources.empty()) {
-            collection_.configuration = "the command line";
-            entries_ = collect::EntriesOfSources(options_.sources, collection_.area, options_.limit);
-            if (!entries_.error.empty()) {
-                return Tell(kWrongUse, text::Escaped(entries_.error));
+    std::optional<Error> ReadEntries() {
+        auto entries = [this] {
+            if (!options_.sources.empty()) {
+                collection_.configuration = "the command line";
+                return collect::EntriesOfSources(options_.sources, collection_.area, options_.limit);
             }
-        } else if (!options_.config.empty()) {
-            collection_.configuration = options_.config;
-            entries_ = collect::EntriesOfFile(options_.config);
-            if (!entries_.error.empty()) {
-                return Tell(kWrongUse, text::Escaped(options_.config + ": " + entries_.error));
+            if (!options_.config.empty()) {
+                collection_.configuration = options_.config;
+                return collect::EntriesOfFile(options_.config);
             }
-        } else {
             collection_.configuration = "the device's configuration file";
-            entries_ = collect::ConfiguredEntries();
-            if (!entries_.error.empty()) {
-                return Tell(kFailed, entries_.error);
-            }
+            return collect::ConfiguredEntries();
+        }();
+        if (!entries) {
+            Error error = entries.Failure();
+            error.text = text::Escaped(error.text);
+            return error;
         }
-        return kPassed;
+        entries_ = std::move(entries->list);
+        collection_.messages = std::move(entries->messages);
+        return std::nullopt;
     }
 
-    ExitCode OpenOutput() {
+    std::optional<Error> OpenOutput() {
         const std::string path = options_.output.empty() ? DefaultOutput(collection_.host) : options_.output;
-        int error = 0;
-        file_ = collect::OutputFile::Create(path, options_.force, error);
-        if (file_) {
-            collection_.file = path.substr(path.rfind('/') + 1);
-            return kPassed;
+        auto file = OutputFile::Create(path, options_.force);
+        if (!file) {
+            const int number = file.Failure().number;
+            if (number == EEXIST) {
+                return WrongUse(text::Escaped(path) + " exists; --force replaces it");
+            }
+            return CannotWrite(path, number == EISDIR ? WrongUse(file.Failure().text) : file.Failure());
         }
-        if (error == EEXIST) {
-            return Tell(kWrongUse, text::Escaped(path) + " exists; --force replaces it");
-        }
-        return CannotWrite(error == EISDIR ? kWrongUse : kFailed, path, std::strerror(error));
+        file_ = std::move(*file);
+        collection_.file = path.substr(path.rfind('/') + 1);
+        return std::nullopt;
     }
 
-    static ExitCode CannotWrite(ExitCode code, const std::string& path, const std::string& why) {
-        return Tell(code, "cannot write the package " + text::Escaped(path) + ": " + why);
+    static Error CannotWrite(const std::string& path, const Error& error) {
+        return {error.code, "cannot write the package " + text::Escaped(path) + ": " + error.text};
     }
 
     ExitCode Collect() {
-        Interrupts interrupts(signals_.Fd());
-        collect::Display display(isatty(STDERR_FILENO) != 0, entries_.list.size());
+        collect::Display display(entries_.size());
         timespec since{};
         // The clock that the file system takes its times from.
         (void)clock_gettime(CLOCK_REALTIME_COARSE, &since);
         collection_.version = OMINSPECT_VERSION;
-        collection_.messages = entries_.messages;
         collection_.started = std::chrono::system_clock::now();
         auto reports = collect::Drive(
-            entries_.list, collection_.area, interrupts,
+            entries_, collection_.area, signals_,
             {[&](const collect::Progress& progress) { display.Show(progress); },
              [&](std::size_t index, const collect::EntryReport& report) { display.ShowDone(index, report); }});
         if (!reports) {
@@ -157,11 +151,11 @@ private:
         }
         collection_.entries = std::move(*reports);
         collection_.collected = std::chrono::system_clock::now();
-        collection_.interrupted = interrupts.Count() > 0;
+        collection_.interrupted = signals_.Count() > 0;
         bool told = false;
         const auto goOn = [&](const collect::PackedTree& packed) {
             display.ShowPacking(packed);
-            const int count = interrupts.Count();
+            const int count = signals_.Count();
             if (count == 1 && !std::exchange(told, true)) {
                 display.Clear();
                 (void)Tell(kFailed, "interrupted; packing what is there (Ctrl-C again gives up)");
@@ -169,12 +163,9 @@ private:
             return count < 2;
         };
         (void)goOn({});
-        const collect::Package package = collect::WritePackage(*file_, collection_, since, goOn);
+        const auto package = collect::WritePackage(*file_, collection_, since, goOn);
         display.Clear();
-        if (!package.error.empty()) {
-            return CannotWrite(kFailed, file_->Path(), package.error);
-        }
-        return Report(package);
+        return package ? Report(*package) : Tell(kFailed, CannotWrite(file_->Path(), package.Failure()).text);
     }
 
     ExitCode Report(const collect::Package& package) const {
@@ -198,11 +189,11 @@ private:
         return collect::IsComplete(collection_, package.packed) ? kPassed : kFailed;
     }
 
-    const EndSignals signals_;  // from the beginning: what was made so far is removed after a Ctrl-C, too
+    EndSignals signals_;  // from the beginning: what was made so far is removed after a Ctrl-C, too
     const CollectOptions& options_;
     std::unique_ptr<collect::TemporaryArea> temporary_;
-    std::unique_ptr<collect::OutputFile> file_;
-    collect::Entries entries_;
+    std::unique_ptr<OutputFile> file_;
+    std::vector<collect::Entry> entries_;
     collect::Collection collection_;
 };
 

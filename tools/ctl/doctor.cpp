@@ -22,7 +22,7 @@ ExitCode Doctor(const DoctorOptions& options) {
     } else {
         (void)std::fputs(doctor::ReportText(options.config, diagnosis).c_str(), stdout);
     }
-    if (!diagnosis.readable) {
+    if (diagnosis.unreadable) {
         return kWrongUse;
     }
     return diagnosis.FallsBack() ? kFailed : kPassed;

@@ -1,12 +1,10 @@
 // Where the commands' answers and complaints go.
 #include "report.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "common/text.h"
 #include "output.h"
-#include "text/text.h"
 
 namespace ominspect::ctl {
 
@@ -24,8 +22,8 @@ void Complain(std::string_view item, const client::Error& error) {
 }
 
 void SaveHistory(History& history) {
-    if (!history.Save()) {
-        Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
+    if (const auto error = history.Save()) {
+        Complain("the results are not remembered for 'list': " + error->text);
     }
 }
 

@@ -217,7 +217,7 @@ bool Diagnosis::FallsBack() const {
 Diagnosis Diagnose(const std::string& path) {
     Diagnosis diagnosis;
     if (!IsRegularOrMissing(path)) {
-        diagnosis.error = "not a regular file";  // a pipe would be waited for
+        diagnosis.unreadable = WrongUse("not a regular file");  // a pipe would be waited for
         return diagnosis;
     }
     Loaded whole = Load([&](InspectConfigMgr& config) { config.InitInspectConfigFrom(path); });
@@ -225,11 +225,10 @@ Diagnosis Diagnose(const std::string& path) {
     diagnosis.entries = whole.entries.size();
 
     XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it
-    diagnosis.readable = document.LoadFile(path.c_str()) == tinyxml2::XML_SUCCESS;
-    if (!diagnosis.readable) {
-        diagnosis.error = document.ErrorStr();
+    if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+        diagnosis.unreadable = WrongUse(document.ErrorStr());
     }
-    if (!diagnosis.readable || document.RootElement() == nullptr) {
+    if (diagnosis.unreadable || document.RootElement() == nullptr) {
         diagnosis.messages = std::move(whole.messages);
         return diagnosis;
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "common/error.h"
 #include "ominspect/config.h"
 #include "ominspect/records.h"
 
@@ -24,8 +25,7 @@ struct ElementReport {
 };
 
 struct Diagnosis {
-    bool readable = false;              // the file was parsed
-    std::string error;                  // why not
+    std::optional<Error> unreadable;    // why the file could not be parsed
     std::vector<std::string> messages;  // the loader's lines about the file as a whole
     std::vector<ElementReport> elements;
     std::size_t items = 0;    // that the server would support

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "json/json.h"
-#include "text/text.h"
+#include "common/json.h"
+#include "common/text.h"
 
 namespace ominspect::doctor {
 namespace {
@@ -107,8 +107,8 @@ std::string ReportText(const std::string& path, const Diagnosis& diagnosis) {
         }
     }
     const std::string head = text::Escaped(path) + ": ";
-    if (!diagnosis.error.empty()) {
-        out += head + text::Escaped(diagnosis.error) + '\n';
+    if (diagnosis.unreadable) {
+        out += head + text::Escaped(diagnosis.unreadable->text) + '\n';
     }
     for (const std::string& message : diagnosis.messages) {
         out += head + "falls back: " + text::Escaped(message) + '\n';
@@ -132,8 +132,8 @@ std::string ReportJson(const std::string& path, const Diagnosis& diagnosis) {
     }
     Value document = Value::Object();
     document.Text("file", text::Escaped(path))
-        .Flag("readable", diagnosis.readable)
-        .Text("error", text::Escaped(diagnosis.error))
+        .Flag("readable", !diagnosis.unreadable)
+        .Text("error", diagnosis.unreadable ? text::Escaped(diagnosis.unreadable->text) : "")
         .Flag("fallsBack", diagnosis.FallsBack())
         .Put("messages", TextList(diagnosis.messages))
         .Number("items", diagnosis.items)

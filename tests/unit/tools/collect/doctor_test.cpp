@@ -3,23 +3,29 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "doctor/report.h"
-#include "support/work_folder.h"
+#include "support/temp_folder.h"
 
 using namespace ominspect::doctor;
 
+using support::WriteFile;
+
 namespace {
 
-class Doctor : public support::InWorkFolder {
+class DiagnosisTest : public testing::Test {
 protected:
-    Diagnosis Look(const std::string& xml) {
-        Write("c.xml", xml);
+    static Diagnosis Look(const std::string& xml) {
+        WriteFile("c.xml", xml);
         return Diagnose("c.xml");
     }
-    std::string Text(const std::string& xml) { return ReportText("c.xml", Look(xml)); }
+    static std::string Text(const std::string& xml) { return ReportText("c.xml", Look(xml)); }
+
+    const support::WorkingFolder work_;
 };
 
-TEST_F(Doctor, AFileInOrderFallsBackNowhere) {
+TEST_F(DiagnosisTest, AFileInOrderFallsBackNowhere) {
     const Diagnosis diagnosis = Look(R"(<?xml version="1.0"?>
 <config>
   <DiagnoseList>
@@ -45,7 +51,7 @@ c.xml: items: 2, collection entries: 3
 )");
 }
 
-TEST_F(Doctor, AttributesOfAnItemThatDoNotConvertFallBack) {
+TEST_F(DiagnosisTest, AttributesOfAnItemThatDoNotConvertFallBack) {
     const Diagnosis diagnosis = Look(R"(<c><DiagnoseList>
 <DiagnoseItem name="12345678901234567890123456789012" level="critical" isSync="TRUE"/>
 <DiagnoseItem level="warn" issync="true"/>
@@ -66,7 +72,7 @@ c.xml: items: 2, collection entries: 0
 )");
 }
 
-TEST_F(Doctor, AttributesOfAnEntryThatDoNotConvertFallBack) {
+TEST_F(DiagnosisTest, AttributesOfAnEntryThatDoNotConvertFallBack) {
     EXPECT_EQ(Text(R"(<c><DiagnoseList><DiagnoseItem name="a" level="warn" isSync="true"/></DiagnoseList><LogCollect>
 <Log srcPath="/a" dstPath="/b" timeout="0000000005" isFolder="true"/>
 <Log srcPath="/a" dstPath="/b" timeout="5s" isFolder="True"/>
@@ -93,7 +99,7 @@ c.xml: items: 1, collection entries: 4
 )");
 }
 
-TEST_F(Doctor, SaysWhichElementsAreNotLookedAtAndWhichCountInSpiteOfTheirName) {
+TEST_F(DiagnosisTest, SaysWhichElementsAreNotLookedAtAndWhichCountInSpiteOfTheirName) {
     const Diagnosis diagnosis = Look(R"(<c>
 <Extra><a><b/></a></Extra>
 <DiagnoseList>
@@ -124,7 +130,7 @@ c.xml: items: 2, collection entries: 0
 )");
 }
 
-TEST_F(Doctor, AMissingListIsTheLoadersOwnWord) {
+TEST_F(DiagnosisTest, AMissingListIsTheLoadersOwnWord) {
     const Diagnosis diagnosis = Look("<c><DiagnoseItem/></c>");
     EXPECT_TRUE(diagnosis.FallsBack());
     EXPECT_EQ(ReportText("c.xml", diagnosis),
@@ -135,7 +141,7 @@ c.xml: items: 0, collection entries: 0
 )");
 }
 
-TEST_F(Doctor, ItemsBeyondThe256thAreNoted) {
+TEST_F(DiagnosisTest, ItemsBeyondThe256thAreNoted) {
     std::string xml =
         "<c><LogCollect><Log srcPath='/a' dstPath='/b' timeout='1' isFolder='true'/></LogCollect><DiagnoseList>";
     for (int i = 1; i <= 257; ++i) {
@@ -150,25 +156,25 @@ TEST_F(Doctor, ItemsBeyondThe256thAreNoted) {
               (std::vector<std::string>{"the list of items that the server answers ends with the 256th"}));
 }
 
-TEST_F(Doctor, AnUnreadableFileMeansTheDefaultItemsAndNoCollection) {
+TEST_F(DiagnosisTest, AnUnreadableFileMeansTheDefaultItemsAndNoCollection) {
     const Diagnosis diagnosis = Diagnose("missing.xml");
-    EXPECT_FALSE(diagnosis.readable);
+    ASSERT_TRUE(diagnosis.unreadable);
     EXPECT_TRUE(diagnosis.FallsBack());
     EXPECT_EQ(diagnosis.items, 25U);
     EXPECT_EQ(diagnosis.entries, 0U);
     EXPECT_EQ(diagnosis.messages, (std::vector<std::string>{"xml read err, error code : 3. use default config.",
                                                             "use default config InspectItemList."}));
-    EXPECT_NE(diagnosis.error.find("XML_ERROR_FILE_NOT_FOUND"), std::string::npos);
+    EXPECT_NE(diagnosis.unreadable->text.find("XML_ERROR_FILE_NOT_FOUND"), std::string::npos);
 }
 
-TEST_F(Doctor, ABrokenFileIsToldWithItsLine) {
+TEST_F(DiagnosisTest, ABrokenFileIsToldWithItsLine) {
     const Diagnosis diagnosis = Look("<c>\n<DiagnoseList>\n</c>");
-    EXPECT_FALSE(diagnosis.readable);
-    EXPECT_NE(diagnosis.error.find("Line number=2"), std::string::npos) << diagnosis.error;
+    ASSERT_TRUE(diagnosis.unreadable);
+    EXPECT_NE(diagnosis.unreadable->text.find("Line number=2"), std::string::npos) << diagnosis.unreadable->text;
     EXPECT_TRUE(diagnosis.elements.empty());
 }
 
-TEST_F(Doctor, AFileWithoutADocumentElementMeansBothDefaults) {
+TEST_F(DiagnosisTest, AFileWithoutADocumentElementMeansBothDefaults) {
     EXPECT_EQ(Text("<!-- nothing -->"),
               R"(c.xml: falls back: xmlDocGetRootElement fail
 c.xml: falls back: use default config InspectItemList.
@@ -177,7 +183,7 @@ c.xml: items: 25, collection entries: 20
 )");
 }
 
-TEST_F(Doctor, TextsFromTheFileAreEscaped) {
+TEST_F(DiagnosisTest, TextsFromTheFileAreEscaped) {
     EXPECT_EQ(Text("<c><DiagnoseList><DiagnoseItem name='a&#10;b\\' level='\xff' isSync='true'/></DiagnoseList>"
                    "<LogCollect/></c>"),
               R"(line 1: DiagnoseList: records: 1
@@ -188,7 +194,7 @@ c.xml: items: 1, collection entries: 0
 )");
 }
 
-TEST_F(Doctor, JsonHoldsTheSame) {
+TEST_F(DiagnosisTest, JsonHoldsTheSame) {
     const std::string xml =
         "<c><DiagnoseList>\n<DiagnoseItem name='a' level='warn' x='1'/></DiagnoseList><LogCollect>"
         "<Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></c>";

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <future>
 #include <mutex>
 #include <string>
@@ -19,12 +17,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class Items : public testing::Test {
+class ItemTableTest : public testing::Test {
 protected:
     void SetUp() override {
-        std::string pattern = testing::TempDir() + "owner_items_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
         config_ = {"p",
                    1,
                    {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
@@ -35,15 +30,11 @@ protected:
             config_, [this](const tagKivoOmInspectionResult& result) { Keep(result); },
             ItemTable::Times{.termGrace = 1s, .settle = 1ms});
     }
-    void TearDown() override {
-        table_.reset();
-        std::filesystem::remove_all(folder_);
-    }
 
     static ItemConfig Item(const std::string& name, bool isSync, const std::string& script) {
         return {name, 1h, isSync, {"/bin/sh", "-c", script}};
     }
-    std::string Log() const { return folder_ + "/log"; }
+    std::string Log() const { return folder_ / "log"; }
     bool Started() const {
         return support::Eventually([this] { return support::Contents(Log()) == "start\n"; });
     }
@@ -69,31 +60,31 @@ protected:
         return support::Eventually([&] { return Reports() == std::vector<std::string>{report}; });
     }
 
-    std::string folder_;
+    const support::TempFolder folder_;
     OwnerConfig config_;
     std::mutex mutex_;
     std::vector<std::string> reports_;
     std::unique_ptr<ItemTable> table_;
 };
 
-TEST_F(Items, AnswerASynchronousRunWithTheResult) {
+TEST_F(ItemTableTest, AnswerASynchronousRunWithTheResult) {
     EXPECT_EQ(Ask("now", "deep"), "warn: OK deep");
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(Items, AnswerAnAsynchronousRunWithRunningAndReportItLater) {
+TEST_F(ItemTableTest, AnswerAnAsynchronousRunWithRunningAndReportItLater) {
     EXPECT_EQ(Ask("later"), "running: ");
     EXPECT_TRUE(Reported("later: success: LATER"));
 }
 
-TEST_F(Items, CanRunAgainOnceReported) {
+TEST_F(ItemTableTest, CanRunAgainOnceReported) {
     EXPECT_EQ(Ask("later"), "running: ");
     ASSERT_TRUE(Reported("later: success: LATER"));
     EXPECT_EQ(Ask("later"), "running: ");
     EXPECT_TRUE(support::Eventually([this] { return Reports().size() == 2; }));
 }
 
-TEST_F(Items, LetASecondRequestJoinTheRun) {
+TEST_F(ItemTableTest, LetASecondRequestJoinTheRun) {
     EXPECT_EQ(Ask("long"), "running: ");
     ASSERT_TRUE(Started());
     EXPECT_EQ(Ask("long"), "running: ");
@@ -102,24 +93,24 @@ TEST_F(Items, LetASecondRequestJoinTheRun) {
     EXPECT_EQ(support::Contents(Log()), "start\n");
 }
 
-TEST_F(Items, StopOnlyWhatRuns) {
+TEST_F(ItemTableTest, StopOnlyWhatRuns) {
     EXPECT_EQ(Ask("long", "stop"), "fail: not running");
     EXPECT_EQ(Ask("now", "stop"), "fail: not running");
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(Items, ThatAreSynchronousDoNotWaitForAFreePlace) {
+TEST_F(ItemTableTest, ThatAreSynchronousDoNotWaitForAFreePlace) {
     EXPECT_EQ(Ask("long"), "running: ");
     ASSERT_TRUE(Started());
     EXPECT_EQ(Ask("now"), "warn: OK");
     EXPECT_TRUE(Reports().empty());
 }
 
-TEST_F(Items, MustBeKnown) {
+TEST_F(ItemTableTest, MustBeKnown) {
     EXPECT_EQ(Ask("nosuch"), "");
 }
 
-TEST_F(Items, AreReportedAndThenRefusedWhenTheOwnerEnds) {
+TEST_F(ItemTableTest, AreReportedAndThenRefusedWhenTheOwnerEnds) {
     EXPECT_EQ(Ask("long"), "running: ");
     table_->Shutdown();
     EXPECT_EQ(Reports(), std::vector<std::string>{"long: fail: stopped"});
@@ -127,7 +118,7 @@ TEST_F(Items, AreReportedAndThenRefusedWhenTheOwnerEnds) {
     EXPECT_EQ(Ask("now"), "fail: the owner is ending");
 }
 
-TEST_F(Items, AnswerASynchronousRunThatTheOwnersEndCutsShort) {
+TEST_F(ItemTableTest, AnswerASynchronousRunThatTheOwnersEndCutsShort) {
     auto answer = std::async(std::launch::async, [this] { return Ask("hang"); });
     ASSERT_TRUE(Started());
     table_->Shutdown();

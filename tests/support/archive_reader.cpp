@@ -1,5 +1,5 @@
 // Reads a package back, for tests.
-#include "archive_reader.h"
+#include "support/archive_reader.h"
 
 #include <algorithm>
 #include <array>

@@ -1,10 +1,10 @@
-// A JSON document to be printed.
-#include "json/json.h"
+// A failed allocation is null in cJSON, which says so nowhere else.
+#include "common/json.h"
 
 #include <new>
 #include <utility>
 
-#include "text/text.h"
+#include "common/text.h"
 
 namespace ominspect::json {
 namespace {
@@ -19,6 +19,36 @@ std::string Taken(char* raw) {
 
 }  // namespace
 
+View View::operator[](const char* name) const {
+    return View(cJSON_GetObjectItemCaseSensitive(json_, name));
+}
+
+View View::At(std::size_t index) const {
+    return View(cJSON_GetArrayItem(json_, static_cast<int>(index)));
+}
+
+std::vector<std::pair<std::string, View>> View::Members() const {
+    std::vector<std::pair<std::string, View>> members;
+    const cJSON* member = nullptr;
+    cJSON_ArrayForEach(member, json_) {
+        members.emplace_back(member->string == nullptr ? "" : member->string, member);
+    }
+    return members;
+}
+
+std::optional<std::string> View::Text() const {
+    const char* text = cJSON_GetStringValue(json_);
+    return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+}
+
+std::optional<double> View::Number() const {
+    return cJSON_IsNumber(json_) == 0 ? std::nullopt : std::optional(json_->valuedouble);
+}
+
+std::optional<bool> View::Flag() const {
+    return cJSON_IsBool(json_) == 0 ? std::nullopt : std::optional(cJSON_IsTrue(json_) != 0);
+}
+
 Value::Value(cJSON* json) : json_(Checked(json)) {}
 
 Value Value::Object() {
@@ -27,6 +57,14 @@ Value Value::Object() {
 
 Value Value::Array() {
     return Value(cJSON_CreateArray());
+}
+
+Result<Value> Value::Parse(std::string_view text) {
+    cJSON* json = cJSON_ParseWithLength(text.data(), text.size());
+    if (json == nullptr) {
+        return OtherError("no JSON document");
+    }
+    return Value(json);
 }
 
 Value::Node Value::Checked(cJSON* json) {

@@ -1,36 +1,17 @@
-// Columns of text for people.
-#include "text/table.h"
+// Widths are columns of the terminal, neither bytes nor characters.
+#include "common/table.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 
+#include "common/text.h"
+
 namespace ominspect::text {
-
-namespace {
-
-bool BeginsCharacter(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80;
-}
-
-}  // namespace
-
-std::size_t WidthOf(std::string_view utf8) {
-    return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), BeginsCharacter));
-}
 
 std::string Padded(std::string text, std::size_t width) {
     const std::size_t own = WidthOf(text);
     return own < width ? text.append(width - own, ' ') : text;
-}
-
-std::string_view CutToWidth(std::string_view utf8, std::size_t width) {
-    for (std::size_t at = 0; at < utf8.size(); ++at) {
-        if (BeginsCharacter(utf8[at]) && width-- == 0) {
-            return utf8.substr(0, at);
-        }
-    }
-    return utf8;
 }
 
 std::string Table(const std::vector<std::vector<std::string>>& rows) {

@@ -1,5 +1,5 @@
-// A file that appears under its name only when it is whole: written under another one, synchronised, renamed.
-#include "output_file.h"
+// The file is written under a temporary name and renamed at the end.
+#include "common/output_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace ominspect::collect {
+namespace ominspect {
 namespace {
 
 std::string FolderOf(const std::string& path) {
@@ -45,72 +45,75 @@ OutputFile::~OutputFile() {
     }
 }
 
-std::unique_ptr<OutputFile> OutputFile::Create(const std::string& path, bool replace, int& error) {
+Result<std::unique_ptr<OutputFile>> OutputFile::Create(const std::string& path, bool replace) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0 && (!replace || S_ISDIR(status.st_mode))) {
-        error = S_ISDIR(status.st_mode) ? EISDIR : EEXIST;
-        return nullptr;
+        return SystemError(S_ISDIR(status.st_mode) ? EISDIR : EEXIST);
     }
     std::string temporary = path + ".part-XXXXXX";
     UniqueFd fd(mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
     if (!fd) {
-        error = errno;
-        return nullptr;
+        return SystemError();
     }
-    error = fstat(fd.Get(), &status) == 0 ? 0 : errno;
+    const int number = fstat(fd.Get(), &status) == 0 ? 0 : errno;
     std::unique_ptr<OutputFile> file(new OutputFile(path, std::move(temporary), replace, std::move(fd), status));
-    return error == 0 ? std::move(file) : nullptr;
+    if (number != 0) {
+        return SystemError(number);
+    }
+    return file;
 }
 
-int OutputFile::Write(const void* data, std::size_t size) {
-    const char* rest = static_cast<const char*>(data);
-    while (size > 0) {
-        const ssize_t written = write(fd_.Get(), rest, size);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return errno;
-        }
-        rest += written;
-        size -= static_cast<std::size_t>(written);
-        size_ += static_cast<std::uint64_t>(written);
-    }
-    return 0;
+std::optional<Error> OutputFile::Write(std::string_view data) {
+    size_ += data.size();
+    return WriteAll(fd_.Get(), data);
 }
 
-int OutputFile::Commit() {
-    if (fsync(fd_.Get()) != 0) {
-        return errno;
+std::optional<Error> OutputFile::Commit(bool sync) {
+    if (sync && fsync(fd_.Get()) != 0) {
+        return SystemError();
     }
-    if (const int error = Rename(); error != 0) {
-        return error;
+    if (!Rename()) {
+        return SystemError();
     }
     temporary_.clear();
-    SyncFolder(path_);
-    return 0;
+    if (sync) {
+        SyncFolder(path_);
+    }
+    return std::nullopt;
 }
 
-int OutputFile::Rename() {
+// On failure errno says why.
+bool OutputFile::Rename() {
     if (replace_) {
-        return rename(temporary_.c_str(), path_.c_str()) == 0 ? 0 : errno;
+        return rename(temporary_.c_str(), path_.c_str()) == 0;
     }
     if (renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD, path_.c_str(), RENAME_NOREPLACE) == 0) {
-        return 0;
+        return true;
     }
     if (errno != EINVAL && errno != ENOSYS) {
-        return errno;
+        return false;
     }
     // A file system without that: a link fails as well when the name is taken.
     if (link(temporary_.c_str(), path_.c_str()) != 0) {
-        return errno;
+        return false;
     }
     (void)unlink(temporary_.c_str());
-    return 0;
+    return true;
 }
 
 bool OutputFile::IsSame(const struct stat& status) const {
     return status.st_dev == device_ && status.st_ino == inode_;
 }
 
-}  // namespace ominspect::collect
+std::optional<Error> ReplaceFile(const std::string& path, std::string_view text) {
+    const auto file = OutputFile::Create(path, true);
+    if (!file) {
+        return file.Failure();
+    }
+    if (auto error = (*file)->Write(text)) {
+        return error;
+    }
+    return (*file)->Commit(false);
+}
+
+}  // namespace ominspect

@@ -1,11 +1,11 @@
-// Times as people and programs read them.
-#include "times.h"
+// strftime(3) writes everything but the milliseconds.
+#include "common/times.h"
 
 #include <array>
 #include <cstdio>
 #include <ctime>
 
-namespace ominspect::ctl {
+namespace ominspect {
 namespace {
 
 using Convert = std::tm* (*)(const std::time_t*, std::tm*);
@@ -13,7 +13,7 @@ using Convert = std::tm* (*)(const std::time_t*, std::tm*);
 std::string Formatted(TimePoint time, Convert convert, const char* format) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     std::tm fields{};
-    (void)convert(&seconds, &fields);
+    (void)convert(&seconds, &fields);  // fails for years that a TimePoint does not reach
     std::array<char, 40> out{};
     (void)std::strftime(out.data(), out.size(), format, &fields);
     return out.data();
@@ -40,4 +40,12 @@ std::string UtcTime(TimePoint time) {
     return Formatted(time, gmtime_r, "%Y-%m-%dT%H:%M:%S") + Milliseconds(time) + "Z";
 }
 
-}  // namespace ominspect::ctl
+std::string UtcSecond(TimePoint time) {
+    return Formatted(time, gmtime_r, "%Y-%m-%dT%H:%M:%SZ");
+}
+
+std::string UtcName(TimePoint time) {
+    return Formatted(time, gmtime_r, "%Y%m%dT%H%M%SZ");
+}
+
+}  // namespace ominspect
