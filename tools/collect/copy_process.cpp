@@ -7,8 +7,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -19,9 +21,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "intercept/intercept.h"
+#include "area.h"
+#include "intercept.h"
 #include "kivo/om_log_client.h"
-#include "link_guard.h"
 
 namespace ominspect::collect {
 namespace {
@@ -33,6 +35,36 @@ constexpr std::size_t kLongestLine = 1000;
 
 // The copy functions' word for a copy that found `running` cleared.
 constexpr std::string_view kEndedEarly = "collection stopped by timer,";
+
+// Keeps a copy inside its source: the copy functions follow every link.
+class LinkGuard {
+public:
+    // For the copy of `source` to `destination`; the source may itself be a link.
+    LinkGuard(const std::string& source, const std::string& destination)
+        : source_(ResolvedPath(source)), destination_(ResolvedPath(destination)) {}
+
+    // Why this path must not be read: it leads out of both trees, or to a folder that it lies in, without end. Empty
+    // when it may.
+    std::string Objection(const std::string& path) const {
+        std::error_code error;
+        const std::string real = std::filesystem::canonical(path, error).string();
+        if (error) {
+            return {};  // whoever opens it finds out
+        }
+        if (IsInside(real, destination_)) {
+            return {};  // what an earlier collection left
+        }
+        if (!IsInside(real, source_)) {
+            return "a link that leads out of the source";
+        }
+        const std::string parent = ResolvedPath(std::filesystem::absolute(path).parent_path().string());
+        return IsInside(parent, real) ? "a link to a folder that it lies in" : "";
+    }
+
+private:
+    std::string source_;  // links followed
+    std::string destination_;
+};
 
 void Tell(int fd, const char* kind, std::string_view first, std::string_view second) {
     std::string record = kind;

@@ -1,14 +1,37 @@
-// The package: the area's files and the manifest in one archive.
+// The package: the area's files and, as its last member, the manifest that tells what a collection came to.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "common/output_file.h"
-#include "manifest.h"
+#include "entry.h"
 #include "packer.h"
 
 namespace ominspect::collect {
+
+// All of a collection but the packed files.
+struct Collection {
+    std::string version;        // of the tool
+    std::string host;           // the device's name
+    std::string file;           // the package's file name
+    std::string area;           // the folder that was packed
+    std::string configuration;  // where the entries come from: a path, or "the command line"
+    std::chrono::system_clock::time_point started;
+    std::chrono::system_clock::time_point collected;  // when the copying was over
+    bool interrupted = false;                         // the user ended it early
+    std::vector<std::string> messages;                // of the configuration's loader
+    std::vector<EntryReport> entries;
+};
+
+// Whether everything that was asked for is in the package, unchanged.
+bool IsComplete(const Collection& collection, const PackedTree& packed);
+
+// The manifest as one JSON document, indented, without the last line end. Paths and texts from outside are escaped as
+// text::Escaped does, so that different names stay different. Throws std::bad_alloc.
+std::string ManifestText(const Collection& collection, const PackedTree& packed);
 
 struct Package {
     PackedTree packed;

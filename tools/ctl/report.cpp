@@ -1,4 +1,4 @@
-// Where the commands' answers and complaints go.
+// Every line goes out at once: whoever reads a pipe sees each result as it comes.
 #include "report.h"
 
 #include <cstdio>
@@ -11,10 +11,6 @@ namespace ominspect::ctl {
 void PrintLine(const std::string& line) {
     (void)std::printf("%s\n", line.c_str());
     (void)std::fflush(stdout);
-}
-
-void Complain(const std::string& text) {
-    (void)std::fprintf(stderr, "ominspectctl: %s\n", text.c_str());
 }
 
 void Complain(std::string_view item, const client::Error& error) {

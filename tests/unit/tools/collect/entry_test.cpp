@@ -1,7 +1,7 @@
 // Where the entries of a collection come from.
 #include <gtest/gtest.h>
 
-#include "collect/entries.h"
+#include "collect/entry.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect;

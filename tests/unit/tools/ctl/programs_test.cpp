@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -104,6 +105,43 @@ TEST_F(Programs, CtlSaysThatItCannotWrite) {
     const auto outcome = RunProgram({"/bin/sh", "-c", "exec \"$0\" run a --json >/dev/full", PROGRAM_CTL});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_TRUE(Holds(outcome.err, "cannot write the output"));
+}
+
+TEST_F(Programs, CtlHelpNamesTheCommandsOfTheOtherProgram) {
+    const auto help = RunProgram({PROGRAM_CTL, "--help"});
+    EXPECT_TRUE(Holds(help.out, "  collect ")) << help.out;
+    EXPECT_TRUE(Holds(help.out, "  doctor ")) << help.out;
+    const auto collect = RunProgram({PROGRAM_CTL, "collect", "--help"});
+    EXPECT_EQ(collect.code, 0);
+    EXPECT_TRUE(Holds(collect.out, "Usage: ominspectctl collect [OPTIONS] [SOURCE...]")) << collect.out;
+    EXPECT_TRUE(Holds(collect.out, "--area DIR")) << collect.out;
+    EXPECT_TRUE(Holds(collect.out, "  1    a check failed")) << collect.out;
+    const auto doctor = RunProgram({PROGRAM_CTL, "doctor", "--help"});
+    EXPECT_EQ(doctor.code, 0);
+    EXPECT_TRUE(Holds(doctor.out, "--config FILE REQUIRED")) << doctor.out;
+}
+
+TEST_F(Programs, CtlSaysWhichProgramItCannotRun) {
+    const support::TempFolder folder;
+    const std::string ctl = folder / "bin/ominspectctl";
+    std::filesystem::create_directories(folder / "bin");
+    std::filesystem::copy_file(PROGRAM_CTL, ctl);
+    const auto outcome = RunProgram({ctl, "doctor", "--config", "x"});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_TRUE(outcome.err.starts_with("ominspectctl: cannot run /")) << outcome.err;
+    EXPECT_TRUE(
+        outcome.err.ends_with("/ominspect-collect, which carries out collect and doctor: No such file or directory\n"))
+        << outcome.err;
+    EXPECT_EQ(RunProgram({ctl, "--version"}).code, 0) << "the other commands do not need it";
+}
+
+TEST_F(Programs, CtlNeedsNeitherTheServerNorTheLibrariesOfPackages) {
+    const auto libraries = RunProgram({"/usr/bin/env", "LD_TRACE_LOADED_OBJECTS=1", PROGRAM_CTL});
+    EXPECT_TRUE(Holds(libraries.out, "libc.so")) << libraries.out;
+    for (const char* library : {"libominspect.so", "libarchive", "libcrypto"}) {
+        EXPECT_FALSE(Holds(libraries.out, library)) << library;
+    }
 }
 
 TEST_F(Programs, OwnerChecksTheShippedFiles) {

@@ -1,7 +1,7 @@
 // The manifest's text, and when a collection counts as complete.
 #include <gtest/gtest.h>
 
-#include "collect/manifest.h"
+#include "collect/package.h"
 
 using namespace ominspect::collect;
 
@@ -36,7 +36,7 @@ PackedFile File(const std::string& path, const std::string& note) {
     return file;
 }
 
-TEST(Manifest, HoldsEverythingEscaped) {
+TEST(PackageTest, ManifestHoldsEverythingEscaped) {
     Collection collection = OneEntry(Outcome::kCutShort);
     collection.messages = {"a message"};
     collection.entries[0].remark = "why";
@@ -98,7 +98,7 @@ TEST(Manifest, HoldsEverythingEscaped) {
 })");
 }
 
-TEST(Manifest, IsCompleteOnlyWhenNothingIsMissing) {
+TEST(PackageTest, IsCompleteOnlyWhenNothingIsMissing) {
     const PackedTree packed{{File("a", "")}, {}, {}, 0, 3};
     EXPECT_TRUE(IsComplete(OneEntry(Outcome::kComplete), packed));
     for (const Outcome outcome : {Outcome::kIncomplete, Outcome::kCutShort, Outcome::kInterrupted, Outcome::kMissing,
@@ -115,7 +115,7 @@ TEST(Manifest, IsCompleteOnlyWhenNothingIsMissing) {
     EXPECT_FALSE(IsComplete(collection, packed));
 }
 
-TEST(Manifest, KeepsTheFirstThousandFailuresAndCountsTheRest) {
+TEST(PackageTest, ManifestKeepsTheFirstThousandFailuresAndCountsTheRest) {
     FirstOf<int> numbers;
     for (int i = 0; i < 1001; ++i) {
         numbers.Add(i);

@@ -11,7 +11,7 @@
 #include "ominspect/config.h"
 #include "ominspect/records.h"
 
-namespace ominspect::doctor {
+namespace ominspect::collect {
 
 // One element of the file; foreign texts are as in the file.
 struct ElementReport {
@@ -38,4 +38,4 @@ struct Diagnosis {
 // Reads the file. At most one unreadable file per process shows the built-in tables: the loader hands them out once.
 Diagnosis Diagnose(const std::string& path);
 
-}  // namespace ominspect::doctor
+}  // namespace ominspect::collect

@@ -1,5 +1,5 @@
 // A diagnosis as text and as JSON.
-#include "doctor/report.h"
+#include "diagnosis_report.h"
 
 #include <string_view>
 #include <utility>
@@ -7,7 +7,7 @@
 #include "common/json.h"
 #include "common/text.h"
 
-namespace ominspect::doctor {
+namespace ominspect::collect {
 namespace {
 
 using json::Value;
@@ -142,4 +142,4 @@ std::string ReportJson(const std::string& path, const Diagnosis& diagnosis) {
     return document.Print();
 }
 
-}  // namespace ominspect::doctor
+}  // namespace ominspect::collect

@@ -1,5 +1,5 @@
 // The three functions that stand before the platform's, and who looks through them.
-#include "intercept/intercept.h"
+#include "intercept.h"
 
 #include <array>
 #include <atomic>

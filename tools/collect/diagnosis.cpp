@@ -1,5 +1,5 @@
 // What the server's loader makes of a configuration file, element by element.
-#include "doctor/diagnosis.h"
+#include "diagnosis.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,9 +12,9 @@
 
 #include <tinyxml2.h>
 
-#include "intercept/intercept.h"
+#include "intercept.h"
 
-namespace ominspect::doctor {
+namespace ominspect::collect {
 namespace {
 
 using tinyxml2::XMLDocument;
@@ -237,4 +237,4 @@ Diagnosis Diagnose(const std::string& path) {
     return diagnosis;
 }
 
-}  // namespace ominspect::doctor
+}  // namespace ominspect::collect

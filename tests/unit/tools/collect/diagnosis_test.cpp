@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "doctor/report.h"
+#include "collect/diagnosis_report.h"
 #include "support/temp_folder.h"
 
-using namespace ominspect::doctor;
+using namespace ominspect::collect;
 
 using support::WriteFile;
 
