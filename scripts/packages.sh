@@ -9,6 +9,7 @@ BUILD_PACKAGES=(
     libcjson-dev     # request texts
     libtinyxml2-dev  # configuration files
     libcli11-dev     # command lines
+    libutf8proc-dev  # UTF-8 and the width of characters
     libarchive-dev   # packages of collected logs; compresses with zstd by itself
     libssl-dev       # their checksums
 )

@@ -1,9 +1,7 @@
-// A tar archive in the pax format, compressed with zstd.
+// An error is kept here, and libarchive is told of none that comes from the sink.
 #include "archive_writer.h"
 
-#include <cerrno>
 #include <clocale>
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -47,35 +45,37 @@ ArchiveWriter::ArchiveWriter(Sink sink) : sink_(std::move(sink)), archive_(archi
     if (archive_ == nullptr) {
         throw std::bad_alloc();
     }
-    (void)Open();
+    Open();
 }
 
 ArchiveWriter::~ArchiveWriter() {
     if (closed_) {
         return;
     }
-    sink_ = [](const void*, std::size_t) { return 0; };
+    sink_ = [](std::string_view /*data*/) { return std::nullopt; };
     (void)archive_write_fail(archive_.get());   // a file that was begun is not filled up
     (void)archive_write_close(archive_.get());  // frees what archive_write_free would leave
 }
 
-bool ArchiveWriter::Open() {
+void ArchiveWriter::Open() {
     // The library is never told of an error: it would not free everything afterwards.
     const auto write = [](archive* /*writer*/, void* self, const void* data, std::size_t size) -> la_ssize_t {
         auto& writer = *static_cast<ArchiveWriter*>(self);
-        if (writer.sinkError_ == 0) {
-            writer.sinkError_ = writer.sink_(data, size);
+        if (!writer.error_) {
+            writer.error_ = writer.sink_({static_cast<const char*>(data), size});
         }
         return static_cast<la_ssize_t>(size);
     };
     // A warning would mean that an outside program does the compressing.
     if (archive_write_add_filter_zstd(archive_.get()) != ARCHIVE_OK) {
-        error_ = "libarchive was built without zstd";
-        return false;
+        error_ = OtherError("libarchive was built without zstd");
+        return;
     }
-    return Checked(archive_write_set_format_pax_restricted(archive_.get())) &&
-           Checked(archive_write_set_bytes_in_last_block(archive_.get(), 1)) &&
-           Checked(archive_write_open(archive_.get(), this, nullptr, write, nullptr));
+    for (const int result : {archive_write_set_format_pax_restricted(archive_.get()),
+                             archive_write_set_bytes_in_last_block(archive_.get(), 1),
+                             archive_write_open(archive_.get(), this, nullptr, write, nullptr)}) {
+        (void)Checked(result);
+    }
 }
 
 ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const struct stat& status, unsigned type,
@@ -94,60 +94,55 @@ ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const 
     return entry;
 }
 
-bool ArchiveWriter::BeginFile(const std::string& name, const struct stat& status, std::uint64_t size) {
+std::optional<Error> ArchiveWriter::BeginFile(const std::string& name, const struct stat& status, std::uint64_t size) {
     return WriteHeader(*MakeEntry(name, status, AE_IFREG, size));
 }
 
-bool ArchiveWriter::AddFolder(const std::string& name, const struct stat& status) {
+std::optional<Error> ArchiveWriter::AddFolder(const std::string& name, const struct stat& status) {
     return WriteHeader(*MakeEntry(name + '/', status, AE_IFDIR, 0));
 }
 
-bool ArchiveWriter::AddLink(const std::string& name, const std::string& target, const struct stat& status) {
+std::optional<Error> ArchiveWriter::AddLink(const std::string& name, const std::string& target,
+                                            const struct stat& status) {
     const EntryPtr entry = MakeEntry(name, status, AE_IFLNK, 0);
     archive_entry_copy_symlink(entry.get(), target.c_str());
     return WriteHeader(*entry);
 }
 
-bool ArchiveWriter::WriteHeader(archive_entry& entry) {
-    if (!error_.empty()) {
-        return false;
+std::optional<Error> ArchiveWriter::WriteHeader(archive_entry& entry) {
+    if (error_) {
+        return error_;
     }
     const Utf8Locale locale;
     return Checked(archive_write_header(archive_.get(), &entry));
 }
 
-bool ArchiveWriter::Data(const void* data, std::size_t size) {
-    if (!error_.empty()) {
-        return false;
+std::optional<Error> ArchiveWriter::Data(std::string_view data) {
+    if (error_) {
+        return error_;
     }
-    const la_ssize_t written = archive_write_data(archive_.get(), data, size);
-    if (written >= 0 && written != static_cast<la_ssize_t>(size)) {
-        error_ = "more data than the size of the file";
-        return false;
+    const la_ssize_t written = archive_write_data(archive_.get(), data.data(), data.size());
+    if (written >= 0 && written != static_cast<la_ssize_t>(data.size())) {
+        error_ = OtherError("more data than the size of the file");
     }
     return Checked(written < 0 ? ARCHIVE_FATAL : ARCHIVE_OK);
 }
 
-bool ArchiveWriter::Close() {
-    if (!error_.empty()) {
-        return false;
+std::optional<Error> ArchiveWriter::Close() {
+    if (error_) {
+        return error_;
     }
     closed_ = true;
     return Checked(archive_write_close(archive_.get()));
 }
 
-// A warning (a name that is no UTF-8 is stored as bytes) ends nothing.
-bool ArchiveWriter::Checked(int result) {
-    if (sinkError_ != 0) {
-        error_ = std::strerror(sinkError_);
-        return false;
+// A warning (a name that is not UTF-8 is stored as bytes) ends nothing.
+std::optional<Error> ArchiveWriter::Checked(int result) {
+    if (!error_ && result < ARCHIVE_WARN) {
+        const char* text = archive_error_string(archive_.get());
+        error_ = text == nullptr ? SystemError(archive_errno(archive_.get())) : OtherError(text);
     }
-    if (result >= ARCHIVE_WARN) {
-        return true;
-    }
-    const char* text = archive_error_string(archive_.get());
-    error_ = text == nullptr ? std::strerror(archive_errno(archive_.get())) : text;
-    return false;
+    return error_;
 }
 
 }  // namespace ominspect::collect

@@ -1,25 +1,28 @@
 // A tar archive in the pax format, compressed with zstd, as a stream: a cover over libarchive.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include <sys/stat.h>
+
+#include "common/error.h"
 
 struct archive;
 struct archive_entry;
 
 namespace ominspect::collect {
 
-// Functions return false after an error that ends the archive; Error then tells it. Names are bytes: one that is no
-// UTF-8 is stored as it is. To be used by one thread.
+// An error ends the archive: every later call gives it again. Names are bytes: one that is not UTF-8 is stored as it
+// is. Used by one thread.
 class ArchiveWriter {
 public:
-    // Takes compressed bytes; returns 0, or an errno(3) number that ends the archive.
-    using Sink = std::function<int(const void* data, std::size_t size)>;
+    // Takes compressed bytes. An error ends the archive.
+    using Sink = std::function<std::optional<Error>(std::string_view data)>;
 
     explicit ArchiveWriter(Sink sink);
     ~ArchiveWriter();
@@ -28,16 +31,14 @@ public:
 
     // Begins a regular file of exactly `size` bytes, which follow through Data. Times, permissions and owner come from
     // `status`.
-    bool BeginFile(const std::string& name, const struct stat& status, std::uint64_t size);
-    bool Data(const void* data, std::size_t size);
+    std::optional<Error> BeginFile(const std::string& name, const struct stat& status, std::uint64_t size);
+    std::optional<Error> Data(std::string_view data);
 
-    bool AddFolder(const std::string& name, const struct stat& status);
-    bool AddLink(const std::string& name, const std::string& target, const struct stat& status);
+    std::optional<Error> AddFolder(const std::string& name, const struct stat& status);
+    std::optional<Error> AddLink(const std::string& name, const std::string& target, const struct stat& status);
 
     // Writes the end. Nothing may follow.
-    bool Close();
-
-    const std::string& Error() const { return error_; }
+    std::optional<Error> Close();
 
 private:
     struct FreeArchive {
@@ -48,15 +49,14 @@ private:
     };
     using EntryPtr = std::unique_ptr<archive_entry, FreeEntry>;
 
-    bool Open();
+    void Open();
     static EntryPtr MakeEntry(const std::string& name, const struct stat& status, unsigned type, std::uint64_t size);
-    bool WriteHeader(archive_entry& entry);
-    bool Checked(int result);
+    std::optional<Error> WriteHeader(archive_entry& entry);
+    std::optional<Error> Checked(int result);
 
     Sink sink_;
-    int sinkError_ = 0;
     bool closed_ = false;
-    std::string error_;
+    std::optional<Error> error_;  // that ended the archive
     std::unique_ptr<archive, FreeArchive> archive_;
 };
 

@@ -32,11 +32,11 @@ TemporaryArea::~TemporaryArea() {
     }
 }
 
-std::unique_ptr<TemporaryArea> TemporaryArea::Make() {
+Result<std::unique_ptr<TemporaryArea>> TemporaryArea::Make() {
     const char* parent = std::getenv("TMPDIR");
     std::string path = AbsolutePath(parent == nullptr || *parent == '\0' ? "/tmp" : parent) + "/ominspect-XXXXXX";
     if (mkdtemp(path.data()) == nullptr) {
-        return nullptr;
+        return SystemError();
     }
     return std::unique_ptr<TemporaryArea>(new TemporaryArea(std::move(path)));
 }

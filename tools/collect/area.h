@@ -5,13 +5,14 @@
 #include <optional>
 #include <string>
 
+#include "common/error.h"
+
 namespace ominspect::collect {
 
 // A folder below TMPDIR (or /tmp) for this process's user only, removed with all that is in it.
 class TemporaryArea {
 public:
-    // Null with errno set when it cannot be made.
-    static std::unique_ptr<TemporaryArea> Make();
+    static Result<std::unique_ptr<TemporaryArea>> Make();
     ~TemporaryArea();
     TemporaryArea(const TemporaryArea&) = delete;
     TemporaryArea& operator=(const TemporaryArea&) = delete;

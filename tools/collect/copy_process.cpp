@@ -7,8 +7,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -19,9 +21,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "intercept/intercept.h"
+#include "area.h"
+#include "intercept.h"
 #include "kivo/om_log_client.h"
-#include "link_guard.h"
 
 namespace ominspect::collect {
 namespace {
@@ -34,37 +36,42 @@ constexpr std::size_t kLongestLine = 1000;
 // The copy functions' word for a copy that found `running` cleared.
 constexpr std::string_view kEndedEarly = "collection stopped by timer,";
 
-struct Pipe {
-    UniqueFd out;
-    UniqueFd in;
+// Keeps a copy inside its source: the copy functions follow every link.
+class LinkGuard {
+public:
+    // For the copy of `source` to `destination`; the source may itself be a link.
+    LinkGuard(const std::string& source, const std::string& destination)
+        : source_(ResolvedPath(source)), destination_(ResolvedPath(destination)) {}
+
+    // Why this path must not be read: it leads out of both trees, or to a folder that it lies in, without end. Empty
+    // when it may.
+    std::string Objection(const std::string& path) const {
+        std::error_code error;
+        const std::string real = std::filesystem::canonical(path, error).string();
+        if (error) {
+            return {};  // whoever opens it finds out
+        }
+        if (IsInside(real, destination_)) {
+            return {};  // what an earlier collection left
+        }
+        if (!IsInside(real, source_)) {
+            return "a link that leads out of the source";
+        }
+        const std::string parent = ResolvedPath(std::filesystem::absolute(path).parent_path().string());
+        return IsInside(parent, real) ? "a link to a folder that it lies in" : "";
+    }
+
+private:
+    std::string source_;  // links followed
+    std::string destination_;
 };
-
-bool Open(Pipe& pipe) {
-    std::array<int, 2> fds{};
-    if (pipe2(fds.data(), O_CLOEXEC) != 0) {
-        return false;
-    }
-    pipe.out = UniqueFd(fds[0]);
-    pipe.in = UniqueFd(fds[1]);
-    return fcntl(fds[0], F_SETFL, O_NONBLOCK) == 0;
-}
-
-void WriteAll(int fd, std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t written = write(fd, data.data(), data.size());
-        if (written < 0 && errno != EINTR) {
-            _exit(kNoMemory);  // whoever should read it is gone
-        }
-        if (written > 0) {
-            data.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
-}
 
 void Tell(int fd, const char* kind, std::string_view first, std::string_view second) {
     std::string record = kind;
     record.append(1, '\0').append(first).append(1, '\0').append(second).append(1, '\0');
-    WriteAll(fd, record);
+    if (WriteAll(fd, record)) {
+        _exit(kNoMemory);  // whoever should read it is gone
+    }
 }
 
 // The platform refuses everything but regular files with one number: tells more.
@@ -73,7 +80,7 @@ std::string Reason(const char* src, std::uint32_t error) {
     if (error == EINVAL && stat(src, &status) == 0 && !S_ISREG(status.st_mode)) {
         return "not a regular file";
     }
-    return std::strerror(static_cast<int>(error));
+    return SystemText(static_cast<int>(error));
 }
 
 }  // namespace
@@ -95,37 +102,40 @@ void CopyProcess::Unmap::operator()(Shared* shared) const {
 CopyProcess::CopyProcess(std::unique_ptr<Shared, Unmap> shared, pid_t pid, UniqueFd records, UniqueFd errors)
     : shared_(std::move(shared)), pid_(pid), records_(std::move(records)), errors_(std::move(errors)) {}
 
-std::unique_ptr<CopyProcess> CopyProcess::Start(const Entry& entry) {
+Result<std::unique_ptr<CopyProcess>> CopyProcess::Start(const Entry& entry) {
     void* page = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
-        return nullptr;
+        return SystemError();
     }
     std::unique_ptr<Shared, Unmap> shared(new (page) Shared);
     shared->config.startTimer = true;
     shared->config.running = true;
     shared->config.timeout = entry.limit;
 
-    Pipe records;
-    Pipe errors;
-    if (!Open(records) || !Open(errors)) {
-        return nullptr;
+    auto records = MakePipe();
+    if (!records) {
+        return records.Failure();
+    }
+    auto errors = MakePipe();
+    if (!errors) {
+        return errors.Failure();
     }
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) {
-        return nullptr;
+        return SystemError();
     }
     if (pid == 0) {
         (void)setpgid(0, 0);  // with the tools that it starts, to be killed together
         (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent || dup2(errors.in.Get(), STDERR_FILENO) < 0) {
+        if (getppid() != parent || dup2(errors->write.Get(), STDERR_FILENO) < 0) {
             _exit(kNoMemory);
         }
-        Run(entry, *shared, records.in.Get());
+        Run(entry, *shared, records->write.Get());
     }
     (void)setpgid(pid, pid);  // whichever of the two comes first
     return std::unique_ptr<CopyProcess>(
-        new CopyProcess(std::move(shared), pid, std::move(records.out), std::move(errors.out)));
+        new CopyProcess(std::move(shared), pid, std::move(records->read), std::move(errors->read)));
 }
 
 void CopyProcess::Run(const Entry& entry, Shared& shared, int records) {

@@ -10,17 +10,16 @@
 
 #include <sys/types.h>
 
+#include "common/fd.h"
 #include "entry.h"
-#include "fd/unique_fd.h"
 
 namespace ominspect::collect {
 
 // Owns the process: one that still runs is killed and reaped with it.
 class CopyProcess {
 public:
-    // Starts the copy; null with errno set when there is no process to be had. To be called while the program has one
-    // thread only.
-    static std::unique_ptr<CopyProcess> Start(const Entry& entry);
+    // Starts the copy. To be called while the program has one thread only.
+    static Result<std::unique_ptr<CopyProcess>> Start(const Entry& entry);
     ~CopyProcess();
     CopyProcess(const CopyProcess&) = delete;
     CopyProcess& operator=(const CopyProcess&) = delete;

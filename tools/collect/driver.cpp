@@ -1,16 +1,16 @@
-// Walks the entries: what may be copied, the watch over the copy, and what came of it.
+// For each entry: whether it may be copied, the watch over its copy, and what the copy lacks.
 #include "driver.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <set>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "area.h"
-#include "audit.h"
+#include "common/fd.h"
 #include "copy_process.h"
 
 namespace ominspect::collect {
@@ -50,6 +50,51 @@ bool ReplacesEarlier(const Entry& entry, const std::vector<EntryReport>& earlier
     });
 }
 
+std::string Joined(const std::string& folder, const std::string& name) {
+    std::string path = folder;
+    return path.append(1, '/').append(name);
+}
+
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Compares a source folder with its copy, which came to its end, and tells what is not there and not among the paths in
+// `known`: folders that cannot be read, entries after a path that was too long (the copy functions say nothing of
+// both), and whatever came meanwhile. It walks over the copy, which is finite even where links make the source endless.
+void AuditFolder(const std::string& source, const std::string& copy, const std::set<std::string>& known,
+                 const std::function<void(Failure)>& tell) {
+    std::vector<std::string> wanted;
+    std::vector<std::string> copied;
+    if (const auto error = SortedNames(AT_FDCWD, source.c_str(), wanted)) {
+        tell({source, error->text});
+    }
+    if (const auto error = SortedNames(AT_FDCWD, copy.c_str(), copied)) {
+        tell({copy, error->text});
+        return;
+    }
+    const std::size_t longest = std::max(source.size(), copy.size());
+    const bool ended = std::any_of(wanted.begin(), wanted.end(),
+                                   [&](const std::string& name) { return longest + 1 + name.size() > kLongestPath; });
+    for (const std::string& name : wanted) {
+        const std::string path = Joined(source, name);
+        const std::string copyPath = Joined(copy, name);
+        if (known.contains(path)) {
+            continue;
+        }
+        if (std::binary_search(copied.begin(), copied.end(), name)) {
+            if (IsFolder(copyPath)) {
+                AuditFolder(path, copyPath, known, tell);
+            }
+        } else if (longest + 1 + name.size() > kLongestPath) {
+            tell({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
+        } else {
+            tell({path, ended ? "comes after a path longer than 255 bytes" : "not copied"});
+        }
+    }
+}
+
 void Audit(EntryReport& report) {
     std::set<std::string> known;
     for (const Failure& failure : report.failures.list) {
@@ -70,34 +115,35 @@ std::string LimitRemark(const Entry& entry) {
 
 class EntryRun {
 public:
-    EntryRun(Interrupts& interrupts, const DriverEvents& events, std::size_t count)
-        : interrupts_(interrupts), events_(events), count_(count) {}
+    EntryRun(EndSignals& signals, const DriverEvents& events, std::size_t count)
+        : signals_(signals), events_(events), count_(count) {}
 
     // False: given up.
     bool Run(std::size_t index, EntryReport& report) {
         const Clock::time_point start = Clock::now();
-        const auto process = CopyProcess::Start(report.entry);
-        if (process == nullptr) {
+        const auto started = CopyProcess::Start(report.entry);
+        if (!started) {
             report.outcome = Outcome::kFailed;
-            report.remark = std::string("its process cannot be started: ") + std::strerror(errno);
+            report.remark = "its process cannot be started: " + started.Failure().text;
             return true;
         }
+        CopyProcess& process = **started;
         const bool missing = IsMissing(report.entry.source);
         bool interrupted = false;
         bool stopped = false;
         do {
-            const int count = interrupts_.Count();
+            const int count = signals_.Count();
             if (count > 1) {
                 return false;
             }
             if (count == 1 && !interrupted) {
                 interrupted = true;
-                stopped = process->Stop();
+                stopped = process.Stop();
             }
-            Show(index, report.entry, *process, Clock::now() - start);
-        } while (process->Watch(interrupts_.Fd(), kTick));
+            Show(index, report.entry, process, Clock::now() - start);
+        } while (process.Watch(signals_.Fd(), kTick));
         report.duration = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        Conclude(report, *process, missing, stopped);
+        Conclude(report, process, missing, stopped);
         return true;
     }
 
@@ -135,7 +181,7 @@ private:
         }
     }
 
-    Interrupts& interrupts_;
+    EndSignals& signals_;
     const DriverEvents& events_;
     std::size_t count_;
 };
@@ -143,13 +189,13 @@ private:
 }  // namespace
 
 std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
-                                              Interrupts& interrupts, const DriverEvents& events) {
+                                              EndSignals& signals, const DriverEvents& events) {
     std::vector<EntryReport> reports;
-    EntryRun run(interrupts, events, entries.size());
+    EntryRun run(signals, events, entries.size());
     for (std::size_t index = 0; index < entries.size(); ++index) {
         EntryReport report;
         report.entry = entries[index];
-        if (interrupts.Count() > 0) {
+        if (signals.Count() > 0) {
             report.remark = "interrupted before";
         } else if (const std::string refusal = Refusal(report.entry, area); !refusal.empty()) {
             report.outcome = Outcome::kRefused;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "common/end_signals.h"
 #include "entry.h"
-#include "interrupts.h"
 
 namespace ominspect::collect {
 
@@ -30,6 +30,6 @@ struct DriverEvents {
 // Copies all entries into the area and reports on each. The first interrupt ends the current entry at its next file and
 // leaves the others out; the second one gives up at once: nothing is returned then.
 std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
-                                              Interrupts& interrupts, const DriverEvents& events);
+                                              EndSignals& signals, const DriverEvents& events);
 
 }  // namespace ominspect::collect

@@ -1,9 +1,74 @@
-// One collection: its words and its limit.
+// The configuration is read by the server's own loader, so that both read it alike.
 #include "entry.h"
 
 #include <algorithm>
+#include <filesystem>
+
+#include <sys/stat.h>
+
+#include <tinyxml2.h>
+
+#include "area.h"
+#include "intercept.h"
+#include "kivo/om_log_client.h"
+#include "ominspect/config.h"
 
 namespace ominspect::collect {
+namespace {
+
+std::vector<Entry> Converted(InspectConfigMgr& config) {
+    std::vector<Entry> entries;
+    for (const InspectOneDiagFile& file : config.GetLogCollectList()) {
+        entries.push_back(
+            {static_cast<const char*>(file.srcPath), static_cast<const char*>(file.dstPath), file.timeout, file.copy});
+    }
+    return entries;
+}
+
+// What fill(config) loads, with the loader's lines.
+template <typename Fill>
+Result<Entries> Loaded(const Fill& fill) {
+    InspectConfigMgr* config = InspectConfigMgr::GetInstance();
+    if (config == nullptr) {
+        return OtherError("no memory for the configuration");
+    }
+    Entries entries;
+    const LogCapture log([&](unsigned level, const std::string& text) {
+        if (level <= KIVO_OM_LOG_WARNING) {
+            entries.messages.push_back(text);
+        }
+    });
+    fill(*config);
+    entries.list = Converted(*config);
+    return entries;
+}
+
+bool Exists(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// A name that neither the area nor an earlier entry has.
+std::string UniquePlace(const std::string& area, const std::string& source, const std::vector<Entry>& earlier) {
+    const std::string name = std::filesystem::path(source).filename().string();
+    const std::string base = area + '/' + (name.empty() ? "root" : name);
+    std::string place = base;
+    const auto isTaken = [&] {
+        return Exists(place) || std::any_of(earlier.begin(), earlier.end(),
+                                            [&](const Entry& entry) { return entry.destination == place; });
+    };
+    for (int number = 2; isTaken(); ++number) {
+        place.assign(base).append(1, '-').append(std::to_string(number));
+    }
+    return place;
+}
+
+}  // namespace
 
 const char* OutcomeWord(Outcome outcome) {
     switch (outcome) {
@@ -44,6 +109,52 @@ const char* KindWord(InspectCopyFunction copy) {
         return "folder";
     }
     return copy == InspectCopyWylogsFile ? "system log" : "file";
+}
+
+Result<Entries> ConfiguredEntries() {
+    return Loaded([](InspectConfigMgr& config) { config.InitInspectConfig(); });
+}
+
+Result<Entries> EntriesOfFile(const std::string& path) {
+    const auto wrong = [&path](const std::string& text) { return WrongUse(path + ": " + text); };
+    tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        return wrong("not a regular file");  // a pipe would be waited for
+    }
+    if (document.LoadFile(path.c_str()) != tinyxml2::XML_SUCCESS) {
+        return wrong(document.ErrorStr());
+    }
+    if (document.RootElement() == nullptr) {
+        return wrong("there is no document element");
+    }
+    return Loaded([&](InspectConfigMgr& config) { config.InitLogCollectList(document.RootElement()); });
+}
+
+Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const std::string& area,
+                                 std::uint32_t limit) {
+    Entries entries;
+    for (const std::string& source : sources) {
+        Entry entry;
+        entry.source = source.empty() ? "" : AbsolutePath(source);
+        entry.destination = UniquePlace(area, entry.source, entries.list);
+        entry.limit = limit;
+        entry.copy = IsFolder(entry.source) ? InspectCopyDirFile : InspectCopyFile;
+        if (entry.source.empty()) {
+            return WrongUse("a source is empty");
+        }
+        if (entry.source.size() > kLongestPath) {
+            return WrongUse("the path is longer than 255 bytes: " + source);
+        }
+        if (entry.destination.size() > kLongestPath) {
+            return WrongUse("the path in the area would be longer than 255 bytes: " + entry.destination);
+        }
+        if (Overlap(entry.source, entry.destination)) {
+            return WrongUse("the area " + area + " lies inside the source " + source + "; --area names another one");
+        }
+        entries.list.push_back(std::move(entry));
+    }
+    return entries;
 }
 
 }  // namespace ominspect::collect

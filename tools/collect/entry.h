@@ -1,4 +1,4 @@
-// One collection: what is asked for, and what came of it.
+// The entries of a collection: where they come from, what each asks for, and what came of it.
 #pragma once
 
 #include <chrono>
@@ -9,9 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "common/error.h"
 #include "ominspect/collect.h"
 
 namespace ominspect::collect {
+
+// The copy functions have no room for more.
+constexpr std::size_t kLongestPath = 255;
 
 // Copies `source` to `destination`; both are absolute unless the configuration says otherwise.
 struct Entry {
@@ -78,5 +82,22 @@ std::optional<std::chrono::seconds> LimitOf(const Entry& entry);
 
 // "folder", "file" or "system log".
 const char* KindWord(InspectCopyFunction copy);
+
+// ---- where they come from ----
+
+struct Entries {
+    std::vector<Entry> list;
+    std::vector<std::string> messages;  // of the configuration's loader
+};
+
+// Those of the device's configuration file.
+Result<Entries> ConfiguredEntries();
+
+// Those of another configuration file; one that cannot be read is an error.
+Result<Entries> EntriesOfFile(const std::string& path);
+
+// Files and folders that the user names, each to be copied to its own name below `area`, made unique there. A path that
+// has no room in the 255 bytes of the copy functions is an error, and so is a folder that holds the area.
+Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit);
 
 }  // namespace ominspect::collect

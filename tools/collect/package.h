@@ -1,25 +1,48 @@
-// The package: the area's files and the manifest in one archive.
+// The package: the area's files and, as its last member, the manifest that tells what a collection came to.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
-#include "manifest.h"
-#include "output_file.h"
+#include "common/output_file.h"
+#include "entry.h"
 #include "packer.h"
 
 namespace ominspect::collect {
 
+// All of a collection but the packed files.
+struct Collection {
+    std::string version;        // of the tool
+    std::string host;           // the device's name
+    std::string file;           // the package's file name
+    std::string area;           // the folder that was packed
+    std::string configuration;  // where the entries come from: a path, or "the command line"
+    std::chrono::system_clock::time_point started;
+    std::chrono::system_clock::time_point collected;  // when the copying was over
+    bool interrupted = false;                         // the user ended it early
+    std::vector<std::string> messages;                // of the configuration's loader
+    std::vector<EntryReport> entries;
+};
+
+// Whether everything that was asked for is in the package, unchanged.
+bool IsComplete(const Collection& collection, const PackedTree& packed);
+
+// The manifest as one JSON document, indented, without the last line end. Paths and texts from outside are escaped as
+// text::Escaped does, so that different names stay different. Throws std::bad_alloc.
+std::string ManifestText(const Collection& collection, const PackedTree& packed);
+
 struct Package {
     PackedTree packed;
     std::string manifest;  // the text of manifest.json
-    std::string error;     // why there is none; else empty
 };
 
 // Packs the collection's area and gives the file its name: "<name>/files/..." and, last, "<name>/manifest.json", since
 // it holds the checksums of what was really packed. `name` is the file's without its ending. `since` is when the
-// collection began; `goOn` is asked now and then, false gives up. The file stays uncommitted after an error.
-Package WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
-                     const std::function<bool(const PackedTree&)>& goOn);
+// collection began; `goOn` is asked now and then, and false is the error Cancelled. After an error the file has no
+// name.
+Result<Package> WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
+                             const std::function<bool(const PackedTree&)>& goOn);
 
 }  // namespace ominspect::collect

@@ -6,14 +6,16 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "fd/unique_fd.h"
-#include "names.h"
-#include "sha256.h"
+#include <openssl/evp.h>
+
+#include "common/fd.h"
 
 namespace ominspect::collect {
 namespace {
@@ -36,34 +38,69 @@ const char* TypeWord(mode_t mode) {
     return "a device";
 }
 
+// SHA-256 of a stream of bytes. Throws std::bad_alloc when the library cannot set it up, which is when there is no
+// memory.
+class Sha256 {
+public:
+    Sha256() : context_(EVP_MD_CTX_new()) {
+        if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) {
+            throw std::bad_alloc();
+        }
+    }
+
+    void Add(std::string_view data) {
+        (void)EVP_DigestUpdate(context_.get(), data.data(), data.size());  // a set-up SHA-256 takes everything
+    }
+
+    // The sum of all that was added, as 64 lower-case hexadecimal digits. Ends the stream.
+    std::string Hex() {
+        std::array<unsigned char, EVP_MAX_MD_SIZE> sum{};
+        unsigned int size = 0;
+        (void)EVP_DigestFinal_ex(context_.get(), sum.data(), &size);
+        std::string hex;
+        for (unsigned int i = 0; i < size; ++i) {
+            constexpr const char* kDigits = "0123456789abcdef";
+            hex += kDigits[sum.at(i) >> 4U];
+            hex += kDigits[sum.at(i) & 15U];
+        }
+        return hex;
+    }
+
+private:
+    struct Free {
+        void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+    };
+    std::unique_ptr<EVP_MD_CTX, Free> context_;
+};
+
 class Packer {
 public:
     Packer(const PackOptions& options, ArchiveWriter& archive, PackedTree& packed)
         : options_(options), archive_(archive), packed_(packed), buffer_(kBlock) {}
 
-    // The content of a folder; `path` is empty for the tree's root. False when packing is over.
-    bool PackFolder(int folder, const std::string& path) {
+    // The content of a folder; `path` is empty for the tree's root.
+    std::optional<Error> PackFolder(int folder, const std::string& path) {
         std::vector<std::string> names;
-        if (const int error = SortedNames(folder, ".", names); error != 0) {
-            LeaveOut(path.empty() ? "." : path, error);
+        if (const auto error = SortedNames(folder, ".", names)) {
+            LeaveOut(path.empty() ? "." : path, error->text);
         }
-        return std::all_of(names.begin(), names.end(), [&](const std::string& name) {
-            return GoOn() && PackMember(folder, name, path.empty() ? name : path + '/' + name);
-        });
-    }
-
-    PackResult Result(bool done) const {
-        if (done) {
-            return PackResult::kPacked;
+        for (const std::string& name : names) {
+            auto error = AskToGoOn();
+            if (!error) {
+                error = PackMember(folder, name, path.empty() ? name : path + '/' + name);
+            }
+            if (error) {
+                return error;
+            }
         }
-        return givenUp_ ? PackResult::kGivenUp : PackResult::kArchiveFailed;
+        return std::nullopt;
     }
 
 private:
-    bool PackMember(int folder, const std::string& name, const std::string& path) {
+    std::optional<Error> PackMember(int folder, const std::string& name, const std::string& path) {
         struct stat status {};
         if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            return LeaveOut(path, errno);
+            return LeaveOut(path, SystemText(errno));
         }
         if (S_ISLNK(status.st_mode)) {
             return PackLink(folder, name, path, status);
@@ -74,84 +111,87 @@ private:
         if (S_ISREG(status.st_mode)) {
             return PackFile(folder, name, path);
         }
-        packed_.leftOut.push_back({path, TypeWord(status.st_mode)});
-        return true;
+        return LeaveOut(path, TypeWord(status.st_mode));
     }
 
-    bool PackLink(int folder, const std::string& name, const std::string& path, const struct stat& status) {
+    std::optional<Error> PackLink(int folder, const std::string& name, const std::string& path,
+                                  const struct stat& status) {
         std::array<char, PATH_MAX> target{};
         const ssize_t size = readlinkat(folder, name.c_str(), target.data(), target.size());
         if (size < 0) {
-            return LeaveOut(path, errno);
+            return LeaveOut(path, SystemText(errno));
         }
         const std::string text(target.data(), static_cast<std::size_t>(size));
-        if (!archive_.AddLink(InArchive(path), text, status)) {
-            return false;
+        if (auto error = archive_.AddLink(InArchive(path), text, status)) {
+            return error;
         }
         packed_.links.push_back({path, text});
-        return true;
+        return std::nullopt;
     }
 
-    bool PackSubfolder(int folder, const std::string& name, const std::string& path) {
+    std::optional<Error> PackSubfolder(int folder, const std::string& name, const std::string& path) {
         const UniqueFd fd(openat(folder, name.c_str(), kFolderFlags));
         struct stat status {};
         if (!fd || fstat(fd.Get(), &status) != 0) {
-            return LeaveOut(path, errno);
+            return LeaveOut(path, SystemText(errno));
         }
-        if (!archive_.AddFolder(InArchive(path), status)) {
-            return false;
+        if (auto error = archive_.AddFolder(InArchive(path), status)) {
+            return error;
         }
         ++packed_.folders;
         return PackFolder(fd.Get(), path);
     }
 
-    bool PackFile(int folder, const std::string& name, const std::string& path) {
+    std::optional<Error> PackFile(int folder, const std::string& name, const std::string& path) {
         const UniqueFd fd(openat(folder, name.c_str(), kFileFlags));
         struct stat status {};
         if (!fd || fstat(fd.Get(), &status) != 0) {
-            return LeaveOut(path, errno);
+            return LeaveOut(path, SystemText(errno));
         }
         if (!S_ISREG(status.st_mode)) {  // replaced since it was looked at
-            packed_.leftOut.push_back({path, TypeWord(status.st_mode)});
-            return true;
+            return LeaveOut(path, TypeWord(status.st_mode));
         }
         if (options_.exclude(status)) {
-            return true;
+            return std::nullopt;
         }
         PackedFile file;
         file.path = path;
         file.bytes = static_cast<std::uint64_t>(status.st_size);
         file.modified = status.st_mtim;
         file.older = IsBefore(status.st_ctim, options_.since);
-        if (!archive_.BeginFile(InArchive(path), status, file.bytes) || !PackContent(fd.Get(), file)) {
-            return false;
+        auto error = archive_.BeginFile(InArchive(path), status, file.bytes);
+        if (!error) {
+            error = PackContent(fd.Get(), file);
+        }
+        if (error) {
+            return error;
         }
         NoteChanges(fd.Get(), status, file);
         packed_.files.push_back(std::move(file));
-        return true;
+        return std::nullopt;
     }
 
-    bool PackContent(int fd, PackedFile& file) {
+    std::optional<Error> PackContent(int fd, PackedFile& file) {
         Sha256 sum;
         std::uint64_t left = file.bytes;
         while (left > 0) {
-            if (!GoOn()) {
-                return false;
+            if (auto error = AskToGoOn()) {
+                return error;
             }
             const std::size_t wanted = std::min<std::uint64_t>(left, buffer_.size());
             const std::size_t got = file.note.empty() ? Read(fd, wanted, left, file) : 0;
             std::fill(buffer_.begin() + static_cast<std::ptrdiff_t>(got),
                       buffer_.begin() + static_cast<std::ptrdiff_t>(wanted), '\0');
             const std::size_t size = file.note.empty() ? got : wanted;
-            sum.Add(buffer_.data(), size);
-            if (!archive_.Data(buffer_.data(), size)) {
-                return false;
+            sum.Add({buffer_.data(), size});
+            if (auto error = archive_.Data({buffer_.data(), size})) {
+                return error;
             }
             left -= size;
             packed_.bytes += size;
         }
         file.sha256 = sum.Hex();
-        return true;
+        return std::nullopt;
     }
 
     // Reads what comes next; at an end before `left` bytes notes how the file goes on.
@@ -163,8 +203,7 @@ private:
         if (got > 0) {
             return static_cast<std::size_t>(got);
         }
-        file.note =
-            got == 0 ? "it shrank while it was packed" : std::string("it cannot be read: ") + std::strerror(errno);
+        file.note = got == 0 ? "it shrank while it was packed" : std::string("it cannot be read: ") + SystemText(errno);
         file.note += "; the last " + std::to_string(left) + " bytes are zeros";
         return 0;
     }
@@ -181,14 +220,14 @@ private:
         }
     }
 
-    bool LeaveOut(const std::string& path, int error) {
-        packed_.leftOut.push_back({path, std::strerror(error)});
-        return true;
+    // What is left out is no error.
+    std::optional<Error> LeaveOut(const std::string& path, const std::string& reason) {
+        packed_.leftOut.push_back({path, reason});
+        return std::nullopt;
     }
 
-    bool GoOn() {
-        givenUp_ = givenUp_ || !options_.goOn(packed_);
-        return !givenUp_;
+    std::optional<Error> AskToGoOn() const {
+        return options_.goOn(packed_) ? std::nullopt : std::optional(Error{ErrorCode::kCancelled, "given up"});
     }
 
     std::string InArchive(const std::string& path) const { return options_.folder + '/' + path; }
@@ -197,22 +236,21 @@ private:
     ArchiveWriter& archive_;
     PackedTree& packed_;
     std::vector<char> buffer_;
-    bool givenUp_ = false;
 };
 
 }  // namespace
 
-PackResult PackTree(const std::string& root, const PackOptions& options, ArchiveWriter& archive, PackedTree& packed) {
+std::optional<Error> PackTree(const std::string& root, const PackOptions& options, ArchiveWriter& archive,
+                              PackedTree& packed) {
     // The root may be a link: it is the caller's own choice.
     const UniqueFd folder(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
         if (errno != ENOENT) {
-            packed.leftOut.push_back({".", std::strerror(errno)});
+            packed.leftOut.push_back({".", SystemText(errno)});
         }
-        return PackResult::kPacked;
+        return std::nullopt;
     }
-    Packer packer(options, archive, packed);
-    return packer.Result(packer.PackFolder(folder.Get(), {}));
+    return Packer(options, archive, packed).PackFolder(folder.Get(), {});
 }
 
 }  // namespace ominspect::collect

@@ -1,23 +1,11 @@
-// The commands of ominspectctl. Each adds its part of the command line to the program's; what was chosen prints its
-// answer and returns the exit code.
+// The commands of ominspectctl. Each adds its part of the command line to the program's.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <string>
-
-#include <CLI/CLI.hpp>
-
-#include "exit_code.h"
+#include "common/command_line.h"
 
 namespace ominspect::ctl {
 
-// What the command line asks for; empty until it was parsed.
-using Chosen = std::function<ExitCode()>;
-
 void AddList(CLI::App& app, Chosen& chosen);
-void AddCollect(CLI::App& app, Chosen& chosen);
-void AddDoctor(CLI::App& app, Chosen& chosen);
 void AddRun(CLI::App& app, Chosen& chosen);
 void AddGroup(CLI::App& app, Chosen& chosen);
 void AddStop(CLI::App& app, Chosen& chosen);
@@ -25,12 +13,15 @@ void AddReset(CLI::App& app, Chosen& chosen);
 void AddState(CLI::App& app, Chosen& chosen);
 void AddWatch(CLI::App& app, Chosen& chosen);
 
-// ---- what several commands have ----
+// ---- the commands that another program carries out ----
 
-// --timeout SECONDS, from one second to a day.
-void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text);
+// Names them in the help.
+void AddCollectProgram(CLI::App& app);
 
-// --json
-void AddJson(CLI::App& command, bool& json, const std::string& text = "Print one JSON document");
+// Whether the command is one of them.
+bool IsForCollectProgram(int argc, char** argv);
+
+// Puts that program in the place of this one, with the same arguments. Returns only when it cannot be run.
+ExitCode RunCollectProgram(char** argv);
 
 }  // namespace ominspect::ctl

@@ -1,20 +1,12 @@
-// The exit codes of ominspectctl: stable, for scripts.
+// The exit code that a status or an error gives.
 #pragma once
 
 #include <string_view>
 
+#include "common/command_line.h"
 #include "ominspect/client/error.h"
 
 namespace ominspect::ctl {
-
-enum ExitCode : int {
-    kPassed = 0,
-    kFailed = 1,        // a check failed: a status other than "success"; or the output cannot be written
-    kWrongUse = 2,      // wrong arguments; nothing was sent
-    kUnreachable = 3,   // no usable answer: the server or the bus is not there, or refuses
-    kTimeLimit = 4,     // no final result within the time limit
-    kInterrupted = 130  // cancelled by Ctrl-C (128 + SIGINT), as the shells have it
-};
 
 inline ExitCode CodeOfStatus(std::string_view status) {
     return status == "success" ? kPassed : kFailed;

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "commands.h"
+#include "common/end_signals.h"
 #include "group_display.h"
 #include "history.h"
-#include "interrupt.h"
 #include "ominspect/client/session.h"
 #include "report.h"
 
@@ -104,7 +104,7 @@ ExitCode Group(const GroupCommandOptions& options) {
     }
     // A closed pipe is an error of the output, and no reason to leave the group behind.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    const Interrupt interrupt;  // before the session, whose threads inherit the mask
+    const Interrupt interrupt(kInterrupted);  // before the session, whose threads inherit the mask
     const client::Limit limit(options.limit, interrupt.Token());
     DisplaySlot slot;
     const auto session = client::Session::Open(

@@ -1,45 +1,16 @@
-// Shows a group run as it goes on. The terminal's control sequences are those of ECMA-48.
+// On a terminal a thread draws everything anew a few times a second; else each piece of news is a line.
 #include "group_display.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <string_view>
 #include <utility>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include "report.h"
-#include "text/table.h"
 
 namespace ominspect::ctl {
 namespace {
 
-constexpr std::chrono::milliseconds kRedrawPeriod{200};
-// A terminal that does not tell its size.
-constexpr std::size_t kDefaultLines = 24;
-constexpr std::size_t kDefaultColumns = 80;
 // Title, heads, summary, and the line on which the cursor rests.
 constexpr std::size_t kOtherLines = 4;
-
-bool IsTerminal() {
-    const char* kind = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) == 1 && kind != nullptr && std::string_view(kind) != "dumb";
-}
-
-struct Screen {
-    std::size_t lines = kDefaultLines;
-    std::size_t columns = kDefaultColumns;
-};
-
-Screen ScreenNow() {
-    winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
-        return {};
-    }
-    return {size.ws_row, size.ws_col};
-}
 
 }  // namespace
 
@@ -54,7 +25,7 @@ GroupDisplay::Mode GroupDisplay::ModeOf(bool json) {
     if (json) {
         return Mode::kJson;
     }
-    return IsTerminal() ? Mode::kTerminal : Mode::kLines;
+    return IsTerminal(stdout) ? Mode::kTerminal : Mode::kLines;
 }
 
 GroupDisplay::~GroupDisplay() = default;
@@ -94,7 +65,7 @@ void GroupDisplay::OnRecord(const client::GroupRecord& record) {
 
 void GroupDisplay::Say(const std::string& text) {
     const std::lock_guard lock(mutex_);
-    Erase();
+    screen_.Erase();
     Complain(text);
 }
 
@@ -139,7 +110,7 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
 void GroupDisplay::RedrawWhileItRuns(const std::stop_token& over) {
     std::unique_lock lock(mutex_);
     while (!over.stop_requested()) {
-        const std::size_t lines = ScreenNow().lines;
+        const std::size_t lines = screen_.Height();
         if (!title_.empty()) {
             Redraw(progress_.Visible(lines > kOtherLines ? lines - kOtherLines : 1));
         }
@@ -147,34 +118,14 @@ void GroupDisplay::RedrawWhileItRuns(const std::stop_token& over) {
     }
 }
 
-// Back to the first line that was drawn, and everything from there on away.
-void GroupDisplay::Erase() {
-    if (drawn_ > 0) {
-        (void)std::printf("\x1b[%zuA\r\x1b[J", drawn_);
-    }
-    drawn_ = 0;
-}
-
-// No line may wrap, or the way back would be longer than what was drawn: lines are cut, and for characters that take
-// two columns the terminal is told not to wrap.
 void GroupDisplay::Redraw(const std::vector<std::size_t>& rows) {
-    const std::size_t columns = ScreenNow().columns;
     const auto now = GroupProgress::Clock::now();
-    Erase();
-    (void)std::printf("\x1b[?7l");
-    const auto draw = [&](const std::string& line) {
-        const std::string_view cut = text::CutToWidth(line, columns);
-        (void)std::printf("%.*s\n", static_cast<int>(cut.size()), cut.data());
-        ++drawn_;
-    };
-    draw(title_);
-    draw(progress_.Head());
+    std::vector<std::string> lines{title_, progress_.Head()};
     for (const std::size_t row : rows) {
-        draw(progress_.Line(row, now));
+        lines.push_back(progress_.Line(row, now));
     }
-    draw(progress_.Summary());
-    (void)std::printf("\x1b[?7h");
-    (void)std::fflush(stdout);
+    lines.push_back(progress_.Summary());
+    screen_.Draw(lines);
     CheckOutput();
 }
 

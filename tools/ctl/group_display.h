@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/live_lines.h"
 #include "group_progress.h"
 #include "ominspect/client/error.h"
 #include "ominspect/client/group.h"
@@ -39,17 +40,16 @@ private:
     static Mode ModeOf(bool json);
     void RedrawWhileItRuns(const std::stop_token& over);
     void Redraw(const std::vector<std::size_t>& rows);
-    void Erase();
 
     void Print(const std::string& line);
     void CheckOutput() const;
 
     const Mode mode_;
     const std::function<void()> onBroken_;
-    std::mutex mutex_;  // guards everything below, and the screen
+    std::mutex mutex_;  // guards everything below
+    LiveLines screen_{stdout};
     GroupProgress progress_;
-    std::string title_;      // of the group that began last; empty before the first
-    std::size_t drawn_ = 0;  // lines on the screen that the next drawing replaces
+    std::string title_;  // of the group that began last; empty before the first
     bool finished_ = false;
     std::condition_variable_any over_;
     std::jthread ticker_;  // of a terminal

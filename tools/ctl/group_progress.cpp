@@ -6,7 +6,7 @@
 #include <numeric>
 #include <utility>
 
-#include "text/text.h"
+#include "common/text.h"
 
 namespace ominspect::ctl {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "json/json.h"
+#include "common/json.h"
 #include "ominspect/client/types.h"
 #include "output.h"
 

@@ -1,40 +1,32 @@
-// The last result of each item, in a small JSON file: {"buses":{ADDRESS:{ITEM:{"status","text","timeMs"}}}}.
+// The file is JSON: {"buses":{ADDRESS:{ITEM:{"status","text","timeMs"}}}}.
 #include "history.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
-#include <cjson/cJSON.h>
-
-#include "text/text.h"
+#include "common/fd.h"
+#include "common/json.h"
+#include "common/output_file.h"
+#include "common/text.h"
 
 namespace ominspect::ctl {
 namespace {
 
-constexpr std::uintmax_t kMaxFile = 8U << 20U;  // a file of this program's is far smaller
+constexpr std::size_t kMaxFile = 8U << 20U;  // a file of this program's is far smaller
 // The oldest go first: buses come and go, and so do items.
-constexpr int kMaxBuses = 16;
-constexpr int kMaxItems = 1024;
+constexpr std::size_t kMaxBuses = 16;
+constexpr std::size_t kMaxItems = 1024;
 
-void Limit(cJSON* object, int count) {
-    while (cJSON_GetArraySize(object) > count) {
-        cJSON_DeleteItemFromArray(object, 0);
-    }
-}
-
-struct Delete {
-    void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, Delete>;
+// Both in the order of their last change.
+using Items = std::vector<std::pair<std::string, LastResult>>;
+using Buses = std::vector<std::pair<std::string, Items>>;
 
 std::string Environment(const char* name) {
     const char* value = std::getenv(name);
@@ -53,90 +45,84 @@ std::string PathOfHistory() {
     return state + "/ominspect/results.json";
 }
 
-Json ReadDocument(const std::string& path) {
-    std::error_code error;
-    const auto size = std::filesystem::file_size(path, error);
-    std::ifstream file(path, std::ios::binary);
-    if (error || size > kMaxFile || !file) {
-        return Json(cJSON_CreateObject());
-    }
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
-    Json document(cJSON_ParseWithLength(content.data(), content.size()));
-    return cJSON_IsObject(document.get()) != 0 ? std::move(document) : Json(cJSON_CreateObject());
-}
-
-// The member of this name, made when there is none that is an object. Null when there is no memory.
-cJSON* ObjectIn(cJSON* parent, const char* name) {
-    cJSON* found = cJSON_GetObjectItemCaseSensitive(parent, name);
-    if (cJSON_IsObject(found) != 0) {
-        return found;
-    }
-    cJSON_DeleteItemFromObjectCaseSensitive(parent, name);
-    return cJSON_AddObjectToObject(parent, name);
-}
-
-std::string TextIn(const cJSON* object, const char* name) {
-    const char* text = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, name));
-    return text == nullptr ? "" : text;
-}
-
-// Where the number of milliseconds is none, or beyond what a double holds exactly, there is no time.
-std::optional<TimePoint> TimeIn(const cJSON* object) {
+// No time for what is not a number, or too large for a double to hold exactly.
+std::optional<TimePoint> TimeOf(json::View entry) {
     constexpr double kLatest = 9007199254740992.0 / 1024;
-    const cJSON* number = cJSON_GetObjectItemCaseSensitive(object, "timeMs");
-    if (cJSON_IsNumber(number) == 0 || !(number->valuedouble >= 0 && number->valuedouble < kLatest)) {
+    const auto number = entry["timeMs"].Number();
+    if (!number || !(*number >= 0 && *number < kLatest)) {
         return std::nullopt;
     }
-    return TimePoint(std::chrono::milliseconds(static_cast<std::int64_t>(number->valuedouble)));
+    return TimePoint(std::chrono::milliseconds(static_cast<std::int64_t>(*number)));
 }
 
-bool WriteAll(int fd, const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t size = write(fd, text.data() + done, text.size() - done);
-        if (size < 0 && errno != EINTR) {
-            return false;
-        }
-        if (size > 0) {
-            done += static_cast<std::size_t>(size);
+Items ReadItems(json::View results) {
+    Items items;
+    for (const auto& [item, entry] : results.Members()) {
+        const auto time = TimeOf(entry);
+        if (time && !item.empty()) {
+            items.emplace_back(
+                item, LastResult{entry["status"].Text().value_or(""), entry["text"].Text().value_or(""), *time});
         }
     }
-    return true;
+    return items;
 }
 
-// Held by whoever reads, changes and replaces the file.
-class FileLock {
-public:
-    explicit FileLock(const std::string& path) : fd_(open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600)) {
-        while (fd_ >= 0 && flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
+// Empty for a file that is not there, or is no history.
+Buses ReadBuses(const std::string& path) {
+    Buses buses;
+    const auto content = ReadSmallFile(path, kMaxFile);
+    const auto document = content ? json::Value::Parse(*content) : content.Failure();
+    if (document) {
+        for (const auto& [address, results] : document->Read()["buses"].Members()) {
+            buses.emplace_back(address, ReadItems(results));
         }
     }
-    ~FileLock() {
-        if (fd_ >= 0) {
-            (void)close(fd_);
+    return buses;
+}
+
+std::string Document(const Buses& buses) {
+    auto all = json::Value::Object();
+    for (const auto& [address, items] : buses) {
+        auto results = json::Value::Object();
+        for (const auto& [item, last] : items) {
+            const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(last.time.time_since_epoch());
+            auto entry = json::Value::Object();
+            entry.Text("status", last.status).Text("text", last.text);
+            results.Put(item.c_str(), std::move(entry.Number("timeMs", static_cast<std::uint64_t>(time.count()))));
         }
+        all.Put(address.c_str(), std::move(results));
     }
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-    explicit operator bool() const { return fd_ >= 0; }
+    return json::Value::Object().Put("buses", std::move(all)).Print() + '\n';
+}
 
-private:
-    int fd_;
-};
+// Puts the entry of this name last; made when there is none.
+template <typename T>
+T& MovedToTheEnd(std::vector<std::pair<std::string, T>>& list, const std::string& name) {
+    std::pair<std::string, T> entry(name, T());
+    const auto found = std::find_if(list.begin(), list.end(), [&](const auto& one) { return one.first == name; });
+    if (found != list.end()) {
+        entry = std::move(*found);
+        list.erase(found);
+    }
+    return list.emplace_back(std::move(entry)).second;
+}
 
-bool Replace(const std::string& path, const std::string& text) {
-    const std::string temporary = path + ".new";
-    const int fd = open(temporary.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd < 0) {
-        return false;
+template <typename List>
+void KeepLast(List& list, std::size_t count) {
+    if (list.size() > count) {
+        list.erase(list.begin(), list.end() - static_cast<std::ptrdiff_t>(count));
     }
-    const bool written = WriteAll(fd, text);
-    const int why = errno;
-    if (close(fd) == 0 && written) {
-        return rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+// Held by whoever reads, changes and replaces the file; released with the descriptor.
+Result<UniqueFd> Lock(const std::string& path) {
+    UniqueFd fd(open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+    if (!fd) {
+        return SystemError();
     }
-    (void)unlink(temporary.c_str());
-    errno = written ? errno : why;
-    return false;
+    while (flock(fd.Get(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+    return fd;
 }
 
 }  // namespace
@@ -148,14 +134,9 @@ History::History() : path_(PathOfHistory()), bus_(text::ToUtf8(Environment("KIVO
     if (path_.empty()) {
         return;
     }
-    const Json document = ReadDocument(path_);
-    const cJSON* buses = cJSON_GetObjectItemCaseSensitive(document.get(), "buses");
-    const cJSON* results = cJSON_GetObjectItemCaseSensitive(buses, bus_.c_str());
-    const cJSON* entry = nullptr;
-    cJSON_ArrayForEach(entry, results) {
-        const auto time = TimeIn(entry);
-        if (time && entry->string != nullptr) {
-            saved_[entry->string] = {TextIn(entry, "status"), TextIn(entry, "text"), *time};
+    for (const auto& [address, items] : ReadBuses(path_)) {
+        if (address == bus_) {
+            saved_.insert(items.begin(), items.end());
         }
     }
 }
@@ -170,45 +151,31 @@ void History::Add(const client::ItemResult& result, TimePoint time) {
     added_[text::ToUtf8(result.name)] = {text::ToUtf8(result.status), text::ToUtf8(result.text), time};
 }
 
-bool History::Save() {
+std::optional<Error> History::Save() {
     if (path_.empty() || added_.empty()) {
-        return true;
+        return std::nullopt;
     }
-    std::error_code error;
-    const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
-    std::filesystem::create_directories(folder, error);
-    const FileLock lock(path_ + ".lock");
+    std::error_code ignored;  // a folder that could not be made is an error of the lock
+    std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
+    const auto lock = Lock(path_ + ".lock");
     if (!lock) {
-        return false;
+        return lock.Failure();
     }
-    const Json document = ReadDocument(path_);
-    cJSON* buses = ObjectIn(document.get(), "buses");
-    cJSON* results = ObjectIn(buses, bus_.c_str());
-    // The one that was used last stands last.
-    (void)cJSON_AddItemToObject(buses, bus_.c_str(), cJSON_DetachItemFromObjectCaseSensitive(buses, bus_.c_str()));
+    Buses buses = ReadBuses(path_);
+    Items& items = MovedToTheEnd(buses, bus_);
     for (const auto& [item, last] : added_) {
-        cJSON_DeleteItemFromObjectCaseSensitive(results, item.c_str());
-        cJSON* entry = cJSON_AddObjectToObject(results, item.c_str());
-        cJSON_AddStringToObject(entry, "status", last.status.c_str());
-        cJSON_AddStringToObject(entry, "text", last.text.c_str());
-        const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(last.time.time_since_epoch());
-        cJSON_AddNumberToObject(entry, "timeMs", static_cast<double>(time.count()));
+        MovedToTheEnd(items, item) = last;
     }
-    Limit(results, kMaxItems);
-    Limit(buses, kMaxBuses);
-    const std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(document.get()), &cJSON_free);
-    if (!text) {
-        errno = ENOMEM;
-        return false;
-    }
-    if (!Replace(path_, std::string(text.get()) + "\n")) {
-        return false;
+    KeepLast(items, kMaxItems);
+    KeepLast(buses, kMaxBuses);
+    if (auto error = ReplaceFile(path_, Document(buses))) {
+        return error;
     }
     for (const auto& [item, last] : added_) {
         saved_[item] = last;
     }
     added_.clear();
-    return true;
+    return std::nullopt;
 }
 
 std::optional<LastResult> History::Find(const std::string& item) const {

@@ -7,8 +7,9 @@
 #include <optional>
 #include <string>
 
+#include "common/error.h"
+#include "common/times.h"
 #include "ominspect/client/types.h"
-#include "times.h"
 
 namespace ominspect::ctl {
 
@@ -25,12 +26,13 @@ public:
     // Of the bus at KIVO_BUS_ADDRESS.
     History();
 
-    // Takes note of a result; of a status that is none ("running", "idle", none at all) not.
+    // Takes note of a result. One that is none (its status is "running", "idle" or empty, or its item unknown) is
+    // passed over.
     void Add(const client::ItemResult& result, TimePoint time);
 
-    // Puts what was added beside what is in the file by now. False with errno set when the file cannot be written; true
-    // when there is nothing to save, or nowhere.
-    bool Save();
+    // Puts what was added beside what is in the file by now. No error when there is nothing to save, or nowhere to save
+    // it.
+    std::optional<Error> Save();
 
     // What the file says of an item.
     std::optional<LastResult> Find(const std::string& item) const;

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "text/table.h"
-#include "text/text.h"
+#include "common/table.h"
+#include "common/text.h"
 
 namespace ominspect::ctl {
 namespace {

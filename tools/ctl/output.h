@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "common/json.h"
+#include "common/times.h"
 #include "history.h"
-#include "json/json.h"
 #include "ominspect/client/types.h"
-#include "times.h"
 
 namespace ominspect::ctl {
 

@@ -1,12 +1,10 @@
-// Where the commands' answers and complaints go.
+// Every line goes out at once: whoever reads a pipe sees each result as it comes.
 #include "report.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "common/text.h"
 #include "output.h"
-#include "text/text.h"
 
 namespace ominspect::ctl {
 
@@ -15,17 +13,13 @@ void PrintLine(const std::string& line) {
     (void)std::fflush(stdout);
 }
 
-void Complain(const std::string& text) {
-    (void)std::fprintf(stderr, "ominspectctl: %s\n", text.c_str());
-}
-
 void Complain(std::string_view item, const client::Error& error) {
     Complain(text::Escaped(item) + ": " + error.text);
 }
 
 void SaveHistory(History& history) {
-    if (!history.Save()) {
-        Complain(std::string("the results are not remembered for 'list': ") + std::strerror(errno));
+    if (const auto error = history.Save()) {
+        Complain("the results are not remembered for 'list': " + error->text);
     }
 }
 

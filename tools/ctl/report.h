@@ -1,4 +1,4 @@
-// Where the commands' answers and complaints go.
+// Where the answers and complaints of the commands go.
 #pragma once
 
 #include <string>
@@ -13,10 +13,8 @@ namespace ominspect::ctl {
 // One line of the answer, on standard output, at once.
 void PrintLine(const std::string& line);
 
-// One line beside the answer, on standard error, with the program's name before it.
-void Complain(const std::string& text);
-
-// The same about an item, whose name is shown escaped.
+// Says on standard error what is wrong; with an item, whose name is shown escaped.
+using ominspect::Complain;
 void Complain(std::string_view item, const client::Error& error);
 
 // Saves what the command has seen; a complaint when that cannot be done, which fails no command.

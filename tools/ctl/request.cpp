@@ -3,10 +3,10 @@
 #include <string>
 
 #include "commands.h"
+#include "common/text.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
-#include "text/text.h"
 
 namespace ominspect::ctl {
 namespace {

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "commands.h"
+#include "common/text.h"
 #include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
-#include "text/text.h"
 
 namespace ominspect::ctl {
 namespace {

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "commands.h"
-#include "end_signals.h"
+#include "common/end_signals.h"
 #include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
@@ -34,9 +34,6 @@ constexpr unsigned kStuckSeconds = 3;
 class Printer {
 public:
     explicit Printer(const WatchOptions& options) : options_(options), over_(eventfd(0, EFD_CLOEXEC)) {}
-    ~Printer() { (void)close(over_); }
-    Printer(const Printer&) = delete;
-    Printer& operator=(const Printer&) = delete;
 
     client::Events Events() {
         return {[this](const client::ItemResult& result) {
@@ -52,7 +49,7 @@ public:
     }
 
     // Readable once an exit code is there.
-    int Fd() const { return over_; }
+    int Fd() const { return over_.Get(); }
     ExitCode Code() const { return code_; }
 
     // What was seen, once the session is over.
@@ -78,11 +75,11 @@ private:
         }
         finished_ = true;
         code_ = code;
-        (void)eventfd_write(over_, 1);
+        (void)eventfd_write(over_.Get(), 1);
     }
 
     const WatchOptions& options_;
-    const int over_;
+    const UniqueFd over_;
     bool finished_ = false;      // only of the session's thread
     std::uint64_t printed_ = 0;  // likewise
     History history_;            // likewise

@@ -1,4 +1,4 @@
-// A running command: posix_spawn for the start, a pidfd for the end, never a shell.
+// posix_spawn(3) starts the command, a pidfd tells its end; no shell has a part in it.
 #include "child.h"
 
 #include <array>
@@ -15,23 +15,6 @@
 
 namespace ominspect::owner {
 namespace {
-
-struct Pipe {
-    UniqueFd read;   // never blocks
-    UniqueFd write;  // blocks: it is the command's
-};
-
-std::optional<Pipe> MakePipe() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return std::nullopt;
-    }
-    Pipe pipe{UniqueFd(ends[0]), UniqueFd(ends[1])};
-    if (fcntl(pipe.read.Get(), F_SETFL, O_NONBLOCK) != 0) {
-        return std::nullopt;
-    }
-    return pipe;
-}
 
 // The C library's wrapper lacks C linkage in the header of some of its versions.
 UniqueFd OpenPidFd(pid_t pid) {
@@ -139,29 +122,27 @@ Child::~Child() {
     (void)waitpid(pid_, nullptr, WNOHANG);
 }
 
-std::optional<Child> Child::Start(const CommandSpec& spec, int& error) {
+Result<Child> Child::Start(const CommandSpec& spec) {
     auto out = MakePipe();
-    auto err = out ? MakePipe() : std::nullopt;
+    if (!out) {
+        return out.Failure();
+    }
+    auto err = MakePipe();
     if (!err) {
-        error = errno;
-        return std::nullopt;
+        return err.Failure();
     }
     pid_t pid = 0;
-    error = Spawn(spec, out->write.Get(), err->write.Get(), pid);
-    if (error != 0) {
-        return std::nullopt;
+    if (const int number = Spawn(spec, out->write.Get(), err->write.Get(), pid); number != 0) {
+        return SystemError(number);
     }
     UniqueFd exitFd = OpenPidFd(pid);
-    const int pidfdError = errno;
-    const bool watched = static_cast<bool>(exitFd);
-    Child child(pid, std::move(exitFd), std::move(out->read), std::move(err->read));
-    if (!watched) {
-        error = pidfdError;
-        child.SignalGroup(SIGKILL);
-        (void)waitpid(std::exchange(child.pid_, 0), nullptr, 0);
-        return std::nullopt;
+    if (!exitFd) {
+        const Error error = SystemError();
+        (void)kill(-pid, SIGKILL);
+        (void)waitpid(pid, nullptr, 0);
+        return error;
     }
-    return child;
+    return Child(pid, std::move(exitFd), std::move(out->read), std::move(err->read));
 }
 
 bool Child::ReadSome(Stream& stream) {

@@ -7,7 +7,7 @@
 #include <sys/types.h>
 
 #include "command.h"
-#include "fd/unique_fd.h"
+#include "common/fd.h"
 
 namespace ominspect::owner {
 
@@ -16,8 +16,8 @@ namespace ominspect::owner {
 // must not ignore SIGCHLD, else exit statuses are lost.
 class Child {
 public:
-    // Starts it; nothing on failure, with the error number in `error`.
-    static std::optional<Child> Start(const CommandSpec& spec, int& error);
+    // Starts it. The error has its number.
+    static Result<Child> Start(const CommandSpec& spec);
 
     // Ends the whole group at once if the leader has not been reaped.
     ~Child();

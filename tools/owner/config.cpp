@@ -10,8 +10,8 @@
 
 #include <tinyxml2.h>
 
-#include "small_file.h"
-#include "text/text.h"
+#include "common/fd.h"
+#include "common/text.h"
 
 namespace ominspect::owner {
 namespace {
@@ -250,24 +250,22 @@ OwnerConfig ReadDocument(std::string_view xml) {
 
 }  // namespace
 
-std::optional<OwnerConfig> ParseConfig(std::string_view xml, std::string& error) {
+Result<OwnerConfig> ParseConfig(std::string_view xml) {
     try {
         return ReadDocument(xml);
     } catch (const Mistake& mistake) {
-        error = "line " + std::to_string(mistake.line) + ": " + mistake.text;
-        return std::nullopt;
+        return WrongUse("line " + std::to_string(mistake.line) + ": " + mistake.text);
     }
 }
 
-std::optional<OwnerConfig> LoadConfig(const std::string& path, std::string& error) {
-    std::optional<OwnerConfig> config;
-    if (const auto xml = ReadSmallFile(path, kMaxFileSize, error)) {
-        config = ParseConfig(*xml, error);
+Result<OwnerConfig> LoadConfig(const std::string& path) {
+    const auto inFile = [&path](const Error& error) { return WrongUse(text::Escaped(path) + ": " + error.text); };
+    const auto xml = ReadSmallFile(path, kMaxFileSize);
+    if (!xml) {
+        return inFile(xml.Failure());
     }
-    if (!config) {
-        error = text::Escaped(path) + ": " + error;
-    }
-    return config;
+    auto config = ParseConfig(*xml);
+    return config ? std::move(config) : inFile(config.Failure());
 }
 
 }  // namespace ominspect::owner

@@ -19,10 +19,11 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "common/error.h"
 
 namespace ominspect::owner {
 
@@ -39,10 +40,10 @@ struct OwnerConfig {
     std::vector<ItemConfig> items;  // 1 to 256
 };
 
-// Parses a configuration text. On a mistake, nothing, and `error` is "line N: what is wrong".
-std::optional<OwnerConfig> ParseConfig(std::string_view xml, std::string& error);
+// Parses a configuration text. The error of a mistake is "line N: what is wrong".
+Result<OwnerConfig> ParseConfig(std::string_view xml);
 
-// The same for a regular file of at most 1 MiB; `error` begins with the path.
-std::optional<OwnerConfig> LoadConfig(const std::string& path, std::string& error);
+// The same for a regular file of at most 1 MiB; the error begins with the path.
+Result<OwnerConfig> LoadConfig(const std::string& path);
 
 }  // namespace ominspect::owner

@@ -1,13 +1,12 @@
-// A configuration as text for people.
+// The texts are for people: their form may change.
 #include "describe.h"
 
 #include <cerrno>
-#include <cstring>
 #include <sstream>
 
 #include <unistd.h>
 
-#include "text/text.h"
+#include "common/text.h"
 
 namespace ominspect::owner {
 namespace {
@@ -32,7 +31,7 @@ std::string Describe(const OwnerConfig& config) {
             out << ' ' << Shown(argument);
         }
         if (access(item.argv[0].c_str(), X_OK) != 0) {
-            out << "  (cannot be run now: " << strerrordesc_np(errno) << ')';
+            out << "  (cannot be run now: " << SystemText(errno) << ')';
         }
         out << '\n';
     }

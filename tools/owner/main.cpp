@@ -49,19 +49,17 @@ int Main(int argc, char** argv) {
         return app.exit(error) == 0 ? EXIT_SUCCESS : kWrongUse;
     }
 
-    std::string error;
-    const auto config = LoadConfig(path, error);
+    const auto config = LoadConfig(path);
     if (!config) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error.c_str());
+        (void)std::fprintf(stderr, "ominspect-owner: %s\n", config.Failure().text.c_str());
         return kWrongUse;
     }
     if (checkOnly) {
         (void)std::fputs(Describe(*config).c_str(), stdout);
         return EXIT_SUCCESS;
     }
-    PrepareSignals();
-    if (const auto failure = Serve(*config)) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s\n", failure->c_str());
+    if (const auto error = Serve(*config)) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error->text.c_str());
         return kCannotServe;
     }
     return EXIT_SUCCESS;

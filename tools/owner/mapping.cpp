@@ -1,10 +1,11 @@
-// A command's outcome as an inspection result.
+// The texts are cut to their fields here, and nowhere else.
 #include "mapping.h"
 
 #include <cstring>
 #include <string_view>
 
-#include "text/text.h"
+#include "common/error.h"
+#include "common/text.h"
 
 namespace ominspect::owner {
 namespace {
@@ -61,9 +62,9 @@ const char* ExitWord(int status) {
     }
 }
 
-// Both functions give null for a number that they do not know.
-std::string Described(const char* description) {
-    return description == nullptr ? "unknown" : description;
+std::string SignalText(int signal) {
+    const char* text = sigdescr_np(signal);
+    return text == nullptr ? "unknown" : text;
 }
 
 }  // namespace
@@ -83,13 +84,11 @@ tagKivoOmInspectionResult MakeResult(const std::string& item, const std::string&
             SetResult(result, ExitWord(outcome.code), ExitText(outcome));
             break;
         case CommandOutcome::End::kSignalled:
-            SetResult(
-                result, "unknown",
-                "ended by signal " + std::to_string(outcome.code) + " (" + Described(sigdescr_np(outcome.code)) + ")");
+            SetResult(result, "unknown",
+                      "ended by signal " + std::to_string(outcome.code) + " (" + SignalText(outcome.code) + ")");
             break;
         case CommandOutcome::End::kNotStarted:
-            SetResult(result, "unknown",
-                      "cannot run " + text::OneLine(program) + ": " + Described(strerrordesc_np(outcome.code)));
+            SetResult(result, "unknown", "cannot run " + text::OneLine(program) + ": " + SystemText(outcome.code));
             break;
         case CommandOutcome::End::kTimeLimit:
             SetResult(result, "fail", late);

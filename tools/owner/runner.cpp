@@ -144,11 +144,10 @@ void CommandRunner::Advance(Clock::time_point now) {
 }
 
 void CommandRunner::StartJob(Job& job) {
-    int error = 0;
-    if (auto child = Child::Start(job.spec, error)) {
+    if (auto child = Child::Start(job.spec)) {
         job.child.emplace(std::move(*child));
     } else {
-        job.outcome = CommandOutcome{CommandOutcome::End::kNotStarted, error, {}};
+        job.outcome = CommandOutcome{CommandOutcome::End::kNotStarted, child.Failure().number, {}};
     }
 }
 

@@ -12,7 +12,7 @@
 
 #include "child.h"
 #include "command.h"
-#include "fd/unique_fd.h"
+#include "common/fd.h"
 
 namespace ominspect::owner {
 

@@ -1,9 +1,8 @@
-// The owner on the message bus: the engine client's calls, and nothing about commands.
+// Only the engine client's calls; nothing here knows about commands.
 #include "service.h"
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -11,13 +10,13 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 
-#include "fd/unique_fd.h"
+#include "common/end_signals.h"
+#include "common/fd.h"
+#include "common/text.h"
 #include "item_table.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
-#include "text/text.h"
 
 namespace ominspect::owner {
 namespace {
@@ -30,17 +29,8 @@ constexpr std::size_t kArgumentSize = 128;
 ItemTable* g_table = nullptr;
 int g_busLost = -1;
 
-std::string Failure(const char* what, std::uint32_t code) {
-    return std::string(what) + ": " + OsMsgResultText(code);
-}
-
-sigset_t EndSignals() {
-    sigset_t set{};
-    (void)sigemptyset(&set);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        (void)sigaddset(&set, signal);
-    }
-    return set;
+Error BusError(const char* what, std::uint32_t code) {
+    return OtherError(std::string(what) + ": " + OsMsgResultText(code));
 }
 
 std::uint32_t HandleItem(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
@@ -71,7 +61,7 @@ std::uint32_t WatchBus() {
     return result;
 }
 
-std::optional<std::string> CreateWatchTask() {
+std::optional<Error> CreateWatchTask() {
     OsTaskDescriptor task{};
     std::memcpy(task.name, kWatchTask, std::strlen(kWatchTask));
     task.queueDepth = 1;
@@ -79,14 +69,14 @@ std::optional<std::string> CreateWatchTask() {
     task.entry = WatchBus;
     const std::uint32_t code = OsTaskCreate(&task);
     if (code != OS_MSG_OK) {
-        return Failure("cannot create a task", code);
+        return BusError("cannot create a task", code);
     }
     return std::nullopt;
 }
 
-std::optional<std::string> RegisterItems(const OwnerConfig& config) {
+std::optional<Error> RegisterItems(const OwnerConfig& config) {
     if (const std::uint32_t code = InspectClientInit(kEngineTask); code != OS_MSG_OK) {
-        return Failure("cannot start the inspection client", code);
+        return BusError("cannot start the inspection client", code);
     }
     std::vector<InspectHandlerRecord> records;
     for (const ItemConfig& item : config.items) {
@@ -99,25 +89,20 @@ std::optional<std::string> RegisterItems(const OwnerConfig& config) {
     }
     const std::uint32_t code = InspectRegHandler(records.data(), static_cast<std::uint32_t>(records.size()));
     if (code != OS_MSG_OK) {
-        return Failure("cannot register the items", code);
+        return BusError("cannot register the items", code);
     }
     return std::nullopt;
 }
 
-// Waits for a signal (nothing) or the end of the bus (why the owner cannot go on).
-std::optional<std::string> WaitForEnd() {
-    const sigset_t set = EndSignals();
-    const UniqueFd signals(signalfd(-1, &set, SFD_CLOEXEC));
-    if (!signals) {
-        return std::string("cannot wait for signals: ") + strerrordesc_np(errno);
-    }
-    pollfd fds[] = {{signals.Get(), POLLIN, 0}, {g_busLost, POLLIN, 0}};
+// Waits for a signal, or for the end of the bus, which is an error.
+std::optional<Error> WaitForEnd(const EndSignals& signals) {
+    pollfd fds[] = {{signals.Fd(), POLLIN, 0}, {g_busLost, POLLIN, 0}};
     while (poll(fds, 2, -1) <= 0) {
     }
     if (fds[0].revents != 0) {
         return std::nullopt;
     }
-    return "the message bus was lost";
+    return OtherError("the message bus was lost");
 }
 
 // The process's place on the bus, left at the end of the scope.
@@ -137,10 +122,10 @@ private:
     std::uint32_t result_;
 };
 
-std::optional<std::string> ServeTable(const OwnerConfig& config, ItemTable& table) {
+std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, const EndSignals& signals) {
     const BusPlace place(config.process);
     if (place.Result() != OS_MSG_OK) {
-        return Failure("cannot join the message bus", place.Result());
+        return BusError("cannot join the message bus", place.Result());
     }
     auto error = CreateWatchTask();
     if (!error) {
@@ -149,7 +134,7 @@ std::optional<std::string> ServeTable(const OwnerConfig& config, ItemTable& tabl
     if (!error) {
         (void)std::fprintf(stderr, "ominspect-owner: %s serves %zu items\n", text::Escaped(config.process).c_str(),
                            config.items.size());
-        error = WaitForEnd();
+        error = WaitForEnd(signals);
     }
     table.Shutdown();
     for (const ItemConfig& item : config.items) {
@@ -160,23 +145,19 @@ std::optional<std::string> ServeTable(const OwnerConfig& config, ItemTable& tabl
 
 }  // namespace
 
-void PrepareSignals() {
-    const sigset_t set = EndSignals();
-    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
+std::optional<Error> Serve(const OwnerConfig& config) {
+    const EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
-    // Were it ignored, the system would reap the commands and their exit statuses be lost.
+    // If it were ignored, the system would reap the commands, and their exit statuses would be lost.
     (void)std::signal(SIGCHLD, SIG_DFL);
-}
-
-std::optional<std::string> Serve(const OwnerConfig& config) {
     const UniqueFd busLost(eventfd(0, EFD_CLOEXEC));
     if (!busLost) {
-        return std::string("cannot create an event: ") + strerrordesc_np(errno);
+        return OtherError("cannot create an event: " + SystemText(errno));
     }
     ItemTable table(config, ReportItem);
     g_busLost = busLost.Get();
     g_table = &table;
-    auto error = ServeTable(config, table);
+    auto error = ServeTable(config, table, signals);
     g_table = nullptr;
     return error;
 }

@@ -2,18 +2,14 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 #include "config.h"
 
 namespace ominspect::owner {
 
-// Blocks the signals that end the owner (SIGTERM, SIGINT, SIGHUP) and sets those right that it may have
-// inherited. To be called before any thread is created.
-void PrepareSignals();
-
-// Serves until one of these signals: then every command is ended and reported, the items are taken back, and
-// nothing is returned. Else why it cannot go on: the bus or its name is not to be had, or the bus was lost.
-std::optional<std::string> Serve(const OwnerConfig& config);
+// Serves until SIGTERM, SIGINT or SIGHUP, which it blocks for good: then every command is ended and reported, the items
+// are taken back, and there is no error. Else the reason why it cannot go on: the bus or its name cannot be had, or the
+// bus was lost. To be called before any thread is made; throws std::system_error.
+std::optional<Error> Serve(const OwnerConfig& config);
 
 }  // namespace ominspect::owner

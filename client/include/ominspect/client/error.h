@@ -27,9 +27,10 @@ const char* ErrorWord(ErrorCode code);
 struct Error {
     ErrorCode code;
     std::string text;  // one English sentence part for people
+    int number = 0;    // errno(3), when it is a system call that failed
 };
 
-// A value or the error that stands in its place; made from either without ado.
+// A value, or the error that stands in its place. Either converts to it.
 template <typename T>
 class Result {
 public:

@@ -1,9 +1,12 @@
 // The command doctor as people run it: its exit codes.
+#include <gtest/gtest.h>
+
 #include "support/child.h"
-#include "support/process_state.h"
-#include "support/work_folder.h"
+#include "support/temp_folder.h"
 
 using support::Outcome;
+
+using support::WriteFile;
 
 namespace {
 
@@ -11,16 +14,18 @@ constexpr const char* kGood =
     "<c><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
     "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></c>";
 
-class DoctorProgram : public support::InWorkFolder {
+class DoctorProgram : public testing::Test {
 protected:
     static Outcome Doctor(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {PROGRAM_CTL, "doctor"});
         return support::Run(arguments);
     }
+
+    const support::WorkingFolder work_;
 };
 
 TEST_F(DoctorProgram, AnswersZeroWhenNothingFallsBack) {
-    Write("c.xml", kGood);
+    WriteFile("c.xml", kGood);
     const Outcome outcome = Doctor({"--config", "c.xml"});
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_EQ(outcome.output,
@@ -32,7 +37,7 @@ TEST_F(DoctorProgram, AnswersZeroWhenNothingFallsBack) {
 }
 
 TEST_F(DoctorProgram, AnswersOneWhenSomethingFallsBack) {
-    Write("c.xml", "<c/>");
+    WriteFile("c.xml", "<c/>");
     EXPECT_EQ(Doctor({"--config", "c.xml"}).exitCode, 1);
     EXPECT_EQ(Doctor({"--config", "c.xml", "--json"}).output.substr(0, 70),
               R"({"file":"c.xml","readable":true,"error":"","fallsBack":true,"messages")");

@@ -10,37 +10,43 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "archive_reader.h"
-#include "collect/output_file.h"
-#include "collect/packer.h"
-#include "support/work_folder.h"
+#include <gtest/gtest.h>
 
+#include "collect/packer.h"
+#include "common/output_file.h"
+#include "support/archive_reader.h"
+#include "support/temp_folder.h"
+
+using namespace ominspect;
 using namespace ominspect::collect;
 using support::Listing;
 using support::MemberOf;
 using support::ReadArchive;
 using Lines = std::vector<std::string>;
 
+using support::WriteFile;
+
 namespace {
 
-class Packer : public support::InWorkFolder {
+class PackerTest : public testing::Test {
 protected:
     // Packs "tree" into "out.tar.zst"; `between` is called before each block and may change the tree.
-    PackResult Pack(const std::function<bool(const PackedTree&)>& between = [](const PackedTree&) { return true; }) {
-        int error = 0;
-        const auto file = OutputFile::Create("out.tar.zst", false, error);
-        EXPECT_NE(file, nullptr);
-        ArchiveWriter archive([&](const void* data, std::size_t size) { return file->Write(data, size); });
+    std::optional<Error> Pack(const std::function<bool(const PackedTree&)>& between = [](const PackedTree&) {
+        return true;
+    }) {
+        const auto file = OutputFile::Create("out.tar.zst", false);
+        EXPECT_TRUE(file);
+        ArchiveWriter archive([&](std::string_view data) { return (*file)->Write(data); });
         PackOptions options;
         options.folder = "top";
         options.exclude = [](const struct stat&) { return false; };
         options.goOn = between;
-        const PackResult result = PackTree("tree", options, archive, packed_);
-        if (result == PackResult::kPacked) {
-            EXPECT_TRUE(archive.Close()) << archive.Error();
-            EXPECT_EQ(file->Commit(), 0);
+        const auto error = PackTree("tree", options, archive, packed_);
+        if (!error) {
+            EXPECT_FALSE(archive.Close());
+            EXPECT_FALSE((*file)->Commit());
         }
-        return result;
+        return error;
     }
 
     Lines LeftOut() const {
@@ -51,13 +57,14 @@ protected:
         return lines;
     }
 
+    support::WorkingFolder work_;
     PackedTree packed_;
 };
 
-TEST_F(Packer, PacksFilesAndFoldersSortedWithTheirSums) {
-    Write("tree/b/two", "abc");
-    Write("tree/a", "");
-    ASSERT_EQ(Pack(), PackResult::kPacked);
+TEST_F(PackerTest, PacksFilesAndFoldersSortedWithTheirSums) {
+    WriteFile("tree/b/two", "abc");
+    WriteFile("tree/a", "");
+    ASSERT_FALSE(Pack());
     const auto members = ReadArchive("out.tar.zst");
     EXPECT_EQ(Listing(members), (Lines{"- top/a", "d top/b/", "- top/b/two"}));
     EXPECT_EQ(MemberOf(members, "top/b/two").content, "abc");
@@ -68,40 +75,40 @@ TEST_F(Packer, PacksFilesAndFoldersSortedWithTheirSums) {
     EXPECT_EQ(packed_.files[1].note, "");
 }
 
-TEST_F(Packer, StoresLinksAsLinksAndFollowsNone) {
-    Write("outside/secret", "secret");
-    Write("tree/own", "own");
-    std::filesystem::create_symlink(In("outside"), "tree/folder");
+TEST_F(PackerTest, StoresLinksAsLinksAndFollowsNone) {
+    WriteFile("outside/secret", "secret");
+    WriteFile("tree/own", "own");
+    std::filesystem::create_symlink(work_ / "outside", "tree/folder");
     std::filesystem::create_symlink("../outside/secret", "tree/file");
     std::filesystem::create_symlink("..", "tree/loop");
     std::filesystem::create_symlink("nowhere", "tree/dangling");
-    ASSERT_EQ(Pack(), PackResult::kPacked);
+    ASSERT_FALSE(Pack());
     const auto members = ReadArchive("out.tar.zst");
     EXPECT_EQ(Listing(members), (Lines{"l top/dangling", "l top/file", "l top/folder", "l top/loop", "- top/own"}));
     EXPECT_EQ(MemberOf(members, "top/file").target, "../outside/secret");
     ASSERT_EQ(packed_.links.size(), 4U);
     EXPECT_EQ(packed_.links[2].path, "folder");
-    EXPECT_EQ(packed_.links[2].target, In("outside"));
+    EXPECT_EQ(packed_.links[2].target, work_ / "outside");
 }
 
-TEST_F(Packer, LeavesOutWhatIsNoFile) {
-    Write("tree/file", "x");
+TEST_F(PackerTest, LeavesOutWhatIsNoFile) {
+    WriteFile("tree/file", "x");
     ASSERT_EQ(mkfifo("tree/pipe", 0600), 0);
     const int socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{AF_UNIX, "tree/socket"};
     ASSERT_EQ(bind(socketFd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     (void)close(socketFd);
-    ASSERT_EQ(Pack(), PackResult::kPacked);
+    ASSERT_FALSE(Pack());
     EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/file"}));
     EXPECT_EQ(LeftOut(), (Lines{"pipe: a pipe", "socket: a socket"}));
 }
 
-TEST_F(Packer, KeepsNamesAsTheyAre) {
+TEST_F(PackerTest, KeepsNamesAsTheyAre) {
     const Lines names{"new\nline", "bad\xff", "gr\xC3\xBCn", std::string(200, 'n'), "back\\slash"};
     for (const std::string& name : names) {
-        Write("tree/" + name, name);
+        WriteFile("tree/" + name, name);
     }
-    ASSERT_EQ(Pack(), PackResult::kPacked);
+    ASSERT_FALSE(Pack());
     const auto members = ReadArchive("out.tar.zst");
     for (const std::string& name : names) {
         EXPECT_EQ(MemberOf(members, "top/" + name).content, name);
@@ -120,46 +127,44 @@ private:
     bool isRoot_;
 };
 
-TEST_F(Packer, SaysWhatCannotBeRead) {
+TEST_F(PackerTest, SaysWhatCannotBeRead) {
     ASSERT_EQ(chmod(".", 0777), 0);
-    Write("tree/file", "x");
-    Write("tree/folder/inside", "x");
-    Write("tree/secret", "x");
+    WriteFile("tree/file", "x");
+    WriteFile("tree/folder/inside", "x");
+    WriteFile("tree/secret", "x");
     ASSERT_EQ(chmod("tree/secret", 0), 0);
     ASSERT_EQ(chmod("tree/folder", 0), 0);
     {
         const AsNobody user;
-        EXPECT_EQ(Pack(), PackResult::kPacked);
+        EXPECT_FALSE(Pack());
     }
     ASSERT_EQ(chmod("tree/folder", 0700), 0);
     EXPECT_EQ(LeftOut(), (Lines{"folder: Permission denied", "secret: Permission denied"}));
     EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/file"}));
 }
 
-TEST_F(Packer, GoesOnWhenAFileVanishes) {
-    Write("tree/a", "x");
-    Write("tree/b", "x");
-    ASSERT_EQ(Pack([](const PackedTree& packed) {
-                  if (packed.files.size() == 1) {
-                      std::filesystem::remove("tree/b");
-                  }
-                  return true;
-              }),
-              PackResult::kPacked);
+TEST_F(PackerTest, GoesOnWhenAFileVanishes) {
+    WriteFile("tree/a", "x");
+    WriteFile("tree/b", "x");
+    ASSERT_FALSE(Pack([](const PackedTree& packed) {
+        if (packed.files.size() == 1) {
+            std::filesystem::remove("tree/b");
+        }
+        return true;
+    }));
     EXPECT_EQ(LeftOut(), (Lines{"b: No such file or directory"}));
     EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), (Lines{"- top/a"}));
 }
 
-TEST_F(Packer, FillsUpAFileThatShrinks) {
+TEST_F(PackerTest, FillsUpAFileThatShrinks) {
     const std::string text(400000, 'x');
-    Write("tree/log", text);
-    ASSERT_EQ(Pack([](const PackedTree& packed) {
-                  if (packed.bytes > 0) {
-                      std::filesystem::resize_file("tree/log", 10);
-                  }
-                  return true;
-              }),
-              PackResult::kPacked);
+    WriteFile("tree/log", text);
+    ASSERT_FALSE(Pack([](const PackedTree& packed) {
+        if (packed.bytes > 0) {
+            std::filesystem::resize_file("tree/log", 10);
+        }
+        return true;
+    }));
     const std::string content = MemberOf(ReadArchive("out.tar.zst"), "top/log").content;
     EXPECT_EQ(content, std::string(131072, 'x') + std::string(400000 - 131072, '\0'));
     ASSERT_EQ(packed_.files.size(), 1U);
@@ -167,13 +172,12 @@ TEST_F(Packer, FillsUpAFileThatShrinks) {
     EXPECT_EQ(packed_.files[0].bytes, 400000U);
 }
 
-TEST_F(Packer, CutsAFileThatGrows) {
-    Write("tree/log", "12345");
-    ASSERT_EQ(Pack([](const PackedTree&) {
-                  std::ofstream("tree/log", std::ios::app) << "more";
-                  return true;
-              }),
-              PackResult::kPacked);
+TEST_F(PackerTest, CutsAFileThatGrows) {
+    WriteFile("tree/log", "12345");
+    ASSERT_FALSE(Pack([](const PackedTree&) {
+        std::ofstream("tree/log", std::ios::app) << "more";
+        return true;
+    }));
     ASSERT_EQ(packed_.files.size(), 1U);
     const std::uint64_t size = packed_.files[0].bytes;
     EXPECT_EQ(MemberOf(ReadArchive("out.tar.zst"), "top/log").content.size(), size);
@@ -181,8 +185,8 @@ TEST_F(Packer, CutsAFileThatGrows) {
               "it grew while it was packed; only its first " + std::to_string(size) + " bytes are here");
 }
 
-TEST_F(Packer, NotesAFileThatIsWrittenOver) {
-    Write("tree/log", std::string(400000, 'x'));
+TEST_F(PackerTest, NotesAFileThatIsWrittenOver) {
+    WriteFile("tree/log", std::string(400000, 'x'));
     const std::function<bool(const PackedTree&)> overwrite = [](const PackedTree& packed) {
         if (packed.bytes > 0) {
             std::fstream("tree/log", std::ios::in | std::ios::out) << "y";
@@ -191,19 +195,21 @@ TEST_F(Packer, NotesAFileThatIsWrittenOver) {
         }
         return true;
     };
-    ASSERT_EQ(Pack(overwrite), PackResult::kPacked);
+    ASSERT_FALSE(Pack(overwrite));
     EXPECT_EQ(packed_.files[0].note, "it changed while it was packed");
 }
 
-TEST_F(Packer, AMissingTreeIsEmpty) {
-    ASSERT_EQ(Pack(), PackResult::kPacked);
+TEST_F(PackerTest, AMissingTreeIsEmpty) {
+    ASSERT_FALSE(Pack());
     EXPECT_EQ(Listing(ReadArchive("out.tar.zst")), Lines{});
     EXPECT_EQ(LeftOut(), Lines{});
 }
 
-TEST_F(Packer, GivesUpInTheMiddleOfAFileAndLeavesNothing) {
-    Write("tree/log", std::string(1000000, 'x'));
-    EXPECT_EQ(Pack([](const PackedTree& packed) { return packed.bytes < 300000; }), PackResult::kGivenUp);
+TEST_F(PackerTest, GivesUpInTheMiddleOfAFileAndLeavesNothing) {
+    WriteFile("tree/log", std::string(1000000, 'x'));
+    const auto error = Pack([](const PackedTree& packed) { return packed.bytes < 300000; });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, ErrorCode::kCancelled);
     EXPECT_TRUE(packed_.files.empty());
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1);  // the tree
 }
@@ -219,47 +225,49 @@ std::string Noise(std::size_t size) {
     return noise;
 }
 
-TEST_F(Packer, AFullDiskEndsTheArchiveWithItsCause) {
-    Write("tree/log", Noise(1000000));
+TEST_F(PackerTest, AFullDiskEndsTheArchiveWithItsCause) {
+    WriteFile("tree/log", Noise(1000000));
     std::size_t room = 100000;
-    ArchiveWriter archive([&](const void* /*data*/, std::size_t size) {
-        if (size > room) {
-            return ENOSPC;
+    ArchiveWriter archive([&](std::string_view data) -> std::optional<Error> {
+        if (data.size() > room) {
+            return SystemError(ENOSPC);
         }
-        room -= size;
-        return 0;
+        room -= data.size();
+        return std::nullopt;
     });
     PackOptions options;
     options.folder = "top";
     options.exclude = [](const struct stat&) { return false; };
     options.goOn = [](const PackedTree&) { return true; };
-    EXPECT_EQ(PackTree("tree", options, archive, packed_), PackResult::kArchiveFailed);
-    EXPECT_EQ(archive.Error(), "No space left on device");
-    EXPECT_FALSE(archive.Close());
+    for (const auto& error : {PackTree("tree", options, archive, packed_), archive.Close()}) {
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->text, "No space left on device");
+    }
 }
 
-TEST_F(Packer, AnErrorAtTheVeryEndIsSeen) {
-    ArchiveWriter archive([](const void* /*data*/, std::size_t /*size*/) { return ENOSPC; });
-    EXPECT_FALSE(archive.Close());
-    EXPECT_EQ(archive.Error(), "No space left on device");
+TEST_F(PackerTest, AnErrorAtTheVeryEndIsSeen) {
+    ArchiveWriter archive([](std::string_view /*data*/) { return SystemError(ENOSPC); });
+    const auto error = archive.Close();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text, "No space left on device");
 }
 
-TEST_F(Packer, MarksWhatWasThereBefore) {
-    Write("tree/old", "x");
+TEST_F(PackerTest, MarksWhatWasThereBefore) {
+    WriteFile("tree/old", "x");
     timespec since{};
     struct stat status {};
     ASSERT_EQ(stat("tree/old", &status), 0);
     since = status.st_ctim;
     since.tv_nsec += 1;
-    ArchiveWriter archive([](const void* /*data*/, std::size_t /*size*/) { return 0; });
+    ArchiveWriter archive([](std::string_view /*data*/) { return std::nullopt; });
     PackOptions options;
     options.since = since;
     options.exclude = [](const struct stat&) { return false; };
     options.goOn = [](const PackedTree&) { return true; };
-    ASSERT_EQ(PackTree("tree", options, archive, packed_), PackResult::kPacked);
+    ASSERT_FALSE(PackTree("tree", options, archive, packed_));
     EXPECT_TRUE(packed_.files.at(0).older);
     options.since.tv_nsec -= 1;
-    ASSERT_EQ(PackTree("tree", options, archive, packed_), PackResult::kPacked);
+    ASSERT_FALSE(PackTree("tree", options, archive, packed_));
     EXPECT_FALSE(packed_.files.at(1).older);
 }
 

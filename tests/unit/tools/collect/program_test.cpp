@@ -1,20 +1,22 @@
 // The command collect as people run it.
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <map>
 #include <set>
 #include <sstream>
 
-#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <openssl/sha.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "archive_reader.h"
-#include "collect/sha256.h"
+#include "common/json.h"
+#include "support/archive_reader.h"
 #include "support/child.h"
 #include "support/eventually.h"
 #include "support/process_state.h"
-#include "support/work_folder.h"
+#include "support/temp_folder.h"
 
 using support::Child;
 using support::Contents;
@@ -22,26 +24,33 @@ using support::Listing;
 using support::Member;
 using support::MemberOf;
 using support::ReadArchive;
+using support::WriteFile;
 using Lines = std::vector<std::string>;
 
 namespace {
 
-using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+namespace json = ominspect::json;
 
-const cJSON* At(const cJSON* object, const char* name) {
-    return cJSON_GetObjectItemCaseSensitive(object, name);
+std::string TextAt(json::View object, const char* name) {
+    return object[name].Text().value_or("(none)");
 }
 
-std::string TextAt(const cJSON* object, const char* name) {
-    const char* text = cJSON_GetStringValue(At(object, name));
-    return text == nullptr ? "(none)" : text;
+std::uint64_t NumberAt(json::View object, const char* name) {
+    return static_cast<std::uint64_t>(object[name].Number().value_or(-1));
 }
 
-std::uint64_t NumberAt(const cJSON* object, const char* name) {
-    return static_cast<std::uint64_t>(cJSON_GetNumberValue(At(object, name)));
+std::string Sha256(const std::string& data) {
+    std::array<unsigned char, SHA256_DIGEST_LENGTH> sum{};
+    (void)SHA256(reinterpret_cast<const unsigned char*>(data.data()), data.size(), sum.data());
+    std::string hex;
+    for (const unsigned byte : sum) {
+        hex += "0123456789abcdef"[byte / 16];
+        hex += "0123456789abcdef"[byte % 16];
+    }
+    return hex;
 }
 
-class CollectProgram : public support::InWorkFolder {
+class CollectProgram : public testing::Test {
 protected:
     // Its output goes to the files "out" and "err".
     static Child Start(const Lines& arguments, const std::string& before = "") {
@@ -55,30 +64,29 @@ protected:
     }
 
     // The clock of the file system ticks a few hundred times a second: until what is written has another time.
-    void AwaitNextTick(const std::string& name) const {
-        const auto changed = [this](const std::string& file) {
+    static void AwaitNextTick(const std::string& name) {
+        const auto changed = [](const std::string& file) {
             struct stat status {};
-            EXPECT_EQ(stat(In(file).c_str(), &status), 0);
+            EXPECT_EQ(stat(file.c_str(), &status), 0);
             return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
         };
         EXPECT_TRUE(support::Eventually([&] {
-            Write("tick", "");
+            WriteFile("tick", "");
             return changed("tick") != changed(name);
         }));
     }
 
-    static Json Manifest(const std::vector<Member>& members, const std::string& name) {
+    static json::Value Manifest(const std::vector<Member>& members, const std::string& name) {
         const Member member = MemberOf(members, name + "/manifest.json");
-        Json manifest(cJSON_Parse(member.content.c_str()), cJSON_Delete);
-        EXPECT_NE(manifest, nullptr) << member.content;
-        return manifest;
+        auto manifest = json::Value::Parse(member.content);
+        EXPECT_TRUE(manifest) << member.content;
+        return manifest ? std::move(*manifest) : json::Value::Object();
     }
 
     // Whether the manifest names exactly the files of the package, with their sizes and sums.
-    static void CheckSums(const std::vector<Member>& members, const cJSON* manifest, const std::string& name) {
+    static void CheckSums(const std::vector<Member>& members, json::View manifest, const std::string& name) {
         std::map<std::string, std::string> sums;
-        const cJSON* file = nullptr;
-        cJSON_ArrayForEach(file, At(manifest, "files")) {
+        for (const auto& [none, file] : manifest["files"].Members()) {
             sums[TextAt(file, "path")] = TextAt(file, "sha256") + ' ' + std::to_string(NumberAt(file, "bytes"));
         }
         std::map<std::string, std::string> found;
@@ -87,19 +95,18 @@ protected:
             if (member.type != '-' || !member.name.starts_with(folder)) {
                 continue;
             }
-            ominspect::collect::Sha256 sum;
-            sum.Add(member.content.data(), member.content.size());
-            found[member.name.substr(folder.size())] = sum.Hex() + ' ' + std::to_string(member.content.size());
+            found[member.name.substr(folder.size())] =
+                Sha256(member.content) + ' ' + std::to_string(member.content.size());
         }
         EXPECT_EQ(sums, found);
     }
 
     // "source below the work folder: outcome", in order
-    Lines Outcomes(const cJSON* manifest) const {
+    Lines Outcomes(json::View manifest) const {
         Lines lines;
-        const cJSON* entry = nullptr;
-        cJSON_ArrayForEach(entry, At(manifest, "entries")) {
-            lines.push_back(TextAt(entry, "source").substr(folder_.size() + 1) + ": " + TextAt(entry, "outcome"));
+        for (const auto& [none, entry] : manifest["entries"].Members()) {
+            lines.push_back(TextAt(entry, "source").substr(work_.Path().string().size() + 1) + ": " +
+                            TextAt(entry, "outcome"));
         }
         return lines;
     }
@@ -107,18 +114,20 @@ protected:
     // What is in the work folder, sorted.
     Lines Names() const {
         Lines names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_)) {
+        for (const auto& entry : std::filesystem::directory_iterator(work_.Path())) {
             names.push_back(entry.path().filename());
         }
         std::sort(names.begin(), names.end());
         return names;
     }
 
-    void WriteMany(const std::string& folder, int count) const {
+    static void WriteMany(const std::string& folder, int count) {
         for (int i = 0; i < count; ++i) {
-            Write(folder + '/' + std::to_string(i), "content " + std::to_string(i));
+            WriteFile(folder + '/' + std::to_string(i), "content " + std::to_string(i));
         }
     }
+
+    const support::WorkingFolder work_;
 };
 
 bool Holds(const std::string& text, const std::string& part) {
@@ -126,26 +135,27 @@ bool Holds(const std::string& text, const std::string& part) {
 }
 
 TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
-    Write("logs/a.log", "first");
-    Write("logs/sub/b.log", "second");
-    Write("one.log", "third");
+    WriteFile("logs/a.log", "first");
+    WriteFile("logs/sub/b.log", "second");
+    WriteFile("one.log", "third");
     EXPECT_EQ(Run({"logs", "one.log", "--output", "p.tar.zst"}), 0) << Contents("err");
     const auto members = ReadArchive("p.tar.zst");
     EXPECT_EQ(Listing(members),
               (Lines{"d p/", "d p/files/", "d p/files/logs/", "- p/files/logs/a.log", "d p/files/logs/sub/",
                      "- p/files/logs/sub/b.log", "- p/files/one.log", "- p/manifest.json"}));
     EXPECT_EQ(MemberOf(members, "p/files/logs/sub/b.log").content, "second");
-    const Json manifest = Manifest(members, "p");
-    CheckSums(members, manifest.get(), "p");
-    EXPECT_EQ(NumberAt(manifest.get(), "format"), 1U);
-    EXPECT_EQ(TextAt(manifest.get(), "tool"), "ominspectctl");
-    EXPECT_EQ(TextAt(manifest.get(), "version"), "0.1.0");
-    EXPECT_EQ(TextAt(manifest.get(), "file"), "p.tar.zst");
-    EXPECT_EQ(TextAt(manifest.get(), "started").size(), std::string("2026-11-21T01:02:03Z").size());
-    EXPECT_TRUE(cJSON_IsTrue(At(manifest.get(), "complete")));
-    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "interrupted")));
-    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"logs: complete", "one.log: complete"}));
-    const cJSON* first = cJSON_GetArrayItem(At(manifest.get(), "entries"), 0);
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    CheckSums(members, manifest, "p");
+    EXPECT_EQ(NumberAt(manifest, "format"), 1U);
+    EXPECT_EQ(TextAt(manifest, "tool"), "ominspectctl");
+    EXPECT_EQ(TextAt(manifest, "version"), "0.1.0");
+    EXPECT_EQ(TextAt(manifest, "file"), "p.tar.zst");
+    EXPECT_EQ(TextAt(manifest, "started").size(), std::string("2026-11-21T01:02:03Z").size());
+    EXPECT_EQ(manifest["complete"].Flag(), true);
+    EXPECT_EQ(manifest["interrupted"].Flag(), false);
+    EXPECT_EQ(Outcomes(manifest), (Lines{"logs: complete", "one.log: complete"}));
+    const json::View first = manifest["entries"].At(0);
     EXPECT_EQ(TextAt(first, "kind"), "folder");
     EXPECT_EQ(NumberAt(first, "files"), 2U);
     EXPECT_EQ(NumberAt(first, "bytes"), 11U);
@@ -154,12 +164,12 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
     ASSERT_EQ(stat("p.tar.zst", &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     EXPECT_TRUE(Holds(Contents("out"), "complete\npackage: p.tar.zst, ")) << Contents("out");
-    EXPECT_TRUE(Holds(Contents("err"), "[1/2] " + In("logs") + ": 2 files, 11 B, ")) << Contents("err");
+    EXPECT_TRUE(Holds(Contents("err"), "[1/2] " + work_ / "logs" + ": 2 files, 11 B, ")) << Contents("err");
 }
 
 TEST_F(CollectProgram, AnotherToolUnpacksWhatTheManifestSays) {
-    Write("logs/a.log", "first");
-    Write("logs/bad\xff", "second");
+    WriteFile("logs/a.log", "first");
+    WriteFile("logs/bad\xff", "second");
     ASSERT_EQ(Run({"logs", "--output", "p.tar.zst"}), 0);
     ASSERT_EQ(support::Run({"bsdtar", "-xf", "p.tar.zst"}).exitCode, 0);
     EXPECT_EQ(Contents("p/files/logs/a.log"), "first");
@@ -168,14 +178,14 @@ TEST_F(CollectProgram, AnotherToolUnpacksWhatTheManifestSays) {
 }
 
 TEST_F(CollectProgram, JsonPrintsTheManifestThatIsInThePackage) {
-    Write("one", "x");
+    WriteFile("one", "x");
     ASSERT_EQ(Run({"one", "--output", "p.tar.zst", "--json"}), 0);
     EXPECT_EQ(Contents("out"), MemberOf(ReadArchive("p.tar.zst"), "p/manifest.json").content);
     EXPECT_TRUE(Holds(Contents("err"), "package: p.tar.zst, "));
 }
 
 TEST_F(CollectProgram, NamesThePackageByHostAndTime) {
-    Write("one", "x");
+    WriteFile("one", "x");
     ASSERT_EQ(Run({"one"}), 0);
     const Lines names = Names();
     ASSERT_EQ(names.size(), 4U);  // err, ominspect-..., one, out
@@ -183,40 +193,43 @@ TEST_F(CollectProgram, NamesThePackageByHostAndTime) {
 }
 
 TEST_F(CollectProgram, ReportsAMissingSourceAndPacksTheOthers) {
-    Write("logs/a", "x");
+    WriteFile("logs/a", "x");
     EXPECT_EQ(Run({"nowhere", "logs", "--output", "p.tar.zst"}), 1);
     const auto members = ReadArchive("p.tar.zst");
     EXPECT_EQ(MemberOf(members, "p/files/logs/a").content, "x");
-    const Json manifest = Manifest(members, "p");
-    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"nowhere: missing", "logs: complete"}));
-    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "complete")));
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    EXPECT_EQ(Outcomes(manifest), (Lines{"nowhere: missing", "logs: complete"}));
+    EXPECT_EQ(manifest["complete"].Flag(), false);
     EXPECT_TRUE(Holds(Contents("out"), "missing: the source does not exist"));
 }
 
 TEST_F(CollectProgram, TakesTheEntriesOfAConfigurationFile) {
-    Write("logs/a", "x");
-    Write("precious/file", "x");
-    Write("c.xml", "<c><LogCollect><Log srcPath='logs' dstPath='" + In("area/l") +
-                       "' timeout='5' isFolder='true'/><Log srcPath='logs' dstPath='" + In("precious") +
-                       "' timeout='5' isFolder='true'/></LogCollect></c>");
-    Write("area/from-before", "old");
+    WriteFile("logs/a", "x");
+    WriteFile("precious/file", "x");
+    WriteFile("c.xml", "<c><LogCollect><Log srcPath='logs' dstPath='" + work_ / "area/l" +
+                           "' timeout='5' isFolder='true'/><Log srcPath='logs' dstPath='" + work_ / "precious" +
+                           "' timeout='5' isFolder='true'/></LogCollect></c>");
+    WriteFile("area/from-before", "old");
     AwaitNextTick("area/from-before");
     EXPECT_EQ(Run({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"}), 1);
     const auto members = ReadArchive("p.tar.zst");
     EXPECT_EQ(Listing(members), (Lines{"d p/", "d p/files/", "- p/files/from-before", "d p/files/l/", "- p/files/l/a",
                                        "- p/manifest.json"}));
-    const Json manifest = Manifest(members, "p");
-    CheckSums(members, manifest.get(), "p");
-    const cJSON* refused = cJSON_GetArrayItem(At(manifest.get(), "entries"), 1);
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    CheckSums(members, manifest, "p");
+    const json::View refused = manifest["entries"].At(1);
     EXPECT_EQ(TextAt(refused, "outcome"), "refused");
-    EXPECT_EQ(TextAt(refused, "remark"), "the destination " + In("precious") + " is outside the area " + In("area"));
+    EXPECT_EQ(TextAt(refused, "remark"),
+              "the destination " + work_ / "precious" + " is outside the area " + work_ / "area");
     EXPECT_EQ(Contents("precious/file"), "x");
-    EXPECT_TRUE(cJSON_IsTrue(At(cJSON_GetArrayItem(At(manifest.get(), "files"), 0), "fromBefore")));
-    EXPECT_EQ(At(cJSON_GetArrayItem(At(manifest.get(), "files"), 1), "fromBefore"), nullptr);
+    EXPECT_EQ(manifest["files"].At(0)["fromBefore"].Flag(), true);
+    EXPECT_FALSE(manifest["files"].At(1)["fromBefore"]);
 }
 
 TEST_F(CollectProgram, WithoutEntriesSaysSoAndStillPacksTheArea) {
-    Write("c.xml", "<c/>");
+    WriteFile("c.xml", "<c/>");
     EXPECT_EQ(Run({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"}), 1);
     EXPECT_EQ(Contents("err"),
               "ominspectctl: no entries are configured\nominspectctl: there is no [LogCollect] in config.\n");
@@ -224,9 +237,9 @@ TEST_F(CollectProgram, WithoutEntriesSaysSoAndStillPacksTheArea) {
 }
 
 TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
-    Write("one", "x");
-    Write("broken.xml", "<c>");
-    Write("empty.xml", "<!-- nothing -->");
+    WriteFile("one", "x");
+    WriteFile("broken.xml", "<c>");
+    WriteFile("empty.xml", "<!-- nothing -->");
     const Lines before = Names();
     const std::vector<std::pair<Lines, std::string>> cases{
         {{"--config", "missing.xml"}, "XML_ERROR_FILE_NOT_FOUND"},
@@ -239,7 +252,7 @@ TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
         {{"--timeout", "5"}, ""},
         {{'/' + std::string(255, 'x')}, "the path is longer than 255 bytes: /xxx"},
         {{"one", "--output", "one"}, "ominspectctl: one exists; --force replaces it\n"},
-        {{"one", "--output", folder_, "--force"}, "Is a directory"},
+        {{"one", "--output", work_.Path(), "--force"}, "Is a directory"},
     };
     for (const auto& [arguments, message] : cases) {
         EXPECT_EQ(Run(arguments), 2) << arguments.front();
@@ -252,14 +265,14 @@ TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
 }
 
 TEST_F(CollectProgram, ReplacesAPackageWhenAsked) {
-    Write("one", "x");
-    Write("p.tar.zst", "old");
+    WriteFile("one", "x");
+    WriteFile("p.tar.zst", "old");
     EXPECT_EQ(Run({"one", "--output", "p.tar.zst", "--force"}), 0);
     EXPECT_EQ(MemberOf(ReadArchive("p.tar.zst"), "p/files/one").content, "x");
 }
 
 TEST_F(CollectProgram, SaysWhereItCannotWrite) {
-    Write("one", "x");
+    WriteFile("one", "x");
     EXPECT_EQ(Run({"one", "--output", "missing/p.tar.zst"}), 1);
     EXPECT_EQ(Contents("err"), "ominspectctl: cannot write the package missing/p.tar.zst: No such file or directory\n");
     EXPECT_EQ(Run({"one", "--output", "/proc/p.tar.zst"}), 1);
@@ -279,8 +292,8 @@ std::string Noise(std::size_t size) {
 // A limit on the size of files stands in for the full disk.
 TEST_F(CollectProgram, AFullDiskLeavesNoHalfPackage) {
     const std::string noise = Noise(900000);
-    Write("logs/a", noise.substr(0, 450000));
-    Write("logs/b", noise.substr(450000));
+    WriteFile("logs/a", noise.substr(0, 450000));
+    WriteFile("logs/b", noise.substr(450000));
     ASSERT_EQ(mkdir("tmp", 0700), 0);
     const Lines before = Names();
     EXPECT_EQ(Run({"logs", "--output", "p.tar.zst"}, "TMPDIR=tmp; export TMPDIR; ulimit -f 1000;"), 1);
@@ -293,15 +306,15 @@ TEST_F(CollectProgram, AFullDiskLeavesNoHalfPackage) {
 }
 
 TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
-    Write("first/a", "x");
+    WriteFile("first/a", "x");
     WriteMany("second", 3000);
-    Write("third/c", "x");
+    WriteFile("third/c", "x");
     ASSERT_EQ(mkdir("tmp", 0700), 0);
     Child child = Start({"first", "second", "third", "--timeout", "60", "--output", "p.tar.zst"},
-                        "TMPDIR=" + In("tmp") + "; export TMPDIR;");
+                        "TMPDIR=" + work_ / "tmp" + "; export TMPDIR;");
     const auto copying = [this] {
         std::error_code error;
-        for (const auto& area : std::filesystem::directory_iterator(In("tmp"), error)) {
+        for (const auto& area : std::filesystem::directory_iterator(work_ / "tmp", error)) {
             if (std::filesystem::exists(area.path() / "second", error)) {
                 return true;
             }
@@ -314,24 +327,25 @@ TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
     EXPECT_TRUE(Holds(Contents("err"), "[1/3] ")) << Contents("err");
     EXPECT_TRUE(Holds(Contents("err"), "interrupted; packing what is there")) << Contents("err");
     const auto members = ReadArchive("p.tar.zst");
-    const Json manifest = Manifest(members, "p");
-    CheckSums(members, manifest.get(), "p");
-    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"first: complete", "second: interrupted", "third: not started"}));
-    EXPECT_TRUE(cJSON_IsTrue(At(manifest.get(), "interrupted")));
-    EXPECT_TRUE(cJSON_IsFalse(At(manifest.get(), "complete")));
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    CheckSums(members, manifest, "p");
+    EXPECT_EQ(Outcomes(manifest), (Lines{"first: complete", "second: interrupted", "third: not started"}));
+    EXPECT_EQ(manifest["interrupted"].Flag(), true);
+    EXPECT_EQ(manifest["complete"].Flag(), false);
     EXPECT_TRUE(std::filesystem::is_empty("tmp"));
 }
 
 TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     // Something that reaches the disk, then something that takes forever to pack.
-    Write("area/a", Noise(1000000));
-    Write("area/huge", "");
+    WriteFile("area/a", Noise(1000000));
+    WriteFile("area/huge", "");
     std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
-    Write("c.xml", "<c><LogCollect/></c>");
+    WriteFile("c.xml", "<c><LogCollect/></c>");
     const Lines before = Names();
     Child child = Start({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"});
     const auto packing = [this] {
-        return std::ranges::any_of(std::filesystem::directory_iterator(folder_), [](const auto& entry) {
+        return std::ranges::any_of(std::filesystem::directory_iterator(work_.Path()), [](const auto& entry) {
             return entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0;
         });
     };
@@ -348,20 +362,22 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
 
 TEST_F(CollectProgram, TakesTheDevicesConfigurationByItself) {
     EXPECT_EQ(Run({"--area", "area", "--output", "p.tar.zst"}), 1);  // this machine has none, or it names another area
-    const Json manifest = Manifest(ReadArchive("p.tar.zst"), "p");
-    EXPECT_EQ(TextAt(manifest.get(), "configuration"), "the device's configuration file");
-    EXPECT_EQ(TextAt(manifest.get(), "area"), In("area"));
+    const json::Value document = Manifest(ReadArchive("p.tar.zst"), "p");
+    const json::View manifest = document.Read();
+    EXPECT_EQ(TextAt(manifest, "configuration"), "the device's configuration file");
+    EXPECT_EQ(TextAt(manifest, "area"), work_ / "area");
 }
 
 TEST_F(CollectProgram, ATreeThatTakesTooLongIsCutShortAndItsPackageSaysSo) {
     WriteMany("logs", 20000);
     EXPECT_EQ(Run({"logs", "--timeout", "1", "--output", "p.tar.zst"}), 1);
     const auto members = ReadArchive("p.tar.zst");
-    const Json manifest = Manifest(members, "p");
-    CheckSums(members, manifest.get(), "p");
-    EXPECT_EQ(Outcomes(manifest.get()), (Lines{"logs: cut short"}));
-    const cJSON* entry = cJSON_GetArrayItem(At(manifest.get(), "entries"), 0);
-    EXPECT_TRUE(cJSON_IsTrue(At(entry, "cutShort")));
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    CheckSums(members, manifest, "p");
+    EXPECT_EQ(Outcomes(manifest), (Lines{"logs: cut short"}));
+    const json::View entry = manifest["entries"].At(0);
+    EXPECT_EQ(entry["cutShort"].Flag(), true);
     EXPECT_EQ(TextAt(entry, "remark"), "the time limit of 1 s ended it");
     EXPECT_GT(NumberAt(entry, "files"), 0U);
     EXPECT_LT(NumberAt(entry, "files"), 20000U);

@@ -1,26 +1,20 @@
 // Columns and sizes for people.
 #include <gtest/gtest.h>
 
-#include "text/table.h"
+#include "common/table.h"
 
 using namespace ominspect::text;
 
-TEST(Table, AlignsColumnsByCharactersAndNotByBytes) {
+TEST(Table, AlignsColumnsByTheirWidthAndNotByBytes) {
     EXPECT_EQ(Table({{"A", "B", "C"}, {"gr\xC3\xBCn", "1", "last"}}), "A     B  C\ngr\xC3\xBCn  1  last");
+    EXPECT_EQ(Table({{"ABCDE", "B"}, {"\xE6\x97\xA5\xE6\x9C\xAC", "1"}}), "ABCDE  B\n\xE6\x97\xA5\xE6\x9C\xAC   1");
 }
 
 TEST(Table, IsEmptyWithoutRows) {
     EXPECT_EQ(Table({}), "");
 }
 
-TEST(CutToWidth, CutsCharactersAndNotBytes) {
-    EXPECT_EQ(CutToWidth("\xC3\xA4z", 1), "\xC3\xA4");
-    EXPECT_EQ(CutToWidth("\xC3\xA4z", 2), "\xC3\xA4z");
-    EXPECT_EQ(CutToWidth("\xC3\xA4z", 9), "\xC3\xA4z");
-    EXPECT_EQ(CutToWidth("ab", 0), "");
-}
-
-TEST(Size, HasTheLargestUnitThatFits) {
+TEST(Table, SizesHaveTheLargestUnitThatFits) {
     EXPECT_EQ(Size(0), "0 B");
     EXPECT_EQ(Size(1023), "1023 B");
     EXPECT_EQ(Size(1536), "1.5 KiB");

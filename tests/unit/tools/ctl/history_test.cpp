@@ -6,39 +6,28 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
+#include "support/temp_folder.h"
+
+using namespace ominspect;
 using namespace ominspect::ctl;
+using support::Contents;
+using support::WriteFile;
 
 namespace {
 
 class HistoryTest : public testing::Test {
 protected:
-    HistoryTest() : home_(testing::TempDir() + "/history-XXXXXX") {
-        EXPECT_NE(mkdtemp(home_.data()), nullptr);
-        (void)setenv("XDG_STATE_HOME", home_.c_str(), 1);
+    HistoryTest() {
+        (void)setenv("XDG_STATE_HOME", home_.Path().c_str(), 1);
         (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
-    }
-    ~HistoryTest() override { std::filesystem::remove_all(home_); }
-
-    std::string Path() const { return home_ + "/ominspect/results.json"; }
-
-    std::string Content() const {
-        std::ifstream file(Path());
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    void SetContent(const std::string& content) const {
-        std::filesystem::create_directories(home_ + "/ominspect");
-        std::ofstream(Path()) << content;
     }
 
     static void Remember(const char* item, const char* status, const char* text) {
         History history;
         history.Add({item, status, text}, kTime);
-        EXPECT_TRUE(history.Save());
+        EXPECT_FALSE(history.Save());
     }
 
     static std::string Found(const char* item) {
@@ -47,7 +36,8 @@ protected:
     }
 
     static constexpr TimePoint kTime{std::chrono::milliseconds(1000000000007)};
-    std::string home_;
+    const support::TempFolder home_;
+    const std::string path_ = home_ / "ominspect/results.json";
 };
 
 TEST_F(HistoryTest, AResultIsFoundByTheNextProgram) {
@@ -57,10 +47,10 @@ TEST_F(HistoryTest, AResultIsFoundByTheNextProgram) {
     EXPECT_EQ(last->status, "success");
     EXPECT_EQ(last->text, "LOAD OK");
     EXPECT_EQ(last->time, kTime);
-    EXPECT_EQ(Content(),
+    EXPECT_EQ(Contents(path_),
               "{\"buses\":{\"unix:path=/bus\":"
               "{\"load\":{\"status\":\"success\",\"text\":\"LOAD OK\",\"timeMs\":1000000000007}}}}\n");
-    EXPECT_EQ(std::filesystem::status(Path()).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(std::filesystem::status(path_).permissions(), std::filesystem::perms(0600));
 }
 
 TEST_F(HistoryTest, ANewerResultTakesThePlaceOfAnOlderAndLeavesTheOthers) {
@@ -77,7 +67,7 @@ TEST_F(HistoryTest, WhatIsNoResultIsNotRemembered) {
     Remember("b", "idle", "init");
     Remember("c", "", "done");
     Remember("d", "fail", "no support");
-    EXPECT_FALSE(std::filesystem::exists(Path()));
+    EXPECT_FALSE(std::filesystem::exists(path_));
     for (const char* item : {"a", "b", "c", "d"}) {
         EXPECT_EQ(Found(item), "nothing");
     }
@@ -121,7 +111,7 @@ TEST_F(HistoryTest, TheOldestBusesAndItemsAreForgotten) {
         for (int i = 0; i < 1024; ++i) {
             history.Add({"item" + std::to_string(i), "success", ""}, kTime);
         }
-        EXPECT_TRUE(history.Save());
+        EXPECT_FALSE(history.Save());
     }
     EXPECT_EQ(Found("first"), "nothing");
     EXPECT_EQ(Found("item0"), "success/");
@@ -136,7 +126,7 @@ TEST_F(HistoryTest, AFileThatIsNoHistoryCountsAsEmptyAndIsReplaced) {
     for (const char* content :
          {"", "not JSON", "[]", R"({"buses":3})", R"({"buses":{"unix:path=/bus":[{"timeMs":1}]}})",
           R"({"buses":{"unix:path=/bus":{"load":7,"disk":{"timeMs":-1},"swap":{"timeMs":1e300}}}})"}) {
-        SetContent(content);
+        WriteFile(path_, content);
         for (const char* item : {"load", "disk", "swap"}) {
             EXPECT_EQ(Found(item), "nothing") << content;
         }
@@ -146,11 +136,12 @@ TEST_F(HistoryTest, AFileThatIsNoHistoryCountsAsEmptyAndIsReplaced) {
 }
 
 TEST_F(HistoryTest, AFolderThatCannotBeMadeIsSaid) {
-    std::ofstream(home_ + "/ominspect") << "a file in its place";
+    WriteFile(home_ / "ominspect", "a file in its place");
     History history;
     history.Add({"load", "success", ""}, kTime);
-    EXPECT_FALSE(history.Save());
-    EXPECT_EQ(errno, ENOTDIR);
+    const auto error = history.Save();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->number, ENOTDIR);
 }
 
 TEST_F(HistoryTest, WithoutAHomeNothingIsSaved) {

@@ -8,6 +8,7 @@
 
 #include "exit_code.h"
 
+using namespace ominspect;
 using namespace ominspect::ctl;
 using namespace ominspect::client;
 

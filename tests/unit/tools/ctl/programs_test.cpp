@@ -2,35 +2,29 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
-#include "child.h"
-
-using namespace ominspect::owner;
+#include "support/child.h"
+#include "support/temp_folder.h"
 
 namespace {
 
-CommandOutcome RunProgram(std::vector<std::string> argv) {
-    CommandSpec spec;
-    spec.argv = std::move(argv);
-    int error = 0;
-    auto child = Child::Start(spec, error);
-    if (!child) {
-        return {CommandOutcome::End::kNotStarted, error, {}};
-    }
-    for (int i = 0; i < 3000; ++i) {
-        pollfd fds[] = {{child->ExitFd(), POLLIN, 0}, {child->OutFd(), POLLIN, 0}, {child->ErrFd(), POLLIN, 0}};
-        (void)poll(fds, 3, 10);
-        child->ReadOutput();
-        if (auto outcome = child->Reap()) {
-            return *outcome;
-        }
-    }
-    ADD_FAILURE() << "the program did not end";
-    return {};
+struct Outcome {
+    int code;
+    std::string out;
+    std::string err;
+};
+
+Outcome RunProgram(const std::vector<std::string>& argv) {
+    const support::TempFolder folder;
+    const std::string out = folder / "out";
+    const std::string err = folder / "err";
+    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$0\" \"$@\" >'" + out + "' 2>'" + err + "'"};
+    command.insert(command.end(), argv.begin(), argv.end());
+    const int code = support::Run(command).exitCode;
+    return {code, support::Contents(out), support::Contents(err)};
 }
 
 bool Holds(const std::string& text, const std::string& part) {
@@ -47,7 +41,7 @@ TEST_F(Programs, CtlHelpNamesTheExitCodes) {
     EXPECT_EQ(help.code, 0);
     for (const char* line : {"  0    passed", "  1    a check failed", "  2    wrong use", "  3    the server",
                              "  4    no final", "  130  a group was ended by Ctrl-C"}) {
-        EXPECT_TRUE(Holds(help.output.out, line)) << line;
+        EXPECT_TRUE(Holds(help.out, line)) << line;
     }
 }
 
@@ -68,18 +62,18 @@ TEST_F(Programs, CtlAnswersWrongUseWithTwo) {
         argv.insert(argv.end(), group.begin(), group.end());
         const auto outcome = RunProgram(argv);
         EXPECT_EQ(outcome.code, 2);
-        EXPECT_TRUE(Holds(outcome.output.err, "give either item names or --all")) << outcome.output.err;
+        EXPECT_TRUE(Holds(outcome.err, "give either item names or --all")) << outcome.err;
     }
 }
 
 TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
     const auto name = RunProgram({PROGRAM_CTL, "run", std::string(32, 'n')});
     EXPECT_EQ(name.code, 2);
-    EXPECT_TRUE(Holds(name.output.err, "the item name is longer than 31 bytes"));
+    EXPECT_TRUE(Holds(name.err, "the item name is longer than 31 bytes"));
     const auto cmd = RunProgram({PROGRAM_CTL, "run", "a", "--cmd", std::string(128, 'c'), "--json"});
     EXPECT_EQ(cmd.code, 2);
     EXPECT_EQ(
-        cmd.output.out,
+        cmd.out,
         R"({"results":[{"item":"a","error":{"code":"invalid-argument","text":"the cmd is longer than 127 bytes"}}]})"
         "\n");
     for (const char* command : {"state", "reset", "group"}) {
@@ -93,7 +87,7 @@ TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
     for (const char* command : {"run", "state", "reset"}) {
         const auto outcome = RunProgram({PROGRAM_CTL, command, "load", "--json"});
         EXPECT_EQ(outcome.code, 3) << command;
-        EXPECT_TRUE(Holds(outcome.output.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << command;
+        EXPECT_TRUE(Holds(outcome.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << command;
     }
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"group", "load"}, {"group", "--all"}, {"list"}, {"stop", "17"}}) {
@@ -102,7 +96,7 @@ TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
         argv.emplace_back("--json");
         const auto outcome = RunProgram(argv);
         EXPECT_EQ(outcome.code, 3) << command[0];
-        EXPECT_TRUE(Holds(outcome.output.out, "{\"error\":{\"code\":\"bus-unreachable\"")) << command[0];
+        EXPECT_TRUE(Holds(outcome.out, "{\"error\":{\"code\":\"bus-unreachable\"")) << command[0];
     }
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "watch"}).code, 3);
 }
@@ -110,22 +104,59 @@ TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
 TEST_F(Programs, CtlSaysThatItCannotWrite) {
     const auto outcome = RunProgram({"/bin/sh", "-c", "exec \"$0\" run a --json >/dev/full", PROGRAM_CTL});
     EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.output.err, "cannot write the output"));
+    EXPECT_TRUE(Holds(outcome.err, "cannot write the output"));
+}
+
+TEST_F(Programs, CtlHelpNamesTheCommandsOfTheOtherProgram) {
+    const auto help = RunProgram({PROGRAM_CTL, "--help"});
+    EXPECT_TRUE(Holds(help.out, "  collect ")) << help.out;
+    EXPECT_TRUE(Holds(help.out, "  doctor ")) << help.out;
+    const auto collect = RunProgram({PROGRAM_CTL, "collect", "--help"});
+    EXPECT_EQ(collect.code, 0);
+    EXPECT_TRUE(Holds(collect.out, "Usage: ominspectctl collect [OPTIONS] [SOURCE...]")) << collect.out;
+    EXPECT_TRUE(Holds(collect.out, "--area DIR")) << collect.out;
+    EXPECT_TRUE(Holds(collect.out, "  1    a check failed")) << collect.out;
+    const auto doctor = RunProgram({PROGRAM_CTL, "doctor", "--help"});
+    EXPECT_EQ(doctor.code, 0);
+    EXPECT_TRUE(Holds(doctor.out, "--config FILE REQUIRED")) << doctor.out;
+}
+
+TEST_F(Programs, CtlSaysWhichProgramItCannotRun) {
+    const support::TempFolder folder;
+    const std::string ctl = folder / "bin/ominspectctl";
+    std::filesystem::create_directories(folder / "bin");
+    std::filesystem::copy_file(PROGRAM_CTL, ctl);
+    const auto outcome = RunProgram({ctl, "doctor", "--config", "x"});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_TRUE(outcome.err.starts_with("ominspectctl: cannot run /")) << outcome.err;
+    EXPECT_TRUE(
+        outcome.err.ends_with("/ominspect-collect, which carries out collect and doctor: No such file or directory\n"))
+        << outcome.err;
+    EXPECT_EQ(RunProgram({ctl, "--version"}).code, 0) << "the other commands do not need it";
+}
+
+TEST_F(Programs, CtlNeedsNeitherTheServerNorTheLibrariesOfPackages) {
+    const auto libraries = RunProgram({"/usr/bin/env", "LD_TRACE_LOADED_OBJECTS=1", PROGRAM_CTL});
+    EXPECT_TRUE(Holds(libraries.out, "libc.so")) << libraries.out;
+    for (const char* library : {"libominspect.so", "libarchive", "libcrypto"}) {
+        EXPECT_FALSE(Holds(libraries.out, library)) << library;
+    }
 }
 
 TEST_F(Programs, OwnerChecksTheShippedFiles) {
     for (const char* name : {"system", "service"}) {
         const auto outcome =
             RunProgram({PROGRAM_OWNER, "--check", std::string(PACKAGING_FOLDER "/owner/") + name + ".xml"});
-        EXPECT_EQ(outcome.code, 0) << outcome.output.err;
-        EXPECT_TRUE(Holds(outcome.output.out, "synchronous")) << name;
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        EXPECT_TRUE(Holds(outcome.out, "synchronous")) << name;
     }
 }
 
 TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
     const auto outcome = RunProgram({PROGRAM_OWNER, "/dev/null"});
     EXPECT_EQ(outcome.code, 2);
-    EXPECT_EQ(outcome.output.err, "ominspect-owner: /dev/null: not a regular file\n");
+    EXPECT_EQ(outcome.err, "ominspect-owner: /dev/null: not a regular file\n");
     EXPECT_EQ(RunProgram({PROGRAM_OWNER}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_OWNER, "--fly", "x"}).code, 2);
 }
@@ -133,7 +164,7 @@ TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
 TEST_F(Programs, OwnerAnswersAMissingBusWithThree) {
     const auto outcome = RunProgram({PROGRAM_OWNER, PACKAGING_FOLDER "/owner/system.xml"});
     EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.output.err, "ominspect-owner: cannot join the message bus: "));
+    EXPECT_TRUE(Holds(outcome.err, "ominspect-owner: cannot join the message bus: "));
 }
 
 class Launcher : public Programs {
@@ -147,37 +178,37 @@ protected:
 TEST_F(Launcher, CallsTheServersMain) {
     const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
     EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.output.out, "main called\n");
+    EXPECT_EQ(outcome.out, "main called\n");
 }
 
 TEST_F(Launcher, SaysWhyTheServerEnded) {
     (void)setenv("FAKE_SERVER_RESULT", "0x80020007", 1);
     const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
     EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.output.err, "ominspect: the server ended: "));
-    EXPECT_TRUE(Holds(outcome.output.err, "(0x80020007)"));
+    EXPECT_TRUE(Holds(outcome.err, "ominspect: the server ended: "));
+    EXPECT_TRUE(Holds(outcome.err, "(0x80020007)"));
 }
 
 TEST_F(Launcher, TakesAnUnaskedEndOfTheHostedServerForAFailure) {
     const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", FAKE_SERVER});
     EXPECT_EQ(outcome.code, 3);
-    EXPECT_EQ(outcome.output.out, "KivoInspectTaskMain called\n");
-    EXPECT_TRUE(Holds(outcome.output.err, "ended by itself"));
+    EXPECT_EQ(outcome.out, "KivoInspectTaskMain called\n");
+    EXPECT_TRUE(Holds(outcome.err, "ended by itself"));
 }
 
 TEST_F(Launcher, NeedsTheLibrary) {
     const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", "/nonexistent/lib.so"});
     EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.output.err, "ominspect: cannot load the server: /nonexistent/lib.so"));
+    EXPECT_TRUE(Holds(outcome.err, "ominspect: cannot load the server: /nonexistent/lib.so"));
 }
 
 TEST_F(Launcher, NeedsTheEntryFunction) {
     const auto process = RunProgram({PROGRAM_LAUNCHER, "--library", EMPTY_LIBRARY});
     EXPECT_EQ(process.code, 3);
-    EXPECT_TRUE(Holds(process.output.err, "has no function main\n"));
+    EXPECT_TRUE(Holds(process.err, "has no function main\n"));
     const auto hosted = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", EMPTY_LIBRARY});
     EXPECT_EQ(hosted.code, 3);
-    EXPECT_TRUE(Holds(hosted.output.err, "has no function KivoInspectTaskMain\n"));
+    EXPECT_TRUE(Holds(hosted.err, "has no function KivoInspectTaskMain\n"));
 }
 
 TEST_F(Launcher, AnswersWrongUseWithTwo) {
@@ -185,7 +216,7 @@ TEST_F(Launcher, AnswersWrongUseWithTwo) {
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "now"}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--library"}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--help"}).code, 0);
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).output.out, "ominspect 0.1.0\n");
+    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).out, "ominspect 0.1.0\n");
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include <fcntl.h>
@@ -16,6 +15,7 @@
 
 #include "support/eventually.h"
 #include "support/process_state.h"
+#include "support/temp_folder.h"
 
 using namespace ominspect::owner;
 using End = CommandOutcome::End;
@@ -32,30 +32,26 @@ CommandSpec Shell(const std::string& script) {
     return Spec({"/bin/sh", "-c", script});
 }
 
-// Reads the output and waits for the end as a supervisor does, for half a minute at most.
+// Reads the output and waits for the end as a supervisor does.
 CommandOutcome Finish(Child& child) {
-    for (int i = 0; i < 3000; ++i) {
-        pollfd fds[] = {{child.ExitFd(), POLLIN, 0}, {child.OutFd(), POLLIN, 0}, {child.ErrFd(), POLLIN, 0}};
-        (void)poll(fds, 3, 10);
+    std::optional<CommandOutcome> outcome;
+    EXPECT_TRUE(support::Eventually([&] {
         child.ReadOutput();
-        if (auto outcome = child.Reap()) {
-            return *outcome;
-        }
-    }
-    ADD_FAILURE() << "the command did not end";
-    return {};
+        outcome = child.Reap();
+        return outcome.has_value();
+    }));
+    return outcome.value_or(CommandOutcome{});
 }
 
 CommandOutcome RunToEnd(const CommandSpec& spec) {
-    int error = 0;
-    auto child = Child::Start(spec, error);
+    auto child = Child::Start(spec);
     if (!child) {
-        return {End::kNotStarted, error, {}};
+        return {End::kNotStarted, child.Failure().number, {}};
     }
     return Finish(*child);
 }
 
-TEST(Child, GivesExitStatusAndBothOutputs) {
+TEST(ChildTest, GivesExitStatusAndBothOutputs) {
     const auto outcome = RunToEnd(Shell("echo out; echo err >&2; exit 2"));
     EXPECT_EQ(outcome.end, End::kExited);
     EXPECT_EQ(outcome.code, 2);
@@ -63,18 +59,18 @@ TEST(Child, GivesExitStatusAndBothOutputs) {
     EXPECT_EQ(outcome.output.err, "err\n");
 }
 
-TEST(Child, GivesTheSignalThatEndedIt) {
+TEST(ChildTest, GivesTheSignalThatEndedIt) {
     const auto outcome = RunToEnd(Shell("kill -SEGV $$"));
     EXPECT_EQ(outcome.end, End::kSignalled);
     EXPECT_EQ(outcome.code, 11);
 }
 
-TEST(Child, HandsArgumentsOnUnchanged) {
+TEST(ChildTest, HandsArgumentsOnUnchanged) {
     const auto outcome = RunToEnd(Spec({"/usr/bin/printf", "%s|", "a b", "", "$HOME; `id`", "\xFF"}));
     EXPECT_EQ(outcome.output.out, "a b||$HOME; `id`|\xFF|");
 }
 
-TEST(Child, SeesItsItemAndArgumentInTheEnvironment) {
+TEST(ChildTest, SeesItsItemAndArgumentInTheEnvironment) {
     (void)setenv("INSPECT_CMD", "of the owner itself", 1);
     (void)setenv("CHILD_TEST", "handed on", 1);
     auto spec = Shell("echo \"$INSPECT_ITEM|$INSPECT_CMD|$CHILD_TEST\"");
@@ -87,11 +83,11 @@ TEST(Child, SeesItsItemAndArgumentInTheEnvironment) {
     (void)unsetenv("CHILD_TEST");
 }
 
-TEST(Child, HasAnEmptyInput) {
+TEST(ChildTest, HasAnEmptyInput) {
     EXPECT_EQ(RunToEnd(Spec({"/bin/cat"})).code, 0);
 }
 
-TEST(Child, InheritsNoOtherDescriptor) {
+TEST(ChildTest, InheritsNoOtherDescriptor) {
     const int inheritable = fcntl(STDERR_FILENO, F_DUPFD, 100);
     ASSERT_GE(inheritable, 100);
     // 3 is the folder that ls itself reads.
@@ -99,7 +95,7 @@ TEST(Child, InheritsNoOtherDescriptor) {
     (void)close(inheritable);
 }
 
-TEST(Child, StartsWithDefaultSignals) {
+TEST(ChildTest, StartsWithDefaultSignals) {
     sigset_t set{};
     sigset_t former{};
     (void)sigemptyset(&set);
@@ -118,19 +114,19 @@ TEST(Child, StartsWithDefaultSignals) {
     EXPECT_EQ(std::stoull(ignored.output.out.substr(8), nullptr, 16) & ~own, 0U);
 }
 
-TEST(Child, LeadsAGroupOfItsOwn) {
+TEST(ChildTest, LeadsAGroupOfItsOwn) {
     const auto outcome = RunToEnd(Shell("ps -o pid=,pgid= -p $$ | awk '{print ($1 == $2)}'"));
     EXPECT_EQ(outcome.output.out, "1\n") << outcome.output.err;
 }
 
-TEST(Child, ThatWritesMuchIsReadToItsEndAndCutTo4096Bytes) {
+TEST(ChildTest, ThatWritesMuchIsReadToItsEndAndCutTo4096Bytes) {
     const auto outcome = RunToEnd(Spec({"/usr/bin/head", "-c", "3000000", "/dev/zero"}));
     EXPECT_EQ(outcome.end, End::kExited);
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.output.out.size(), 4096U);
 }
 
-TEST(Child, IsOverWithItsLeaderAndTakesBackgroundProcessesWithIt) {
+TEST(ChildTest, IsOverWithItsLeaderAndTakesBackgroundProcessesWithIt) {
     const auto outcome = RunToEnd(Shell("sleep 1000 & echo $!"));
     EXPECT_EQ(outcome.end, End::kExited);
     EXPECT_EQ(outcome.code, 0);
@@ -138,10 +134,10 @@ TEST(Child, IsOverWithItsLeaderAndTakesBackgroundProcessesWithIt) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
 }
 
-TEST(Child, IsEndedWithItsObject) {
-    int error = 0;
-    auto child = Child::Start(Shell("echo $$; sleep 1000"), error);
-    ASSERT_TRUE(child);
+TEST(ChildTest, IsEndedWithItsObject) {
+    auto started = Child::Start(Shell("echo $$; sleep 1000"));
+    ASSERT_TRUE(started);
+    std::optional<Child> child(std::move(*started));
     pollfd out{child->OutFd(), POLLIN, 0};
     ASSERT_EQ(poll(&out, 1, 30000), 1);
     char text[32] = {};
@@ -150,34 +146,27 @@ TEST(Child, IsEndedWithItsObject) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(std::atoi(text)); }));
 }
 
-TEST(Child, ThatDoesNotExistIsNotStarted) {
+TEST(ChildTest, ThatDoesNotExistIsNotStarted) {
     const auto outcome = RunToEnd(Spec({"/nonexistent/check"}));
     EXPECT_EQ(outcome.end, End::kNotStarted);
     EXPECT_EQ(outcome.code, ENOENT);
 }
 
-class ChildFile : public testing::Test {
+class ChildFileTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "owner_child_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        path_ = pattern + "/check";
-        std::ofstream(path_) << "echo never\n";
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
+    ChildFileTest() { support::WriteFile(path_, "echo never\n"); }
 
-    std::filesystem::path folder_;
-    std::string path_;
+    const support::TempFolder folder_;
+    const std::string path_ = folder_ / "check";
 };
 
-TEST_F(ChildFile, WithoutPermissionIsNotStarted) {
+TEST_F(ChildFileTest, WithoutPermissionIsNotStarted) {
     const auto outcome = RunToEnd(Spec({path_}));
     EXPECT_EQ(outcome.end, End::kNotStarted);
     EXPECT_EQ(outcome.code, EACCES);
 }
 
-TEST_F(ChildFile, ThatIsNoProgramIsNotHandedToAShell) {
+TEST_F(ChildFileTest, ThatIsNoProgramIsNotHandedToAShell) {
     std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
     const auto outcome = RunToEnd(Spec({path_}));
     EXPECT_EQ(outcome.end, End::kNotStarted);

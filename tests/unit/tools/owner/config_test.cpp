@@ -3,24 +3,23 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <sys/stat.h>
 
 #include "describe.h"
+#include "support/temp_folder.h"
 
 using namespace ominspect::owner;
+using support::WriteFile;
 
 namespace {
 
 // The mistake of a text that must not be taken.
 std::string MistakeOf(std::string_view xml) {
-    std::string error;
-    return ParseConfig(xml, error) ? "taken" : error;
+    const auto config = ParseConfig(xml);
+    return config ? "taken" : config.Failure().text;
 }
 
 // An Owner with one Item whose attributes and contents are given; the Item stands on line 2.
@@ -39,7 +38,6 @@ std::string Repeated(const std::string& text, int count) {
 }
 
 TEST(OwnerConfig, IsReadWhole) {
-    std::string error;
     const auto config = ParseConfig(R"(<?xml version="1.0"?>
 <!-- what this box watches -->
 <Owner process="sysowner" maxParallel="4">
@@ -51,9 +49,8 @@ TEST(OwnerConfig, IsReadWhole) {
         <Arg/>
     </Item>
     <Item name="disk" isSync="false"><Command>/bin/true</Command></Item>
-</Owner>)",
-                                    error);
-    ASSERT_TRUE(config) << error;
+</Owner>)");
+    ASSERT_TRUE(config) << config.Failure().text;
     EXPECT_EQ(config->process, "sysowner");
     EXPECT_EQ(config->maxParallel, 4U);
     ASSERT_EQ(config->items.size(), 2U);
@@ -68,16 +65,14 @@ TEST(OwnerConfig, IsReadWhole) {
 }
 
 TEST(OwnerConfig, RunsSixteenCommandsAtATimeUnlessToldOtherwise) {
-    std::string error;
-    const auto config = ParseConfig(WithItem("name=\"a\"", kTrue), error);
-    ASSERT_TRUE(config) << error;
+    const auto config = ParseConfig(WithItem("name=\"a\"", kTrue));
+    ASSERT_TRUE(config) << config.Failure().text;
     EXPECT_EQ(config->maxParallel, 16U);
 }
 
 TEST(OwnerConfig, KeepsAnArgumentOfBlanksThatIsWrittenAsACharacter) {
-    std::string error;
-    const auto config = ParseConfig(WithItem("name=\"a\"", std::string(kTrue) + "<Arg>&#32;</Arg>"), error);
-    ASSERT_TRUE(config) << error;
+    const auto config = ParseConfig(WithItem("name=\"a\"", std::string(kTrue) + "<Arg>&#32;</Arg>"));
+    ASSERT_TRUE(config) << config.Failure().text;
     EXPECT_EQ(config->items[0].argv.at(1), " ");
 }
 
@@ -178,38 +173,28 @@ std::string ManyItems(int count) {
 }
 
 TEST(OwnerConfig, HoldsAtMost256Items) {
-    std::string error;
-    EXPECT_TRUE(ParseConfig(ManyItems(256), error)) << error;
+    EXPECT_TRUE(ParseConfig(ManyItems(256)));
     EXPECT_EQ(MistakeOf(ManyItems(257)), "line 258: more than 256 items");
 }
 
 class OwnerConfigFile : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "owner_config_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        path_ = pattern + "/owner.xml";
-    }
-    void TearDown() override { std::filesystem::remove_all(folder_); }
-
-    void Write(const std::string& text) const { std::ofstream(path_) << text; }
     std::string LoadError() const {
-        std::string error;
-        return LoadConfig(path_, error) ? "taken" : error;
+        const auto config = LoadConfig(path_);
+        return config ? "taken" : config.Failure().text;
     }
 
-    std::filesystem::path folder_;
-    std::string path_;
+    const support::TempFolder folder_;
+    const std::string path_ = folder_ / "owner.xml";
 };
 
 TEST_F(OwnerConfigFile, IsLoaded) {
-    Write(WithItem("name=\"a\"", kTrue));
+    WriteFile(path_, WithItem("name=\"a\"", kTrue));
     EXPECT_EQ(LoadError(), "taken");
 }
 
 TEST_F(OwnerConfigFile, IsNamedInTheError) {
-    Write("<Owner/>");
+    WriteFile(path_, "<Owner/>");
     EXPECT_EQ(LoadError(), path_ + ": line 1: Owner needs the attribute 'process'");
 }
 
@@ -223,7 +208,7 @@ TEST_F(OwnerConfigFile, MustBeARegularFileAndIsNotWaitedFor) {
 }
 
 TEST_F(OwnerConfigFile, IsAtMostOneMebibyte) {
-    Write(WithItem("name=\"a\"", kTrue) + std::string(1024UL * 1024UL, '\n'));
+    WriteFile(path_, WithItem("name=\"a\"", kTrue) + std::string(1024UL * 1024UL, '\n'));
     EXPECT_EQ(LoadError(), path_ + ": larger than 1048576 bytes");
 }
 

@@ -66,18 +66,8 @@ CommandSpec Shell(const std::string& script, std::chrono::milliseconds limit = 1
     return spec;
 }
 
-class Runner : public testing::Test {
+class RunnerTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "owner_runner_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-    }
-    void TearDown() override {
-        runner_.reset();
-        std::filesystem::remove_all(folder_);
-    }
-
     CommandRunner& Make(unsigned maxParallel, std::chrono::milliseconds termGrace = 30s) {
         runner_ = std::make_unique<CommandRunner>(
             CommandRunner::Settings{.maxParallel = maxParallel, .termGrace = termGrace});
@@ -86,21 +76,21 @@ protected:
 
     // A script that writes its process id to a file, says that it is ready, and sleeps.
     std::string Sleeper(const std::string& name, const std::string& before = "") const {
-        const std::string path = folder_ + "/" + name;
+        const std::string path = folder_ / name;
         return before + "sleep 1000 & echo $! >'" + path + ".new'; mv '" + path + ".new' '" + path + "'; wait; wait";
     }
     pid_t PidOf(const std::string& name) const {
         std::string text;
-        EXPECT_TRUE(support::Eventually([&] { return !(text = support::Contents(folder_ + "/" + name)).empty(); }));
+        EXPECT_TRUE(support::Eventually([&] { return !(text = support::Contents(folder_ / name)).empty(); }));
         return text.empty() ? 0 : std::stoi(text);
     }
 
-    std::string folder_;
+    const support::TempFolder folder_;
     Outcomes outcomes_;  // outlives the runner's thread
     std::unique_ptr<CommandRunner> runner_;
 };
 
-TEST_F(Runner, TellsWhatACommandGave) {
+TEST_F(RunnerTest, TellsWhatACommandGave) {
     EXPECT_NE(Make(2).Start(Shell("echo hello; exit 1"), outcomes_.As("a")), 0U);
     ASSERT_TRUE(outcomes_.Wait(1));
     EXPECT_EQ(outcomes_.Of("a").end, End::kExited);
@@ -108,7 +98,7 @@ TEST_F(Runner, TellsWhatACommandGave) {
     EXPECT_EQ(outcomes_.Of("a").output.out, "hello\n");
 }
 
-TEST_F(Runner, TellsWhyACommandCouldNotBeStarted) {
+TEST_F(RunnerTest, TellsWhyACommandCouldNotBeStarted) {
     CommandSpec spec;
     spec.argv = {"/nonexistent/check"};
     spec.limit = 1h;
@@ -117,7 +107,7 @@ TEST_F(Runner, TellsWhyACommandCouldNotBeStarted) {
     EXPECT_EQ(outcomes_.Of("a").end, End::kNotStarted);
 }
 
-TEST_F(Runner, RunsCommandsSideBySide) {
+TEST_F(RunnerTest, RunsCommandsSideBySide) {
     CommandRunner& runner = Make(3);
     for (const char* name : {"a", "b", "c"}) {
         runner.Start(Shell(Sleeper(name)), outcomes_.As(name));
@@ -128,7 +118,7 @@ TEST_F(Runner, RunsCommandsSideBySide) {
     EXPECT_EQ(outcomes_.Count(), 0U);
 }
 
-TEST_F(Runner, StartsWaitingCommandsInOrderAsPlacesBecomeFree) {
+TEST_F(RunnerTest, StartsWaitingCommandsInOrderAsPlacesBecomeFree) {
     CommandRunner& runner = Make(1);
     const auto first = runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     for (const char* name : {"b", "c", "d"}) {
@@ -140,7 +130,7 @@ TEST_F(Runner, StartsWaitingCommandsInOrderAsPlacesBecomeFree) {
     EXPECT_EQ(outcomes_.Order(), "abcd");
 }
 
-TEST_F(Runner, StartsAnUrgentCommandWithoutAFreePlace) {
+TEST_F(RunnerTest, StartsAnUrgentCommandWithoutAFreePlace) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     auto urgent = Shell("true");
@@ -150,7 +140,7 @@ TEST_F(Runner, StartsAnUrgentCommandWithoutAFreePlace) {
     EXPECT_EQ(outcomes_.Order(), "u");
 }
 
-TEST_F(Runner, EndsTheWholeGroupWhenTheLimitPasses) {
+TEST_F(RunnerTest, EndsTheWholeGroupWhenTheLimitPasses) {
     Make(1).Start(Shell(Sleeper("a"), 500ms), outcomes_.As("a"));
     const pid_t background = PidOf("a");
     ASSERT_TRUE(outcomes_.Wait(1));
@@ -158,7 +148,7 @@ TEST_F(Runner, EndsTheWholeGroupWhenTheLimitPasses) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
 }
 
-TEST_F(Runner, KillsACommandThatDoesNotHearItsEnd) {
+TEST_F(RunnerTest, KillsACommandThatDoesNotHearItsEnd) {
     Make(1, 100ms).Start(Shell(Sleeper("a", "trap '' TERM; "), 500ms), outcomes_.As("a"));
     const pid_t background = PidOf("a");
     ASSERT_TRUE(outcomes_.Wait(1));
@@ -166,7 +156,7 @@ TEST_F(Runner, KillsACommandThatDoesNotHearItsEnd) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
 }
 
-TEST_F(Runner, LetsACommandTidyUpWhenItIsEnded) {
+TEST_F(RunnerTest, LetsACommandTidyUpWhenItIsEnded) {
     CommandRunner& runner = Make(1);
     const auto id = runner.Start(Shell(Sleeper("a", "trap 'echo tidy; exit 0' TERM; ")), outcomes_.As("a"));
     (void)PidOf("a");
@@ -176,9 +166,9 @@ TEST_F(Runner, LetsACommandTidyUpWhenItIsEnded) {
     EXPECT_EQ(outcomes_.Of("a").output.out, "tidy\n");
 }
 
-TEST_F(Runner, EndsACommandThatIsHeld) {
+TEST_F(RunnerTest, EndsACommandThatIsHeld) {
     CommandRunner& runner = Make(1, 1h);
-    const auto id = runner.Start(Shell("echo $$ >'" + folder_ + "/a'; kill -STOP $$"), outcomes_.As("a"));
+    const auto id = runner.Start(Shell("echo $$ >'" + folder_ / "a" + "'; kill -STOP $$"), outcomes_.As("a"));
     const pid_t held = PidOf("a");
     ASSERT_TRUE(support::Eventually([&] { return support::StateOf(held) == 'T'; }));
     runner.Stop(id);
@@ -186,18 +176,18 @@ TEST_F(Runner, EndsACommandThatIsHeld) {
     EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
 }
 
-TEST_F(Runner, TakesAStoppedCommandOutOfTheQueue) {
+TEST_F(RunnerTest, TakesAStoppedCommandOutOfTheQueue) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
-    const auto waiting = runner.Start(Shell("touch '" + folder_ + "/started'"), outcomes_.As("b"));
+    const auto waiting = runner.Start(Shell("touch '" + folder_ / "started" + "'"), outcomes_.As("b"));
     runner.Stop(waiting);
     ASSERT_TRUE(outcomes_.Wait(1));
     EXPECT_EQ(outcomes_.Of("b").end, End::kStopped);
     runner.Shutdown();
-    EXPECT_FALSE(std::ifstream(folder_ + "/started").good());
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "started"));
 }
 
-TEST_F(Runner, CountsTheTimeOfWaitingIntoTheLimit) {
+TEST_F(RunnerTest, CountsTheTimeOfWaitingIntoTheLimit) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     runner.Start(Shell("true", 100ms), outcomes_.As("b"));
@@ -205,7 +195,7 @@ TEST_F(Runner, CountsTheTimeOfWaitingIntoTheLimit) {
     EXPECT_EQ(outcomes_.Of("b").end, End::kNeverStarted);
 }
 
-TEST_F(Runner, WithholdsAnOutcomeUntilItMayBeTold) {
+TEST_F(RunnerTest, WithholdsAnOutcomeUntilItMayBeTold) {
     CommandRunner& runner = Make(2);
     auto early = Shell("true");
     early.settle = 1s;
@@ -215,7 +205,7 @@ TEST_F(Runner, WithholdsAnOutcomeUntilItMayBeTold) {
     EXPECT_EQ(outcomes_.Order(), "ba");
 }
 
-TEST_F(Runner, FreesThePlaceOfACommandWhoseOutcomeIsWithheld) {
+TEST_F(RunnerTest, FreesThePlaceOfACommandWhoseOutcomeIsWithheld) {
     CommandRunner& runner = Make(1);
     auto early = Shell("true");
     early.settle = 1s;
@@ -225,7 +215,7 @@ TEST_F(Runner, FreesThePlaceOfACommandWhoseOutcomeIsWithheld) {
     EXPECT_EQ(outcomes_.Order(), "ba");
 }
 
-TEST_F(Runner, IgnoresAStopForACommandThatIsGone) {
+TEST_F(RunnerTest, IgnoresAStopForACommandThatIsGone) {
     CommandRunner& runner = Make(1);
     const auto id = runner.Start(Shell("true"), outcomes_.As("a"));
     ASSERT_TRUE(outcomes_.Wait(1));
@@ -236,7 +226,7 @@ TEST_F(Runner, IgnoresAStopForACommandThatIsGone) {
     EXPECT_EQ(outcomes_.Of("b").end, End::kExited);
 }
 
-TEST_F(Runner, TellsEveryCommandBeforeItsShutdownReturns) {
+TEST_F(RunnerTest, TellsEveryCommandBeforeItsShutdownReturns) {
     CommandRunner& runner = Make(2, 100ms);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     runner.Start(Shell(Sleeper("b", "trap '' TERM; ")), outcomes_.As("b"));
@@ -251,7 +241,7 @@ TEST_F(Runner, TellsEveryCommandBeforeItsShutdownReturns) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
 }
 
-TEST_F(Runner, TakesNothingOnceItShutsDown) {
+TEST_F(RunnerTest, TakesNothingOnceItShutsDown) {
     CommandRunner& runner = Make(1);
     runner.Shutdown();
     EXPECT_EQ(runner.Start(Shell("true"), outcomes_.As("a")), 0U);

@@ -1,0 +1,128 @@
+// The owner's items: what run and stop requests are answered with, and what is reported.
+#include "item_table.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "support/eventually.h"
+#include "support/process_state.h"
+#include "support/temp_folder.h"
+
+using namespace ominspect::owner;
+using namespace std::chrono_literals;
+
+namespace {
+
+class ItemTableTest : public testing::Test {
+protected:
+    void SetUp() override {
+        config_ = {"p",
+                   1,
+                   {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
+                    // Counts its starts and waits to be ended.
+                    Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
+                    Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000")}};
+        table_ = std::make_unique<ItemTable>(
+            config_, [this](const tagKivoOmInspectionResult& result) { Keep(result); },
+            ItemTable::Times{.termGrace = 1s, .settle = 1ms});
+    }
+
+    static ItemConfig Item(const std::string& name, bool isSync, const std::string& script) {
+        return {name, 1h, isSync, {"/bin/sh", "-c", script}};
+    }
+    std::string Log() const { return folder_ / "log"; }
+    bool Started() const {
+        return support::Eventually([this] { return support::Contents(Log()) == "start\n"; });
+    }
+
+    // Answer to a request as "status: text"; "" for an unknown item.
+    std::string Ask(const std::string& item, const std::string& argument = "") {
+        tagKivoOmInspectionResult result{};
+        if (!table_->Handle(item, argument, result)) {
+            return "";
+        }
+        return std::string(result.status) + ": " + result.text;
+    }
+
+    void Keep(const tagKivoOmInspectionResult& result) {
+        const std::lock_guard lock(mutex_);
+        reports_.push_back(std::string(result.name) + ": " + result.status + ": " + result.text);
+    }
+    std::vector<std::string> Reports() {
+        const std::lock_guard lock(mutex_);
+        return reports_;
+    }
+    bool Reported(const std::string& report) {
+        return support::Eventually([&] { return Reports() == std::vector<std::string>{report}; });
+    }
+
+    const support::TempFolder folder_;
+    OwnerConfig config_;
+    std::mutex mutex_;
+    std::vector<std::string> reports_;
+    std::unique_ptr<ItemTable> table_;
+};
+
+TEST_F(ItemTableTest, AnswerASynchronousRunWithTheResult) {
+    EXPECT_EQ(Ask("now", "deep"), "warn: OK deep");
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(ItemTableTest, AnswerAnAsynchronousRunWithRunningAndReportItLater) {
+    EXPECT_EQ(Ask("later"), "running: ");
+    EXPECT_TRUE(Reported("later: success: LATER"));
+}
+
+TEST_F(ItemTableTest, CanRunAgainOnceReported) {
+    EXPECT_EQ(Ask("later"), "running: ");
+    ASSERT_TRUE(Reported("later: success: LATER"));
+    EXPECT_EQ(Ask("later"), "running: ");
+    EXPECT_TRUE(support::Eventually([this] { return Reports().size() == 2; }));
+}
+
+TEST_F(ItemTableTest, LetASecondRequestJoinTheRun) {
+    EXPECT_EQ(Ask("long"), "running: ");
+    ASSERT_TRUE(Started());
+    EXPECT_EQ(Ask("long"), "running: ");
+    EXPECT_EQ(Ask("long", "stop"), "success: stopping");
+    EXPECT_TRUE(Reported("long: fail: stopped"));
+    EXPECT_EQ(support::Contents(Log()), "start\n");
+}
+
+TEST_F(ItemTableTest, StopOnlyWhatRuns) {
+    EXPECT_EQ(Ask("long", "stop"), "fail: not running");
+    EXPECT_EQ(Ask("now", "stop"), "fail: not running");
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(ItemTableTest, ThatAreSynchronousDoNotWaitForAFreePlace) {
+    EXPECT_EQ(Ask("long"), "running: ");
+    ASSERT_TRUE(Started());
+    EXPECT_EQ(Ask("now"), "warn: OK");
+    EXPECT_TRUE(Reports().empty());
+}
+
+TEST_F(ItemTableTest, MustBeKnown) {
+    EXPECT_EQ(Ask("nosuch"), "");
+}
+
+TEST_F(ItemTableTest, AreReportedAndThenRefusedWhenTheOwnerEnds) {
+    EXPECT_EQ(Ask("long"), "running: ");
+    table_->Shutdown();
+    EXPECT_EQ(Reports(), std::vector<std::string>{"long: fail: stopped"});
+    EXPECT_EQ(Ask("long"), "fail: the owner is ending");
+    EXPECT_EQ(Ask("now"), "fail: the owner is ending");
+}
+
+TEST_F(ItemTableTest, AnswerASynchronousRunThatTheOwnersEndCutsShort) {
+    auto answer = std::async(std::launch::async, [this] { return Ask("hang"); });
+    ASSERT_TRUE(Started());
+    table_->Shutdown();
+    EXPECT_EQ(answer.get(), "fail: stopped");
+}
+
+}  // namespace

@@ -1,0 +1,287 @@
+// From the options to the package, with everything that is made on the way.
+#include "collect_command.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "area.h"
+#include "common/end_signals.h"
+#include "common/live_lines.h"
+#include "common/output_file.h"
+#include "common/table.h"
+#include "common/text.h"
+#include "common/times.h"
+#include "driver.h"
+#include "entry.h"
+#include "package.h"
+
+namespace ominspect::collect {
+namespace {
+
+constexpr const char* kDeviceArea = "/data/inspect/diag/log";
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    return gethostname(name.data(), name.size() - 1) == 0 && name[0] != '\0' ? name.data() : "unknown";
+}
+
+std::string DefaultOutput(const std::string& host) {
+    return "ominspect-" + host + '-' + UtcName(std::chrono::system_clock::now()) + ".tar.zst";
+}
+
+std::string Position(std::size_t index, std::size_t count) {
+    return '[' + std::to_string(index + 1) + '/' + std::to_string(count) + "] ";
+}
+
+std::string Amount(std::uint64_t files, std::uint64_t bytes) {
+    return std::to_string(files) + (files == 1 ? " file, " : " files, ") + text::Size(static_cast<double>(bytes));
+}
+
+std::string Seconds(std::chrono::milliseconds time) {
+    std::array<char, 32> out{};
+    (void)std::snprintf(out.data(), out.size(), "%.1f s", static_cast<double>(time.count()) / 1000);
+    return out.data();
+}
+
+std::string Remark(const EntryReport& report) {
+    const std::string word = OutcomeWord(report.outcome);
+    return report.remark.empty() ? word : word + ": " + text::Escaped(report.remark);
+}
+
+// Progress on standard error: on a terminal one line that is drawn again and again (the table comes at the end), else
+// one line per finished entry.
+class Display {
+public:
+    explicit Display(std::size_t count) : count_(count) {}
+    ~Display() { Clear(); }
+    Display(const Display&) = delete;
+    Display& operator=(const Display&) = delete;
+
+    void Show(const Progress& progress) {
+        if (!IsDue()) {
+            return;
+        }
+        std::string line = Position(progress.index, progress.count) + text::Escaped(progress.entry.source) + ": " +
+                           Amount(progress.files, progress.bytes);
+        if (progress.left) {
+            line += ", " + Seconds(*progress.left) + " left";
+        }
+        screen_.Draw({line});
+    }
+
+    void ShowDone(std::size_t index, const EntryReport& report) const {
+        if (terminal_) {
+            return;
+        }
+        (void)std::fprintf(stderr, "%s%s: %s, %s, %s\n", Position(index, count_).c_str(),
+                           text::Escaped(report.entry.source).c_str(), Amount(report.files, report.bytes).c_str(),
+                           Seconds(report.duration).c_str(), Remark(report).c_str());
+    }
+
+    void ShowPacking(const PackedTree& packed) {
+        if (IsDue()) {
+            screen_.Draw({"packing: " + Amount(packed.files.size(), packed.bytes)});
+        }
+    }
+
+    // Takes the drawn line away.
+    void Clear() { screen_.Erase(); }
+
+private:
+    bool IsDue() {
+        const auto now = std::chrono::steady_clock::now();
+        if (!terminal_ || now < next_) {
+            return false;
+        }
+        next_ = now + kRedrawPeriod;
+        return true;
+    }
+
+    const bool terminal_ = IsTerminal(stderr);
+    const std::size_t count_;
+    LiveLines screen_{stderr};
+    std::chrono::steady_clock::time_point next_;  // when the line is drawn again
+};
+
+// Entry, files, bytes, time and remark of each entry; without the last line end.
+std::string SummaryTable(const std::vector<EntryReport>& reports) {
+    std::vector<std::vector<std::string>> rows{{"ENTRY", "FILES", "BYTES", "TIME", "REMARK"}};
+    for (const EntryReport& report : reports) {
+        rows.push_back({text::Escaped(report.entry.source), std::to_string(report.files), std::to_string(report.bytes),
+                        Seconds(report.duration), Remark(report)});
+    }
+    return text::Table(rows);
+}
+
+// Whatever is left behind by an early return is removed: the area, the unfinished package.
+class Command {
+public:
+    explicit Command(const CollectOptions& options) : options_(options) {}
+
+    ExitCode Run() {
+        // A file-size limit is an error like a full disk, and a closed pipe behind the progress ends nothing.
+        (void)std::signal(SIGXFSZ, SIG_IGN);
+        (void)std::signal(SIGPIPE, SIG_IGN);
+        collection_.host = HostName();
+        auto error = OpenArea();
+        if (!error) {
+            error = ReadEntries();
+        }
+        if (!error) {
+            error = OpenOutput();
+        }
+        if (error) {
+            Complain(error->text);
+            return error->code == ErrorCode::kInvalidArgument ? kWrongUse : kFailed;
+        }
+        return Collect();
+    }
+
+private:
+    std::optional<Error> OpenArea() {
+        if (!options_.area.empty()) {
+            collection_.area = AbsolutePath(options_.area);
+        } else if (options_.sources.empty()) {
+            collection_.area = kDeviceArea;
+        } else {
+            auto made = TemporaryArea::Make();
+            if (!made) {
+                return OtherError("no temporary folder: " + made.Failure().text);
+            }
+            temporary_ = std::move(*made);
+            collection_.area = temporary_->Path();
+        }
+        return std::nullopt;
+    }
+
+    std::optional<Error> ReadEntries() {
+        auto entries = [this] {
+            if (!options_.sources.empty()) {
+                collection_.configuration = "the command line";
+                return EntriesOfSources(options_.sources, collection_.area, options_.limit);
+            }
+            if (!options_.config.empty()) {
+                collection_.configuration = options_.config;
+                return EntriesOfFile(options_.config);
+            }
+            collection_.configuration = "the device's configuration file";
+            return ConfiguredEntries();
+        }();
+        if (!entries) {
+            Error error = entries.Failure();
+            error.text = text::Escaped(error.text);
+            return error;
+        }
+        entries_ = std::move(entries->list);
+        collection_.messages = std::move(entries->messages);
+        return std::nullopt;
+    }
+
+    std::optional<Error> OpenOutput() {
+        const std::string path = options_.output.empty() ? DefaultOutput(collection_.host) : options_.output;
+        auto file = OutputFile::Create(path, options_.force);
+        if (!file) {
+            const int number = file.Failure().number;
+            if (number == EEXIST) {
+                return WrongUse(text::Escaped(path) + " exists; --force replaces it");
+            }
+            return CannotWrite(path, number == EISDIR ? WrongUse(file.Failure().text) : file.Failure());
+        }
+        file_ = std::move(*file);
+        collection_.file = path.substr(path.rfind('/') + 1);
+        return std::nullopt;
+    }
+
+    static Error CannotWrite(const std::string& path, const Error& error) {
+        return {error.code, "cannot write the package " + text::Escaped(path) + ": " + error.text};
+    }
+
+    ExitCode Collect() {
+        Display display(entries_.size());
+        timespec since{};
+        // The clock that the file system takes its times from.
+        (void)clock_gettime(CLOCK_REALTIME_COARSE, &since);
+        collection_.version = OMINSPECT_VERSION;
+        collection_.started = std::chrono::system_clock::now();
+        auto reports = Drive(entries_, collection_.area, signals_,
+                             {[&](const Progress& progress) { display.Show(progress); },
+                              [&](std::size_t index, const EntryReport& report) { display.ShowDone(index, report); }});
+        if (!reports) {
+            display.Clear();
+            Complain("given up; no package was written");
+            return kFailed;
+        }
+        collection_.entries = std::move(*reports);
+        collection_.collected = std::chrono::system_clock::now();
+        collection_.interrupted = signals_.Count() > 0;
+        bool told = false;
+        const auto goOn = [&](const PackedTree& packed) {
+            display.ShowPacking(packed);
+            const int count = signals_.Count();
+            if (count == 1 && !std::exchange(told, true)) {
+                display.Clear();
+                Complain("interrupted; packing what is there (Ctrl-C again gives up)");
+            }
+            return count < 2;
+        };
+        (void)goOn({});
+        const auto package = WritePackage(*file_, collection_, since, goOn);
+        display.Clear();
+        if (!package) {
+            Complain(CannotWrite(file_->Path(), package.Failure()).text);
+            return kFailed;
+        }
+        return Report(*package);
+    }
+
+    ExitCode Report(const Package& package) const {
+        if (options_.json) {
+            (void)std::fputs(package.manifest.c_str(), stdout);
+        } else {
+            (void)std::printf("%s\n", SummaryTable(collection_.entries).c_str());
+        }
+        if (collection_.entries.empty()) {
+            Complain("no entries are configured");
+            for (const std::string& message : collection_.messages) {
+                Complain(text::Escaped(message));
+            }
+        }
+        if (!package.packed.leftOut.empty()) {
+            Complain(std::to_string(package.packed.leftOut.size()) +
+                     " paths of the area are not in the package; its manifest.json names them");
+        }
+        (void)std::fprintf(options_.json ? stderr : stdout, "package: %s, %s\n", text::Escaped(file_->Path()).c_str(),
+                           text::Size(static_cast<double>(file_->Size())).c_str());
+        return IsComplete(collection_, package.packed) ? kPassed : kFailed;
+    }
+
+    EndSignals signals_;  // from the beginning: what was made so far is removed after a Ctrl-C, too
+    const CollectOptions& options_;
+    std::unique_ptr<TemporaryArea> temporary_;
+    std::unique_ptr<OutputFile> file_;
+    std::vector<Entry> entries_;
+    Collection collection_;
+};
+
+}  // namespace
+
+ExitCode RunCollect(const CollectOptions& options) {
+    try {
+        return Command(options).Run();
+    } catch (const std::exception& error) {
+        Complain(error.what());
+        return kFailed;
+    }
+}
+
+}  // namespace ominspect::collect

@@ -1,0 +1,41 @@
+// What the server's loader makes of a configuration file, element by element. The loader itself is asked: each element
+// is handed to it alone, so that its lines and the resulting record are known to belong to that element.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/error.h"
+#include "ominspect/config.h"
+#include "ominspect/records.h"
+
+namespace ominspect::collect {
+
+// One element of the file; foreign texts are as in the file.
+struct ElementReport {
+    int line = 0;
+    std::string name;
+    std::optional<tagKivoOmInspectionItem> item;  // the record, when it is one of the items
+    std::optional<InspectOneDiagFile> entry;      // the record, when it is one of the collection's entries
+    std::optional<std::size_t> records;           // how many records it holds, when it is one of the two lists
+    std::vector<std::string> fallbacks;           // the loader's lines about it
+    std::vector<std::string> notes;               // what else is not as its author will have meant it
+};
+
+struct Diagnosis {
+    std::optional<Error> unreadable;    // why the file could not be parsed
+    std::vector<std::string> messages;  // the loader's lines about the file as a whole
+    std::vector<ElementReport> elements;
+    std::size_t items = 0;    // that the server would support
+    std::size_t entries = 0;  // that a collection would have
+
+    // Whether the loader takes a fallback anywhere. Notes are no fallbacks.
+    bool FallsBack() const;
+};
+
+// Reads the file. At most one unreadable file per process shows the built-in tables: the loader hands them out once.
+Diagnosis Diagnose(const std::string& path);
+
+}  // namespace ominspect::collect

@@ -1,0 +1,69 @@
+// ominspect-collect: carries out the commands collect and doctor of ominspectctl, which runs it in its own place.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "collect_command.h"
+#include "common/command_line.h"
+#include "diagnosis_report.h"
+
+namespace {
+
+using namespace ominspect;
+using namespace ominspect::collect;
+
+struct DoctorOptions {
+    std::string config;
+    bool json = false;
+};
+
+ExitCode Doctor(const DoctorOptions& options) {
+    const Diagnosis diagnosis = Diagnose(options.config);
+    if (options.json) {
+        (void)std::printf("%s\n", ReportJson(options.config, diagnosis).c_str());
+    } else {
+        (void)std::fputs(ReportText(options.config, diagnosis).c_str(), stdout);
+    }
+    if (diagnosis.unreadable) {
+        return kWrongUse;
+    }
+    return diagnosis.FallsBack() ? kFailed : kPassed;
+}
+
+void AddDoctor(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<DoctorOptions>();
+    CLI::App* command = app.add_subcommand("doctor", kDoctorText);
+    command->add_option("--config", options->config, "The configuration file")->type_name("FILE")->required();
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return Doctor(*options); }; });
+}
+
+void AddCollect(CLI::App& app, Chosen& chosen) {
+    constexpr int kLongestLimit = 60;
+    const auto options = std::make_shared<CollectOptions>();
+    CLI::App* command = app.add_subcommand("collect", kCollectText);
+    command->add_option("SOURCE", options->sources,
+                        "Files and folders to collect instead of the configured entries; each in its own folder");
+    command->add_option("--config", options->config, "Take the entries of another configuration file")
+        ->type_name("FILE")
+        ->excludes("SOURCE");
+    command->add_option("--area", options->area, "Folder to copy into, and to pack; it is kept")->type_name("DIR");
+    command->add_option("--output", options->output, "The package (default: ominspect-HOST-TIME.tar.zst)")
+        ->type_name("FILE");
+    command->add_flag("--force", options->force, "Replace a package that exists");
+    command->add_option("--timeout", options->limit, "Time limit of each SOURCE (default: 5)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, kLongestLimit))
+        ->needs("SOURCE");
+    AddJson(*command, options->json, "Print the package's manifest");
+    command->callback([options, &chosen] { chosen = [options] { return RunCollect(*options); }; });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return RunCommandLine(argc, argv, [](CLI::App& app, Chosen& chosen) {
+        AddCollect(app, chosen);
+        AddDoctor(app, chosen);
+    });
+}

@@ -1,0 +1,72 @@
+// What is thrown ends here, as a line on standard error.
+#include "common/command_line.h"
+
+#include <cstdio>
+#include <exception>
+
+namespace ominspect {
+namespace {
+
+constexpr const char* kFooter =
+    "Exit codes:\n"
+    "  0    passed: every status is \"success\" (other commands: answered)\n"
+    "  1    a check failed: any other status, an unknown item included; stop: no such task\n"
+    "  2    wrong use; nothing was sent\n"
+    "  3    the server or the message bus is not reachable, or the server refuses\n"
+    "  4    no final result within the time limit\n"
+    "  130  a group was ended by Ctrl-C or SIGTERM, and stopped in the server\n"
+    "With several items, the highest of their codes.\n"
+    "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
+    "doctor: 0 nothing falls back, 1 something does, 2 the file cannot be read.\n"
+    "\n"
+    "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
+
+int Run(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& add) {
+    CLI::App app("Asks the inspection server.", "ominspectctl");
+    app.set_version_flag("--version", "ominspectctl " OMINSPECT_VERSION);
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    Chosen chosen;
+    add(app, chosen);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kPassed : kWrongUse;
+    }
+    const ExitCode code = chosen();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        Complain("cannot write the output");
+        return code == kPassed ? kFailed : code;
+    }
+    return code;
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& add) {
+    try {
+        return Run(argc, argv, add);
+    } catch (const std::exception& error) {
+        Complain(error.what());
+        return kUnreachable;
+    }
+}
+
+void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text) {
+    constexpr int kLongest = 86400;
+    command
+        .add_option_function<int>(
+            "--timeout", [&limit](int seconds) { limit = std::chrono::seconds(seconds); }, text)
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, kLongest));
+}
+
+void AddJson(CLI::App& command, bool& json, const std::string& text) {
+    command.add_flag("--json", json, text);
+}
+
+void Complain(const std::string& text) {
+    (void)std::fprintf(stderr, "ominspectctl: %s\n", text.c_str());
+}
+
+}  // namespace ominspect

@@ -1,0 +1,42 @@
+// The command line of ominspectctl. Two programs carry out its commands, and to their user they are one: same name,
+// same help, same exit codes.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+namespace ominspect {
+
+// Stable, for scripts.
+enum ExitCode : int {
+    kPassed = 0,
+    kFailed = 1,        // a check failed: a status other than "success"; or the output cannot be written
+    kWrongUse = 2,      // wrong arguments; nothing was sent
+    kUnreachable = 3,   // no usable answer: the server or the bus is not there, or refuses
+    kTimeLimit = 4,     // no final result within the time limit
+    kInterrupted = 130  // cancelled by Ctrl-C (128 + SIGINT), as the shells have it
+};
+
+// What the command line asks for; empty until it was parsed. It prints its answer and returns the exit code.
+using Chosen = std::function<ExitCode()>;
+
+// The commands of the program in libexec, as the help names them.
+constexpr const char* kCollectText = "Gathers the device's logs into one package, without the server";
+constexpr const char* kDoctorText = "Says what the server would make of a configuration file";
+
+// Lets `add` declare the commands, parses the arguments, runs what they chose, and gives the exit code.
+int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App& app, Chosen& chosen)>& add);
+
+// --timeout SECONDS, from one second to a day.
+void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text);
+
+// --json
+void AddJson(CLI::App& command, bool& json, const std::string& text = "Print one JSON document");
+
+// One line beside the answer, on standard error, with the program's name before it.
+void Complain(const std::string& text);
+
+}  // namespace ominspect
