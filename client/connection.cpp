@@ -235,25 +235,24 @@ void Connection::TellEvent(const TagMsgBlock& msg) const {
 
 Result<std::string> Connection::Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param,
                                     std::chrono::milliseconds grace) {
-    const TagMsgBlock msg = EnvelopeOf(msgId, param);
-    if (!limit.Cancel().stop_possible()) {
-        return Send(msg, std::move(payload), limit.Left() + grace);
-    }
-    return AskCancellable(msg, std::move(payload), limit, grace);
+    const auto send = [msg = EnvelopeOf(msgId, param), payload = std::move(payload), time = limit.Left() + grace] {
+        return Send(msg, payload, time);
+    };
+    // The platform's send cannot be ended early.
+    return limit.Cancel().stop_possible() ? Cancellable(send, limit.Cancel(), grace) : send();
 }
 
-// The platform's send cannot be ended early: a thread of its own makes it, and is left behind when the caller gives up.
-Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
-                                               std::chrono::milliseconds grace) {
+Result<std::string> Connection::Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
+                                            std::chrono::milliseconds grace) {
     const Error cancelled{ErrorCode::kCancelled, "cancelled"};
-    if (limit.Cancelled()) {
+    if (cancel.stop_requested()) {
         return cancelled;
     }
     const auto call = std::make_shared<Call>();
-    std::thread send;
+    std::thread worker;
     try {
-        send = std::thread([call, head, payload = std::move(payload), time = limit.Left() + grace] {
-            auto reply = Send(head, payload, time);
+        worker = std::thread([call, work = std::move(work)] {
+            auto reply = work();
             const std::lock_guard lock(call->mutex);
             call->reply = std::move(reply);
             call->done.notify_all();
@@ -263,13 +262,13 @@ Result<std::string> Connection::AskCancellable(const TagMsgBlock& head, std::str
     }
     std::unique_lock lock(call->mutex);
     const auto isThere = [&] { return call->reply.has_value(); };
-    if (call->done.wait(lock, limit.Cancel(), isThere) || call->done.wait_for(lock, grace, isThere)) {
+    if (call->done.wait(lock, cancel, isThere) || call->done.wait_for(lock, grace, isThere)) {
         lock.unlock();
-        send.join();
+        worker.join();
         return std::move(*call->reply);
     }
     lock.unlock();
-    Abandon(call, std::move(send));
+    Abandon(call, std::move(worker));
     return cancelled;
 }
 

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -39,6 +41,11 @@ public:
     // Sends without a reply; results will come by this lane of the inbox.
     std::optional<Error> PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload);
 
+    // Calls `work` on a thread of its own, and waits for its result until a cancellation, and then for `grace` longer:
+    // a thread whose caller has gone is left to end by itself, which must not take long after OsProcDetach.
+    Result<std::string> Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
+                                    std::chrono::milliseconds grace = {});
+
     // Whether the server is there and answers; false: it is too busy to say so. Cancelled, ServerAbsent,
     // BusUnreachable, Denied.
     Result<bool> CheckPresence(const Limit& limit);
@@ -60,8 +67,6 @@ private:
     void TakeMail(const TagMsgBlock& msg);
     std::optional<Error> OpenLane(std::size_t lane);
     void TellEvent(const TagMsgBlock& msg) const;
-    Result<std::string> AskCancellable(const TagMsgBlock& head, std::string payload, const Limit& limit,
-                                       std::chrono::milliseconds grace);
 
     const Events events_;
     Inbox inbox_;

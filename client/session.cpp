@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "connection.h"
+#include "inventory.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
 #include "waiting.h"
@@ -17,6 +18,9 @@ namespace {
 // too busy to answer, as each question stays in its queue.
 constexpr std::chrono::seconds kPresencePeriod{2};
 constexpr std::chrono::seconds kLongestPeriod{60};
+
+// How long a process may take to say what it owns.
+constexpr std::chrono::milliseconds kOwnersLimit{2000};
 
 // How much longer the answer to a group's start is waited for: a group whose task id nobody knows cannot be stopped.
 constexpr std::chrono::milliseconds kStartGrace{6000};
@@ -231,6 +235,20 @@ Result<Catalogue> Session::List(const Limit& limit) {
         return items.Failure();
     }
     return Catalogue{std::move(*items), *total};
+}
+
+Result<Inventory> Session::Items(const Limit& limit) {
+    auto catalogue = List(limit);
+    if (!catalogue) {
+        return catalogue.Failure();
+    }
+    const auto owned = std::make_shared<std::vector<OwnedItem>>();
+    const auto asked = connection_->Cancellable(
+        [owned, time = std::min(limit.Left(), kOwnersLimit)] { return AskOwners(*owned, time); }, limit.Cancel());
+    if (!asked) {
+        return asked.Failure();
+    }
+    return MakeInventory(std::move(*catalogue), *owned);
 }
 
 // The platform knows the process's one place on the bus by itself; that these functions need an object says that

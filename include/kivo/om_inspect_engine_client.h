@@ -48,6 +48,21 @@ uint32_t InspectUnRegHandler(const char* itemName);
 /* Reports the result of a run that was answered with "running" (or, with that status again, its progress). */
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result);
 
+/* An item that a process owns, 52 bytes. */
+struct InspectOwnedItem {
+    char name[OM_INSPECT_NAME_SIZE]; /*  0: empty: the process did not answer in time */
+    char procName[16];               /* 32 */
+    uint32_t timeout;                /* 48: as in InspectHandlerRecord */
+};
+
+/* Gets one item, which is valid during the call; must not throw. */
+typedef void (*InspectOwnedItemTaker)(const struct InspectOwnedItem* item, void* context);
+
+/* Calls `take` on this thread for each item of each process on the bus that uses this library, within `timeoutMs`
+ * milliseconds. An item that a process registered with a message of its own is not among them. The calling process need
+ * not have joined the bus. PARAM: no `take`; NO_BUS, NO_MEMORY. */
+uint32_t InspectForEachOwnedItem(InspectOwnedItemTaker take, void* context, uint32_t timeoutMs);
+
 /* Copies the argument ("cmd") of a request's JSON text to `out`, which has `size` bytes. PARAM: the text is not JSON,
  * has no such string, or it does not fit with its NUL; `out` is then the empty text. */
 uint32_t InspectGetArgument(const char* request, char* out, size_t size);

@@ -34,6 +34,8 @@ size_t SequenceLength(std::string_view text) {
     return overlong || surrogate || code > 0x10ffff ? 0 : length;
 }
 
+}  // namespace
+
 bool IsUtf8(std::string_view text) {
     while (!text.empty()) {
         const size_t length = SequenceLength(text);
@@ -44,8 +46,6 @@ bool IsUtf8(std::string_view text) {
     }
     return true;
 }
-
-}  // namespace
 
 bool IsValidName(std::string_view name) {
     return !name.empty() && name.size() < OS_MSG_NAME_SIZE && name.find('\0') == std::string_view::npos && IsUtf8(name);

@@ -10,6 +10,8 @@
 
 namespace kivo {
 
+bool IsUtf8(std::string_view text);
+
 /// 1 to 15 bytes of UTF-8 without a NUL.
 bool IsValidName(std::string_view name);
 

@@ -10,6 +10,7 @@
 #include "common/records.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
+#include "fake/process.h"
 #include "fake/reset.h"
 #include "fake/scheduler.h"
 
@@ -116,5 +117,29 @@ uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
         return OS_MSG_ERR_NOT_ATTACHED;
     }
     RecordCall(lock, std::string("InspectReportResult(") + result->name + ", " + result->status + ")");
+    return OS_MSG_OK;
+}
+
+uint32_t InspectForEachOwnedItem(InspectOwnedItemTaker take, void* context, uint32_t /*timeoutMs*/) {
+    std::vector<InspectOwnedItem> owned;
+    {
+        const Lock lock = Hold();
+        if (const auto code = Failure(lock, "InspectForEachOwnedItem")) {
+            return *code;
+        }
+        if (take == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
+        RecordCall(lock, "InspectForEachOwnedItem()");
+        for (const InspectHandlerRecord& record : TheClient().handlers) {
+            InspectOwnedItem& item = owned.emplace_back();
+            NameOf(record).copy(item.name, sizeof item.name - 1);
+            CurrentProcess().name.copy(item.procName, sizeof item.procName - 1);
+            item.timeout = record.timeout;
+        }
+    }
+    for (const InspectOwnedItem& item : owned) {
+        take(&item, context);
+    }
     return OS_MSG_OK;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "bus_test.h"
 
@@ -62,6 +63,24 @@ TEST_F(EngineClientTest, AnItemCanBeRegisteredAgainAndIsTakenBackOnce) {
     EXPECT_EQ(InspectUnRegHandler(std::string(31, 'n').c_str()), OS_MSG_OK);
     EXPECT_EQ(InspectUnRegHandler(std::string(31, 'n').c_str()), OS_MSG_ERR_PARAM);
     EXPECT_EQ(InspectUnRegHandler(nullptr), OS_MSG_ERR_PARAM);
+}
+
+TEST_F(EngineClientTest, EachOwnedItemIsListedWithItsProcessAndTimeLimit) {
+    InspectHandlerRecord limited = Item("limited");
+    limited.timeout = 1500;
+    ASSERT_EQ(Register(limited), OS_MSG_OK);
+    ASSERT_EQ(Register(Item(std::string(31, 'n'))), OS_MSG_OK);
+    ASSERT_EQ(Register(Item("gone")), OS_MSG_OK);
+    ASSERT_EQ(InspectUnRegHandler("gone"), OS_MSG_OK);
+    std::vector<std::string> owned;
+    const auto take = [](const InspectOwnedItem* item, void* context) {
+        static_cast<std::vector<std::string>*>(context)->push_back(std::string(item->procName) + " " + item->name +
+                                                                   " " + std::to_string(item->timeout));
+    };
+    EXPECT_EQ(InspectForEachOwnedItem(take, &owned, 60000), OS_MSG_OK);
+    const std::string me = "tester";
+    EXPECT_EQ(owned, (std::vector<std::string>{me + " limited 1500", me + " " + std::string(31, 'n') + " 0"}));
+    EXPECT_EQ(InspectForEachOwnedItem(nullptr, nullptr, 60000), OS_MSG_ERR_PARAM);
 }
 
 TEST_F(EngineClientTest, AResultMustBeTerminatedInEachField) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <optional>
@@ -190,6 +191,43 @@ TEST_F(EngineClient, AnItemThatIsTakenBackIsUnregistered) {
     EXPECT_EQ(InspectUnRegHandler(nullptr), 0x80020002u);
 }
 
+std::string Owned(uint32_t limit = 60000) {
+    std::string shown;
+    const uint32_t result = InspectForEachOwnedItem(
+        [](const InspectOwnedItem* item, void* context) {
+            *static_cast<std::string*>(context) += std::string(item->procName) + "/" + item->name + " ";
+        },
+        &shown, limit);
+    return result == OS_MSG_OK ? shown : OsMsgResultText(result);
+}
+
+TEST_F(EngineClient, AnItemWhoseNameIsNoUtf8IsNotShown) {
+    const InspectHandlerRecord records[] = {Record("\xff", Succeed), Record("\xc3\xa4", Succeed)};
+    EXPECT_EQ(InspectRegHandler(records, 2), 0u);
+    EXPECT_EQ(Owned(), "ominspect/\xc3\xa4 ");
+}
+
+TEST_F(EngineClient, ItsItemsAreAPropertyWhoseChangesAreTold) {
+    const auto busctl = [this](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"busctl", "--address=" + bus_.Address()});
+        return arguments;
+    };
+    const Child monitor(busctl({"monitor", "--match=type='signal',interface='org.freedesktop.DBus.Properties'"}));
+    ASSERT_TRUE(Eventually([&] { return monitor.Output().find("Monitoring bus") != std::string::npos; }));
+    const InspectHandlerRecord record = Record("item", Succeed, 7);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_TRUE(Eventually([&] { return monitor.Output().find("com.kivo.Inspect.Owner") != std::string::npos; }))
+        << monitor.Output();
+    EXPECT_EQ(monitor.Output().find("\"item\""), std::string::npos) << "a signal reaches everybody";
+    const Outcome property = support::Run(
+        busctl({"get-property", "com.kivo.proc.ominspect", "/com/kivo/inspect", "com.kivo.Inspect.Owner", "Items"}));
+    EXPECT_EQ(property.output, "a(su) 1 \"item\" 7\n");
+    EXPECT_NE(support::Run(busctl({"set-property", "com.kivo.proc.ominspect", "/com/kivo/inspect",
+                                   "com.kivo.Inspect.Owner", "Items", "a(su)", "0"}))
+                  .exitCode,
+              0);
+}
+
 TEST_F(EngineClient, ALateResultIsReported) {
     tagKivoOmInspectionResult result{"item", "success", "late"};
     EXPECT_EQ(InspectReportResult(&result), 0u);
@@ -244,6 +282,12 @@ TEST(EngineClientBeforeTheBus, SaysThatItIsNotAttached) {
     EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
     const tagKivoOmInspectionResult result{"item", "success", ""};
     EXPECT_EQ(InspectReportResult(&result), 0x80020004u);
+}
+
+TEST(EngineClientWithoutABus, ListsNothing) {
+    setenv("KIVO_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
+    EXPECT_EQ(Owned(), "the bus cannot be reached");
+    unsetenv("KIVO_BUS_ADDRESS");
 }
 
 TEST(InspectGetArgument, TakesTheCmdMemberOfTheRequest) {

@@ -11,9 +11,11 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "common/msg_rules.h"
 #include "common/records.h"
+#include "engine_client/items_property.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_msg.h"
 #include "ominspect/messages.h"
@@ -65,6 +67,15 @@ uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client,
 
 uint32_t SendRegistration(const std::string& client, const std::string& item, uint32_t timeout) {
     return SendToServer(OM_INSPECT_MSG_REGISTER, timeout, client, item.c_str(), item.size() + 1);
+}
+
+// Shows the items to whoever lists them; with the lock.
+void ShowItems(const Client& client) {
+    std::map<std::string, uint32_t> shown;
+    for (const auto& [name, item] : client.items) {
+        shown.emplace(name, item.timeout);
+    }
+    kivo::engine::SetItems(std::move(shown));
 }
 
 void RegisterAll() {
@@ -181,7 +192,9 @@ uint32_t InspectClientInit(const char* clientName) {
         }
         client.name = clientName;
         client.items.clear();  // left over from before the process left the bus the last time
-        const uint32_t followed = FollowServer(clientName);
+        ShowItems(client);
+        const uint32_t published = kivo::engine::PublishItems();
+        const uint32_t followed = published == OS_MSG_OK ? FollowServer(clientName) : published;
         client.following = followed == OS_MSG_OK;
         return followed;
     });
@@ -206,6 +219,7 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
                 result = sent;
             }
         }
+        ShowItems(client);
         return result;
     });
 }
@@ -225,6 +239,7 @@ uint32_t InspectUnRegHandler(const char* itemName) {
             SendToServer(OM_INSPECT_MSG_UNREGISTER, 0, client.name, itemName, std::strlen(itemName) + 1);
         if (sent == OS_MSG_OK) {
             client.items.erase(item);
+            ShowItems(client);
         }
         return sent;
     });

@@ -103,6 +103,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.deferredCount = 0;
     process.events.clear();
     process.restartWatchers.clear();
+    process.objects.clear();
     process.peers.Clear();
     for (const auto& [name, task] : process.tasks) {
         task->Retract();

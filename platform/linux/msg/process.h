@@ -57,6 +57,7 @@ struct Process {
     size_t deferredCount = 0;
     std::map<std::pair<std::string, std::string>, EventSource> events;          // by process and task name
     std::map<std::string, std::vector<std::shared_ptr<Task>>> restartWatchers;  // by process name
+    std::vector<SlotPtr> objects;                                               // of the platform's other libraries
     uint64_t session = 0;    // counts the times that the process has left the bus
     bool detaching = false;  // a thread is at work in OsProcDetach
     size_t activeCalls = 0;  // message loops and synchronous sends: detaching waits for their end

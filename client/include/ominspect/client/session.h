@@ -125,6 +125,11 @@ public:
     // Asks for the configured items.
     Result<Catalogue> List(const Limit& limit);
 
+    // Asks the server for the configured items, and all processes on the bus for those that they own; the latter get
+    // two seconds. An item whose owner does not use the engine client library, but registers it with a message of its
+    // own, has no owner here.
+    Result<Inventory> Items(const Limit& limit);
+
     // Begins the events onRun and onBusy. They go on when the server restarts. Nothing on success.
     std::optional<Error> Subscribe();
 

@@ -69,6 +69,25 @@ struct Catalogue {
     std::uint32_t total;                // as many as are configured
 };
 
+// A process that owns an item.
+struct ItemOwner {
+    std::string process;
+    std::chrono::milliseconds timeLimit;  // of a run whose result it reports later; 0: none
+};
+
+// An item that the server's configuration names, or that a process owns, or both.
+struct Item {
+    std::string name;
+    std::optional<ConfiguredItem> configuration;
+    std::vector<ItemOwner> owners;  // the server asks the first one that registered; none: see Session::Items
+};
+
+struct Inventory {
+    std::vector<Item> items;          // those of the configuration in its order, then the others by name
+    std::uint32_t configured;         // as many as are configured; of these at most 256 are among the items
+    std::vector<std::string> silent;  // processes that did not say in time what they own
+};
+
 using SystemTime = std::chrono::system_clock::time_point;
 
 // One item of a group's record.

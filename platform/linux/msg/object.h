@@ -1,0 +1,23 @@
+// Objects that the platform's other libraries have on the process's connection.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace kivo::msg {
+
+#pragma GCC visibility push(default)
+
+// Puts an object on the bus, until the process leaves it; does nothing when it is there. The functions of `table`,
+// which gets no user data, are called under the lock of the message layer and must call nothing of os_msg.h.
+uint32_t PublishObject(const char* path, const char* interface, const sd_bus_vtable* table);
+
+// Calls `change` under that lock, then tells the bus that a property of the object has changed.
+uint32_t ChangeProperty(const char* path, const char* interface, const char* property,
+                        const std::function<void()>& change);
+
+#pragma GCC visibility pop
+
+}  // namespace kivo::msg

@@ -1,0 +1,45 @@
+// An owner process for tests, with the engine client library.
+//
+//     engine_owner PROCESS ITEM[:LIMIT_MS]...
+//
+// All its items answer "success".
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "kivo/om_inspect_engine_client.h"
+#include "kivo/os_msg.h"
+
+namespace {
+
+uint32_t Succeed(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* result) {
+    std::snprintf(result->status, sizeof result->status, "success");
+    return 0;
+}
+
+bool Register(const std::string& argument) {
+    const size_t colon = argument.find(':');
+    InspectHandlerRecord record{};
+    std::snprintf(record.name, sizeof record.name, "%s", argument.substr(0, colon).c_str());
+    record.handler = Succeed;
+    record.timeout = colon == std::string::npos ? 0 : static_cast<uint32_t>(std::stoul(argument.substr(colon + 1)));
+    return InspectRegHandler(&record, 1) == OS_MSG_OK;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2 || OsProcAttach(argv[1]) != OS_MSG_OK || InspectClientInit("items") != OS_MSG_OK) {
+        return 1;
+    }
+    for (int i = 2; i < argc; ++i) {
+        if (!Register(argv[i])) {
+            return 1;
+        }
+    }
+    sigset_t none{};
+    sigemptyset(&none);
+    return sigsuspend(&none);  // until it is killed
+}
