@@ -104,6 +104,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.events.clear();
     process.restartWatchers.clear();
     process.peers.Clear();
+    process.replyFilter.reset();
     for (const auto& [name, task] : process.tasks) {
         task->Retract();
     }
@@ -121,6 +122,10 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
     int result = OpenBus(process.bus);
     if (result < 0) {
         return CannotJoin(result);
+    }
+    result = StartReplies(process);
+    if (result < 0) {
+        return ResultOf(result);
     }
     const auto appeared = [&process](const std::string& procName) {
         const auto watchers = process.restartWatchers.find(procName);
