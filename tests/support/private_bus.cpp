@@ -33,11 +33,18 @@ PrivateBus::PrivateBus(const std::string& configFile)
     if (address_.empty()) {
         throw std::runtime_error("the bus daemon does not start: " + daemon_.Output());
     }
+    if (const char* before = std::getenv(kVariable)) {
+        before_ = before;
+    }
     setenv(kVariable, address_.c_str(), 1);
 }
 
 PrivateBus::~PrivateBus() {
-    unsetenv(kVariable);
+    if (before_) {
+        setenv(kVariable, before_->c_str(), 1);
+    } else {
+        unsetenv(kVariable);
+    }
     daemon_.Signal(SIGTERM);  // it removes its socket
     daemon_.Wait();
 }

@@ -1,6 +1,7 @@
 // A message bus of the test's own.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "support/child.h"
@@ -8,7 +9,7 @@
 namespace support {
 
 /// Starts a bus daemon and puts its address into the environment, as KIVO_BUS_ADDRESS, for this process and its
-/// children; ends the daemon and takes the address out again. Throws std::runtime_error when no daemon comes up.
+/// children; ends the daemon and restores the environment. Throws std::runtime_error when no daemon comes up.
 class PrivateBus {
 public:
     PrivateBus();
@@ -22,6 +23,7 @@ public:
 private:
     Child daemon_;
     std::string address_;
+    std::optional<std::string> before_;  // the variable's value
 };
 
 }  // namespace support

@@ -1,10 +1,10 @@
 // Broadcast events and subscriptions; restart events are delivered by process.cpp.
 #include <algorithm>
-#include <cerrno>
 #include <new>
 #include <utility>
 
 #include "common/msg_rules.h"
+#include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
@@ -64,7 +64,7 @@ int OnEvent(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
     try {
         Deliver(process, signal);
     } catch (const std::bad_alloc&) {
-        return -ENOMEM;
+        Log(kLogWarning, "no memory: an event of process %s is lost", key.first.c_str());
     }
     return 0;
 }

@@ -1,4 +1,5 @@
 // Message loops, and the replies that handlers owe.
+#include <new>
 #include <utility>
 
 #include "common/msg_rules.h"
@@ -76,7 +77,11 @@ void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
             break;
         }
         const std::unique_ptr<Incoming> message = task.Take();
-        Handle(process, lock, task, *message);
+        try {
+            Handle(process, lock, task, *message);
+        } catch (const std::bad_alloc&) {
+            Log(kLogWarning, "no memory: task %s loses message %u", task.name.c_str(), message->block.msgId);
+        }
     }
 }
 

@@ -1,7 +1,9 @@
 // All of this is asked of the bus daemon, and believed from nobody else.
 #include "msg/peers.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <map>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -16,13 +18,6 @@ namespace {
 constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
 constexpr uint64_t kAskTimeout = 5'000'000;  // microseconds
-
-// Any connection may send a signal straight to this one, and sd-bus compares its sender with that of a match only if
-// both are unique or both well-known names. The bus daemon's name cannot be taken by anybody else.
-bool IsFromDaemon(sd_bus_message* message) {
-    const char* sender = sd_bus_message_get_sender(message);
-    return sender != nullptr && std::string_view(sender) == kDaemon;
-}
 
 std::string NameOwnerRule() {
     return std::string("type='signal',sender='") + kDaemon + "',path='" + kDaemonPath + "',interface='" + kDaemon +
@@ -39,61 +34,97 @@ MessagePtr Ask(sd_bus* bus, const char* method, const char* argument) {
     if (argument != nullptr && sd_bus_message_append(question.get(), "s", argument) < 0) {
         return nullptr;
     }
-    sd_bus_message* answer = nullptr;
+    sd_bus_message* received = nullptr;
     BusError error;
-    if (sd_bus_call(bus, question.get(), kAskTimeout, error.Out(), &answer) < 0) {
+    if (sd_bus_call(bus, question.get(), kAskTimeout, error.Out(), &received) < 0) {
         return nullptr;
     }
-    return MessagePtr(answer);
+    MessagePtr answer(received);
+    return IsFromDaemon(received) ? std::move(answer) : nullptr;
 }
 
 }  // namespace
+
+bool IsFromDaemon(sd_bus_message* message) {
+    const char* sender = sd_bus_message_get_sender(message);
+    return sender != nullptr && std::string_view(sender) == kDaemon;
+}
 
 int Peers::Start(sd_bus* bus, Appeared appeared, Left left) {
     bus_ = bus;
     appeared_ = std::move(appeared);
     left_ = std::move(left);
-    const std::string rule = NameOwnerRule() + ",arg0namespace='" + kProcNamespace + "'";
-    sd_bus_slot* slot = nullptr;
-    const int matched = sd_bus_add_match(bus, &slot, rule.c_str(), OnNameOwnerChanged, this);
-    if (matched < 0) {
-        return matched;
+    int result = Match(std::string(",arg0namespace='") + kProcNamespace + "'", OnProcessChanged, processChanges_);
+    if (result >= 0) {
+        result = Match(",arg2=''", OnConnectionEnded, connectionEnds_);
     }
-    match_.reset(slot);
+    return result >= 0 ? Load() : result;
+}
 
-    const MessagePtr list = Ask(bus, "ListNames", nullptr);
+int Peers::Match(const std::string& rule, sd_bus_message_handler_t handler, SlotPtr& slot) {
+    sd_bus_slot* raw = nullptr;
+    const int result = sd_bus_add_match(bus_, &raw, (NameOwnerRule() + rule).c_str(), handler, this);
+    slot.reset(raw);
+    return result;
+}
+
+int Peers::Load() {
+    const MessagePtr list = Ask(bus_, "ListNames", nullptr);
     if (!list) {
         return -EIO;
     }
-    std::vector<std::string> names;
+    behind_ = false;
+    std::map<std::string, std::string> present;
     sd_bus_message_enter_container(list.get(), SD_BUS_TYPE_ARRAY, "s");
     const char* name = nullptr;
     while (sd_bus_message_read_basic(list.get(), SD_BUS_TYPE_STRING, &name) > 0) {
-        names.emplace_back(name);
-    }
-    for (const std::string& busName : names) {
-        if (ProcNameOf(busName.c_str()).empty()) {
+        const std::string procName = ProcNameOf(name);
+        if (procName.empty()) {
             continue;
         }
         const char* owner = nullptr;
-        const MessagePtr answer = Ask(bus, "GetNameOwner", busName.c_str());
+        const MessagePtr answer = Ask(bus_, "GetNameOwner", name);
         if (answer && sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_STRING, &owner) > 0) {
-            Change(busName, "", owner);
+            present.emplace(procName, owner);
+        } else {
+            behind_ = true;  // gone meanwhile, or no memory: the next message looks again
+            present.emplace(procName, OwnerOf(procName));
         }
+    }
+    for (const auto& [procName, owner] : std::map(owners_)) {
+        if (!present.contains(procName)) {
+            SetOwner(procName, "");
+        }
+    }
+    for (const auto& [procName, owner] : present) {
+        SetOwner(procName, owner);
     }
     return 0;
 }
 
+void Peers::CatchUp() {
+    if (!behind_) {
+        return;
+    }
+    try {
+        Load();
+    } catch (const std::bad_alloc&) {
+        behind_ = true;
+    }
+}
+
 void Peers::NoteOwn(const std::string& procName, const std::string& connection) {
-    present_.insert(procName);
-    processes_.emplace(connection, procName);
+    owners_[procName] = connection;
+    processes_[connection] = {procName};
 }
 
 void Peers::Clear() {
-    match_.reset();
-    present_.clear();
+    processChanges_.reset();
+    connectionEnds_.reset();
+    owners_.clear();
     processes_.clear();
-    senders_.clear();
+    uids_.clear();
+    behind_ = false;
     bus_ = nullptr;
 }
 
@@ -102,77 +133,69 @@ Identity Peers::Identify(sd_bus_message* message) {
     if (connection == nullptr) {
         return {"", UINT32_MAX, false};
     }
-    Identity identity{ProcessOf(connection), UINT32_MAX, false};
-    const auto known = senders_.find(connection);
-    if (known != senders_.end()) {
-        identity.uid = known->second.uid;
-        identity.followed = true;
-        return identity;
+    const auto known = uids_.find(connection);
+    if (known != uids_.end()) {
+        return {ProcessOf(connection), known->second, true};
     }
-    Sender sender;
-    // Watched before it is asked for: it cannot leave unnoticed in between.
-    if (identity.procName.empty()) {
-        sender.watch = Watch(connection);
+    const uint32_t uid = AskUid(connection);
+    if (uid != UINT32_MAX) {
+        uids_.emplace(connection, uid);
     }
-    sender.uid = AskUid(connection);
-    identity.uid = sender.uid;
-    identity.followed = sender.uid != UINT32_MAX && (sender.watch || !identity.procName.empty());
-    if (identity.followed) {
-        senders_.emplace(connection, std::move(sender));
-    }
-    return identity;
+    return {ProcessOf(connection), uid, uid != UINT32_MAX};
 }
 
 std::string Peers::ProcessOf(const std::string& connection) const {
     const auto found = processes_.find(connection);
-    return found != processes_.end() ? found->second : std::string();
+    return found != processes_.end() && !found->second.empty() ? found->second.front() : std::string();
 }
 
-int Peers::OnNameOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+std::string_view Peers::OwnerOf(const std::string& procName) const {
+    const auto found = owners_.find(procName);
+    return found != owners_.end() ? found->second : std::string_view();
+}
+
+int Peers::OnProcessChanged(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
     const char* name = nullptr;
     const char* oldOwner = nullptr;
     const char* newOwner = nullptr;
     if (!IsFromDaemon(message) || sd_bus_message_read(message, "sss", &name, &oldOwner, &newOwner) < 0) {
         return 0;
     }
+    auto* peers = static_cast<Peers*>(self);
     try {
-        static_cast<Peers*>(self)->Change(name, oldOwner, newOwner);
+        const std::string procName = ProcNameOf(name);
+        if (!procName.empty()) {
+            peers->SetOwner(procName, newOwner);
+        }
     } catch (const std::bad_alloc&) {
-        return -ENOMEM;
+        peers->behind_ = true;
     }
     return 0;
 }
 
-void Peers::Change(const std::string& busName, const std::string& oldOwner, const std::string& newOwner) {
-    const std::string procName = ProcNameOf(busName.c_str());
-    if (procName.empty()) {
+// The news of a process comes first: if there is no memory for it, nothing has been noted, and CatchUp repeats it.
+void Peers::SetOwner(const std::string& procName, const std::string& connection) {
+    const std::string before(OwnerOf(procName));
+    if (connection == before) {
         return;
     }
-    if (!oldOwner.empty()) {
-        present_.erase(procName);
-        if (ProcessOf(oldOwner) == procName) {
-            processes_.erase(oldOwner);
-        }
-        Forget(oldOwner);
-    }
-    if (newOwner.empty()) {
-        return;
-    }
-    const bool isNew = present_.insert(procName).second;
-    processes_.emplace(newOwner, procName);
-    // A sender that was watched while it had no name is followed through its name from now on.
-    const auto sender = senders_.find(newOwner);
-    if (sender != senders_.end()) {
-        sender->second.watch.reset();
-    }
-    if (isNew) {
+    if (!connection.empty()) {
         appeared_(procName);
+        std::vector<std::string>& names = processes_[connection];
+        if (std::find(names.begin(), names.end(), procName) == names.end()) {
+            names.push_back(procName);
+        }
+        owners_[procName] = connection;
+    } else {
+        owners_.erase(procName);
     }
-}
-
-void Peers::Forget(const std::string& connection) {
-    senders_.erase(connection);
-    left_(connection);
+    const auto former = processes_.find(before);
+    if (former != processes_.end()) {
+        std::erase(former->second, procName);
+        if (former->second.empty()) {
+            processes_.erase(former);
+        }
+    }
 }
 
 uint32_t Peers::AskUid(const char* connection) {
@@ -184,30 +207,16 @@ uint32_t Peers::AskUid(const char* connection) {
     return uid;
 }
 
-SlotPtr Peers::Watch(const char* connection) {
-    const std::string rule = NameOwnerRule() + ",arg0='" + connection + "'";
-    sd_bus_slot* slot = nullptr;
-    if (sd_bus_add_match(bus_, &slot, rule.c_str(), OnSenderLeft, this) < 0) {
-        return nullptr;
-    }
-    return SlotPtr(slot);
-}
-
-int Peers::OnSenderLeft(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-    auto* peers = static_cast<Peers*>(self);
-    const char* connection = nullptr;
-    if (!IsFromDaemon(message) || sd_bus_message_read(message, "s", &connection) < 0) {
+// Comes for every name that loses its last owner; a connection has ended when it loses its unique name.
+int Peers::OnConnectionEnded(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+    const char* name = nullptr;
+    if (!IsFromDaemon(message) || sd_bus_message_read(message, "s", &name) < 0 || *name != ':') {
         return 0;
     }
-    try {
-        // The watch that called goes with the entry, once this function has returned.
-        const auto entry = peers->senders_.extract(connection);
-        if (!entry.empty()) {
-            peers->left_(entry.key());
-        }
-    } catch (const std::bad_alloc&) {
-        return -ENOMEM;
-    }
+    auto* peers = static_cast<Peers*>(self);
+    peers->uids_.erase(name);
+    peers->processes_.erase(name);
+    peers->left_(name);
     return 0;
 }
 

@@ -105,6 +105,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.restartWatchers.clear();
     process.objects.clear();
     process.peers.Clear();
+    process.replyFilter.reset();
     for (const auto& [name, task] : process.tasks) {
         task->Retract();
     }
@@ -122,6 +123,10 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
     int result = OpenBus(process.bus);
     if (result < 0) {
         return CannotJoin(result);
+    }
+    result = StartReplies(process);
+    if (result < 0) {
+        return ResultOf(result);
     }
     const auto appeared = [&process](const std::string& procName) {
         const auto watchers = process.restartWatchers.find(procName);

@@ -25,6 +25,16 @@ struct OwedReply {
     bool deferred = false;  // kept after its handler has returned
 };
 
+// A synchronous send that waits for its reply.
+struct AwaitedReply {
+    Waiter& waiter;
+    std::string process;  // which was asked
+    std::string owner;    // the connection that had this process's name when it was asked; empty when none was known
+    bool done = false;
+    uint32_t result = OS_MSG_OK;
+    TagMsgBlock* reply = nullptr;
+};
+
 // Events of one task of another process.
 struct EventSource {
     SlotPtr match;
@@ -51,6 +61,8 @@ struct Process {
     BusPtr bus;
     Reader reader;
     Peers peers;
+    SlotPtr replyFilter;
+    std::unordered_map<uint64_t, AwaitedReply*> awaited;  // by the cookie of the call
     std::map<std::string, std::shared_ptr<Task>> tasks;
     std::unordered_map<uint64_t, OwedReply> owed;  // by the token in the envelope
     uint64_t lastToken = 0;
@@ -70,6 +82,9 @@ struct Process {
     // To be called after a send: the thread that reads also writes what the socket did not take at once.
     void KickIfUnsent();
 };
+
+// Lets awaited replies be found; before the first send. A negative errno on failure.
+int StartReplies(Process& process);
 
 // Never destroyed: threads may use it until the process is gone.
 Process& TheProcess();

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <system_error>
@@ -21,6 +22,9 @@ namespace {
 // How long the lead may stay empty before the standby takes it: longer than most handlers run, and too short to be
 // noticed.
 constexpr std::chrono::milliseconds kGrace{10};
+
+// How long a thread waits before it tries again to read the bus when there was no memory.
+constexpr std::chrono::milliseconds kMemoryPause{10};
 
 // Messages dispatched in one go. In a flood, other threads must still get the lock, and deadlines must be checked.
 constexpr int kBatch = 32;
@@ -109,7 +113,8 @@ void Reader::TakeLead(Waiter& me, Rank rank) {
 
 bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_point> deadline,
                   const std::function<bool()>& done) {
-    waiting_.push_back({&me, rank});
+    Waiting entry{me, rank, latest_};
+    latest_ = &entry;
     if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
         TakeLead(me, rank);
     }
@@ -121,28 +126,39 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
             PollAlone(lock, me, Until(deadline));
             continue;
         }
-        Dispatch(done);
-        if (!done()) {
+        if (!Dispatch(done)) {
+            PollAlone(lock, me, kMemoryPause);
+        } else if (!done()) {
             PollAsLeader(lock, me, deadline);
         }
     }
-    std::erase_if(waiting_, [&me](const Waiting& entry) { return entry.waiter == &me; });
+    Waiting** link = &latest_;
+    while (*link != &entry) {
+        link = &(*link)->earlier;
+    }
+    *link = entry.earlier;
     if (leader_ == &me) {
         StepDown();
     }
     return done();
 }
 
-void Reader::Dispatch(const std::function<bool()>& done) {
+// False when there was no memory for it: the connection is still good, and what it holds can be read later.
+bool Reader::Dispatch(const std::function<bool()>& done) {
     int result = 1;
     for (int count = 0; result > 0 && count < kBatch && (count == 0 || !done()); ++count) {
         result = sd_bus_process(bus_, nullptr);
     }
-    if (result < 0) {
+    const bool starved = result == -ENOMEM || result == -ENOBUFS;
+    if (starved && !starved_) {
+        Log(kLogWarning, "no memory to read the bus; it is tried again");
+    } else if (result < 0 && !starved) {
         Log(kLogError, "the connection to the bus is lost: %s", strerrordesc_np(-result));
         lost_ = true;
         onEnd_(true);
     }
+    starved_ = starved;
+    return !starved;
 }
 
 void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline) {
@@ -168,21 +184,23 @@ void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
 void Reader::StepDown() {
     leader_ = nullptr;
     ++stepDowns_;
+    const Waiting* next = latest_;
+    for (const Waiting* each = latest_; each != nullptr; each = each->earlier) {
+        next = each->rank > next->rank ? each : next;
+    }
     const Rank lowest = TaskThreadScope::IsHere() ? Rank::kReply : Rank::kTask;
-    const auto next = std::max_element(waiting_.rbegin(), waiting_.rend(),
-                                       [](const Waiting& a, const Waiting& b) { return a.rank < b.rank; });
-    if (next == waiting_.rend() || next->rank < lowest) {
+    if (next == nullptr || next->rank < lowest) {
         WakeStandby();
         return;
     }
-    leader_ = next->waiter;
+    leader_ = &next->waiter;
     leaderRank_ = next->rank;
     leader_->Wake();
 }
 
 void Reader::WakeAll() {
-    for (const Waiting& entry : waiting_) {
-        entry.waiter->Wake();
+    for (const Waiting* each = latest_; each != nullptr; each = each->earlier) {
+        each->waiter.Wake();
     }
 }
 

@@ -10,7 +10,6 @@
 #include <mutex>
 #include <optional>
 #include <thread>
-#include <vector>
 
 #include "msg/waiter.h"
 
@@ -67,14 +66,16 @@ public:
     void RequestStop();
 
 private:
+    // A thread that waits. It lives on the thread's stack: waiting needs no memory.
     struct Waiting {
-        Waiter* waiter;
+        Waiter& waiter;
         Rank rank;
+        Waiting* earlier;
     };
 
     void StandbyMain(std::mutex& mutex);
     void TakeLead(Waiter& me, Rank rank);
-    void Dispatch(const std::function<bool()>& done);
+    bool Dispatch(const std::function<bool()>& done);
     void PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
     void StepDown();
     void WakeStandby();
@@ -83,12 +84,13 @@ private:
     sd_bus* bus_ = nullptr;
     Waiter* leader_ = nullptr;
     Rank leaderRank_ = Rank::kStandby;
-    std::vector<Waiting> waiting_;  // the leader included
+    Waiting* latest_ = nullptr;  // the thread that came last, and through it all others; the leader included
     std::thread standby_;
     Waiter standbyWaiter_;
     bool armed_ = false;     // the standby watches whether somebody takes the lead
     bool stopping_ = false;  // the standby must end
     bool lost_ = false;      // the connection is gone: nobody reads it any more
+    bool starved_ = false;   // the last attempt to read failed for want of memory
     uint64_t stepDowns_ = 0;
     std::atomic<bool> open_{false};  // these two are used by a signal handler, hence outside of the lock
     std::atomic<bool> stopRequested_{false};

@@ -14,14 +14,6 @@ using namespace kivo::msg;
 
 namespace {
 
-// A synchronous send that waits. It lives on the stack of its thread.
-struct PendingReply {
-    Waiter& waiter;
-    bool done = false;
-    uint32_t result = OS_MSG_OK;
-    TagMsgBlock* reply = nullptr;
-};
-
 uint32_t ResultOfError(const sd_bus_error* error) {
     struct Row {
         std::string_view name;
@@ -63,28 +55,72 @@ TagMsgBlock* MakeResponse(const void* data, size_t size) {
     return block;
 }
 
-int OnReply(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
-    auto& pending = *static_cast<PendingReply*>(userdata);
+// Whether a reply comes from the process that was asked. A process that has just restarted may have got the call before
+// its change of connection was read here, so the present owner of the name counts too. The daemon answers for those
+// that are not there.
+bool IsGenuine(const Process& process, const AwaitedReply& awaited, sd_bus_message* message) {
+    const char* sender = sd_bus_message_get_sender(message);
+    if (sender == nullptr) {
+        return false;
+    }
+    return IsFromDaemon(message) || sender == awaited.owner || sender == process.peers.OwnerOf(awaited.process);
+}
+
+void Take(AwaitedReply& awaited, sd_bus_message* message) {
     const void* data = nullptr;
     size_t size = 0;
     if (sd_bus_message_is_method_error(message, nullptr) > 0) {
-        // When the bus goes away, sd-bus itself answers the open calls, with the error of a peer that died.
-        const bool lost = sd_bus_is_open(sd_bus_message_get_bus(message)) <= 0;
-        pending.result = lost ? OS_MSG_ERR_NO_BUS : ResultOfError(sd_bus_message_get_error(message));
+        awaited.result = ResultOfError(sd_bus_message_get_error(message));
     } else if (sd_bus_message_read_array(message, SD_BUS_TYPE_BYTE, &data, &size) < 0) {
-        pending.result = OS_MSG_ERR_BUS;
+        awaited.result = OS_MSG_ERR_BUS;
     } else if (size > OS_MSG_MAX_PAYLOAD) {
-        pending.result = OS_MSG_ERR_TOO_LARGE;
+        awaited.result = OS_MSG_ERR_TOO_LARGE;
     } else {
-        pending.reply = MakeResponse(data, size);
-        if (pending.reply == nullptr) {
-            pending.result = OS_MSG_ERR_NO_MEMORY;
-        }
+        awaited.reply = MakeResponse(data, size);
+        awaited.result = awaited.reply != nullptr ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
     }
-    pending.done = true;
-    pending.waiter.Wake();
+    awaited.done = true;
+    awaited.waiter.Wake();
+}
+
+// Sees every message before all others. sd-bus would take a reply from anybody who guesses the cookie of the call.
+int OnMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    auto& process = *static_cast<Process*>(userdata);
+    process.peers.CatchUp();
+    uint64_t cookie = 0;
+    if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) {
+        return 0;
+    }
+    const auto found = process.awaited.find(cookie);
+    if (found == process.awaited.end()) {
+        return 0;
+    }
+    AwaitedReply& awaited = *found->second;
+    if (IsGenuine(process, awaited, message)) {
+        Take(awaited, message);
+    } else {
+        Log(kLogWarning, "a reply in the name of process %s is ignored: %s sent it", awaited.process.c_str(),
+            sd_bus_message_get_sender(message));
+    }
     return 1;
 }
+
+// Keeps a reply awaited while it lives.
+class Await {
+public:
+    Await(Process& process, uint64_t cookie, AwaitedReply& reply) : process_(process), cookie_(cookie) {
+        process_.awaited.emplace(cookie, &reply);
+    }
+    ~Await() { process_.awaited.erase(cookie_); }
+    Await(const Await&) = delete;
+    Await& operator=(const Await&) = delete;
+    Await(Await&&) = delete;
+    Await& operator=(Await&&) = delete;
+
+private:
+    Process& process_;
+    uint64_t cookie_;
+};
 
 // Checks an outgoing envelope and makes it into a method call.
 uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
@@ -117,7 +153,7 @@ uint32_t MakeCall(sd_bus* bus, const TagMsgBlock& msg, MessagePtr& call) {
     return result >= 0 ? OS_MSG_OK : ResultOf(result);
 }
 
-uint32_t SendAndWait(Process& process, Reader::Lock& lock, PendingReply& pending, const TagMsgBlock& msg,
+uint32_t SendAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, const TagMsgBlock& msg,
                      uint32_t timeoutMs) {
     const auto deadline = Reader::Clock::now() + std::chrono::milliseconds(timeoutMs);
     MessagePtr call;
@@ -125,26 +161,34 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, PendingReply& pending
     if (made != OS_MSG_OK) {
         return made;
     }
-    sd_bus_slot* raw = nullptr;
-    // The limit is kept here: sd-bus would keep it only while somebody reads.
-    const int sent = sd_bus_call_async(process.bus.get(), &raw, call.get(), OnReply, &pending, UINT64_MAX);
+    reply.process = ReadName(msg.dstProcName, sizeof msg.dstProcName);
+    reply.owner = process.peers.OwnerOf(reply.process);
+    uint64_t cookie = 0;
+    const int sent = sd_bus_send(process.bus.get(), call.get(), &cookie);
+    call.reset();
     if (sent < 0) {
         return ResultOf(sent);
     }
-    const SlotPtr slot(raw);  // dropping it ends the interest in the reply
-    call.reset();
+    const Await await(process, cookie, reply);
     const ActiveCall active(process);
     process.KickIfUnsent();
-    process.reader.Wait(lock, pending.waiter, Reader::Rank::kReply, deadline,
-                        [&] { return pending.done || process.state != BusState::kAttached; });
-    if (pending.done) {
-        return pending.result;
+    process.reader.Wait(lock, reply.waiter, Reader::Rank::kReply, deadline,
+                        [&] { return reply.done || process.state != BusState::kAttached; });
+    if (reply.done) {
+        return reply.result;
     }
     const uint32_t unusable = process.CheckUsable();
     return unusable != OS_MSG_OK ? unusable : OS_MSG_ERR_TIMEOUT;
 }
 
 }  // namespace
+
+int kivo::msg::StartReplies(Process& process) {
+    sd_bus_slot* slot = nullptr;
+    const int added = sd_bus_add_filter(process.bus.get(), &slot, OnMessage, &process);
+    process.replyFilter.reset(slot);
+    return added;
+}
 
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs) {
     return Guarded([&] {
@@ -154,8 +198,8 @@ uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, 
         if (msg == nullptr || resp == nullptr) {
             return OS_MSG_ERR_PARAM;
         }
-        PendingReply pending{Waiter::OfThisThread()};
-        if (!pending.waiter.Valid()) {
+        AwaitedReply reply{Waiter::OfThisThread(), {}, {}};
+        if (!reply.waiter.Valid()) {
             return OS_MSG_ERR_NO_MEMORY;
         }
         Process& process = TheProcess();
@@ -164,8 +208,8 @@ uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, 
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
-        const uint32_t result = SendAndWait(process, lock, pending, *msg, timeoutMs);
-        *resp = pending.reply;
+        const uint32_t result = SendAndWait(process, lock, reply, *msg, timeoutMs);
+        *resp = reply.reply;
         return result;
     });
 }

@@ -1,0 +1,106 @@
+// Moments without memory, and the real end of a bus.
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "bus_test.h"
+#include "linux/log_reader.h"
+#include "linux/memory_shortage.h"
+#include "support/private_bus.h"
+#include "support/raw_connection.h"
+#include "thread_starter.h"
+
+using namespace support;
+
+namespace {
+
+class OsMsgMemoryTest : public BusTest {
+protected:
+    // A task whose thread has begun to wait: it reads the bus, and nobody else needs memory.
+    static Inbox WaitingInbox() {
+        Inbox inbox;
+        AddTask("inbox", inbox.Keep());
+        Post("tester", "inbox", 1);
+        EXPECT_TRUE(inbox.Await(1));
+        return inbox;
+    }
+
+    // Does it while the thread that reads the bus finds no memory once.
+    static void WhileMemoryIsShort(const std::function<void()>& action) {
+        FailAllocations(1);
+        action();
+        EXPECT_TRUE(WaitFor([] { return FailuresToCome() == 0; }));
+    }
+};
+
+}  // namespace
+
+TEST_F(OsMsgMemoryTest, AMomentWithoutMemoryIsNoLossOfTheBus) {
+    const Peer peer("peer");
+    const Inbox inbox;
+    AddTask("inbox", inbox.Keep());
+    StandardError errors;
+    FailReads(3);
+    EXPECT_EQ(Ask("peer", "echo", "payload").data, "payload");
+    Post("tester", "inbox", 7);
+    EXPECT_TRUE(inbox.Await(1));
+    EXPECT_EQ(FailuresToCome(), 0);
+    EXPECT_EQ(errors.Lines(), std::vector<std::string>{"kivo_os_msg: no memory to read the bus; it is tried again"});
+}
+
+TEST_F(OsMsgMemoryTest, AMessageThatFindsNoMemoryIsRefused) {
+    const Inbox inbox = WaitingInbox();
+    const RawConnection sender;
+    const RawMessage call = sender.Message("tester", "inbox", 7);
+    sd_bus_message* reply = nullptr;
+    sd_bus_error error{};
+    WhileMemoryIsShort([&] { EXPECT_LT(sd_bus_call(sender.Get(), call.get(), 0, &error, &reply), 0); });
+    EXPECT_STREQ(error.name, SD_BUS_ERROR_NO_MEMORY);
+    sd_bus_error_free(&error);
+    sender.Post("tester", "inbox", 8);
+    EXPECT_TRUE(inbox.Await(2));
+    EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 8}));
+}
+
+TEST_F(OsMsgMemoryTest, AProcessThatAppearsWithoutMemoryIsNoticedWithTheNextMessage) {
+    const Inbox inbox = WaitingInbox();
+    OsMsgSubscription restart{0x200002, 0, "late", "late", "inbox"};
+    ASSERT_EQ(OsMsgSubscribeEvent(&restart, 1, 0), OS_MSG_OK);
+    const RawConnection process;
+    const std::string name = "com.kivo.proc.late";
+    WhileMemoryIsShort([&] { process.Take(name); });
+    EXPECT_EQ(inbox.Count(), 1U);
+    process.Post("tester", "inbox", 8);
+    EXPECT_TRUE(inbox.Await(3));
+    EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 0x200002, 8}));
+    EXPECT_STREQ(inbox.All().back().envelope.srcProcName, "late");
+}
+
+TEST(OsMsgLossTest, TheEndOfTheBusEndsLoopsAndWaits) {
+    StandardError errors;
+    std::optional<PrivateBus> bus(std::in_place);
+    ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK);
+    const Gate gate;
+    AddTask("slow", [&gate](TagMsgBlock& /*message*/) {
+        gate.Pass();
+        return 0U;
+    });
+    AddTask("looping", Inbox().Keep());
+    std::atomic<uint32_t> asked{0};
+    StartThread([&asked] { asked = Ask("tester", "slow").result; });
+    ASSERT_TRUE(gate.Reached());
+    bus.reset();
+    EXPECT_TRUE(WaitFor([&asked] { return asked == OS_MSG_ERR_NO_BUS; }));
+    gate.Open();
+    EXPECT_TRUE(WaitFor([&errors] {
+        const auto lines = errors.Lines();
+        return std::ranges::find(
+                   lines, "kivo_os_msg: task looping ended with 0x80020007 (the bus cannot be reached)") != lines.end();
+    }));
+    OsProcDetach();
+}

@@ -1,0 +1,55 @@
+// The program's own functions come before those of all libraries, so the libraries under test call these.
+#include "linux/memory_shortage.h"
+
+#include <dlfcn.h>
+#include <systemd/sd-bus.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<int> g_reads{0};
+std::atomic<int> g_allocations{0};
+
+// Takes one off, unless there is none left.
+bool TakeOne(std::atomic<int>& count) {
+    int left = count;
+    while (left > 0 && !count.compare_exchange_weak(left, left - 1)) {
+    }
+    return left > 0;
+}
+
+}  // namespace
+
+void support::FailReads(int count) {
+    g_reads = count;
+}
+
+void support::FailAllocations(int count) {
+    g_allocations = count;
+}
+
+int support::FailuresToCome() {
+    return g_reads + g_allocations;
+}
+
+extern "C" __attribute__((visibility("default"))) int sd_bus_process(sd_bus* bus, sd_bus_message** message) {
+    static const auto real = reinterpret_cast<decltype(&sd_bus_process)>(dlsym(RTLD_NEXT, "sd_bus_process"));
+    return TakeOne(g_reads) ? -ENOMEM : real(bus, message);
+}
+
+void* operator new(size_t size) {
+    void* block = TakeOne(g_allocations) ? nullptr : std::malloc(size);
+    return block != nullptr ? block : throw std::bad_alloc();
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, size_t /*size*/) noexcept {
+    std::free(block);
+}

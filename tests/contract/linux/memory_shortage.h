@@ -1,0 +1,15 @@
+// Lets calls of the libraries under test find no memory.
+#pragma once
+
+namespace support {
+
+/// So many of the next calls of sd_bus_process fail with ENOMEM.
+void FailReads(int count);
+
+/// So many of the next calls of operator new, on any thread, throw std::bad_alloc.
+void FailAllocations(int count);
+
+/// How many of them are still to come.
+int FailuresToCome();
+
+}  // namespace support
