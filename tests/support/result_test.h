@@ -19,6 +19,9 @@ public:
     void Stop(ResultData& data, bool force) { m_mgr.StopInspect(data, force); }
     void Stop(ResultData& data, const std::string& text, bool force) { m_mgr.StopInspect(data, text, force); }
 
+    /// Whether there is an entry of that name.
+    bool Knows(const std::string& name) { return m_mgr.Find(name) != nullptr; }
+
     /// The entry of that name; it must exist.
     ResultData& Entry(const std::string& name) { return *m_mgr.Find(name); }
 

@@ -1,12 +1,13 @@
 // What the result table calls, and what else has happened by then.
 //
-// The program is linked so that every OsSleep, sleep, OsGetSystemTime and OsRwLockWrLock of the server passes through
-// here.
+// The program is linked so that every OsSleep, sleep, OsGetSystemTime, OsMsgBroadcastEvent and OsRwLockWrLock of the
+// server passes through here.
 #include <functional>
 #include <utility>
 #include <vector>
 
 #include "kivo/os_lock.h"
+#include "kivo/os_msg.h"
 #include "kivo/os_thread.h"
 #include "kivo/os_time.h"
 #include "support/journal_text.h"
@@ -28,6 +29,7 @@ std::vector<uint32_t> g_sleeps;
 
 // Happen once, before the next call.
 std::function<void()> g_beforeTimeIsRead;
+std::function<void()> g_beforeBroadcast;
 std::function<void()> g_beforeRegistryChanges;
 
 void Happen(std::function<void()>& event) {
@@ -43,6 +45,7 @@ extern "C" {
 decltype(OsSleep) __real_OsSleep;
 unsigned __real_sleep(unsigned seconds);
 decltype(OsGetSystemTime) __real_OsGetSystemTime;
+decltype(OsMsgBroadcastEvent) __real_OsMsgBroadcastEvent;
 decltype(OsRwLockWrLock) __real_OsRwLockWrLock;
 
 uint32_t __wrap_OsSleep(uint32_t seconds) {
@@ -58,6 +61,11 @@ unsigned __wrap_sleep(unsigned seconds) {
 uint64_t __wrap_OsGetSystemTime() {
     Happen(g_beforeTimeIsRead);
     return __real_OsGetSystemTime();
+}
+
+uint32_t __wrap_OsMsgBroadcastEvent(const OsMsgEvent* event, uint32_t scope) {
+    Happen(g_beforeBroadcast);
+    return __real_OsMsgBroadcastEvent(event, scope);
 }
 
 uint32_t __wrap_OsRwLockWrLock(OsRwLock* lock) {
@@ -103,6 +111,8 @@ TEST_F(ResultMgrCallsTest, AStopWhileTheTimeOutIsEnteredKeepsItsLineBack) {
 
 TEST_F(ResultMgrCallsTest, DelItemEndsTheRunAndErasesTheItemThenUnregistersThenStopsTheWaitTimer) {
     Begin(0);
+    bool stillThere = false;
+    g_beforeBroadcast = [&] { stillThere = ResultMgrPeer(m_mgr).Knows("a"); };
     std::string stored;
     Lines events;
     bool askedToStop = true;
@@ -112,6 +122,7 @@ TEST_F(ResultMgrCallsTest, DelItemEndsTheRunAndErasesTheItemThenUnregistersThenS
         askedToStop = InspacetTaskPeer::IsAskedToStop(m_taskId);
     };
     m_mgr.DelItem("a");
+    EXPECT_TRUE(stillThere);
     EXPECT_EQ(stored, "||");
     EXPECT_EQ(events, (Lines{"event 8: a|running|10%", "event 9: 1"}));
     EXPECT_FALSE(askedToStop);
