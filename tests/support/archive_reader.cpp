@@ -29,6 +29,10 @@ std::vector<Member> ReadArchive(const std::string& path) {
         member.name = archive_entry_pathname(entry);
         const auto type = archive_entry_filetype(entry);
         member.type = type == AE_IFREG ? '-' : type == AE_IFDIR ? 'd' : type == AE_IFLNK ? 'l' : '?';
+        member.permissions = archive_entry_perm(entry);
+        member.modified = archive_entry_mtime(entry);
+        member.owner = archive_entry_uid(entry);
+        member.group = archive_entry_gid(entry);
         if (const char* target = archive_entry_symlink(entry)) {
             member.target = target;
         }

@@ -11,6 +11,10 @@ struct Member {
     char type = '?';  // '-' file, 'd' folder, 'l' link
     std::string content;
     std::string target;  // of a link
+    unsigned permissions = 0;
+    long long modified = 0;  // seconds since 1970
+    long long owner = 0;
+    long long group = 0;
 };
 
 // All members in their order; a failure of the calling test when the archive is not whole.

@@ -1,4 +1,4 @@
-// An error is kept here, and libarchive is told of none that comes from the sink.
+// The first error is kept here. libarchive is not told of the sink's errors.
 #include "archive_writer.h"
 
 #include <clocale>

@@ -1,4 +1,4 @@
-// The diagnosis area: making, locating, comparing.
+// Paths are compared component by component, never as texts.
 #include "area.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Without a closing slash, which would count as an empty last component.
+// Removes a closing slash, which would count as an empty last component.
 fs::path Tidied(const fs::path& path) {
     const fs::path normal = path.lexically_normal();
     return normal.has_filename() || normal == normal.root_path() ? normal : normal.parent_path();

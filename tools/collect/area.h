@@ -25,12 +25,12 @@ private:
     const std::string path_;
 };
 
-// The path made absolute, without "." and ".." and closing slashes; links are left as they are unless a ".." has to be
-// followed through one.
+// The absolute path without ".", ".." and closing slashes. Links stay as they are, except where a ".." leads through
+// one.
 std::string AbsolutePath(const std::string& path);
 
-// Where a destination lies inside the area, without a slash at its beginning; nothing when it does not lie inside, by
-// its name or because a link on the way leads elsewhere.
+// The destination's path relative to the area. Nothing when it lies outside, by its name or because there is a link on
+// the way.
 std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination);
 
 // The absolute path with links followed, as far as it exists.

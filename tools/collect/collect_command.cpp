@@ -123,13 +123,13 @@ std::string SummaryTable(const std::vector<EntryReport>& reports) {
     return text::Table(rows);
 }
 
-// Whatever is left behind by an early return is removed: the area, the unfinished package.
+// Removes the temporary area and the unfinished package, however it ends.
 class Command {
 public:
     explicit Command(const CollectOptions& options) : options_(options) {}
 
     ExitCode Run() {
-        // A file-size limit is an error like a full disk, and a closed pipe behind the progress ends nothing.
+        // A file-size limit is then an error like a full disk, and a closed pipe behind the progress ends nothing.
         (void)std::signal(SIGXFSZ, SIG_IGN);
         (void)std::signal(SIGPIPE, SIG_IGN);
         collection_.host = HostName();
@@ -265,7 +265,7 @@ private:
         return IsComplete(collection_, package.packed) ? kPassed : kFailed;
     }
 
-    EndSignals signals_;  // from the beginning: what was made so far is removed after a Ctrl-C, too
+    EndSignals signals_;  // made first, so that a Ctrl-C at any time leaves nothing behind
     const CollectOptions& options_;
     std::unique_ptr<TemporaryArea> temporary_;
     std::unique_ptr<OutputFile> file_;

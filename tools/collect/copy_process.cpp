@@ -1,5 +1,5 @@
-// One entry's copy function in a process of its own. It tells of failures and of lines of the log through a pipe, as
-// records of three texts that each end with a NUL: kind, first, second.
+// The process reports failures and lines of the log through a pipe, as records of three texts that each end with a NUL:
+// kind, first, second.
 #include "copy_process.h"
 
 #include <array>
@@ -33,7 +33,7 @@ constexpr const char* kMessageKind = "message";
 constexpr int kNoMemory = 3;
 constexpr std::size_t kLongestLine = 1000;
 
-// The copy functions' word for a copy that found `running` cleared.
+// How the copy functions' line begins when they found `running` cleared.
 constexpr std::string_view kEndedEarly = "collection stopped by timer,";
 
 // Keeps a copy inside its source: the copy functions follow every link.
@@ -43,8 +43,8 @@ public:
     LinkGuard(const std::string& source, const std::string& destination)
         : source_(ResolvedPath(source)), destination_(ResolvedPath(destination)) {}
 
-    // Why this path must not be read: it leads out of both trees, or to a folder that it lies in, without end. Empty
-    // when it may.
+    // Why this path must not be read: it leads out of both trees, or to a folder that holds the path, which would go on
+    // without end. Empty when it may be read.
     std::string Objection(const std::string& path) const {
         std::error_code error;
         const std::string real = std::filesystem::canonical(path, error).string();
@@ -74,7 +74,7 @@ void Tell(int fd, const char* kind, std::string_view first, std::string_view sec
     }
 }
 
-// The platform refuses everything but regular files with one number: tells more.
+// The platform refuses everything but regular files with the same number. This says more.
 std::string Reason(const char* src, std::uint32_t error) {
     struct stat status {};
     if (error == EINVAL && stat(src, &status) == 0 && !S_ISREG(status.st_mode)) {
@@ -85,7 +85,7 @@ std::string Reason(const char* src, std::uint32_t error) {
 
 }  // namespace
 
-// Two processes work on it.
+// Two processes use it at the same time.
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<std::uint64_t>::is_always_lock_free);
 
 struct CopyProcess::Shared {

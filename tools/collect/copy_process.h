@@ -1,6 +1,6 @@
-// One entry's copy function in a process of its own. There, and not on a thread, because system(3), which the copy
-// functions use for every file, discards a pending SIGINT of its process; because what the started tools print can be
-// caught; and because a copy that hangs or crashes takes nobody with it.
+// Runs one entry's copy function in a process of its own instead of on a thread: system(3), which the copy functions
+// use for every file, discards a pending SIGINT of its process; what the started tools print can be caught; and a copy
+// that hangs or crashes harms nothing else.
 #pragma once
 
 #include <atomic>
@@ -24,8 +24,8 @@ public:
     CopyProcess(const CopyProcess&) = delete;
     CopyProcess& operator=(const CopyProcess&) = delete;
 
-    // Waits until the process has told something, `otherFd` is readable or the time is over, and takes in what it told.
-    // False once it has ended.
+    // Waits until the process has reported something, `otherFd` is readable or the time is over, and takes in the
+    // reports. False when the process has ended.
     bool Watch(int otherFd, int milliseconds);
 
     // Ends the copy at its next directory entry. False when it had ended, or was being ended by its timer.
@@ -41,7 +41,7 @@ public:
     // Whether the copy was ended before it had seen everything.
     bool WasEndedEarly() const { return endedEarly_; }
 
-    // After Watch has said false: how the process died; empty when it ended well.
+    // To be called when Watch has returned false: how the process died; empty when it ended well.
     std::string Death();
 
 private:

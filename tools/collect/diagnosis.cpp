@@ -1,4 +1,4 @@
-// What the server's loader makes of a configuration file, element by element.
+// The loader runs once for the whole file, once per element, and once per attribute that may be without effect.
 #include "diagnosis.h"
 
 #include <algorithm>
@@ -49,7 +49,7 @@ Loaded Load(const std::function<void(InspectConfigMgr&)>& load) {
     return loaded;
 }
 
-// Hands one element to the loader, in a document of its own. What counts there is the place and not the name.
+// Gives one element to the loader, in a document of its own and under the name that the loader looks for.
 Loaded LoadAlone(const ListKind& kind, const XMLElement& element, const char* without = nullptr) {
     XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);
     XMLElement* root = document.NewElement("alone");
@@ -63,7 +63,7 @@ Loaded LoadAlone(const ListKind& kind, const XMLElement& element, const char* wi
     return Load([&](InspectConfigMgr& config) { (config.*kind.load)(root); });
 }
 
-// The lines that the loader has for the lists as such: those that stay when they are empty.
+// The loader's lines about the lists themselves: those that remain when the lists are empty.
 std::vector<std::string> MessagesAboutLists(const XMLElement& root) {
     XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);
     XMLElement* copy = document.InsertEndChild(root.ShallowClone(&document))->ToElement();
@@ -157,7 +157,7 @@ private:
             report.notes.push_back(std::string("it counts as a ") + kind.element + ", whatever its name");
         }
         for (const auto* attribute = element.FirstAttribute(); attribute != nullptr; attribute = attribute->Next()) {
-            // An attribute that makes no difference is none that the loader reads.
+            // The loader does not read an attribute that makes no difference.
             if (IsSame(loaded, LoadAlone(kind, element, attribute->Name()))) {
                 report.notes.push_back("the attribute " + Quoted(attribute->Name()) + " is not read");
             }

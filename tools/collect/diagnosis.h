@@ -1,5 +1,5 @@
-// What the server's loader makes of a configuration file, element by element. The loader itself is asked: each element
-// is handed to it alone, so that its lines and the resulting record are known to belong to that element.
+// What the server's loader makes of a configuration file, element by element. Each element is given to the loader
+// alone, so that its lines and the resulting record are known to belong to that element.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,7 @@ struct ElementReport {
     std::optional<InspectOneDiagFile> entry;      // the record, when it is one of the collection's entries
     std::optional<std::size_t> records;           // how many records it holds, when it is one of the two lists
     std::vector<std::string> fallbacks;           // the loader's lines about it
-    std::vector<std::string> notes;               // what else is not as its author will have meant it
+    std::vector<std::string> notes;               // what else its author will not have meant
 };
 
 struct Diagnosis {
@@ -31,11 +31,12 @@ struct Diagnosis {
     std::size_t items = 0;    // that the server would support
     std::size_t entries = 0;  // that a collection would have
 
-    // Whether the loader takes a fallback anywhere. Notes are no fallbacks.
+    // Whether the loader falls back anywhere. Notes do not count.
     bool FallsBack() const;
 };
 
-// Reads the file. At most one unreadable file per process shows the built-in tables: the loader hands them out once.
+// Reads the file. The loader gives out the built-in tables once, so only the first unreadable file of a process shows
+// them.
 Diagnosis Diagnose(const std::string& path);
 
 }  // namespace ominspect::collect

@@ -1,4 +1,4 @@
-// A diagnosis as text and as JSON.
+// Both forms say the same, with every text from the file escaped.
 #include "diagnosis_report.h"
 
 #include <string_view>
@@ -37,7 +37,7 @@ const char* UseWord(const ElementReport& element) {
     return element.records ? "list" : "none";
 }
 
-// What identifies the record, quoted and after a blank; empty for others.
+// A blank and the quoted text that identifies the record; empty for an element without a record.
 std::string Label(const ElementReport& element) {
     if (element.item) {
         return ' ' + Quoted(static_cast<const char*>(element.item->name));

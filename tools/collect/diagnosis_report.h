@@ -7,8 +7,8 @@
 
 namespace ominspect::collect {
 
-// One line per fact, each with its line end: "line 7: DiagnoseItem "x": ...", and what concerns the file as a whole
-// begins with its path. Texts from the file are escaped.
+// One line per fact, each with its line end: "line 7: DiagnoseItem "x": ...". A line about the whole file begins with
+// its path.
 std::string ReportText(const std::string& path, const Diagnosis& diagnosis);
 
 // One document, without a line end.

@@ -25,7 +25,7 @@ bool IsMissing(const std::string& path) {
     return stat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
-// Why the copy must not even be tried, since it would write or delete elsewhere; empty when it may.
+// Why the entry must not be copied, because that would write or delete elsewhere; empty when it may.
 std::string Refusal(const Entry& entry, const std::string& area) {
     if (entry.source.empty()) {
         return "no source is configured";

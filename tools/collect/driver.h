@@ -1,4 +1,4 @@
-// Walks the entries: each copied by its own function, under its own limit, one after the other.
+// Copies the entries one after the other, each with its own function and under its own limit.
 #pragma once
 
 #include <chrono>
@@ -27,8 +27,8 @@ struct DriverEvents {
     std::function<void(std::size_t index, const EntryReport& report)> onDone;  // in the order of the entries
 };
 
-// Copies all entries into the area and reports on each. The first interrupt ends the current entry at its next file and
-// leaves the others out; the second one gives up at once: nothing is returned then.
+// Copies all entries into the area and reports on each. The first signal ends the current entry at its next file and
+// leaves out the others; the second one gives up at once, and nothing is returned.
 std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
                                               EndSignals& signals, const DriverEvents& events);
 

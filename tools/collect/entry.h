@@ -14,7 +14,7 @@
 
 namespace ominspect::collect {
 
-// The copy functions have no room for more.
+// Bytes of a path: the copy functions have no room for more.
 constexpr std::size_t kLongestPath = 255;
 
 // Copies `source` to `destination`; both are absolute unless the configuration says otherwise.
@@ -77,7 +77,7 @@ struct EntryReport {
 // where a backup of it is kept.
 bool MirrorsFolder(const Entry& entry);
 
-// After which time the copy is ended; nothing for one without a limit.
+// The time after which the copy is ended; nothing when it has no limit.
 std::optional<std::chrono::seconds> LimitOf(const Entry& entry);
 
 // "folder", "file" or "system log".
@@ -96,8 +96,8 @@ Result<Entries> ConfiguredEntries();
 // Those of another configuration file; one that cannot be read is an error.
 Result<Entries> EntriesOfFile(const std::string& path);
 
-// Files and folders that the user names, each to be copied to its own name below `area`, made unique there. A path that
-// has no room in the 255 bytes of the copy functions is an error, and so is a folder that holds the area.
+// Files and folders that the user names. Each is copied to its own name below `area`, with a number if the name is
+// taken. A path of more than 255 bytes is an error, and so is a folder that holds the area.
 Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const std::string& area, std::uint32_t limit);
 
 }  // namespace ominspect::collect

@@ -1,4 +1,4 @@
-// The three functions that stand before the platform's, and who looks through them.
+// The definitions at the end of the file are the ones that libominspect.so calls.
 #include "intercept.h"
 
 #include <array>
@@ -20,7 +20,7 @@ namespace {
 std::atomic<const LogCapture*> g_log{nullptr};
 std::atomic<const CopyWatch*> g_copies{nullptr};
 
-// The platform's function of this name: the definition that comes after the program's own.
+// The platform's function of this name, whose definition comes after the program's own.
 template <typename Function>
 Function* Platforms(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));

@@ -1,7 +1,6 @@
-// Sees what libominspect.so says and copies. Its loader and copy functions report only to the operations log, so a
-// program that must tell its user takes the place of three platform functions: the shared object calls them through the
-// dynamic symbol, and the program's definitions come before the platform's. They do what the platform's do while nobody
-// looks.
+// Sees what libominspect.so logs and copies. Its loader and its copy functions report only to the operations log, so a
+// program that must tell its user defines three platform functions itself. The shared object calls them through the
+// dynamic symbols, and the program's definitions come before the platform's. They forward to the platform's.
 #pragma once
 
 #include <cstdint>
@@ -27,9 +26,10 @@ private:
     Sink sink_;
 };
 
-// While it lives, every path that is to be read needs `admit`: a file or folder that it answers with false counts as
-// one that cannot be opened (ELOOP). `copied` is told of every file that was admitted: `error` is 0 or why it could not
-// be copied, as errno(3). One at a time; made and destroyed while no other thread copies.
+// While it lives, `admit` is asked about every path that is to be read; a file or folder for which it returns false
+// counts as one that cannot be opened (ELOOP). `copied` is called for every admitted file; `error` is 0, or the
+// errno(3) number that tells why it could not be copied. One at a time; made and destroyed while no other thread
+// copies.
 class CopyWatch {
 public:
     using Admit = std::function<bool(const char* path)>;

@@ -12,7 +12,7 @@
 
 namespace ominspect::collect {
 
-// All of a collection but the packed files.
+// What is known of a collection before it is packed.
 struct Collection {
     std::string version;        // of the tool
     std::string host;           // the device's name
@@ -38,10 +38,10 @@ struct Package {
     std::string manifest;  // the text of manifest.json
 };
 
-// Packs the collection's area and gives the file its name: "<name>/files/..." and, last, "<name>/manifest.json", since
-// it holds the checksums of what was really packed. `name` is the file's without its ending. `since` is when the
-// collection began; `goOn` is asked now and then, and false is the error Cancelled. After an error the file has no
-// name.
+// Packs the collection's area as "NAME/files/..." and "NAME/manifest.json", where NAME is that of the file without its
+// ending, and gives the file its name. The manifest comes last, since it holds the checksums of what was really packed.
+// `since` is when the collection began. `goOn` is asked now and then; when it returns false, the error is Cancelled.
+// After an error nothing is left under the file's name.
 Result<Package> WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
                              const std::function<bool(const PackedTree&)>& goOn);
 

@@ -1,5 +1,5 @@
-// Puts a tree of files into an archive. Every name is opened relative to its folder's descriptor and never through a
-// link, so nobody who may write in the tree can lead the walk out of it.
+// Every name is opened relative to its folder's descriptor and never through a link, so nobody who may write in the
+// tree can lead the walk out of it.
 #include "packer.h"
 
 #include <algorithm>
@@ -194,7 +194,7 @@ private:
         return std::nullopt;
     }
 
-    // Reads what comes next; at an end before `left` bytes notes how the file goes on.
+    // Reads the next bytes. When the file ends too early, notes that the last `left` bytes are zeros.
     std::size_t Read(int fd, std::size_t wanted, std::uint64_t left, PackedFile& file) {
         ssize_t got = 0;
         do {

@@ -43,10 +43,11 @@ struct PackOptions {
     std::function<bool(const PackedTree&)> goOn;      // asked now and then; false gives up
 };
 
-// Packs what lies below `root`, sorted by name in each folder. Links are stored as links and never followed; what is
-// neither file, folder nor link is left out, as is what cannot be read. A file that shrinks or cannot be read to its
-// end is filled up with zeros, one that grows is cut, so that the archive stays whole; the note says so. A `root` that
-// does not exist is an empty tree. Fails with the archive's error, or with Cancelled when it gave up.
+// Packs what lies below `root`, sorted by name in each folder. Links are stored as links and never followed. What is
+// neither file, folder nor link is left out, and so is what cannot be read. A file that shrinks or cannot be read to
+// its end is filled up with zeros and a file that grows is cut, so that the archive stays whole; the note says so. A
+// `root` that does not exist is an empty tree. Fails with the archive's error, or with Cancelled when `goOn` returned
+// false.
 std::optional<Error> PackTree(const std::string& root, const PackOptions& options, ArchiveWriter& archive,
                               PackedTree& packed);
 

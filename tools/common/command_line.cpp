@@ -1,4 +1,4 @@
-// What is thrown ends here, as a line on standard error.
+// Exceptions end here, as a line on standard error.
 #include "common/command_line.h"
 
 #include <cstdio>

@@ -1,5 +1,5 @@
-// The command line of ominspectctl. Two programs carry out its commands, and to their user they are one: same name,
-// same help, same exit codes.
+// The command line of ominspectctl. Two programs carry out its commands; to the user they are one, with the same name,
+// help and exit codes.
 #pragma once
 
 #include <chrono>
@@ -20,7 +20,7 @@ enum ExitCode : int {
     kInterrupted = 130  // cancelled by Ctrl-C (128 + SIGINT), as the shells have it
 };
 
-// What the command line asks for; empty until it was parsed. It prints its answer and returns the exit code.
+// The chosen command; empty until the command line was parsed. It prints its answer and returns the exit code.
 using Chosen = std::function<ExitCode()>;
 
 // The commands of the program in libexec, as the help names them.

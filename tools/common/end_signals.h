@@ -1,4 +1,4 @@
-// Ctrl-C, SIGTERM and the end of the terminal: as a descriptor, and as the cancellation of what runs.
+// Ctrl-C, SIGTERM and the end of the terminal: as a descriptor, or as a cancellation.
 #pragma once
 
 #include <stop_token>

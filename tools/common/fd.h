@@ -1,4 +1,4 @@
-// File descriptors: owned, as pipes, read and written whole.
+// File descriptors, and what is read and written through them.
 #pragma once
 
 #include <cstddef>
@@ -58,7 +58,7 @@ Result<Pipe> MakePipe();
 // Writes everything, however many calls that takes.
 std::optional<Error> WriteAll(int fd, std::string_view data);
 
-// The contents of a regular file (links followed) of at most `maxSize` bytes. Never waits, also not for a pipe's
+// The contents of a regular file (links followed) of at most `maxSize` bytes. Never waits, not even for a pipe's
 // writer.
 Result<std::string> ReadSmallFile(const std::string& path, std::size_t maxSize);
 

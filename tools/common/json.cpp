@@ -1,4 +1,4 @@
-// A failed allocation is null in cJSON, which says so nowhere else.
+// cJSON answers a failed allocation with null; here it becomes std::bad_alloc.
 #include "common/json.h"
 
 #include <new>

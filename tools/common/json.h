@@ -15,7 +15,7 @@
 
 namespace ominspect::json {
 
-// A part of a document, to be read while the document lives; or nothing, of which every part is nothing, too.
+// A part of a document, valid while the document lives; or nothing. Every part of nothing is nothing.
 class View {
 public:
     View() = default;
@@ -39,8 +39,8 @@ private:
     const cJSON* json_ = nullptr;
 };
 
-// A document, or a part of one to be. Everything throws std::bad_alloc when there is no memory. Texts become valid
-// UTF-8: a stray byte turns into U+FFFD, so text from outside is escaped by the caller if it must stay distinct.
+// A document, or a part to be put into one. Everything throws std::bad_alloc when there is no memory. Texts become
+// valid UTF-8: a stray byte turns into U+FFFD, so text from outside is escaped by the caller if it must stay distinct.
 class Value {
 public:
     static Value Object();

@@ -1,4 +1,4 @@
-// The cursor rests at the beginning of the line below.
+// Between two drawings the cursor is at the beginning of the line below the last one.
 #include "common/live_lines.h"
 
 #include <cstdlib>

@@ -25,7 +25,7 @@ struct Part {
 
     std::size_t Width() const { return IsStray() ? 1 : static_cast<std::size_t>(utf8proc_charwidth(codePoint)); }
 
-    // As a number after `format`, for one unsigned.
+    // Its number, written with a format for one unsigned.
     std::string Formatted(const char* format) const {
         std::array<char, 16> out{};
         const unsigned number = IsStray() ? static_cast<unsigned char>(bytes[0]) : static_cast<unsigned>(codePoint);

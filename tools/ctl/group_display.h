@@ -15,7 +15,7 @@
 
 namespace ominspect::ctl {
 
-// Its functions may be called from any thread, Finish once and last.
+// The functions may be called from any thread. Finish is called once, and last.
 class GroupDisplay {
 public:
     // `onBroken` is called, perhaps more than once, when the output cannot be written any more.
@@ -31,7 +31,7 @@ public:
     // Says something beside the progress.
     void Say(const std::string& text);
 
-    // The end of the run, with the error that ended it early, if any; whether all items passed.
+    // Shows the end of the run, with the error that ended it early, if any. Whether all items passed.
     bool Finish(const std::optional<client::Error>& error);
 
 private:
@@ -52,7 +52,7 @@ private:
     std::string title_;  // of the group that began last; empty before the first
     bool finished_ = false;
     std::condition_variable_any over_;
-    std::jthread ticker_;  // of a terminal
+    std::jthread ticker_;  // draws on a terminal
 };
 
 }  // namespace ominspect::ctl

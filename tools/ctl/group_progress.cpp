@@ -1,4 +1,4 @@
-// What is known of a group run while it goes on, and how it is shown.
+// Rows change with the events; the record then overrules them.
 #include "group_progress.h"
 
 #include <algorithm>

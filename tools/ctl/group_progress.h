@@ -19,14 +19,14 @@ public:
 
     explicit GroupProgress(const std::vector<std::string>& items);
 
-    // `count` items, from the one at `first` on, are now the server's.
+    // The server has now taken `count` items, from the one at `first` on.
     void Begin(std::uint32_t taskId, std::size_t first, std::size_t count);
 
-    // An item began or ended; true when it is one of the group's and that is news. After the record nothing is: it is
-    // somebody else's run.
+    // An item began or ended. True when the item belongs to the group and this is new. After the record every event is
+    // about somebody else's run and false.
     bool OnRun(const client::ItemResult& result, Clock::time_point now);
 
-    // The record of the group that began last: the final word on its items. The rows that it brought news of.
+    // Takes the record of the group that began last, which is final for its items. Returns the rows that it changed.
     std::vector<std::size_t> OnRecord(const client::GroupRecord& record);
 
     // The rows of an item, by its place on the command line.
@@ -37,14 +37,15 @@ public:
     bool Passed() const;
 
     // One row as a line: its status and text, "waiting" before its turn, "not run" when the group was stopped before.
-    // With `now`, for how long a running item has run.
+    // With `now`, a running item also shows for how long it has run.
     std::string Head() const;
     std::string Line(std::size_t at, std::optional<Clock::time_point> now = std::nullopt) const;
 
     // "3 of 9 done, 1 running"
     std::string Summary() const;
 
-    // The rows that a screen of `lines` lines shows while the group runs: those that run, then those that ended last.
+    // Which rows a screen of `lines` lines shows while the group runs: the running ones first, then those that ended
+    // last.
     std::vector<std::size_t> Visible(std::size_t lines) const;
 
     // {"results":[...],"groups":[{"taskId","items"}]}

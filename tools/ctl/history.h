@@ -1,5 +1,5 @@
-// The last result of each item, as far as this user's commands have seen it. The server tells a result when a run ends
-// and has no request that reads it again, so the commands remember what they were told.
+// The last result of each item that this user's commands have seen. The server tells a result when a run ends and has
+// no request that reads it again, so the commands remember what they were told.
 #pragma once
 
 #include <chrono>
@@ -30,11 +30,10 @@ public:
     // passed over.
     void Add(const client::ItemResult& result, TimePoint time);
 
-    // Puts what was added beside what is in the file by now. No error when there is nothing to save, or nowhere to save
-    // it.
+    // Adds the new results to what the file holds by now. Nothing to save, or no place to save it, is no error.
     std::optional<Error> Save();
 
-    // What the file says of an item.
+    // An item's last result according to the file.
     std::optional<LastResult> Find(const std::string& item) const;
 
 private:

@@ -1,4 +1,4 @@
-// The command list: what the server is configured to inspect, and how each item is.
+// The command list: the configured items with their states and last results.
 #include <memory>
 #include <string>
 #include <vector>

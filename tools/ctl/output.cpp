@@ -1,4 +1,4 @@
-// What ominspectctl prints of single items and events.
+// The texts for people are escaped; JSON is escaped when it is printed.
 #include "output.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr std::size_t kLongestName = 31;
 
 constexpr const char* kUnknownHint = "unknown item: no owner has registered it";
 
-// A row of the table of a run, whose widths are known before its texts are.
+// A row of the table of a run. Rows are printed one by one, so the widths are fixed beforehand.
 std::string Columns(std::size_t nameWidth, const std::string& name, const std::string& status, const std::string& time,
                     const std::string& text) {
     const std::string blanks(text::WidthOf(time) < kTimeWidth ? kTimeWidth - text::WidthOf(time) : 0, ' ');

@@ -22,8 +22,8 @@ struct RunRow {
     std::optional<std::chrono::milliseconds> duration;
 };
 
-// The table of a run, line by line as the results come: its heads, then a row per item. `nameWidth` is that of the
-// longest item name as shown.
+// The table of a run, printed line by line as the results come: the heads, then one row per item. `nameWidth` is the
+// width of the longest item name as it is shown.
 std::size_t NameWidth(const std::vector<std::string>& items);
 std::string RunHead(std::size_t nameWidth);
 std::string RunLine(std::size_t nameWidth, const RunRow& row);
@@ -33,7 +33,7 @@ json::Value RunJson(const RunRow& row);
 json::Value ErrorJson(const client::Error& error);
 json::Value ErrorJson(std::string_view item, const client::Error& error);
 
-// One configured item; no state when its name cannot be asked for, no result when none was seen.
+// One configured item. It has no state when its name cannot be sent, and no result when none was seen.
 struct ListRow {
     client::ConfiguredItem item;
     std::optional<client::ItemState> state;

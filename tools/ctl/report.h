@@ -20,7 +20,7 @@ void Complain(std::string_view item, const client::Error& error);
 // Saves what the command has seen; a complaint when that cannot be done, which fails no command.
 void SaveHistory(History& history);
 
-// The one answer of a command that failed: complains, prints the error as a document when wanted, and gives its exit
+// What a command that failed does: complains, prints the error as a document when that is wanted, and gives the exit
 // code.
 ExitCode Fail(std::string_view item, const client::Error& error, bool json);
 ExitCode Fail(const client::Error& error, bool json);

@@ -1,4 +1,5 @@
-// The command run: items one after the other, each on the road that suits it.
+// The command run: items one after the other. Those that answer at once are run synchronously, others in the
+// background.
 #include <algorithm>
 #include <memory>
 #include <set>

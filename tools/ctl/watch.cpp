@@ -52,7 +52,7 @@ public:
     int Fd() const { return over_.Get(); }
     ExitCode Code() const { return code_; }
 
-    // What was seen, once the session is over.
+    // The results that were seen. Only to be called when the session is over.
     History& Seen() { return history_; }
 
 private:
@@ -80,9 +80,11 @@ private:
 
     const WatchOptions& options_;
     const UniqueFd over_;
-    bool finished_ = false;      // only of the session's thread
-    std::uint64_t printed_ = 0;  // likewise
-    History history_;            // likewise
+    // Used by the session's thread only:
+    bool finished_ = false;
+    std::uint64_t printed_ = 0;
+    History history_;
+
     std::atomic<ExitCode> code_{kPassed};
 };
 

@@ -13,10 +13,10 @@ namespace ominspect::owner {
 
 // Used by one thread. The command sees /dev/null as its input, two pipes as its outputs, no other descriptor, an
 // empty signal mask, default signal dispositions, and the environment with INSPECT_ITEM and INSPECT_CMD. The process
-// must not ignore SIGCHLD, else exit statuses are lost.
+// must not ignore SIGCHLD, or exit statuses are lost.
 class Child {
 public:
-    // Starts it. The error has its number.
+    // Starts the command. The error has the system's number.
     static Result<Child> Start(const CommandSpec& spec);
 
     // Ends the whole group at once if the leader has not been reaped.
@@ -39,8 +39,8 @@ public:
     // Sends a signal to the whole group.
     void SignalGroup(int signal) const;
 
-    // Once the leader has ended: takes the output that is there, ends what is left of the group, and reaps the
-    // leader. Nothing while it still runs.
+    // When the leader has ended, takes the rest of the output, ends what is left of the group, and reaps the leader.
+    // Returns nothing while the leader still runs.
     std::optional<CommandOutcome> Reap();
 
 private:

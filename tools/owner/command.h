@@ -13,7 +13,7 @@ struct CommandSpec {
     std::string argument;           // its INSPECT_CMD
     // Counted from the request, so that the time spent waiting for a free place is included.
     std::chrono::milliseconds limit{0};
-    // The outcome is not told earlier than this after the request.
+    // The outcome is told this long after the request at the earliest.
     std::chrono::milliseconds settle{0};
     bool atOnce = false;  // starts without regard to the number of commands that run
 };

@@ -1,4 +1,4 @@
-// The owner's configuration: reading and validation.
+// Reading stops at the first mistake, which is told with its line.
 #include "config.h"
 
 #include <algorithm>

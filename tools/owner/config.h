@@ -13,9 +13,9 @@
 // Item: `name`, 1 to 31 bytes, each once in a file; `timeout` in whole seconds (default 30; at most 86400, and at
 // most 270 for a synchronous item, since the server waits 300 s for its answer); `isSync` "true" or "false"
 // (default). Command: an absolute path, run without a shell. Arg, any number up to 64, in order: exactly the
-// text between the tags, blanks included; <Arg/> is an empty argument, and one of nothing but blanks is written
-// with &#32; for the first.
-// Anything else in the file, comments apart, is an error.
+// text between the tags, blanks included. <Arg/> is an empty argument; an argument of blanks only begins with
+// &#32;.
+// Anything else in the file, except comments, is an error.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-// The owner's items and which of them run.
+// An asynchronous item is in `running_` from its start until its outcome is known.
 #include "item_table.h"
 
 #include <future>

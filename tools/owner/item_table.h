@@ -14,8 +14,8 @@
 
 namespace ominspect::owner {
 
-// How long after an item's own limit the server gives its run up. The command's end takes a while, and the
-// owner's word of what happened is worth more than the server's "timeout".
+// How long after an item's own limit the server gives up its run. Ending the command takes a while, and the owner's
+// result says more than the server's "timeout".
 constexpr std::chrono::milliseconds kServerGrace{5000};
 
 class ItemTable {
@@ -25,8 +25,8 @@ public:
 
     struct Times {
         std::chrono::milliseconds termGrace{2000};
-        // The server stores a report that comes before it has digested the answer "running" and then forgets it
-        // over that answer; so no report follows sooner than this.
+        // A report that comes before the server has handled the answer "running" is overwritten by that answer. So no
+        // report follows sooner than this.
         std::chrono::milliseconds settle{500};
     };
 
@@ -36,8 +36,8 @@ public:
 
     // Answers a request in `result`, whose name is set already; false for an item that is not in the table.
     // "stop" ends the item's run: "success" with "stopping", or "fail" with "not running". Anything else is the
-    // argument of a run: a synchronous item's command is waited for; an asynchronous one is answered with
-    // "running" and reported later, and a request for one that runs already joins that run.
+    // argument of a run: a synchronous item's command is waited for; an asynchronous item is answered with "running"
+    // and reported later. A request for an item that already runs joins that run.
     bool Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     // Ends all commands, has their results reported or answered, and refuses further requests.

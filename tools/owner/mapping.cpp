@@ -10,7 +10,7 @@
 namespace ominspect::owner {
 namespace {
 
-// `field` is zeroed before; the text's last byte stays free for the NUL.
+// Fills a field with a text that is cut to leave room for the NUL, and with zeros after it.
 template <std::size_t size>
 void SetField(char (&field)[size], std::string_view text) {
     const std::string_view kept = text::Cut(text, size - 1);

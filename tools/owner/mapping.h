@@ -9,9 +9,9 @@
 //   time limit               "fail"      "time limit of N s passed", as the server itself fails a run that is late
 //   stopped                  "fail"      "stopped"
 //
-// "unknown" says that the check came to no verdict. The line is the first of standard output, else of standard
-// error, that holds more than blanks, up to the performance data's '|'; its control characters are blanks, its
-// stray bytes '?', and it is cut to 127 bytes between characters. Without one: "no output, exit status N".
+// "unknown" means that the check gave no verdict. The line is the first one of standard output, or else of standard
+// error, that is not blank, up to the '|' before the performance data. Control characters become blanks and stray bytes
+// '?', and the line is cut to 127 bytes between characters. Without such a line: "no output, exit status N".
 #pragma once
 
 #include <chrono>

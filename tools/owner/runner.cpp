@@ -1,4 +1,4 @@
-// The supervisor of all commands: one loop over orders, deadlines and descriptors.
+// The supervisor is one loop over orders, deadlines and descriptors.
 #include "runner.h"
 
 #include <algorithm>

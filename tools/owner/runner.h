@@ -16,7 +16,7 @@
 
 namespace ominspect::owner {
 
-// Member functions may be called from any thread; from a Done function, Start and Stop only.
+// Member functions may be called from any thread. A Done function may call Start and Stop only.
 class CommandRunner {
 public:
     // Called once per command, on the supervisor thread; must not throw.

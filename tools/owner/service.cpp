@@ -25,7 +25,7 @@ constexpr const char* kEngineTask = "owner_items";
 constexpr const char* kWatchTask = "owner_watch";
 constexpr std::size_t kArgumentSize = 128;
 
-// The platform's functions carry no context: the process's one table, and the event of the lost bus.
+// The platform's functions carry no context, so these are global: the one table, and the event of the lost bus.
 ItemTable* g_table = nullptr;
 int g_busLost = -1;
 
@@ -105,7 +105,7 @@ std::optional<Error> WaitForEnd(const EndSignals& signals) {
     return OtherError("the message bus was lost");
 }
 
-// The process's place on the bus, left at the end of the scope.
+// Joins the bus, and leaves it at the end of the scope.
 class BusPlace {
 public:
     explicit BusPlace(const std::string& process) : result_(OsProcAttach(process.c_str())) {}

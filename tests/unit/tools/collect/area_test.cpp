@@ -1,4 +1,4 @@
-// The folder that the entries are copied into.
+// The folder that the entries are copied into, and how paths lie to each other.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,20 +12,77 @@ using support::WriteFile;
 
 namespace {
 
-TEST(AreaTest, ATemporaryAreaGoesWithAllThatIsInIt) {
-    const support::WorkingFolder work;
-    ASSERT_EQ(setenv("TMPDIR", work.Path().c_str(), 1), 0);
+class AreaTest : public testing::Test {
+protected:
+    const support::WorkingFolder work_;
+};
+
+TEST_F(AreaTest, ATemporaryAreaGoesWithAllThatIsInIt) {
+    ASSERT_EQ(setenv("TMPDIR", work_.Path().c_str(), 1), 0);
     auto made = TemporaryArea::Make();
     ASSERT_TRUE(made) << made.Failure().text;
     auto area = std::move(*made);
-    EXPECT_EQ(std::filesystem::path(area->Path()).parent_path(), work.Path());
+    EXPECT_EQ(std::filesystem::path(area->Path()).parent_path(), work_.Path());
     EXPECT_EQ(std::filesystem::status(area->Path()).permissions(), std::filesystem::perms::owner_all);
     WriteFile("outside", "x");
     std::filesystem::create_directories(area->Path() + "/a/b");
-    std::filesystem::create_symlink(work / "outside", area->Path() + "/a/link");
+    std::filesystem::create_symlink(work_ / "outside", area->Path() + "/a/link");
     area.reset();
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work.Path()), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work_.Path()), {}), 1);
     EXPECT_EQ(Contents("outside"), "x");
+}
+
+TEST_F(AreaTest, ATemporaryAreaThatCannotBeMadeIsAnError) {
+    ASSERT_EQ(setenv("TMPDIR", (work_ / "missing").c_str(), 1), 0);
+    const auto made = TemporaryArea::Make();
+    ASSERT_FALSE(made);
+    EXPECT_EQ(made.Failure().text, "No such file or directory");
+}
+
+TEST_F(AreaTest, ATemporaryAreaIsInTmpWithoutTmpdir) {
+    for (const char* value : {"", static_cast<const char*>(nullptr)}) {
+        (void)(value == nullptr ? unsetenv("TMPDIR") : setenv("TMPDIR", value, 1));
+        const auto made = TemporaryArea::Make();
+        ASSERT_TRUE(made);
+        EXPECT_TRUE((*made)->Path().starts_with("/tmp/ominspect-")) << (*made)->Path();
+    }
+}
+
+TEST_F(AreaTest, AbsolutePathsAreTidyAndLeaveLinksAlone) {
+    std::filesystem::create_directories("real/sub");
+    std::filesystem::create_symlink("real/sub", "link");
+    EXPECT_EQ(AbsolutePath("a//./b/"), work_ / "a/b");
+    EXPECT_EQ(AbsolutePath("/"), "/");
+    EXPECT_EQ(AbsolutePath("link/x"), work_ / "link/x");
+    EXPECT_EQ(AbsolutePath("link/.."), work_ / "real") << "not the folder of the link";
+    EXPECT_EQ(ResolvedPath("link/x"), work_ / "real/sub/x");
+    EXPECT_EQ(ResolvedPath("link/"), work_ / "real/sub");
+}
+
+TEST_F(AreaTest, InsideIsDecidedByWholeNames) {
+    EXPECT_TRUE(IsInside("/a/b", "/a"));
+    EXPECT_TRUE(IsInside("/a", "/a"));
+    EXPECT_TRUE(IsInside("/a", "/"));
+    EXPECT_FALSE(IsInside("/ab", "/a"));
+    EXPECT_FALSE(IsInside("/a", "/a/b"));
+}
+
+TEST_F(AreaTest, PathsOverlapInBothDirectionsAndThroughLinks) {
+    std::filesystem::create_directories("real/sub");
+    std::filesystem::create_symlink("real", "link");
+    EXPECT_TRUE(Overlap("real", "real/sub"));
+    EXPECT_TRUE(Overlap("real/sub", "real"));
+    EXPECT_TRUE(Overlap("real", "link/sub"));
+    EXPECT_FALSE(Overlap("real", "other"));
+}
+
+TEST_F(AreaTest, APlaceIsRelativeToTheArea) {
+    EXPECT_EQ(PlaceIn("/area", "/area/a/b/"), "a/b");
+    EXPECT_EQ(PlaceIn("/area/", "/area//a"), "a");
+    EXPECT_FALSE(PlaceIn("/area", "/area"));
+    EXPECT_FALSE(PlaceIn("/area", "/other/a"));
+    EXPECT_FALSE(PlaceIn("/area", "/area/a/../b"));
+    EXPECT_FALSE(PlaceIn("/area", "area/a"));
 }
 
 }  // namespace

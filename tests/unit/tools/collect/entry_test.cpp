@@ -50,4 +50,44 @@ TEST_F(EntryTest, SourcesThatCannotBeCopiedAreRefusedBeforehand) {
     EXPECT_EQ(MistakeOf({"/"}), "the area " + work_ / "area" + " lies inside the source /; --area names another one");
 }
 
+TEST(EntryWords, AreStable) {
+    EXPECT_STREQ(OutcomeWord(Outcome::kComplete), "complete");
+    EXPECT_STREQ(OutcomeWord(Outcome::kIncomplete), "incomplete");
+    EXPECT_STREQ(OutcomeWord(Outcome::kCutShort), "cut short");
+    EXPECT_STREQ(OutcomeWord(Outcome::kInterrupted), "interrupted");
+    EXPECT_STREQ(OutcomeWord(Outcome::kMissing), "missing");
+    EXPECT_STREQ(OutcomeWord(Outcome::kRefused), "refused");
+    EXPECT_STREQ(OutcomeWord(Outcome::kFailed), "failed");
+    EXPECT_STREQ(OutcomeWord(Outcome::kNotStarted), "not started");
+    EXPECT_STREQ(KindWord(InspectCopyDirFile), "folder");
+    EXPECT_STREQ(KindWord(InspectCopyFile), "file");
+    EXPECT_STREQ(KindWord(InspectCopyWylogsFile), "system log");
+}
+
+TEST(EntryLimit, IsAtMostAMinuteAndOnlyOfFolders) {
+    EXPECT_EQ(LimitOf({"/a", "/b", 60, InspectCopyDirFile}), std::chrono::seconds(60));
+    EXPECT_EQ(LimitOf({"/a", "/b", 61, InspectCopyDirFile}), std::chrono::seconds(60));
+    EXPECT_EQ(LimitOf({"/a", "/b", 5, InspectCopyWylogsFile}), std::chrono::seconds(5)) << "no backup is kept here";
+    EXPECT_EQ(LimitOf({"/a", "/b", 5, InspectCopyFile}), std::nullopt);
+}
+
+TEST_F(EntryTest, OfAFileAreReadByTheServersLoader) {
+    WriteFile("c.xml",
+              "<c><LogCollect><Log srcPath='/s' dstPath='/d' timeout='7' isFolder='true'/>"
+              "<Log srcPath='/f' dstPath='/e' timeout='x' isFolder='false'/></LogCollect></c>");
+    const auto entries = EntriesOfFile("c.xml");
+    ASSERT_TRUE(entries);
+    ASSERT_EQ(entries->list.size(), 2U);
+    EXPECT_EQ(entries->list[0].source, "/s");
+    EXPECT_EQ(entries->list[0].destination, "/d");
+    EXPECT_EQ(entries->list[0].limit, 7U);
+    EXPECT_EQ(entries->list[0].copy, InspectCopyDirFile);
+    EXPECT_EQ(entries->list[1].copy, InspectCopyFile);
+    EXPECT_EQ(entries->messages, (std::vector<std::string>{"String2Uint32 err,[x] is not digit."}));
+    const auto missing = EntriesOfFile("missing.xml");
+    ASSERT_FALSE(missing);
+    EXPECT_EQ(missing.Failure().code, ErrorCode::kInvalidArgument);
+    EXPECT_TRUE(missing.Failure().text.starts_with("missing.xml: ")) << missing.Failure().text;
+}
+
 }  // namespace

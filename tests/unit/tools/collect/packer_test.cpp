@@ -73,6 +73,12 @@ TEST_F(PackerTest, PacksFilesAndFoldersSortedWithTheirSums) {
     EXPECT_EQ(packed_.files[1].sha256, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(packed_.files[1].bytes, 3U);
     EXPECT_EQ(packed_.files[1].note, "");
+    struct stat status {};
+    ASSERT_EQ(stat("tree/b/two", &status), 0);
+    EXPECT_EQ(packed_.files[1].modified.tv_sec, status.st_mtim.tv_sec);
+    EXPECT_EQ(packed_.files[1].modified.tv_nsec, status.st_mtim.tv_nsec);
+    EXPECT_EQ(packed_.folders, 1U);
+    EXPECT_EQ(packed_.bytes, 3U);
 }
 
 TEST_F(PackerTest, StoresLinksAsLinksAndFollowsNone) {
