@@ -1,7 +1,12 @@
 // What processes may do to each other on the bus: names, claims, restarts, crowds and malformed payloads.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include "support/eventually.h"
+#include "support/process_state.h"
 #include "system.h"
 
 namespace support {
@@ -49,6 +54,46 @@ TEST_F(OnTheBus, TheHostedFormServesTheSameMessages) {
     EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");
     server.Signal(SIGTERM);
     EXPECT_EQ(server.Wait(), 0) << server.Output();
+}
+
+// The server prints a line for messages that it loses, of which nobody reads anything here.
+class Unread : public System, public testing::WithParamInterface<const char*> {
+protected:
+    // Runs the server with its output in a pipe; the reader goes away once it serves messages.
+    Child StartUnread() {
+        const std::string pipe = Folder() + "/output";
+        EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        Child server({"sh", "-c", R"(exec "$0" $1 --library "$2" >"$3" 2>&1)", OMINSPECT_PROGRAM, GetParam(),
+                      OMINSPECT_TEST_LIBRARY, pipe},
+                     {"KIVO_LOG_DIR=" + Folder()});
+        EXPECT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
+        close(reader);
+        return server;
+    }
+};
+
+TEST_P(Unread, TheServerGoesOnWithoutSigpipe) {
+    Child server = StartUnread();
+    const Child owner = StartOwner("owner1", {"never", "ok"});
+    Post(0, R"({"name":"never","cmd":"run"})", "ominspect", "iom_srv_task");
+    for (int i = 0; i < 600; ++i) {
+        Post(9999, "", "ominspect", "iom_srv_task");
+    }
+    EXPECT_EQ(Send(7, "").code, 0x8002000cu);  // the queue is full
+    EXPECT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
+    EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(OnTheBus, Unread, testing::Values("", "--hosted"));
+
+TEST_F(OnTheBus, CommandsOfTheServerGetTheUsualSigpipe) {
+    const Child server = StartServer();
+    constexpr unsigned long kSigpipe = 1UL << (SIGPIPE - 1);
+    EXPECT_EQ(std::stoul(StatusLine(server.Pid(), "SigIgn"), nullptr, 16) & kSigpipe, 0U);
+    EXPECT_NE(std::stoul(StatusLine(server.Pid(), "SigCgt"), nullptr, 16) & kSigpipe, 0U);
 }
 
 TEST_F(OnTheBus, TheServerEndsInOrderWhenAsked) {

@@ -8,6 +8,17 @@
 
 namespace support {
 
+/// The text of a line of a process's status file; empty when there is none.
+inline std::string StatusLine(pid_t pid, const std::string& name) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(name + ":\t")) {
+            return line.substr(name.size() + 2);
+        }
+    }
+    return {};
+}
+
 /// The state letter of a process, 'T' for a stopped one; 'X' for one that does not exist.
 inline char StateOf(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");

@@ -69,6 +69,10 @@ void InstallHandlers() {
     for (const int signal : {SIGTERM, SIGINT, SIGALRM}) {
         (void)sigaction(signal, &action, nullptr);
     }
+    // The server goes on when nobody reads what it prints. A handler and not SIG_IGN, which the commands that the
+    // server starts would inherit.
+    action.sa_handler = [](int /*signal*/) {};
+    (void)sigaction(SIGPIPE, &action, nullptr);
 }
 
 // Returns the exit code when there is nothing to run.

@@ -20,11 +20,13 @@
 #include <utility>
 
 #include "common/records.h"
+#include "common/standard_error.h"
 #include "log_client/line.h"
 #include "log_client/log_file.h"
 
 namespace {
 
+using kivo::WriteToStandardError;
 using kivo::log::LogFile;
 using kivo::log::Record;
 
@@ -34,18 +36,6 @@ constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
 std::string PathOf(const char* fileName) {
     const char* directory = std::getenv("KIVO_LOG_DIR");
     return std::string(directory == nullptr || *directory == '\0' ? "/var/log/kivo" : directory) + '/' + fileName;
-}
-
-// Whole lines even beside other writers: one system call as long as the system takes everything at once.
-void WriteToStandardError(std::string line) {
-    line += '\n';
-    for (size_t done = 0; done < line.size();) {
-        const ssize_t written = write(STDERR_FILENO, line.data() + done, line.size() - done);
-        if (written < 0 && errno != EINTR) {
-            return;  // there is no other place left
-        }
-        done += written > 0 ? static_cast<size_t>(written) : 0;
-    }
 }
 
 class LogClient {

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "common/standard_error.h"
 #include "kivo/os_msg.h"
 
 namespace kivo::msg {
@@ -14,8 +15,12 @@ namespace {
 
 using LogFunc = void (*)(const char*);
 
+constexpr size_t kLineSize = 512;
+
 void ToStandardError(const char* text) {
-    std::fprintf(stderr, "kivo_os_msg: %s\n", text);
+    std::array<char, kLineSize + 32> line{};
+    std::snprintf(line.data(), line.size(), "kivo_os_msg: %s", text);
+    WriteToStandardError(line.data());
 }
 
 std::atomic<uint32_t> g_level{kLogWarning};
@@ -27,7 +32,7 @@ void Log(uint32_t level, const char* format, ...) {
     if (level > g_level.load(std::memory_order_relaxed)) {
         return;
     }
-    std::array<char, 512> line{};
+    std::array<char, kLineSize> line{};
     va_list args;
     va_start(args, format);
     std::vsnprintf(line.data(), line.size(), format, args);
