@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <string_view>
 
@@ -91,8 +92,8 @@ void Take(const void* lock, const char* name) {
 }
 
 void Give(const void* lock) {
-    const auto end = t_held + t_count;
-    const auto found = std::find_if(t_held, end, [lock](const Held& held) { return held.lock == lock; });
+    auto* const end = t_held + t_count;
+    auto* const found = std::find_if(t_held, end, [lock](const Held& held) { return held.lock == lock; });
     if (found != end) {
         std::copy(found + 1, end, found);
         --t_count;
@@ -200,6 +201,7 @@ support::LockTrace::~LockTrace() {
     g_traced = false;
 }
 
+// NOLINTBEGIN(readability-convert-member-functions-to-static): there is a trace only while the object lives
 std::vector<std::string> support::LockTrace::Lines() const {
     const Guard guard;
     return Trace();
@@ -221,8 +223,4 @@ long support::LockTrace::CountUnder(const std::string& lock) const {
     return std::count_if(Trace().begin(), Trace().end(),
                          [end = " under " + lock](const std::string& line) { return line.ends_with(end); });
 }
-
-void support::LockTrace::Clear() {
-    const Guard guard;
-    Trace().clear();
-}
+// NOLINTEND(readability-convert-member-functions-to-static)

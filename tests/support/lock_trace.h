@@ -29,8 +29,6 @@ public:
     long Count(const std::string& line) const;
     long CountFrom(const std::string& start) const;
     long CountUnder(const std::string& lock) const;
-
-    void Clear();
 };
 
 }  // namespace support

@@ -151,6 +151,7 @@ TEST(ResultMgrRealThreadsTest, RunsItemsAndGroupsSideBySideAndComesToRest) {
     std::atomic<bool> done{false};
     std::thread owner(ReportUntil, std::cref(done));
     std::vector<std::thread> threads;
+    threads.reserve(bodies.size());
     for (void (*const body)() : bodies) {
         threads.emplace_back([body, &start] {
             start.arrive_and_wait();
