@@ -94,6 +94,13 @@ TEST_F(InspectLogTest, A399CharacterLineIsKeptWhole) {
     EXPECT_EQ(Last().text, std::string(399, 'a'));
 }
 
+TEST_F(InspectLogTest, AnEmptyLineIsNoFormattingError) {
+    InspectModuleLog(1, "u", 2, 3, "%s", "");
+    EXPECT_EQ(Last().text, "");
+    InspectLog(1, "u", 3, "%s", "");
+    EXPECT_EQ(Last().text, "");
+}
+
 TEST_F(InspectLogTest, PercentSignsInATextAreNoFormat) {
     InspectModuleLog(1, "u", 2, 3, "%s", "100%s %n");
     EXPECT_EQ(Last().text, "100%s %n");

@@ -244,6 +244,20 @@ TEST_F(InspectMsgBlockTest, AnEmptyReplyIs11AndReleased) {
               (Lines{"1 InspectMsg 14: [TransMsgBlockAndFree]: resp data is null", "OsMsgSynRespFree"}));
 }
 
+TEST_F(InspectMsgBlockTest, AReplyWithDataButNoLengthIs11) {
+    TagMsgBlock* reply = ReplyOf({5});
+    reply->dataLen = 0;
+    unsigned char out[4] = {1};
+    EXPECT_EQ(TransMsgBlockAndFree(reply, out, 4), 11U);
+    EXPECT_EQ(out[0], 1);
+}
+
+TEST_F(InspectMsgBlockTest, UnpacksAReplyOfOneByte) {
+    unsigned char out[4] = {};
+    EXPECT_EQ(TransMsgBlockAndFree(ReplyOf({5}), out, 4), 0U);
+    EXPECT_EQ(out[0], 5);
+}
+
 TEST_F(InspectMsgBlockTest, AReplyWithALengthButNoDataIs11AndReleased) {
     TagMsgBlock* reply = ReplyOf({});
     reply->dataLen = 5;

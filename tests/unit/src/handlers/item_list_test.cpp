@@ -29,6 +29,14 @@ protected:
         return Call(Inspect::GetGroupListHandle, message);
     }
 
+    // What calls after it find where they have not written.
+    [[gnu::noinline]] static void FillStack() {
+        volatile unsigned char garbage[65536];
+        for (volatile unsigned char& byte : garbage) {
+            byte = 0xa5;
+        }
+    }
+
     static uint32_t CountIn(const support::Reply& list) {
         uint32_t count = 0;
         EXPECT_EQ(list.bytes.size(), 12296U);
@@ -42,6 +50,11 @@ protected:
 };
 
 }  // namespace
+
+TEST_F(GetGroupListTest, HoldsNothingThatWasLeftOnTheStack) {
+    FillStack();
+    EXPECT_EQ(AskList().bytes, support::Bytes(12296, 0));
+}
 
 TEST_F(GetGroupListTest, BeforeTheConfigurationIsLoadedThereAreNone) {
     EXPECT_EQ(AskNumber().Number(), 0U);

@@ -74,6 +74,11 @@ TEST(JsonGetValueTest, FailsForAValueThatDoesNotFit) {
     EXPECT_EQ(Get(R"({"name":")" + value31 + R"(b"})", "name", 32), kFailed);
 }
 
+TEST(JsonGetValueTest, CopiesAnEmptyStringIntoASingleByte) {
+    EXPECT_EQ(Get(R"({"name":""})", "name", 1), (Got{0, ""}));
+    EXPECT_EQ(Get(R"({"name":"a"})", "name", 1), kFailed);
+}
+
 TEST(JsonGetValueTest, FailsForNullArguments) {
     char out[4] = "abc";
     const JsonText json{R"({"name":"x"})", 12};

@@ -49,6 +49,8 @@ TEST(PayloadTest, TheLastTextMayLackItsNul) {
     Envelope message(0, "a\0bcdef"sv);
     message.Get()->dataLen = 4;
     EXPECT_EQ(PayloadTexts(*message.Get()), (Texts{"a", "bc"}));
+    message.Get()->dataLen = 2;
+    EXPECT_EQ(PayloadTexts(*message.Get()), Texts{"a"});
 }
 
 TEST(PayloadTest, ClientIsTheSendersProcessAndReplyTask) {

@@ -58,20 +58,20 @@ TEST_F(InspectSingleTest, LogsTextNameAndCommandFirst) {
 }
 
 TEST_F(InspectSingleTest, AnUnknownItemIsFinalAndNotSupported) {
-    EXPECT_NE(Do(Request("item", "go")), 0);
+    EXPECT_EQ(Do(Request("item", "go")), 1);
     EXPECT_EQ(Item(), "item|fail|no support");
     EXPECT_EQ(support::LogLines().back(), "1 ResultMgr 13: Get Result fail, name [item]");
 }
 
 TEST_F(InspectSingleTest, MissingMembersAreEmpty) {
-    EXPECT_NE(Do("{}"), 0);
+    EXPECT_EQ(Do("{}"), 1);
     EXPECT_EQ(support::LogLines(),
               (Lines{"3 inspect_dealmsg 19: InspectSingle[{}][][]", "1 ResultMgr 13: Get Result fail, name []"}));
     EXPECT_EQ(Item(), "|fail|no support");
 }
 
 TEST_F(InspectSingleTest, ATextThatIsNoJsonHasNoMembers) {
-    EXPECT_NE(Do("rubbish"), 0);
+    EXPECT_EQ(Do("rubbish"), 1);
     EXPECT_EQ(support::LogLines().at(0), "3 inspect_dealmsg 19: InspectSingle[rubbish][][]");
 }
 
@@ -88,7 +88,7 @@ TEST_F(InspectSingleTest, ANameThatCannotBeCopiedIsLoggedAndTheRequestGoesOn) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");
     kivo::fake::Fail("strcpy_s", 34);
-    EXPECT_NE(Do(Request("item", "go")), 0);
+    EXPECT_EQ(Do(Request("item", "go")), 1);
     EXPECT_EQ(support::LogLines().at(1), "1 inspect_dealmsg 19: InspectSingle cpy err");
     EXPECT_EQ(Item(), "item|success|all well");
 }
@@ -96,7 +96,7 @@ TEST_F(InspectSingleTest, ANameThatCannotBeCopiedIsLoggedAndTheRequestGoesOn) {
 TEST_F(InspectSingleTest, ARunThatEndsAtOnceIsFinal) {
     AddItem("item");
     support::OwnerAnswers("success", "all well");
-    EXPECT_NE(Do(Request("item", "go")), 0);
+    EXPECT_EQ(Do(Request("item", "go")), 1);
     EXPECT_EQ(Item(), "item|success|all well");
     EXPECT_EQ(m_item.startTime, 1700000000000U);
 }
@@ -127,7 +127,7 @@ TEST_F(InspectSingleTest, TheOwnerGetsTheWholeTextAndItsNul) {
 TEST_F(InspectSingleTest, StopAsksTheOwnerPastTheTable) {
     AddItem("item");
     support::OwnerAnswers("success", "stopped");
-    EXPECT_NE(Do(Request("item", "stop")), 0);
+    EXPECT_EQ(Do(Request("item", "stop")), 1);
     EXPECT_EQ(Item(), "item|success|stopped");
     EXPECT_EQ(Stored("item"), "item|idle|init");
     EXPECT_EQ(support::Steps({Kind::kSyncSend, Kind::kBroadcast}), (Lines{"ask 4 of owner:own_task"}));
@@ -136,12 +136,12 @@ TEST_F(InspectSingleTest, StopAsksTheOwnerPastTheTable) {
 TEST_F(InspectSingleTest, StopIsFinalEvenIfTheOwnerSaysRunning) {
     AddItem("item");
     support::OwnerAnswers("running", "");
-    EXPECT_NE(Do(Request("item", "stop")), 0);
+    EXPECT_EQ(Do(Request("item", "stop")), 1);
     EXPECT_EQ(Item(), "item|running|");
 }
 
 TEST_F(InspectSingleTest, StopOfAnUnknownItemIsARunError) {
-    EXPECT_NE(Do(Request("x", "stop")), 0);
+    EXPECT_EQ(Do(Request("x", "stop")), 1);
     EXPECT_EQ(Item(), "x|fail|run err");
 }
 
@@ -149,7 +149,7 @@ TEST_F(InspectSingleTest, DoneResetsTheItemToIdle) {
     AddItem("item");
     g_resultMgr.SetResultStatic("item", "success");
     kivo::fake::ClearJournal();
-    EXPECT_NE(Do(Request("item", "done")), 0);
+    EXPECT_EQ(Do(Request("item", "done")), 1);
     EXPECT_EQ(Stored("item"), "item|idle|init");
     EXPECT_EQ(Item(), "item||done");
     EXPECT_EQ(support::Steps(),
@@ -159,7 +159,7 @@ TEST_F(InspectSingleTest, DoneResetsTheItemToIdle) {
 
 TEST_F(InspectSingleTest, CommandsAreComparedWhole) {
     for (const char* cmd : {"stop2", "sto", "done2", "STOP", ""}) {
-        EXPECT_NE(Do(Request("item", cmd)), 0);
+        EXPECT_EQ(Do(Request("item", cmd)), 1);
         EXPECT_EQ(Item(), "item|fail|no support") << cmd;
     }
 }

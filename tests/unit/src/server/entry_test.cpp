@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
@@ -27,6 +28,7 @@ namespace {
 
 std::vector<OsTaskDescriptor> g_descriptors;
 bool g_initThrows = false;
+int g_flushes = 0;  // of standard output
 
 class EntryTest : public support::PlatformTest {
 protected:
@@ -95,6 +97,12 @@ uint32_t __real_OsTaskRun(const char* procName, const OsTaskDescriptor* tasks, u
 uint32_t __wrap_OsTaskRun(const char* procName, const OsTaskDescriptor* tasks, uint32_t count) {
     g_descriptors.assign(tasks, tasks + count);
     return __real_OsTaskRun(procName, tasks, count);
+}
+
+int __real_fflush(std::FILE* stream);
+int __wrap_fflush(std::FILE* stream) {
+    g_flushes += stream == stdout ? 1 : 0;
+    return __real_fflush(stream);
 }
 
 void __real__ZN9ResultMgr4InitEv(void* self);
@@ -254,7 +262,9 @@ TEST_F(EntryTest, TheHostedServerPrintsTheMessageLayersLines) {
         OsProcDetach();
     });
     testing::internal::CaptureStdout();
+    g_flushes = 0;
     EXPECT_EQ(KivoInspectTaskMain(), 0U);
+    EXPECT_EQ(g_flushes, 1);  // a host may have led its output into a file
     const std::string printed = testing::internal::GetCapturedStdout();
     EXPECT_NE(printed.find("queue full"), std::string::npos) << printed;
     EXPECT_EQ(printed.find('\n'), printed.size() - 1);  // one line, ended

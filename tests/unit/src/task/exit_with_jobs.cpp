@@ -3,6 +3,7 @@
 //
 // Main returns; what is left to look at happens after the job table and the result table have been destroyed, in the
 // destructor of an object that was made before both. It lets the jobs go on only then.
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,6 +20,12 @@
 #include "support/records.h"
 #include "task/inspacet_task.h"
 
+/// Knows where the lock is.
+class InspacetTaskPeer {
+public:
+    static const pthread_mutex_t* Lock() { return InspacetTask::m_tableLock.native_handle(); }
+};
+
 namespace {
 
 enum class Case { kLiveJob, kTimeLimit, kNoJob };
@@ -26,10 +33,12 @@ enum class Case { kLiveJob, kTimeLimit, kNoJob };
 constinit Case g_case = Case::kNoJob;
 constinit std::atomic<bool> g_jobRuns{false};
 constinit std::atomic<bool> g_tablesGone{false};
-constinit std::atomic<int> g_jobCalls{0};   // of the live job, after the tables are gone
-constinit std::atomic<int> g_refusals{0};   // log lines that a job was refused
-constinit std::atomic<int> g_timeouts{0};   // log lines that a time limit was reached
-constinit std::atomic<int> g_destroyed{0};  // registries' locks
+constinit std::atomic<int> g_jobCalls{0};     // of the live job, after the tables are gone
+constinit std::atomic<int> g_refusals{0};     // log lines that a job was refused
+constinit std::atomic<int> g_timeouts{0};     // log lines that a time limit was reached
+constinit thread_local bool t_exits = false;  // the main thread, once main has returned
+constinit std::atomic<int> g_locked{0};       // how often it took the job table's lock since
+constinit std::atomic<int> g_destroyed{0};    // registries' locks
 
 void Expect(bool condition, const char* what) {
     if (!condition) {
@@ -41,6 +50,7 @@ void Expect(bool condition, const char* what) {
 // Made first, so destroyed last.
 struct Last {
     ~Last() {
+        Expect(g_locked == 1, "the job table is destroyed under its lock");
         g_tablesGone = true;
         g_tablesGone.notify_all();
         while (InspacetTask::HasLiveJobs()) {
@@ -90,6 +100,14 @@ void Run(const char* name) {
 
 extern "C" {
 
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);   // NOLINT: the linker makes the names
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {  // NOLINT
+    if (t_exits && mutex == InspacetTaskPeer::Lock()) {
+        ++g_locked;
+    }
+    return __real_pthread_mutex_lock(mutex);
+}
+
 uint32_t __real_OsRwLockDestroy(OsRwLock* lock);   // NOLINT: the linker makes the names
 uint32_t __wrap_OsRwLockDestroy(OsRwLock* lock) {  // NOLINT
     ++g_destroyed;
@@ -134,5 +152,6 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: exit_with_jobs live_job | time_limit | no_job\n");
         return 2;
     }
+    t_exits = true;
     return 0;
 }

@@ -1,6 +1,9 @@
 // How a job's thread is made.
 //
 // The program is linked so that every OsPthreadCreate of the server passes through here.
+#include <pthread.h>
+
+#include <array>
 #include <cstdint>
 
 #include "kivo/os_thread.h"
@@ -41,6 +44,14 @@ TEST_F(InspacetTaskThreadTest, IsMadeWithoutAttributesAndGivenTheIdentifierItsel
     EXPECT_EQ(g_creation.attributes, nullptr);
     EXPECT_EQ(g_creation.entry, &InspacetTask::ThreadFunc);
     EXPECT_EQ(g_creation.argument, id);
+}
+
+TEST_F(InspacetTaskThreadTest, IsCalledInspectJob) {
+    std::array<char, 16> name{};
+    InspacetTask::CreateTask(
+        [&name](TaskData& /*task*/) { pthread_getname_np(pthread_self(), name.data(), name.size()); }, false);
+    ASSERT_TRUE(kivo::fake::Finish());
+    EXPECT_STREQ(name.data(), "inspect_job");
 }
 
 }  // namespace
