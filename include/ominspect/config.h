@@ -51,7 +51,7 @@ public:
     void InitLogCollectList(tinyxml2::XMLElement* root);
 
 private:
-    friend class InspectConfigMgrPeer;  // lets the unit tests take the one instance away
+    friend class InspectConfigMgrPeer;  // lets the unit tests look at the lists and take the one instance away
 
     std::vector<tagKivoOmInspectionItem> inspectItemList;
     std::vector<InspectOneDiagFile> logCollectList;

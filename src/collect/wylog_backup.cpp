@@ -81,7 +81,7 @@ void StopBackupTimer() {
 }
 
 bool MakeBackupDir() {
-    if (OsAccess(kSystemLogBackupDir, 0) == 0 || InspectMkdirMulti(kSystemLogBackupDir) == 0) {
+    if (InspectMkdirMulti(kSystemLogBackupDir) == 0) {
         return true;
     }
     INSPECT_ERROR("Fail to create dir: %s\n", kSystemLogBackupDir);

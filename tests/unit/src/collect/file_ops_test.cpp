@@ -35,6 +35,14 @@ TEST_F(FileOpsTest, MkdirLeavesAnExistingPathAlone) {
     fs::permissions("a", fs::perms(0700));
     EXPECT_EQ(InspectMkdirMulti("a"), 0);
     EXPECT_EQ(ModeOf("a"), 0700U);
+    Write("file", "F");
+    fs::permissions("file", fs::perms(0600));
+    EXPECT_EQ(InspectMkdirMulti("file"), 0);  // whatever it is
+}
+
+TEST_F(FileOpsTest, MkdirTakesAPathWithASlashAtItsEnd) {
+    EXPECT_EQ(InspectMkdirMulti("a/b/"), 0);
+    EXPECT_EQ(ModeOf("a/b"), 0770U);
 }
 
 TEST_F(FileOpsTest, MkdirOfANullPathSaysSo) {
@@ -120,4 +128,12 @@ TEST_F(FileOpsTest, JoinFitsUpTo255Bytes) {
     EXPECT_TRUE(JoinPath(out, "dir", std::string(251, 'n').c_str()));
     EXPECT_EQ(std::string(out.data()), "dir/" + std::string(251, 'n'));
     EXPECT_FALSE(JoinPath(out, "dir", std::string(252, 'n').c_str()));
+}
+
+TEST_F(FileOpsTest, JoinClearsTheRestOfTheBuffer) {
+    PathBuffer out;
+    out.fill('x');
+    EXPECT_TRUE(JoinPath(out, "dir", "name"));
+    PathBuffer expected{"dir/name"};
+    EXPECT_EQ(out, expected);
 }

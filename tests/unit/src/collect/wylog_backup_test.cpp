@@ -2,6 +2,7 @@
 #include "collect/wylog_backup.h"
 
 #include <algorithm>
+#include <fstream>
 
 #include "collect/wylog_files.h"
 #include "ominspect/collect.h"
@@ -78,6 +79,27 @@ TEST_F(WylogBackupTest, WaitsAMinuteBeforeItLooks) {
     EXPECT_TRUE(fs::is_directory(kBackup));
 }
 
+TEST_F(WylogBackupTest, WaitsOnADetachedThreadOfItsOwn) {
+    kivo::fake::ClearJournal();
+    InspectBackupWylogInit();
+    EXPECT_EQ(support::Steps(), Lines{"OsPthreadDetach"});
+    kivo::fake::Pass(1);
+    Lines names;
+    for (const auto& thread : fs::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(thread.path() / "comm"), name);
+        names.push_back(name);
+    }
+    EXPECT_EQ(std::count(names.begin(), names.end(), "wylog_backup"), 1);
+}
+
+TEST_F(WylogBackupTest, WithoutAThreadDoesNothing) {
+    kivo::fake::ClearJournal();
+    kivo::fake::Fail("OsPthreadCreate", 11);
+    StartAndWait();
+    EXPECT_EQ(support::Steps(), Lines{});
+}
+
 TEST_F(WylogBackupTest, WhereItIsNotNeededOnlySaysSo) {
     g_needBackup = false;
     StartAndWait();
@@ -90,8 +112,10 @@ TEST_F(WylogBackupTest, LooksEveryHour) {
     StartAndWait();
     const auto timers = kivo::fake::Timers();
     ASSERT_EQ(timers.size(), 1U);
+    EXPECT_EQ(timers[0].mode, 1U);
     EXPECT_EQ(timers[0].period, 3600U);
     EXPECT_EQ(timers[0].repeat, 1U);
+    EXPECT_EQ(timers[0].callback(timers[0].userData), 0U);
     for (int i = 1; i <= 3; ++i) {
         AddLog(i);
     }
@@ -148,6 +172,18 @@ TEST_F(WylogBackupTest, AFileThatDidNotChangeIsLeftAndOneThatDidIsCopiedAgain) {
                                  "3 InspectFile 15: Copy file [wyapplogcat-log.I1] success"}));
     EXPECT_EQ(Read(std::string(kBackup) + "/" + Log(1)), "more");
     EXPECT_EQ(backups, (Names{Log(2), Log(1)}));
+}
+
+TEST_F(WylogBackupTest, AFileThatChangedIsCopiedToAFileOfItsOwn) {
+    const std::string backup = std::string(kBackup) + "/" + Log(1);
+    AddLog(1);
+    AddLog(9, kBackup);
+    fs::rename(std::string(kBackup) + "/" + Log(9), backup);
+    fs::create_hard_link(backup, "former");
+    std::vector<std::string> backups;
+    BackupAppLogs(kSource, kBackup, true, backups);
+    EXPECT_EQ(Read(backup), "log 1");
+    EXPECT_EQ(Read("former"), "log 9");
 }
 
 TEST_F(WylogBackupTest, Of151TheOldestIsDeleted) {
@@ -216,6 +252,30 @@ TEST_F(WylogBackupTest, ItsListBeginsWithWhatIsThereOldestFirst) {
     EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(1)));  // the oldest made room for 151
     EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(2)));
     EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(151)));
+}
+
+TEST_F(WylogBackupTest, WhatWasThereAtTheStartCountsAlsoOnceItIsGone) {
+    for (int number = 150; number >= 1; --number) {
+        AddLog(number, kBackup);
+    }
+    StartAndWait();
+    fs::remove(std::string(kBackup) + "/" + Log(75));
+    for (int number = 151; number <= 153; ++number) {
+        AddLog(number);
+    }
+    kivo::fake::Pass(3600);
+    EXPECT_FALSE(fs::exists(std::string(kBackup) + "/" + Log(1)));
+    EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(2)));
+    EXPECT_TRUE(fs::exists(std::string(kBackup) + "/" + Log(151)));
+}
+
+TEST_F(WylogBackupTest, AFileInPlaceOfItsFolderIsThereButCannotBeListed) {
+    Write(kBackup, "a file");
+    StartAndWait();
+    EXPECT_EQ(LogLines(),
+              (Lines{"3 InspectFile 15: Start init backup wylog",
+                     "1 InspectFile 15: Failed to open destination directory: device/data/inspect/diag/log/wylogs",
+                     "3 InspectFile 15: create BackupWylogTimer succ"}));
 }
 
 TEST_F(WylogBackupTest, AFolderThatCannotBeMadeEndsIt) {
@@ -295,6 +355,8 @@ TEST_F(WylogBackupTest, ACollectionWithoutAFolderLeavesTheTimerStopped) {
     EXPECT_EQ(LogLines(), (Lines{"3 InspectFile 15: InspectCopyWylogsFile start",
                                  "1 InspectFile 15: Fail to create dir: device/data/inspect/diag/log/wylogs\n"}));
     EXPECT_TRUE(kivo::fake::Timers().empty());
+    InspectCopyWylogsFile(kSource, kBackup, config);
+    EXPECT_EQ(support::Steps({kivo::fake::Kind::kCall}), Lines{"OsTmrDelete(1)"});  // once: it has gone
 }
 
 TEST_F(WylogBackupTest, AMissingFolderIsLoggedWhenItIsListed) {

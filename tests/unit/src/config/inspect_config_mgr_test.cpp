@@ -13,10 +13,14 @@ using support::kDefaultItems;
 using support::Lines;
 using support::LogLines;
 
-/// Takes the one instance away.
+/// Takes the one instance away, and looks at the lists themselves.
 class InspectConfigMgrPeer {
 public:
     static void Forget() { InspectConfigMgr::m_configMgr = nullptr; }
+    static bool ListsAreFull(const InspectConfigMgr& config) {
+        return config.inspectItemList.capacity() == config.inspectItemList.size() &&
+               config.logCollectList.capacity() == config.logCollectList.size();
+    }
 };
 
 namespace {
@@ -169,6 +173,16 @@ TEST_F(InspectConfigMgrTest, LoadingAgainAppends) {
         "<LogCollect><Log srcPath='/b' dstPath='/b' timeout='2' isFolder='true'/></LogCollect></r>");
     EXPECT_EQ(Items(), (Lines{"a warn 1", "b warn 1"}));
     EXPECT_EQ(Entries(), (Lines{"/a /a 1 dir", "/b /b 2 dir"}));
+}
+
+TEST_F(InspectConfigMgrTest, TheListsTakeNoMoreRoomThanTheirElements) {
+    const std::string item = "<DiagnoseItem name='a' level='warn' isSync='true'/>";
+    const std::string entry = "<Log srcPath='/s' dstPath='/d' timeout='1' isFolder='true'/>";
+    Load("<r><DiagnoseList>" + item + item + item + "</DiagnoseList><LogCollect>" + entry + entry + entry +
+         "</LogCollect></r>");
+    EXPECT_EQ(Items().size(), 3U);
+    EXPECT_EQ(Entries().size(), 3U);
+    EXPECT_TRUE(InspectConfigMgrPeer::ListsAreFull(m_config));
 }
 
 TEST_F(InspectConfigMgrTest, DeepNestingIsRefusedAndManyItemsAreNot) {

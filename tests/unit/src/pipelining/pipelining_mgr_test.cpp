@@ -201,6 +201,16 @@ TEST_F(PipeliningMgrTest, WithoutABufferARunIs14AndSendsNothing) {
     EXPECT_EQ(Result(), "before|before|before");
 }
 
+TEST_F(PipeliningMgrTest, WithoutMemoryToFindItsOwnerARunIs14AndSendsNothing) {
+    const std::string name(31, 'n');
+    Register(name);
+    const AllocFailure failure(AllocFailure::Kind::kThrowing, 32);
+    EXPECT_EQ(Run(name), 14U);
+    EXPECT_TRUE(failure.Happened());
+    EXPECT_EQ(support::Steps(), (Lines{"1 PipeliningMgr 17: malloc error when run inspect " + name + "  "}));
+    EXPECT_EQ(Result(), "before|before|before");
+}
+
 TEST_F(PipeliningMgrTest, ARefusedSendIs10) {
     Register("item");
     kivo::fake::Fail("OsMsgSynSend", 0x8002000a);

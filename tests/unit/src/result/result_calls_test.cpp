@@ -1,7 +1,7 @@
 // What the result table calls, and what else has happened by then.
 //
-// The program is linked so that every OsSleep, sleep, OsGetSystemTime, OsMsgBroadcastEvent and OsRwLockWrLock of the
-// server passes through here.
+// The program is linked so that every OsSleep, sleep, OsGetSystemTime, OsMsgBroadcastEvent, OsRwLockWrLock and
+// InspacetTask::StopTask of the server passes through here.
 #include <functional>
 #include <utility>
 #include <vector>
@@ -26,6 +26,7 @@ namespace {
 
 std::vector<uint32_t> g_osSleeps;  // their seconds
 std::vector<uint32_t> g_sleeps;
+std::vector<unsigned int> g_stops;  // the jobs that were asked to stop
 
 // Happen once, before the next call.
 std::function<void()> g_beforeTimeIsRead;
@@ -47,6 +48,13 @@ unsigned __real_sleep(unsigned seconds);
 decltype(OsGetSystemTime) __real_OsGetSystemTime;
 decltype(OsMsgBroadcastEvent) __real_OsMsgBroadcastEvent;
 decltype(OsRwLockWrLock) __real_OsRwLockWrLock;
+
+unsigned int __real__ZN12InspacetTask8StopTaskEjb(unsigned int taskId, bool force);
+
+unsigned int __wrap__ZN12InspacetTask8StopTaskEjb(unsigned int taskId, bool force) {
+    g_stops.push_back(taskId);
+    return __real__ZN12InspacetTask8StopTaskEjb(taskId, force);
+}
 
 uint32_t __wrap_OsSleep(uint32_t seconds) {
     g_osSleeps.push_back(seconds);
@@ -127,6 +135,22 @@ TEST_F(ResultMgrCallsTest, DelItemEndsTheRunAndErasesTheItemThenUnregistersThenS
     EXPECT_EQ(events, (Lines{"event 8: a|running|10%", "event 9: 1"}));
     EXPECT_FALSE(askedToStop);
     EXPECT_TRUE(InspacetTaskPeer::IsAskedToStop(m_taskId));
+}
+
+TEST_F(ResultMgrCallsTest, ReportsAndDeletionsStopTheWaitTimerThatTheyFindAndNoOther) {
+    g_stops.clear();
+    m_mgr.DelItem("a");
+    AddItem("a");
+    Report("a", "success", "not waited for");
+    m_mgr.DelItem("a");
+    EXPECT_EQ(g_stops, std::vector<unsigned int>{});
+    Begin(0);
+    Report("a", "success", "waited for");
+    m_mgr.DelItem("a");
+    EXPECT_EQ(g_stops, std::vector<unsigned int>{m_taskId});
+    Begin(0);
+    m_mgr.DelItem("a");
+    EXPECT_EQ(g_stops.back(), m_taskId);
 }
 
 }  // namespace
