@@ -1,4 +1,4 @@
-// The bus under a session: tasks that receive, and sends that wait for their reply.
+// Messages and events reach this process through its tasks; a send waits for its reply.
 #include "connection.h"
 
 #include <algorithm>
@@ -20,20 +20,20 @@
 namespace ominspect::client {
 namespace {
 
-// The first lane's; those of the others have the lane's number behind it. Results do not come by the task of the
-// events: an event function may be slow.
+// The task of the first lane; the others have the lane's number appended. Events have a task of their own, since an
+// event function may be slow and must not hold up results.
 constexpr std::string_view kMailTask = "ic_task";
 constexpr const char* kEventTask = "ic_events";
 constexpr std::uint32_t kQueueDepth = 1024;
-// A process id is unique on one machine only; several containers on one bus may meet on it.
+// Process ids are unique within one container only, and several containers may share a bus.
 constexpr int kNameAttempts = 8;
-// How long a server that is there may take to say so before it counts as busy.
+// A server that does not answer within this time counts as busy.
 constexpr std::chrono::milliseconds kPresenceLimit{500};
 
-// The platform's task functions carry no context: the process's one connection.
+// The process's one connection, for the task functions, which get no context.
 std::atomic<Connection*> g_connection{nullptr};
 
-// Copies a name that is known to fit, NUL included.
+// Copies a name that is known to fit with its NUL.
 template <std::size_t size>
 void SetName(char (&field)[size], std::string_view name) {
     std::memcpy(field, name.data(), std::min(name.size(), size - 1));
@@ -49,7 +49,7 @@ std::size_t LaneOf(std::string_view task) {
     return lane;
 }
 
-// Under this name, or one made from the process id.
+// Joins the bus under this name or, if it is empty, under one made from the process id.
 std::optional<Error> Attach(std::string name) {
     const bool given = !name.empty();
     const std::string base = given ? name : "ic-" + std::to_string(getpid());
@@ -113,7 +113,7 @@ Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::mill
 
 }  // namespace
 
-// A send that another thread waits for, and may give up.
+// Work that another thread waits for and may abandon.
 struct Call {
     std::mutex mutex;  // guards `reply`
     std::condition_variable_any done;
@@ -155,7 +155,7 @@ std::optional<Error> Connection::Join(std::string_view processName) {
     return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
 }
 
-// The server is the only one that the tasks listen to.
+// The tasks accept messages from the server only.
 Connection* Connection::Addressee(const TagMsgBlock& msg) {
     return std::strcmp(msg.srcProcName, OM_INSPECT_PROC_NAME) == 0 ? g_connection.load() : nullptr;
 }
@@ -219,7 +219,7 @@ void Connection::TakeMail(const TagMsgBlock& msg) {
     }
 }
 
-// An event that is none is passed over: nobody waits for it.
+// A malformed event is ignored, as nobody waits for it.
 void Connection::TellEvent(const TagMsgBlock& msg) const {
     const wire::Bytes data(msg.data, msg.dataLen);
     if (msg.msgId == OM_INSPECT_EVENT_RUN && events_.onRun) {
@@ -272,7 +272,7 @@ Result<std::string> Connection::Cancellable(std::function<Result<std::string>()>
     return cancelled;
 }
 
-// Those that have ended by now go with it.
+// Joins at the same time the threads that have ended by now.
 void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
     const std::lock_guard lock(mutex_);
     abandoned_.remove_if([](Abandoned& send) {
@@ -298,13 +298,13 @@ std::optional<Error> Connection::PostByLane(std::size_t lane, std::uint32_t msgI
     return std::nullopt;
 }
 
-// A lane stays open: the platform has no end of a task before that of the process.
+// A lane stays open, because a task lives as long as the process is on the bus.
 std::optional<Error> Connection::OpenLane(std::size_t lane) {
     const std::lock_guard lock(mutex_);
     for (; openLanes_ <= lane; ++openLanes_) {
         const std::string name = MailTask(openLanes_);
         const OsTaskDescriptor task = TaskOf(name, HandleMail, nullptr);
-        // The first one is there from the beginning, another one since an attempt that failed below.
+        // The task may exist already: the first lane's always does, another's after a subscription that failed.
         const std::uint32_t created = OsTaskCreate(&task);
         if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
             return SendError(created);

@@ -1,4 +1,4 @@
-// The bus under a session: tasks that receive, and sends that wait for their reply.
+// A session's connection to the bus: it sends requests and receives results and events.
 #pragma once
 
 #include <cstdint>
@@ -30,27 +30,27 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    // Joins the bus; once.
+    // Joins the bus. To be called once.
     std::optional<Error> Join(std::string_view processName);
 
-    // Sends a request to the server and waits; the reply's payload, or the error. Waits for `grace` longer than the
-    // limit or after a cancellation: for a request whose answer must be known.
+    // Sends a request to the server, waits, and gives the payload of the reply. A request whose answer must be known
+    // is waited for `grace` longer, beyond the limit or after a cancellation.
     Result<std::string> Ask(std::uint32_t msgId, std::string payload, const Limit& limit, std::uint32_t param = 0,
                             std::chrono::milliseconds grace = {});
 
-    // Sends without a reply; results will come by this lane of the inbox.
+    // Sends a request that has no reply. Its results arrive at this lane of the inbox.
     std::optional<Error> PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload);
 
-    // Calls `work` on a thread of its own, and waits for its result until a cancellation, and then for `grace` longer:
-    // a thread whose caller has gone is left to end by itself, which must not take long after OsProcDetach.
+    // Calls `work` on a new thread and gives its result. After a cancellation it waits for `grace` and then gives up;
+    // the thread then ends by itself, which must not take long after OsProcDetach.
     Result<std::string> Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
                                     std::chrono::milliseconds grace = {});
 
-    // Whether the server is there and answers; false: it is too busy to say so. Cancelled, ServerAbsent,
+    // True: the server is there and answers; false: it is there, but too busy to answer. Cancelled, ServerAbsent,
     // BusUnreachable, Denied.
     Result<bool> CheckPresence(const Limit& limit);
 
-    // Begins to tell the server's events.
+    // Begins to receive the server's events.
     static std::optional<Error> SubscribeEvents();
 
     static std::uint64_t LostEvents();
@@ -70,8 +70,8 @@ private:
 
     const Events events_;
     Inbox inbox_;
-    bool joined_ = false;  // the process's place on the bus is this one's
-    // A send whose caller was cancelled; it ends with its limit or the bus at the latest.
+    bool joined_ = false;  // this object has joined the bus for the process
+    // Work whose caller was cancelled. A send ends at its limit or when the process leaves the bus.
     struct Abandoned {
         std::shared_ptr<Call> call;
         std::thread thread;
@@ -81,7 +81,7 @@ private:
 
     std::mutex mutex_;  // guards `abandoned_` and `openLanes_`
     std::list<Abandoned> abandoned_;
-    std::size_t openLanes_ = 0;  // so many lanes, from the first on, have their task and hear of runs that begin
+    std::size_t openLanes_ = 0;  // the number of lanes that have a task and receive event 8
 };
 
 }  // namespace ominspect::client

@@ -1,4 +1,4 @@
-// The one place for the words of errors that the bus reports.
+// All texts about the bus, the server and the user's rights are here, so that they read the same everywhere.
 #include "failure.h"
 
 #include <pwd.h>
@@ -32,7 +32,7 @@ std::string User() {
     return found != nullptr ? "\"" + std::string(entry.pw_name) + "\" (" + id + ")" : id;
 }
 
-// `what` says what the user may not do.
+// `what` is what the user may not do.
 Error Denied(const std::string& what) {
     return {ErrorCode::kDenied, "access denied: the bus" + At() + " does not let user " + User() + " " + what +
                                     "; add the user to the group \"kivo\" and log in again"};

@@ -1,4 +1,4 @@
-// What the bus's result codes mean to a requester: errors that name the address and the reason.
+// Makes errors that name address and reason from the result codes of the bus.
 #pragma once
 
 #include <cstdint>
@@ -8,16 +8,16 @@
 
 namespace ominspect::client {
 
-// Of a message to the server that failed with this code, which is not OS_MSG_OK.
+// A message to the server failed with this code, which is not OS_MSG_OK.
 Error SendError(std::uint32_t code);
 
-// Of this process's attempt to join the bus under a name; to be called on the thread that tried.
+// This process could not join the bus under this name. To be called on the thread that tried.
 Error JoinError(std::uint32_t code, std::string_view processName);
 
 // The connection to the bus is gone.
 Error BusLostError();
 
-// The server has come back and knows nothing of what it was asked before.
+// The server has restarted and forgotten what it was asked before.
 Error RestartError();
 
 }  // namespace ominspect::client

@@ -1,4 +1,4 @@
-// The whole life of a group run.
+// Starts each group, waits for its record, and stops it.
 #include "ominspect/client/group.h"
 
 #include <algorithm>
@@ -9,9 +9,9 @@
 namespace ominspect::client {
 namespace {
 
-// How often a refused group asks again, and an ending one whether it has ended.
+// How often to ask again for a refused group, and whether a stopped one has ended.
 constexpr std::chrono::milliseconds kAskAgain{250};
-// What the server may need to stop a group; the runner looks at its stop flag once a second.
+// The time that the server may need to stop a group; it looks at the stop flag once a second.
 constexpr std::chrono::milliseconds kStopLimit{6000};
 
 Result<GroupRun> Start(Session& session, std::span<const Request> requests, const GroupOptions& options,
@@ -33,7 +33,7 @@ Result<GroupRun> Start(Session& session, std::span<const Request> requests, cons
     }
 }
 
-// Asks the task to stop until the server knows it no more; whether it came to that.
+// Asks the task to stop until the server no longer knows it. False: it still does at the limit.
 bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
     for (;;) {
         const auto known = session.StopTask(taskId, limit);
@@ -47,7 +47,7 @@ bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
     }
 }
 
-// Before the record: the items that run are asked to stop, and the record may come all the same.
+// Stops a group that has not sent its record. The record may still come, once the items have stopped.
 Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error why) {
     const Limit limit(kStopLimit);
     const auto known = session.StopTask(run.TaskId(), limit);
@@ -78,7 +78,7 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
     }
     for (std::size_t first = 0; first < requests.size(); first += kGroupSlots) {
         const auto slice = requests.subspan(first, std::min(kGroupSlots, requests.size() - first));
-        // Once it has had its turn, the rest belongs to it.
+        // The groups after the first one always wait for their turn.
         auto run = Start(session, slice, options, options.waitForTurn || first > 0, limit);
         if (!run) {
             return run.Failure();
@@ -95,8 +95,8 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
         if (options.onRecord) {
             options.onRecord(*record);
         }
-        // Sent even if the caller has cancelled by now. A server that is too busy to answer has the stop in its queue:
-        // the results are there all the same.
+        // This is done even if the caller has cancelled by now. If the server is too busy to answer, the stop is in its
+        // queue, and the results are there already.
         (void)AwaitEnd(session, run->TaskId(), kStopLimit);
     }
     return std::nullopt;

@@ -1,4 +1,4 @@
-// Results by the lane on which they came and the item that they name.
+// A result belongs to the request that was sent on the same lane for the same item.
 #include "inbox.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 namespace ominspect::client {
 namespace {
 
-// How many records wait of which nobody has asked yet; those of cancelled groups stay.
+// The most records that are kept. Nobody takes the records of cancelled groups.
 constexpr std::size_t kMaxRecords = 16;
 // An owner may report "running" as often as it likes; the newest results are kept.
 constexpr std::size_t kMaxResults = 1024;
@@ -24,7 +24,7 @@ void Inbox::Put(const Address& address, Result<ItemResult> result) {
     }
     Box& box = found->second;
     if (box.origin == RunOrigin::kUnknown) {
-        // The server tells the beginning of a run before its first result, and begins none of an unknown item.
+        // Event 8 comes before the first result of a run. An unknown item has a result, but no run.
         const bool isOwn = box.kind == RequestKind::kCommand || (result && IsUnknownItem(*result));
         box.origin = isOwn ? RunOrigin::kOwn : RunOrigin::kJoined;
     }
@@ -96,7 +96,7 @@ std::optional<std::size_t> Inbox::Expect(const std::string& item, RequestKind ki
             oldest = entry;
         }
     }
-    // Requests that were lost leave lanes behind on which nothing will come.
+    // All lanes are taken: by requests that were lost, for instance, whose results never come.
     if (oldest == boxes_.end()) {
         return std::nullopt;
     }

@@ -1,4 +1,4 @@
-// What the server sends to a session by itself, and who waits for it.
+// Keeps the results and records that the server sends until their requesters take them.
 #pragma once
 
 #include <compare>
@@ -32,31 +32,31 @@ class Inbox {
 public:
     static constexpr std::size_t kLanes = 16;
 
-    // ---- the bus's side; a record that is none is put as the error that says so ----
+    // ---- called when messages arrive; a malformed record arrives as the error that says so ----
 
-    void Put(const Address& address, Result<ItemResult> result);  // dropped when nobody expects it
-    void Put(std::uint32_t taskId, Result<GroupRecord> record);   // kept for a while: its task id may not be known yet
-    void RunBegan(const Address& address);                        // the server told that it began a run of the item
-    void ServerRestarted();  // what was expected of the former server will not come
+    void Put(const Address& address, Result<ItemResult> result);  // dropped if nobody expects it
+    void Put(std::uint32_t taskId, Result<GroupRecord> record);   // kept, as its requester may not know the task id yet
+    void RunBegan(const Address& address);                        // event 8 said that a run of the item began
+    void ServerRestarted();                                       // the results that were expected before will not come
     void BusLost();
 
-    // ---- the requester's side ----
+    // ---- called by requesters ----
 
-    // Which of the server's lives a request belongs to.
+    // Counts the server's restarts. A request belongs to the life in which it was sent.
     std::uint64_t ServerLife() const;
 
-    // Begins to keep the results of a request; gives the lane by which it must be asked for. Nothing when every lane
-    // has somebody who waits for this item.
+    // Begins to keep the results of a request, and gives the lane on which it must be sent. Nothing if on every lane
+    // somebody waits for this item.
     std::optional<std::size_t> Expect(const std::string& item, RequestKind kind);
 
-    // Nobody waits any more, but the results may still come: until the last one, no other request of the item gets this
-    // lane, unless there is no other.
+    // Nobody waits for the request any more, but its results may still come. Until the last one has come, no other
+    // request for the item gets this lane, unless all lanes are in use.
     void Forget(const Address& address);
 
-    // The request was not sent after all.
+    // The request was not sent.
     void Withdraw(const Address& address);
 
-    // What is known so far of where an expected run comes from.
+    // What is known of where an expected run comes from.
     RunOrigin Origin(const Address& address) const;
 
     // The next result of an expected request, or a group's record; nothing when the deadline passes. Cancelled,
@@ -67,10 +67,10 @@ public:
                                                   Limit::Clock::time_point deadline);
 
 private:
-    // The results of one request, from its beginning until its last result has come and nobody waits.
+    // The results of one request. It is kept until the last result has come and nobody waits any more.
     struct Box {
         RequestKind kind;
-        std::uint64_t number;  // counts the requests
+        std::uint64_t number;  // older requests have smaller ones
         bool isExpected = true;
         bool isOwed = true;  // a last result is still to come
         RunOrigin origin = RunOrigin::kUnknown;
@@ -82,7 +82,7 @@ private:
         Result<GroupRecord> content;
     };
 
-    // Waits until `take` gives something.
+    // Waits until `take` returns something.
     template <typename T, typename Take>
     Result<std::optional<T>> Wait(std::uint64_t life, const Limit& limit, Limit::Clock::time_point deadline, Take take);
 

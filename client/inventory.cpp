@@ -1,4 +1,4 @@
-// Puts together what the server and the owners say of their items.
+// Merges the server's list and the owners' lists by item name.
 #include "inventory.h"
 
 #include <map>
@@ -11,7 +11,7 @@
 namespace ominspect::client {
 namespace {
 
-// Called by the platform's library, which nothing may be thrown into.
+// Take is called by the platform's library, so it must not throw.
 struct Taker {
     std::vector<OwnedItem>& owned;
     bool outOfMemory = false;

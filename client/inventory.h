@@ -1,4 +1,4 @@
-// The items of a system: those that are configured, and those that somebody owns.
+// Lists the items of a system: the configured ones, and those that a process owns.
 #pragma once
 
 #include <chrono>
@@ -10,13 +10,13 @@
 
 namespace ominspect::client {
 
-// What one process says; an empty item: it did not answer.
+// One item of a process. The item is empty if the process did not answer.
 struct OwnedItem {
     std::string item;
     ItemOwner owner;
 };
 
-// Appends what the processes on the bus own. Nothing of interest on success. BusUnreachable, Internal.
+// Appends what the processes on the bus own. The text on success is empty. BusUnreachable, Internal.
 Result<std::string> AskOwners(std::vector<OwnedItem>& owned, std::chrono::milliseconds time);
 
 Inventory MakeInventory(Catalogue catalogue, const std::vector<OwnedItem>& owned);

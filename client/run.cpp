@@ -1,4 +1,4 @@
-// One item's run: its turn, its result, and what becomes of it when nobody waits any more.
+// Waits for its turn, runs the item, and stops it if its result is not waited for any more.
 #include "ominspect/client/run.h"
 
 #include <string>
@@ -8,17 +8,18 @@
 namespace ominspect::client {
 namespace {
 
-// The server keeps a run until all who asked for it have their result, which they get once a second.
+// The server keeps an ended run until each requester has its result, which takes up to a second. A run that it never
+// releases is not waited for.
 constexpr std::chrono::milliseconds kAskAgain{250};
 constexpr int kMostHeld = 16;
-// What an owner may need to stop an item, and the server to tell that it has ended.
+// The time for the owner to stop an item and for the server to send the run's last result.
 constexpr std::chrono::milliseconds kStopLimit{6000};
 
 bool IsEndOfLimit(const Error& error) {
     return error.code == ErrorCode::kTimeLimit || error.code == ErrorCode::kCancelled;
 }
 
-// Stops an item that this session has started; says what came of it.
+// Stops an item that this session has started. The text says whether that worked.
 std::string Stop(Session& session, const std::string& item, BackgroundRun& run) {
     const Limit limit(kStopLimit);
     const auto answer = session.Stop(item, limit);
@@ -26,7 +27,7 @@ std::string Stop(Session& session, const std::string& item, BackgroundRun& run) 
         const bool silent = answer.Failure().code == ErrorCode::kTimeLimit;
         return "the item could not be stopped: " + (silent ? "its owner does not answer" : answer.Failure().text);
     }
-    // The server takes requests in their order: a run of which it has told nothing by now was lost.
+    // The server takes requests in order: if it has not begun the run by now, that request was lost.
     if (run.Origin() == RunOrigin::kUnknown) {
         return "the server has not begun the run";
     }

@@ -1,4 +1,4 @@
-// The requests of a session: each is built, sent and its reply decoded.
+// Each request is encoded and sent, and its reply is decoded.
 #include "ominspect/client/session.h"
 
 #include <algorithm>
@@ -14,22 +14,23 @@
 namespace ominspect::client {
 namespace {
 
-// How often somebody who waits for a message asks whether the server is still there; less and less often while it is
-// too busy to answer, as each question stays in its queue.
+// While a requester waits for a message, it asks this often whether the server is still there. It asks less and less
+// often while the server is too busy to answer, since each question stays in the server's queue.
 constexpr std::chrono::seconds kPresencePeriod{2};
 constexpr std::chrono::seconds kLongestPeriod{60};
 
 // How long a process may take to say what it owns.
 constexpr std::chrono::milliseconds kOwnersLimit{2000};
 
-// How much longer the answer to a group's start is waited for: a group whose task id nobody knows cannot be stopped.
+// The answer to a group's start is waited for this much longer, since a group without a known task id cannot be
+// stopped.
 constexpr std::chrono::milliseconds kStartGrace{6000};
 
 wire::Bytes BytesOf(const std::string& text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
-// Waits with `take` for a message of the server, as long as there is a server to send it.
+// Waits with `take` for a message, as long as the server is there.
 template <typename T, typename Take>
 Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
     for (std::chrono::seconds period = kPresencePeriod;;) {
@@ -139,7 +140,7 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
     if (auto over = EndOf(limit)) {
         return *over;
     }
-    // The message itself goes unnoticed when there is no server.
+    // An asynchronous message to an absent server is not reported as an error.
     if (const auto answers = connection_->CheckPresence(limit); !answers) {
         return answers.Failure();
     }
@@ -251,8 +252,8 @@ Result<Inventory> Session::Items(const Limit& limit) {
     return MakeInventory(std::move(*catalogue), *owned);
 }
 
-// The platform knows the process's one place on the bus by itself; that these functions need an object says that
-// there is one.
+// These functions need no data of the session, since the platform has one connection per process. They are members
+// because they need a session that is open.
 
 // NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::optional<Error> Session::Subscribe() {

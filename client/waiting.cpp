@@ -1,4 +1,4 @@
-// The end of a limit as an error, and a sleep that ends with it.
+// A sleep is a wait on a condition that never holds, as only such a wait ends with a token.
 #include "waiting.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What all that waits under a limit has in common.
+// Functions for everything that waits under a limit.
 #pragma once
 
 #include <chrono>

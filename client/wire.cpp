@@ -1,4 +1,4 @@
-// Requests and replies as bytes: JSON through cJSON, records through length-checked copies.
+// Bytes from outside become records only after their size and the ends of their texts are checked.
 #include "wire.h"
 
 #include <cstring>
@@ -96,7 +96,7 @@ Error Malformed(std::string text) {
     return {ErrorCode::kMalformedReply, std::move(text)};
 }
 
-// A text field of a record: its characters before the NUL that must be there.
+// The text in a field of a record; nothing if no NUL ends it.
 template <std::size_t size>
 std::optional<std::string> TextOf(const char (&field)[size]) {
     const std::size_t length = strnlen(field, size);
@@ -106,7 +106,7 @@ std::optional<std::string> TextOf(const char (&field)[size]) {
     return std::string(field, length);
 }
 
-// The same, cut where it does not end.
+// The same, but a text that no NUL ends is cut at the end of its field.
 template <std::size_t size>
 std::string CutTextOf(const char (&field)[size]) {
     return std::string(field, strnlen(field, size));
@@ -157,7 +157,7 @@ Result<std::string> EncodeGroup(std::span<const Request> requests) {
 
 namespace {
 
-// A record of this type, which the bytes must be of exactly.
+// A record of this type. The bytes must have exactly its size.
 template <typename Record>
 Result<Record> RecordOf(Bytes bytes, const char* what) {
     Record record{};
@@ -179,7 +179,7 @@ Result<ItemResult> ResultOf(const tagKivoOmInspectionResult& raw) {
     return ItemResult{std::move(*name), std::move(*status), std::move(*text)};
 }
 
-// The latest time that the calendar's clock can hold.
+// The latest time that SystemTime can hold, in ms.
 constexpr std::uint64_t kLatest = static_cast<std::uint64_t>(
     std::chrono::duration_cast<std::chrono::milliseconds>(SystemTime::max().time_since_epoch()).count());
 
@@ -254,7 +254,7 @@ Result<RunReply> DecodeRunReply(Bytes reply, std::string_view item) {
     if (!decoded) {
         return decoded.Failure();
     }
-    // The server does not wait for a result that its owner reports later; its reply then names no item.
+    // If the owner reports later, the server does not wait, and its reply names no item.
     if (decoded->name.empty() && IsUnknownItem(*decoded)) {
         return RunReply{{std::string(item), "running", "the owner reports later"}, true};
     }

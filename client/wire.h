@@ -21,10 +21,10 @@ Result<std::string> EncodeRequest(const Request& request);
 // The texts of 1 to 32 requests, each with its NUL, and an empty one. InvalidArgument, Internal.
 Result<std::string> EncodeGroup(std::span<const Request> requests);
 
-// The reply to a run of `item`. Refused: empty; MalformedReply: no result record, or another item's.
+// The reply to a run of `item`. Refused: empty; MalformedReply: not a result record, or one of another item.
 Result<RunReply> DecodeRunReply(Bytes reply, std::string_view item);
 
-// The reply to a state request. Refused: the server saw no name; MalformedReply: not one of its answers.
+// The reply to a state request. Refused: the server saw no name; MalformedReply: any other answer.
 Result<ItemState> DecodeStateReply(Bytes reply);
 
 // The reply to a group request: the task's id. GroupBusy; Refused: no worker, or an empty reply; MalformedReply.
@@ -46,15 +46,15 @@ Result<GroupRecord> DecodeGroupRecord(Bytes bytes);
 // A 192-byte result record. MalformedReply: another size, or a text without its NUL.
 Result<ItemResult> DecodeResult(Bytes record);
 
-// Whom a record concerns that may be malformed otherwise: a result's item, a group record's task. Nothing when the
-// bytes do not even hold that.
+// The item of a result and the task of a group record, which may be malformed otherwise. Nothing if the bytes do not
+// hold that either.
 std::optional<std::string> ItemOf(Bytes record);
 std::optional<std::uint32_t> TaskOf(Bytes record);
 
-// Whether the result of a run event says that a run began: the server's own words, before the owner is asked.
+// Whether the result of event 8 says that a run began. The server sends these words before it asks the owner.
 bool IsBeginning(const ItemResult& result);
 
-// The data of the busy event: true for busy. MalformedReply: neither of its values.
+// The data of the busy event: true for busy. MalformedReply: any other value.
 Result<bool> DecodeBusy(Bytes data);
 
 }  // namespace ominspect::client::wire

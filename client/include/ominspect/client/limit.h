@@ -7,8 +7,8 @@
 
 namespace ominspect::client {
 
-// Made from a duration alone, or with a token by which another thread ends the call early. A call that must not wait at
-// all is not offered: the least time is 1 ms.
+// A time limit, with an optional token by which another thread can end the call early. A call that does not wait at all
+// is not possible: the least time is 1 ms.
 class Limit {
 public:
     using Clock = std::chrono::steady_clock;
@@ -23,7 +23,7 @@ public:
     const std::stop_token& Cancel() const { return cancel_; }
     bool Cancelled() const { return cancel_.stop_requested(); }
 
-    // Rounded up; 0 when the time is over.
+    // The time that is left, rounded up; 0 when it is over.
     std::chrono::milliseconds Left() const {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - Clock::now());
         return left.count() > 0 ? left : std::chrono::milliseconds(0);

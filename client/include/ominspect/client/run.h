@@ -1,4 +1,4 @@
-// The whole life of one item's run, which holds up nobody else.
+// Runs one item from its start to its result, without holding up other clients.
 #pragma once
 
 #include <functional>
@@ -8,28 +8,28 @@
 namespace ominspect::client {
 
 struct RunOptions {
-    // What to do when the server has a run of the item already, which somebody else asked for or which was left
-    // running: false waits for its end and then runs the item, true takes its result.
+    // The server may have a run of the item already, which another client started or which was left running. False:
+    // waits for its end and then runs the item. True: takes its result.
     bool join = false;
 
-    // What to do when the limit ends before the run: false stops the item, true lets it run on.
+    // The limit may end before the run. False: the item is stopped. True: it goes on.
     bool leaveRunning = false;
 
-    // Called on the calling thread, each may be empty: another run is waited for or joined (at most once); the run goes
-    // on.
+    // Called on the calling thread; each may be empty. onOther: another run is waited for or joined (called once at
+    // most). onRunning: a result with the status "running" came.
     std::function<void()> onOther;
     std::function<void(const ItemResult&)> onRunning;
 };
 
 struct RunOutcome {
     ItemResult result;
-    bool isOther;  // the result of another run: a joined one, or one that ended and that the server does not let go
+    bool isOther;  // the result is that of another run: one that was joined, or one that the server never releases
 };
 
-// Starts an item in the background and waits for its last result; for "stop" and "done" for the one that there is. When
-// the limit ends before, the item is stopped, which may take some seconds, and the error's text says what came of it:
-// whether the item was stopped, goes on, or has not begun. A joined run is left alone, as it is somebody else's. Errors
-// beside Session::Start's and BackgroundRun::Await's: none.
+// Starts an item in the background and waits for its last result. "stop" and "done" have one result only. If the limit
+// ends first, the item is stopped, which may take some seconds; the error's text says whether it was stopped, goes on,
+// or has not begun. A joined run is not stopped, as it is another client's. The errors are those of Session::Start and
+// BackgroundRun::Await.
 Result<RunOutcome> RunItem(Session& session, const Request& request, const RunOptions& options, const Limit& limit);
 
 }  // namespace ominspect::client

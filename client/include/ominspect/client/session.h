@@ -16,9 +16,9 @@
 
 namespace ominspect::client {
 
-// What a session tells by itself. The functions are called one after the other on a thread of the session's;
-// they must not destroy the session and must not throw. An empty one is passed over. While one runs, later
-// events wait in a bounded queue (Session::LostEvents counts what did not fit).
+// Functions that a session calls when something happens; each may be empty. They are called one after the other on a
+// thread of the session's, and must neither destroy the session nor throw. While one runs, later events wait in a
+// bounded queue; Session::LostEvents counts those that did not fit.
 struct Events {
     std::function<void(const ItemResult&)> onRun;  // event 8: a run began or ended
     std::function<void(bool busy)> onBusy;         // event 9: the server became busy, or idle
@@ -27,17 +27,17 @@ struct Events {
 
 class Connection;
 
-// A request that the server handles in the background. Forgetting it does not stop the item. Must not outlive its
-// session; used by one thread at a time.
+// A request that the server handles in the background. Destroying it does not stop the item. It must not outlive its
+// session and is used by one thread at a time.
 class BackgroundRun {
 public:
     BackgroundRun(BackgroundRun&& other) noexcept;
     BackgroundRun& operator=(BackgroundRun&&) = delete;
     ~BackgroundRun();
 
-    // Waits for what the server sends next. A run's last result has a status other than "running"; the one result of
-    // "stop" or "done" is the last whatever its status. Cancelled, TimeLimit, ServerAbsent (also: it restarted and
-    // knows nothing of the run), BusUnreachable, MalformedReply (the owner's result has a text that does not end).
+    // Waits for the next result. A run's last result has a status other than "running"; the one result of "stop" or
+    // "done" is the last whatever its status. Cancelled, TimeLimit, ServerAbsent (also if it restarted and forgot the
+    // run), BusUnreachable, MalformedReply (the owner's result has a text that does not end).
     Result<ItemResult> Next(const Limit& limit);
 
     // Waits for the last result; `onRunning`, if any, is called for each one before it.
@@ -57,14 +57,14 @@ private:
     std::uint64_t serverLife_;
 };
 
-// A group that runs in the server. It must be stopped when its record is there, or it lingers for two minutes in which
-// no other of its name can start. Forgetting it does not stop it. Must not outlive its session; used by one thread at a
-// time.
+// A group that runs in the server. It must be stopped when its record has arrived: otherwise no other group of its name
+// can start for two minutes. Destroying the object does not stop it. It must not outlive its session and is used by one
+// thread at a time.
 class GroupRun {
 public:
     std::uint32_t TaskId() const { return taskId_; }
 
-    // Waits for the record. Errors as BackgroundRun::Next.
+    // Waits for the record. The errors are those of BackgroundRun::Next.
     Result<GroupRecord> Await(const Limit& limit);
 
 private:
@@ -76,47 +76,47 @@ private:
     std::uint64_t serverLife_;
 };
 
-// One per process, since a process joins the bus once. All member functions may be called from any thread; each waits
-// for the server's reply within its limit and fails with TimeLimit or Cancelled after it, with ServerAbsent or
-// BusUnreachable at once when there is nobody to wait for, with InvalidArgument before anything is sent, and with
-// MalformedReply for a reply that is no such record.
+// A process has one session, since it joins the bus once. Any thread may call any function. Each waits for the server's
+// reply within its limit. It fails with TimeLimit or Cancelled when that ends, at once with ServerAbsent,
+// BusUnreachable or Denied, with InvalidArgument before anything is sent, and with MalformedReply for a reply of
+// another form.
 class Session {
 public:
-    // Joins the bus at KIVO_BUS_ADDRESS, else the system bus. `processName` (1 to 15 bytes) is made up from the
-    // process id when empty. InvalidArgument, AlreadyOpen (also: the name is taken), BusUnreachable, Denied, Internal.
+    // Joins the bus at KIVO_BUS_ADDRESS, else the system bus. `processName` has 1 to 15 bytes; an empty one
+    // is made from the process id. InvalidArgument, AlreadyOpen (also: the name is taken), BusUnreachable, Denied,
+    // Internal.
     static Result<std::unique_ptr<Session>> Open(Events events = {}, std::string_view processName = {});
 
-    // Leaves the bus, after the event function that runs has returned. Not to be called from one.
+    // Leaves the bus. It waits for a running event function to return, so it must not be called from one.
     ~Session();
 
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Runs an item synchronously. The server serves nobody else until the item's owner has answered, which may take
-    // five minutes: RunItem (run.h) does without that. `isPending` says that the owner reports later.
+    // Runs an item synchronously. The server serves no other client until the item's owner has answered, which may take
+    // five minutes; RunItem (run.h) avoids that. `isPending`: the owner reports later.
     Result<RunReply> Run(const Request& request, const Limit& limit);
 
-    // Sends a request for an item, which the server handles in the background: the result of an item whose owner
-    // answers at once is the one result of its run. Every call sends: the server lets a request join a run that is
-    // under way (BackgroundRun::Origin). InvalidArgument also when 16 requests of this session wait for the item.
-    // RunItem (run.h) does the whole of it.
+    // Sends a request for any item, which the server handles in the background. If the item runs already, the request
+    // joins that run (BackgroundRun::Origin). InvalidArgument also if 16 requests of this session wait for the item.
+    // RunItem (run.h) also waits for its turn and stops what it started.
     Result<BackgroundRun> Start(const Request& request, const Limit& limit);
 
-    // Asks an item's owner to stop it, and gives the owner's answer. Whoever waits for a run of it gets the run's last
-    // result from the server.
+    // Asks an item's owner to stop it, and gives the owner's answer. The last result of the run goes to those who wait
+    // for the run.
     Result<ItemResult> Stop(std::string_view item, const Limit& limit);
 
-    // Starts a group of 1 to 32 items. GroupBusy: one of its name runs; Refused: the server has no worker. Waits for
-    // the answer up to 6 s longer than the limit, and as long after a cancellation, since a group whose task id nobody
-    // knows cannot be stopped; after that it may still start. RunGroup (group.h) does the whole of it.
+    // Starts a group of 1 to 32 items. GroupBusy: a group of its name runs; Refused: the server has no worker. Waits
+    // for the answer up to 6 s beyond the limit or a cancellation, since a group without a known task id cannot be
+    // stopped. After that it may still start. RunGroup (group.h) also waits for the record and stops the group.
     Result<GroupRun> StartGroup(std::span<const Request> requests, const Limit& limit);
 
-    // Asks a task to stop: a group's items that have not begun do not begin, the running ones are asked to stop. False:
-    // the server knows no such task, or it has ended.
+    // Asks a task to stop: the items of the group that have not begun do not begin, and the running ones are asked to
+    // stop. False: the server knows no such task, or it has ended.
     Result<bool> StopTask(std::uint32_t taskId, const Limit& limit);
 
-    // Sets an item back to "idle". The server does not say whether it knows the item. Whoever waits for a run of it
-    // gets the status "idle".
+    // Sets an item back to "idle". The server does not say whether it knows the item. Those who wait for a run of it
+    // get the status "idle".
     std::optional<Error> Reset(std::string_view item, const Limit& limit);
 
     // Asks for an item's state.
@@ -125,15 +125,14 @@ public:
     // Asks for the configured items.
     Result<Catalogue> List(const Limit& limit);
 
-    // Asks the server for the configured items, and all processes on the bus for those that they own; the latter get
-    // two seconds. An item whose owner does not use the engine client library, but registers it with a message of its
-    // own, has no owner here.
+    // Asks the server for the configured items, and every process on the bus for the items that it owns; the processes
+    // have two seconds to answer. An owner is listed only if it uses the engine client library.
     Result<Inventory> Items(const Limit& limit);
 
-    // Begins the events onRun and onBusy. They go on when the server restarts. Nothing on success.
+    // Begins the events onRun and onBusy. They continue after a restart of the server. Nothing on success.
     std::optional<Error> Subscribe();
 
-    // Events that were lost because their function was too slow.
+    // The number of events that were lost because the event functions were too slow.
     std::uint64_t LostEvents() const;
 
 private:

@@ -1,4 +1,4 @@
-// What requesters ask of the inspection server and get from it. Texts are bytes from outside, not necessarily UTF-8.
+// Requests to the inspection server and its answers. Texts are bytes from outside, not necessarily UTF-8.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ struct Request {
     std::string cmd;
 };
 
-// What the server makes of a request.
+// How the server handles a request.
 enum class RequestKind {
     kRun,     // the item runs: any number of results with the status "running", then the last one
     kCommand  // "stop" or "done": exactly one result, which may say "running" too
@@ -35,20 +35,20 @@ struct ItemResult {
 // Whether the result says that no owner has registered the item: "fail", "no support".
 bool IsUnknownItem(const ItemResult& result);
 
-// The same for people, with the item's name as it stands.
+// A text that says so, with the item's name unchanged.
 std::string UnknownItemText(std::string_view item);
 
-// Where a run in the background comes from.
+// Whether a run in the background was started by the request.
 enum class RunOrigin {
-    kUnknown,  // the server has told nothing of it yet
+    kUnknown,  // the server has not begun it yet, as far as is known
     kOwn,      // it began after it was asked for
-    kJoined    // the server had a run of the item already, perhaps with another `cmd`, and gives the result of that
+    kJoined    // the server had a run of the item already, perhaps with another `cmd`; the result is that run's
 };
 
 // The reply to a synchronous run.
 struct RunReply {
     ItemResult result;
-    bool isPending;  // the item runs (status "running") for somebody else, or its owner reports later; the server then
+    bool isPending;  // the item runs (status "running") for another client, or its owner reports later; the server then
                      // counts this run until the owner takes the item back
 };
 
@@ -61,12 +61,12 @@ enum class ItemState {
 struct ConfiguredItem {
     std::string name;
     std::string level;  // "error" or "warn"
-    bool isSync;        // its owner answers at once: it may be run synchronously
+    bool isSync;        // its owner answers at once
 };
 
 struct Catalogue {
     std::vector<ConfiguredItem> items;  // in the order of the configuration, at most 256
-    std::uint32_t total;                // as many as are configured
+    std::uint32_t total;                // the number of configured items
 };
 
 // A process that owns an item.
@@ -79,13 +79,13 @@ struct ItemOwner {
 struct Item {
     std::string name;
     std::optional<ConfiguredItem> configuration;
-    std::vector<ItemOwner> owners;  // the server asks the first one that registered; none: see Session::Items
+    std::vector<ItemOwner> owners;  // the server asks the one that registered first
 };
 
 struct Inventory {
     std::vector<Item> items;          // those of the configuration in its order, then the others by name
-    std::uint32_t configured;         // as many as are configured; of these at most 256 are among the items
-    std::vector<std::string> silent;  // processes that did not say in time what they own
+    std::uint32_t configured;         // the number of configured items, of which at most 256 are listed
+    std::vector<std::string> silent;  // processes that did not answer in time
 };
 
 using SystemTime = std::chrono::system_clock::time_point;
@@ -98,13 +98,13 @@ struct GroupItem {
     std::optional<SystemTime> end;    // none: it never ended
 };
 
-// What a group run came to.
+// The result of a group run.
 struct GroupRecord {
     std::uint32_t taskId;
     std::vector<GroupItem> items;  // in the order of the request
 };
 
-// Items of one group request at most.
+// The most items of one group request.
 constexpr std::size_t kGroupSlots = 32;
 
 // Whether an item name can be sent: 1 to 31 bytes without NUL. The error says what is wrong.
