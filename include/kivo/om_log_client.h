@@ -32,8 +32,9 @@ struct KivoOmLogCreation {
 /* Names a created log; 0 is none. */
 typedef uint16_t KivoOmLogHandle;
 
-/* Begins logging under a client name of `length` bytes. EINVAL: null, empty, or longer than 31 bytes;
- * EALREADY: initialised before. */
+/* Begins logging under a client name of `length` bytes. There is one client per process: one that is open already, as a
+ * host process may have opened it, stays as it is, name included, and that is no failure. EINVAL: null, empty, or longer
+ * than 31 bytes. */
 uint32_t KivoOmLogClientInit(const char* clientName, size_t length);
 
 /* Creates or continues a log file in the directory that KIVO_LOG_DIR names (default /var/log/kivo) and
@@ -51,7 +52,7 @@ void KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle handle, const char*
 void KivoOmLogGeneralLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint32_t line,
                                const char* format, ...) __attribute__((format(printf, 5, 6)));
 
-/* Flushes and closes all logs of the process. EPERM: not initialised. */
+/* Flushes and closes all logs of the process, whoever opened the client. EPERM: not initialised. */
 uint32_t KivoOmLogClientUnInit(void);
 
 #pragma GCC visibility pop

@@ -71,9 +71,6 @@ uint32_t KivoOmLogClientInit(const char* clientName, size_t length) {
         return EINVAL;
     }
     RecordCall(lock, "KivoOmLogClientInit(" + std::string(clientName, length) + ")");
-    if (TheClient().initialised) {
-        return EALREADY;
-    }
     TheClient().initialised = true;
     return 0;
 }

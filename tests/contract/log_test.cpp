@@ -56,13 +56,21 @@ TEST_F(LogClientSessionTest, ClientNameHasOneTo31Bytes) {
     EXPECT_EQ(KivoOmLogClientInit("1234567890123456789012345678901", 31), 0U);
 }
 
-TEST_F(LogClientSessionTest, InitialisedOnlyOnceUntilUnInit) {
+TEST_F(LogClientSessionTest, InitialisedUntilUnInit) {
     EXPECT_EQ(KivoOmLogClientUnInit(), kNotInitialised);
     EXPECT_EQ(KivoOmLogClientInit("suite", 5), 0U);
-    EXPECT_EQ(KivoOmLogClientInit("suite", 5), static_cast<uint32_t>(EALREADY));
     EXPECT_EQ(KivoOmLogClientUnInit(), 0U);
     EXPECT_EQ(KivoOmLogClientUnInit(), kNotInitialised);
     EXPECT_EQ(KivoOmLogClientInit("suite", 5), 0U);
+}
+
+TEST_F(LogClientTest, AClientThatIsOpenStaysAsItIs) {
+    const KivoOmLogHandle before = Create("contract.log");
+    EXPECT_EQ(KivoOmLogClientInit("another", 7), 0U);
+    EXPECT_EQ(Create("contract.log"), before);
+    EXPECT_NE(Create("other.log"), before);
+    EXPECT_EQ(KivoOmLogClientUnInit(), 0U);
+    EXPECT_EQ(KivoOmLogClientUnInit(), kNotInitialised);
 }
 
 TEST_F(LogClientSessionTest, NoLogWithoutAnInitialisedClient) {

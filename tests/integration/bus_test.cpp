@@ -96,6 +96,12 @@ TEST_F(OnTheBus, CommandsOfTheServerGetTheUsualSigpipe) {
     EXPECT_NE(std::stoul(StatusLine(server.Pid(), "SigCgt"), nullptr, 16) & kSigpipe, 0U);
 }
 
+TEST_F(OnTheBus, AHostWithALogClientOfItsOwnGetsTheServersLog) {
+    const Child server({OMINSPECT_PROGRAM, "--hosted"}, {"KIVO_LOG_DIR=" + Folder(), "LD_PRELOAD=" HOST_LOG});
+    EXPECT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
+    EXPECT_NE(ServerLog().find(" info host inspect_server/18:"), std::string::npos) << ServerLog();
+}
+
 TEST_F(OnTheBus, TheServerEndsInOrderWhenAsked) {
     Child server = StartServer();
     server.Signal(SIGTERM);

@@ -46,13 +46,11 @@ public:
         return *client;
     }
 
-    uint32_t Init(std::string name) {
+    void Init(std::string name) {
         const std::lock_guard lock(mutex_);
-        if (!name_.empty()) {
-            return EALREADY;
+        if (name_.empty()) {
+            name_ = std::move(name);
         }
-        name_ = std::move(name);
-        return 0;
     }
 
     uint32_t UnInit() {
@@ -173,7 +171,8 @@ uint32_t KivoOmLogClientInit(const char* clientName, size_t length) try {
     if (clientName == nullptr || length == 0 || length > kMaxClientName) {
         return EINVAL;
     }
-    return LogClient::Instance().Init(std::string(clientName, length));
+    LogClient::Instance().Init(std::string(clientName, length));
+    return 0;
 } catch (const std::bad_alloc&) {
     return ENOMEM;
 }
