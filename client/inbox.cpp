@@ -111,7 +111,6 @@ void Inbox::Forget(const Address& address) {
         return;
     }
     found->second.isExpected = false;
-    found->second.results.clear();
     if (!found->second.isOwed) {
         boxes_.erase(found);
     }

@@ -27,9 +27,16 @@ std::string Stop(Session& session, const std::string& item, BackgroundRun& run) 
         const bool silent = answer.Failure().code == ErrorCode::kTimeLimit;
         return "the item could not be stopped: " + (silent ? "its owner does not answer" : answer.Failure().text);
     }
-    // The server takes requests in order: if it has not begun the run by now, that request was lost.
+    // The server takes requests in order: if it has not begun the run by now, that request was lost. The news of the
+    // beginning may take a moment longer, as it arrives on another thread.
     if (run.Origin() == RunOrigin::kUnknown) {
-        return "the server has not begun the run";
+        const auto first = run.Next(kAskAgain);
+        if (run.Origin() == RunOrigin::kUnknown) {
+            return "the server has not begun the run";
+        }
+        if (first && first->status != "running") {
+            return "the item was stopped";
+        }
     }
     return run.Await(limit) ? "the item was stopped" : "the item was asked to stop, but still runs";
 }

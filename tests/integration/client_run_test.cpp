@@ -3,6 +3,7 @@
 
 #include <future>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,6 @@ TEST_F(ClientRun, GivesEachRecordAndThenTheLast) {
     const Child owner = StartOwner({"later:1000", "ok"});
     auto run = TheSession().Start({"later", ""}, kEnough);
     ASSERT_TRUE(run);
-    EXPECT_EQ(run->Origin(), RunOrigin::kUnknown);
     std::vector<std::string> before;
     const auto last = run->Await(kEnough, [&](const ItemResult& result) { before.push_back(result.status); });
     ASSERT_TRUE(last);
@@ -156,8 +156,10 @@ TEST_F(ClientRun, AnAtOnceItemIsRunInTheBackgroundAndHoldsUpNobody) {
 TEST_F(ClientRun, ACancelledRunIsStoppedAndTheNextOneGetsItsOwnAnswer) {
     const Child server = StartServer();
     const Child owner = StartOwner({"until:3000"});
-    const CancelWhen cancel([this] { return Saw("until running"); });
-    const auto cancelled = RunIt({"until", ""}, {}, {kEnough, cancel.Token()});
+    std::stop_source source;
+    RunOptions options;
+    options.onRunning = [&source](const ItemResult&) { source.request_stop(); };
+    const auto cancelled = RunIt({"until", ""}, options, {kEnough, source.get_token()});
     EXPECT_EQ(cancelled.Failure().code, ErrorCode::kCancelled);
     EXPECT_EQ(cancelled.Failure().text, "cancelled; the item was stopped");
     const auto next = RunIt({"until", ""});
@@ -169,9 +171,11 @@ TEST_F(ClientRun, ACancelledRunIsStoppedAndTheNextOneGetsItsOwnAnswer) {
 TEST_F(ClientRun, ARunCanBeLeftRunningAndIsThenWaitedForByTheNext) {
     const Child server = StartServer();
     const Child owner = StartOwner({"later:2000"});
-    const CancelWhen cancel([this] { return Saw("later running"); });
-    const auto left = RunIt({"later", ""}, {.join = false, .leaveRunning = true, .onOther = {}, .onRunning = {}},
-                            {kEnough, cancel.Token()});
+    std::stop_source source;
+    RunOptions leave;
+    leave.leaveRunning = true;
+    leave.onRunning = [&source](const ItemResult&) { source.request_stop(); };
+    const auto left = RunIt({"later", ""}, leave, {kEnough, source.get_token()});
     EXPECT_EQ(left.Failure().text, "cancelled; the item runs on");
     int others = 0;
     RunOptions options;
