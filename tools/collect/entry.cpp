@@ -150,7 +150,9 @@ Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const 
             return WrongUse("the path in the area would be longer than 255 bytes: " + entry.destination);
         }
         if (Overlap(entry.source, entry.destination)) {
-            return WrongUse("the area " + area + " lies inside the source " + source + "; --area names another one");
+            std::string text = "the area ";
+            text.append(area).append(" lies inside the source ").append(source);
+            return WrongUse(text.append("; --area names another one"));
         }
         entries.list.push_back(std::move(entry));
     }

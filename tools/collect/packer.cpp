@@ -84,10 +84,12 @@ public:
         if (const auto error = SortedNames(folder, ".", names)) {
             LeaveOut(path.empty() ? "." : path, error->text);
         }
+        const std::string prefix = path.empty() ? "" : path + '/';
         for (const std::string& name : names) {
             auto error = AskToGoOn();
             if (!error) {
-                error = PackMember(folder, name, path.empty() ? name : path + '/' + name);
+                std::string member = prefix;
+                error = PackMember(folder, name, member.append(name));
             }
             if (error) {
                 return error;
