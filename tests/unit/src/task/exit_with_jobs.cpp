@@ -100,8 +100,8 @@ void Run(const char* name) {
 
 extern "C" {
 
-int __real_pthread_mutex_lock(pthread_mutex_t* mutex);   // NOLINT: the linker makes the names
-int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {  // NOLINT
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);  // NOLINT: the linker makes the names
+[[gnu::visibility("default")]] int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {  // NOLINT
     if (t_exits && mutex == InspacetTaskPeer::Lock()) {
         ++g_locked;
     }
