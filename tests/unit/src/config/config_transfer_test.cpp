@@ -127,6 +127,13 @@ TEST_F(ConfigTransferTest, OnlyTrueIsAFolder) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isFolder] get err."});
 }
 
+TEST_F(ConfigTransferTest, AFolderOf64CharactersIsTooLongToBeRead) {
+    EXPECT_EQ(Folder("<a isFolder='" + std::string(63, 't') + "'/>"), &InspectCopyFile);
+    EXPECT_EQ(LogLines(), Lines{});
+    EXPECT_EQ(Folder("<a isFolder='" + std::string(64, 't') + "'/>"), &InspectCopyFile);
+    EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: config file value [isFolder] strcpy_s err, ret 34."});
+}
+
 TEST_F(ConfigTransferTest, OnlyTrueSetsTheBit) {
     EXPECT_EQ(Bits("<a isSync='true'/>", {"isSync"}), 1);
     EXPECT_EQ(Bits("<a isSync='TRUE'/>", {"isSync"}), 0);
