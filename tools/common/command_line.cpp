@@ -16,7 +16,7 @@ constexpr const char* kFooter =
     "  2    wrong use; nothing was sent\n"
     "  3    the server or the message bus is not reachable, or the server refuses\n"
     "  4    no final result within the time limit\n"
-    "  130  a group was ended by Ctrl-C or SIGTERM, and stopped in the server\n"
+    "  130  ended by Ctrl-C or SIGTERM, which stops what the command has started\n"
     "With several items, the highest of their codes.\n"
     "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
     "doctor: 0 nothing falls back, 1 something does, 2 the file cannot be read.\n"

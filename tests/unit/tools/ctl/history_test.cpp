@@ -161,8 +161,8 @@ TEST_F(HistoryTest, AFolderThatMustNotBeWrittenIsSaidWithThatCause) {
         return {error ? error->text : "no error"};
     });
     std::filesystem::permissions(home_.Path(), std::filesystem::perms(0755));
-    EXPECT_EQ(lines, std::vector<std::string>{"cannot make the folder " + (home_ / "ominspect") +
-                                              ": Permission denied"});
+    EXPECT_EQ(lines,
+              std::vector<std::string>{"cannot make the folder " + (home_ / "ominspect") + ": Permission denied"});
 }
 
 TEST_F(HistoryTest, AHomeThatIsNotThereIsNotMade) {
