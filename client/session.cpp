@@ -252,6 +252,10 @@ Result<Inventory> Session::Items(const Limit& limit) {
     return MakeInventory(std::move(*catalogue), *owned);
 }
 
+std::uint64_t Session::ServerStarts() const {
+    return connection_->Mail().ServerLife();
+}
+
 // These functions need no data of the session, since the platform has one connection per process. They are members
 // because they need a session that is open.
 

@@ -1,56 +1,25 @@
 // Groups as people run them: ominspectctl against a running server and real owners.
 #include <algorithm>
 #include <csignal>
-#include <fstream>
 
-#include "support/eventually.h"
-#include "system.h"
+#include "programs.h"
 
 namespace support {
 namespace {
 
-bool Holds(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-size_t CountOf(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
-class GroupCommand : public System {
+class GroupCommand : public Programs {
 protected:
-    static std::vector<std::string> CommandLine(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {OMINSPECTCTL_PROGRAM, "group"});
-        return arguments;
+    static Outcome Group(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "group");
+        return Ctl(arguments);
     }
 
-    static Outcome Group(const std::vector<std::string>& arguments) { return support::Run(CommandLine(arguments)); }
-
-    static Child StartGroup(const std::vector<std::string>& arguments) { return Child(CommandLine(arguments)); }
-
-    // The owner program with the items of owner.xml.
-    Child StartShippedOwner() {
-        Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"PID_FILE=" + PidFile()});
-        EXPECT_TRUE(EventuallyText("always_ok", "fine")) << owner.Output();
-        TakeEvents();
-        return owner;
-    }
-
-    // The process of the item long_run, once it runs.
-    pid_t AwaitCommand() const {
-        pid_t command = 0;
-        EXPECT_TRUE(Eventually([&] { return static_cast<bool>(std::ifstream(PidFile()) >> command); }));
-        return command;
+    static Child StartGroup(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "group");
+        return StartCtl(arguments);
     }
 
     static bool IsFree() { return Send(7, "always_ok").data == std::vector<unsigned char>{1, 0, 0, 0}; }
-
-private:
-    std::string PidFile() const { return Folder() + "/long_run.pid"; }
 };
 
 TEST_F(GroupCommand, AMixedGroupShowsEveryItemAsItBeginsAndEnds) {
@@ -63,11 +32,11 @@ TEST_F(GroupCommand, AMixedGroupShowsEveryItemAsItBeginsAndEnds) {
     mortal.Kill();
     EXPECT_EQ(group.Wait(), 1) << group.Output();
     const std::string output = group.Output();
-    for (const char* line :
-         {": 6 items\n", "always_ok        running           -  \n", " ms  fine\n", "later_ok         running",
-          " ms  late but fine\n", "never            fail ", " ms  run err\n", "later            running",
-          " ms  timeout\n", "not_there        fail ", "no support (unknown item: no owner has registered it)\n",
-          " ms  it is broken\n", "6 of 6 done\n"}) {
+    for (const char* line : {": 6 items\n", "always_ok        running           -  \n", " ms  fine\n",
+                             "later_ok         running", " ms  late but fine\n", "never            fail ",
+                             " ms  run err\n", "later            running", " ms  timeout\n", "not_there        fail ",
+                             "no support (item unknown: no process has registered \"not_there\" with the server)\n",
+                             " ms  it is broken\n", "6 of 6 done\n"}) {
         EXPECT_TRUE(Holds(output, line)) << line << "\n" << output;
     }
     EXPECT_TRUE(EventuallyAtRest(server));
@@ -262,7 +231,7 @@ TEST_F(GroupCommand, AllConfiguredItemsCanBeRun) {
     const Outcome group = Group({"--all"});
     EXPECT_EQ(group.exitCode, 1) << group.output;
     EXPECT_TRUE(Holds(group.output, ": 25 items\n")) << group.output;
-    EXPECT_EQ(CountOf(group.output, "no support (unknown item: no owner has registered it)\n"), 24U);
+    EXPECT_EQ(CountOf(group.output, "no support (item unknown: no process has registered \""), 24U);
     EXPECT_TRUE(Holds(group.output, "answered by owner1\n"));
     EXPECT_TRUE(Holds(group.output, "25 of 25 done\n"));
 }
@@ -297,6 +266,18 @@ TEST_F(GroupCommand, ATerminalShowsARedrawnTable) {
     EXPECT_TRUE(Holds(group.output, "later_ok   waiting") || Holds(group.output, "later_ok   running"));
     EXPECT_TRUE(Holds(group.output, "2 of 2 done"));
     EXPECT_TRUE(Holds(group.output.substr(group.output.rfind("\x1b[J")), " ms  late but fine\r\n")) << group.output;
+}
+
+TEST_F(GroupCommand, TheFinalTableOnATerminalIsComplete) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    const std::string command = std::string("stty cols 40; ") + OMINSPECTCTL_PROGRAM + " group always_ok not_there";
+    const Outcome group = support::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
+    EXPECT_EQ(group.exitCode, 1) << group.output;
+    const std::string final = group.output.substr(group.output.rfind("\x1b[J"));
+    EXPECT_TRUE(Holds(final, "no support (item unknown: no process has registered \"not_there\" with the server)\r\n"))
+        << group.output;
+    EXPECT_FALSE(Holds(final, "\u2026")) << group.output;
 }
 
 }  // namespace

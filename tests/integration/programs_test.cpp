@@ -1,31 +1,10 @@
 // The programs as people use them: ominspectctl and ominspect-owner against a running server.
-#include <algorithm>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
-#include "support/eventually.h"
-#include "system.h"
+#include "programs.h"
 
 namespace support {
 namespace {
-
-class Programs : public System {
-protected:
-    static Outcome Ctl(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), OMINSPECTCTL_PROGRAM);
-        return support::Run(arguments);
-    }
-
-    // The items of owner.xml, once they are registered.
-    Child StartShippedOwner() {
-        Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE});
-        EXPECT_TRUE(EventuallyText("always_ok", "fine")) << owner.Output();
-        return owner;
-    }
-
-    static bool Holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-};
 
 TEST_F(Programs, ARunThatPassedExitsWithZeroAndShowsNameStatusAndText) {
     const Child server = StartServer();
@@ -52,7 +31,7 @@ TEST_F(Programs, SeveralItemsRunOneAfterTheOtherAndTheHighestCodeCounts) {
     const Outcome run = Ctl({"run", "always_critical", "not_there", "always_ok"});
     EXPECT_EQ(run.exitCode, 1) << run.output;
     const size_t critical = run.output.find("it is broken");
-    const size_t unknown = run.output.find("unknown item");
+    const size_t unknown = run.output.find("item unknown");
     const size_t fine = run.output.find("fine");
     EXPECT_TRUE(critical < unknown && unknown < fine && fine != std::string::npos) << run.output;
     EXPECT_EQ(Ctl({"run", "always_ok", std::string(32, 'n')}).exitCode, 2);
@@ -97,50 +76,6 @@ TEST_F(Programs, ARunWaitsForAnItemThatReportsLater) {
     EXPECT_TRUE(Holds(run.output, R"({"item":"always_ok","status":"success","text":"fine")")) << run.output;
 }
 
-TEST_F(Programs, ARunThatTakesTooLongExitsWithFourAndGoesOnInTheServer) {
-    const Child server = StartServer();
-    const Child owner = StartOwner("owner1", {"later"});
-    const Outcome run = Ctl({"run", "later", "--timeout", "1"});
-    EXPECT_EQ(run.exitCode, 4) << run.output;
-    EXPECT_TRUE(Holds(run.output, "later: no result within the time limit; the item still runs")) << run.output;
-    EXPECT_TRUE(Holds(Ctl({"state", "later"}).output, "not idle"));
-}
-
-// The built-in configuration has bsp_mainboard_ft as a synchronous item and conf_ldapserver_ft as the other kind.
-TEST_F(Programs, ARunTakesTheRoadThatTheConfigurationNames) {
-    const Child server = StartServer();
-    const Child owner = StartOwner("owner1", {"bsp_mainboard_ft@ok", "conf_ldapserver_ft@ok", "ok"});
-    const auto roads = [this] {
-        std::string log = ServerLog();
-        std::vector<std::string> ids;
-        std::istringstream lines(log);
-        for (std::string line; std::getline(lines, line);) {
-            const size_t at = line.find("recv msg id ");
-            if (at == std::string::npos || !Holds(line, "from [ic-")) {
-                continue;
-            }
-            const std::string id = line.substr(at + 12, line.find(' ', at + 12) - at - 12);
-            if (id == "0" || id == "18") {
-                ids.push_back(id);
-            }
-        }
-        return ids;
-    };
-    EXPECT_EQ(Ctl({"run", "bsp_mainboard_ft"}).exitCode, 0);
-    EXPECT_EQ(roads(), std::vector<std::string>{"0"});
-    EXPECT_EQ(Ctl({"run", "conf_ldapserver_ft", "ok"}).exitCode, 0);
-    EXPECT_EQ(roads(), (std::vector<std::string>{"0", "18", "18"}));
-}
-
-TEST_F(Programs, ASynchronousItemWhoseOwnerReportsLaterIsWaitedForAndSaidToBeMisconfigured) {
-    const Child server = StartServer();
-    const Child owner = StartOwner("owner1", {"bsp_mainboard_ft:3000@later"});
-    const Outcome run = Ctl({"run", "bsp_mainboard_ft"});
-    EXPECT_EQ(run.exitCode, 1) << run.output;
-    EXPECT_TRUE(Holds(run.output, "bsp_mainboard_ft gave no result at once")) << run.output;
-    EXPECT_TRUE(Holds(run.output, "timeout")) << run.output;
-}
-
 TEST_F(Programs, AMalformedResultIsSaidAndTheOtherItemsRun) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"size_192", "bsp_mainboard_ft@size_192", "ok"});
@@ -148,19 +83,6 @@ TEST_F(Programs, AMalformedResultIsSaidAndTheOtherItemsRun) {
     EXPECT_EQ(run.exitCode, 3) << run.output;
     EXPECT_TRUE(Holds(run.output, "size_192: a result with a text that does not end")) << run.output;
     EXPECT_TRUE(Holds(run.output, "answered by owner1")) << run.output;
-}
-
-TEST_F(Programs, TheListShowsTheConfiguredItemsAndTheirStates) {
-    const Child server = StartServer();
-    const Child owner = StartOwner("owner1", {"conf_ldapserver_ft@ok"});
-    EXPECT_EQ(Ctl({"run", "conf_ldapserver_ft"}).exitCode, 0);
-    const Outcome list = Ctl({"list"});
-    EXPECT_EQ(list.exitCode, 0);
-    EXPECT_TRUE(Holds(list.output, "bsp_mainboard_ft               error  sync   idle      -\n")) << list.output;
-    EXPECT_TRUE(Holds(list.output, "conf_ldapserver_ft             error  async  not idle  success, ")) << list.output;
-    EXPECT_TRUE(Holds(list.output, ": answered by owner1\n")) << list.output;
-    EXPECT_EQ(std::count(list.output.begin(), list.output.end(), '\n'), 26);
-    EXPECT_TRUE(Holds(Ctl({"list", "--json"}).output, R"("total":25})"));
 }
 
 TEST_F(Programs, AResetSetsAnItemBackToIdle) {
@@ -185,22 +107,27 @@ TEST_F(Programs, WatchShowsTheEventsOfARun) {
     EXPECT_TRUE(Holds(watch.Output(), "always_ok")) << watch.Output();
 }
 
-TEST_F(Programs, StateTellsIdleFromNot) {
-    const Child server = StartServer();
-    const Child owner = StartShippedOwner();
-    EXPECT_EQ(Ctl({"run", "always_ok", "--cmd", "done"}).exitCode, 1);  // a reset has no result to pass
-    EXPECT_TRUE(Holds(Ctl({"state", "always_ok", "--json"}).output, "idle"));
+TEST_F(Programs, WatchSaysWhenTheServerLeavesAndStarts) {
+    Child watch = StartCtl({"watch", "--json", "--count", "5"});
+    ASSERT_TRUE(EventuallySays(watch, "ominspectctl: server absent: no process \"ominspect\" on the bus at " +
+                                          bus_.Address() + "; waiting for it\n"));
+    Child server = StartServer();
+    ASSERT_TRUE(EventuallySays(watch, R"("event":"server","present":true})"));
+    server.Kill();
+    ASSERT_TRUE(EventuallySays(watch, R"("event":"server","present":false})"));
+    Child again = StartServer();
+    EXPECT_TRUE(Eventually([&] { return CountOf(watch.Output(), R"("present":true})") == 2; })) << watch.Output();
+    again.Kill();
+    const Child third = StartServer();  // at once, so that nobody sees it gone
+    EXPECT_EQ(watch.Wait(), 0) << watch.Output();
+    EXPECT_EQ(CountOf(watch.Output(), R"("event":"server")"), 5U) << watch.Output();
 }
 
 TEST_F(Programs, AnOwnerThatIsToldToEndTakesItsItemsBackAndEndsItsCommands) {
     const Child server = StartServer();
-    const std::string pidFile = testing::TempDir() + "/long_run.pid";
-    std::remove(pidFile.c_str());
-    Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"PID_FILE=" + pidFile});
-    EXPECT_TRUE(EventuallyText("always_ok", "fine")) << owner.Output();
+    Child owner = StartShippedOwner();
     RunItem("long_run");
-    pid_t command = 0;
-    EXPECT_TRUE(Eventually([&] { return static_cast<bool>(std::ifstream(pidFile) >> command); }));
+    const pid_t command = AwaitCommand();
     owner.Signal(SIGTERM);
     EXPECT_EQ(owner.Wait(), 0) << owner.Output();
     EXPECT_TRUE(Eventually([&] { return kill(command, 0) != 0; })) << "the command outlived its owner";

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "common/text.h"
+
 namespace ominspect {
 namespace {
 
@@ -14,24 +16,42 @@ constexpr const char* kFooter =
     "  2    wrong use; nothing was sent\n"
     "  3    the server or the message bus is not reachable, or the server refuses\n"
     "  4    no final result within the time limit\n"
-    "  130  a group was ended by Ctrl-C or SIGTERM, and stopped in the server\n"
+    "  130  ended by Ctrl-C or SIGTERM, which stops what the command has started\n"
     "With several items, the highest of their codes.\n"
     "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
     "doctor: 0 nothing falls back, 1 something does, 2 the file cannot be read.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
 
+std::string WrongWord(const std::string& word) {
+    return (word.starts_with('-') ? "no such option: " : "no such command: ") + text::Escaped(word);
+}
+
+// Prints what a parse ended with, which may be the help, and gives the exit code.
+int Refuse(const CLI::App& app, const CLI::Error& end) {
+    return app.exit(end) == 0 ? kPassed : kWrongUse;
+}
+
 int Run(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& add) {
     CLI::App app("Asks the inspection server.", "ominspectctl");
     app.set_version_flag("--version", "ominspectctl " OMINSPECT_VERSION);
     app.footer(kFooter);
     app.require_subcommand(1);
+    app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+        return "ominspectctl: " + CLI::FailureMessage::simple(failed, error);
+    });
     Chosen chosen;
     add(app, chosen);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        // The library only says that there is no command, also when the first word is a wrong one.
+        if (argc > 1 && app.get_subcommands().empty()) {
+            return Refuse(app, CLI::ParseError(WrongWord(argv[1]), CLI::ExitCodes::ExtrasError));
+        }
+        return Refuse(app, error);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kPassed : kWrongUse;
+        return Refuse(app, error);
     }
     const ExitCode code = chosen();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

@@ -2,6 +2,7 @@
 #include "common/live_lines.h"
 
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include <sys/ioctl.h>
@@ -24,6 +25,14 @@ winsize SizeOf(std::FILE* stream) {
     return size;
 }
 
+// A line that is cut says so.
+std::string Fitted(const std::string& line, std::size_t columns) {
+    if (text::WidthOf(line) <= columns) {
+        return line;
+    }
+    return std::string(text::CutToWidth(line, columns - 1)) + "\u2026";
+}
+
 }  // namespace
 
 bool IsTerminal(std::FILE* stream) {
@@ -42,8 +51,7 @@ void LiveLines::Draw(const std::vector<std::string>& lines) {
     Erase();
     (void)std::fputs("\x1b[?7l", stream_);
     for (const std::string& line : lines) {
-        const std::string_view cut = text::CutToWidth(line, columns);
-        (void)std::fprintf(stream_, "%.*s\n", static_cast<int>(cut.size()), cut.data());
+        (void)std::fprintf(stream_, "%s\n", Fitted(line, columns).c_str());
     }
     drawn_ = lines.size();
     (void)std::fputs("\x1b[?7h", stream_);

@@ -23,7 +23,7 @@ public:
     // How many lines the terminal has.
     std::size_t Height() const;
 
-    // Puts these lines in the place of the former ones, each cut to the terminal's width.
+    // Puts these lines in the place of the former ones, each cut to the terminal's width, with an ellipsis.
     void Draw(const std::vector<std::string>& lines);
 
     // Takes them away.

@@ -11,6 +11,7 @@ void AddGroup(CLI::App& app, Chosen& chosen);
 void AddStop(CLI::App& app, Chosen& chosen);
 void AddReset(CLI::App& app, Chosen& chosen);
 void AddState(CLI::App& app, Chosen& chosen);
+void AddWait(CLI::App& app, Chosen& chosen);
 void AddWatch(CLI::App& app, Chosen& chosen);
 
 // ---- the commands that another program carries out ----

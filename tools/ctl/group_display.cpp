@@ -87,7 +87,7 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
     switch (mode_) {
         case Mode::kTerminal:
             if (!title_.empty()) {
-                Redraw(progress_.Visible(progress_.Count()));
+                PrintAll();
             }
             break;
         case Mode::kLines:
@@ -105,6 +105,17 @@ bool GroupDisplay::Finish(const std::optional<client::Error>& error) {
         }
     }
     return progress_.Passed();
+}
+
+// Whole lines: what stays on the screen may wrap.
+void GroupDisplay::PrintAll() {
+    screen_.Erase();
+    Print(title_);
+    Print(progress_.Head());
+    for (std::size_t row = 0; row < progress_.Count(); ++row) {
+        Print(progress_.Line(row));
+    }
+    Print(progress_.Summary());
 }
 
 void GroupDisplay::RedrawWhileItRuns(const std::stop_token& over) {

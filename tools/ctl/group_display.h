@@ -40,6 +40,7 @@ private:
     static Mode ModeOf(bool json);
     void RedrawWhileItRuns(const std::stop_token& over);
     void Redraw(const std::vector<std::size_t>& rows);
+    void PrintAll();
 
     void Print(const std::string& line);
     void CheckOutput() const;

@@ -37,7 +37,9 @@ std::string PathOfHistory() {
     std::string state = Environment("XDG_STATE_HOME");
     if (state.empty() || state[0] != '/') {
         const std::string home = Environment("HOME");
-        if (home.empty() || home[0] != '/') {
+        std::error_code ignored;
+        // A service's user may have a home that is not there, and that nobody wants to have.
+        if (home.empty() || home[0] != '/' || !std::filesystem::is_directory(home, ignored)) {
             return {};
         }
         state = home + "/.local/state";
@@ -125,6 +127,11 @@ Result<UniqueFd> Lock(const std::string& path) {
     return fd;
 }
 
+Error FileError(const std::string& what, Error error) {
+    error.text = text::Escaped(what) + ": " + error.text;
+    return error;
+}
+
 }  // namespace
 
 History::History() : path_(PathOfHistory()), bus_(text::ToUtf8(Environment("KIVO_BUS_ADDRESS"))) {
@@ -145,9 +152,6 @@ void History::Add(const client::ItemResult& result, TimePoint time) {
     if (result.status.empty() || result.status == "running" || result.status == "idle") {
         return;
     }
-    if (client::IsUnknownItem(result)) {
-        return;
-    }
     added_[text::ToUtf8(result.name)] = {text::ToUtf8(result.status), text::ToUtf8(result.text), time};
 }
 
@@ -155,11 +159,15 @@ std::optional<Error> History::Save() {
     if (path_.empty() || added_.empty()) {
         return std::nullopt;
     }
-    std::error_code ignored;  // a folder that could not be made is an error of the lock
-    std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
+    std::error_code failed;
+    const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
+    std::filesystem::create_directories(folder, failed);
+    if (failed) {
+        return FileError("cannot make the folder " + folder.string(), SystemError(failed.value()));
+    }
     const auto lock = Lock(path_ + ".lock");
     if (!lock) {
-        return lock.Failure();
+        return FileError("cannot open " + path_ + ".lock", lock.Failure());
     }
     Buses buses = ReadBuses(path_);
     Items& items = MovedToTheEnd(buses, bus_);
@@ -168,8 +176,8 @@ std::optional<Error> History::Save() {
     }
     KeepLast(items, kMaxItems);
     KeepLast(buses, kMaxBuses);
-    if (auto error = ReplaceFile(path_, Document(buses))) {
-        return error;
+    if (const auto error = ReplaceFile(path_, Document(buses))) {
+        return FileError("cannot write " + path_, *error);
     }
     for (const auto& [item, last] : added_) {
         saved_[item] = last;

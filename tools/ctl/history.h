@@ -26,8 +26,7 @@ public:
     // Of the bus at KIVO_BUS_ADDRESS.
     History();
 
-    // Takes note of a result. One that is none (its status is "running", "idle" or empty, or its item unknown) is
-    // passed over.
+    // Takes note of a result. One that is none (its status is "running", "idle" or empty) is passed over.
     void Add(const client::ItemResult& result, TimePoint time);
 
     // Adds the new results to what the file holds by now. Nothing to save, or no place to save it, is no error.
@@ -39,7 +38,7 @@ public:
 private:
     using Results = std::map<std::string, LastResult>;  // by item, as valid UTF-8
 
-    std::string path_;  // empty: no home folder
+    std::string path_;  // empty: there is no home folder
     std::string bus_;
     Results added_;
     Results saved_;

@@ -1,9 +1,11 @@
-// The command list: the configured items with their states and last results.
+// The command list: configured and owned items, with their owners, states and last results.
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "common/text.h"
 #include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
@@ -14,15 +16,16 @@ namespace {
 
 struct ListOptions {
     std::chrono::seconds limit{10};
+    bool names = false;
     bool json = false;
 };
 
 // The rows of the list; an item whose name cannot be sent has no state.
-client::Result<std::vector<ListRow>> Gather(client::Session& session, const client::Catalogue& catalogue,
+client::Result<std::vector<ListRow>> Gather(client::Session& session, const std::vector<client::Item>& items,
                                             const client::Limit& limit) {
     const History history;
     std::vector<ListRow> rows;
-    for (const client::ConfiguredItem& item : catalogue.items) {
+    for (const client::Item& item : items) {
         ListRow& row = rows.emplace_back(ListRow{item, std::nullopt, history.Find(item.name)});
         if (client::CheckItemName(item.name)) {
             continue;
@@ -31,9 +34,23 @@ client::Result<std::vector<ListRow>> Gather(client::Session& session, const clie
         if (!state) {
             return state.Failure();
         }
-        row.state = *state;
+        row.state = StateOf(*state, !item.owners.empty());
     }
     return rows;
+}
+
+// Says what is missing in the list.
+void ComplainOf(const client::Inventory& inventory) {
+    const auto configured = static_cast<std::size_t>(
+        std::count_if(inventory.items.begin(), inventory.items.end(),
+                      [](const client::Item& item) { return item.configuration.has_value(); }));
+    if (inventory.configured > configured) {
+        Complain("the server lists " + std::to_string(configured) + " of its " + std::to_string(inventory.configured) +
+                 " items");
+    }
+    for (const std::string& process : inventory.silent) {
+        Complain("the process " + text::Escaped(process) + " does not say which items it owns");
+    }
 }
 
 ExitCode List(const ListOptions& options) {
@@ -42,19 +59,23 @@ ExitCode List(const ListOptions& options) {
     if (!session) {
         return Fail(session.Failure(), options.json);
     }
-    const auto catalogue = (*session)->List(limit);
-    if (!catalogue) {
-        return Fail(catalogue.Failure(), options.json);
+    const auto inventory = (*session)->Items(limit);
+    if (!inventory) {
+        return Fail(inventory.Failure(), options.json);
     }
-    const auto rows = Gather(**session, *catalogue, limit);
+    if (options.names) {
+        for (const client::Item& item : inventory->items) {
+            PrintLine(text::Escaped(item.name));
+        }
+        return kPassed;
+    }
+    const auto rows = Gather(**session, inventory->items, limit);
     if (!rows) {
         return Fail(rows.Failure(), options.json);
     }
-    PrintLine(options.json ? ListJson(*rows, catalogue->total) : ListTable(*rows));
-    if (catalogue->total > catalogue->items.size()) {
-        Complain("the server lists " + std::to_string(catalogue->items.size()) + " of its " +
-                 std::to_string(catalogue->total) + " items");
-    }
+    const auto now = std::chrono::system_clock::now();
+    PrintLine(options.json ? ListJson(*rows, inventory->configured, now) : ListTable(*rows, now));
+    ComplainOf(*inventory);
     return kPassed;
 }
 
@@ -63,9 +84,11 @@ ExitCode List(const ListOptions& options) {
 void AddList(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<ListOptions>();
     CLI::App* command =
-        app.add_subcommand("list", "Lists the configured items, with the last results that your commands saw");
+        app.add_subcommand("list", "Lists the items, with their owners and the last results that your commands saw");
     AddLimit(*command, options->limit, "Time limit (default 10)");
+    CLI::Option* names = command->add_flag("--names", options->names, "Print the names only, one in each line");
     AddJson(*command, options->json);
+    names->excludes("--json");
     command->callback([options, &chosen] { chosen = [options] { return List(*options); }; });
 }
 

@@ -13,6 +13,7 @@ void AddCommands(CLI::App& app, Chosen& chosen) {
     ctl::AddStop(app, chosen);
     ctl::AddReset(app, chosen);
     ctl::AddState(app, chosen);
+    ctl::AddWait(app, chosen);
     ctl::AddWatch(app, chosen);
     ctl::AddCollectProgram(app);
 }

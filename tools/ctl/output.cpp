@@ -15,8 +15,6 @@ constexpr std::size_t kStatusWidth = 8;  // holds the usual words
 constexpr std::size_t kTimeWidth = 9;
 constexpr std::size_t kLongestName = 31;
 
-constexpr const char* kUnknownHint = "unknown item: no owner has registered it";
-
 // A row of the table of a run. Rows are printed one by one, so the widths are fixed beforehand.
 std::string Columns(std::size_t nameWidth, const std::string& name, const std::string& status, const std::string& time,
                     const std::string& text) {
@@ -29,12 +27,33 @@ const char* ModeOf(const client::ConfiguredItem& item) {
     return item.isSync ? "sync" : "async";
 }
 
-std::string LastOf(const LastResult& last) {
-    return text::Escaped(last.status) + ", " + LocalDate(last.time) + ": " + text::Escaped(last.text);
+std::chrono::seconds AgeOf(const LastResult& last, TimePoint now) {
+    return std::max(std::chrono::seconds(0), std::chrono::duration_cast<std::chrono::seconds>(now - last.time));
 }
 
-const char* StateOf(client::ItemState state) {
-    return state == client::ItemState::kIdleOrUnknown ? "idle" : "not idle";
+std::string LastOf(const LastResult& last, TimePoint now) {
+    return text::Escaped(last.status) + ", " + Age(AgeOf(last, now)) + ": " + text::Escaped(last.text);
+}
+
+const char* WordOf(ShownState state) {
+    switch (state) {
+        case ShownState::kIdle:
+            return "idle";
+        case ShownState::kNotIdle:
+            return "not idle";
+        case ShownState::kUnknown:
+            break;
+    }
+    return "unknown";
+}
+
+// The processes that own an item, the first one that registered it among them.
+std::string OwnersOf(const client::Item& item) {
+    std::string owners;
+    for (const client::ItemOwner& owner : item.owners) {
+        owners += (owners.empty() ? "" : ", ") + text::Escaped(owner.process);
+    }
+    return owners.empty() ? "-" : owners;
 }
 
 }  // namespace
@@ -54,7 +73,7 @@ std::string RunHead(std::size_t nameWidth) {
 std::string RunLine(std::size_t nameWidth, const RunRow& row) {
     std::string shown = text::Escaped(row.result.text);
     if (client::IsUnknownItem(row.result)) {
-        shown += std::string(" (") + kUnknownHint + ")";
+        shown += " (" + text::Escaped(client::UnknownItemText(row.result.name)) + ")";
     }
     return Columns(nameWidth, text::Escaped(row.result.name), text::Escaped(row.result.status),
                    row.duration ? std::to_string(row.duration->count()) + " ms" : "-", shown);
@@ -67,7 +86,7 @@ json::Value RunJson(const RunRow& row) {
         json.Number("durationMs", static_cast<std::uint64_t>(row.duration->count()));
     }
     if (client::IsUnknownItem(row.result)) {
-        json.Text("hint", kUnknownHint);
+        json.Text("hint", client::UnknownItemText(row.result.name));
     }
     return json;
 }
@@ -84,26 +103,57 @@ json::Value ErrorJson(std::string_view item, const client::Error& error) {
     return json;
 }
 
-std::string ListTable(const std::vector<ListRow>& rows) {
-    std::vector<std::vector<std::string>> table{{"ITEM", "LEVEL", "MODE", "STATE", "LAST RESULT"}};
+ShownState StateOf(client::ItemState state, bool hasOwner) {
+    if (state == client::ItemState::kNotIdle) {
+        return ShownState::kNotIdle;
+    }
+    return hasOwner ? ShownState::kIdle : ShownState::kUnknown;
+}
+
+std::string Age(std::chrono::seconds age) {
+    constexpr std::pair<const char*, std::chrono::seconds> kUnits[] = {
+        {" d ago", std::chrono::hours(24)}, {" h ago", std::chrono::hours(1)}, {" min ago", std::chrono::minutes(1)}};
+    for (const auto& [word, unit] : kUnits) {
+        if (age >= unit) {
+            return std::to_string(age / unit) + word;
+        }
+    }
+    return std::to_string(age.count()) + " s ago";
+}
+
+std::string ListTable(const std::vector<ListRow>& rows, TimePoint now) {
+    std::vector<std::vector<std::string>> table{{kItemHead, "LEVEL", "MODE", "OWNER", "STATE", "LAST RESULT"}};
     for (const ListRow& row : rows) {
-        table.push_back({text::Escaped(row.item.name), text::Escaped(row.item.level), ModeOf(row.item),
-                         row.state ? StateOf(*row.state) : "-", row.last ? LastOf(*row.last) : "-"});
+        const auto& configuration = row.item.configuration;
+        table.push_back({text::Escaped(row.item.name), configuration ? text::Escaped(configuration->level) : "-",
+                         configuration ? ModeOf(*configuration) : "-", OwnersOf(row.item),
+                         row.state ? WordOf(*row.state) : "-", row.last ? LastOf(*row.last, now) : "-"});
     }
     return text::Table(table);
 }
 
-std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total) {
+std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total, TimePoint now) {
     auto items = json::Value::Array();
     for (const ListRow& row : rows) {
         auto item = json::Value::Object();
-        item.Text("item", row.item.name).Text("level", row.item.level).Flag("isSync", row.item.isSync);
+        item.Text("item", row.item.name).Flag("isConfigured", row.item.configuration.has_value());
+        if (const auto& configuration = row.item.configuration) {
+            item.Text("level", configuration->level).Flag("isSync", configuration->isSync);
+        }
+        auto owners = json::Value::Array();
+        for (const client::ItemOwner& one : row.item.owners) {
+            auto owner = json::Value::Object();
+            owner.Text("process", one.process);
+            owners.Add(std::move(owner.Number("timeLimitMs", static_cast<std::uint64_t>(one.timeLimit.count()))));
+        }
+        item.Put("owners", std::move(owners));
         if (row.state) {
-            item.Text("state", StateOf(*row.state));
+            item.Text("state", WordOf(*row.state));
         }
         if (row.last) {
             auto last = json::Value::Object();
             last.Text("status", row.last->status).Text("text", row.last->text).Text("time", UtcTime(row.last->time));
+            last.Number("ageSeconds", static_cast<std::uint64_t>(AgeOf(*row.last, now).count()));
             item.Put("lastResult", std::move(last));
         }
         items.Add(std::move(item));
@@ -113,15 +163,24 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total) {
     return document.Print();
 }
 
-std::string StateTable(std::string_view item, client::ItemState state) {
-    const bool idle = state == client::ItemState::kIdleOrUnknown;
-    return text::Table(
-        {{"ITEM", "STATE"},
-         {text::Escaped(item), idle ? "idle (or unknown to the server)" : "not idle (running, or holding a result)"}});
+std::string UnseenItemText(std::string_view item) {
+    return client::UnknownItemText(item) + ", as far as the owners on the bus show";
 }
 
-std::string StateJson(std::string_view item, client::ItemState state) {
-    return json::Value::Object().Text("item", item).Text("state", StateOf(state)).Print();
+std::string StateTable(std::string_view item, ShownState state) {
+    const std::string word = WordOf(state);
+    return text::Table(
+        {{kItemHead, "STATE"},
+         {text::Escaped(item), state == ShownState::kNotIdle ? word + " (running, or holding a result)" : word}});
+}
+
+std::string StateJson(std::string_view item, ShownState state) {
+    auto json = json::Value::Object();
+    json.Text("item", item).Text("state", WordOf(state));
+    if (state == ShownState::kUnknown) {
+        json.Text("hint", UnseenItemText(item));
+    }
+    return json.Print();
 }
 
 std::string RunEventLine(TimePoint time, const client::ItemResult& result) {
@@ -141,6 +200,14 @@ std::string BusyEventLine(TimePoint time, bool busy) {
 
 std::string BusyEventJson(TimePoint time, bool busy) {
     return json::Value::Object().Text("time", UtcTime(time)).Text("event", busy ? "busy" : "idle").Print();
+}
+
+std::string ServerEventLine(TimePoint time, bool present) {
+    return LocalTime(time) + (present ? "  server started" : "  server left");
+}
+
+std::string ServerEventJson(TimePoint time, bool present) {
+    return json::Value::Object().Text("time", UtcTime(time)).Text("event", "server").Flag("present", present).Print();
 }
 
 }  // namespace ominspect::ctl

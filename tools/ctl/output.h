@@ -33,23 +33,37 @@ json::Value RunJson(const RunRow& row);
 json::Value ErrorJson(const client::Error& error);
 json::Value ErrorJson(std::string_view item, const client::Error& error);
 
-// One configured item. It has no state when its name cannot be sent, and no result when none was seen.
+// What can be said of an item's state. The server says the same of an idle item and of one that it does not know, so an
+// item that no process shows as its own counts as unknown.
+enum class ShownState { kIdle, kNotIdle, kUnknown };
+ShownState StateOf(client::ItemState state, bool hasOwner);
+
+// One item. It has no state when its name cannot be sent, and no result when none was seen.
 struct ListRow {
-    client::ConfiguredItem item;
-    std::optional<client::ItemState> state;
+    client::Item item;
+    std::optional<ShownState> state;
     std::optional<LastResult> last;
 };
 
-std::string ListTable(const std::vector<ListRow>& rows);
-std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total);
+// `now` is what the age of the results is counted to; `total` is the number of configured items.
+std::string ListTable(const std::vector<ListRow>& rows, TimePoint now);
+std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total, TimePoint now);
 
-std::string StateTable(std::string_view item, client::ItemState state);
-std::string StateJson(std::string_view item, client::ItemState state);
+// How long ago something was: "5 s ago", "3 min ago", "2 h ago", "4 d ago".
+std::string Age(std::chrono::seconds age);
+
+// Why an item is said to be unknown that was not run.
+std::string UnseenItemText(std::string_view item);
+
+std::string StateTable(std::string_view item, ShownState state);
+std::string StateJson(std::string_view item, ShownState state);
 
 // Events, one line each, with the time they were received.
 std::string RunEventLine(TimePoint time, const client::ItemResult& result);
 std::string RunEventJson(TimePoint time, const client::ItemResult& result);
 std::string BusyEventLine(TimePoint time, bool busy);
 std::string BusyEventJson(TimePoint time, bool busy);
+std::string ServerEventLine(TimePoint time, bool present);
+std::string ServerEventJson(TimePoint time, bool present);
 
 }  // namespace ominspect::ctl

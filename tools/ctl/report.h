@@ -6,7 +6,7 @@
 
 #include "exit_code.h"
 #include "history.h"
-#include "ominspect/client/error.h"
+#include "ominspect/client/session.h"
 
 namespace ominspect::ctl {
 
@@ -19,6 +19,10 @@ void Complain(std::string_view item, const client::Error& error);
 
 // Saves what the command has seen; a complaint when that cannot be done, which fails no command.
 void SaveHistory(History& history);
+
+// Whether a process on the bus shows the item as its own. The server itself does not say which items it knows, and an
+// owner without the engine client library shows none.
+client::Result<bool> HasOwner(client::Session& session, std::string_view item, const client::Limit& limit);
 
 // What a command that failed does: complains, prints the error as a document when that is wanted, and gives the exit
 // code.

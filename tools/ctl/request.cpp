@@ -23,37 +23,52 @@ struct StopOptions {
     bool json = false;
 };
 
-ExitCode State(const ItemOptions& options) {
-    if (const auto error = client::CheckItemName(options.item)) {
-        return Fail(options.item, *error, options.json);
-    }
-    const auto session = client::Session::Open();
-    if (!session) {
-        return Fail(options.item, session.Failure(), options.json);
-    }
-    const auto state = (*session)->State(options.item, options.limit);
+// Asks for an item's state, and looks for its owner where the server's answer leaves that open.
+client::Result<ShownState> Ask(client::Session& session, const std::string& item, const client::Limit& limit) {
+    const auto state = session.State(item, limit);
     if (!state) {
-        return Fail(options.item, state.Failure(), options.json);
+        return state.Failure();
     }
-    PrintLine(options.json ? StateJson(options.item, *state) : StateTable(options.item, *state));
+    if (*state == client::ItemState::kNotIdle) {
+        return ShownState::kNotIdle;
+    }
+    const auto owned = HasOwner(session, item, limit);
+    if (!owned) {
+        return owned.Failure();
+    }
+    return StateOf(*state, *owned);
+}
+
+// Prints the state, and complains about an item that is unknown.
+ExitCode Show(const ItemOptions& options, ShownState state, const std::string& line) {
+    PrintLine(options.json ? StateJson(options.item, state) : line);
+    if (state == ShownState::kUnknown) {
+        Complain(text::Escaped(UnseenItemText(options.item)));
+        return kFailed;
+    }
     return kPassed;
 }
 
-ExitCode Reset(const ItemOptions& options) {
-    if (const auto error = client::CheckItemName(options.item)) {
+ExitCode State(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
+    const auto state = Ask(session, options.item, limit);
+    if (!state) {
+        return Fail(options.item, state.Failure(), options.json);
+    }
+    return Show(options, *state, StateTable(options.item, *state));
+}
+
+ExitCode Reset(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
+    const auto before = Ask(session, options.item, limit);
+    if (!before) {
+        return Fail(options.item, before.Failure(), options.json);
+    }
+    // Also an item that seems to be unknown: its owner may be one that does not show its items.
+    if (const auto error = session.Reset(options.item, limit)) {
         return Fail(options.item, *error, options.json);
     }
-    const auto session = client::Session::Open();
-    if (!session) {
-        return Fail(options.item, session.Failure(), options.json);
-    }
-    if (const auto error = (*session)->Reset(options.item, options.limit)) {
-        return Fail(options.item, *error, options.json);
-    }
-    // The server says the same for an item that it does not know.
-    PrintLine(options.json ? json::Value::Object().Text("item", options.item).Text("state", "idle").Print()
-                           : text::Escaped(options.item) + " is idle (or unknown to the server)");
-    return kPassed;
+    const ShownState after = *before == ShownState::kUnknown ? ShownState::kUnknown : ShownState::kIdle;
+    return Show(options, after,
+                text::Escaped(options.item) + (after == ShownState::kIdle ? " is idle" : " is idle or unknown"));
 }
 
 ExitCode Stop(const StopOptions& options) {
@@ -74,14 +89,26 @@ ExitCode Stop(const StopOptions& options) {
     return *known ? kPassed : kFailed;
 }
 
-void AddItemCommand(CLI::App& app, Chosen& chosen, const char* name, const char* text,
-                    ExitCode (*run)(const ItemOptions&)) {
+using ItemCommand = ExitCode (*)(client::Session&, const ItemOptions&, const client::Limit&);
+
+ExitCode OnItem(const ItemOptions& options, ItemCommand command) {
+    if (const auto error = client::CheckItemName(options.item)) {
+        return Fail(options.item, *error, options.json);
+    }
+    const auto session = client::Session::Open();
+    if (!session) {
+        return Fail(options.item, session.Failure(), options.json);
+    }
+    return command(**session, options, options.limit);
+}
+
+void AddItemCommand(CLI::App& app, Chosen& chosen, const char* name, const char* text, ItemCommand run) {
     const auto options = std::make_shared<ItemOptions>();
     CLI::App* command = app.add_subcommand(name, text);
     command->add_option("ITEM", options->item, "Item name, at most 31 bytes")->required();
     AddLimit(*command, options->limit, "Time limit (default 10)");
     AddJson(*command, options->json);
-    command->callback([options, run, &chosen] { chosen = [options, run] { return run(*options); }; });
+    command->callback([options, run, &chosen] { chosen = [options, run] { return OnItem(*options, run); }; });
 }
 
 }  // namespace

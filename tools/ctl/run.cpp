@@ -1,15 +1,17 @@
-// The command run: items one after the other. Those that answer at once are run synchronously, others in the
-// background.
+// The command run: items one after the other, in the background of the server, which goes on serving everybody else.
+#include "ominspect/client/run.h"
+
 #include <algorithm>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
+#include "common/end_signals.h"
 #include "common/text.h"
 #include "history.h"
-#include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
 
@@ -18,21 +20,27 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct RunOptions {
+struct RunCommandOptions {
     std::vector<std::string> items;
     std::string cmd;
     std::chrono::seconds limit{310};  // the server gives an item's owner 300 s
+    bool sync = false;
     bool json = false;
 };
 
 // Shows the results of a run: rows as they come, or one document at the end.
 class RunReport {
 public:
-    explicit RunReport(const RunOptions& options)
-        : json_(options.json), nameWidth_(NameWidth(options.items)), rows_(json::Value::Array()) {}
+    explicit RunReport(const RunCommandOptions& options)
+        : json_(options.json),
+          isRun_(client::KindOf({"", options.cmd}) == client::RequestKind::kRun),
+          nameWidth_(NameWidth(options.items)),
+          rows_(json::Value::Array()) {}
 
     void Add(const RunRow& row) {
-        history_.Add(row.result, std::chrono::system_clock::now());
+        if (isRun_) {  // the answer to a stop is no result of the item
+            history_.Add(row.result, std::chrono::system_clock::now());
+        }
         if (json_) {
             rows_.Add(RunJson(row));
             return;
@@ -44,116 +52,135 @@ public:
         PrintLine(RunLine(nameWidth_, row));
     }
 
-    void Add(const std::string& item, const client::Error& error) {
+    ExitCode Add(const std::string& item, const client::Error& error) {
         if (json_) {
             rows_.Add(ErrorJson(item, error));
         }
         Complain(item, error);
+        return ExitCodeOf(error);
     }
 
     void Finish() {
         SaveHistory(history_);
-        if (!json_) {
-            return;
+        if (json_) {
+            PrintLine(json::Value::Object().Put("results", std::move(rows_)).Print());
         }
-        PrintLine(json::Value::Object().Put("results", std::move(rows_)).Print());
     }
 
 private:
     const bool json_;
+    const bool isRun_;
     const std::size_t nameWidth_;
     bool headed_ = false;
     json::Value rows_;
     History history_;
 };
 
-// Runs items; knows which of them answer at once.
-class Runner {
-public:
-    Runner(client::Session& session, const client::Catalogue& catalogue) : session_(session) {
-        for (const client::ConfiguredItem& item : catalogue.items) {
-            if (item.isSync) {
-                sync_.insert(item.name);
-            }
-        }
+// Runs an item without holding up the server, or joins the run that is under way.
+client::Result<client::ItemResult> RunInBackground(client::Session& session, const client::Request& request, bool join,
+                                                   const client::Limit& limit) {
+    const std::string item = text::Escaped(request.item);
+    const client::RunOptions options{
+        .join = join,
+        .leaveRunning = false,
+        .onOther =
+            [&] {
+                if (!join) {
+                    Complain(item + ": another run of it is under way; it is run again after that");
+                }
+            },
+        .onRunning = {}};
+    auto outcome = client::RunItem(session, request, options, limit);
+    if (!outcome) {
+        return outcome.Failure();
     }
-
-    client::Result<client::ItemResult> Run(const client::Request& request, const client::Limit& limit) {
-        if (sync_.contains(request.item)) {
-            auto reply = session_.Run(request, limit);
-            if (!reply) {
-                return reply.Failure();
-            }
-            if (!reply->isPending) {
-                return std::move(reply->result);
-            }
-            // The run goes on; starting the item joins it.
-            Complain(text::Escaped(request.item) +
-                     " gave no result at once: somebody else's run of it is under way, or it is configured as "
-                     "synchronous and its owner reports later");
-        }
-        auto run = session_.Start(request, limit);
-        if (!run) {
-            return run.Failure();
-        }
-        auto result = run->Await(limit);
-        if (!result && result.Failure().code == client::ErrorCode::kTimeLimit) {
-            return client::Error{client::ErrorCode::kTimeLimit, "no result within the time limit; the item still runs"};
-        }
-        return result;
+    if (outcome->isOther && !join) {
+        Complain(item + ": this is the result of another run, which the server does not let go");
     }
+    return std::move(outcome->result);
+}
 
-private:
-    client::Session& session_;
-    std::set<std::string> sync_;
-};
+// Keeps the server from everybody else until the item's owner has answered.
+client::Result<client::ItemResult> RunSynchronously(client::Session& session, const client::Request& request,
+                                                    const client::Limit& limit) {
+    auto reply = session.Run(request, limit);
+    if (!reply) {
+        client::Error error = reply.Failure();
+        if (error.code == client::ErrorCode::kTimeLimit || error.code == client::ErrorCode::kCancelled) {
+            error.text += "; the server goes on waiting for the item's owner";
+        }
+        return error;
+    }
+    if (!reply->isPending) {
+        return std::move(reply->result);
+    }
+    Complain(text::Escaped(request.item) + ": no result at once; waiting for the run that is under way");
+    return RunInBackground(session, request, true, limit);
+}
+
+client::Result<client::ItemResult> RunOne(client::Session& session, const RunCommandOptions& options,
+                                          const std::string& item, const client::Limit& limit) {
+    const client::Request request{item, options.cmd};
+    auto result =
+        options.sync ? RunSynchronously(session, request, limit) : RunInBackground(session, request, false, limit);
+    if (result && request.cmd == "done") {
+        // The server's answer has no status: it is the same for items that it does not know.
+        const auto known = HasOwner(session, item, limit);
+        if (!known) {
+            return known.Failure();
+        }
+        return *known ? client::ItemResult{item, "idle", "reset"} : client::ItemResult{item, "fail", "no support"};
+    }
+    return result;
+}
 
 bool IsGone(const client::Error& error) {
     return error.code == client::ErrorCode::kServerAbsent || error.code == client::ErrorCode::kBusUnreachable ||
            error.code == client::ErrorCode::kDenied;
 }
 
-// Runs all items unless the server turns out not to be there.
-ExitCode RunAll(const RunOptions& options, RunReport& report) {
-    const auto give = [&report](const std::string& item, const client::Error& error) {
-        report.Add(item, error);
-        return ExitCodeOf(error);
-    };
+// What keeps the items after this error from being run, if anything.
+std::optional<client::Error> EndOfRun(const client::Error& error) {
+    if (error.code == client::ErrorCode::kCancelled) {
+        return client::Error{error.code, "cancelled; not run"};
+    }
+    return IsGone(error) ? std::optional(error) : std::nullopt;
+}
+
+// Every item is answered for, by a result or an error.
+ExitCode RunAll(const RunCommandOptions& options, RunReport& report) {
     for (const std::string& item : options.items) {
         if (const auto error = client::CheckRequest({item, options.cmd})) {
-            return give(item, *error);
+            return report.Add(item, *error);
         }
     }
+    const Interrupt interrupt(kInterrupted);  // before the session, whose threads inherit the mask
     const auto session = client::Session::Open();
+    std::optional<client::Error> end;
     if (!session) {
-        return give(options.items.front(), session.Failure());
+        end = session.Failure();
     }
-    const auto catalogue = (*session)->List(options.limit);
-    if (!catalogue) {
-        return give(options.items.front(), catalogue.Failure());
-    }
-
-    Runner runner(**session, *catalogue);
     ExitCode highest = kPassed;
     for (const std::string& item : options.items) {
+        if (end) {
+            highest = std::max(highest, report.Add(item, *end));
+            continue;
+        }
         const auto begin = Clock::now();
-        const auto result = runner.Run({item, options.cmd}, options.limit);
-        ExitCode code = kPassed;
-        if (result) {
-            report.Add(RunRow{*result, {std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin)}});
-            code = CodeOfStatus(result->status);
-        } else {
-            code = give(item, result.Failure());
+        const auto result = RunOne(**session, options, item, {options.limit, interrupt.Token()});
+        if (!result) {
+            highest = std::max(highest, report.Add(item, result.Failure()));
+            end = EndOfRun(result.Failure());
+            continue;
         }
-        if (!result && IsGone(result.Failure())) {
-            return code;
-        }
-        highest = std::max(highest, code);
+        report.Add(RunRow{*result, {std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin)}});
+        const bool isReset = options.cmd == "done" && result->status == "idle";
+        highest = std::max(highest, isReset ? kPassed : CodeOfStatus(result->status));
     }
     return highest;
 }
 
-ExitCode Run(const RunOptions& options) {
+ExitCode Run(const RunCommandOptions& options) {
     RunReport report(options);
     const ExitCode code = RunAll(options, report);
     report.Finish();
@@ -163,14 +190,16 @@ ExitCode Run(const RunOptions& options) {
 }  // namespace
 
 void AddRun(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<RunOptions>();
+    const auto options = std::make_shared<RunCommandOptions>();
     CLI::App* command = app.add_subcommand("run", "Runs items, one after the other, and shows their results");
     command->add_option("ITEM", options->items, "Item names, at most 31 bytes each")->required();
     command
         ->add_option("--cmd", options->cmd,
                      R"(The item's argument, at most 127 bytes; "stop" stops it, "done" resets it)")
         ->type_name("TEXT");
-    AddLimit(*command, options->limit, "Time limit of each item (default 310)");
+    command->add_flag("--sync", options->sync,
+                      "Run synchronously: the server serves nobody else until the item's owner has answered");
+    AddLimit(*command, options->limit, "Time limit of each item, which is stopped then (default 310)");
     AddJson(*command, options->json);
     command->callback([options, &chosen] { chosen = [options] { return Run(*options); }; });
 }

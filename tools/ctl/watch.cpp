@@ -1,9 +1,12 @@
 // The command watch: prints the server's events as they happen.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -30,7 +33,9 @@ struct WatchOptions {
 // How long the end of the program may take when the output is stuck.
 constexpr unsigned kStuckSeconds = 3;
 
-// Prints events on the session's thread and tells the waiting thread when it is over.
+constexpr int kMostEvents = 1000000000;
+
+// Prints the events of the session's thread, and what the waiting thread sees; tells the latter when it is over.
 class Printer {
 public:
     explicit Printer(const WatchOptions& options) : options_(options), over_(eventfd(0, EFD_CLOEXEC)) {}
@@ -48,6 +53,11 @@ public:
                 [this] { Finish(kUnreachable); }};
     }
 
+    void Server(bool present) {
+        const auto now = std::chrono::system_clock::now();
+        Print(options_.json ? ServerEventJson(now, present) : ServerEventLine(now, present));
+    }
+
     // Readable once an exit code is there.
     int Fd() const { return over_.Get(); }
     ExitCode Code() const { return code_; }
@@ -57,19 +67,25 @@ public:
 
 private:
     void Print(const std::string& line) {
+        const std::lock_guard lock(mutex_);
         if (finished_) {
             return;
         }
         const bool written = std::printf("%s\n", line.c_str()) >= 0 && std::fflush(stdout) == 0;
         ++printed_;
         if (!written) {
-            Finish(kFailed);
+            End(kFailed);
         } else if (printed_ == options_.count) {
-            Finish(kPassed);
+            End(kPassed);
         }
     }
 
     void Finish(ExitCode code) {
+        const std::lock_guard lock(mutex_);
+        End(code);
+    }
+
+    void End(ExitCode code) {
         if (finished_) {
             return;
         }
@@ -80,16 +96,72 @@ private:
 
     const WatchOptions& options_;
     const UniqueFd over_;
-    // Used by the session's thread only:
+    std::mutex mutex_;  // guards `finished_` and `printed_`
     bool finished_ = false;
     std::uint64_t printed_ = 0;
-    History history_;
+    History history_;  // used by the session's thread only
 
     std::atomic<ExitCode> code_{kPassed};
 };
 
+// Whether the server is there. A server that leaves the bus tells nothing, so it is asked now and then, less and less
+// often while it is too busy to answer, as each question stays in its queue.
+class Presence {
+public:
+    explicit Presence(client::Session& session) : session_(session), starts_(session.ServerStarts()) {}
+
+    // A server that is not there is no error: its events come once it starts.
+    void Begin() {
+        Ask();
+        if (!present_) {
+            Complain(absence_ + "; waiting for it");
+        }
+    }
+
+    // Prints what has changed since the last call.
+    void Follow(Printer& printer) {
+        if (const std::uint64_t starts = session_.ServerStarts(); starts != starts_) {
+            starts_ = starts;
+            if (std::exchange(present_, true)) {
+                printer.Server(false);
+            }
+            printer.Server(true);
+        } else if (Clock::now() >= next_) {
+            const bool before = present_;
+            Ask();
+            // When it comes, its start is counted.
+            if (before && !present_) {
+                printer.Server(false);
+            }
+        }
+    }
+
+private:
+    static constexpr std::chrono::seconds kPeriod{2};
+    static constexpr std::chrono::seconds kLongestPeriod{60};
+
+    void Ask() {
+        const auto state = session_.State("ominspectctl", std::chrono::seconds(1));
+        const bool busy = !state && state.Failure().code == client::ErrorCode::kTimeLimit;
+        if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
+            present_ = false;
+            absence_ = state.Failure().text;
+        }
+        period_ = busy ? std::min(period_ * 2, kLongestPeriod) : kPeriod;
+        next_ = Clock::now() + period_;
+    }
+
+    client::Session& session_;
+    std::uint64_t starts_;
+    bool present_ = true;
+    std::string absence_;
+    std::chrono::seconds period_ = kPeriod;
+    Clock::time_point next_;
+};
+
 // Waits for the printer, a signal or the end of the time limit.
-ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSignals& signals) {
+ExitCode Wait(const WatchOptions& options, Printer& printer, Presence& presence, const EndSignals& signals) {
+    constexpr std::chrono::milliseconds kLook{500};
     const Clock::time_point deadline = Clock::now() + options.limit;
     pollfd fds[] = {{printer.Fd(), POLLIN, 0}, {signals.Fd(), POLLIN, 0}};
     for (;;) {
@@ -98,21 +170,14 @@ ExitCode Wait(const WatchOptions& options, const Printer& printer, const EndSign
         if (limited && left.count() <= 0) {
             return options.count > 0 ? kTimeLimit : kPassed;
         }
-        const int ready = poll(fds, 2, limited ? static_cast<int>(left.count()) : -1);
+        const int ready = poll(fds, 2, static_cast<int>(limited ? std::min(left, kLook).count() : kLook.count()));
         if (ready < 0 && errno != EINTR) {
             return kUnreachable;
         }
         if (ready > 0) {
             return fds[0].revents != 0 ? printer.Code() : kPassed;
         }
-    }
-}
-
-// A server that is not there is no error: its events come once it starts.
-void TellIfAbsent(client::Session& session) {
-    const auto state = session.State("ominspectctl", std::chrono::seconds(1));
-    if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
-        Complain("the server is not on the bus; waiting for it");
+        presence.Follow(printer);
     }
 }
 
@@ -121,15 +186,16 @@ ExitCode Watch(const WatchOptions& options) {
     const EndSignals signals;  // before the session, whose threads inherit the mask
     auto session = client::Session::Open(printer.Events());
     if (!session) {
-        return Fail(session.Failure(), false);
+        return Fail(session.Failure(), options.json);
     }
     if (const auto error = (*session)->Subscribe()) {
-        return Fail(*error, false);
+        return Fail(*error, options.json);
     }
+    Presence presence(**session);
     Complain("watching");
-    TellIfAbsent(**session);
+    presence.Begin();
 
-    const ExitCode code = Wait(options, printer, signals);
+    const ExitCode code = Wait(options, printer, presence, signals);
     (void)alarm(kStuckSeconds);
     if (code == kUnreachable) {
         Complain("the bus was lost");
@@ -147,7 +213,9 @@ ExitCode Watch(const WatchOptions& options) {
 void AddWatch(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<WatchOptions>();
     CLI::App* command = app.add_subcommand("watch", "Shows runs as they begin and end, until Ctrl-C");
-    command->add_option("--count", options->count, "End after N events")->type_name("N")->check(CLI::PositiveNumber);
+    command->add_option("--count", options->count, "End after N events")
+        ->type_name("N")
+        ->check(CLI::Range(1, kMostEvents));
     AddLimit(*command, options->limit, "End after this time; exit code 4 if --count was not reached");
     AddJson(*command, options->json, "Print one JSON object per line");
     command->callback([options, &chosen] { chosen = [options] { return Watch(*options); }; });

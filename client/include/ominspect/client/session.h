@@ -132,6 +132,9 @@ public:
     // Begins the events onRun and onBusy. They continue after a restart of the server. Nothing on success.
     std::optional<Error> Subscribe();
 
+    // How often the server has appeared on the bus since the session was opened.
+    std::uint64_t ServerStarts() const;
+
     // The number of events that were lost because the event functions were too slow.
     std::uint64_t LostEvents() const;
 

@@ -52,8 +52,15 @@ TEST(CommandLineTest, NeedsOneCommand) {
          {std::vector<std::string>{}, {"fly"}, {"go", "go"}, {"go", "--fly"}, {"--fly"}}) {
         const Outcome outcome = RunGo(words, Pass);
         EXPECT_EQ(outcome.code, 2);
-        EXPECT_NE(outcome.err, "");
+        EXPECT_TRUE(outcome.err.starts_with("ominspectctl: ")) << outcome.err;
+        EXPECT_TRUE(outcome.err.ends_with("\nRun with --help for more information.\n")) << outcome.err;
     }
+}
+
+TEST(CommandLineTest, NamesTheWordThatIsNoCommandOrOption) {
+    EXPECT_TRUE(RunGo({"fly", "away"}, Pass).err.starts_with("ominspectctl: no such command: fly\n"));
+    EXPECT_TRUE(RunGo({"--fly"}, Pass).err.starts_with("ominspectctl: no such option: --fly\n"));
+    EXPECT_TRUE(RunGo({"f\x1B"}, Pass).err.starts_with("ominspectctl: no such command: f\\u{1B}\n"));
 }
 
 TEST(CommandLineTest, HelpAndVersionAreAnsweredInTheNameOfOminspectctl) {

@@ -46,8 +46,8 @@ TEST_F(LiveLinesTest, AreErasedOnce) {
 
 TEST_F(LiveLinesTest, AreCutToTheUsualSizeOfATerminalThatTellsNone) {
     EXPECT_EQ(lines_.Height(), 24U);
-    lines_.Draw({std::string(81, 'x')});
-    EXPECT_EQ(Written(), "\x1b[?7l" + std::string(80, 'x') + "\n\x1b[?7h");
+    lines_.Draw({std::string(80, 'x'), std::string(81, 'x')});
+    EXPECT_EQ(Written(), "\x1b[?7l" + std::string(80, 'x') + "\n" + std::string(79, 'x') + "\xE2\x80\xA6\n\x1b[?7h");
 }
 
 TEST_F(LiveLinesTest, AreForTerminalsOnly) {

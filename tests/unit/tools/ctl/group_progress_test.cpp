@@ -63,7 +63,8 @@ TEST_F(Progress, TheRecordHasTheLastWord) {
     EXPECT_EQ(changed, (std::vector<std::size_t>{1, 2}));  // the first one's result was known
     EXPECT_EQ(progress_.Line(0), "load  success      250 ms  LOAD OK");
     EXPECT_EQ(progress_.Line(1), "disk  fail        8000 ms  timeout");
-    EXPECT_EQ(progress_.Line(2), "x     fail              -  no support (unknown item: no owner has registered it)");
+    EXPECT_EQ(progress_.Line(2),
+              "x     fail              -  no support (item unknown: no process has registered \"x\" with the server)");
     EXPECT_EQ(progress_.Summary(), "3 of 3 done");
     EXPECT_FALSE(progress_.Passed());
 }
@@ -104,7 +105,7 @@ TEST_F(Progress, TheDocumentHoldsResultsAndGroups) {
               R"({"results":[{"item":"load","status":"success","text":"OK","durationMs":250,)"
               R"("start":"1970-01-01T00:00:01.000Z"},)"
               R"({"item":"disk","status":"fail","text":"no support",)"
-              R"("hint":"unknown item: no owner has registered it"},)"
+              R"("hint":"item unknown: no process has registered \"disk\" with the server"},)"
               R"({"item":"x","status":"waiting","text":""}],"groups":[{"taskId":4711,"items":3}]})");
 }
 

@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include "support/forked.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect;
@@ -66,11 +68,15 @@ TEST_F(HistoryTest, WhatIsNoResultIsNotRemembered) {
     Remember("a", "running", "begin");
     Remember("b", "idle", "init");
     Remember("c", "", "done");
-    Remember("d", "fail", "no support");
     EXPECT_FALSE(std::filesystem::exists(path_));
-    for (const char* item : {"a", "b", "c", "d"}) {
+    for (const char* item : {"a", "b", "c"}) {
         EXPECT_EQ(Found(item), "nothing");
     }
+}
+
+TEST_F(HistoryTest, ThatNobodyOwnsAnItemIsAResultToo) {
+    Remember("load", "fail", "no support");
+    EXPECT_EQ(Found("load"), "fail/no support");
 }
 
 TEST_F(HistoryTest, EachBusHasItsOwn) {
@@ -142,6 +148,32 @@ TEST_F(HistoryTest, AFolderThatCannotBeMadeIsSaid) {
     const auto error = history.Save();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->number, ENOTDIR);
+    EXPECT_EQ(error->text, "cannot make the folder " + (home_ / "ominspect") + ": Not a directory");
+}
+
+TEST_F(HistoryTest, AFolderThatMustNotBeWrittenIsSaidWithThatCause) {
+    std::filesystem::permissions(home_.Path(), std::filesystem::perms(0555));
+    const auto lines = support::InForkedChild([]() -> std::vector<std::string> {
+        support::BecomeNobody();
+        History history;
+        history.Add({"load", "success", ""}, kTime);
+        const auto error = history.Save();
+        return {error ? error->text : "no error"};
+    });
+    std::filesystem::permissions(home_.Path(), std::filesystem::perms(0755));
+    EXPECT_EQ(lines,
+              std::vector<std::string>{"cannot make the folder " + (home_ / "ominspect") + ": Permission denied"});
+}
+
+TEST_F(HistoryTest, AHomeThatIsNotThereIsNotMade) {
+    const auto missing = home_ / "missing";
+    (void)unsetenv("XDG_STATE_HOME");
+    (void)setenv("HOME", missing.c_str(), 1);
+    Remember("load", "success", "LOAD OK");
+    EXPECT_FALSE(std::filesystem::exists(missing));
+    (void)std::filesystem::create_directory(missing);
+    Remember("load", "success", "LOAD OK");
+    EXPECT_TRUE(std::filesystem::exists(missing + "/.local/state/ominspect/results.json"));
 }
 
 TEST_F(HistoryTest, WithoutAHomeNothingIsSaved) {

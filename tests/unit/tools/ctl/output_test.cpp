@@ -43,7 +43,7 @@ TEST(RunTable, HasADashForAnUnknownTime) {
 
 TEST(RunTable, SaysThatAnItemIsUnknown) {
     EXPECT_EQ(RunLine(4, Row("x", "fail", "no support")),
-              "x     fail           7 ms  no support (unknown item: no owner has registered it)");
+              "x     fail           7 ms  no support (item unknown: no process has registered \"x\" with the server)");
 }
 
 TEST(RunJson, IsOneObjectPerItem) {
@@ -67,14 +67,35 @@ TEST(RunJson, HoldsNothingThatATerminalWouldObey) {
 TEST(RunJson, HasAHintWhereOneHelps) {
     const std::string row = RunJson(Row("x", "fail", "no support")).Print();
     EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"
-                   R"("hint":"unknown item: no owner has registered it"})");
+                   R"("hint":"item unknown: no process has registered \"x\" with the server"})");
+}
+
+TEST(State, IsUnknownWhenItMayBeIdleAndNobodyShowsTheItem) {
+    EXPECT_EQ(StateOf(ItemState::kNotIdle, false), ShownState::kNotIdle);
+    EXPECT_EQ(StateOf(ItemState::kIdleOrUnknown, true), ShownState::kIdle);
+    EXPECT_EQ(StateOf(ItemState::kIdleOrUnknown, false), ShownState::kUnknown);
 }
 
 TEST(State, IsShownAsATableAndAsJson) {
-    EXPECT_EQ(StateTable("load", ItemState::kIdleOrUnknown), "ITEM  STATE\nload  idle (or unknown to the server)");
-    EXPECT_EQ(StateTable("load", ItemState::kNotIdle), "ITEM  STATE\nload  not idle (running, or holding a result)");
-    EXPECT_EQ(StateJson("load", ItemState::kIdleOrUnknown), R"({"item":"load","state":"idle"})");
-    EXPECT_EQ(StateJson("load", ItemState::kNotIdle), R"({"item":"load","state":"not idle"})");
+    EXPECT_EQ(StateTable("load", ShownState::kIdle), "ITEM  STATE\nload  idle");
+    EXPECT_EQ(StateTable("load", ShownState::kUnknown), "ITEM  STATE\nload  unknown");
+    EXPECT_EQ(StateTable("load", ShownState::kNotIdle), "ITEM  STATE\nload  not idle (running, or holding a result)");
+    EXPECT_EQ(StateJson("load", ShownState::kIdle), R"({"item":"load","state":"idle"})");
+    EXPECT_EQ(StateJson("load", ShownState::kNotIdle), R"({"item":"load","state":"not idle"})");
+    EXPECT_EQ(StateJson("load", ShownState::kUnknown),
+              R"({"item":"load","state":"unknown","hint":"item unknown: no process has registered \"load\" with the )"
+              R"(server, as far as the owners on the bus show"})");
+}
+
+TEST(AgeText, HasTheLargestUnitThatFits) {
+    using std::chrono::seconds;
+    EXPECT_EQ(Age(seconds(0)), "0 s ago");
+    EXPECT_EQ(Age(seconds(59)), "59 s ago");
+    EXPECT_EQ(Age(seconds(60)), "1 min ago");
+    EXPECT_EQ(Age(seconds(3599)), "59 min ago");
+    EXPECT_EQ(Age(seconds(3600)), "1 h ago");
+    EXPECT_EQ(Age(seconds(86399)), "23 h ago");
+    EXPECT_EQ(Age(seconds(86400 * 3)), "3 d ago");
 }
 
 TEST(ErrorJson, NamesTheItemAndTheError) {
@@ -97,23 +118,33 @@ TEST_F(EventOutput, IsOneLineForPeople) {
               "01:46:40.007  run   load                             running   be\\ngin");
     EXPECT_EQ(BusyEventLine(time_, true), "01:46:40.007  busy");
     EXPECT_EQ(BusyEventLine(time_, false), "01:46:40.007  idle");
+    EXPECT_EQ(ServerEventLine(time_, true), "01:46:40.007  server started");
+    EXPECT_EQ(ServerEventLine(time_, false), "01:46:40.007  server left");
 }
 
-TEST_F(EventOutput, AndTheListHaveLocalTimesForPeopleAndUtcInJson) {
-    const LastResult last{"warn", "LOAD\nWARNING", time_};
-    const std::vector<ListRow> rows{{{"conf_sip_ft", "error", true}, ItemState::kIdleOrUnknown, last},
-                                    {{"x", "warn", false}, ItemState::kNotIdle, std::nullopt},
-                                    {{"", "", false}, std::nullopt, std::nullopt}};
-    EXPECT_EQ(ListTable(rows),
-              "ITEM         LEVEL  MODE   STATE     LAST RESULT\n"
-              "conf_sip_ft  error  sync   idle      warn, 2001-09-09 01:46: LOAD\\nWARNING\n"
-              "x            warn   async  not idle  -\n"
-              "                    async  -         -");
-    EXPECT_EQ(ListJson(rows, 300),
-              R"({"items":[{"item":"conf_sip_ft","level":"error","isSync":true,"state":"idle",)"
-              R"("lastResult":{"status":"warn","text":"LOAD\nWARNING","time":"2001-09-09T01:46:40.007Z"}},)"
-              R"({"item":"x","level":"warn","isSync":false,"state":"not idle"},)"
-              R"({"item":"","level":"","isSync":false}],"total":300})");
+TEST(List, ShowsOwnersAndTheAgeOfResults) {
+    const TimePoint time{std::chrono::milliseconds(1000000000007)};
+    const LastResult last{"warn", "LOAD\nWARNING", time};
+    const LastResult later{"fail", "no support", time + std::chrono::hours(1)};  // the clock was set back
+    const ConfiguredItem sip{"conf_sip_ft", "error", true};
+    const ConfiguredItem empty{"", "", false};
+    const std::vector<ListRow> rows{
+        {{"conf_sip_ft", sip, {{"board", std::chrono::milliseconds(1500)}, {"other", {}}}}, ShownState::kIdle, last},
+        {{"x", std::nullopt, {{"b\n", {}}}}, ShownState::kNotIdle, later},
+        {{"", empty, {}}, std::nullopt, std::nullopt}};
+    EXPECT_EQ(ListTable(rows, time + std::chrono::seconds(90)),
+              "ITEM         LEVEL  MODE   OWNER         STATE     LAST RESULT\n"
+              "conf_sip_ft  error  sync   board, other  idle      warn, 1 min ago: LOAD\\nWARNING\n"
+              "x            -      -      b\\n           not idle  fail, 0 s ago: no support\n"
+              "                    async  -             -         -");
+    EXPECT_EQ(
+        ListJson(rows, 300, time + std::chrono::seconds(90)),
+        R"({"items":[{"item":"conf_sip_ft","isConfigured":true,"level":"error","isSync":true,)"
+        R"("owners":[{"process":"board","timeLimitMs":1500},{"process":"other","timeLimitMs":0}],"state":"idle",)"
+        R"("lastResult":{"status":"warn","text":"LOAD\nWARNING","time":"2001-09-09T01:46:40.007Z","ageSeconds":90}},)"
+        R"({"item":"x","isConfigured":false,"owners":[{"process":"b\n","timeLimitMs":0}],"state":"not idle",)"
+        R"("lastResult":{"status":"fail","text":"no support","time":"2001-09-09T02:46:40.007Z","ageSeconds":0}},)"
+        R"({"item":"","isConfigured":true,"level":"","isSync":false,"owners":[]}],"total":300})");
 }
 
 TEST_F(EventOutput, IsOneJsonObjectPerLine) {
@@ -121,6 +152,7 @@ TEST_F(EventOutput, IsOneJsonObjectPerLine) {
               R"({"time":"2001-09-09T01:46:40.007Z","event":"run","item":"load","status":"running","text":"be\ngin"})");
     EXPECT_EQ(BusyEventJson(time_, true), R"({"time":"2001-09-09T01:46:40.007Z","event":"busy"})");
     EXPECT_EQ(BusyEventJson(time_, false), R"({"time":"2001-09-09T01:46:40.007Z","event":"idle"})");
+    EXPECT_EQ(ServerEventJson(time_, false), R"({"time":"2001-09-09T01:46:40.007Z","event":"server","present":false})");
 }
 
 TEST(ExitCodes, FollowTheError) {

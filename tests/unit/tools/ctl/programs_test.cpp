@@ -40,7 +40,7 @@ TEST_F(Programs, CtlHelpNamesTheExitCodes) {
     const auto help = RunProgram({PROGRAM_CTL, "--help"});
     EXPECT_EQ(help.code, 0);
     for (const char* line : {"  0    passed", "  1    a check failed", "  2    wrong use", "  3    the server",
-                             "  4    no final", "  130  a group was ended by Ctrl-C"}) {
+                             "  4    no final", "  130  ended by Ctrl-C"}) {
         EXPECT_TRUE(Holds(help.out, line)) << line;
     }
 }
@@ -83,6 +83,20 @@ TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", ""}).code, 2);
 }
 
+TEST_F(Programs, CtlSaysWhichNumbersItTakes) {
+    const auto none = RunProgram({PROGRAM_CTL, "watch", "--count", "0"});
+    EXPECT_EQ(none.code, 2);
+    EXPECT_EQ(none.err,
+              "ominspectctl: --count: Value 0 not in range 1 to 1000000000\nRun with --help for more information.\n");
+}
+
+TEST_F(Programs, CtlAnswersForEveryItemOfARun) {
+    const auto run = RunProgram({PROGRAM_CTL, "run", "load", "disk", "--json"});
+    EXPECT_TRUE(Holds(run.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << run.out;
+    EXPECT_TRUE(Holds(run.out, "{\"item\":\"disk\",\"error\":{\"code\":\"bus-unreachable\"")) << run.out;
+    EXPECT_TRUE(Holds(run.err, "ominspectctl: disk: bus unreachable at unix:path=/nonexistent/bus: ")) << run.err;
+}
+
 TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
     for (const char* command : {"run", "state", "reset"}) {
         const auto outcome = RunProgram({PROGRAM_CTL, command, "load", "--json"});
@@ -98,7 +112,9 @@ TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
         EXPECT_EQ(outcome.code, 3) << command[0];
         EXPECT_TRUE(Holds(outcome.out, "{\"error\":{\"code\":\"bus-unreachable\"")) << command[0];
     }
-    EXPECT_EQ(RunProgram({PROGRAM_CTL, "watch"}).code, 3);
+    const auto watch = RunProgram({PROGRAM_CTL, "watch", "--json"});
+    EXPECT_EQ(watch.code, 3);
+    EXPECT_TRUE(watch.out.starts_with("{\"error\":{\"code\":\"bus-unreachable\"")) << watch.out;
 }
 
 TEST_F(Programs, CtlSaysThatItCannotWrite) {

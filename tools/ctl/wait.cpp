@@ -1,0 +1,157 @@
+// The command wait: for scripts that have just started the bus, the server or an owner.
+#include <algorithm>
+#include <condition_variable>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "commands.h"
+#include "common/end_signals.h"
+#include "common/text.h"
+#include "ominspect/client/session.h"
+#include "output.h"
+#include "report.h"
+
+namespace ominspect::ctl {
+namespace {
+
+constexpr std::chrono::milliseconds kPeriod{200};
+
+struct WaitOptions {
+    std::vector<std::string> items;
+    std::chrono::seconds limit{60};
+    bool json = false;
+};
+
+// What is not there yet.
+struct Missing {
+    client::Error reason;
+    std::vector<std::string> items;
+};
+
+// Looks again and again, over one connection as long as that lasts.
+class Watcher {
+public:
+    Watcher(const std::vector<std::string>& items, const client::Limit& limit) : items_(items), limit_(limit) {}
+
+    // Nothing when everything is there.
+    std::optional<Missing> Look() {
+        if (!session_) {
+            auto session = client::Session::Open();
+            if (!session) {
+                return Missing{session.Failure(), items_};
+            }
+            session_ = std::move(*session);
+        }
+        const auto error = items_.empty() ? LookForServer() : LookForItems();
+        if (error && error->reason.code == client::ErrorCode::kBusUnreachable) {
+            session_.reset();  // it was there, and may come back
+        }
+        return error;
+    }
+
+private:
+    std::optional<Missing> LookForServer() {
+        const auto state = session_->State("ominspectctl", limit_);
+        return state ? std::nullopt : std::optional(Missing{state.Failure(), {}});
+    }
+
+    std::optional<Missing> LookForItems() {
+        const auto inventory = session_->Items(limit_);
+        if (!inventory) {
+            return Missing{inventory.Failure(), items_};
+        }
+        std::vector<std::string> missing;
+        std::copy_if(items_.begin(), items_.end(), std::back_inserter(missing), [&](const std::string& item) {
+            return std::none_of(inventory->items.begin(), inventory->items.end(),
+                                [&](const client::Item& one) { return one.name == item && !one.owners.empty(); });
+        });
+        if (missing.empty()) {
+            return std::nullopt;
+        }
+        const client::Error reason{client::ErrorCode::kTimeLimit, UnseenItemText(missing.front())};
+        return Missing{reason, std::move(missing)};
+    }
+
+    const std::vector<std::string>& items_;
+    const client::Limit& limit_;
+    std::unique_ptr<client::Session> session_;
+};
+
+bool MayPass(client::ErrorCode code) {
+    return code == client::ErrorCode::kServerAbsent || code == client::ErrorCode::kBusUnreachable ||
+           code == client::ErrorCode::kTimeLimit || code == client::ErrorCode::kRefused;
+}
+
+void Pause(const client::Limit& limit) {
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any never;
+    (void)never.wait_for(lock, limit.Cancel(), std::min(kPeriod, limit.Left()), [] { return false; });
+}
+
+ExitCode Give(const WaitOptions& options, const client::Error& error, const std::vector<std::string>& missing) {
+    if (options.json) {
+        auto names = json::Value::Array();
+        for (const std::string& item : missing) {
+            names.AddText(item);
+        }
+        PrintLine(json::Value::Object().Put("missing", std::move(names)).Put("error", ErrorJson(error)).Print());
+    }
+    Complain(text::Escaped(error.text));
+    return ExitCodeOf(error);
+}
+
+ExitCode Wait(const WaitOptions& options) {
+    for (const std::string& item : options.items) {
+        if (const auto error = client::CheckItemName(item)) {
+            return Fail(item, *error, options.json);
+        }
+    }
+    const Interrupt interrupt(kInterrupted);  // before the session, whose threads inherit the mask
+    const client::Limit limit(options.limit, interrupt.Token());
+    Watcher watcher(options.items, limit);
+    std::optional<Missing> missing;
+    for (;;) {
+        auto seen = watcher.Look();
+        if (!seen) {
+            if (options.json) {
+                PrintLine(json::Value::Object().Put("missing", json::Value::Array()).Print());
+            }
+            return kPassed;
+        }
+        // The last look may have had no time left for an answer: then the one before says more.
+        const bool over = limit.Left().count() == 0;
+        if (!over || !missing) {
+            missing = std::move(seen);
+        }
+        if (limit.Cancelled()) {
+            return Give(options, {client::ErrorCode::kCancelled, "cancelled"}, missing->items);
+        }
+        if (!MayPass(missing->reason.code)) {
+            return Give(options, missing->reason, missing->items);
+        }
+        if (over) {
+            return Give(options, {client::ErrorCode::kTimeLimit, "the time limit is over; " + missing->reason.text},
+                        missing->items);
+        }
+        Pause(limit);
+    }
+}
+
+}  // namespace
+
+void AddWait(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<WaitOptions>();
+    CLI::App* command = app.add_subcommand("wait", "Waits until the server is there, and an owner of each item");
+    command->add_option("ITEM", options->items, "Item names, at most 31 bytes each");
+    AddLimit(*command, options->limit, "Time limit (default 60)");
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return Wait(*options); }; });
+}
+
+}  // namespace ominspect::ctl
