@@ -33,8 +33,8 @@ struct KivoOmLogCreation {
 typedef uint16_t KivoOmLogHandle;
 
 /* Begins logging under a client name of `length` bytes. There is one client per process: one that is open already, as a
- * host process may have opened it, stays as it is, name included, and that is no failure. EINVAL: null, empty, or longer
- * than 31 bytes. */
+ * host process may have opened it, stays as it is, name included, and that is no failure. EINVAL: null, empty, or
+ * longer than 31 bytes. */
 uint32_t KivoOmLogClientInit(const char* clientName, size_t length);
 
 /* Creates or continues a log file in the directory that KIVO_LOG_DIR names (default /var/log/kivo) and

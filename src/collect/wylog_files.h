@@ -11,7 +11,8 @@ std::vector<std::string> ListWylogFiles(const std::string& dir, bool wantAppLogs
 void SortByTime(std::vector<std::string>& names, const std::string& dir);
 
 /// Copies rotated application logs that are new or changed, oldest first, and keeps `backups` (the names in `dst`,
-/// oldest first, those that another process put there included) at 150 at most. A run that is not full waits for three new files and leaves the two newest out.
+/// oldest first, those that another process put there included) at 150 at most. A run that is not full waits for three
+/// new files and leaves the two newest out.
 void BackupAppLogs(const std::string& src, const std::string& dst, bool fullRun, std::vector<std::string>& backups);
 
 /// Replaces all other files of `dst` by those of `src`.

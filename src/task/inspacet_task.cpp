@@ -39,8 +39,7 @@ InspacetTask InspacetTask::manager;
 
 InspacetTask::~InspacetTask() {
     const std::lock_guard lock(m_tableLock);
-    m_gone = true;
-    m_tasks.clear();
+    m_gone = true;  // the table itself goes after this, when no thread looks at it any more
 }
 
 bool InspacetTask::HasLiveJobs() {

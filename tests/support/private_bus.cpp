@@ -24,8 +24,8 @@ std::string AddressIn(const std::string& output) {
 PrivateBus::PrivateBus() : PrivateBus(PRIVATE_BUS_CONFIG) {}
 
 PrivateBus::PrivateBus(const std::string& configFile)
-    : daemon_({DBUS_DAEMON_PROGRAM, "--config-file=" + configFile, "--nofork", "--nopidfile",
-               "--nosyslog", "--print-address"}) {
+    : daemon_({DBUS_DAEMON_PROGRAM, "--config-file=" + configFile, "--nofork", "--nopidfile", "--nosyslog",
+               "--print-address"}) {
     Eventually([this] {
         address_ = AddressIn(daemon_.Output());
         return !address_.empty() || daemon_.Wait(std::chrono::seconds(0));
