@@ -1,6 +1,6 @@
 /*
- * Timers (libkivo_os_timer). One manager thread per process runs the callbacks of all timers, one after
- * the other; it sleeps until the next timer is due.
+ * Timers (libkivo_os_timer). A manager calls the callbacks on threads of its own, of which it has no more than callbacks
+ * run at the same time, and two. They sleep until the next timer is due.
  *
  * Results are 0 or an errno(3) number. Every function may be called from any thread, callbacks included.
  */
@@ -15,8 +15,8 @@ extern "C" {
 
 #pragma GCC visibility push(default)
 
-/* Called on the manager thread with the record's userData. Its result is not used. A callback that takes
- * long delays the others. */
+/* Called on a thread of the manager with the record's userData. Its result is not used. A callback that takes long does
+ * not hold up those of other timers, so they may run at the same time; two calls for the same timer never do. */
 typedef uint32_t (*OsTimerCallback)(uint64_t userData);
 
 /* What to run and when; copied by OsTmrCreate. 72 bytes. */
@@ -36,12 +36,14 @@ typedef uint32_t OsTimerId;
  * refuses 0 (EINVAL). `priority` and `flags` must be 0 (EINVAL). Starting it again is harmless. */
 uint32_t OsTmrManagerInit(uint32_t tick, uint32_t priority, uint32_t flags);
 
-/* Creates and starts a timer: the first call of the callback comes one period from now. EINVAL: null or
- * a record as not described above; EPERM: the manager does not run; ENOMEM; EAGAIN. */
+/* Creates and starts a timer: the first call of the callback comes one period from now. The calls that a repeating
+ * timer misses while its callback runs are left out. EINVAL: null, or a record other than described above; EPERM: the
+ * manager does not run; ENOMEM. */
 uint32_t OsTmrCreate(const struct OsTimerParam* param, OsTimerId* id);
 
-/* Deletes a timer. No call of its callback begins afterwards; one that has begun on the manager thread may
- * still be running. ENOENT: no such timer (a one-shot timer is gone once its callback has been called). */
+/* Deletes a timer. No call of its callback begins afterwards. This function does not wait: a call that has begun may
+ * still be running when it returns, so what the callback uses must outlive that call. A callback may delete its own
+ * timer. ENOENT: no such timer (a one-shot timer is gone once its callback has returned). */
 uint32_t OsTmrDelete(OsTimerId id);
 
 #pragma GCC visibility pop

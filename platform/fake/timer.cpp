@@ -1,12 +1,13 @@
-// Timers (os_timer.h): a manager thread that sleeps in virtual time until the next timer is due.
+// Timers (os_timer.h): threads that sleep in virtual time until the next timer is due.
 #include "kivo/os_timer.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "common/records.h"
+#include "common/timer_table.h"
 #include "fake/fake.h"
 #include "fake/journal.h"
 #include "fake/process.h"
@@ -16,12 +17,7 @@ namespace kivo::fake {
 
 namespace {
 
-struct Timer {
-    OsTimerId id{};
-    OsTimerParam param{};
-    uint64_t due{};  // scheduler time
-};
-
+// Threads watch and call as on Linux: while one calls a callback, another one watches. All times are the scheduler's.
 class Manager {
 public:
     static Manager& Get() {
@@ -30,75 +26,118 @@ public:
     }
 
     uint32_t Start() {
-        if (!running_) {
-            const uint32_t error = Scheduler::Get().Spawn(TestProcess(), "timers", false, nullptr, [this] { Run(); });
-            running_ = error == 0;
-            return error;
+        if (started_) {
+            return 0;
         }
-        return 0;
+        const uint32_t error = StartThread();
+        started_ = error == 0;
+        return error;
     }
 
-    bool Running() const { return running_; }
+    bool Started() const { return started_; }
 
     OsTimerId Add(const OsTimerParam& param) {
-        timers_.push_back({++lastId_, param, Scheduler::Get().Elapsed() + Period(param)});
-        Scheduler::Get().Wake(this);
-        return lastId_;
+        const OsTimerId id = timers_.Add(param, Now());
+        Scheduler::Get().Wake(&watched_);
+        FindWatcher();
+        return id;
     }
 
-    bool Remove(OsTimerId id) {
-        return std::erase_if(timers_, [id](const Timer& timer) { return timer.id == id; }) != 0;
-    }
+    bool Remove(OsTimerId id) { return timers_.Remove(id); }
 
     void Reset(Lock& lock) {
-        timers_.clear();
-        if (running_) {
-            stop_ = true;
-            Scheduler::Get().Wake(this);
-            Scheduler::Get().Settle(lock);
-            if (running_) {
-                Die("a timer's callback still runs at Reset");
-            }
+        timers_ = TimerTable(kSecond);
+        started_ = false;
+        if (threads_ == 0) {
+            return;
         }
-        lastId_ = 0;
+        Scheduler::Get().Wake(&watched_);
+        Scheduler::Get().Wake(&spare_);
+        Scheduler::Get().Settle(lock);
+        if (threads_ != 0) {
+            Die("a timer's callback still runs at Reset");
+        }
     }
 
-    std::vector<OsTimerParam> Params() const {
-        std::vector<OsTimerParam> params;
-        for (const Timer& timer : timers_) {
-            params.push_back(timer.param);
-        }
-        return params;
-    }
+    std::vector<OsTimerParam> Params() const { return timers_.Params(); }
 
 private:
-    static uint64_t Period(const OsTimerParam& param) { return uint64_t{param.period} * 1000; }
+    static constexpr int64_t kSecond = 1000;
+
+    static int64_t Now() { return static_cast<int64_t>(Scheduler::Get().Elapsed()); }
+
+    // The new thread watches.
+    uint32_t StartThread() {
+        const uint32_t error = Scheduler::Get().Spawn(TestProcess(), "timers", false, nullptr, [this] { Run(); });
+        if (error == 0) {
+            watched_ = true;
+            ++threads_;
+        }
+        return error;
+    }
 
     void Run() {
         Lock lock = Hold();
-        while (!stop_) {
-            const auto next = std::ranges::min_element(timers_, {}, &Timer::due);
-            if (next != timers_.end() && next->due <= Scheduler::Get().Elapsed()) {
-                const OsTimerParam param = next->param;
-                next->due += Period(param);
-                const OsTimerId once = param.repeat == 0 ? next->id : 0;
+        do {
+            const auto call = WaitForDue(lock);
+            watched_ = false;
+            if (call) {
+                FindWatcher();
                 lock.unlock();
-                param.callback(param.userData);
+                call->param.callback(call->param.userData);
                 lock.lock();
-                Remove(once);
-            } else {
-                Scheduler::Get().Wait(lock, "the next timer", this,
-                                      next == timers_.end() ? Scheduler::kNever : next->due);
+                timers_.End(call->id, Now());
+                Scheduler::Get().Wake(&watched_);
             }
-        }
-        stop_ = false;
-        running_ = false;
+        } while (started_ && BecomeWatcher(lock));
+        --threads_;
     }
 
-    std::vector<Timer> timers_;  // oldest first
-    OsTimerId lastId_{};
-    bool running_{};
-    bool stop_{};
+    // Nothing after a reset.
+    std::optional<TimerTable::Call> WaitForDue(Lock& lock) {
+        std::optional<TimerTable::Call> call;
+        while (started_ && !(call = timers_.Begin(Now()))) {
+            const auto due = timers_.NextDue();
+            Scheduler::Get().Wait(lock, "the next timer", &watched_,
+                                  due ? static_cast<uint64_t>(*due) : Scheduler::kNever);
+        }
+        return call;
+    }
+
+    void FindWatcher() {
+        if (watched_ || !timers_.HasWaiting()) {
+            return;
+        }
+        if (spare_) {
+            watched_ = true;
+            spareWanted_ = true;
+            Scheduler::Get().Wake(&spare_);
+        } else {
+            StartThread();
+        }
+    }
+
+    bool BecomeWatcher(Lock& lock) {
+        if (!watched_) {
+            watched_ = true;
+            return true;
+        }
+        if (spare_) {
+            return false;
+        }
+        spare_ = true;
+        Scheduler::Get().WaitFor(lock, "a timer's callback", &spare_, Scheduler::kNever,
+                                 [this] { return spareWanted_ || !started_; });
+        spare_ = spareWanted_ = false;
+        return started_;
+    }
+
+    TimerTable timers_{kSecond};
+    size_t threads_{};
+    bool started_{};
+    bool watched_{};  // a thread waits for the next timer, or is about to; its address is the channel of that thread
+    bool spare_{};    // a thread waits to be wanted as the watcher; likewise
+    bool spareWanted_{};
 };
 
 }  // namespace
@@ -142,7 +181,7 @@ uint32_t OsTmrCreate(const struct OsTimerParam* param, OsTimerId* id) {
     if (!kivo::IsValid(*param)) {
         return EINVAL;
     }
-    if (!Manager::Get().Running()) {
+    if (!Manager::Get().Started()) {
         return EPERM;
     }
     *id = Manager::Get().Add(*param);

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "kivo/os_thread.h"
 #include "platform_control.h"
 
 namespace {
@@ -156,6 +157,87 @@ TEST_F(OsTimerTest, ACallbackMayDeleteItsOwnTimerAndCreateAnother) {
     EXPECT_EQ(deleted, 0U);
     EXPECT_EQ(created, 0U);
     EXPECT_EQ(OsTmrDelete(own), kNoTimer);
+}
+
+TEST_F(OsTimerTest, ACallbackThatBlocksHoldsUpNoOther) {
+    static std::atomic<bool> open;
+    static std::atomic<int> blocked;
+    open = false;
+    blocked = 0;
+    OsTimerParam param = GoodParam();
+    param.period = 1;
+    param.repeat = 0;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        ++blocked;
+        EXPECT_TRUE(support::WaitFor([] { return open.load(); }));
+        --blocked;
+        return 0;
+    };
+    OsTimerId id = 0;
+    ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    ASSERT_TRUE(support::WaitFor([] { return blocked == 1; }));
+    const Counter created(1, 1);  // while the only other timer blocks
+    EXPECT_TRUE(created.Reaches(1));
+    ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    ASSERT_TRUE(support::WaitFor([] { return blocked == 2; }));
+    EXPECT_TRUE(created.Reaches(3));
+    open = true;
+    EXPECT_TRUE(support::WaitFor([] { return blocked == 0; }));
+    const Counter after(1, 1);
+    EXPECT_TRUE(after.Reaches(2));
+}
+
+TEST_F(OsTimerTest, CallsOfOneTimerNeverOverlapAndMissedOnesAreLeftOut) {
+    static std::atomic<int> running;
+    static std::atomic<int> calls;
+    static std::atomic<bool> overlapped;
+    calls = 0;
+    OsTimerParam param = GoodParam();
+    param.period = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        overlapped = overlapped || ++running > 1;
+        if (++calls == 1) {
+            OsSleep(3);
+        }
+        --running;
+        return 0;
+    };
+    OsTimerId id = 0;
+    ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    const Counter every(1, 1);
+    EXPECT_TRUE(every.Reaches(3));
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(support::WaitFor([] { return calls >= 3; }));
+    EXPECT_LT(calls, every.Calls());  // the missed ones did not come at once
+    EXPECT_FALSE(overlapped);
+    EXPECT_EQ(OsTmrDelete(id), 0U);
+}
+
+TEST_F(OsTimerTest, DeletingDoesNotWaitForACallThatHasBegun) {
+    static std::atomic<bool> open;
+    static std::atomic<int> calls;
+    static std::atomic<bool> ended;
+    open = ended = false;
+    calls = 0;
+    OsTimerParam param = GoodParam();
+    param.period = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        ++calls;
+        EXPECT_TRUE(support::WaitFor([] { return open.load(); }));
+        ended = true;
+        return 0;
+    };
+    OsTimerId id = 0;
+    ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    ASSERT_TRUE(support::WaitFor([] { return calls == 1; }));
+    EXPECT_EQ(OsTmrDelete(id), 0U);
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(OsTmrDelete(id), kNoTimer);
+    open = true;
+    EXPECT_TRUE(support::WaitFor([] { return ended.load(); }));
+    const Counter other(1, 1);
+    EXPECT_TRUE(other.Reaches(2));
+    EXPECT_EQ(calls, 1);
 }
 
 TEST_F(OsTimerTest, ADeletedTimerNeverFires) {

@@ -5,6 +5,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "support/eventually.h"
 #include "system.h"
 
@@ -24,6 +26,13 @@ public:
     ~Manager() { close(fd_); }
     Manager(const Manager&) = delete;
     Manager& operator=(const Manager&) = delete;
+
+    // Forgets what has come so far.
+    void Drain() const {
+        char byte = 0;
+        while (recv(fd_, &byte, 1, MSG_DONTWAIT) >= 0) {
+        }
+    }
 
     // The next message; empty when none comes.
     std::string Next() const {
@@ -56,6 +65,22 @@ TEST_F(Heartbeat, TheManagerHearsThatTheServerIsReadyAndThenThatItLives) {
         false, {"NOTIFY_SOCKET=" + Folder() + "/notify", "WATCHDOG_USEC=" + Setting("WatchdogSec") + "000000"});
     EXPECT_EQ(manager.Next(), "READY=1\nWATCHDOG_USEC=30000000");
     EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+}
+
+TEST_F(Heartbeat, TheSignsOfLifeGoOnWhileTheBackupWaitsForItsDisk) {
+    const WorkingFolder device;
+    const std::filesystem::path logs = "device/data/log/wylogs";
+    std::filesystem::create_directories(logs);
+    const Manager manager(Folder() + "/notify");
+    const Child server =
+        StartServer(true, {"NOTIFY_SOCKET=" + Folder() + "/notify", "WATCHDOG_USEC=30000000", "LD_PRELOAD=" PRELOAD});
+    ASSERT_TRUE(Eventually([this] { return ServerLog().find("create BackupWylogTimer succ") != std::string::npos; }));
+    for (const char* log : {"1", "2", "3"}) {
+        WriteFile(logs / (std::string("wyapplogcat-log.I") + log), log);
+    }
+    ASSERT_TRUE(Eventually([] { return std::filesystem::exists("copying"); }));
+    manager.Drain();
     EXPECT_EQ(manager.Next(), "WATCHDOG=1");
 }
 

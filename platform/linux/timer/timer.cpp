@@ -1,42 +1,35 @@
-// Callback timers: one timerfd and one manager thread.
+// One thread watches the timer descriptor. When a callback is due, it calls it, and another thread watches meanwhile.
 #include "kivo/os_timer.h"
 
 #include <pthread.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <csignal>
 #include <ctime>
-#include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 
 #include "common/records.h"
+#include "common/timer_table.h"
 
 namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-struct Timer {
-    OsTimerParam param;
-    int64_t due;  // ns of CLOCK_MONOTONIC
-};
-
+// ns of CLOCK_MONOTONIC
 int64_t Now() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return now.tv_sec * kNanosecondsPerSecond + now.tv_nsec;
 }
 
-int64_t Period(const Timer& timer) {
-    return timer.param.period * kNanosecondsPerSecond;
-}
-
 class TimerManager {
 public:
-    // Never destroyed: its thread runs until the process has ended.
+    // Never destroyed: its threads run until the process has ended.
     static TimerManager& Instance() {
         static auto* manager = new TimerManager;
         return *manager;
@@ -66,21 +59,18 @@ public:
             return EPERM;
         }
         try {
-            Timer timer{param, Now()};
-            timer.due += Period(timer);
-            const OsTimerId fresh = FreshId();
-            timers_.emplace(fresh, timer);
-            id = fresh;
+            id = timers_.Add(param, Now());
         } catch (const std::bad_alloc&) {
             return ENOMEM;
         }
         Arm();
+        FindWatcher();
         return 0;
     }
 
     uint32_t Delete(OsTimerId id) {
         const std::lock_guard lock(mutex_);
-        if (timers_.erase(id) == 0) {
+        if (!timers_.Remove(id)) {
             return ENOENT;
         }
         Arm();
@@ -88,9 +78,10 @@ public:
     }
 
 private:
-    using Timers = std::map<OsTimerId, Timer>;
+    using Lock = std::unique_lock<std::mutex>;
+    using Call = kivo::TimerTable::Call;
 
-    // Signals are for the process's own threads.
+    // The new thread watches. Signals are for the process's own threads.
     uint32_t StartThread() {
         sigset_t all;
         sigset_t former;
@@ -106,6 +97,7 @@ private:
             this);
         pthread_sigmask(SIG_SETMASK, &former, nullptr);
         if (error == 0) {
+            watched_ = true;
             pthread_setname_np(thread, "kivo_timer");
             pthread_detach(thread);
         }
@@ -113,63 +105,77 @@ private:
     }
 
     void Run() {
-        while (Wait()) {
-            RunDue();
-        }
-    }
-
-    // Until the timer descriptor says that something is due; false when it is no more.
-    bool Wait() const {
-        uint64_t expirations = 0;
-        return read(fd_, &expirations, sizeof expirations) >= 0 || errno == EINTR;
-    }
-
-    void RunDue() {
-        std::unique_lock lock(mutex_);
-        for (auto next = Next(); next != timers_.end() && next->second.due <= Now(); next = Next()) {
-            const OsTimerId id = next->first;
-            const OsTimerParam param = next->second.param;
-            if (param.repeat == 1) {
-                // Calls that came too late are left out, not made up for.
-                const int64_t period = Period(next->second);
-                next->second.due += period * (1 + (Now() - next->second.due) / period);
-            }
+        Lock lock(mutex_);
+        do {
+            const Call call = WaitForDue(lock);
+            watched_ = false;
+            FindWatcher();
             lock.unlock();
-            param.callback(param.userData);
+            call.param.callback(call.param.userData);
             lock.lock();
-            if (param.repeat == 0) {
-                timers_.erase(id);
-            }
+            timers_.End(call.id, Now());
+            Arm();
+        } while (BecomeWatcher(lock));
+    }
+
+    Call WaitForDue(Lock& lock) {
+        std::optional<Call> call;
+        while (!(call = timers_.Begin(Now()))) {
+            Arm();
+            lock.unlock();
+            uint64_t expirations = 0;
+            (void)!read(fd_, &expirations, sizeof expirations);
+            lock.lock();
         }
-        Arm();
+        return *call;
     }
 
-    Timers::iterator Next() {
-        return std::min_element(timers_.begin(), timers_.end(),
-                                [](const auto& a, const auto& b) { return a.second.due < b.second.due; });
+    // Makes sure that somebody watches the timers that wait. Without a thread to be had, the next one that becomes free
+    // does it.
+    void FindWatcher() {
+        if (watched_ || !timers_.HasWaiting()) {
+            return;
+        }
+        if (spare_) {
+            watched_ = true;
+            spareWanted_ = true;
+            wakeSpare_.notify_one();
+        } else {
+            StartThread();
+        }
     }
 
-    // Wakes the thread when the next timer is due, and never when there is none.
+    // False for a thread that is not needed any more: one that watches and one to spare are enough.
+    bool BecomeWatcher(Lock& lock) {
+        if (!watched_) {
+            watched_ = true;
+            return true;
+        }
+        if (spare_) {
+            return false;
+        }
+        spare_ = true;
+        wakeSpare_.wait(lock, [this] { return spareWanted_; });
+        spare_ = spareWanted_ = false;
+        return true;
+    }
+
+    // Wakes the watching thread when the next callback is due, and never when there is none.
     void Arm() {
-        const auto next = Next();
-        const int64_t due = next == timers_.end() ? 0 : next->second.due;
+        const int64_t due = timers_.NextDue().value_or(0);
         itimerspec when{};
         when.it_value.tv_sec = due / kNanosecondsPerSecond;
         when.it_value.tv_nsec = due % kNanosecondsPerSecond;
         timerfd_settime(fd_, TFD_TIMER_ABSTIME, &when, nullptr);
     }
 
-    OsTimerId FreshId() {
-        do {
-            ++lastId_;
-        } while (lastId_ == 0 || timers_.contains(lastId_));
-        return lastId_;
-    }
-
-    std::mutex mutex_;
+    std::mutex mutex_;  // guards everything here; not held while a callback runs
+    std::condition_variable wakeSpare_;
     int fd_ = -1;
-    Timers timers_;
-    OsTimerId lastId_ = 0;
+    kivo::TimerTable timers_{kNanosecondsPerSecond};
+    bool watched_ = false;  // a thread watches the descriptor, or is about to
+    bool spare_ = false;    // a thread waits to be wanted as the watcher
+    bool spareWanted_ = false;
 };
 
 }  // namespace

@@ -25,4 +25,15 @@ inline std::string ThreadStatus(const std::string& thread, const std::string& li
     return {};
 }
 
+/// How many threads of that name there are.
+inline int ThreadCount(const std::string& thread) {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        count += name == thread ? 1 : 0;
+    }
+    return count;
+}
+
 }  // namespace support

@@ -1,4 +1,5 @@
 // The timer manager's thread: asleep while nothing is due, and deaf to signals.
+#include <atomic>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -38,6 +39,30 @@ TEST(OsTimerThread, SleepsWhileNothingIsDue) {
     OsSleep(2);
     EXPECT_EQ(Status("voluntary_ctxt_switches"), before);
     EXPECT_EQ(OsTmrDelete(later), 0U);
+}
+
+TEST(OsTimerThread, ThreadsAreKeptForTheNextCallsAndNoMoreThanTwo) {
+    static std::atomic<int> running;
+    static std::atomic<bool> open;
+    ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    OsTimerParam param{};
+    param.mode = 1;
+    param.period = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        ++running;
+        EXPECT_TRUE(support::WaitFor([] { return open.load(); }));
+        --running;
+        return 0;
+    };
+    constexpr int kTimers = 5;
+    for (int i = 0; i < kTimers; ++i) {
+        OsTimerId id = 0;
+        ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    }
+    EXPECT_TRUE(support::WaitFor([] { return running == kTimers; }));
+    EXPECT_GE(support::ThreadCount("kivo_timer"), kTimers);
+    open = true;
+    EXPECT_TRUE(support::WaitFor([] { return support::ThreadCount("kivo_timer") <= 2; }));
 }
 
 TEST(OsTimerThread, BlocksAllSignals) {
