@@ -364,6 +364,17 @@ TEST_F(WylogBackupTest, AMissingFolderIsLoggedWhenItIsListed) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectFile 15: Failed to open destination directory: missing"});
 }
 
+TEST_F(WylogBackupTest, NamesOfTheSameTimeAreAllKeptWhenTheyAreSorted) {
+    Names names;
+    for (int number = 1000; number < 2000; ++number) {
+        names.push_back(Log(number));  // without a file, and so without a time
+    }
+    Names sorted = names;
+    SortByTime(sorted, kSource);
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(sorted, names);
+}
+
 TEST_F(WylogBackupTest, NamesAreToldApartByTheirBeginning) {
     for (const char* name : {"wyapplogcat-log.I1", "wyapplogcat-log.E1", "x-wyapplogcat-log.I1"}) {
         Write(std::string(kSource) + "/" + name, "");

@@ -1,8 +1,11 @@
 // Conversion of configuration attributes.
+//
+// The program is linked so that every strtoul of the server, which std::stoul calls, passes through here.
 #include "config/config_transfer.h"
 
 #include <tinyxml2.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "support/journal_text.h"
@@ -10,6 +13,28 @@
 
 using support::Lines;
 using support::LogLines;
+
+namespace {
+
+bool g_readsNumbers = true;  // else strtoul finds none
+
+}  // namespace
+
+extern "C" {
+
+unsigned long __wrap_strtoul(const char* text, char** end, int base) {
+    if (g_readsNumbers) {
+        return std::strtoull(text, end, base);
+    }
+    *end = const_cast<char*>(text);
+    return 0;
+}
+
+// Its name in newer C libraries.
+unsigned long __wrap___isoc23_strtoul(const char* text, char** end, int base) {
+    return __wrap_strtoul(text, end, base);
+}
+}
 
 namespace {
 
@@ -115,6 +140,14 @@ TEST_F(ConfigTransferTest, LargeNumbersWrapAndTooLargeOnesAreZero) {
     EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: String2Uint32 err,[18446744073709551616] Out of range."});
     EXPECT_EQ(FromText(""), 0U);
     EXPECT_EQ(LogLines().back(), "1 InspectConfigMgr 20: String2Uint32 err,[] is not digit.");
+}
+
+TEST_F(ConfigTransferTest, DigitsThatAreNoNumberAreZero) {
+    g_readsNumbers = false;
+    const unsigned int number = FromText("12");
+    g_readsNumbers = true;
+    EXPECT_EQ(number, 0U);
+    EXPECT_EQ(LogLines(), Lines{"1 InspectConfigMgr 20: String2Uint32 err,[12] Invalid_argument."});
 }
 
 TEST_F(ConfigTransferTest, OnlyTrueIsAFolder) {

@@ -57,6 +57,14 @@ TEST_F(ResultMgrWaitTest, TimesOutAfterTheFirstSecondOf1Millisecond) {
     EXPECT_EQ(m_item.endTime, 1700000001000U);
 }
 
+TEST_F(ResultMgrWaitTest, TimesOutAfterTheSecondSecondOf1001Milliseconds) {
+    Begin(1001);
+    kivo::fake::Pass(1);
+    EXPECT_EQ(Stored("a"), "a|running|10%");
+    kivo::fake::Pass(1);
+    EXPECT_EQ(Stored("a"), "a|fail|timeout");
+}
+
 TEST_F(ResultMgrWaitTest, TheLongestTimeLimitComes) {
     Begin(4294967295);
     kivo::fake::Pass(4294967);
