@@ -12,6 +12,7 @@ BUILD_PACKAGES=(
     libutf8proc-dev  # UTF-8 and the width of characters
     libarchive-dev   # packages of collected logs; compresses with zstd by itself
     libssl-dev       # their checksums
+    libre2-dev       # the patterns of secrets that are masked in them
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)

@@ -60,6 +60,14 @@ std::string AbsolutePath(const std::string& path) {
     return goesUp ? ResolvedPath(path) : Tidied(absolute).string();
 }
 
+std::string Moved(const std::string& path, const std::string& from, const std::string& to) {
+    const fs::path plain = Tidied(fs::path(path));
+    if (from == to || !IsInside(plain.string(), from)) {
+        return path;
+    }
+    return Tidied(fs::path(to) / plain.lexically_relative(from)).string();
+}
+
 std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination) {
     const fs::path folder = Tidied(fs::absolute(area));
     const fs::path path(destination);

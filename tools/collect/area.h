@@ -33,6 +33,9 @@ std::string AbsolutePath(const std::string& path);
 // the way.
 std::optional<std::string> PlaceIn(const std::string& area, const std::string& destination);
 
+// The path below `to` that stands for one below `from`, compared by their names; any other path as it is.
+std::string Moved(const std::string& path, const std::string& from, const std::string& to);
+
 // The absolute path with links followed, as far as it exists.
 std::string ResolvedPath(const std::string& path);
 

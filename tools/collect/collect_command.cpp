@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,11 +25,14 @@
 #include "driver.h"
 #include "entry.h"
 #include "package.h"
+#include "redaction.h"
+#include "room.h"
 
 namespace ominspect::collect {
 namespace {
 
 constexpr const char* kDeviceArea = "/data/inspect/diag/log";
+constexpr const char* kDevicePatterns = "/etc/ominspect/redaction.patterns";  // need not exist
 
 std::string HostName() {
     std::array<char, 256> name{};
@@ -73,9 +77,7 @@ public:
         }
         std::string line = Position(progress.index, progress.count) + text::Escaped(progress.entry.source) + ": " +
                            Amount(progress.files, progress.bytes);
-        if (progress.left) {
-            line += ", " + Seconds(*progress.left) + " left";
-        }
+        line += ", " + Seconds(progress.left) + " left";
         screen_.Draw({line});
     }
 
@@ -138,7 +140,16 @@ public:
             error = ReadEntries();
         }
         if (!error) {
+            error = ReadPatterns();
+        }
+        if (!error && options_.dryRun) {
+            return DryRun();
+        }
+        if (!error) {
             error = OpenOutput();
+        }
+        if (!error) {
+            error = LookForRoom();
         }
         if (error) {
             Complain(error->text);
@@ -183,7 +194,29 @@ private:
             return error;
         }
         entries_ = std::move(entries->list);
+        if (options_.sources.empty()) {
+            for (Entry& entry : entries_) {
+                entry.destination = Moved(entry.destination, kDeviceArea, collection_.area);
+            }
+        }
         collection_.messages = std::move(entries->messages);
+        return std::nullopt;
+    }
+
+    std::optional<Error> ReadPatterns() {
+        if (!options_.redact) {
+            return std::nullopt;
+        }
+        std::vector<std::string> files = options_.patterns;
+        if (access(kDevicePatterns, F_OK) == 0) {
+            files.emplace_back(kDevicePatterns);
+        }
+        auto made = Redaction::Make(files);
+        if (!made) {
+            return WrongUse(text::Escaped(made.Failure().text));
+        }
+        redaction_ = std::move(*made);
+        collection_.redacted = true;
         return std::nullopt;
     }
 
@@ -206,14 +239,80 @@ private:
         return {error.code, "cannot write the package " + text::Escaped(path) + ": " + error.text};
     }
 
+    // What the copy functions would copy, with all limits. Nothing when it was given up.
+    std::optional<std::vector<EntryReport>> Count(const DriverEvents& events) {
+        DriveRules rules = Rules();
+        rules.copy.dryRun = true;
+        return Drive(entries_, rules, signals_, events);
+    }
+
+    static std::uint64_t Sum(const std::vector<EntryReport>& reports) {
+        return std::accumulate(reports.begin(), reports.end(), std::uint64_t{0},
+                               [](std::uint64_t sum, const EntryReport& report) { return sum + report.bytes; });
+    }
+
+    ExitCode DryRun() {
+        Start();
+        auto reports = Count({[](const Progress&) {}, [](std::size_t, const EntryReport&) {}});
+        if (!reports) {
+            Complain("given up");
+            return kFailed;
+        }
+        End(std::move(*reports));
+        collection_.dryRun = true;
+        if (options_.json) {
+            (void)std::printf("%s\n", ManifestText(collection_, {}).c_str());
+        } else {
+            (void)std::printf("%s\nnothing was copied: %s in all, ", SummaryTable(collection_.entries).c_str(),
+                              text::Size(static_cast<double>(Sum(collection_.entries))).c_str());
+            const auto room = FreeBytes(collection_.area);
+            (void)std::printf("%s free in %s\n", room ? text::Size(static_cast<double>(*room)).c_str() : "unknown",
+                              text::Escaped(collection_.area).c_str());
+        }
+        return IsComplete(collection_, {}) ? kPassed : kFailed;
+    }
+
+    // A full disk is no place to find out that the logs do not fit.
+    std::optional<Error> LookForRoom() {
+        const auto room = FreeBytes(collection_.area);
+        const auto reports = Count({[](const Progress&) {}, [](std::size_t, const EntryReport&) {}});
+        if (!room || !reports) {
+            return std::nullopt;
+        }
+        const std::uint64_t needed = Sum(*reports);
+        const std::uint64_t free = *room + ReplacedBytes(entries_);
+        if (needed <= free) {
+            return std::nullopt;
+        }
+        return OtherError("not enough room in " + text::Escaped(collection_.area) + ": " +
+                          text::Size(static_cast<double>(needed)) + " are needed, " +
+                          text::Size(static_cast<double>(free)) + " are free; --max-size and --exclude take less");
+    }
+
+    void Start() {
+        collection_.version = OMINSPECT_VERSION;
+        collection_.started = std::chrono::system_clock::now();
+    }
+
+    void End(std::vector<EntryReport> reports) {
+        collection_.entries = std::move(reports);
+        collection_.collected = std::chrono::system_clock::now();
+        collection_.interrupted = signals_.Count() > 0;
+    }
+
     ExitCode Collect() {
         Display display(entries_.size());
         timespec since{};
         // The clock that the file system takes its times from.
         (void)clock_gettime(CLOCK_REALTIME_COARSE, &since);
-        collection_.version = OMINSPECT_VERSION;
-        collection_.started = std::chrono::system_clock::now();
-        auto reports = Drive(entries_, collection_.area, signals_,
+        Start();
+        auto vendor = CallVendorHook(signals_);
+        if (!vendor) {
+            Complain("given up; no package was written");
+            return kFailed;
+        }
+        collection_.vendor = std::move(*vendor);
+        auto reports = Drive(entries_, Rules(), signals_,
                              {[&](const Progress& progress) { display.Show(progress); },
                               [&](std::size_t index, const EntryReport& report) { display.ShowDone(index, report); }});
         if (!reports) {
@@ -221,9 +320,7 @@ private:
             Complain("given up; no package was written");
             return kFailed;
         }
-        collection_.entries = std::move(*reports);
-        collection_.collected = std::chrono::system_clock::now();
-        collection_.interrupted = signals_.Count() > 0;
+        End(std::move(*reports));
         bool told = false;
         const auto goOn = [&](const PackedTree& packed) {
             display.ShowPacking(packed);
@@ -235,13 +332,27 @@ private:
             return count < 2;
         };
         (void)goOn({});
-        const auto package = WritePackage(*file_, collection_, since, goOn);
+        const auto package = WritePackage(*file_, collection_, since, redaction_.get(), goOn);
         display.Clear();
         if (!package) {
             Complain(CannotWrite(file_->Path(), package.Failure()).text);
             return kFailed;
         }
         return Report(*package);
+    }
+
+    DriveRules Rules() const {
+        DriveRules rules;
+        rules.copy.area = collection_.area;
+        rules.copy.exclude = options_.exclude;
+        rules.copy.package = file_ ? ResolvedPath(file_->TemporaryPath()) : "";
+        if (options_.maxSize > 0) {
+            rules.copy.bytesLeft = options_.maxSize;
+        }
+        if (options_.totalLimit > 0) {
+            rules.totalLimit = std::chrono::seconds(options_.totalLimit);
+        }
+        return rules;
     }
 
     ExitCode Report(const Package& package) const {
@@ -260,6 +371,18 @@ private:
             Complain(std::to_string(package.packed.leftOut.size()) +
                      " paths of the area are not in the package; its manifest.json names them");
         }
+        if (const VendorReport& vendor = collection_.vendor; !vendor.IsGood()) {
+            Complain("the product's own collection failed: " + (vendor.remark.empty()
+                                                                    ? "result " + std::to_string(vendor.result)
+                                                                    : text::Escaped(vendor.remark)));
+        }
+        const auto& files = package.packed.files;
+        const std::uint64_t masked =
+            std::accumulate(files.begin(), files.end(), std::uint64_t{0},
+                            [](std::uint64_t sum, const PackedFile& file) { return sum + file.masked.value_or(0); });
+        if (masked > 0) {
+            Complain(std::to_string(masked) + (masked == 1 ? " secret is masked" : " secrets are masked"));
+        }
         (void)std::fprintf(options_.json ? stderr : stdout, "package: %s, %s\n", text::Escaped(file_->Path()).c_str(),
                            text::Size(static_cast<double>(file_->Size())).c_str());
         return IsComplete(collection_, package.packed) ? kPassed : kFailed;
@@ -268,6 +391,7 @@ private:
     EndSignals signals_;  // made first, so that a Ctrl-C at any time leaves nothing behind
     const CollectOptions& options_;
     std::unique_ptr<TemporaryArea> temporary_;
+    std::unique_ptr<Redaction> redaction_;  // null: everything stays as it is
     std::unique_ptr<OutputFile> file_;
     std::vector<Entry> entries_;
     Collection collection_;

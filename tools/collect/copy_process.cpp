@@ -4,24 +4,22 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "area.h"
+#include "copy_guard.h"
 #include "intercept.h"
 #include "kivo/om_log_client.h"
 
@@ -32,39 +30,11 @@ constexpr const char* kFailureKind = "failure";
 constexpr const char* kMessageKind = "message";
 constexpr int kNoMemory = 3;
 constexpr std::size_t kLongestLine = 1000;
+constexpr std::chrono::seconds kReapTime{2};
+constexpr useconds_t kReapPeriod = 1000;
 
 // How the copy functions' line begins when they found `running` cleared.
 constexpr std::string_view kEndedEarly = "collection stopped by timer,";
-
-// Keeps a copy inside its source: the copy functions follow every link.
-class LinkGuard {
-public:
-    // For the copy of `source` to `destination`; the source may itself be a link.
-    LinkGuard(const std::string& source, const std::string& destination)
-        : source_(ResolvedPath(source)), destination_(ResolvedPath(destination)) {}
-
-    // Why this path must not be read: it leads out of both trees, or to a folder that holds the path, which would go on
-    // without end. Empty when it may be read.
-    std::string Objection(const std::string& path) const {
-        std::error_code error;
-        const std::string real = std::filesystem::canonical(path, error).string();
-        if (error) {
-            return {};  // whoever opens it finds out
-        }
-        if (IsInside(real, destination_)) {
-            return {};  // what an earlier collection left
-        }
-        if (!IsInside(real, source_)) {
-            return "a link that leads out of the source";
-        }
-        const std::string parent = ResolvedPath(std::filesystem::absolute(path).parent_path().string());
-        return IsInside(parent, real) ? "a link to a folder that it lies in" : "";
-    }
-
-private:
-    std::string source_;  // links followed
-    std::string destination_;
-};
 
 void Tell(int fd, const char* kind, std::string_view first, std::string_view second) {
     std::string record = kind;
@@ -74,13 +44,12 @@ void Tell(int fd, const char* kind, std::string_view first, std::string_view sec
     }
 }
 
-// The platform refuses everything but regular files with the same number. This says more.
-std::string Reason(const char* src, std::uint32_t error) {
-    struct stat status {};
-    if (error == EINVAL && stat(src, &status) == 0 && !S_ISREG(status.st_mode)) {
-        return "not a regular file";
-    }
-    return SystemText(static_cast<int>(error));
+// The lines that a copy has other times than its source: the copy functions would have had to set them by a command
+// that takes no such name. They have been set (see FileCalls).
+bool IsAboutTimes(std::string_view line) {
+    return line == "file path contains danger char, skip!" ||
+           (line.starts_with("change file [") && line.ends_with("] time fail")) ||
+           (line.starts_with("Change file [") && line.ends_with("] stat fail"));
 }
 
 }  // namespace
@@ -90,8 +59,8 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<std::uint64_
 
 struct CopyProcess::Shared {
     CollectConfig config;
-    std::atomic<std::uint64_t> files{0};
-    std::atomic<std::uint64_t> bytes{0};
+    CopyCounts counts;
+    std::atomic<int> hookResult{0};
 };
 
 void CopyProcess::Unmap::operator()(Shared* shared) const {
@@ -102,15 +71,35 @@ void CopyProcess::Unmap::operator()(Shared* shared) const {
 CopyProcess::CopyProcess(std::unique_ptr<Shared, Unmap> shared, pid_t pid, UniqueFd records, UniqueFd errors)
     : shared_(std::move(shared)), pid_(pid), records_(std::move(records)), errors_(std::move(errors)) {}
 
-Result<std::unique_ptr<CopyProcess>> CopyProcess::Start(const Entry& entry) {
+Result<std::unique_ptr<CopyProcess>> CopyProcess::Start(const Entry& entry, const CopyRules& rules) {
+    return Start([&](Shared& shared, int records) {
+        // Without the copy functions' own timer, for whose last second each copy would wait: see Stop.
+        shared.config.timeout = entry.limit;
+        if (entry.limit == 0) {
+            shared.config.running = false;
+        }
+        const std::string destination = AbsolutePath(entry.destination);
+        CopyGuard guard(
+            entry.source, destination, rules, shared.counts,
+            [&](const std::string& path, const std::string& reason) { Tell(records, kFailureKind, path, reason); });
+        if (MirrorsFolder(entry)) {
+            guard.Clear();
+        }
+        entry.copy(entry.source.c_str(), destination.c_str(), shared.config);
+    });
+}
+
+Result<std::unique_ptr<CopyProcess>> CopyProcess::StartVendorHook() {
+    return Start([](Shared& shared, int /*records*/) { shared.hookResult = InspectCollectVendorLog(); });
+}
+
+Result<std::unique_ptr<CopyProcess>> CopyProcess::Start(const Body& body) {
     void* page = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
         return SystemError();
     }
     std::unique_ptr<Shared, Unmap> shared(new (page) Shared);
-    shared->config.startTimer = true;
     shared->config.running = true;
-    shared->config.timeout = entry.limit;
 
     auto records = MakePipe();
     if (!records) {
@@ -131,40 +120,21 @@ Result<std::unique_ptr<CopyProcess>> CopyProcess::Start(const Entry& entry) {
         if (getppid() != parent || dup2(errors->write.Get(), STDERR_FILENO) < 0) {
             _exit(kNoMemory);
         }
-        Run(entry, *shared, records->write.Get());
+        Run(body, *shared, records->write.Get());
     }
     (void)setpgid(pid, pid);  // whichever of the two comes first
     return std::unique_ptr<CopyProcess>(
         new CopyProcess(std::move(shared), pid, std::move(records->read), std::move(errors->read)));
 }
 
-void CopyProcess::Run(const Entry& entry, Shared& shared, int records) {
+void CopyProcess::Run(const Body& body, Shared& shared, int records) {
     try {
         const LogCapture log([&](unsigned level, const std::string& text) {
-            if (level <= KIVO_OM_LOG_WARNING) {
+            if (level <= KIVO_OM_LOG_WARNING && !IsAboutTimes(text)) {
                 Tell(records, kMessageKind, text, {});
             }
         });
-        const LinkGuard guard(entry.source, entry.destination);
-        const auto admit = [&](const char* path) {
-            const std::string objection = guard.Objection(path);
-            if (!objection.empty()) {
-                Tell(records, kFailureKind, path, objection);
-            }
-            return objection.empty();
-        };
-        const CopyWatch copies(admit, [&](const char* src, const char* dst, std::uint32_t error) {
-            if (error != 0) {
-                Tell(records, kFailureKind, src, Reason(src, error));
-                return;
-            }
-            struct stat status {};
-            if (stat(dst, &status) == 0) {
-                shared.bytes += static_cast<std::uint64_t>(status.st_size);
-            }
-            ++shared.files;
-        });
-        entry.copy(entry.source.c_str(), entry.destination.c_str(), shared.config);
+        body(shared, records);
     } catch (const std::exception&) {
         _exit(kNoMemory);
     }
@@ -172,9 +142,11 @@ void CopyProcess::Run(const Entry& entry, Shared& shared, int records) {
 }
 
 CopyProcess::~CopyProcess() {
-    if (pid_ > 0) {
-        (void)kill(-pid_, SIGKILL);
-        (void)waitpid(pid_, nullptr, 0);
+    Kill();
+    // One that hangs in the kernel, at a dead disk, cannot be waited for: it ends when that answers.
+    const auto end = std::chrono::steady_clock::now() + kReapTime;
+    while (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0 && std::chrono::steady_clock::now() < end) {
+        (void)usleep(kReapPeriod);
     }
 }
 
@@ -189,16 +161,30 @@ bool CopyProcess::Watch(int otherFd, int milliseconds) {
     return false;
 }
 
-bool CopyProcess::Stop() {
-    return shared_->config.running.exchange(false);
+void CopyProcess::Stop() {
+    shared_->config.running = false;
+}
+
+void CopyProcess::Kill() {
+    if (pid_ > 0) {
+        (void)kill(-pid_, SIGKILL);
+    }
 }
 
 std::uint64_t CopyProcess::Files() const {
-    return shared_->files;
+    return shared_->counts.files;
 }
 
 std::uint64_t CopyProcess::Bytes() const {
-    return shared_->bytes;
+    return shared_->counts.bytes;
+}
+
+int CopyProcess::HookResult() const {
+    return shared_->hookResult;
+}
+
+std::string CopyProcess::Current() const {
+    return shared_->counts.current.data();
 }
 
 std::string CopyProcess::Death() {

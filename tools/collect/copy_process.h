@@ -1,16 +1,17 @@
-// Runs one entry's copy function in a process of its own instead of on a thread: system(3), which the copy functions
-// use for every file, discards a pending SIGINT of its process; what the started tools print can be caught; and a copy
-// that hangs or crashes harms nothing else.
+// Runs one entry's copy function in a process of its own instead of on a thread: a copy that hangs can be ended, one
+// that crashes harms nothing else, and what it prints can be caught.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include <sys/types.h>
 
 #include "common/fd.h"
+#include "copy_rules.h"
 #include "entry.h"
 
 namespace ominspect::collect {
@@ -19,7 +20,10 @@ namespace ominspect::collect {
 class CopyProcess {
 public:
     // Starts the copy. To be called while the program has one thread only.
-    static Result<std::unique_ptr<CopyProcess>> Start(const Entry& entry);
+    static Result<std::unique_ptr<CopyProcess>> Start(const Entry& entry, const CopyRules& rules);
+
+    // Starts the product's hook for logs of its own, which does as it likes.
+    static Result<std::unique_ptr<CopyProcess>> StartVendorHook();
     ~CopyProcess();
     CopyProcess(const CopyProcess&) = delete;
     CopyProcess& operator=(const CopyProcess&) = delete;
@@ -28,12 +32,21 @@ public:
     // reports. False when the process has ended.
     bool Watch(int otherFd, int milliseconds);
 
-    // Ends the copy at its next directory entry. False when it had ended, or was being ended by its timer.
-    bool Stop();
+    // Ends the copy at its next directory entry.
+    void Stop();
+
+    // Ends the process where it is, with all that it started.
+    void Kill();
 
     // Copied so far.
     std::uint64_t Files() const;
     std::uint64_t Bytes() const;
+
+    // The file that was being copied when the process ended; empty when there was none.
+    std::string Current() const;
+
+    // What the hook returned.
+    int HookResult() const;
 
     const FirstOf<Failure>& Failures() const { return failures_; }
     const FirstOf<std::string>& Messages() const { return messages_; }
@@ -51,7 +64,10 @@ private:
     };
 
     CopyProcess(std::unique_ptr<Shared, Unmap> shared, pid_t pid, UniqueFd records, UniqueFd errors);
-    [[noreturn]] static void Run(const Entry& entry, Shared& shared, int records);
+    // What the process does; its reports go to the descriptor.
+    using Body = std::function<void(Shared& shared, int records)>;
+    static Result<std::unique_ptr<CopyProcess>> Start(const Body& body);
+    [[noreturn]] static void Run(const Body& body, Shared& shared, int records);
     bool ReadRecords();
     void ReadErrors(bool toTheEnd);
     void TakeIn(const std::string& kind, const std::string& first, const std::string& second);

@@ -202,9 +202,10 @@ private:
     std::map<std::string, int> lines_;  // of the items' names
 };
 
-bool IsRegularOrMissing(const std::string& path) {
+// Whether reading it may wait, or never end. The loader reads nothing from a folder, as from a file that is not there.
+bool IsDeviceOrPipe(const std::string& path) {
     struct stat status {};
-    return stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
 }  // namespace
@@ -216,8 +217,8 @@ bool Diagnosis::FallsBack() const {
 
 Diagnosis Diagnose(const std::string& path) {
     Diagnosis diagnosis;
-    if (!IsRegularOrMissing(path)) {
-        diagnosis.unreadable = WrongUse("not a regular file");  // a pipe would be waited for
+    if (IsDeviceOrPipe(path)) {
+        diagnosis.unreadable = WrongUse("not a regular file");
         return diagnosis;
     }
     Loaded whole = Load([&](InspectConfigMgr& config) { config.InitInspectConfigFrom(path); });

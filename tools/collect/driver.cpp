@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <set>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,7 +20,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kTick = 200;  // milliseconds between two looks at the progress
+constexpr std::chrono::milliseconds kTick{200};  // between two looks at the progress
+
+// A copy that was told to end has this long to finish its file. One that was killed gets the same to disappear.
+constexpr std::chrono::seconds kPatience{3};
 
 bool IsMissing(const std::string& path) {
     struct stat status {};
@@ -36,7 +41,8 @@ std::string Refusal(const Entry& entry, const std::string& area) {
     if (!PlaceIn(area, entry.destination)) {
         return "the destination " + entry.destination + " is outside the area " + area;
     }
-    if (Overlap(entry.source, entry.destination)) {
+    // By their names, too: the copy's paths are told apart by them.
+    if (Overlap(entry.source, entry.destination) || IsInside(entry.source, AbsolutePath(entry.destination))) {
         return "source and destination overlap";
     }
     return {};
@@ -60,119 +66,197 @@ bool IsFolder(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// Compares a source folder with its copy, which came to its end, and tells what is not there and not among the paths in
-// `known`: folders that cannot be read, entries after a path that was too long (the copy functions say nothing of
-// both), and whatever came meanwhile. It walks over the copy, which is finite even where links make the source endless.
-void AuditFolder(const std::string& source, const std::string& copy, const std::set<std::string>& known,
-                 const std::function<void(Failure)>& tell) {
-    std::vector<std::string> wanted;
-    std::vector<std::string> copied;
-    if (const auto error = SortedNames(AT_FDCWD, source.c_str(), wanted)) {
-        tell({source, error->text});
-    }
-    if (const auto error = SortedNames(AT_FDCWD, copy.c_str(), copied)) {
-        tell({copy, error->text});
-        return;
-    }
-    const std::size_t longest = std::max(source.size(), copy.size());
-    const bool ended = std::any_of(wanted.begin(), wanted.end(),
-                                   [&](const std::string& name) { return longest + 1 + name.size() > kLongestPath; });
-    for (const std::string& name : wanted) {
-        const std::string path = Joined(source, name);
-        const std::string copyPath = Joined(copy, name);
-        if (known.contains(path)) {
-            continue;
-        }
-        if (std::binary_search(copied.begin(), copied.end(), name)) {
-            if (IsFolder(copyPath)) {
-                AuditFolder(path, copyPath, known, tell);
-            }
-        } else if (longest + 1 + name.size() > kLongestPath) {
-            tell({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
-        } else {
-            tell({path, ended ? "comes after a path longer than 255 bytes" : "not copied"});
+// Compares a source folder with its copy, which came to its end, and tells what is not there, not excluded and not
+// among the paths that are known to fail: folders that cannot be read, entries after a path that was too long (the copy
+// functions say nothing of both), and whatever came meanwhile. It walks over the copy, which is finite even where links
+// make the source endless.
+class FolderAudit {
+public:
+    FolderAudit(EntryReport& report, const CopyRules& rules) : report_(report), rules_(rules) {
+        for (const Failure& failure : report.failures.list) {
+            known_.insert(failure.path);
         }
     }
-}
 
-void Audit(EntryReport& report) {
-    std::set<std::string> known;
-    for (const Failure& failure : report.failures.list) {
-        known.insert(failure.path);
+    void Run() { Compare(report_.entry.source, report_.entry.destination); }
+
+private:
+    void Compare(const std::string& source, const std::string& copy) {
+        std::vector<std::string> wanted;
+        std::vector<std::string> copied;
+        if (const auto error = SortedNames(AT_FDCWD, source.c_str(), wanted)) {
+            report_.failures.Add({source, error->text});
+        }
+        if (const auto error = SortedNames(AT_FDCWD, copy.c_str(), copied)) {
+            report_.failures.Add({copy, error->text});
+            return;
+        }
+        const std::size_t longest = std::max(source.size(), copy.size());
+        const auto isTooLong = [&](const std::string& name) { return longest + 1 + name.size() > kLongestPath; };
+        const bool ended = std::any_of(wanted.begin(), wanted.end(), isTooLong);
+        for (const std::string& name : wanted) {
+            const std::string path = Joined(source, name);
+            if (known_.contains(path) || IsPassedOver(path)) {
+                continue;
+            }
+            if (std::binary_search(copied.begin(), copied.end(), name)) {
+                const std::string copyPath = Joined(copy, name);
+                if (IsFolder(copyPath)) {
+                    Compare(path, copyPath);
+                }
+            } else if (isTooLong(name)) {
+                report_.failures.Add({path, "the path is longer than 255 bytes, which ends the copy of its folder"});
+            } else {
+                report_.failures.Add({path, ended ? "comes after a path longer than 255 bytes" : "not copied"});
+            }
+        }
     }
+
+    bool IsPassedOver(const std::string& path) const {
+        return rules_.Excludes(path.substr(report_.entry.source.size() + 1)) ||
+               (!rules_.package.empty() && ResolvedPath(path) == rules_.package);
+    }
+
+    EntryReport& report_;
+    const CopyRules& rules_;
+    std::set<std::string> known_;
+};
+
+void Audit(EntryReport& report, const CopyRules& rules) {
     if (MirrorsFolder(report.entry)) {
-        AuditFolder(report.entry.source, report.entry.destination, known,
-                    [&](Failure failure) { report.failures.Add(std::move(failure)); });
-    } else if (report.entry.copy == InspectCopyFile && report.files == 0 && known.empty()) {
+        FolderAudit(report, rules).Run();
+    } else if (report.entry.copy == InspectCopyFile && report.files == 0 && report.failures.count == 0) {
         report.failures.Add({report.entry.source, "not copied"});
     }
 }
 
-std::string LimitRemark(const Entry& entry) {
-    const auto limit = LimitOf(entry).value_or(std::chrono::seconds(0));
-    return "the time limit of " + std::to_string(limit.count()) + " s ended it";
+// The copy functions make no folder outside the area. What is wrong with it is told with each path that fails.
+void MakeArea(const std::string& area) {
+    std::error_code error;
+    if (std::filesystem::create_directories(area, error)) {
+        std::filesystem::permissions(area, std::filesystem::perms{0770}, error);
+    }
 }
+
+std::string LimitRemark(const char* which, std::chrono::seconds limit) {
+    return std::string(which) + " of " + std::to_string(limit.count()) + " s ended it";
+}
+
+// What ends a copy before it has seen everything.
+enum class Cause { kNone, kLimit, kTotalLimit, kInterrupt };
 
 class EntryRun {
 public:
-    EntryRun(EndSignals& signals, const DriverEvents& events, std::size_t count)
-        : signals_(signals), events_(events), count_(count) {}
+    EntryRun(const DriveRules& rules, EndSignals& signals, const DriverEvents& events, std::size_t count)
+        : rules_(rules), copyRules_(rules.copy), signals_(signals), events_(events), count_(count) {
+        if (rules.totalLimit) {
+            totalEnd_ = Clock::now() + *rules.totalLimit;
+        }
+    }
+
+    bool IsTimeOver() const { return Clock::now() >= totalEnd_; }
 
     // False: given up.
     bool Run(std::size_t index, EntryReport& report) {
         const Clock::time_point start = Clock::now();
-        const auto started = CopyProcess::Start(report.entry);
+        end_ = start + report.limit;
+        const bool totalFirst = totalEnd_ < end_;
+        if (totalFirst) {
+            end_ = totalEnd_;
+            report.limit = std::chrono::ceil<std::chrono::seconds>(end_ - start);
+        }
+        cause_ = Cause::kNone;
+        if (!rules_.copy.dryRun) {
+            MakeArea(rules_.copy.area);
+        }
+        const bool missing = IsMissing(report.entry.source);
+        const auto started = CopyProcess::Start(report.entry, copyRules_);
         if (!started) {
             report.outcome = Outcome::kFailed;
             report.remark = "its process cannot be started: " + started.Failure().text;
             return true;
         }
         CopyProcess& process = **started;
-        const bool missing = IsMissing(report.entry.source);
-        bool interrupted = false;
-        bool stopped = false;
+        bool killed = false;
+        bool hangs = false;
         do {
             const int count = signals_.Count();
             if (count > 1) {
                 return false;
             }
-            if (count == 1 && !interrupted) {
-                interrupted = true;
-                stopped = process.Stop();
+            if (count == 1) {
+                End(process, Cause::kInterrupt);
             }
-            Show(index, report.entry, process, Clock::now() - start);
-        } while (process.Watch(signals_.Fd(), kTick));
+            const Clock::time_point now = Clock::now();
+            if (now >= end_) {
+                End(process, totalFirst ? Cause::kTotalLimit : Cause::kLimit);
+            }
+            if (now >= end_ + kPatience) {
+                process.Kill();
+                killed = true;
+            }
+            if (now >= end_ + 2 * kPatience) {
+                hangs = true;  // where not even SIGKILL reaches it
+                break;
+            }
+            Show(index, report.entry, process);
+        } while (process.Watch(signals_.Fd(), NextLook()));
         report.duration = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        Conclude(report, process, missing, stopped);
+        TakeIn(report, process);
+        const std::string death = hangs ? "it hangs" : process.Death();
+        if (killed && !death.empty()) {
+            ConcludeEnded(report);
+            if (const std::string current = process.Current(); !current.empty()) {
+                report.failures.Add({current, "its copy was ended in the middle"});
+            }
+        } else {
+            Conclude(report, process, missing, death);
+        }
+        copyRules_.bytesLeft -= std::min(copyRules_.bytesLeft, report.bytes);
         return true;
     }
 
 private:
-    void Show(std::size_t index, const Entry& entry, const CopyProcess& process, Clock::duration passed) const {
-        std::optional<std::chrono::milliseconds> left;
-        if (const auto limit = LimitOf(entry)) {
-            left = std::max(std::chrono::duration_cast<std::chrono::milliseconds>(*limit - passed),
-                            std::chrono::milliseconds(0));
+    // Only the first cause counts.
+    void End(CopyProcess& process, Cause cause) {
+        if (cause_ == Cause::kNone) {
+            cause_ = cause;
+            end_ = std::min(end_, Clock::now());
+            process.Stop();
         }
-        events_.onProgress({index, count_, entry, process.Files(), process.Bytes(), left});
     }
 
-    static void Conclude(EntryReport& report, CopyProcess& process, bool missing, bool stopped) {
+    int NextLook() const {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now());
+        return static_cast<int>((left.count() > 0 ? std::min(left, kTick) : kTick).count());
+    }
+
+    void Show(std::size_t index, const Entry& entry, const CopyProcess& process) const {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now());
+        events_.onProgress(
+            {index, count_, entry, process.Files(), process.Bytes(), std::max(left, std::chrono::milliseconds(0))});
+    }
+
+    static void TakeIn(EntryReport& report, const CopyProcess& process) {
         report.files = process.Files();
         report.bytes = process.Bytes();
         report.failures = process.Failures();
         report.messages = process.Messages();
-        if (const std::string death = process.Death(); !death.empty()) {
+    }
+
+    void Conclude(EntryReport& report, const CopyProcess& process, bool missing, const std::string& death) const {
+        if (!death.empty()) {
             report.outcome = Outcome::kFailed;
             report.remark = death;
         } else if (missing) {
             report.outcome = Outcome::kMissing;
             report.remark = "the source does not exist";
         } else if (process.WasEndedEarly()) {
-            report.outcome = stopped ? Outcome::kInterrupted : Outcome::kCutShort;
-            report.remark = stopped ? "interrupted" : LimitRemark(report.entry);
+            ConcludeEnded(report);
         } else {
-            Audit(report);
+            if (!rules_.copy.dryRun) {
+                Audit(report, rules_.copy);
+            }
             const std::uint64_t failed = report.failures.count;
             report.outcome = failed == 0 ? Outcome::kComplete : Outcome::kIncomplete;
             if (failed > 0) {
@@ -181,28 +265,47 @@ private:
         }
     }
 
+    void ConcludeEnded(EntryReport& report) const {
+        report.outcome = cause_ == Cause::kInterrupt ? Outcome::kInterrupted : Outcome::kCutShort;
+        if (cause_ == Cause::kInterrupt) {
+            report.remark = "interrupted";
+        } else if (cause_ == Cause::kTotalLimit) {
+            report.remark = LimitRemark("the time limit for all entries", *rules_.totalLimit);
+        } else {
+            report.remark = LimitRemark("the time limit", report.limit);
+        }
+    }
+
+    const DriveRules& rules_;
+    CopyRules copyRules_;  // with what is left of the bytes
     EndSignals& signals_;
     const DriverEvents& events_;
-    std::size_t count_;
+    const std::size_t count_;
+    Clock::time_point totalEnd_ = Clock::time_point::max();
+    Clock::time_point end_;  // when the current copy is told to end
+    Cause cause_ = Cause::kNone;
 };
 
 }  // namespace
 
-std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
+std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const DriveRules& rules,
                                               EndSignals& signals, const DriverEvents& events) {
     std::vector<EntryReport> reports;
-    EntryRun run(signals, events, entries.size());
+    EntryRun run(rules, signals, events, entries.size());
     for (std::size_t index = 0; index < entries.size(); ++index) {
         EntryReport report;
         report.entry = entries[index];
+        report.limit = LimitOf(report.entry);
         if (signals.Count() > 0) {
             report.remark = "interrupted before";
-        } else if (const std::string refusal = Refusal(report.entry, area); !refusal.empty()) {
+        } else if (const std::string refusal = Refusal(report.entry, rules.copy.area); !refusal.empty()) {
             report.outcome = Outcome::kRefused;
             report.remark = refusal;
         } else if (ReplacesEarlier(report.entry, reports)) {
             report.outcome = Outcome::kRefused;
             report.remark = "it would replace the copy of an earlier entry";
+        } else if (run.IsTimeOver()) {
+            report.remark = "the time for all entries was over";
         } else if (!run.Run(index, report)) {
             return std::nullopt;
         }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/end_signals.h"
+#include "copy_rules.h"
 #include "entry.h"
 
 namespace ominspect::collect {
@@ -19,7 +20,7 @@ struct Progress {
     const Entry& entry;
     std::uint64_t files;
     std::uint64_t bytes;
-    std::optional<std::chrono::milliseconds> left;  // until the time limit; nothing where there is none
+    std::chrono::milliseconds left;  // until the time limit
 };
 
 struct DriverEvents {
@@ -27,9 +28,15 @@ struct DriverEvents {
     std::function<void(std::size_t index, const EntryReport& report)> onDone;  // in the order of the entries
 };
 
-// Copies all entries into the area and reports on each. The first signal ends the current entry at its next file and
-// leaves out the others; the second one gives up at once, and nothing is returned.
-std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const std::string& area,
+struct DriveRules {
+    CopyRules copy;                                  // for all entries together
+    std::optional<std::chrono::seconds> totalLimit;  // of time, for all entries together
+};
+
+// Copies all entries into the area and reports on each. An entry ends at its next file when its time is over, and where
+// it is some seconds later. The first signal ends the current entry in the same way and leaves out the others; the
+// second one gives up at once, and nothing is returned.
+std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries, const DriveRules& rules,
                                               EndSignals& signals, const DriverEvents& events);
 
 }  // namespace ominspect::collect

@@ -93,14 +93,12 @@ const char* OutcomeWord(Outcome outcome) {
 }
 
 bool MirrorsFolder(const Entry& entry) {
-    return entry.copy == InspectCopyDirFile || (entry.copy == InspectCopyWylogsFile && !InspectIsNeedBackupWylog());
+    return entry.copy == InspectCopyDirFile || (entry.copy == InspectCopyWylogsFile && !InspectIsNeedBackupWylog()) ||
+           (entry.copy == InspectCopyFile && IsFolder(entry.source));
 }
 
-std::optional<std::chrono::seconds> LimitOf(const Entry& entry) {
+std::chrono::seconds LimitOf(const Entry& entry) {
     constexpr std::uint32_t kLongest = 60;
-    if (!MirrorsFolder(entry)) {
-        return std::nullopt;
-    }
     return std::chrono::seconds(std::min(entry.limit, kLongest));
 }
 

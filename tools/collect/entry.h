@@ -50,12 +50,12 @@ struct FirstOf {
 enum class Outcome {
     kComplete,
     kIncomplete,   // it came to its end, but some paths could not be copied
-    kCutShort,     // the time limit ended it
+    kCutShort,     // a time limit ended it
     kInterrupted,  // the user ended it
     kMissing,      // the source does not exist
     kRefused,      // the destination is not fit; nothing was copied
     kFailed,       // it could not be started, or its process died
-    kNotStarted    // the user had ended an earlier one
+    kNotStarted    // the user had ended an earlier one, or the time for all was over
 };
 
 // A stable word for programs: "complete", "incomplete", "cut short", "interrupted", "missing", "refused", "failed",
@@ -69,18 +69,19 @@ struct EntryReport {
     std::uint64_t files = 0;
     std::uint64_t bytes = 0;
     std::chrono::milliseconds duration{0};
+    std::chrono::seconds limit{0};  // that held
     FirstOf<Failure> failures;
     FirstOf<std::string> messages;  // lines of the copy functions and of the tools they start
 };
 
-// Whether the copy makes the destination a mirror of a source folder; false for a single file, and for the system log
-// where a backup of it is kept.
+// Whether the copy makes the destination a mirror of a source folder, which a folder that is configured as a single
+// file is, too; false for a file, and for the system log where a backup of it is kept.
 bool MirrorsFolder(const Entry& entry);
 
-// The time after which the copy is ended; nothing when it has no limit.
-std::optional<std::chrono::seconds> LimitOf(const Entry& entry);
+// The time after which the copy is ended.
+std::chrono::seconds LimitOf(const Entry& entry);
 
-// "folder", "file" or "system log".
+// "folder", "file" or "system log": what the entry is configured as.
 const char* KindWord(InspectCopyFunction copy);
 
 // ---- where they come from ----

@@ -1,11 +1,14 @@
-// Sees what libominspect.so logs and copies. Its loader and its copy functions report only to the operations log, so a
-// program that must tell its user defines three platform functions itself. The shared object calls them through the
-// dynamic symbols, and the program's definitions come before the platform's. They forward to the platform's.
+// Stands between libominspect.so and the platform. Its loader and its copy functions report only to the operations log,
+// follow every link and start a tool for every file, so a program that must tell its user, and keep to what it was
+// asked for, defines these functions itself. The shared object calls them through the dynamic symbols, and the
+// program's definitions come before the platform's, to which they forward while nothing is installed here.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
+
+#include "kivo/os_file.h"
 
 namespace ominspect {
 
@@ -26,26 +29,35 @@ private:
     Sink sink_;
 };
 
-// While it lives, `admit` is asked about every path that is to be read; a file or folder for which it returns false
-// counts as one that cannot be opened (ELOOP). `copied` is called for every admitted file; `error` is 0, or the
-// errno(3) number that tells why it could not be copied. One at a time; made and destroyed while no other thread
-// copies.
-class CopyWatch {
+// While it lives, it answers the calls that read folders and files and change the file system, as kivo/os_file.h has
+// them. What it throws counts as EIO. The step that gives a copy its source's times (touch(1) through system(3)) is
+// left out: Copy sets them. One at a time; made and destroyed while no other thread copies.
+class FileCalls {
 public:
-    using Admit = std::function<bool(const char* path)>;
-    using Copied = std::function<void(const char* src, const char* dst, std::uint32_t error)>;
+    FileCalls();
+    virtual ~FileCalls();
+    FileCalls(const FileCalls&) = delete;
+    FileCalls& operator=(const FileCalls&) = delete;
 
-    CopyWatch(Admit admit, Copied copied);
-    ~CopyWatch();
-    CopyWatch(const CopyWatch&) = delete;
-    CopyWatch& operator=(const CopyWatch&) = delete;
-
-    bool Admits(const char* path) const { return admit_(path); }
-    void Take(const char* src, const char* dst, std::uint32_t error) const { copied_(src, dst, error); }
-
-private:
-    Admit admit_;
-    Copied copied_;
+    virtual std::uint32_t Copy(const char* src, const char* dst) = 0;
+    virtual OsDir* OpenFolder(const char* path) = 0;  // null and errno(3)
+    virtual dirent* ReadFolder(OsDir* folder) = 0;
+    virtual std::uint32_t CloseFolder(OsDir* folder) = 0;
+    virtual std::uint32_t MakeFolder(const char* path, std::uint32_t mode) = 0;
+    virtual std::uint32_t RemoveFolder(const char* path) = 0;
+    virtual std::uint32_t RemoveFile(const char* path) = 0;
 };
 
+// The platform's own functions, past whatever is installed.
+namespace platform {
+
+std::uint32_t CopyFile(const char* src, const char* dst);
+OsDir* OpenDir(const char* path);
+dirent* ReadDir(OsDir* dir);
+std::uint32_t CloseDir(OsDir* dir);
+std::uint32_t MkDir(const char* path, std::uint32_t mode);
+std::uint32_t RmDir(const char* path);
+std::uint32_t Remove(const char* path);
+
+}  // namespace platform
 }  // namespace ominspect

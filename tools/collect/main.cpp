@@ -40,6 +40,7 @@ void AddDoctor(CLI::App& app, Chosen& chosen) {
 
 void AddCollect(CLI::App& app, Chosen& chosen) {
     constexpr int kLongestLimit = 60;
+    constexpr int kLongestTotal = 86400;
     const auto options = std::make_shared<CollectOptions>();
     CLI::App* command = app.add_subcommand("collect", kCollectText);
     command->add_option("SOURCE", options->sources,
@@ -55,6 +56,21 @@ void AddCollect(CLI::App& app, Chosen& chosen) {
         ->type_name("SECONDS")
         ->check(CLI::Range(1, kLongestLimit))
         ->needs("SOURCE");
+    command->add_option("--total-timeout", options->totalLimit, "Time limit of all entries together")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, kLongestTotal));
+    command->add_option("--max-size", options->maxSize, "Copy no more than this, in bytes or with K, M or G")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false));
+    command->add_option("--exclude", options->exclude, "Leave out paths or names that match; may be repeated")
+        ->type_name("PATTERN")
+        ->take_all()
+        ->allow_extra_args(false);
+    command->add_flag("!--no-redact", options->redact, "Leave secrets as they are");
+    command->add_option("--redact-patterns", options->patterns, "Further patterns of secrets; may be repeated")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    command->add_flag("--dry-run", options->dryRun, "Say what would be copied, and change nothing");
     AddJson(*command, options->json, "Print the package's manifest");
     command->callback([options, &chosen] { chosen = [options] { return RunCollect(*options); }; });
 }

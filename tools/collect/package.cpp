@@ -44,7 +44,7 @@ Value EntryObject(const EntryReport& report, const std::string& area) {
     object.Text("source", text::Escaped(entry.source))
         .Text("destination", text::Escaped(PlaceIn(area, entry.destination).value_or(entry.destination)))
         .Text("kind", KindWord(entry.copy))
-        .Number("timeLimitSeconds", entry.limit)
+        .Number("timeLimitSeconds", static_cast<std::uint64_t>(report.limit.count()))
         .Text("outcome", OutcomeWord(report.outcome))
         .Flag("cutShort", report.outcome == Outcome::kCutShort)
         .Text("remark", text::Escaped(report.remark))
@@ -58,6 +58,15 @@ Value EntryObject(const EntryReport& report, const std::string& area) {
     return object;
 }
 
+Value VendorObject(const VendorReport& report) {
+    Value object = Value::Object();
+    object.Text("result", std::to_string(report.result))
+        .Text("remark", text::Escaped(report.remark))
+        .Number("messageCount", report.messages.count)
+        .Put("messages", TextList(report.messages.list));
+    return object;
+}
+
 Value FileObject(const PackedFile& file) {
     const auto modified = std::chrono::system_clock::from_time_t(file.modified.tv_sec);
     Value object = Value::Object();
@@ -65,6 +74,12 @@ Value FileObject(const PackedFile& file) {
         .Number("bytes", file.bytes)
         .Text("sha256", file.sha256)
         .Text("modified", UtcSecond(modified));
+    if (file.masked) {
+        object.Number("masked", *file.masked);
+    }
+    if (file.binary) {
+        object.Flag("binary", true);
+    }
     if (file.older) {
         object.Flag("fromBefore", true);
     }
@@ -100,7 +115,8 @@ std::optional<Error> AddText(ArchiveWriter& archive, const std::string& name, co
 }  // namespace
 
 bool IsComplete(const Collection& collection, const PackedTree& packed) {
-    return !collection.interrupted && !collection.entries.empty() && packed.leftOut.empty() &&
+    return !collection.interrupted && collection.vendor.IsGood() && !collection.entries.empty() &&
+           packed.leftOut.empty() &&
            std::all_of(collection.entries.begin(), collection.entries.end(),
                        [](const EntryReport& report) { return report.outcome == Outcome::kComplete; }) &&
            std::all_of(packed.files.begin(), packed.files.end(),
@@ -133,18 +149,23 @@ std::string ManifestText(const Collection& collection, const PackedTree& packed)
         .Text("collected", UtcSecond(collection.collected))
         .Flag("complete", IsComplete(collection, packed))
         .Flag("interrupted", collection.interrupted)
+        .Flag("redacted", collection.redacted)
         .Text("configuration", text::Escaped(collection.configuration))
         .Put("messages", TextList(collection.messages))
         .Text("area", text::Escaped(collection.area))
+        .Put("vendor", VendorObject(collection.vendor))
         .Put("entries", std::move(entries))
         .Put("files", std::move(files))
         .Put("links", std::move(links))
         .Put("leftOut", FailureList(packed.leftOut));
+    if (collection.dryRun) {
+        manifest.Flag("dryRun", true);
+    }
     return manifest.PrintIndented();
 }
 
 Result<Package> WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
-                             const std::function<bool(const PackedTree&)>& goOn) {
+                             const Redaction* redaction, const std::function<bool(const PackedTree&)>& goOn) {
     Package package;
     const std::string folder = FolderName(collection.file);
     ArchiveWriter archive([&](std::string_view data) { return file.Write(data); });
@@ -153,6 +174,7 @@ Result<Package> WritePackage(OutputFile& file, const Collection& collection, con
     options.since = since;
     options.exclude = [&](const struct stat& status) { return file.IsSame(status); };
     options.goOn = goOn;
+    options.redaction = redaction;
 
     auto error = archive.AddFolder(folder, OwnStatus());
     if (!error) {

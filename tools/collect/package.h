@@ -9,6 +9,7 @@
 #include "common/output_file.h"
 #include "entry.h"
 #include "packer.h"
+#include "vendor_hook.h"
 
 namespace ominspect::collect {
 
@@ -22,7 +23,10 @@ struct Collection {
     std::chrono::system_clock::time_point started;
     std::chrono::system_clock::time_point collected;  // when the copying was over
     bool interrupted = false;                         // the user ended it early
+    bool redacted = false;                            // secrets in texts are masked
+    bool dryRun = false;                              // nothing was copied, only counted
     std::vector<std::string> messages;                // of the configuration's loader
+    VendorReport vendor;
     std::vector<EntryReport> entries;
 };
 
@@ -40,9 +44,9 @@ struct Package {
 
 // Packs the collection's area as "NAME/files/..." and "NAME/manifest.json", where NAME is that of the file without its
 // ending, and gives the file its name. The manifest comes last, since it holds the checksums of what was really packed.
-// `since` is when the collection began. `goOn` is asked now and then; when it returns false, the error is Cancelled.
-// After an error nothing is left under the file's name.
+// `since` is when the collection began. `redaction` masks secrets in texts; null leaves all as it is. `goOn` is asked
+// now and then; when it returns false, the error is Cancelled. After an error nothing is left under the file's name.
 Result<Package> WritePackage(OutputFile& file, const Collection& collection, const timespec& since,
-                             const std::function<bool(const PackedTree&)>& goOn);
+                             const Redaction* redaction, const std::function<bool(const PackedTree&)>& goOn);
 
 }  // namespace ominspect::collect

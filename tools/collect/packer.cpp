@@ -175,6 +175,15 @@ private:
 
     std::optional<Error> PackContent(int fd, PackedFile& file) {
         Sha256 sum;
+        const Redactor::Sink store = [&](std::string_view data) {
+            sum.Add(data);
+            packed_.bytes += data.size();
+            return archive_.Data(data);
+        };
+        std::optional<Redactor> redactor;
+        if (options_.redaction != nullptr) {
+            redactor.emplace(*options_.redaction);
+        }
         std::uint64_t left = file.bytes;
         while (left > 0) {
             if (auto error = AskToGoOn()) {
@@ -185,12 +194,18 @@ private:
             std::fill(buffer_.begin() + static_cast<std::ptrdiff_t>(got),
                       buffer_.begin() + static_cast<std::ptrdiff_t>(wanted), '\0');
             const std::size_t size = file.note.empty() ? got : wanted;
-            sum.Add({buffer_.data(), size});
-            if (auto error = archive_.Data({buffer_.data(), size})) {
+            const std::string_view data(buffer_.data(), size);
+            if (auto error = redactor ? redactor->Add(data, store) : store(data)) {
                 return error;
             }
             left -= size;
-            packed_.bytes += size;
+        }
+        if (redactor) {
+            if (auto error = redactor->End(store)) {
+                return error;
+            }
+            file.binary = redactor->IsBinary();
+            file.masked = file.binary ? std::nullopt : std::optional(redactor->Count());
         }
         file.sha256 = sum.Hex();
         return std::nullopt;

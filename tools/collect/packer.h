@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 
 #include "archive_writer.h"
 #include "entry.h"
+#include "redaction.h"
 
 namespace ominspect::collect {
 
@@ -19,8 +21,10 @@ struct PackedFile {
     std::uint64_t bytes = 0;
     std::string sha256;  // of the bytes in the archive
     timespec modified{};
-    bool older = false;  // it was in the tree before
-    std::string note;    // what happened to it while it was packed; else empty
+    bool older = false;                   // it was in the tree before
+    std::string note;                     // what happened to it while it was packed; else empty
+    std::optional<std::uint64_t> masked;  // secrets, in a text; nothing where none were looked for
+    bool binary = false;                  // no text: none were looked for
 };
 
 struct PackedLink {
@@ -41,6 +45,7 @@ struct PackOptions {
     timespec since{};                                 // files last changed before are marked as older
     std::function<bool(const struct stat&)> exclude;  // files that are passed over without a word
     std::function<bool(const PackedTree&)> goOn;      // asked now and then; false gives up
+    const Redaction* redaction = nullptr;             // masks secrets in texts; null leaves all as it is
 };
 
 // Packs what lies below `root`, sorted by name in each folder. Links are stored as links and never followed. What is

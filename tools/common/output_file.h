@@ -29,6 +29,7 @@ public:
     std::optional<Error> Commit(bool sync = true);
 
     const std::string& Path() const { return path_; }
+    const std::string& TemporaryPath() const { return temporary_; }  // where it is until then
     std::uint64_t Size() const { return size_; }
 
     // Whether it is the file that this status is of.

@@ -31,13 +31,15 @@ protected:
     }
 
     CopyProcess& Start(InspectCopyFunction copy) {
-        auto started = CopyProcess::Start({work_ / "source", work_ / "copy", 7, copy});
+        rules_.area = work_.Path();
+        auto started = CopyProcess::Start({work_ / "source", work_ / "copy", 7, copy}, rules_);
         EXPECT_TRUE(started);
         process_ = std::move(*started);
         return *process_;
     }
 
     const support::WorkingFolder work_;
+    CopyRules rules_;
     std::unique_ptr<CopyProcess> process_;
 };
 
@@ -52,11 +54,12 @@ TEST_F(CopyProcessTest, CountsFilesAndBytes) {
     EXPECT_EQ(process.Death(), "");
 }
 
-TEST_F(CopyProcessTest, HandsItsLimitOn) {
+// The copy functions' own timer stays off: a copy would wait for its last second.
+TEST_F(CopyProcessTest, KeepsTheTimeItself) {
     CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig& config) {
         (void)std::fprintf(stderr, "%u %d %d\n", config.timeout, config.startTimer ? 1 : 0, config.running ? 1 : 0);
     });
-    EXPECT_EQ(process.Messages().list, (Lines{"7 1 1"}));
+    EXPECT_EQ(process.Messages().list, (Lines{"7 0 1"}));
 }
 
 TEST_F(CopyProcessTest, TakesInLinesUpToWarningsAndWhatToolsPrint) {
@@ -77,15 +80,14 @@ TEST_F(CopyProcessTest, CutsALineThatGoesOn) {
     EXPECT_EQ(process.Messages().list, (Lines{std::string(1000, 'x'), "next"}));
 }
 
-TEST_F(CopyProcessTest, IsToldToEndOnce) {
+TEST_F(CopyProcessTest, EndsWhenItIsTold) {
     CopyProcess& process = Start([](const char*, const char*, CollectConfig& config) {
         while (config.running) {
             (void)usleep(1000);
         }
         KivoOmLogModuleLogRecord(KIVO_OM_LOG_WARNING, 0, "unit", 0, 0, "collection stopped by timer, x");
     });
-    EXPECT_TRUE(process.Stop());
-    EXPECT_FALSE(process.Stop());
+    process.Stop();
     while (process.Watch(-1, -1)) {
     }
     EXPECT_TRUE(process.WasEndedEarly());
@@ -97,6 +99,19 @@ TEST_F(CopyProcessTest, SaysHowItDied) {
               "its process was ended by Killed");
     EXPECT_EQ(RunToEnd([](const char*, const char*, CollectConfig&) { throw std::bad_alloc(); }).Death(),
               "its process ran out of memory");
+}
+
+TEST_F(CopyProcessTest, IsEndedWhereItIs) {
+    CopyProcess& process = Start([](const char*, const char*, CollectConfig&) {
+        for (;;) {
+            (void)pause();
+        }
+    });
+    process.Kill();
+    while (process.Watch(-1, -1)) {
+    }
+    EXPECT_EQ(process.Death(), "its process was ended by Killed");
+    EXPECT_EQ(process.Current(), "");
 }
 
 TEST_F(CopyProcessTest, AWatchEndsWhenTheOtherDescriptorIsReadable) {

@@ -47,7 +47,10 @@ TEST_F(DoctorProgram, AnswersTwoToAnUnreadableFileAndToWrongUse) {
     const Outcome missing = Doctor({"--config", "missing.xml"});
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_NE(missing.output.find("missing.xml: items: 25, collection entries: 0\n"), std::string::npos);
-    EXPECT_EQ(Doctor({"--config", "."}).exitCode, 2);
+    const Outcome folder = Doctor({"--config", "."});
+    EXPECT_EQ(folder.exitCode, 2);
+    EXPECT_NE(folder.output.find(".: falls back: use default config InspectItemList.\n"), std::string::npos);
+    EXPECT_NE(folder.output.find(".: items: 25, collection entries: 0\n"), std::string::npos) << folder.output;
     EXPECT_EQ(Doctor({"--config", "/dev/zero"}).exitCode, 2);
     EXPECT_EQ(Doctor({}).exitCode, 2);
 }

@@ -64,11 +64,18 @@ TEST(EntryWords, AreStable) {
     EXPECT_STREQ(KindWord(InspectCopyWylogsFile), "system log");
 }
 
-TEST(EntryLimit, IsAtMostAMinuteAndOnlyOfFolders) {
+TEST(EntryLimit, IsAtMostAMinute) {
     EXPECT_EQ(LimitOf({"/a", "/b", 60, InspectCopyDirFile}), std::chrono::seconds(60));
     EXPECT_EQ(LimitOf({"/a", "/b", 61, InspectCopyDirFile}), std::chrono::seconds(60));
-    EXPECT_EQ(LimitOf({"/a", "/b", 5, InspectCopyWylogsFile}), std::chrono::seconds(5)) << "no backup is kept here";
-    EXPECT_EQ(LimitOf({"/a", "/b", 5, InspectCopyFile}), std::nullopt);
+    EXPECT_EQ(LimitOf({"/a", "/b", 5, InspectCopyFile}), std::chrono::seconds(5));
+}
+
+TEST_F(EntryTest, AFolderThatIsConfiguredAsAFileIsMirroredToo) {
+    WriteFile("folder/file", "x");
+    EXPECT_TRUE(MirrorsFolder({work_ / "folder", "/b", 5, InspectCopyFile}));
+    EXPECT_FALSE(MirrorsFolder({work_ / "folder/file", "/b", 5, InspectCopyFile}));
+    EXPECT_TRUE(MirrorsFolder({"/nowhere", "/b", 5, InspectCopyDirFile}));
+    EXPECT_TRUE(MirrorsFolder({"/nowhere", "/b", 5, InspectCopyWylogsFile})) << "no backup is kept here";
 }
 
 TEST_F(EntryTest, OfAFileAreReadByTheServersLoader) {

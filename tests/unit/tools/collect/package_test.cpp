@@ -19,6 +19,7 @@ Collection OneEntry(Outcome outcome) {
     EntryReport report;
     report.entry = {"/logs/\xff\\", "/area/a", 25, InspectCopyDirFile};
     report.outcome = outcome;
+    report.limit = std::chrono::seconds(20);  // that held
     report.files = 2;
     report.bytes = 5000000000;
     report.duration = std::chrono::milliseconds(1500);
@@ -45,6 +46,10 @@ TEST(PackageTest, ManifestHoldsEverythingEscaped) {
     PackedTree packed;
     packed.files.push_back(File("a/\xff\n", "it shrank"));
     packed.files.back().older = true;
+    packed.files.back().masked = 2;
+    collection.vendor.result = -3;
+    collection.vendor.remark = "why not";
+    collection.vendor.messages.Add("said");
     packed.links.push_back({"a/link", "/target"});
     packed.leftOut.push_back({"a/pipe", "a pipe"});
     EXPECT_EQ(ManifestText(collection, packed), R"({
@@ -57,14 +62,21 @@ TEST(PackageTest, ManifestHoldsEverythingEscaped) {
 	"collected":	"1970-01-01T23:59:59Z",
 	"complete":	false,
 	"interrupted":	false,
+	"redacted":	false,
 	"configuration":	"c.xml",
 	"messages":	["a message"],
 	"area":	"/area",
+	"vendor":	{
+		"result":	"-3",
+		"remark":	"why not",
+		"messageCount":	1,
+		"messages":	["said"]
+	},
 	"entries":	[{
 			"source":	"/logs/\\xff\\\\",
 			"destination":	"a",
 			"kind":	"folder",
-			"timeLimitSeconds":	25,
+			"timeLimitSeconds":	20,
 			"outcome":	"cut short",
 			"cutShort":	true,
 			"remark":	"why",
@@ -84,6 +96,7 @@ TEST(PackageTest, ManifestHoldsEverythingEscaped) {
 			"bytes":	3,
 			"sha256":	"00ff",
 			"modified":	"1970-01-01T00:00:01Z",
+			"masked":	2,
 			"fromBefore":	true,
 			"note":	"it shrank"
 		}],
