@@ -113,8 +113,12 @@ private:
     }
 
     bool IsPassedOver(const std::string& path) const {
-        return rules_.Excludes(path.substr(report_.entry.source.size() + 1)) ||
-               (!rules_.package.empty() && ResolvedPath(path) == rules_.package);
+        if (rules_.Excludes(path.substr(report_.entry.source.size() + 1))) {
+            return true;
+        }
+        // Looking where a path leads takes time: only where the name is the package's.
+        const std::string name = path.substr(path.rfind('/'));
+        return rules_.package.ends_with(name) && ResolvedPath(path) == rules_.package;
     }
 
     EntryReport& report_;
