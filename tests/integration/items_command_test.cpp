@@ -184,7 +184,7 @@ TEST_F(ItemsCommand, TheSessionOfTheReadmeWorksAsOneBlock) {
     }
     const Outcome session =
         support::Run({"/bin/bash", "-c",
-                      "cd " SOURCE_FOLDER " || exit\n" + block + "echo \"ended with $?, and $(jobs | wc -l) jobs\""});
+                      "set -e\ncd " SOURCE_FOLDER "\n" + block + "echo \"ended with $?, and $(jobs | wc -l) jobs\""});
     EXPECT_TRUE(session.output.ends_with("ended with 0, and 0 jobs\n")) << session.output;
     EXPECT_TRUE(Holds(session.output, "\n3 of 3 done\n")) << session.output;
     EXPECT_TRUE(Holds(session.output, "\nmemory    ")) << session.output;

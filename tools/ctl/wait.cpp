@@ -47,7 +47,7 @@ public:
             }
             session_ = std::move(*session);
         }
-        const auto error = items_.empty() ? LookForServer() : LookForItems();
+        auto error = items_.empty() ? LookForServer() : LookForItems();
         if (error && error->reason.code == client::ErrorCode::kBusUnreachable) {
             session_.reset();  // it was there, and may come back
         }
