@@ -78,11 +78,11 @@ std::string Reason(const struct stat& source, std::uint32_t error) {
 
 }  // namespace
 
-CopyGuard::CopyGuard(const std::string& source, const std::string& destination, const CopyRules& rules,
-                     CopyCounts& counts, Tell tell)
+CopyGuard::CopyGuard(const std::string& source, std::string destination, const CopyRules& rules, CopyCounts& counts,
+                     Tell tell)
     : source_(source),
       sourceReal_(RealPath(source)),
-      destination_(destination),
+      destination_(std::move(destination)),
       rules_(rules),
       counts_(counts),
       tell_(std::move(tell)),

@@ -33,7 +33,7 @@ public:
 
     // For the copy of `source` to `destination`, which lies in `area`: absolute paths in their plain form (see
     // AbsolutePath). The source may itself be a link. `tell` hears of each path that was not copied, and why.
-    CopyGuard(const std::string& source, const std::string& destination, const CopyRules& rules, CopyCounts& counts,
+    CopyGuard(const std::string& source, std::string destination, const CopyRules& rules, CopyCounts& counts,
               Tell tell);
 
     // Removes what an earlier collection left at the destination; a link is removed as a link.
