@@ -24,6 +24,7 @@ struct Address {
     std::size_t lane;
     std::string item;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the checker takes the 0 of a defaulted comparison for a pointer
     std::strong_ordering operator<=>(const Address&) const = default;
 };
 
