@@ -165,7 +165,7 @@ void CopyProcess::Stop() {
     shared_->config.running = false;
 }
 
-void CopyProcess::Kill() {
+void CopyProcess::Kill() const {
     if (pid_ > 0) {
         (void)kill(-pid_, SIGKILL);
     }

@@ -36,7 +36,7 @@ public:
     void Stop();
 
     // Ends the process where it is, with all that it started.
-    void Kill();
+    void Kill() const;
 
     // Copied so far.
     std::uint64_t Files() const;
