@@ -1,6 +1,6 @@
 /*
- * Timers (libkivo_os_timer). A manager calls the callbacks on threads of its own, of which it has no more than callbacks
- * run at the same time, and two. They sleep until the next timer is due.
+ * Timers (libkivo_os_timer). A manager calls the callbacks on threads of its own, of which it has no more than
+ * callbacks run at the same time, and two. They sleep until the next timer is due.
  *
  * Results are 0 or an errno(3) number. Every function may be called from any thread, callbacks included.
  */
