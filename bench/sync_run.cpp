@@ -214,7 +214,7 @@ int main(int argc, char** argv) {
         return Call(bare, "com.kivo.proc.benchforwarder", kRequest, std::strlen(kRequest)) == kRecordSize;
     };
     Check(support::Eventually(forward) && support::Eventually(RunOnce), "waiting for all processes");
-    sleep(1);  // the server's memory is read when it has come to rest
+    sleep(11);  // the server has come to rest, and sends events to subscribers only
     const unsigned long idle = PrivateKilobytes(server.Pid());
 
     std::vector<double> runs;

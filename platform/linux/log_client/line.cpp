@@ -3,22 +3,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <charconv>
 
 #include "kivo/om_log_client.h"
 
 namespace kivo::log {
 
 namespace {
-
-std::string TimeText(const timespec& time) {
-    tm local{};
-    localtime_r(&time.tv_sec, &local);
-    std::array<char, 64> text{};
-    const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
-    std::snprintf(text.data() + length, text.size() - length, ".%03d", static_cast<int>(time.tv_nsec / 1'000'000));
-    return text.data();
-}
 
 std::string LevelText(uint8_t level) {
     switch (level) {
@@ -59,29 +50,73 @@ std::string Escape(char control) {
 }
 
 void AppendEscaped(std::string& line, std::string_view text, size_t limit = std::string::npos) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const std::string piece = IsControl(text, i) ? Escape(text[i]) : std::string(1, text[i]);
+    for (size_t begin = 0; begin < text.size();) {
+        size_t end = begin;
+        while (end < text.size() && !IsControl(text, end)) {
+            ++end;
+        }
+        const size_t room = limit - line.size();
+        line += text.substr(begin, std::min(end - begin, room));
+        if (end - begin > room || end == text.size()) {
+            return;
+        }
+        const std::string piece = Escape(text[end]);
         if (piece.size() > limit - line.size()) {
             return;
         }
         line += piece;
+        begin = end + 1;
     }
+}
+
+template <typename Number>
+void AppendNumber(std::string& line, Number number) {
+    std::array<char, 24> digits{};
+    line.append(digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr);
 }
 
 }  // namespace
 
-std::string FormatLine(const Record& record, const Origin& origin, size_t limit) {
-    std::string line = TimeText(origin.time) + ' ' + LevelText(record.level) + ' ';
+std::string_view TimeText::Of(const timespec& time) {
+    if (second_ != time.tv_sec) {
+        tm local{};
+        localtime_r(&time.tv_sec, &local);
+        length_ = std::strftime(text_.data(), text_.size(), "%Y-%m-%d %H:%M:%S.", &local);
+        second_ = time.tv_sec;
+    }
+    const auto milliseconds = static_cast<unsigned>(time.tv_nsec / 1'000'000);
+    char* const digits = text_.data() + length_;
+    digits[0] = static_cast<char>('0' + milliseconds / 100 % 10);
+    digits[1] = static_cast<char>('0' + milliseconds / 10 % 10);
+    digits[2] = static_cast<char>('0' + milliseconds % 10);
+    return {text_.data(), length_ + 3};
+}
+
+void FormatLine(std::string& line, const Record& record, const Origin& origin, size_t limit) {
+    line.assign(origin.time);
+    line += ' ';
+    line += LevelText(record.level);
+    line += ' ';
     AppendEscaped(line, origin.client.empty() ? "-" : origin.client);
     line += ' ';
     AppendEscaped(line, record.unit == nullptr ? "-" : record.unit);
-    line += '/' + (record.module ? std::to_string(*record.module) : "-") + ':' + std::to_string(record.line);
-    line += ' ' + std::to_string(origin.process) + ':' + std::to_string(origin.thread) + ' ';
+    line += '/';
+    if (record.module) {
+        AppendNumber(line, *record.module);
+    } else {
+        line += '-';
+    }
+    line += ':';
+    AppendNumber(line, record.line);
+    line += ' ';
+    AppendNumber(line, origin.process);
+    line += ':';
+    AppendNumber(line, origin.thread);
+    line += ' ';
     line.resize(std::min(line.size(), limit));
 
     const size_t end = record.text.find_last_not_of("\r\n");
     AppendEscaped(line, record.text.substr(0, end == std::string_view::npos ? 0 : end + 1), limit);
-    return line;
 }
 
 }  // namespace kivo::log

@@ -7,6 +7,7 @@
 // logged.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -25,15 +26,28 @@ struct Record {
     std::string_view text;
 };
 
+/// Makes times of day into text. Not thread-safe.
+class TimeText {
+public:
+    /// Local time with milliseconds. Formats anew only what has changed since the last call, which is mostly the
+    /// milliseconds. Valid until the next call.
+    std::string_view Of(const timespec& time);
+
+private:
+    std::optional<time_t> second_;
+    std::array<char, 64> text_{};
+    size_t length_ = 0;  // up to the second
+};
+
 /// When and where it was logged.
 struct Origin {
-    timespec time{};
+    std::string_view time;
     std::string_view client;
     int process = 0;
     int thread = 0;
 };
 
-/// The line without its line end, cut to `limit` bytes. An escape is never cut in two.
-std::string FormatLine(const Record& record, const Origin& origin, size_t limit);
+/// Makes `line` the line without its line end, cut to `limit` bytes. An escape is never cut in two.
+void FormatLine(std::string& line, const Record& record, const Origin& origin, size_t limit);
 
 }  // namespace kivo::log

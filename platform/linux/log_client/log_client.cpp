@@ -23,12 +23,15 @@
 #include "common/standard_error.h"
 #include "log_client/line.h"
 #include "log_client/log_file.h"
+#include "log_client/thread_id.h"
 
 namespace {
 
 using kivo::WriteToStandardError;
 using kivo::log::LogFile;
 using kivo::log::Record;
+using kivo::log::ThreadId;
+using kivo::log::TimeText;
 
 constexpr size_t kMaxClientName = 31;
 constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
@@ -116,10 +119,13 @@ private:
         bool failed = false;
     };
 
-    std::string Format(const Record& record, size_t limit) const {
+    // Valid until the next call.
+    const std::string& Format(const Record& record, size_t limit) {
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
-        return FormatLine(record, {now, name_, getpid(), gettid()}, limit);
+        const ThreadId& here = ThreadId::OfThisThread();
+        FormatLine(line_, record, {time_.Of(now), name_, here.process, here.thread}, limit);
+        return line_;
     }
 
     // Numbers of closed logs are not used again before all others were: somebody may still log under them.
@@ -130,7 +136,9 @@ private:
         return lastHandle_;
     }
 
-    std::mutex mutex_;
+    std::mutex mutex_;  // guards everything below
+    TimeText time_;
+    std::string line_;  // the last one, kept for its memory
     std::string name_;  // empty: not initialised
     std::map<KivoOmLogHandle, Log> logs_;
     KivoOmLogHandle lastHandle_ = 0;

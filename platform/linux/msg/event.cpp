@@ -13,6 +13,9 @@ using namespace kivo::msg;
 
 namespace {
 
+// How long a process may take to note a subscriber; the question lasts longer.
+constexpr std::chrono::seconds kAskTimeout{2};
+
 void Deliver(Process& process, sd_bus_message* signal) {
     uint32_t id = 0;
     const void* data = nullptr;
@@ -77,8 +80,36 @@ uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std
     return OS_MSG_OK;
 }
 
-uint32_t SubscribeToSource(Process& process, const std::string& proc, const std::string& task, uint32_t eventId,
-                           const std::shared_ptr<Task>& receiver) {
+// Asks a process for its events; the call gets no reply unless it is awaited.
+MessagePtr MakeSubscribe(Process& process, const std::string& proc) {
+    sd_bus_message* raw = nullptr;
+    if (sd_bus_message_new_method_call(process.bus.get(), &raw, BusNameOf(proc).c_str(), kPublisherPath,
+                                       kPublisherInterface, "Subscribe") < 0) {
+        return nullptr;
+    }
+    MessagePtr call(raw);
+    return sd_bus_message_set_auto_start(raw, 0) >= 0 ? std::move(call) : nullptr;
+}
+
+// Waits until the process counts this one among its subscribers. One that is not there is asked when it appears; one
+// that hangs finds the question when it goes on; and one that does not know the question sends its events to everybody.
+uint32_t AskForEvents(Process& process, Reader::Lock& lock, const std::string& proc, EventSource& source) {
+    if (source.asked || process.peers.OwnerOf(proc).empty()) {
+        return OS_MSG_OK;
+    }
+    AwaitedReply answer{Waiter::OfThisThread(), proc, {}};
+    MessagePtr call = MakeSubscribe(process, proc);
+    if (!answer.waiter.Valid() || !call) {
+        return OS_MSG_ERR_NO_MEMORY;
+    }
+    (void)CallAndWait(process, lock, answer, std::move(call), Reader::Clock::now() + kAskTimeout);
+    OsMsgSynRespFree(answer.reply);
+    source.asked = true;
+    return process.CheckUsable();
+}
+
+uint32_t SubscribeToSource(Process& process, Reader::Lock& lock, const std::string& proc, const std::string& task,
+                           uint32_t eventId, const std::shared_ptr<Task>& receiver) {
     const auto entry = process.events.try_emplace({proc, task}).first;
     EventSource& source = entry->second;
     if (!source.match) {
@@ -91,6 +122,7 @@ uint32_t SubscribeToSource(Process& process, const std::string& proc, const std:
             return ResultOf(matched);
         }
         source.match.reset(slot);
+        process.reader.HurryUp();
         process.reader.Kick();  // waiting for the daemon's answer may have read other messages
     }
     const std::pair subscriber{eventId, receiver};
@@ -98,10 +130,10 @@ uint32_t SubscribeToSource(Process& process, const std::string& proc, const std:
     if (std::find(all.begin(), all.end(), subscriber) == all.end()) {
         all.push_back(subscriber);
     }
-    return OS_MSG_OK;
+    return AskForEvents(process, lock, proc, source);
 }
 
-uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
+uint32_t Subscribe(Process& process, Reader::Lock& lock, const OsMsgSubscription& subscription) {
     const std::string proc = ReadName(subscription.srcProcName, sizeof subscription.srcProcName);
     const std::string task = ReadName(subscription.srcTaskName, sizeof subscription.srcTaskName);
     const std::shared_ptr<Task> receiver =
@@ -118,10 +150,23 @@ uint32_t Subscribe(Process& process, const OsMsgSubscription& subscription) {
     if (task.empty()) {
         return OS_MSG_ERR_PARAM;
     }
-    return SubscribeToSource(process, proc, task, subscription.eventId, receiver);
+    return SubscribeToSource(process, lock, proc, task, subscription.eventId, receiver);
 }
 
 }  // namespace
+
+void kivo::msg::SubscribeAgain(Process& process, const std::string& procName) {
+    const bool wanted = std::any_of(process.events.begin(), process.events.end(),
+                                    [&](const auto& source) { return source.first.first == procName; });
+    if (!wanted) {
+        return;
+    }
+    const MessagePtr call = MakeSubscribe(process, procName);
+    if (!call || sd_bus_message_set_expect_reply(call.get(), 0) < 0 ||
+        sd_bus_send(process.bus.get(), call.get(), nullptr) < 0) {
+        throw std::bad_alloc();
+    }
+}
 
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
     return Guarded([&] {
@@ -143,6 +188,9 @@ uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
         }
         if (!process.FindTask(task)) {
             return OS_MSG_ERR_NO_TASK;
+        }
+        if (!process.subscribers.Wanted()) {
+            return OS_MSG_OK;
         }
         sd_bus_message* raw = nullptr;
         int result = sd_bus_message_new_signal(process.bus.get(), &raw, PathOf(task).c_str(), kInterface, "Event");
@@ -171,10 +219,10 @@ uint32_t OsMsgSubscribeEvent(const struct OsMsgSubscription* subscriptions, uint
             return OS_MSG_ERR_PARAM;
         }
         Process& process = TheProcess();
-        const Reader::Lock lock(process.lock);
+        Reader::Lock lock(process.lock);
         uint32_t result = process.CheckUsable();
         for (uint32_t i = 0; result == OS_MSG_OK && i < count; ++i) {
-            result = Subscribe(process, subscriptions[i]);
+            result = Subscribe(process, lock, subscriptions[i]);
         }
         return result;
     });

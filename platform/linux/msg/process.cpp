@@ -103,6 +103,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.deferredCount = 0;
     process.events.clear();
     process.restartWatchers.clear();
+    process.subscribers.Clear();
     process.objects.clear();
     process.peers.Clear();
     process.replyFilter.reset();
@@ -129,6 +130,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         return ResultOf(result);
     }
     const auto appeared = [&process](const std::string& procName) {
+        SubscribeAgain(process, procName);
         const auto watchers = process.restartWatchers.find(procName);
         if (watchers == process.restartWatchers.end()) {
             return;
@@ -142,10 +144,17 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             task->DeliverRestart(std::move(message));
         }
     };
-    result = process.peers.Start(process.bus.get(), appeared,
-                                 [&process](const std::string& connection) { process.ForgetOwed(connection); });
+    const auto left = [&process](const std::string& connection) {
+        process.ForgetOwed(connection);
+        process.subscribers.Forget(connection);
+    };
+    result = process.peers.Start(process.bus.get(), appeared, left);
     if (result < 0) {
         return CannotJoin(result);
+    }
+    result = process.subscribers.Publish(process.bus.get());
+    if (result < 0) {
+        return ResultOf(result);
     }
     for (uint32_t i = 0; i < count; ++i) {
         std::shared_ptr<Task> task;

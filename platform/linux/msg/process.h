@@ -15,6 +15,7 @@
 #include "msg/handles.h"
 #include "msg/peers.h"
 #include "msg/reader.h"
+#include "msg/subscribers.h"
 #include "msg/task.h"
 
 namespace kivo::msg {
@@ -38,6 +39,7 @@ struct AwaitedReply {
 // Events of one task of another process.
 struct EventSource {
     SlotPtr match;
+    bool asked = false;  // the process knows that this one wants its events
     std::vector<std::pair<uint32_t, std::shared_ptr<Task>>> subscribers;  // event id, receiver
 };
 
@@ -69,10 +71,11 @@ struct Process {
     size_t deferredCount = 0;
     std::map<std::pair<std::string, std::string>, EventSource> events;          // by process and task name
     std::map<std::string, std::vector<std::shared_ptr<Task>>> restartWatchers;  // by process name
-    std::vector<SlotPtr> objects;                                               // of the platform's other libraries
-    uint64_t session = 0;    // counts the times that the process has left the bus
-    bool detaching = false;  // a thread is at work in OsProcDetach
-    size_t activeCalls = 0;  // message loops and synchronous sends: detaching waits for their end
+    Subscribers subscribers;
+    std::vector<SlotPtr> objects;  // of the platform's other libraries
+    uint64_t session = 0;          // counts the times that the process has left the bus
+    bool detaching = false;        // a thread is at work in OsProcDetach
+    size_t activeCalls = 0;        // message loops and synchronous sends: detaching waits for their end
 
     // Why the bus cannot be used now, OS_MSG_OK when it can.
     [[nodiscard]] uint32_t CheckUsable() const;
@@ -86,6 +89,13 @@ struct Process {
 // Lets awaited replies be found; before the first send. A negative errno on failure.
 int StartReplies(Process& process);
 
+// Sends a call to reply.process and waits for the answer, with the lock released meanwhile.
+uint32_t CallAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, MessagePtr call,
+                     Reader::Clock::time_point deadline);
+
+// Asks a process that has just appeared for its events, if a task has subscribed to some.
+void SubscribeAgain(Process& process, const std::string& procName);
+
 // Never destroyed: threads may use it until the process is gone.
 Process& TheProcess();
 
@@ -94,8 +104,11 @@ class ActiveCall {
 public:
     explicit ActiveCall(Process& process) : process_(process) { ++process_.activeCalls; }
     ~ActiveCall() {
-        --process_.activeCalls;
-        process_.changed.notify_all();
+        // Who detaches looks at the count once it has marked that; on every call this would wake the threads that wait
+        // for something else.
+        if (--process_.activeCalls == 0 && process_.detaching) {
+            process_.changed.notify_all();
+        }
     }
     ActiveCall(const ActiveCall&) = delete;
     ActiveCall& operator=(const ActiveCall&) = delete;

@@ -19,10 +19,6 @@ namespace kivo::msg {
 
 namespace {
 
-// How long the lead may stay empty before the standby takes it: longer than most handlers run, and too short to be
-// noticed.
-constexpr std::chrono::milliseconds kGrace{10};
-
 // How long a thread waits before it tries again to read the bus when there was no memory.
 constexpr std::chrono::milliseconds kMemoryPause{10};
 
@@ -69,6 +65,7 @@ bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
     bus_ = bus;
     lost_ = false;
     stopping_ = false;
+    grace_ = kGrace;
     armed_ = true;  // nobody leads yet
     if (!standbyWaiter_.Valid()) {
         return false;
@@ -126,10 +123,8 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
             PollAlone(lock, me, Until(deadline));
             continue;
         }
-        if (!Dispatch(done)) {
+        if (PollAsLeader(lock, me, deadline) && leader_ == &me && !Dispatch(done)) {
             PollAlone(lock, me, kMemoryPause);
-        } else if (!done()) {
-            PollAsLeader(lock, me, deadline);
         }
     }
     Waiting** link = &latest_;
@@ -161,15 +156,17 @@ bool Reader::Dispatch(const std::function<bool()>& done) {
     return !starved;
 }
 
-void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline) {
+// Whether there is something to dispatch. Returns at once when it has been read already.
+bool Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline) {
     const int events = sd_bus_get_events(bus_);
     PollTimeout timeout = Until(deadline);
-    uint64_t due = UINT64_MAX;  // microseconds, CLOCK_MONOTONIC
+    uint64_t due = UINT64_MAX;  // microseconds, CLOCK_MONOTONIC; 0 when a message has been read already
     if (sd_bus_get_timeout(bus_, &due) >= 0 && due != UINT64_MAX) {
-        const auto left = std::chrono::microseconds(due) -
-                          std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch());
-        const std::chrono::nanoseconds mine = std::max(left, std::chrono::microseconds::zero());
-        timeout = timeout ? std::min(*timeout, mine) : mine;
+        const std::chrono::nanoseconds left = std::chrono::microseconds(due) - Clock::now().time_since_epoch();
+        if (left <= std::chrono::nanoseconds::zero()) {
+            return true;
+        }
+        timeout = timeout ? std::min(*timeout, left) : left;
     }
     std::array<pollfd, 2> fds{
         {{me.Fd(), POLLIN, 0}, {sd_bus_get_fd(bus_), static_cast<short>(events < 0 ? POLLIN : events), 0}}};
@@ -179,6 +176,7 @@ void Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
         me.Drain();
     }
     lock.lock();
+    return fds[1].revents != 0;
 }
 
 void Reader::StepDown() {
@@ -232,7 +230,7 @@ void Reader::StandbyMain(std::mutex& mutex) {
             continue;
         }
         const uint64_t seen = stepDowns_;
-        PollAlone(lock, me, kGrace);
+        PollAlone(lock, me, grace_);
         if (leader_ == nullptr && stepDowns_ == seen) {
             TakeLead(me, Rank::kStandby);
             Wait(lock, me, Rank::kStandby, std::nullopt,

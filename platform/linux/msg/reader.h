@@ -24,7 +24,7 @@ namespace kivo::msg {
 //    the lead from a thread that waits for a reply.
 //  - A leader that got what it waited for steps down. If another thread waits for a reply, that one leads at once. So
 //    does a task's thread that waits for a message, if the leader was not a task's thread itself: such a thread may not
-//    come back for long. Otherwise the lead stays empty for a moment (kGrace), because a task's thread mostly comes
+//    come back for long. Otherwise the lead stays empty for a moment (grace_), because a task's thread mostly comes
 //    back soon.
 //  - After that moment the standby, a thread of its own, takes the lead, so that somebody always reads: full queues,
 //    peers that leave and requests to detach are noticed even while every task is busy. It sleeps otherwise.
@@ -47,6 +47,9 @@ public:
 
     // Begins to read `bus`. False when there is no thread or descriptor to be had.
     bool Start(sd_bus* bus, std::mutex& mutex);
+
+    // From now on the lead stays empty for half a millisecond at most: this process wants events without delay.
+    void HurryUp() { grace_ = kShortGrace; }
 
     // Ends the standby, if it was started; nobody may be waiting.
     void Stop(Lock& lock);
@@ -76,9 +79,14 @@ private:
     void StandbyMain(std::mutex& mutex);
     void TakeLead(Waiter& me, Rank rank);
     bool Dispatch(const std::function<bool()>& done);
-    void PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
+    bool PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
     void StepDown();
     void WakeStandby();
+
+    // How long the lead may stay empty before the standby takes it: longer than most handlers run, and too short to be
+    // noticed.
+    static constexpr std::chrono::microseconds kGrace{10'000};
+    static constexpr std::chrono::microseconds kShortGrace{500};
 
     std::function<void(bool)> onEnd_;
     sd_bus* bus_ = nullptr;
@@ -92,6 +100,7 @@ private:
     bool lost_ = false;      // the connection is gone: nobody reads it any more
     bool starved_ = false;   // the last attempt to read failed for want of memory
     uint64_t stepDowns_ = 0;
+    std::chrono::microseconds grace_ = kGrace;
     std::atomic<bool> open_{false};  // these two are used by a signal handler, hence outside of the lock
     std::atomic<bool> stopRequested_{false};
 };

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "common/msg_rules.h"
 #include "msg/log.h"
@@ -80,7 +81,7 @@ void Take(AwaitedReply& awaited, sd_bus_message* message) {
         awaited.result = awaited.reply != nullptr ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
     }
     awaited.done = true;
-    awaited.waiter.Wake();
+    awaited.waiter.WakeOther();
 }
 
 // Sees every message before all others. sd-bus would take a reply from anybody who guesses the cookie of the call.
@@ -162,6 +163,20 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, 
         return made;
     }
     reply.process = ReadName(msg.dstProcName, sizeof msg.dstProcName);
+    return CallAndWait(process, lock, reply, std::move(call), deadline);
+}
+
+}  // namespace
+
+int kivo::msg::StartReplies(Process& process) {
+    sd_bus_slot* slot = nullptr;
+    const int added = sd_bus_add_filter(process.bus.get(), &slot, OnMessage, &process);
+    process.replyFilter.reset(slot);
+    return added;
+}
+
+uint32_t kivo::msg::CallAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, MessagePtr call,
+                                Reader::Clock::time_point deadline) {
     reply.owner = process.peers.OwnerOf(reply.process);
     uint64_t cookie = 0;
     const int sent = sd_bus_send(process.bus.get(), call.get(), &cookie);
@@ -179,15 +194,6 @@ uint32_t SendAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, 
     }
     const uint32_t unusable = process.CheckUsable();
     return unusable != OS_MSG_OK ? unusable : OS_MSG_ERR_TIMEOUT;
-}
-
-}  // namespace
-
-int kivo::msg::StartReplies(Process& process) {
-    sd_bus_slot* slot = nullptr;
-    const int added = sd_bus_add_filter(process.bus.get(), &slot, OnMessage, &process);
-    process.replyFilter.reset(slot);
-    return added;
 }
 
 uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, uint32_t timeoutMs) {

@@ -147,7 +147,7 @@ std::unique_ptr<Incoming> Task::Take() {
 void Task::Push(std::unique_ptr<Incoming> message) {
     queue_.push_back(std::move(message));
     if (loop != nullptr) {
-        loop->Wake();
+        loop->WakeOther();
     }
 }
 

@@ -9,6 +9,13 @@
 
 namespace kivo::msg {
 
+namespace {
+
+// What OfThisThread returned; null on threads that never asked for theirs.
+thread_local const Waiter* t_own = nullptr;
+
+}  // namespace
+
 Waiter::Waiter() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Waiter::~Waiter() {
@@ -25,6 +32,12 @@ void Waiter::Wake() const {
     errno = saved;
 }
 
+void Waiter::WakeOther() const {
+    if (this != t_own) {
+        Wake();
+    }
+}
+
 void Waiter::Drain() const {
     uint64_t count = 0;
     [[maybe_unused]] const ssize_t got = read(fd_, &count, sizeof count);
@@ -32,6 +45,7 @@ void Waiter::Drain() const {
 
 Waiter& Waiter::OfThisThread() {
     thread_local Waiter waiter;
+    t_own = &waiter;
     return waiter;
 }
 

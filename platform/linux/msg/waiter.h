@@ -21,6 +21,10 @@ public:
     // Async-signal-safe; any thread.
     void Wake() const;
 
+    // The same, but nothing when it is the calling thread's own: a thread that runs needs no waking, as it looks again
+    // for what it waits for before it polls.
+    void WakeOther() const;
+
     // Takes back all wake-ups so far.
     void Drain() const;
 

@@ -1,4 +1,5 @@
 // The form of log lines: head, cutting and escaping.
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -90,6 +91,21 @@ TEST_F(LogLineTest, ThreadIsTheOneThatLogs) {
     EXPECT_TRUE(support::WaitFor([&] { return thread != 0; }));
     EXPECT_EQ(OnlyLine().thread, thread);
     EXPECT_NE(OnlyLine().thread, gettid());
+}
+
+TEST_F(LogLineTest, ProcessAndThreadOfAChildAreItsOwn) {
+    const KivoOmLogHandle handle = Create();
+    KivoOmLogModuleLogRecord(1, handle, "unit", 1, 1, "%s", "parent");
+    const pid_t child = fork();
+    if (child == 0) {
+        KivoOmLogModuleLogRecord(1, handle, "unit", 1, 1, "%s", "child");
+        _exit(0);
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    const std::vector<std::string> lines = Lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(support::Parse(lines[1])->process, child);
+    EXPECT_EQ(support::Parse(lines[1])->thread, child);
 }
 
 TEST_F(LogLineTest, WholeLineLooksLikeThis) {
