@@ -162,13 +162,15 @@ uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg);
 
 /* ---- events ---- */
 
-/* Sends an event to all who subscribed to it. `scope` must be 1: the whole device. Nobody takes an event with the id
- * of a process restart for a restart. NO_TASK: this process has no such task. */
+/* Sends an event to all who subscribed to it; nothing is sent while nobody has. `scope` must be 1: the whole device.
+ * Nobody takes an event with the id of a process restart for a restart. NO_TASK: this process has no such task. */
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope);
 
 /* Subscribes a task to `count` events, each delivered to its queue as an asynchronous message whose id is the
  * event id and whose source names are the sender's. Event OS_MSG_EVENT_PROC_RESTART is made by the platform
- * itself each time the process `srcProcName` appears on the bus after the subscription. `flags` must be 0. */
+ * itself each time the process `srcProcName` appears on the bus after the subscription. `flags` must be 0.
+ * The source may start later or anew: its events come again. When it is there, this waits until it knows its
+ * subscriber, two seconds at most. */
 uint32_t OsMsgSubscribeEvent(const struct OsMsgSubscription* subscriptions, uint32_t count, uint32_t flags);
 
 /* ---- diagnosis ---- */
