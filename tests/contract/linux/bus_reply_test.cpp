@@ -6,9 +6,9 @@
 #include <string>
 
 #include "bus_test.h"
+#include "linux/open_bus.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
-#include "support/temp_folder.h"
 #include "thread_starter.h"
 
 using namespace support;
@@ -117,21 +117,6 @@ TEST_F(OsMsgOwedReplyTest, TheEndOfTheConnectionEndsWhatItIsOwed) {
 
 namespace {
 
-// Whether replies that nobody asked for arrive is a matter of the bus's policy.
-constexpr const char* kOpenBus = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:tmpdir=/tmp</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow receive_sender="*" eavesdrop="true"/>
-  </policy>
-</busconfig>
-)";
-
 class OsMsgForgedReplyTest : public ContractTest {
 protected:
     // Takes the next method call; other messages are dropped.
@@ -184,9 +169,7 @@ TEST_F(OsMsgForgedReplyTest, TheShippedPolicyLetsNoneThrough) {
 }
 
 TEST_F(OsMsgForgedReplyTest, OneThatArrivesIsNotTaken) {
-    const TempFolder folder;
-    WriteFile(folder / "bus.conf", kOpenBus);
-    const PrivateBus bus(folder / "bus.conf");
+    const OpenBus bus;
     ASSERT_EQ(ForgedRepliesThatArrive(), 100);
 
     ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK);
