@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <optional>
 #include <string>
 
 #include "bus_test.h"
+#include "linux/asker.h"
 #include "linux/open_bus.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
@@ -16,39 +16,6 @@ using namespace support;
 namespace {
 
 class OsMsgOwedReplyTest : public BusTest {};
-
-// A raw connection that has asked a task and waits for the reply.
-class Asker : public RawConnection {
-public:
-    void Ask(const std::string& process, const std::string& task) {
-        sd_bus_slot* slot = nullptr;
-        EXPECT_GE(sd_bus_call_async(Get(), &slot, Message(process, task, 1).get(), OnReply, this, UINT64_MAX), 0);
-        EXPECT_GE(sd_bus_flush(Get()), 0);
-        sd_bus_slot_set_floating(slot, 1);
-        sd_bus_slot_unref(slot);
-    }
-
-    // The reply's payload.
-    std::string Reply() {
-        EXPECT_TRUE(WaitFor([this] {
-            while (sd_bus_process(Get(), nullptr) > 0) {
-            }
-            return reply_.has_value();
-        }));
-        return reply_.value_or("(none)");
-    }
-
-private:
-    static int OnReply(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-        const void* data = nullptr;
-        size_t size = 0;
-        const int read = sd_bus_message_read_array(message, 'y', &data, &size);
-        static_cast<Asker*>(self)->reply_ = read < 0 ? "(error)" : std::string(static_cast<const char*>(data), size);
-        return 1;
-    }
-
-    std::optional<std::string> reply_;
-};
 
 }  // namespace
 
