@@ -14,6 +14,7 @@
 #include "kivo/os_msg.h"
 #include "msg/handles.h"
 #include "msg/names.h"
+#include "msg/open_bus.h"
 
 namespace {
 
@@ -43,19 +44,6 @@ struct Question {
 uint64_t LeftOf(Clock::time_point deadline) {
     const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now()).count();
     return left > 0 ? static_cast<uint64_t>(left) : 0;
-}
-
-int Open(BusPtr& bus) {
-    sd_bus* raw = nullptr;
-    int result = sd_bus_new(&raw);
-    bus.reset(raw);
-    if (result >= 0) {
-        result = sd_bus_set_address(raw, OsMsgBusAddress());
-    }
-    if (result >= 0) {
-        result = sd_bus_set_bus_client(raw, 1);
-    }
-    return result >= 0 ? sd_bus_start(raw) : result;
 }
 
 // What a process answers. One without such an object, or gone by now, has nothing to tell.
@@ -123,7 +111,7 @@ int AwaitAnswers(sd_bus* bus, std::list<Question>& questions, Clock::time_point 
 int AskAll(InspectOwnedItemTaker take, void* context, uint32_t timeoutMs) {
     const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     BusPtr bus;
-    int result = Open(bus);
+    int result = kivo::msg::OpenBus(bus);
     if (result < 0) {
         return result;
     }
