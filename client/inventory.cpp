@@ -19,7 +19,8 @@ struct Taker {
     static void Take(const InspectOwnedItem* item, void* self) noexcept {
         auto& taker = *static_cast<Taker*>(self);
         try {
-            taker.owned.push_back({item->name, {item->procName, std::chrono::milliseconds(item->timeout)}});
+            taker.owned.push_back(
+                {item->name, {item->procName, std::chrono::milliseconds(item->timeout), item->registered != 0}});
         } catch (const std::bad_alloc&) {
             taker.outOfMemory = true;
         }

@@ -243,13 +243,17 @@ Result<Inventory> Session::Items(const Limit& limit) {
     if (!catalogue) {
         return catalogue.Failure();
     }
+    return OwnersOf(std::move(*catalogue), limit);
+}
+
+Result<Inventory> Session::OwnersOf(Catalogue catalogue, const Limit& limit) {
     const auto owned = std::make_shared<std::vector<OwnedItem>>();
     const auto asked = connection_->Cancellable(
         [owned, time = std::min(limit.Left(), kOwnersLimit)] { return AskOwners(*owned, time); }, limit.Cancel());
     if (!asked) {
         return asked.Failure();
     }
-    return MakeInventory(std::move(*catalogue), *owned);
+    return MakeInventory(std::move(catalogue), *owned);
 }
 
 std::uint64_t Session::ServerStarts() const {

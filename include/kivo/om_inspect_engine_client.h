@@ -48,11 +48,12 @@ uint32_t InspectUnRegHandler(const char* itemName);
 /* Reports the result of a run that was answered with "running" (or, with that status again, its progress). */
 uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result);
 
-/* An item that a process owns, 52 bytes. */
+/* An item that a process owns, 56 bytes. */
 struct InspectOwnedItem {
     char name[OM_INSPECT_NAME_SIZE]; /*  0: empty: the process did not answer in time */
     char procName[16];               /* 32 */
     uint32_t timeout;                /* 48: as in InspectHandlerRecord */
+    uint32_t registered;             /* 52: 1: with the inspection server that runs now; 0: not, or not yet again */
 };
 
 /* Gets one item, which is valid during the call; must not throw. */

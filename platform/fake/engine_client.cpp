@@ -136,6 +136,7 @@ uint32_t InspectForEachOwnedItem(InspectOwnedItemTaker take, void* context, uint
             NameOf(record).copy(item.name, sizeof item.name - 1);
             CurrentProcess().name.copy(item.procName, sizeof item.procName - 1);
             item.timeout = record.timeout;
+            item.registered = 1;
         }
     }
     for (const InspectOwnedItem& item : owned) {

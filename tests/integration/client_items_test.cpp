@@ -12,7 +12,7 @@ class ClientItems : public Client {
 protected:
     Result<Inventory> Items() { return TheSession().Items(kEnough); }
 
-    // "name configuration owner:limit ...", or nothing for an item that is not listed.
+    // "name configuration owner:limit [unregistered] ...", or nothing for an item that is not listed.
     std::string Shown(const std::string& name) {
         const auto inventory = Items();
         if (!inventory) {
@@ -26,6 +26,7 @@ protected:
             shown += name + " " + (item.configuration ? item.configuration->level : "unconfigured");
             for (const ItemOwner& owner : item.owners) {
                 shown += " " + owner.process + ":" + std::to_string(owner.timeLimit.count());
+                shown += owner.isRegistered ? "" : " unregistered";
             }
         }
         return shown;
@@ -75,6 +76,27 @@ TEST_F(ClientItems, FollowTheirOwners) {
     EXPECT_TRUE(EventuallyShown("item", "item unconfigured first:0 second:10"));
     first.Kill();
     EXPECT_TRUE(EventuallyShown("item", "item unconfigured second:10"));
+}
+
+// The owner is busy when the server comes back: it shows its items, but has not registered them again.
+TEST_F(ClientItems, AreWaitedForUntilTheirOwnerHasRegisteredThemWithTheNewServer) {
+    const auto wait = [] { return support::Run({OMINSPECTCTL_PROGRAM, "wait", "item", "--timeout", "1"}).exitCode; };
+    Child server = StartServer();
+    const Child owner = StartEngineOwner("owner", {"hold", "item:10"});
+    EXPECT_TRUE(EventuallyShown("item", "item unconfigured owner:10"));
+    EXPECT_EQ(wait(), 0);
+    ASSERT_TRUE(TheSession().Start({"hold", ""}, kEnough));
+    ASSERT_TRUE(Eventually([this] { return Saw("hold running"); }));
+    server.Kill();
+    server = StartServer();
+    EXPECT_EQ(Shown("item"), "item unconfigured owner:10 unregistered");
+    EXPECT_EQ(wait(), 4);
+    owner.Signal(SIGUSR1);
+    EXPECT_TRUE(EventuallyShown("item", "item unconfigured owner:10"));
+    EXPECT_EQ(wait(), 0);
+    const auto run = TheSession().Run({"item", ""}, kEnough);
+    ASSERT_TRUE(run);
+    EXPECT_EQ(run->result.status, "success");
 }
 
 TEST_F(ClientItems, OfAnOwnerWithoutTheEngineClientHaveNoOwner) {

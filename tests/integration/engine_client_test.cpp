@@ -18,6 +18,7 @@
 #include "support/child.h"
 #include "support/eventually.h"
 #include "support/private_bus.h"
+#include "support/raw_connection.h"
 
 namespace support {
 namespace {
@@ -221,9 +222,9 @@ TEST_F(EngineClient, ItsItemsAreAPropertyWhoseChangesAreTold) {
     EXPECT_EQ(monitor.Output().find("\"item\""), std::string::npos) << "a signal reaches everybody";
     const Outcome property = support::Run(
         busctl({"get-property", "com.kivo.proc.ominspect", "/com/kivo/inspect", "com.kivo.Inspect.Owner", "Items"}));
-    EXPECT_EQ(property.output, "a(su) 1 \"item\" 7\n");
+    EXPECT_EQ(property.output, "a(sus) 1 \"item\" 7 \"" + RawConnection().OwnerOf("com.kivo.proc.ominspect") + "\"\n");
     EXPECT_NE(support::Run(busctl({"set-property", "com.kivo.proc.ominspect", "/com/kivo/inspect",
-                                   "com.kivo.Inspect.Owner", "Items", "a(su)", "0"}))
+                                   "com.kivo.Inspect.Owner", "Items", "a(sus)", "0"}))
                   .exitCode,
               0);
 }

@@ -2,7 +2,7 @@
 //
 //     engine_owner PROCESS ITEM[:LIMIT_MS]...
 //
-// All its items answer "success".
+// All its items answer "success", "hold" not before SIGUSR1.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +14,19 @@
 
 namespace {
 
-uint32_t Succeed(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* result) {
+sigset_t GoOn() {
+    sigset_t signals{};
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    return signals;
+}
+
+uint32_t Succeed(const char* itemName, const char* /*request*/, tagKivoOmInspectionResult* result) {
+    if (std::strcmp(itemName, "hold") == 0) {
+        const sigset_t signals = GoOn();
+        int signal = 0;
+        sigwait(&signals, &signal);
+    }
     std::snprintf(result->status, sizeof result->status, "success");
     return 0;
 }
@@ -31,6 +43,8 @@ bool Register(const std::string& argument) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const sigset_t signals = GoOn();
+    sigprocmask(SIG_BLOCK, &signals, nullptr);  // in all threads
     if (argc < 2 || OsProcAttach(argv[1]) != OS_MSG_OK || InspectClientInit("items") != OS_MSG_OK) {
         return 1;
     }
@@ -39,7 +53,5 @@ int main(int argc, char** argv) {
             return 1;
         }
     }
-    sigset_t none{};
-    sigemptyset(&none);
-    return sigsuspend(&none);  // until it is killed
+    return sigsuspend(&signals);  // until it is killed
 }

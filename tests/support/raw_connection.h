@@ -50,6 +50,18 @@ public:
         return owner;
     }
 
+    /// Whether anybody owns the name.
+    [[nodiscard]] bool IsThere(const std::string& name) const {
+        sd_bus_message* reply = nullptr;
+        int isThere = 0;
+        EXPECT_GE(sd_bus_call_method(Get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                     "NameHasOwner", nullptr, &reply, "s", name.c_str()),
+                  0);
+        const RawMessage answer(reply);
+        EXPECT_GE(sd_bus_message_read(reply, "b", &isThere), 0);
+        return isThere != 0;
+    }
+
     void Take(const std::string& name) const { EXPECT_GE(sd_bus_request_name(Get(), name.c_str(), 0), 0); }
     void GiveUp(const std::string& name) const { EXPECT_GE(sd_bus_release_name(Get(), name.c_str()), 0); }
 
@@ -73,18 +85,29 @@ public:
         EXPECT_GE(sd_bus_flush(Get()), 0);
     }
 
-    /// Sends a reply to the call with this cookie, whoever made it and whomever it was for.
-    void Forge(const std::string& victim, uint64_t cookie, const std::string& payload) const {
+    /// A reply, still empty, to the call with this cookie, whoever made it and whomever it was for; an error with a
+    /// name.
+    [[nodiscard]] RawMessage ForgedReply(const std::string& victim, uint64_t cookie,
+                                         const char* error = nullptr) const {
         sd_bus_message* call = nullptr;
         sd_bus_message* reply = nullptr;
-        ASSERT_GE(sd_bus_message_new_method_call(Get(), &call, Name().c_str(), "/", "com.kivo.Msg", "Send"), 0);
+        EXPECT_GE(sd_bus_message_new_method_call(Get(), &call, Name().c_str(), "/", "com.kivo.Msg", "Send"), 0);
         const RawMessage question(call);
-        ASSERT_GE(sd_bus_message_seal(call, cookie, 0), 0);
-        ASSERT_GE(sd_bus_message_new_method_return(call, &reply), 0);
-        const RawMessage answer(reply);
-        ASSERT_GE(sd_bus_message_set_destination(reply, victim.c_str()), 0);
-        ASSERT_GE(sd_bus_message_append_array(reply, 'y', payload.data(), payload.size()), 0);
-        ASSERT_GE(sd_bus_send(Get(), reply, nullptr), 0);
+        EXPECT_GE(sd_bus_message_seal(call, cookie, 0), 0);
+        if (error == nullptr) {
+            EXPECT_GE(sd_bus_message_new_method_return(call, &reply), 0);
+        } else {
+            EXPECT_GE(sd_bus_message_new_method_errorf(call, &reply, error, "forged"), 0);
+        }
+        EXPECT_GE(sd_bus_message_set_destination(reply, victim.c_str()), 0);
+        return RawMessage(reply);
+    }
+
+    /// Sends such a reply with a payload.
+    void Forge(const std::string& victim, uint64_t cookie, const std::string& payload) const {
+        const RawMessage reply = ForgedReply(victim, cookie);
+        ASSERT_GE(sd_bus_message_append_array(reply.get(), 'y', payload.data(), payload.size()), 0);
+        ASSERT_GE(sd_bus_send(Get(), reply.get(), nullptr), 0);
         ASSERT_GE(sd_bus_flush(Get()), 0);
     }
 

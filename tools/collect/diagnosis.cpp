@@ -210,6 +210,10 @@ bool IsDeviceOrPipe(const std::string& path) {
 
 }  // namespace
 
+bool IsSynchronous(const tagKivoOmInspectionItem& item) {
+    return (static_cast<unsigned long>(item.featureBits) & 1U) != 0;
+}
+
 bool Diagnosis::FallsBack() const {
     return !messages.empty() || std::any_of(elements.begin(), elements.end(),
                                             [](const ElementReport& element) { return !element.fallbacks.empty(); });
@@ -222,7 +226,7 @@ Diagnosis Diagnose(const std::string& path) {
         return diagnosis;
     }
     Loaded whole = Load([&](InspectConfigMgr& config) { config.InitInspectConfigFrom(path); });
-    diagnosis.items = whole.items.size();
+    diagnosis.items = std::move(whole.items);
     diagnosis.entries = whole.entries.size();
 
     XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);  // as the loader reads it

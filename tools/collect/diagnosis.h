@@ -28,12 +28,15 @@ struct Diagnosis {
     std::optional<Error> unreadable;    // why the file could not be parsed
     std::vector<std::string> messages;  // the loader's lines about the file as a whole
     std::vector<ElementReport> elements;
-    std::size_t items = 0;    // that the server would support
-    std::size_t entries = 0;  // that a collection would have
+    std::vector<tagKivoOmInspectionItem> items;  // that the server would support
+    std::size_t entries = 0;                     // that a collection would have
 
     // Whether the loader falls back anywhere. Notes do not count.
     bool FallsBack() const;
 };
+
+// Whether the item's owner answers at once.
+bool IsSynchronous(const tagKivoOmInspectionItem& item);
 
 // Reads the file. The loader gives out the built-in tables once, so only the first unreadable file of a process shows
 // them.

@@ -16,10 +16,6 @@ std::string Quoted(std::string_view text) {
     return '"' + text::Escaped(text) + '"';
 }
 
-bool IsSynchronous(const tagKivoOmInspectionItem& item) {
-    return (static_cast<unsigned long>(item.featureBits) & 1U) != 0;
-}
-
 const char* CopyWord(const InspectOneDiagFile& entry) {
     if (entry.copy == InspectCopyWylogsFile) {
         return "system log";
@@ -113,12 +109,12 @@ std::string ReportText(const std::string& path, const Diagnosis& diagnosis) {
     for (const std::string& message : diagnosis.messages) {
         out += head + "falls back: " + text::Escaped(message) + '\n';
     }
-    out += head + "items: " + std::to_string(diagnosis.items) +
+    out += head + "items: " + std::to_string(diagnosis.items.size()) +
            ", collection entries: " + std::to_string(diagnosis.entries) + '\n';
     return out;
 }
 
-std::string ReportJson(const std::string& path, const Diagnosis& diagnosis) {
+Value ReportJson(const std::string& path, const Diagnosis& diagnosis) {
     Value elements = Value::Array();
     for (const ElementReport& element : diagnosis.elements) {
         Value one = Value::Object();
@@ -136,10 +132,10 @@ std::string ReportJson(const std::string& path, const Diagnosis& diagnosis) {
         .Text("error", diagnosis.unreadable ? text::Escaped(diagnosis.unreadable->text) : "")
         .Flag("fallsBack", diagnosis.FallsBack())
         .Put("messages", TextList(diagnosis.messages))
-        .Number("items", diagnosis.items)
+        .Number("items", diagnosis.items.size())
         .Number("entries", diagnosis.entries)
         .Put("elements", std::move(elements));
-    return document.Print();
+    return document;
 }
 
 }  // namespace ominspect::collect

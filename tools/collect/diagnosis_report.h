@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "common/json.h"
 #include "diagnosis.h"
 
 namespace ominspect::collect {
@@ -11,7 +12,7 @@ namespace ominspect::collect {
 // its path.
 std::string ReportText(const std::string& path, const Diagnosis& diagnosis);
 
-// One document, without a line end.
-std::string ReportJson(const std::string& path, const Diagnosis& diagnosis);
+// One document.
+json::Value ReportJson(const std::string& path, const Diagnosis& diagnosis);
 
 }  // namespace ominspect::collect

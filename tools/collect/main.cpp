@@ -1,41 +1,22 @@
 // ominspect-collect: carries out the commands collect and doctor of ominspectctl, which runs it in its own place.
-#include <cstdio>
 #include <memory>
-#include <string>
 
 #include "collect_command.h"
 #include "common/command_line.h"
-#include "diagnosis_report.h"
+#include "doctor_command.h"
+#include "kivo/os_msg.h"
 
 namespace {
 
 using namespace ominspect;
 using namespace ominspect::collect;
 
-struct DoctorOptions {
-    std::string config;
-    bool json = false;
-};
-
-ExitCode Doctor(const DoctorOptions& options) {
-    const Diagnosis diagnosis = Diagnose(options.config);
-    if (options.json) {
-        (void)std::printf("%s\n", ReportJson(options.config, diagnosis).c_str());
-    } else {
-        (void)std::fputs(ReportText(options.config, diagnosis).c_str(), stdout);
-    }
-    if (diagnosis.unreadable) {
-        return kWrongUse;
-    }
-    return diagnosis.FallsBack() ? kFailed : kPassed;
-}
-
 void AddDoctor(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand("doctor", kDoctorText);
     command->add_option("--config", options->config, "The configuration file")->type_name("FILE")->required();
     AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return Doctor(*options); }; });
+    command->callback([options, &chosen] { chosen = [options] { return RunDoctor(*options); }; });
 }
 
 void AddCollect(CLI::App& app, Chosen& chosen) {
@@ -78,6 +59,7 @@ void AddCollect(CLI::App& app, Chosen& chosen) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    OsMsgSetLogLevel(0);  // the commands tell by themselves what the message layer would
     return RunCommandLine(argc, argv, [](CLI::App& app, Chosen& chosen) {
         AddCollect(app, chosen);
         AddDoctor(app, chosen);

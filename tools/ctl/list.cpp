@@ -49,7 +49,7 @@ void ComplainOf(const client::Inventory& inventory) {
                  " items");
     }
     for (const std::string& process : inventory.silent) {
-        Complain("the process " + text::Escaped(process) + " does not say which items it owns");
+        Complain(SilenceText(process));
     }
 }
 

@@ -49,11 +49,7 @@ const char* WordOf(ShownState state) {
 
 // The processes that own an item, the first one that registered it among them.
 std::string OwnersOf(const client::Item& item) {
-    std::string owners;
-    for (const client::ItemOwner& owner : item.owners) {
-        owners += (owners.empty() ? "" : ", ") + text::Escaped(owner.process);
-    }
-    return owners.empty() ? "-" : owners;
+    return item.owners.empty() ? "-" : OwnerNames(item.owners);
 }
 
 }  // namespace
@@ -88,12 +84,6 @@ json::Value RunJson(const RunRow& row) {
     if (client::IsUnknownItem(row.result)) {
         json.Text("hint", client::UnknownItemText(row.result.name));
     }
-    return json;
-}
-
-json::Value ErrorJson(const client::Error& error) {
-    auto json = json::Value::Object();
-    json.Text("code", client::ErrorWord(error.code)).Text("text", error.text);
     return json;
 }
 
@@ -140,13 +130,7 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total, Time
         if (const auto& configuration = row.item.configuration) {
             item.Text("level", configuration->level).Flag("isSync", configuration->isSync);
         }
-        auto owners = json::Value::Array();
-        for (const client::ItemOwner& one : row.item.owners) {
-            auto owner = json::Value::Object();
-            owner.Text("process", one.process);
-            owners.Add(std::move(owner.Number("timeLimitMs", static_cast<std::uint64_t>(one.timeLimit.count()))));
-        }
-        item.Put("owners", std::move(owners));
+        item.Put("owners", OwnersJson(row.item.owners));
         if (row.state) {
             item.Text("state", WordOf(*row.state));
         }

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/client_answers.h"
 #include "common/json.h"
 #include "common/times.h"
 #include "history.h"
@@ -30,7 +31,7 @@ std::string RunLine(std::size_t nameWidth, const RunRow& row);
 
 // The document of a run: one object per item, results and errors in the order they came.
 json::Value RunJson(const RunRow& row);
-json::Value ErrorJson(const client::Error& error);
+using ominspect::ErrorJson;
 json::Value ErrorJson(std::string_view item, const client::Error& error);
 
 // What can be said of an item's state. The server says the same of an idle item and of one that it does not know, so an

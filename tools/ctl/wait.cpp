@@ -33,6 +33,12 @@ struct Missing {
     std::vector<std::string> items;
 };
 
+// After a restart of the server its owners show an item before they have registered it again.
+bool IsRegistered(const client::Item& item) {
+    return std::any_of(item.owners.begin(), item.owners.end(),
+                       [](const client::ItemOwner& owner) { return owner.isRegistered; });
+}
+
 // Looks again and again, over one connection as long as that lasts.
 class Watcher {
 public:
@@ -68,7 +74,7 @@ private:
         std::vector<std::string> missing;
         std::copy_if(items_.begin(), items_.end(), std::back_inserter(missing), [&](const std::string& item) {
             return std::none_of(inventory->items.begin(), inventory->items.end(),
-                                [&](const client::Item& one) { return one.name == item && !one.owners.empty(); });
+                                [&](const client::Item& one) { return one.name == item && IsRegistered(one); });
         });
         if (missing.empty()) {
             return std::nullopt;

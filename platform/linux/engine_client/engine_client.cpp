@@ -18,6 +18,7 @@
 #include "engine_client/items_property.h"
 #include "kivo/os_bounds.h"
 #include "kivo/os_msg.h"
+#include "msg/object.h"
 #include "ominspect/messages.h"
 
 namespace {
@@ -27,6 +28,7 @@ constexpr uint32_t kQueueDepth = 64;
 struct Item {
     InspectItemHandler handler;
     uint32_t timeout;
+    std::string server;  // the connection of the server with which it was registered last
 };
 
 struct Client {
@@ -65,15 +67,21 @@ uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client,
     return OsMsgAsynSend(&block);
 }
 
-uint32_t SendRegistration(const std::string& client, const std::string& item, uint32_t timeout) {
-    return SendToServer(OM_INSPECT_MSG_REGISTER, timeout, client, item.c_str(), item.size() + 1);
+// A server that comes after the look at the connection is registered with, too, once its coming is told.
+uint32_t SendRegistration(const std::string& client, const std::string& name, Item& item) {
+    item.server = kivo::msg::ConnectionOf(OM_INSPECT_PROC_NAME);
+    const uint32_t sent = SendToServer(OM_INSPECT_MSG_REGISTER, item.timeout, client, name.c_str(), name.size() + 1);
+    if (sent != OS_MSG_OK) {
+        item.server.clear();
+    }
+    return sent;
 }
 
 // Shows the items to whoever lists them; with the lock.
 void ShowItems(const Client& client) {
-    std::map<std::string, uint32_t> shown;
+    std::map<std::string, kivo::engine::ShownItem> shown;
     for (const auto& [name, item] : client.items) {
-        shown.emplace(name, item.timeout);
+        shown.emplace(name, kivo::engine::ShownItem{item.timeout, item.server});
     }
     kivo::engine::SetItems(std::move(shown));
 }
@@ -81,9 +89,10 @@ void ShowItems(const Client& client) {
 void RegisterAll() {
     Client& client = TheClient();
     const std::lock_guard<std::mutex> lock(client.lock);
-    for (const auto& [name, item] : client.items) {
-        SendRegistration(client.name, name, item.timeout);
+    for (auto& [name, item] : client.items) {
+        SendRegistration(client.name, name, item);
     }
+    ShowItems(client);
 }
 
 // The item name and the request text of a run request; false when it is malformed.
@@ -213,8 +222,9 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
         }
         uint32_t result = OS_MSG_OK;
         for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
-            client.items.insert_or_assign(record->name, Item{record->handler, record->timeout});
-            const uint32_t sent = SendRegistration(client.name, record->name, record->timeout);
+            const auto [item, isNew] =
+                client.items.insert_or_assign(record->name, Item{record->handler, record->timeout, {}});
+            const uint32_t sent = SendRegistration(client.name, item->first, item->second);
             if (result == OS_MSG_OK) {
                 result = sent;
             }

@@ -13,17 +13,17 @@ namespace kivo::engine {
 namespace {
 
 // Guarded by the message layer's lock. Never destroyed: a task may still be running when the process exits.
-std::map<std::string, uint32_t>& Published() {
-    static auto* items = new std::map<std::string, uint32_t>;
+std::map<std::string, ShownItem>& Published() {
+    static auto* items = new std::map<std::string, ShownItem>;
     return *items;
 }
 
 int Read(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* /*property*/,
          sd_bus_message* reply, void* /*userdata*/, sd_bus_error* /*error*/) {
-    int result = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, "(su)");
-    for (const auto& [name, limit] : Published()) {
+    int result = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, "(sus)");
+    for (const auto& [name, item] : Published()) {
         if (result >= 0) {
-            result = sd_bus_message_append(reply, "(su)", name.c_str(), limit);
+            result = sd_bus_message_append(reply, "(sus)", name.c_str(), item.timeout, item.server.c_str());
         }
     }
     return result >= 0 ? sd_bus_message_close_container(reply) : result;
@@ -42,7 +42,7 @@ uint32_t PublishItems() {
     return msg::PublishObject(kItemsPath, kItemsInterface, kTable);
 }
 
-void SetItems(std::map<std::string, uint32_t> items) {
+void SetItems(std::map<std::string, ShownItem> items) {
     std::erase_if(items, [](const auto& item) { return !IsUtf8(item.first); });
     (void)msg::ChangeProperty(kItemsPath, kItemsInterface, kItemsProperty,
                               [&items] { Published() = std::move(items); });

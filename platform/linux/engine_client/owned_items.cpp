@@ -14,6 +14,8 @@
 #include "kivo/os_msg.h"
 #include "msg/handles.h"
 #include "msg/names.h"
+#include "msg/open_bus.h"
+#include "ominspect/messages.h"
 
 namespace {
 
@@ -26,16 +28,18 @@ using Clock = std::chrono::steady_clock;
 // One process that was asked.
 struct Question {
     std::string procName;
+    std::string_view server;  // the connection of the server that runs now
     InspectOwnedItemTaker take;
     void* context;
     bool isOver = false;
     SlotPtr slot{};
 
-    void Give(std::string_view item, uint32_t timeout) const {
+    void Give(std::string_view item, uint32_t timeout, std::string_view registeredWith) const {
         InspectOwnedItem owned{};
         item.copy(owned.name, sizeof owned.name - 1);
         procName.copy(owned.procName, sizeof owned.procName - 1);
         owned.timeout = timeout;
+        owned.registered = !registeredWith.empty() && registeredWith == server ? 1 : 0;
         take(&owned, context);
     }
 };
@@ -45,17 +49,22 @@ uint64_t LeftOf(Clock::time_point deadline) {
     return left > 0 ? static_cast<uint64_t>(left) : 0;
 }
 
-int Open(BusPtr& bus) {
-    sd_bus* raw = nullptr;
-    int result = sd_bus_new(&raw);
-    bus.reset(raw);
-    if (result >= 0) {
-        result = sd_bus_set_address(raw, OsMsgBusAddress());
+// Asks the bus daemon, with at most one text as argument. A negative errno on failure.
+int AskDaemon(sd_bus* bus, const char* method, const char* argument, Clock::time_point deadline, MessagePtr& answer) {
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_message_new_method_call(bus, &raw, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                "org.freedesktop.DBus", method);
+    const MessagePtr call(raw);
+    if (result >= 0 && argument != nullptr) {
+        result = sd_bus_message_append(call.get(), "s", argument);
     }
+    BusError error;
+    sd_bus_message* received = nullptr;
     if (result >= 0) {
-        result = sd_bus_set_bus_client(raw, 1);
+        result = sd_bus_call(bus, call.get(), LeftOf(deadline), error.Out(), &received);
     }
-    return result >= 0 ? sd_bus_start(raw) : result;
+    answer.reset(received);
+    return result;
 }
 
 // What a process answers. One without such an object, or gone by now, has nothing to tell.
@@ -64,14 +73,15 @@ int OnAnswer(sd_bus_message* answer, void* userdata, sd_bus_error* /*error*/) {
     question.isOver = true;
     if (sd_bus_message_is_method_error(answer, nullptr) > 0 ||
         sd_bus_message_enter_container(answer, SD_BUS_TYPE_VARIANT, kivo::engine::kItemsType) < 0 ||
-        sd_bus_message_enter_container(answer, SD_BUS_TYPE_ARRAY, "(su)") < 0) {
+        sd_bus_message_enter_container(answer, SD_BUS_TYPE_ARRAY, "(sus)") < 0) {
         return 1;
     }
     const char* item = nullptr;
     uint32_t timeout = 0;
-    while (sd_bus_message_read(answer, "(su)", &item, &timeout) > 0) {
+    const char* server = nullptr;
+    while (sd_bus_message_read(answer, "(sus)", &item, &timeout, &server) > 0) {
         if (*item != '\0' && std::strlen(item) < OM_INSPECT_NAME_SIZE) {
-            question.Give(item, timeout);
+            question.Give(item, timeout, server);
         }
     }
     return 1;
@@ -114,7 +124,7 @@ int AwaitAnswers(sd_bus* bus, std::list<Question>& questions, Clock::time_point 
             }
             question.slot.reset();  // an answer that comes now is too late
             question.isOver = true;
-            question.Give("", 0);
+            question.Give("", 0, "");
         }
     }
     return 0;
@@ -123,23 +133,20 @@ int AwaitAnswers(sd_bus* bus, std::list<Question>& questions, Clock::time_point 
 int AskAll(InspectOwnedItemTaker take, void* context, uint32_t timeoutMs) {
     const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     BusPtr bus;
-    int result = Open(bus);
+    int result = kivo::msg::OpenBus(bus);
     if (result < 0) {
         return result;
     }
-    BusError error;
-    sd_bus_message* raw = nullptr;
     MessagePtr list;
-    sd_bus_message* call = nullptr;
-    result = sd_bus_message_new_method_call(bus.get(), &call, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                            "org.freedesktop.DBus", "ListNames");
-    const MessagePtr owner(call);
-    if (result >= 0) {
-        result = sd_bus_call(bus.get(), call, LeftOf(deadline), error.Out(), &raw);
-    }
-    list.reset(raw);
+    result = AskDaemon(bus.get(), "ListNames", nullptr, deadline, list);
     if (result < 0) {
         return result;
+    }
+    MessagePtr owner;
+    const char* server = "";
+    if (AskDaemon(bus.get(), "GetNameOwner", kivo::msg::BusNameOf(OM_INSPECT_PROC_NAME).c_str(), deadline, owner) >=
+        0) {
+        (void)sd_bus_message_read_basic(owner.get(), SD_BUS_TYPE_STRING, &server);
     }
     std::list<Question> questions;
     sd_bus_message_enter_container(list.get(), SD_BUS_TYPE_ARRAY, "s");
@@ -147,7 +154,8 @@ int AskAll(InspectOwnedItemTaker take, void* context, uint32_t timeoutMs) {
     while (result >= 0 && sd_bus_message_read_basic(list.get(), SD_BUS_TYPE_STRING, &busName) > 0) {
         std::string procName = kivo::msg::ProcNameOf(busName);
         if (!procName.empty()) {
-            result = Ask(bus.get(), busName, questions.emplace_back(Question{std::move(procName), take, context}));
+            result =
+                Ask(bus.get(), busName, questions.emplace_back(Question{std::move(procName), server, take, context}));
         }
     }
     return result >= 0 ? AwaitAnswers(bus.get(), questions, deadline) : result;

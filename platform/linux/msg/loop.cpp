@@ -1,9 +1,11 @@
 // Message loops, and the replies that handlers owe.
+#include <cerrno>
 #include <new>
 #include <utility>
 
 #include "common/msg_rules.h"
 #include "msg/log.h"
+#include "msg/names.h"
 #include "msg/process.h"
 #include "msg/task_thread.h"
 
@@ -15,6 +17,7 @@ namespace {
 constexpr size_t kMaxDeferred = 1024;
 
 // Notes the reply that is owed for a message. Returns its token; 0 when the message wants none, or its sender has left.
+// Without memory the message keeps its reply.
 uint64_t NoteOwedReply(Process& process, Incoming& message) {
     if (!message.reply) {
         return 0;
@@ -25,8 +28,34 @@ uint64_t NoteOwedReply(Process& process, Incoming& message) {
         return 0;
     }
     const uint64_t token = ++process.lastToken;
-    process.owed.emplace(token, OwedReply{std::move(message.reply), false});
+    process.owed[token].reply = std::move(message.reply);
     return token;
+}
+
+// Answers a message that no handler will see. sd-bus makes an error from the call only, which is gone: another one with
+// its cookie stands in for it.
+void Refuse(Process& process, Incoming& message) {
+    const MessagePtr reply = std::move(message.reply);
+    uint64_t cookie = 0;
+    if (!reply || sd_bus_message_get_reply_cookie(reply.get(), &cookie) < 0) {
+        return;
+    }
+    const char* sender = sd_bus_message_get_destination(reply.get());
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_message_new_method_call(process.bus.get(), &raw, sender, "/", kInterface, "Send");
+    const MessagePtr call(raw);
+    if (result >= 0) {
+        result = sd_bus_message_seal(call.get(), cookie, 0);
+    }
+    sd_bus_message* error = nullptr;
+    if (result >= 0) {
+        result = sd_bus_message_new_method_errno(call.get(), &error, ENOMEM, nullptr);
+    }
+    const MessagePtr refusal(error);
+    if (result >= 0 && sd_bus_message_set_destination(refusal.get(), sender) >= 0 &&
+        sd_bus_send(process.bus.get(), refusal.get(), nullptr) >= 0) {
+        process.KickIfUnsent();
+    }
 }
 
 void Handle(Process& process, Reader::Lock& lock, const Task& task, Incoming& message) {
@@ -81,6 +110,7 @@ void Serve(Process& process, Reader::Lock& lock, Task& task, Waiter& me) {
             Handle(process, lock, task, *message);
         } catch (const std::bad_alloc&) {
             Log(kLogWarning, "no memory: task %s loses message %u", task.name.c_str(), message->block.msgId);
+            Refuse(process, *message);
         }
     }
 }

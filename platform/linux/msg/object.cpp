@@ -44,4 +44,10 @@ uint32_t ChangeProperty(const char* path, const char* interface, const char* pro
     });
 }
 
+std::string ConnectionOf(const std::string& procName) {
+    Process& process = TheProcess();
+    const Reader::Lock lock(process.lock);
+    return std::string(process.peers.OwnerOf(procName));
+}
+
 }  // namespace kivo::msg

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 namespace kivo::msg {
 
@@ -17,6 +18,9 @@ uint32_t PublishObject(const char* path, const char* interface, const sd_bus_vta
 // Calls `change` under that lock, then tells the bus that a property of the object has changed.
 uint32_t ChangeProperty(const char* path, const char* interface, const char* property,
                         const std::function<void()>& change);
+
+// The connection that owns a process name, as far as the changes have been read; empty when there is none.
+std::string ConnectionOf(const std::string& procName);
 
 #pragma GCC visibility pop
 

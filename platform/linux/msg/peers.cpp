@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <new>
 #include <string_view>
@@ -17,15 +18,18 @@ namespace {
 
 constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
-constexpr uint64_t kAskTimeout = 5'000'000;  // microseconds
+constexpr std::chrono::seconds kAskLimit{5};
+constexpr int kMostAttempts = 1000;
+
+using Clock = std::chrono::steady_clock;
 
 std::string NameOwnerRule() {
     return std::string("type='signal',sender='") + kDaemon + "',path='" + kDaemonPath + "',interface='" + kDaemon +
            "',member='NameOwnerChanged'";
 }
 
-// One question to the bus daemon with one text as argument; null when it is refused.
-MessagePtr Ask(sd_bus* bus, const char* method, const char* argument) {
+// Asks the bus daemon once, with one text as argument. The answer may be another's.
+MessagePtr AskOnce(sd_bus* bus, const char* method, const char* argument, std::chrono::microseconds time) {
     sd_bus_message* raw = nullptr;
     if (sd_bus_message_new_method_call(bus, &raw, kDaemon, kDaemonPath, kDaemon, method) < 0) {
         return nullptr;
@@ -36,11 +40,47 @@ MessagePtr Ask(sd_bus* bus, const char* method, const char* argument) {
     }
     sd_bus_message* received = nullptr;
     BusError error;
-    if (sd_bus_call(bus, question.get(), kAskTimeout, error.Out(), &received) < 0) {
+    if (sd_bus_call(bus, question.get(), static_cast<uint64_t>(time.count()), error.Out(), &received) < 0) {
         return nullptr;
     }
-    MessagePtr answer(received);
-    return IsFromDaemon(received) ? std::move(answer) : nullptr;
+    return MessagePtr(received);
+}
+
+// Asks until the daemon itself answers; null when it does not. sd_bus_call takes the first answer to come, whoever sent
+// it, and does not say whose an error is. So a forged answer costs one attempt, and after an error `again` decides.
+template <typename Again>
+MessagePtr Ask(sd_bus* bus, const char* method, const char* argument, Clock::time_point deadline, Again again) {
+    for (int i = 0; i < kMostAttempts; ++i) {
+        const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
+        if (left.count() <= 0) {
+            break;
+        }
+        MessagePtr answer = AskOnce(bus, method, argument, left);
+        if (answer && IsFromDaemon(answer.get())) {
+            return answer;
+        }
+        if (!answer && !again()) {
+            break;
+        }
+    }
+    return nullptr;
+}
+
+// To these two the daemon never answers with an error.
+MessagePtr ListNames(sd_bus* bus) {
+    return Ask(bus, "ListNames", nullptr, Clock::now() + kAskLimit, [] { return true; });
+}
+
+bool HasOwner(sd_bus* bus, const char* name, Clock::time_point deadline) {
+    const MessagePtr answer = Ask(bus, "NameHasOwner", name, deadline, [] { return true; });
+    int hasOwner = 0;
+    return answer && sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_BOOLEAN, &hasOwner) > 0 && hasOwner != 0;
+}
+
+// Asks for something of a name; null when it has no owner.
+MessagePtr AskAbout(sd_bus* bus, const char* method, const char* name) {
+    const Clock::time_point deadline = Clock::now() + kAskLimit;
+    return Ask(bus, method, name, deadline, [&] { return HasOwner(bus, name, deadline); });
 }
 
 }  // namespace
@@ -69,7 +109,7 @@ int Peers::Match(const std::string& rule, sd_bus_message_handler_t handler, Slot
 }
 
 int Peers::Load() {
-    const MessagePtr list = Ask(bus_, "ListNames", nullptr);
+    const MessagePtr list = ListNames(bus_);
     if (!list) {
         return -EIO;
     }
@@ -83,7 +123,7 @@ int Peers::Load() {
             continue;
         }
         const char* owner = nullptr;
-        const MessagePtr answer = Ask(bus_, "GetNameOwner", name);
+        const MessagePtr answer = AskAbout(bus_, "GetNameOwner", name);
         if (answer && sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_STRING, &owner) > 0) {
             present.emplace(procName, owner);
         } else {
@@ -199,7 +239,7 @@ void Peers::SetOwner(const std::string& procName, const std::string& connection)
 }
 
 uint32_t Peers::AskUid(const char* connection) {
-    const MessagePtr answer = Ask(bus_, "GetConnectionUnixUser", connection);
+    const MessagePtr answer = AskAbout(bus_, "GetConnectionUnixUser", connection);
     uint32_t uid = UINT32_MAX;
     if (answer) {
         sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_UINT32, &uid);

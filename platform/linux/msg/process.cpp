@@ -13,6 +13,7 @@
 #include "common/msg_rules.h"
 #include "msg/log.h"
 #include "msg/names.h"
+#include "msg/open_bus.h"
 #include "msg/task_thread.h"
 
 namespace kivo::msg {
@@ -35,26 +36,6 @@ uint32_t CannotJoin(int negativeErrno) {
                            : strerrordesc_np(-negativeErrno);
     const uint32_t result = ResultOf(negativeErrno);
     return result == OS_MSG_ERR_DENIED || result == OS_MSG_ERR_NO_MEMORY ? result : OS_MSG_ERR_NO_BUS;
-}
-
-int OpenBus(BusPtr& bus) {
-    sd_bus* raw = nullptr;
-    int result = sd_bus_new(&raw);
-    bus.reset(raw);
-    if (result >= 0) {
-        result = sd_bus_set_address(raw, OsMsgBusAddress());
-    }
-    if (result >= 0) {
-        result = sd_bus_set_bus_client(raw, 1);
-    }
-    // No message here carries descriptors: a peer that sends some could use up this process's own.
-    if (result >= 0) {
-        result = sd_bus_negotiate_fds(raw, 0);
-    }
-    if (result >= 0) {
-        result = sd_bus_start(raw);
-    }
-    return result;
 }
 
 // Makes the task's queue and object; StartThread starts its thread later.

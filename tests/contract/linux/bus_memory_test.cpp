@@ -9,6 +9,7 @@
 #include <string>
 
 #include "bus_test.h"
+#include "linux/asker.h"
 #include "linux/log_reader.h"
 #include "linux/memory_shortage.h"
 #include "support/private_bus.h"
@@ -65,6 +66,35 @@ TEST_F(OsMsgMemoryTest, AMessageThatFindsNoMemoryIsRefused) {
     sender.Post("tester", "inbox", 8);
     EXPECT_TRUE(inbox.Await(2));
     EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 8}));
+}
+
+// The task's thread is the only one with anything to do when it takes the second message.
+TEST_F(OsMsgMemoryTest, AMessageThatFindsNoMemoryAfterItWasQueuedIsRefused) {
+    const Gate gate;
+    const Inbox inbox;
+    std::atomic<int> handled{0};
+    AddTask("slow", [&](TagMsgBlock& /*message*/) {
+        if (++handled == 1) {
+            gate.Pass();
+            FailAllocations(1);
+        }
+        return 0U;
+    });
+    AddTask("inbox", inbox.Keep());
+    Post("tester", "slow");
+    ASSERT_TRUE(gate.Reached());
+    Asker asker;
+    asker.Ask("tester", "slow");
+    RawConnection().Post("tester", "inbox", 7);
+    ASSERT_TRUE(inbox.Await(1));  // what came before it is queued
+    StandardError errors;
+    gate.Open();
+    EXPECT_EQ(asker.Reply(), SD_BUS_ERROR_NO_MEMORY);
+    EXPECT_EQ(errors.Lines(), std::vector<std::string>{"kivo_os_msg: no memory: task slow loses message 1"});
+    EXPECT_EQ(FailuresToCome(), 0);
+    EXPECT_EQ(handled, 1);
+    Post("tester", "slow");
+    EXPECT_TRUE(WaitFor([&handled] { return handled == 2; }));  // the task goes on
 }
 
 TEST_F(OsMsgMemoryTest, AProcessThatAppearsWithoutMemoryIsNoticedWithTheNextMessage) {

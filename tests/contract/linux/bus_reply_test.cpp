@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <optional>
 #include <string>
 
 #include "bus_test.h"
+#include "linux/asker.h"
+#include "linux/open_bus.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
-#include "support/temp_folder.h"
 #include "thread_starter.h"
 
 using namespace support;
@@ -16,39 +16,6 @@ using namespace support;
 namespace {
 
 class OsMsgOwedReplyTest : public BusTest {};
-
-// A raw connection that has asked a task and waits for the reply.
-class Asker : public RawConnection {
-public:
-    void Ask(const std::string& process, const std::string& task) {
-        sd_bus_slot* slot = nullptr;
-        EXPECT_GE(sd_bus_call_async(Get(), &slot, Message(process, task, 1).get(), OnReply, this, UINT64_MAX), 0);
-        EXPECT_GE(sd_bus_flush(Get()), 0);
-        sd_bus_slot_set_floating(slot, 1);
-        sd_bus_slot_unref(slot);
-    }
-
-    // The reply's payload.
-    std::string Reply() {
-        EXPECT_TRUE(WaitFor([this] {
-            while (sd_bus_process(Get(), nullptr) > 0) {
-            }
-            return reply_.has_value();
-        }));
-        return reply_.value_or("(none)");
-    }
-
-private:
-    static int OnReply(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-        const void* data = nullptr;
-        size_t size = 0;
-        const int read = sd_bus_message_read_array(message, 'y', &data, &size);
-        static_cast<Asker*>(self)->reply_ = read < 0 ? "(error)" : std::string(static_cast<const char*>(data), size);
-        return 1;
-    }
-
-    std::optional<std::string> reply_;
-};
 
 }  // namespace
 
@@ -117,21 +84,6 @@ TEST_F(OsMsgOwedReplyTest, TheEndOfTheConnectionEndsWhatItIsOwed) {
 
 namespace {
 
-// Whether replies that nobody asked for arrive is a matter of the bus's policy.
-constexpr const char* kOpenBus = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:tmpdir=/tmp</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow receive_sender="*" eavesdrop="true"/>
-  </policy>
-</busconfig>
-)";
-
 class OsMsgForgedReplyTest : public ContractTest {
 protected:
     // Takes the next method call; other messages are dropped.
@@ -184,9 +136,7 @@ TEST_F(OsMsgForgedReplyTest, TheShippedPolicyLetsNoneThrough) {
 }
 
 TEST_F(OsMsgForgedReplyTest, OneThatArrivesIsNotTaken) {
-    const TempFolder folder;
-    WriteFile(folder / "bus.conf", kOpenBus);
-    const PrivateBus bus(folder / "bus.conf");
+    const OpenBus bus;
     ASSERT_EQ(ForgedRepliesThatArrive(), 100);
 
     ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK);

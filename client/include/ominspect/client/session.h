@@ -129,6 +129,9 @@ public:
     // have two seconds to answer. An owner is listed only if it uses the engine client library.
     Result<Inventory> Items(const Limit& limit);
 
+    // The same for configured items that are known from elsewhere. It needs the bus, but not the server.
+    Result<Inventory> OwnersOf(Catalogue catalogue, const Limit& limit);
+
     // Begins the events onRun and onBusy. They continue after a restart of the server. Nothing on success.
     std::optional<Error> Subscribe();
 

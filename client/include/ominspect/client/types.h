@@ -73,6 +73,7 @@ struct Catalogue {
 struct ItemOwner {
     std::string process;
     std::chrono::milliseconds timeLimit;  // of a run whose result it reports later; 0: none
+    bool isRegistered = false;            // with the server that runs now; after a restart not at once
 };
 
 // An item that the server's configuration names, or that a process owns, or both.

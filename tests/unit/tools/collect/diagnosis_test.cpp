@@ -148,7 +148,7 @@ TEST_F(DiagnosisTest, ItemsBeyondThe256thAreNoted) {
         xml += "\n<DiagnoseItem name='i" + std::to_string(i) + "' level='warn' isSync='true'/>";
     }
     const Diagnosis diagnosis = Look(xml + "</DiagnoseList></c>");
-    EXPECT_EQ(diagnosis.items, 257U);
+    EXPECT_EQ(diagnosis.items.size(), 257U);
     ASSERT_EQ(diagnosis.elements.size(), 260U);
     EXPECT_EQ(diagnosis.elements[258].notes, (std::vector<std::string>{}));
     EXPECT_EQ(diagnosis.elements[259].line, 258);
@@ -160,7 +160,7 @@ TEST_F(DiagnosisTest, AnUnreadableFileMeansTheDefaultItemsAndNoCollection) {
     const Diagnosis diagnosis = Diagnose("missing.xml");
     ASSERT_TRUE(diagnosis.unreadable);
     EXPECT_TRUE(diagnosis.FallsBack());
-    EXPECT_EQ(diagnosis.items, 25U);
+    EXPECT_EQ(diagnosis.items.size(), 25U);
     EXPECT_EQ(diagnosis.entries, 0U);
     EXPECT_EQ(diagnosis.messages, (std::vector<std::string>{"xml read err, error code : 3. use default config.",
                                                             "use default config InspectItemList."}));
@@ -198,7 +198,7 @@ TEST_F(DiagnosisTest, JsonHoldsTheSame) {
     const std::string xml =
         "<c><DiagnoseList>\n<DiagnoseItem name='a' level='warn' x='1'/></DiagnoseList><LogCollect>"
         "<Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></c>";
-    EXPECT_EQ(ReportJson("c.xml", Look(xml)),
+    EXPECT_EQ(ReportJson("c.xml", Look(xml)).Print(),
               R"({"file":"c.xml","readable":true,"error":"","fallsBack":true,"messages":[],"items":1,"entries":1,)"
               R"("elements":[{"line":1,"element":"DiagnoseList","use":"list","values":{"records":1},"fallbacks":[],)"
               R"("notes":[]},{"line":2,"element":"DiagnoseItem","use":"item","values":{"name":"a","level":"warn",)"

@@ -1,4 +1,4 @@
-// The command doctor as people run it: its exit codes.
+// The command doctor as people run it, without a bus: its exit codes.
 #include <gtest/gtest.h>
 
 #include "support/child.h"
@@ -18,7 +18,7 @@ class DoctorProgram : public testing::Test {
 protected:
     static Outcome Doctor(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), {PROGRAM_CTL, "doctor"});
-        return support::Run(arguments);
+        return support::Run(arguments, {"KIVO_BUS_ADDRESS=unix:path=/no/bus"});
     }
 
     const support::WorkingFolder work_;
@@ -33,7 +33,8 @@ TEST_F(DoctorProgram, AnswersZeroWhenNothingFallsBack) {
               "line 1: DiagnoseItem \"a\": level \"warn\", synchronous\n"
               "line 1: LogCollect: records: 1\n"
               "line 1: Log \"/a\": to \"/b\", 7 s, folder\n"
-              "c.xml: items: 1, collection entries: 1\n");
+              "c.xml: items: 1, collection entries: 1\n"
+              "ominspectctl: bus unreachable at unix:path=/no/bus: No such file or directory\n");
 }
 
 TEST_F(DoctorProgram, AnswersOneWhenSomethingFallsBack) {

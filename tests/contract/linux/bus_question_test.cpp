@@ -1,0 +1,138 @@
+// What the message layer asks the bus daemon, while others answer in its name.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "bus_test.h"
+#include "linux/open_bus.h"
+#include "support/raw_connection.h"
+
+using namespace support;
+
+namespace {
+
+// Is called with each question, after it is made and before it is sent. Set while nothing is asked.
+std::function<void(sd_bus* bus, const std::string& method)> g_onQuestion;
+
+}  // namespace
+
+// The program's own function comes before those of all libraries, so the library under test calls this one.
+extern "C" __attribute__((visibility("default"))) int sd_bus_call(sd_bus* bus, sd_bus_message* call, uint64_t usec,
+                                                                  sd_bus_error* error, sd_bus_message** reply) {
+    static const auto real = reinterpret_cast<decltype(&sd_bus_call)>(dlsym(RTLD_NEXT, "sd_bus_call"));
+    thread_local bool within = false;
+    if (g_onQuestion && !std::exchange(within, true)) {
+        g_onQuestion(bus, sd_bus_message_get_member(call));
+        within = false;
+    }
+    return real(bus, call, usec, error, reply);
+}
+
+namespace {
+
+class OsMsgForgedAnswerTest : public ContractTest {
+protected:
+    using Fill = std::function<void(sd_bus_message* reply)>;
+
+    void TearDown() override {
+        OsProcDetach();
+        g_onQuestion = nullptr;
+    }
+
+    // Before the first question of this method is sent, a hundred answers to it and to the next questions are on their
+    // way to the process under test, in front of the daemon's.
+    void ForgeAnswers(std::string_view method, Fill fill, const char* error = nullptr) {
+        g_onQuestion = [this, method, fill = std::move(fill), error](sd_bus* bus, const std::string& asked) {
+            ++questions_[asked];
+            const char* victim = nullptr;
+            if (asked != method || std::exchange(forged_, true) || sd_bus_get_unique_name(bus, &victim) < 0) {
+                return;
+            }
+            const RawConnection hostile;
+            for (uint64_t cookie = 1; cookie <= 100; ++cookie) {
+                const RawMessage reply = hostile.ForgedReply(victim, cookie, error);
+                if (error == nullptr) {
+                    fill(reply.get());
+                }
+                EXPECT_GE(sd_bus_send(hostile.Get(), reply.get(), nullptr), 0);
+            }
+            EXPECT_EQ(hostile.OwnerOf(victim), victim);  // the daemon has passed them all on
+        };
+    }
+
+    // The process under test joins and gets a first message of this connection.
+    TagMsgBlock FirstMessage(const RawConnection& sender) {
+        EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK);
+        const Inbox inbox;
+        AddTask("inbox", inbox.Keep());
+        sender.Post("tester", "inbox", 7);
+        posted_ = true;
+        EXPECT_TRUE(inbox.Await(1));
+        return inbox.Count() > 0 ? inbox.All().front().envelope : TagMsgBlock{};
+    }
+
+    const OpenBus bus_;
+    std::map<std::string, int> questions_;
+    bool forged_ = false;
+    std::atomic<bool> posted_{false};
+};
+
+TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhichUserASenderIs) {
+    ForgeAnswers("GetConnectionUnixUser",
+                 [](sd_bus_message* reply) { EXPECT_GE(sd_bus_message_append(reply, "u", getuid() + 1), 0); });
+    EXPECT_EQ(FirstMessage(RawConnection()).uid, getuid());
+    EXPECT_TRUE(forged_);
+}
+
+TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysThatASenderHasLeft) {
+    ForgeAnswers("GetConnectionUnixUser", {}, SD_BUS_ERROR_NAME_HAS_NO_OWNER);
+    EXPECT_EQ(FirstMessage(RawConnection()).uid, getuid());
+    EXPECT_TRUE(forged_);
+}
+
+TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhoseANameIs) {
+    const RawConnection honest;
+    const RawConnection other;
+    honest.Take("com.kivo.proc.honest");
+    ForgeAnswers("GetNameOwner", [name = other.Name()](sd_bus_message* reply) {
+        EXPECT_GE(sd_bus_message_append(reply, "s", name.c_str()), 0);
+    });
+    EXPECT_STREQ(FirstMessage(honest).srcProcName, "honest");
+    EXPECT_TRUE(forged_);
+}
+
+TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhichNamesThereAre) {
+    const RawConnection honest;
+    honest.Take("com.kivo.proc.honest");
+    ForgeAnswers("ListNames", [](sd_bus_message* reply) { EXPECT_GE(sd_bus_message_append(reply, "as", 0), 0); });
+    EXPECT_STREQ(FirstMessage(honest).srcProcName, "honest");
+    EXPECT_TRUE(forged_);
+}
+
+TEST_F(OsMsgForgedAnswerTest, ASenderThatHasLeftIsAskedForOnce) {
+    std::optional<RawConnection> sender(std::in_place);
+    const std::string name = sender->Name();
+    g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
+        ++questions_[asked];
+        if (asked == "GetConnectionUnixUser") {
+            EXPECT_TRUE(WaitFor([&] { return posted_.load(); }));
+            sender.reset();
+            const RawConnection witness;
+            EXPECT_TRUE(WaitFor([&] { return !witness.IsThere(name); }));
+        }
+    };
+    EXPECT_EQ(FirstMessage(*sender).uid, UINT32_MAX);
+    EXPECT_EQ(questions_["GetConnectionUnixUser"], 1);
+    EXPECT_EQ(questions_["NameHasOwner"], 1);
+}
+
+}  // namespace
