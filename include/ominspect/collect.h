@@ -3,7 +3,8 @@
 // Sequence, for each entry of InspectConfigMgr::GetLogCollectList() (config.h says how a driver's process loads it):
 //   1. fill a CollectConfig: startTimer and running true, timeout the entry's;
 //   2. call the entry's copy function with the entry's two paths and that CollectConfig;
-//   3. when it returns, all was copied or the time limit ended it; `running` is then false after a directory copy.
+//   3. when it returns, all was copied or the time limit ended it; `running` is then false after a
+//      directory copy that could begin.
 // With `running` false no directory entry is copied; with `startTimer` false there is no time limit.
 //
 // Ownership: the paths and the CollectConfig stay the caller's and must live until the call returns; it keeps nothing.

@@ -10,12 +10,12 @@
 
 namespace {
 
-constexpr KivoOmLogCreation kCreation{512, 2, 2097152, "inspect.log"};
+constexpr KivoOmLogCreation creationRecord{512, 2, 2097152, "inspect.log"};
 constexpr uint32_t kInitFailed = 15;
 constexpr const char* kFormatFailed = "vsnprintf_s failed";
 
 // Written when the log is opened (again), read by whichever thread logs meanwhile.
-std::atomic<KivoOmLogHandle> g_logHandle{0};
+std::atomic<KivoOmLogHandle> logHandle{0};
 
 /// The formatted text of one line.
 class LineText {
@@ -38,10 +38,10 @@ uint32_t InspectLogInit(const char* clientName) {
         return kInitFailed;
     }
     KivoOmLogHandle handle = 0;
-    if (KivoOmLogCreateLog(&kCreation, &handle) != 0) {
+    if (KivoOmLogCreateLog(&creationRecord, &handle) != 0) {
         return kInitFailed;
     }
-    g_logHandle = handle;
+    logHandle = handle;
     return 0;
 }
 
@@ -59,9 +59,9 @@ void InspectModuleLog(uint32_t level, const char* unit, uint32_t module, uint32_
     const auto level8 = static_cast<uint8_t>(level);
     const auto module8 = static_cast<uint8_t>(module);
     if (text.Valid()) {
-        KivoOmLogModuleLogRecord(level8, g_logHandle, unit, module8, line, "%s", text.Text());
+        KivoOmLogModuleLogRecord(level8, logHandle, unit, module8, line, "%s", text.Text());
     } else {
-        KivoOmLogModuleLogRecord(level8, g_logHandle, unit, module8, line, kFormatFailed);
+        KivoOmLogModuleLogRecord(level8, logHandle, unit, module8, line, kFormatFailed);
     }
 }
 
@@ -73,8 +73,8 @@ void InspectLog(uint32_t level, const char* unit, uint32_t line, const char* for
 
     const auto level8 = static_cast<uint8_t>(level);
     if (text.Valid()) {
-        KivoOmLogGeneralLogRecord(level8, g_logHandle, unit, line, "%s", text.Text());
+        KivoOmLogGeneralLogRecord(level8, logHandle, unit, line, "%s", text.Text());
     } else {
-        KivoOmLogGeneralLogRecord(level8, g_logHandle, unit, line, kFormatFailed);
+        KivoOmLogGeneralLogRecord(level8, logHandle, unit, line, kFormatFailed);
     }
 }

@@ -19,14 +19,14 @@ constexpr uint32_t kRefused = 16;
 
 }  // namespace
 
-void Inspect::SyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
+void Inspect::SyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
     if (msg->data != nullptr && msg->dataLen > 2) {
-        (void)AllocateReply(sizeof(tagKivoOmInspectionGroupResult), reply, replyLen);
+        (void)AllocateReply(sizeof(tagKivoOmInspectionGroupResult), reply, replyLength);
     }
 }
 
-void Inspect::ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
-    if (msg->data == nullptr || msg->dataLen <= 2 || !AllocateReply(sizeof(uint32_t), reply, replyLen)) {
+void Inspect::ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
+    if (msg->data == nullptr || msg->dataLen <= 2 || !AllocateReply(sizeof(uint32_t), reply, replyLength)) {
         return;
     }
     GroupRequest request{PayloadTexts(*msg), ClientOf(*msg), {}};
@@ -47,9 +47,9 @@ void Inspect::ASyncDealGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>&
     INSPECT_INFO("start group [%u]", answer);
 }
 
-void Inspect::SyncDealStopGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
+void Inspect::SyncDealStopGroup(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
     INSPECT_INFO("stop group [%u]", msg->param);
-    if (!AllocateReply(sizeof(uint32_t), reply, replyLen)) {
+    if (!AllocateReply(sizeof(uint32_t), reply, replyLength)) {
         return;
     }
     WriteReply(InspacetTask::StopTask(msg->param, false), reply);

@@ -21,21 +21,22 @@ bool IsTerminated(const tagKivoOmInspectionResult& result) {
 
 }  // namespace
 
-void Inspect::ASyncDealReg(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/, unsigned int& /*replyLen*/) {
+void Inspect::ASyncDealReg(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
+                           unsigned int& /*replyLength*/) {
     if (HasPayload(*msg)) {
         g_resultMgr.AddItem(PayloadName(*msg), msg->param, ClientOf(*msg));
     }
 }
 
 void Inspect::ASyncDealUnReg(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
-                             unsigned int& /*replyLen*/) {
+                             unsigned int& /*replyLength*/) {
     if (HasPayload(*msg)) {
         g_resultMgr.DelItem(PayloadName(*msg));
     }
 }
 
 void Inspect::ASyncDealSendResult(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
-                                  unsigned int& /*replyLen*/) {
+                                  unsigned int& /*replyLength*/) {
     tagKivoOmInspectionResult result{};
     if (msg->data == nullptr || msg->dataLen != sizeof(result)) {
         return;

@@ -34,11 +34,11 @@ InspectClientMsg ClientOf(const TagMsgBlock& msg) {
     return {FieldText(msg.srcProcName).c_str(), FieldText(msg.replyTaskName).c_str()};
 }
 
-bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
-    replyLen = length;
+bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
+    replyLength = length;
     reply.reset(new (std::nothrow) unsigned char[length]());
     if (reply == nullptr) {
-        replyLen = 0;
+        replyLength = 0;
     }
     return reply != nullptr;
 }

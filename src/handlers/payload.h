@@ -26,7 +26,7 @@ std::vector<std::string> PayloadTexts(const TagMsgBlock& msg);
 InspectClientMsg ClientOf(const TagMsgBlock& msg);
 
 /// Sets the reply to `length` zero bytes. False when there is no memory for them: the reply is then empty.
-bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+bool AllocateReply(unsigned int length, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
 
 /// Writes the number that the whole reply consists of. Needs a reply of 4 bytes.
 void WriteReply(uint32_t value, std::unique_ptr<unsigned char[]>& reply);

@@ -30,8 +30,8 @@ void FillList(tagKivoOmInspectionItemList& list) {
 
 InspectConfigMgr* g_inspectConfigMgr = nullptr;
 
-void Inspect::SyncDealGetState(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
-    if (!AllocateReply(sizeof(uint32_t), reply, replyLen)) {
+void Inspect::SyncDealGetState(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
+    if (!AllocateReply(sizeof(uint32_t), reply, replyLength)) {
         return;
     }
     WriteReply(kNoName, reply);
@@ -43,8 +43,8 @@ void Inspect::SyncDealGetState(TagMsgBlock* msg, std::unique_ptr<unsigned char[]
 }
 
 void Inspect::GetGroupListLenHandle(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& reply,
-                                    unsigned int& replyLen) {
-    if (!AllocateReply(sizeof(uint32_t), reply, replyLen)) {
+                                    unsigned int& replyLength) {
+    if (!AllocateReply(sizeof(uint32_t), reply, replyLength)) {
         return;
     }
     if (g_inspectConfigMgr == nullptr) {
@@ -56,13 +56,13 @@ void Inspect::GetGroupListLenHandle(TagMsgBlock* /*msg*/, std::unique_ptr<unsign
 }
 
 void Inspect::GetGroupListHandle(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& reply,
-                                 unsigned int& replyLen) {
+                                 unsigned int& replyLength) {
     tagKivoOmInspectionItemList list;
     (void)memset_s(&list, sizeof(list), 0, sizeof(list));
     if (g_inspectConfigMgr != nullptr) {
         FillList(list);
     }
-    if (AllocateReply(sizeof(list), reply, replyLen)) {
+    if (AllocateReply(sizeof(list), reply, replyLength)) {
         std::memcpy(reply.get(), &list, sizeof(list));
     }
 }
@@ -70,7 +70,7 @@ void Inspect::GetGroupListHandle(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned 
 void Inspect::InitDot() {}
 
 void Inspect::SetInspectDotReportInfo(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                                      unsigned int& /*replyLen*/) {}
+                                      unsigned int& /*replyLength*/) {}
 
 void Inspect::NotifyInspectDotPackage(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                                      unsigned int& /*replyLen*/) {}
+                                      unsigned int& /*replyLength*/) {}

@@ -72,12 +72,12 @@ uint8_t Inspect::InspectSingle(const std::string& requestJson, tagKivoOmInspecti
     return HasStatus(item.result, "running") ? kWait : kFinal;
 }
 
-void Inspect::SyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
+void Inspect::SyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
     if (!HasPayload(*msg)) {
         return;
     }
     const std::string json = PayloadText(*msg);
-    if (!AllocateReply(sizeof(tagKivoOmInspectionResult), reply, replyLen)) {
+    if (!AllocateReply(sizeof(tagKivoOmInspectionResult), reply, replyLength)) {
         return;
     }
     tagKivoOmInspectionDataItem item{};
@@ -93,7 +93,7 @@ void Inspect::SyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>&
 }
 
 void Inspect::ASyncDealSingle(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/,
-                              unsigned int& /*replyLen*/) {
+                              unsigned int& /*replyLength*/) {
     if (HasPayload(*msg)) {
         (void)InspacetTask::StartJob(
             [json = PayloadText(*msg), client = ClientOf(*msg)](TaskData& /*task*/) { RunSingle(json, client); }, true);

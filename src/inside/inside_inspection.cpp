@@ -37,16 +37,16 @@ uint32_t InitInspectInside() {
 }
 
 void InspectSlaveProcess(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                         unsigned int& /*replyLen*/) {}
+                         unsigned int& /*replyLength*/) {}
 
 void InspectTransCreateFile(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                            unsigned int& /*replyLen*/) {}
+                            unsigned int& /*replyLength*/) {}
 
 void InspectTransWriteFile(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                           unsigned int& /*replyLen*/) {}
+                           unsigned int& /*replyLength*/) {}
 
 void InspectTransCloseFile(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                           unsigned int& /*replyLen*/) {}
+                           unsigned int& /*replyLength*/) {}
 
 void InspectSlaveReadVersion(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& /*reply*/,
-                             unsigned int& /*replyLen*/) {}
+                             unsigned int& /*replyLength*/) {}

@@ -11,8 +11,8 @@
 uint32_t InitInspectInside();
 
 /// Ids 10, 11, 12, 13 and 1000: accepted and ignored; the reply stays empty.
-void InspectSlaveProcess(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
-void InspectTransCreateFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
-void InspectTransWriteFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
-void InspectTransCloseFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
-void InspectSlaveReadVersion(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+void InspectSlaveProcess(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
+void InspectTransCreateFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
+void InspectTransWriteFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
+void InspectTransCloseFile(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
+void InspectSlaveReadVersion(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);

@@ -16,12 +16,12 @@ constexpr uint32_t kSynchronous = 1;
 }  // namespace
 
 void CallHandler(std::span<const DispatchRow> rows, TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply,
-                 unsigned int& replyLen) {
+                 unsigned int& replyLength) {
     const auto row = std::find_if(rows.begin(), rows.end(), [msg](const DispatchRow& candidate) {
         return candidate.msgId == msg->msgId && candidate.handler != nullptr;
     });
     if (row != rows.end()) {
-        row->handler(msg, reply, replyLen);
+        row->handler(msg, reply, replyLength);
     }
 }
 
@@ -40,15 +40,15 @@ uint32_t InspectMsgProcess(TagMsgBlock* msg) noexcept {
                  FieldText(msg->srcTaskName).c_str());
 
     std::unique_ptr<unsigned char[]> reply;
-    unsigned int replyLen = 0;
-    if (!RunGuarded(kLogUnit, "message handler", [&] { CallHandler(kDispatchTable, msg, reply, replyLen); })) {
+    unsigned int replyLength = 0;
+    if (!RunGuarded(kLogUnit, "message handler", [&] { CallHandler(kDispatchTable, msg, reply, replyLength); })) {
         reply.reset();
-        replyLen = 0;
+        replyLength = 0;
     }
     if (msg->msgType != kSynchronous) {
         return 0;
     }
-    const uint32_t result = OsMsgSynSendResp(msg, reply.get(), replyLen);
+    const uint32_t result = OsMsgSynSendResp(msg, reply.get(), replyLength);
     if (result != OS_MSG_OK) {
         INSPECT_ERROR("[ OsMsgSynSendResp ] OsMsgSynSendResp err, ret = #%x ", result);
     }

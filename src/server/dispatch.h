@@ -8,9 +8,9 @@
 
 #include "kivo/os_msg.h"
 
-/// Serves one message on the server task's thread. `reply` is empty and `replyLen` 0 at first; what the
+/// Serves one message on the server task's thread. `reply` is empty and `replyLength` 0 at first; what the
 /// handler leaves in them answers a synchronous message. The dispatcher frees it.
-using InspectHandler = void (*)(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen);
+using InspectHandler = void (*)(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength);
 
 /// Which handler serves a message id.
 struct DispatchRow {
@@ -23,7 +23,7 @@ extern const std::array<DispatchRow, 18> kDispatchTable;
 
 /// Calls the handler of the first row that has the message's id and a handler; does nothing if there is none.
 void CallHandler(std::span<const DispatchRow> rows, TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& reply,
-                 unsigned int& replyLen);
+                 unsigned int& replyLength);
 
 /// Whether processes of this user may use the server. Everybody may: on the device the bus's policy decides who reaches
 /// the server at all. A stricter test goes into permission.cpp.

@@ -1,7 +1,6 @@
 // The two ways to start the server: main, as a process of its own, and KivoInspectTaskMain, inside a host process.
 //
-// Nothing is torn down at the end: when the process ends, the platform's tasks have returned, and the background jobs
-// end with the process, wherever they are.
+// Neither of them ends the background jobs: those end with the process, wherever they are.
 #include "ominspect/entry.h"
 
 #include <cstdio>

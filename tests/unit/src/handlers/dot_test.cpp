@@ -14,11 +14,11 @@ using InspectDotTest = support::PlatformTest;
 
 TEST_F(InspectDotTest, ReportsLeaveTheReplyEmpty) {
     std::unique_ptr<unsigned char[]> reply;
-    unsigned int replyLen = 0;
-    Inspect::SetInspectDotReportInfo(support::Envelope(14, "payload").Get(), reply, replyLen);
-    Inspect::NotifyInspectDotPackage(support::Envelope(16, "payload").Get(), reply, replyLen);
+    unsigned int replyLength = 0;
+    Inspect::SetInspectDotReportInfo(support::Envelope(14, "payload").Get(), reply, replyLength);
+    Inspect::NotifyInspectDotPackage(support::Envelope(16, "payload").Get(), reply, replyLength);
     EXPECT_EQ(reply, nullptr);
-    EXPECT_EQ(replyLen, 0U);
+    EXPECT_EQ(replyLength, 0U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 

@@ -83,11 +83,11 @@ TEST_F(InsideInspectionTest, IgnoredMessagesLeaveTheReplyAsItIs) {
         auto reply = std::make_unique<unsigned char[]>(3);
         const unsigned char* const before = reply.get();
         std::memcpy(reply.get(), "abc", 3);
-        unsigned int replyLen = 3;
-        handler(message.Get(), reply, replyLen);
+        unsigned int replyLength = 3;
+        handler(message.Get(), reply, replyLength);
         ASSERT_EQ(reply.get(), before);
         EXPECT_EQ(std::memcmp(reply.get(), "abc", 3), 0);
-        EXPECT_EQ(replyLen, 3U);
+        EXPECT_EQ(replyLength, 3U);
     }
     EXPECT_EQ(support::Steps(), Lines{});
 }

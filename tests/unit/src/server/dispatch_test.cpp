@@ -25,13 +25,13 @@ protected:
 
 std::vector<std::string> g_called;
 
-void First(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLen) {
+void First(TagMsgBlock* /*msg*/, std::unique_ptr<unsigned char[]>& reply, unsigned int& replyLength) {
     g_called.emplace_back("first");
     reply = std::make_unique<unsigned char[]>(3);
-    replyLen = 3;
+    replyLength = 3;
 }
 
-void Second(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/, unsigned int& /*replyLen*/) {
+void Second(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/, unsigned int& /*replyLength*/) {
     g_called.emplace_back("second of " + std::to_string(msg->msgId));
 }
 
@@ -39,8 +39,8 @@ void Second(TagMsgBlock* msg, std::unique_ptr<unsigned char[]>& /*reply*/, unsig
 std::vector<std::string> Called(const std::vector<DispatchRow>& rows, uint32_t msgId) {
     g_called.clear();
     std::unique_ptr<unsigned char[]> reply;
-    unsigned int replyLen = 0;
-    CallHandler(rows, Envelope(msgId).Get(), reply, replyLen);
+    unsigned int replyLength = 0;
+    CallHandler(rows, Envelope(msgId).Get(), reply, replyLength);
     return g_called;
 }
 
@@ -136,9 +136,9 @@ TEST(CallHandlerTest, CallsNothingWhenNoRowMatches) {
 
 TEST(CallHandlerTest, GivesTheHandlersReplyBack) {
     std::unique_ptr<unsigned char[]> reply;
-    unsigned int replyLen = 0;
+    unsigned int replyLength = 0;
     const std::vector<DispatchRow> rows{{5, First}};
-    CallHandler(rows, Envelope(5).Get(), reply, replyLen);
-    EXPECT_EQ(replyLen, 3U);
+    CallHandler(rows, Envelope(5).Get(), reply, replyLength);
+    EXPECT_EQ(replyLength, 3U);
     EXPECT_NE(reply, nullptr);
 }
