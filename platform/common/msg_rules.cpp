@@ -66,6 +66,10 @@ uint32_t CheckTask(const OsTaskDescriptor& task) {
     return good ? OS_MSG_OK : OS_MSG_ERR_PARAM;
 }
 
+bool HasRoom(size_t taken, size_t more, size_t limit, bool senderWaits) {
+    return taken + more <= (senderWaits ? limit - limit / 8 : limit);
+}
+
 uint32_t CheckPayload(const void* data, uint32_t dataLen) {
     if (data == nullptr && dataLen != 0) {
         return OS_MSG_ERR_PARAM;

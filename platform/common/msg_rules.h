@@ -24,6 +24,10 @@ void WriteName(char (&field)[OS_MSG_NAME_SIZE], std::string_view name);
 /// What is wrong with a task that is to be created, OS_MSG_OK if nothing.
 uint32_t CheckTask(const OsTaskDescriptor& task);
 
+/// Whether `more` fits into a queue that holds `taken` of `limit` messages, or bytes. The last eighth is kept for
+/// senders of which nothing waits there yet, so that nobody takes all of a queue.
+bool HasRoom(size_t taken, size_t more, size_t limit, bool senderWaits);
+
 /// What is wrong with a payload, OS_MSG_OK if nothing.
 uint32_t CheckPayload(const void* data, uint32_t dataLen);
 

@@ -1,4 +1,6 @@
 // Queues and message loops of tasks.
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "fake/msg.h"
@@ -37,7 +39,10 @@ void Handle(Lock& lock, Process& process, const Task& task, Delivery delivery) {
 }  // namespace
 
 bool Deliver(Lock& lock, Process& process, Task& task, Delivery delivery) {
-    if (task.queue.size() < task.queueDepth) {
+    const bool senderWaits = std::any_of(task.queue.begin(), task.queue.end(), [&delivery](const Delivery& other) {
+        return std::string_view(other.envelope.srcProcName) == delivery.envelope.srcProcName;
+    });
+    if (HasRoom(task.queue.size(), 1, task.queueDepth, senderWaits)) {
         task.queue.push_back(std::move(delivery));
         Scheduler::Get().Wake(&task);
         return true;

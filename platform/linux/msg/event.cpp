@@ -38,21 +38,19 @@ void Deliver(Process& process, sd_bus_message* signal) {
     if (source == process.events.end()) {
         return;
     }
-    const Identity identity = process.peers.Identify(signal);
     for (const auto& [eventId, receiver] : source->second.subscribers) {
         if (eventId != id) {
             continue;
         }
         auto message = std::make_unique<Incoming>();
         TagMsgBlock& block = message->block;
-        block.uid = identity.uid;
         block.msgId = id;
         WriteName(block.srcProcName, proc);
         WriteName(block.srcTaskName, task);
         WriteName(block.replyTaskName, task);
         WriteName(block.dstProcName, process.name);
         SetPayload(*message, data, size);
-        receiver->Deliver(std::move(message));
+        receiver->Deliver(std::move(message), connection);
     }
 }
 

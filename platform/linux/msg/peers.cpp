@@ -28,14 +28,20 @@ std::string NameOwnerRule() {
            "',member='NameOwnerChanged'";
 }
 
-// Asks the bus daemon once, with one text as argument. The answer may be another's.
-MessagePtr AskOnce(sd_bus* bus, const char* method, const char* argument, std::chrono::microseconds time) {
+// A question to the bus daemon, with one text as argument or none; null when there is no memory.
+MessagePtr MakeQuestion(sd_bus* bus, const char* method, const char* argument) {
     sd_bus_message* raw = nullptr;
     if (sd_bus_message_new_method_call(bus, &raw, kDaemon, kDaemonPath, kDaemon, method) < 0) {
         return nullptr;
     }
-    const MessagePtr question(raw);
-    if (argument != nullptr && sd_bus_message_append(question.get(), "s", argument) < 0) {
+    MessagePtr question(raw);
+    return argument == nullptr || sd_bus_message_append(raw, "s", argument) >= 0 ? std::move(question) : nullptr;
+}
+
+// Asks the bus daemon once, with one text as argument. The answer may be another's.
+MessagePtr AskOnce(sd_bus* bus, const char* method, const char* argument, std::chrono::microseconds time) {
+    const MessagePtr question = MakeQuestion(bus, method, argument);
+    if (!question) {
         return nullptr;
     }
     sd_bus_message* received = nullptr;
@@ -90,10 +96,14 @@ bool IsFromDaemon(sd_bus_message* message) {
     return sender != nullptr && std::string_view(sender) == kDaemon;
 }
 
-int Peers::Start(sd_bus* bus, Appeared appeared, Left left) {
+std::string ConnectionOf(sd_bus_message* message) {
+    const char* sender = sd_bus_message_get_sender(message);
+    return sender != nullptr ? sender : "";
+}
+
+int Peers::Start(sd_bus* bus, Callbacks callbacks) {
     bus_ = bus;
-    appeared_ = std::move(appeared);
-    left_ = std::move(left);
+    callbacks_ = std::move(callbacks);
     int result = Match(std::string(",arg0namespace='") + kProcNamespace + "'", OnProcessChanged, processChanges_);
     if (result >= 0) {
         result = Match(",arg2=''", OnConnectionEnded, connectionEnds_);
@@ -164,24 +174,55 @@ void Peers::Clear() {
     owners_.clear();
     processes_.clear();
     uids_.clear();
+    asked_.clear();
     behind_ = false;
     bus_ = nullptr;
 }
 
-Identity Peers::Identify(sd_bus_message* message) {
-    const char* connection = sd_bus_message_get_sender(message);
-    if (connection == nullptr) {
-        return {"", UINT32_MAX, false};
+std::optional<uint32_t> Peers::UidOf(const std::string& connection) {
+    const auto [known, isNew] = uids_.try_emplace(connection);
+    if (!isNew) {
+        return known->second;
     }
+    try {
+        const MessagePtr question = MakeQuestion(bus_, "GetConnectionUnixUser", connection.c_str());
+        uint64_t cookie = 0;
+        if (!question || sd_bus_send(bus_, question.get(), &cookie) < 0) {
+            throw std::bad_alloc();
+        }
+        asked_.emplace(cookie, connection);
+    } catch (const std::bad_alloc&) {
+        uids_.erase(known);
+        throw;
+    }
+    return std::nullopt;
+}
+
+// The daemon refuses only to tell of a connection that has ended.
+bool Peers::TakeAnswer(sd_bus_message* message) {
+    uint64_t cookie = 0;
+    if (asked_.empty() || sd_bus_message_get_reply_cookie(message, &cookie) < 0) {
+        return false;
+    }
+    const auto asked = asked_.find(cookie);
+    if (asked == asked_.end()) {
+        return false;
+    }
+    if (!IsFromDaemon(message)) {
+        return true;
+    }
+    const std::string connection = std::move(asked->second);
+    asked_.erase(asked);
+    uint32_t uid = UINT32_MAX;
+    const bool told = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT32, &uid) > 0;
     const auto known = uids_.find(connection);
-    if (known != uids_.end()) {
-        return {ProcessOf(connection), known->second, true};
+    if (known != uids_.end() && told) {
+        known->second = uid;
+    } else if (known != uids_.end()) {
+        uids_.erase(known);
     }
-    const uint32_t uid = AskUid(connection);
-    if (uid != UINT32_MAX) {
-        uids_.emplace(connection, uid);
-    }
-    return {ProcessOf(connection), uid, uid != UINT32_MAX};
+    callbacks_.identified(connection, told ? std::optional(uid) : std::nullopt);
+    return true;
 }
 
 std::string Peers::ProcessOf(const std::string& connection) const {
@@ -220,7 +261,7 @@ void Peers::SetOwner(const std::string& procName, const std::string& connection)
         return;
     }
     if (!connection.empty()) {
-        appeared_(procName);
+        callbacks_.appeared(procName);
         std::vector<std::string>& names = processes_[connection];
         if (std::find(names.begin(), names.end(), procName) == names.end()) {
             names.push_back(procName);
@@ -238,15 +279,6 @@ void Peers::SetOwner(const std::string& procName, const std::string& connection)
     }
 }
 
-uint32_t Peers::AskUid(const char* connection) {
-    const MessagePtr answer = AskAbout(bus_, "GetConnectionUnixUser", connection);
-    uint32_t uid = UINT32_MAX;
-    if (answer) {
-        sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_UINT32, &uid);
-    }
-    return uid;
-}
-
 // Comes for every name that loses its last owner; a connection has ended when it loses its unique name.
 int Peers::OnConnectionEnded(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
     const char* name = nullptr;
@@ -256,7 +288,7 @@ int Peers::OnConnectionEnded(sd_bus_message* message, void* self, sd_bus_error* 
     auto* peers = static_cast<Peers*>(self);
     peers->uids_.erase(name);
     peers->processes_.erase(name);
-    peers->left_(name);
+    peers->callbacks_.left(name);
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,12 +16,8 @@
 
 namespace kivo::msg {
 
-// What the bus vouches for about a sender.
-struct Identity {
-    std::string procName;  // empty: it has no process name
-    uint32_t uid;          // UINT32_MAX: it had left before it could be asked for
-    bool followed;         // the end of its connection will be noticed
-};
+// The connection that sent a message; empty when the message does not say.
+std::string ConnectionOf(sd_bus_message* message);
 
 // Whether the bus daemon itself sent the message. To be asked of everything that only the daemon may say: any
 // connection may send a signal or a reply straight to this one, and sd-bus compares its sender with that of a match
@@ -31,12 +28,17 @@ bool IsFromDaemon(sd_bus_message* message);
 // id. Used under the process's lock.
 class Peers {
 public:
-    // Called when a process appeared under a name, and when a connection has ended.
-    using Appeared = std::function<void(const std::string& procName)>;
-    using Left = std::function<void(const std::string& connection)>;
+    struct Callbacks {
+        // A process appeared under a name.
+        std::function<void(const std::string& procName)> appeared;
+        // A connection has ended.
+        std::function<void(const std::string& connection)> left;
+        // The user id of a connection is known now; none when it ended first.
+        std::function<void(const std::string& connection, std::optional<uint32_t> uid)> identified;
+    };
 
     // Subscribes to changes, then takes in who is there now. A negative errno on failure.
-    int Start(sd_bus* bus, Appeared appeared, Left left);
+    int Start(sd_bus* bus, Callbacks callbacks);
 
     // Takes in the process's own name, so that its own start is not reported as a process that appeared.
     void NoteOwn(const std::string& procName, const std::string& connection);
@@ -47,8 +49,12 @@ public:
     // Makes up for a change that could not be noted for want of memory. To be called before a message is looked at.
     void CatchUp();
 
-    // May block for one round trip to the bus daemon, for a sender's first message.
-    Identity Identify(sd_bus_message* message);
+    // The user id of a sender. If it is not known yet, the daemon is asked without waiting for the answer, which comes
+    // as a call of `identified`. Throws std::bad_alloc.
+    std::optional<uint32_t> UidOf(const std::string& connection);
+
+    // To be shown every message that comes in. Whether it claims to answer such a question; nobody else should see it.
+    bool TakeAnswer(sd_bus_message* message);
 
     // Whether a sender that was identified is still there.
     bool Follows(const std::string& connection) const { return uids_.contains(connection); }
@@ -65,17 +71,17 @@ private:
     int Match(const std::string& rule, sd_bus_message_handler_t handler, SlotPtr& slot);
     int Load();
     void SetOwner(const std::string& procName, const std::string& connection);
-    uint32_t AskUid(const char* connection);
 
     sd_bus* bus_ = nullptr;
-    Appeared appeared_;
-    Left left_;
+    Callbacks callbacks_;
     SlotPtr processChanges_;
     SlotPtr connectionEnds_;
     bool behind_ = false;                                                  // a change could not be noted
     std::map<std::string, std::string> owners_;                            // process name -> connection
     std::unordered_map<std::string, std::vector<std::string>> processes_;  // connection -> its names, oldest first
-    std::unordered_map<std::string, uint32_t> uids_;                       // of the senders, by connection
+    // Of the senders, by connection; none while the daemon is asked.
+    std::unordered_map<std::string, std::optional<uint32_t>> uids_;
+    std::unordered_map<uint64_t, std::string> asked_;  // connections whose user id is asked for, by the call's cookie
 };
 
 }  // namespace kivo::msg

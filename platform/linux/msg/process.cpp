@@ -129,7 +129,12 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         process.ForgetOwed(connection);
         process.subscribers.Forget(connection);
     };
-    result = process.peers.Start(process.bus.get(), appeared, left);
+    const auto identified = [&process](const std::string& connection, std::optional<uint32_t> uid) {
+        for (const auto& [taskName, task] : process.tasks) {
+            task->Identify(connection, uid);
+        }
+    };
+    result = process.peers.Start(process.bus.get(), {appeared, left, identified});
     if (result < 0) {
         return CannotJoin(result);
     }

@@ -23,7 +23,7 @@ namespace {
 constexpr std::chrono::milliseconds kMemoryPause{10};
 
 // Messages dispatched in one go. In a flood, other threads must still get the lock, and deadlines must be checked.
-constexpr int kBatch = 32;
+constexpr int kBatch = 64;
 
 using PollTimeout = std::optional<std::chrono::nanoseconds>;
 
@@ -115,6 +115,13 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
     if (leader_ == nullptr || leaderRank_ != Rank::kReply) {
         TakeLead(me, rank);
     }
+    // A task whose handler has just returned, while messages wait in its queue, looks whether more have come: in a
+    // flood they must be counted or refused here instead of piling up in the bus daemon, where everybody would queue
+    // behind them.
+    const bool readsAhead = rank == Rank::kTask;
+    if (readsAhead && leader_ == &me && done()) {
+        (void)Dispatch(nullptr);
+    }
     while (!done() && (!deadline || Clock::now() < *deadline)) {
         if (leader_ == nullptr) {
             TakeLead(me, rank);
@@ -123,7 +130,7 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
             PollAlone(lock, me, Until(deadline));
             continue;
         }
-        if (PollAsLeader(lock, me, deadline) && leader_ == &me && !Dispatch(done)) {
+        if (PollAsLeader(lock, me, deadline) && leader_ == &me && !Dispatch(readsAhead ? nullptr : &done)) {
             PollAlone(lock, me, kMemoryPause);
         }
     }
@@ -138,10 +145,11 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
     return done();
 }
 
-// False when there was no memory for it: the connection is still good, and what it holds can be read later.
-bool Reader::Dispatch(const std::function<bool()>& done) {
+// Dispatches until `enough` holds, if it is given, or nothing is left. False when there was no memory for it: the
+// connection is still good, and what it holds can be read later.
+bool Reader::Dispatch(const std::function<bool()>* enough) {
     int result = 1;
-    for (int count = 0; result > 0 && count < kBatch && (count == 0 || !done()); ++count) {
+    for (int count = 0; result > 0 && count < kBatch && (count == 0 || enough == nullptr || !(*enough)()); ++count) {
         result = sd_bus_process(bus_, nullptr);
     }
     const bool starved = result == -ENOMEM || result == -ENOBUFS;

@@ -88,6 +88,9 @@ void Take(AwaitedReply& awaited, sd_bus_message* message) {
 int OnMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
     auto& process = *static_cast<Process*>(userdata);
     process.peers.CatchUp();
+    if (process.peers.TakeAnswer(message)) {
+        return 1;
+    }
     uint64_t cookie = 0;
     if (sd_bus_message_get_reply_cookie(message, &cookie) < 0) {
         return 0;

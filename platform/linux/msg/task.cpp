@@ -1,11 +1,8 @@
 // A task accepts messages on the thread that reads the bus; its loop takes them out of the queue.
 #include "msg/task.h"
 
-#include <algorithm>
 #include <bit>
-#include <cstring>
 #include <new>
-#include <string_view>
 #include <utility>
 
 #include "common/msg_rules.h"
@@ -30,8 +27,8 @@ Task::Task(const OsTaskDescriptor& descriptor, std::string taskName, Peers& peer
     : name(std::move(taskName)),
       handler(descriptor.handler),
       entry(descriptor.entry),
-      depth_(descriptor.queueDepth),
-      peers_(peers) {}
+      peers_(peers),
+      queue_(descriptor.queueDepth) {}
 
 int Task::Publish(sd_bus* bus) {
     const std::string path = PathOf(name);
@@ -48,7 +45,7 @@ int Task::Publish(sd_bus* bus) {
 
 void Task::Retract() {
     object_.reset();
-    queue_.clear();
+    queue_.Clear();
 }
 
 int Task::OnSend(sd_bus_message* message, void* self, sd_bus_error* error) {
@@ -81,25 +78,21 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
         return sd_bus_error_set_const(error, SD_BUS_ERROR_INVALID_ARGS, "bad task name");
     }
     const bool synchronous = sd_bus_message_get_expect_reply(message) > 0;
-    const Identity source = peers_.Identify(message);
-    if (synchronous && !source.followed) {
-        return sd_bus_error_set_const(error, SD_BUS_ERROR_LIMITS_EXCEEDED, "the sender cannot be followed");
-    }
-    if (queue_.size() >= depth_) {
+    const std::string connection = ConnectionOf(message);
+    if (!queue_.HasRoom(connection, size)) {
         if (synchronous) {
             return sd_bus_error_set_const(error, kErrorQueueFull, "queue full");
         }
-        CountDrop(source.procName, msgId);
+        CountDrop(peers_.ProcessOf(connection), msgId);
         return 1;
     }
 
     auto incoming = std::make_unique<Incoming>();
     TagMsgBlock& block = incoming->block;
     block.msgType = synchronous ? 1 : 0;
-    block.uid = source.uid;
     block.msgId = msgId;
     block.param = param;
-    WriteName(block.srcProcName, source.procName);
+    WriteName(block.srcProcName, peers_.ProcessOf(connection));
     WriteName(block.srcTaskName, srcTask);
     WriteName(block.dstTaskName, name);
     WriteName(block.replyTaskName, *replyTask != '\0' ? replyTask : srcTask);
@@ -112,41 +105,39 @@ int Task::Accept(sd_bus_message* message, sd_bus_error* error) {
         }
         incoming->reply.reset(reply);
     }
-    Push(std::move(incoming));
+    Push(std::move(incoming), connection, peers_.UidOf(connection));
     return 1;
 }
 
-void Task::Deliver(std::unique_ptr<Incoming> message) {
-    if (queue_.size() >= depth_) {
+void Task::Deliver(std::unique_ptr<Incoming> message, const std::string& connection) {
+    if (!queue_.HasRoom(connection, message->block.dataLen)) {
         CountDrop(message->block.srcProcName, message->block.msgId);
         return;
     }
     WriteName(message->block.dstTaskName, name);
-    Push(std::move(message));
+    Push(std::move(message), connection, peers_.UidOf(connection));
 }
 
 void Task::DeliverRestart(std::unique_ptr<Incoming> message) {
-    const TagMsgBlock& news = message->block;
-    const bool waits = std::any_of(queue_.begin(), queue_.end(), [&news](const auto& other) {
-        return other->block.msgId == news.msgId && !other->reply &&
-               std::string_view(other->block.srcProcName) == news.srcProcName;
-    });
-    if (waits) {
+    if (queue_.Holds(message->block.msgId, message->block.srcProcName)) {
         return;
     }
     WriteName(message->block.dstTaskName, name);
-    Push(std::move(message));
+    Push(std::move(message), {}, UINT32_MAX);
 }
 
-std::unique_ptr<Incoming> Task::Take() {
-    std::unique_ptr<Incoming> message = std::move(queue_.front());
-    queue_.pop_front();
-    return message;
+void Task::Identify(const std::string& connection, std::optional<uint32_t> uid) {
+    queue_.Identify(connection, uid);
+    WakeLoop();
 }
 
-void Task::Push(std::unique_ptr<Incoming> message) {
-    queue_.push_back(std::move(message));
-    if (loop != nullptr) {
+void Task::Push(std::unique_ptr<Incoming> message, const std::string& connection, std::optional<uint32_t> uid) {
+    queue_.Push(std::move(message), connection, uid);
+    WakeLoop();
+}
+
+void Task::WakeLoop() const {
+    if (HasMessage() && loop != nullptr) {
         loop->WakeOther();
     }
 }
@@ -159,16 +150,6 @@ void Task::CountDrop(const std::string& source, uint32_t msgId) {
     }
     Log(kLogWarning, "task %s: queue full, message %u from %s dropped (%llu so far)", name.c_str(), msgId,
         source.c_str(), static_cast<unsigned long long>(dropped));
-}
-
-void SetPayload(Incoming& message, const void* data, size_t size) {
-    if (size == 0) {
-        return;
-    }
-    message.payload = std::make_unique<unsigned char[]>(size);
-    std::memcpy(message.payload.get(), data, size);
-    message.block.data = message.payload.get();
-    message.block.dataLen = static_cast<uint32_t>(size);
 }
 
 }  // namespace kivo::msg

@@ -4,24 +4,18 @@
 #include <systemd/sd-bus.h>
 
 #include <cstdint>
-#include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "kivo/os_msg.h"
 #include "msg/handles.h"
 #include "msg/peers.h"
+#include "msg/queue.h"
 #include "msg/waiter.h"
 
 namespace kivo::msg {
-
-// A message that waits for its task's loop.
-struct Incoming {
-    TagMsgBlock block{};
-    std::unique_ptr<unsigned char[]> payload;
-    MessagePtr reply;  // set when one is owed: addressed; its payload is still missing
-};
 
 // Used under the process's lock, as everything that holds bus handles.
 class Task {
@@ -35,14 +29,17 @@ public:
     // Takes the object off the bus and drops what is queued.
     void Retract();
 
-    // Queues a message that the platform itself makes (an event); drops and counts it when the queue is full.
-    void Deliver(std::unique_ptr<Incoming> message);
+    // Queues an event of this connection; drops and counts it when the queue is full.
+    void Deliver(std::unique_ptr<Incoming> message, const std::string& connection);
 
     // Queues the news that a process has (re)started, even into a full queue: the receiver relies on it. If one of the
     // same process waits there already, nothing is added.
     void DeliverRestart(std::unique_ptr<Incoming> message);
 
-    std::unique_ptr<Incoming> Take();
+    std::unique_ptr<Incoming> Take() { return queue_.Take(); }
+
+    // Takes in what the bus said of a sender.
+    void Identify(const std::string& connection, std::optional<uint32_t> uid);
 
     const std::string name;
     const OsTaskHandler handler;
@@ -53,23 +50,20 @@ public:
     bool ended = false;      // the entry has returned
     std::thread thread;      // runs the entry
 
-    [[nodiscard]] bool HasMessage() const { return !queue_.empty(); }
+    [[nodiscard]] bool HasMessage() const { return queue_.HasMessage(); }
 
     // Method Send of the task's object.
     static int OnSend(sd_bus_message* message, void* self, sd_bus_error* error);
 
 private:
     int Accept(sd_bus_message* message, sd_bus_error* error);
-    void Push(std::unique_ptr<Incoming> message);
+    void Push(std::unique_ptr<Incoming> message, const std::string& connection, std::optional<uint32_t> uid);
+    void WakeLoop() const;
     void CountDrop(const std::string& source, uint32_t msgId);
 
-    const size_t depth_;
     Peers& peers_;
-    std::deque<std::unique_ptr<Incoming>> queue_;
+    Queue queue_;
     SlotPtr object_;
 };
-
-// A copy of `size` bytes as a message's payload.
-void SetPayload(Incoming& message, const void* data, size_t size);
 
 }  // namespace kivo::msg
