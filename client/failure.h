@@ -14,9 +14,6 @@ Error SendError(std::uint32_t code);
 // This process could not join the bus under this name. To be called on the thread that tried.
 Error JoinError(std::uint32_t code, std::string_view processName);
 
-// The connection to the bus is gone.
-Error BusLostError();
-
 // The server has restarted and forgotten what it was asked before.
 Error RestartError();
 

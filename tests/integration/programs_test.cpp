@@ -1,5 +1,6 @@
 // The programs as people use them: ominspectctl and ominspect-owner against a running server.
 #include <csignal>
+#include <optional>
 
 #include "programs.h"
 
@@ -121,6 +122,17 @@ TEST_F(Programs, WatchSaysWhenTheServerLeavesAndStarts) {
     const Child third = StartServer();  // at once, so that nobody sees it gone
     EXPECT_EQ(watch.Wait(), 0) << watch.Output();
     EXPECT_EQ(CountOf(watch.Output(), R"("event":"server")"), 5U) << watch.Output();
+}
+
+TEST_F(Programs, AnOwnerThatLosesTheBusSaysSoInTheWordsOfTheOtherPrograms) {
+    std::optional<PrivateBus> bus(std::in_place);
+    const std::string address = bus->Address();
+    Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE});
+    ASSERT_TRUE(EventuallySays(owner, "ominspect-owner: test_owner serves 5 items\n"));
+    bus.reset();
+    EXPECT_EQ(owner.Wait(), 3);
+    EXPECT_TRUE(Holds(owner.Output(), "ominspect-owner: bus unreachable at " + address + ": the connection was lost\n"))
+        << owner.Output();
 }
 
 TEST_F(Programs, AnOwnerThatIsToldToEndTakesItsItemsBackAndEndsItsCommands) {

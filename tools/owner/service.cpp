@@ -102,7 +102,7 @@ std::optional<Error> WaitForEnd(const EndSignals& signals) {
     if (fds[0].revents != 0) {
         return std::nullopt;
     }
-    return OtherError("the message bus was lost");
+    return client::BusLostError();
 }
 
 // Joins the bus, and leaves it at the end of the scope.

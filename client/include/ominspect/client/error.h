@@ -30,6 +30,9 @@ struct Error {
     int number = 0;    // errno(3), when it is a system call that failed
 };
 
+// The connection to the bus is gone; the text names the bus's address.
+Error BusLostError();
+
 // A value, or the error that stands in its place. Either converts to it.
 template <typename T>
 class Result {

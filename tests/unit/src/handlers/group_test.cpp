@@ -1,5 +1,4 @@
 // Synchronous group requests.
-#include <functional>
 #include <string>
 
 #include "handlers/handlers.h"
@@ -18,7 +17,32 @@ using support::Reply;
 
 namespace {
 
-using SyncDealGroupTest = support::PlatformTest;
+class SyncDealGroupTest : public support::PlatformTest {
+protected:
+    // Starts a job that looks a second later whether it was asked to stop. Gives its task id.
+    unsigned int StartJob(bool forceOnly) {
+        return InspacetTask::CreateTask(
+            [this](TaskData& task) {
+                kivo::fake::Pass(1);
+                stopped_ = task.stopFlag;
+            },
+            forceOnly);
+    }
+
+    static Reply StopGroup(unsigned int id) {
+        Envelope message(6);
+        return Call(Inspect::SyncDealStopGroup, message.Param(id));
+    }
+
+    // Lets the job end.
+    [[nodiscard]] bool WasStopped() const {
+        EXPECT_TRUE(kivo::fake::Finish());
+        return stopped_;
+    }
+
+private:
+    bool stopped_ = false;
+};
 
 }  // namespace
 
@@ -49,54 +73,29 @@ TEST_F(SyncDealGroupTest, AGroupRequestWithoutMemoryIsNotAnswered) {
 }
 
 TEST_F(SyncDealGroupTest, AStopOfAnUnknownTaskIs1) {
-    Envelope message(6);
-    EXPECT_EQ(Call(Inspect::SyncDealStopGroup, message.Param(4294967295U)).Number(), 1U);
+    EXPECT_EQ(StopGroup(4294967295U).Number(), 1U);
     EXPECT_EQ(support::Steps(), (Lines{"3 inspect_dealmsg 19: stop group [4294967295]"}));
 }
 
 TEST_F(SyncDealGroupTest, AStopReachesTheJobOfThatTaskId) {
-    bool stopped = false;
-    const unsigned int id = InspacetTask::CreateTask(
-        [&stopped](TaskData& task) {
-            kivo::fake::Pass(1);
-            stopped = task.stopFlag;
-        },
-        false);
-    Envelope message(6);
-    EXPECT_EQ(Call(Inspect::SyncDealStopGroup, message.Param(id)).Number(), 0U);
-    ASSERT_TRUE(kivo::fake::Finish());
-    EXPECT_TRUE(stopped);
+    const unsigned int id = StartJob(false);
+    EXPECT_EQ(StopGroup(id).Number(), 0U);
+    EXPECT_TRUE(WasStopped());
 }
 
 TEST_F(SyncDealGroupTest, AStopIsUnforced) {
-    bool stopped = false;
-    const unsigned int id = InspacetTask::CreateTask(
-        [&stopped](TaskData& task) {
-            kivo::fake::Pass(1);
-            stopped = task.stopFlag;
-        },
-        true);
-    Envelope message(6);
-    EXPECT_EQ(Call(Inspect::SyncDealStopGroup, message.Param(id)).Number(), 1U);
-    ASSERT_TRUE(kivo::fake::Finish());
-    EXPECT_FALSE(stopped);
+    const unsigned int id = StartJob(true);
+    EXPECT_EQ(StopGroup(id).Number(), 1U);
+    EXPECT_FALSE(WasStopped());
 }
 
 TEST_F(SyncDealGroupTest, AStopWithoutMemoryForTheReplyStopsNothing) {
-    bool stopped = false;
-    const unsigned int id = InspacetTask::CreateTask(
-        [&stopped](TaskData& task) {
-            kivo::fake::Pass(1);
-            stopped = task.stopFlag;
-        },
-        false);
+    const unsigned int id = StartJob(false);
     {
-        Envelope message(6);
         const AllocFailure failure(AllocFailure::Kind::kNothrow, 4);
-        EXPECT_TRUE(Call(Inspect::SyncDealStopGroup, message.Param(id)).Empty());
+        EXPECT_TRUE(StopGroup(id).Empty());
         EXPECT_TRUE(failure.Happened());
     }
     EXPECT_EQ(support::LogLines(), Lines{"3 inspect_dealmsg 19: stop group [" + std::to_string(id) + "]"});
-    ASSERT_TRUE(kivo::fake::Finish());
-    EXPECT_FALSE(stopped);
+    EXPECT_FALSE(WasStopped());
 }

@@ -1,0 +1,67 @@
+// Ctrl-C during a collection.
+#include <csignal>
+
+#include "program.h"
+
+namespace support {
+namespace {
+
+TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
+    WriteFile("first/a", "x");
+    for (int i = 0; i < 1000; ++i) {
+        WriteFile("second/slow" + std::to_string(i), "x");
+    }
+    WriteFile("third/c", "x");
+    ASSERT_EQ(mkdir("tmp", 0700), 0);
+    Child child = Start({"first", "second", "third", "--timeout", "60", "--output", "p.tar.zst"},
+                        "TMPDIR=" + work_ / "tmp" + "; export TMPDIR;" + kSlowDisk);
+    const auto copying = [this] {
+        std::error_code error;
+        for (const auto& area : std::filesystem::directory_iterator(work_ / "tmp", error)) {
+            if (std::filesystem::exists(area.path() / "second", error)) {
+                return true;
+            }
+        }
+        return false;
+    };
+    ASSERT_TRUE(Eventually(copying));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1) << Contents("err");
+    EXPECT_TRUE(Holds(Contents("err"), "[1/3] ")) << Contents("err");
+    EXPECT_TRUE(Holds(Contents("err"), "interrupted; packing what is there")) << Contents("err");
+    const auto members = ReadArchive("p.tar.zst");
+    const json::Value document = Manifest(members, "p");
+    const json::View manifest = document.Read();
+    CheckSums(members, manifest, "p");
+    EXPECT_EQ(Outcomes(manifest), (Lines{"first: complete", "second: interrupted", "third: not started"}));
+    EXPECT_EQ(manifest["interrupted"].Flag(), true);
+    EXPECT_EQ(manifest["complete"].Flag(), false);
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
+    // Something that reaches the disk, then something that takes forever to pack.
+    WriteFile("area/a", Noise(1000000));
+    WriteFile("area/huge", "");
+    std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
+    WriteFile("c.xml", "<c><LogCollect/></c>");
+    const Lines before = Names();
+    Child child = Start({"--config", "c.xml", "--area", "area", "--output", "p.tar.zst"});
+    const auto packing = [this] {
+        return std::ranges::any_of(std::filesystem::directory_iterator(work_.Path()), [](const auto& entry) {
+            return entry.path().filename().string().starts_with("p.tar.zst.part-") && entry.file_size() > 0;
+        });
+    };
+    ASSERT_TRUE(Eventually(packing));
+    child.Signal(SIGINT);
+    ASSERT_TRUE(Eventually([] { return Holds(Contents("err"), "Ctrl-C again gives up"); }));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "cannot write the package p.tar.zst: given up"));
+    Lines after = Names();
+    std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
+    EXPECT_EQ(after, before);
+}
+
+}  // namespace
+}  // namespace support
