@@ -10,19 +10,18 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "bench.h"
 #include "kivo/os_msg.h"
 #include "support/child.h"
 #include "support/eventually.h"
@@ -30,27 +29,17 @@
 
 namespace {
 
+using bench::Check;
+using bench::Evaluate;
+using bench::Figures;
+using bench::OpenBus;
+using bench::PrivateKilobytes;
+
 constexpr const char* kRequest = R"({"name":"ok","cmd":"run"})";
 constexpr size_t kRecordSize = 192;
 constexpr const char* kTask = "results";
 
-void Check(bool good, const char* what) {
-    if (good) {
-        return;
-    }
-    std::fprintf(stderr, "sync_run: %s failed\n", what);
-    std::exit(1);
-}
-
 // ---- the bare road ----
-
-sd_bus* OpenBus() {
-    sd_bus* bus = nullptr;
-    Check(sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, std::getenv("KIVO_BUS_ADDRESS")) >= 0 &&
-              sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0,
-          "opening the bus");
-    return bus;
-}
 
 // One call with a byte array, answered with one; returns the size of the answer.
 size_t Call(sd_bus* bus, const char* destination, const void* data, size_t size) {
@@ -156,31 +145,10 @@ bool RunInBackground() {
 
 // ---- measuring ----
 
-struct Figures {
-    double median;
-    double p99;
-};
-
-Figures Evaluate(std::vector<double>& micros) {
-    std::sort(micros.begin(), micros.end());
-    return {micros[micros.size() / 2], micros[micros.size() * 99 / 100]};
-}
-
 double Time(const std::function<bool()>& step, const char* what) {
     const auto begin = std::chrono::steady_clock::now();
     Check(step(), what);
     return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin).count();
-}
-
-unsigned long PrivateKilobytes(pid_t pid) {
-    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
-    unsigned long sum = 0;
-    for (std::string line; std::getline(rollup, line);) {
-        if (line.rfind("Private_", 0) == 0) {
-            sum += std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 10);
-        }
-    }
-    return sum;
 }
 
 }  // namespace

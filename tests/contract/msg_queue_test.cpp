@@ -1,6 +1,7 @@
 // Queues: order, bounds, and what is lost.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <numeric>
@@ -74,7 +75,7 @@ std::vector<uint32_t> Collected(const char* peer) {
 
 TEST_F(OsMsgQueueTest, MessagesOfOneSenderStayInOrder) {
     const Peer peer("peer");
-    AddTask("task", inbox_.Keep(), 1000);
+    AddTask("task", inbox_.Keep(), 1200);
     const auto relayed = support::Relay("peer", Order::Kind::kPost, Envelope("tester", "task", 1), 1000);
     EXPECT_EQ(relayed.outcome.good, 1000U);
     ASSERT_TRUE(inbox_.Await(1000));
@@ -109,6 +110,31 @@ TEST_F(OsMsgQueueTest, WhatDoesNotFitIsLostAndCounted) {
     ASSERT_TRUE(inbox_.Await(6));
     EXPECT_EQ(inbox_.Ids(), (std::vector<uint32_t>{100, 101, 102, 103, 104, 108}));
     EXPECT_EQ(OsMsgDroppedCount("busy"), 3U);
+}
+
+TEST_F(OsMsgQueueTest, TheLastEighthIsForThoseOfWhomNothingWaits) {
+    const Peer peer("peer");
+    AddTask(
+        "shared",
+        [inbox = inbox_, gate = gate_](const TagMsgBlock& message) {
+            inbox.Put(message);
+            gate.Pass();
+            return 0U;
+        },
+        16);
+    Post("tester", "shared", 100);
+    ASSERT_TRUE(gate_.Reached());
+    for (uint32_t id = 101; id <= 116; ++id) {
+        Post("tester", "shared", id);
+    }
+    EXPECT_TRUE(support::WaitFor([] { return OsMsgDroppedCount("shared") == 2; }));
+    const auto relayed = support::Relay("peer", Order::Kind::kPost, Envelope("tester", "shared", 200), 2);
+    EXPECT_EQ(relayed.outcome.good, 2U);
+    EXPECT_TRUE(support::WaitFor([] { return OsMsgDroppedCount("shared") == 3; }));
+    gate_.Open();
+    ASSERT_TRUE(inbox_.Await(16));
+    const std::vector<uint32_t> ids = inbox_.Ids();
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), 200U), 1);
 }
 
 TEST_F(OsMsgQueueTest, ASynchronousSenderIsToldAtOnceThatItIsFull) {

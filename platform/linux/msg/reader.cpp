@@ -118,9 +118,8 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
     // A task whose handler has just returned, while messages wait in its queue, looks whether more have come: in a
     // flood they must be counted or refused here instead of piling up in the bus daemon, where everybody would queue
     // behind them.
-    const bool readsAhead = rank == Rank::kTask;
-    if (readsAhead && leader_ == &me && done()) {
-        (void)Dispatch(nullptr);
+    if (leader_ == &me && done()) {
+        (void)Dispatch();
     }
     while (!done() && (!deadline || Clock::now() < *deadline)) {
         if (leader_ == nullptr) {
@@ -130,7 +129,7 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
             PollAlone(lock, me, Until(deadline));
             continue;
         }
-        if (PollAsLeader(lock, me, deadline) && leader_ == &me && !Dispatch(readsAhead ? nullptr : &done)) {
+        if (PollAsLeader(lock, me, deadline) && leader_ == &me && !Dispatch()) {
             PollAlone(lock, me, kMemoryPause);
         }
     }
@@ -145,11 +144,11 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
     return done();
 }
 
-// Dispatches until `enough` holds, if it is given, or nothing is left. False when there was no memory for it: the
-// connection is still good, and what it holds can be read later.
-bool Reader::Dispatch(const std::function<bool()>* enough) {
+// Dispatches all that has come. False when there was no memory for it: the connection is still good, and what it holds
+// can be read later.
+bool Reader::Dispatch() {
     int result = 1;
-    for (int count = 0; result > 0 && count < kBatch && (count == 0 || enough == nullptr || !(*enough)()); ++count) {
+    for (int count = 0; result > 0 && count < kBatch; ++count) {
         result = sd_bus_process(bus_, nullptr);
     }
     const bool starved = result == -ENOMEM || result == -ENOBUFS;

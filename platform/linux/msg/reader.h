@@ -78,7 +78,7 @@ private:
 
     void StandbyMain(std::mutex& mutex);
     void TakeLead(Waiter& me, Rank rank);
-    bool Dispatch(const std::function<bool()>* enough);
+    bool Dispatch();
     bool PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline);
     void StepDown();
     void WakeStandby();

@@ -1,0 +1,66 @@
+// Bare sd-bus, so that what is measured is not measured with itself.
+#include "bench.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace bench {
+
+void Check(bool good, const char* what) {
+    if (good) {
+        return;
+    }
+    std::fprintf(stderr, "%s failed\n", what);
+    std::exit(1);
+}
+
+sd_bus* OpenBus() {
+    sd_bus* bus = nullptr;
+    Check(sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, std::getenv("KIVO_BUS_ADDRESS")) >= 0 &&
+              sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0,
+          "opening the bus");
+    return bus;
+}
+
+sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload) {
+    sd_bus_message* call = nullptr;
+    Check(sd_bus_message_new_method_call(bus, &call, "com.kivo.proc.ominspect", "/com/kivo/task/iom_5fsrv_5ftask",
+                                         "com.kivo.Msg", "Send") >= 0 &&
+              sd_bus_message_append(call, "uuss", id, 0, "", "") >= 0 &&
+              sd_bus_message_append_array(call, 'y', payload, std::strlen(payload)) >= 0,
+          "making a message");
+    return call;
+}
+
+double QueryMicros(sd_bus* bus) {
+    const auto begin = std::chrono::steady_clock::now();
+    sd_bus_message* call = ServerCall(bus, 7, "ok");
+    sd_bus_message* reply = nullptr;
+    Check(sd_bus_call(bus, call, 0, nullptr, &reply) >= 0, "a state query");
+    sd_bus_message_unref(reply);
+    sd_bus_message_unref(call);
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin).count();
+}
+
+unsigned long PrivateKilobytes(pid_t pid) {
+    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    unsigned long sum = 0;
+    for (std::string line; std::getline(rollup, line);) {
+        if (line.rfind("Private_", 0) == 0) {
+            sum += std::strtoul(line.c_str() + line.find(':') + 1, nullptr, 10);
+        }
+    }
+    return sum;
+}
+
+Figures Evaluate(std::vector<double> micros) {
+    Check(!micros.empty(), "measuring");
+    std::sort(micros.begin(), micros.end());
+    return {micros[micros.size() / 2], micros[micros.size() * 99 / 100], micros.back()};
+}
+
+}  // namespace bench

@@ -1,0 +1,35 @@
+// What the benchmarks share. A failure of any of it ends the program: a benchmark has no use for half a run.
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Ends the program unless `good`.
+void Check(bool good, const char* what);
+
+// A bare connection to the bus at KIVO_BUS_ADDRESS.
+sd_bus* OpenBus();
+
+// A message to the server's task on a bare connection, not sent yet.
+sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload);
+
+// The state query of an item (id 7) on a bare connection. Microseconds until its answer came.
+double QueryMicros(sd_bus* bus);
+
+// The private memory of a process, from /proc.
+unsigned long PrivateKilobytes(pid_t pid);
+
+struct Figures {
+    double median;
+    double p99;
+    double most;
+};
+
+Figures Evaluate(std::vector<double> micros);
+
+}  // namespace bench
