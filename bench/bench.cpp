@@ -26,12 +26,12 @@ sd_bus* OpenBus() {
     return bus;
 }
 
-sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload) {
+sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload, const char* task) {
     sd_bus_message* call = nullptr;
     Check(sd_bus_message_new_method_call(bus, &call, "com.kivo.proc.ominspect", "/com/kivo/task/iom_5fsrv_5ftask",
                                          "com.kivo.Msg", "Send") >= 0 &&
-              sd_bus_message_append(call, "uuss", id, 0, "", "") >= 0 &&
-              sd_bus_message_append_array(call, 'y', payload, std::strlen(payload)) >= 0,
+              sd_bus_message_append(call, "uuss", id, 0, task, task) >= 0 &&
+              sd_bus_message_append_array(call, 'y', payload, std::strlen(payload) + (id == 2 ? 1 : 0)) >= 0,
           "making a message");
     return call;
 }

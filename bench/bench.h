@@ -15,8 +15,9 @@ void Check(bool good, const char* what);
 // A bare connection to the bus at KIVO_BUS_ADDRESS.
 sd_bus* OpenBus();
 
-// A message to the server's task on a bare connection, not sent yet.
-sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload);
+// A message to the server's task on a bare connection, not sent yet. `task` is where it and its results come from and
+// go to.
+sd_bus_message* ServerCall(sd_bus* bus, uint32_t id, const char* payload, const char* task = "");
 
 // The state query of an item (id 7) on a bare connection. Microseconds until its answer came.
 double QueryMicros(sd_bus* bus);

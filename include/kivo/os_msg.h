@@ -122,7 +122,8 @@ void OsProcDetach(void);
 void OsProcRequestDetach(void);
 
 /* Creates one task of the attached process, its thread included. The queue takes messages from now on.
- * NAME_TAKEN, PARAM, NOT_ATTACHED, NO_MEMORY. */
+ * The last eighth of a queue is kept for senders of which nothing waits in it. NAME_TAKEN, PARAM, NOT_ATTACHED,
+ * NO_MEMORY. */
 uint32_t OsTaskCreate(const struct OsTaskDescriptor* task);
 
 /* Attaches as `procName`, creates `count` tasks, waits until all have ended, and detaches. All queues take

@@ -256,7 +256,7 @@ TEST_F(EntryTest, TheHostedServerPrintsTheMessageLayersLines) {
     kivo::fake::StartProcess([] {
         ASSERT_EQ(OsProcAttach("client"), OS_MSG_OK);
         support::Envelope message(9999);
-        for (int sent = 0; sent < 513; ++sent) {  // one more than the queue holds: the message layer tells
+        for (int sent = 0; sent < 449; ++sent) {  // one more than a sender gets of the queue: the message layer tells
             EXPECT_EQ(OsMsgAsynSend(message.Asynchronous().Get()), OS_MSG_OK);
         }
         OsProcDetach();
