@@ -121,7 +121,6 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             message->block.uid = UINT32_MAX;
             message->block.msgId = OS_MSG_EVENT_PROC_RESTART;
             WriteName(message->block.srcProcName, procName);
-            WriteName(message->block.dstProcName, process.name);
             task->DeliverRestart(std::move(message));
         }
     };
