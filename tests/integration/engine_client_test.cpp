@@ -245,6 +245,18 @@ TEST_F(EngineClient, ItIsInitialisedOnce) {
     EXPECT_EQ(InspectClientInit("a_name_too_long_"), 0x80020002u);
 }
 
+TEST_F(EngineClient, IsInitialisedAnewWhenTheProcessComesBack) {
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    OsProcDetach();
+    ASSERT_EQ(OsProcAttach("ominspect"), 0u);
+    EXPECT_EQ(InspectClientInit("items"), 0u);
+    EXPECT_EQ(Owned(), "");
+    EXPECT_EQ(Ask(RunRequest("item", "{}")), "item fail/no support");
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(Owned(), "ominspect/item ");
+}
+
 TEST_F(EngineClient, MessagesOfOtherIdsAreNotAnswered) {
     TagMsgBlock block{};
     std::strcpy(block.dstProcName, "ominspect");
@@ -327,6 +339,20 @@ TEST(EngineClientOfAnotherProcess, RegistersItsItemsAgainWithEveryServerThatStar
         EXPECT_EQ(server.Received(),
                   (std::vector<std::string>{"2 1000 first to items", "2 0 second to items", "2 0 third to items"}));
     }
+    OsProcDetach();
+}
+
+TEST(EngineClientOfAnotherProcess, DoesNotTakeOverATaskOfItsName) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("owner"), 0u);
+    OsTaskDescriptor task{};
+    std::strcpy(task.name, "items");
+    task.queueDepth = 64;
+    task.handler = PlayServer;
+    ASSERT_EQ(OsTaskCreate(&task), 0u);
+    EXPECT_EQ(InspectClientInit("items"), 0x80020006u);
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
     OsProcDetach();
 }
 
