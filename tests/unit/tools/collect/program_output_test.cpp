@@ -83,7 +83,6 @@ TEST_F(CollectProgram, ThePackageDoesNotGoIntoItself) {
     EXPECT_EQ(std::ranges::count(listing, "- p/files/work/a"), 1);
 }
 
-}  // namespace
 // A terminal shows one line that is drawn again and taken away; nothing is printed for each entry.
 TEST_F(CollectProgram, OnATerminalOneLineShowsWhatIsCopied) {
     WriteFile("logs/a", "x");
@@ -98,4 +97,5 @@ TEST_F(CollectProgram, OnATerminalOneLineShowsWhatIsCopied) {
     EXPECT_FALSE(Holds(shown.output, " s, complete")) << shown.output;
 }
 
+}  // namespace
 }  // namespace support
