@@ -85,7 +85,6 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.events.clear();
     process.restartWatchers.clear();
     process.subscribers.Clear();
-    process.objects.clear();
     process.peers.Clear();
     process.replyFilter.reset();
     for (const auto& [name, task] : process.tasks) {
