@@ -63,5 +63,32 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     EXPECT_EQ(after, before);
 }
 
+TEST_F(CollectProgram, CtrlCEndsTheProductsHookAndStillLeavesAValidPackage) {
+    WriteFile("logs/a", "x");
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "the product's own collection failed: interrupted\n")) << Contents("err");
+    const json::Value document = Manifest(ReadArchive("p.tar.zst"), "p");
+    EXPECT_EQ(Outcomes(document.Read()), Lines{"logs: not started"});
+    EXPECT_EQ(TextAt(document.Read()["vendor"], "remark"), "interrupted");
+}
+
+TEST_F(CollectProgram, TwoSignalsGiveUpTheProductsHookAndLeaveNothing) {
+    WriteFile("logs/a", "x");
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    child.Signal(SIGSTOP);  // so that it sees both at once
+    child.Signal(SIGINT);
+    child.Signal(SIGTERM);
+    child.Signal(SIGCONT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
+    EXPECT_EQ(Names(), (Lines{"err", "hang", "logs", "out"}));
+}
+
 }  // namespace
 }  // namespace support
