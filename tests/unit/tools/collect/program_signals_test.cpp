@@ -1,7 +1,8 @@
-// Ctrl-C during a collection.
+// Ctrl-C and SIGKILL during a collection.
 #include <csignal>
 
 #include "program.h"
+#include "support/process_state.h"
 
 namespace support {
 namespace {
@@ -88,6 +89,16 @@ TEST_F(CollectProgram, TwoSignalsGiveUpTheProductsHookAndLeaveNothing) {
     EXPECT_EQ(child.Wait(), 1);
     EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
     EXPECT_EQ(Names(), (Lines{"err", "hang", "logs", "out"}));
+}
+
+TEST_F(CollectProgram, WhatItHasStartedDiesWithIt) {
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    const pid_t hook = std::stoi(Contents("hang"));
+    EXPECT_TRUE(support::IsAlive(hook));
+    child.Kill();
+    EXPECT_TRUE(support::Eventually([hook] { return !support::IsAlive(hook); }));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Preloaded into the program: a product that collects more, and fails; it hangs when there is a file "hang".
+// Preloaded into the program: a product that collects more, and fails; where there is a file "hang" it
+// writes its process there and hangs.
 #include <cstdio>
 
 #include <unistd.h>
@@ -9,8 +10,12 @@ extern "C" [[gnu::visibility("default")]] int InspectCollectVendorLog() {
         (void)std::fclose(file);
     }
     (void)std::fputs("said by the product\n", stderr);
-    while (access("hang", F_OK) == 0) {
-        (void)pause();
+    if (std::FILE* file = std::fopen("hang", "r+")) {
+        (void)std::fprintf(file, "%d\n", static_cast<int>(getpid()));
+        (void)std::fclose(file);
+        for (;;) {
+            (void)pause();
+        }
     }
     return 7;
 }
