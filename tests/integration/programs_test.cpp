@@ -181,6 +181,29 @@ TEST_F(Programs, AnOwnerThatLosesTheBusSaysSoInTheWordsOfTheOtherPrograms) {
         << owner.Output();
 }
 
+TEST_F(Programs, AnOwnerSaysWhatItServesAndNothingMoreWhileAllIsWell) {
+    const Child server = StartServer();
+    Child owner = StartShippedOwner();
+    EXPECT_EQ(Ctl({"run", "later_ok"}).exitCode, 0);
+    owner.Signal(SIGTERM);
+    EXPECT_EQ(owner.Wait(), 0);
+    EXPECT_EQ(owner.Output(), "ominspect-owner: test_owner serves 5 items\n");
+}
+
+TEST_F(Programs, AnOwnerThatLosesTheBusEndsItsCommandsAndSaysWhatIsLost) {
+    std::optional<PrivateBus> bus(std::in_place);
+    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + Folder()});
+    Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"PID_FILE=" + Folder() + "/long_run.pid"});
+    EXPECT_EQ(Ctl({"wait", "long_run"}).exitCode, 0);
+    const Child run = StartCtl({"run", "long_run"});
+    const pid_t command = AwaitCommand();
+    bus.reset();
+    EXPECT_EQ(owner.Wait(), 3) << owner.Output();
+    EXPECT_NE(kill(command, 0), 0) << "the command outlived its owner";
+    EXPECT_TRUE(Holds(owner.Output(), "ominspect-owner: the result of long_run is lost: the bus cannot be reached\n"))
+        << owner.Output();
+}
+
 TEST_F(Programs, AnOwnerThatIsToldToEndTakesItsItemsBackAndEndsItsCommands) {
     const Child server = StartServer();
     Child owner = StartShippedOwner();
