@@ -104,6 +104,21 @@ std::string Ask(const std::string& payload, uint32_t id = 4) {
     return shown;
 }
 
+// First, since this process must not have had a client of that name.
+TEST(EngineClientBesideATaskOfItsName, DoesNotTakeItOver) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("owner"), 0u);
+    OsTaskDescriptor task{};
+    std::strcpy(task.name, "items");
+    task.queueDepth = 64;
+    task.handler = PlayServer;
+    ASSERT_EQ(OsTaskCreate(&task), 0u);
+    EXPECT_EQ(InspectClientInit("items"), 0x80020006u);
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
+    OsProcDetach();
+}
+
 // This process is at once the server and the owner of its items, as the real server is of its own.
 class EngineClient : public testing::Test {
 protected:
@@ -339,20 +354,6 @@ TEST(EngineClientOfAnotherProcess, RegistersItsItemsAgainWithEveryServerThatStar
         EXPECT_EQ(server.Received(),
                   (std::vector<std::string>{"2 1000 first to items", "2 0 second to items", "2 0 third to items"}));
     }
-    OsProcDetach();
-}
-
-TEST(EngineClientOfAnotherProcess, DoesNotTakeOverATaskOfItsName) {
-    const PrivateBus bus;
-    ASSERT_EQ(OsProcAttach("owner"), 0u);
-    OsTaskDescriptor task{};
-    std::strcpy(task.name, "items");
-    task.queueDepth = 64;
-    task.handler = PlayServer;
-    ASSERT_EQ(OsTaskCreate(&task), 0u);
-    EXPECT_EQ(InspectClientInit("items"), 0x80020006u);
-    const InspectHandlerRecord record = Record("item", Succeed);
-    EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
     OsProcDetach();
 }
 
