@@ -1,13 +1,18 @@
 // The whole life of a group, as the requesters' library has it.
 #include "ominspect/client/group.h"
 
+#include <atomic>
+#include <future>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include "client_fixture.h"
+#include "support/process_state.h"
 
 namespace support {
 namespace {
@@ -92,6 +97,27 @@ TEST_F(ClientGroup, AGroupThatWaitsForItsTurnSaysSoOnce) {
     options.onRefused = [&refused] { ++refused; };
     EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, kEnough));
     EXPECT_EQ(refused, 1);
+}
+
+// A synchronous run holds the server meanwhile.
+TEST_F(ClientGroup, AGroupThatIsCancelledBeforeItsStartIsAnsweredIsStoppedToo) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until"});
+    Child holding = StartOwner({"never"}, "owner2");
+    const Child run({OMINSPECTCTL_PROGRAM, "run", "--sync", "never"}, {"XDG_STATE_HOME=" + folder_.Path().string()});
+    ASSERT_TRUE(Eventually([this] { return Saw("never running"); }));
+    std::stop_source source;
+    std::atomic<pid_t> thread{0};
+    auto group = std::async(std::launch::async, [&] {
+        thread = gettid();
+        return RunGroup(TheSession(), std::vector<Request>{{"until", ""}}, {}, {kEnough, source.get_token()});
+    });
+    EXPECT_TRUE(Eventually([&] { return thread != 0 && StateOf(thread) == 'S'; })) << "it does not wait";
+    source.request_stop();
+    holding.Kill();
+    const auto error = group.get();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text, "cancelled; the group was stopped");
 }
 
 TEST_F(ClientGroup, AGroupThatIsCancelledAtItsRecordDoesNotLingerEither) {
