@@ -275,6 +275,7 @@ Result<std::uint32_t> DecodeCount(Bytes reply) {
 Result<std::uint32_t> DecodeGroupReply(Bytes reply) {
     constexpr std::uint32_t kNoWorker = 14;
     constexpr std::uint32_t kGroupRuns = 16;
+    constexpr std::uint32_t kFirstTaskId = 17;
     if (reply.empty()) {
         return Error{ErrorCode::kRefused, "the server gave an empty reply"};
     }
@@ -288,7 +289,7 @@ Result<std::uint32_t> DecodeGroupReply(Bytes reply) {
     if (*number == kNoWorker) {
         return Error{ErrorCode::kRefused, "the server has no worker for the group"};
     }
-    if (*number < kGroupRuns) {
+    if (*number < kFirstTaskId) {
         return Malformed("the task id " + std::to_string(*number));
     }
     return *number;

@@ -47,7 +47,7 @@ void DeliverEvent(Lock& lock, Process& subscriber, const Event& event) {
             continue;
         }
         Delivery delivery;
-        delivery.envelope.uid = getuid();
+        delivery.envelope.uid = event.restart ? UINT32_MAX : getuid();  // a restart has no sender
         delivery.envelope.msgId = event.id;
         WriteName(delivery.envelope.srcProcName, event.proc);
         WriteName(delivery.envelope.srcTaskName, event.task);

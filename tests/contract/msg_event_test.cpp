@@ -67,6 +67,7 @@ TEST_F(OsMsgEventTest, ArrivesAsAnAsynchronousMessage) {
     EXPECT_STREQ(received.envelope.srcTaskName, "relay");
     EXPECT_STREQ(received.envelope.dstProcName, "tester");
     EXPECT_STREQ(received.envelope.dstTaskName, "task");
+    EXPECT_STREQ(received.envelope.replyTaskName, "relay");
     EXPECT_EQ(received.payload, std::string("a\0b", 3));
 }
 
@@ -211,7 +212,9 @@ TEST_F(OsMsgEventTest, RestartIsToldEachTimeTheProcessAppears) {
         const Received received = inbox_.All().back();
         EXPECT_NE(received.envelope.msgType, 1U);
         EXPECT_EQ(received.envelope.msgId, 0x200002U);
+        EXPECT_EQ(received.envelope.uid, UINT32_MAX);
         EXPECT_STREQ(received.envelope.srcProcName, "peer");
+        EXPECT_STREQ(received.envelope.dstProcName, "tester");
         EXPECT_STREQ(received.envelope.dstTaskName, "task");
         EXPECT_EQ(received.payload, "");
     }

@@ -46,7 +46,7 @@ private:
 class Client : public testing::Test {
 protected:
     Client() : bus_(std::make_unique<PrivateBus>()) {}
-    ~Client() override { session_.reset(); }
+    ~Client() override { CloseSession(); }
 
     // The session, made when it is first asked for.
     Session& TheSession() {
@@ -56,17 +56,18 @@ protected:
                                                   if (auto slow = std::exchange(slow_, nullptr)) {
                                                       slow();
                                                   }
-                                                  const std::lock_guard lock(mutex_);
-                                                  seen_.push_back(result.name + " " + result.status);
+                                                  Note(result.name + " " + result.status);
                                               },
-                                          .onBusy = {},
-                                          .onBusLost = {}});
+                                          .onBusy = [this](bool busy) { Note(busy ? "busy" : "idle"); },
+                                          .onBusLost = [this] { Note("bus lost"); }});
             EXPECT_TRUE(session);
             session_ = std::move(*session);
             EXPECT_FALSE(session_->Subscribe());
         }
         return *session_;
     }
+
+    void CloseSession() { session_.reset(); }
 
     bool Saw(const std::string& event) {
         const std::lock_guard lock(mutex_);
@@ -91,6 +92,11 @@ protected:
     std::function<void()> slow_;  // what the first event has to wait for
 
 private:
+    void Note(const std::string& event) {
+        const std::lock_guard lock(mutex_);
+        seen_.push_back(event);
+    }
+
     std::mutex mutex_;  // guards `seen_`
     std::vector<std::string> seen_;
     std::unique_ptr<Session> session_;

@@ -1,16 +1,35 @@
 // The whole life of a group, as the requesters' library has it.
 #include "ominspect/client/group.h"
 
+#include <atomic>
+#include <future>
 #include <optional>
 #include <stop_token>
+#include <string>
+#include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include "client_fixture.h"
+#include "support/process_state.h"
 
 namespace support {
 namespace {
 
-class ClientGroup : public Client {};
+class ClientGroup : public Client {
+protected:
+    // How many messages of this id the server has received.
+    int Requests(const std::string& id) const {
+        const std::string log = Contents(folder_.Path() / "inspect.log");
+        const std::string message = "recv msg id " + id + " ";
+        int count = 0;
+        for (std::size_t at = log.find(message); at != std::string::npos; at = log.find(message, at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+};
 
 TEST_F(ClientGroup, AGroupCallsBackWithItsRecordAndDoesNotLinger) {
     const Child server = StartServer();
@@ -50,6 +69,55 @@ TEST_F(ClientGroup, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo
     ASSERT_TRUE(record);
     EXPECT_EQ(record->items[0].result.status, "success");
     EXPECT_EQ(record->items[1].result.text, "stopped");
+}
+
+TEST_F(ClientGroup, NeedsNobodyToListen) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until", "ok"});
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, {}, kEnough));
+    const CancelWhen cancel([this] { return Saw("until running"); });
+    const auto error = RunGroup(TheSession(), std::vector<Request>{{"until", ""}}, {}, {kEnough, cancel.Token()});
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text, "cancelled; the group was stopped");
+}
+
+TEST_F(ClientGroup, AGroupThatWaitsForItsTurnSaysSoOnce) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until", "ok"});
+    const auto first = TheSession().StartGroup(std::vector<Request>{{"until", ""}}, kEnough);
+    ASSERT_TRUE(first);
+    // It ends when the server has refused the other one twice.
+    const std::jthread end([&] {
+        EXPECT_TRUE(Eventually([this] { return Requests("19") >= 3; }));
+        EXPECT_TRUE(TheSession().StopTask(first->TaskId(), kEnough));
+    });
+    int refused = 0;
+    GroupOptions options;
+    options.waitForTurn = true;
+    options.onRefused = [&refused] { ++refused; };
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, kEnough));
+    EXPECT_EQ(refused, 1);
+}
+
+// A synchronous run holds the server meanwhile.
+TEST_F(ClientGroup, AGroupThatIsCancelledBeforeItsStartIsAnsweredIsStoppedToo) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until"});
+    Child holding = StartOwner({"never"}, "owner2");
+    const Child run({OMINSPECTCTL_PROGRAM, "run", "--sync", "never"}, {"XDG_STATE_HOME=" + folder_.Path().string()});
+    ASSERT_TRUE(Eventually([this] { return Saw("never running"); }));
+    std::stop_source source;
+    std::atomic<pid_t> thread{0};
+    auto group = std::async(std::launch::async, [&] {
+        thread = gettid();
+        return RunGroup(TheSession(), std::vector<Request>{{"until", ""}}, {}, {kEnough, source.get_token()});
+    });
+    EXPECT_TRUE(Eventually([&] { return thread != 0 && StateOf(thread) == 'S'; })) << "it does not wait";
+    source.request_stop();
+    holding.Kill();
+    const auto error = group.get();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text, "cancelled; the group was stopped");
 }
 
 TEST_F(ClientGroup, AGroupThatIsCancelledAtItsRecordDoesNotLingerEither) {

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include "client_fixture.h"
 #include "ominspect/client/group.h"
 
@@ -111,6 +113,33 @@ TEST_F(Client, ALostBusEndsTheWait) {
     EXPECT_EQ(TheSession().State("x", kEnough).Failure().code, ErrorCode::kBusUnreachable);
     // Told at once, and not only by the next question whether the server is there, two seconds later.
     EXPECT_EQ(run->Next(milliseconds(1900)).Failure().code, ErrorCode::kBusUnreachable);
+    EXPECT_TRUE(Eventually([this] { return Saw("bus lost"); }));
+}
+
+TEST_F(Client, EventsTellWhatTheServerDoes) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok"});
+    EXPECT_FALSE(Saw("busy"));
+    ASSERT_TRUE(TheSession().Run({"ok", ""}, kEnough));
+    EXPECT_TRUE(Eventually([this] { return Saw("busy") && Saw("ok running") && Saw("ok success") && Saw("idle"); }));
+    CloseSession();
+    EXPECT_FALSE(Saw("bus lost"));
+}
+
+// Another container may have a process with the same id.
+TEST_F(Client, TakesAnotherNameWhenItsOwnIsTaken) {
+    const std::string name = "ic-" + std::to_string(getpid());
+    const Child server = StartServer();
+    CloseSession();
+    std::vector<Child> others;
+    for (const char* suffix : {"", "-1", "-2", "-3", "-4", "-5", "-6"}) {
+        others.push_back(StartOwner({"ok"}, name + suffix));
+    }
+    EXPECT_EQ(Session::Open({}, name).Failure().text,
+              "another process is \"" + name + "\" on the bus at " + bus_->Address());
+    EXPECT_TRUE(Session::Open());
+    others.push_back(StartOwner({"ok"}, name + "-7"));
+    EXPECT_EQ(Session::Open().Failure().code, ErrorCode::kAlreadyOpen);
 }
 
 TEST_F(Client, TheListHoldsTheBuiltInItems) {

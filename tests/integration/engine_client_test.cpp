@@ -104,6 +104,21 @@ std::string Ask(const std::string& payload, uint32_t id = 4) {
     return shown;
 }
 
+// First, since this process must not have had a client of that name.
+TEST(EngineClientBesideATaskOfItsName, DoesNotTakeItOver) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("owner"), 0u);
+    OsTaskDescriptor task{};
+    std::strcpy(task.name, "items");
+    task.queueDepth = 64;
+    task.handler = PlayServer;
+    ASSERT_EQ(OsTaskCreate(&task), 0u);
+    EXPECT_EQ(InspectClientInit("items"), 0x80020006u);
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0x80020004u);
+    OsProcDetach();
+}
+
 // This process is at once the server and the owner of its items, as the real server is of its own.
 class EngineClient : public testing::Test {
 protected:
@@ -245,6 +260,18 @@ TEST_F(EngineClient, ItIsInitialisedOnce) {
     EXPECT_EQ(InspectClientInit("a_name_too_long_"), 0x80020002u);
 }
 
+TEST_F(EngineClient, IsInitialisedAnewWhenTheProcessComesBack) {
+    const InspectHandlerRecord record = Record("item", Succeed);
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    OsProcDetach();
+    ASSERT_EQ(OsProcAttach("ominspect"), 0u);
+    EXPECT_EQ(InspectClientInit("items"), 0u);
+    EXPECT_EQ(Owned(), "");
+    EXPECT_EQ(Ask(RunRequest("item", "{}")), "item fail/no support");
+    EXPECT_EQ(InspectRegHandler(&record, 1), 0u);
+    EXPECT_EQ(Owned(), "ominspect/item ");
+}
+
 TEST_F(EngineClient, MessagesOfOtherIdsAreNotAnswered) {
     TagMsgBlock block{};
     std::strcpy(block.dstProcName, "ominspect");
@@ -274,6 +301,59 @@ TEST(EngineClientOfAnotherProcess, AnswersRunRequestsOfTheServerOnly) {
     ASSERT_NE(resp, nullptr);
     EXPECT_EQ(resp->dataLen, 0u);
     OsMsgSynRespFree(resp);
+    OsProcDetach();
+}
+
+// A server in a connection of its own. It lives from the construction on, and keeps the messages that reach it.
+class RawServer : public RawConnection {
+public:
+    RawServer() {
+        EXPECT_GE(sd_bus_add_filter(Get(), nullptr, OnMessage, this), 0);
+        Take("com.kivo.proc.ominspect");
+    }
+
+    // The messages so far, each as "id param payload to the task that gets answers".
+    std::vector<std::string> Received() {
+        while (sd_bus_process(Get(), nullptr) > 0) {
+        }
+        return received_;
+    }
+
+private:
+    static int OnMessage(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+        uint32_t id = 0;
+        uint32_t param = 0;
+        const char* source = nullptr;
+        const char* answers = nullptr;
+        const void* data = nullptr;
+        size_t size = 0;
+        if (sd_bus_message_is_method_call(message, "com.kivo.Msg", "Send") <= 0) {
+            return 0;
+        }
+        EXPECT_STREQ(sd_bus_message_get_path(message), "/com/kivo/task/iom_5fsrv_5ftask");
+        EXPECT_GE(sd_bus_message_read(message, "uuss", &id, &param, &source, &answers), 0);
+        EXPECT_GE(sd_bus_message_read_array(message, 'y', &data, &size), 0);
+        static_cast<RawServer*>(self)->received_.push_back(std::to_string(id) + " " + std::to_string(param) + " " +
+                                                           static_cast<const char*>(data) + " to " + answers);
+        return 1;
+    }
+
+    std::vector<std::string> received_;
+};
+
+TEST(EngineClientOfAnotherProcess, RegistersItsItemsAgainWithEveryServerThatStarts) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("owner"), 0u);
+    ASSERT_EQ(InspectClientInit("items"), 0u);
+    const InspectHandlerRecord records[] = {Record("first", Succeed, 1000), Record("second", Succeed),
+                                            Record("third", Succeed)};
+    EXPECT_EQ(InspectRegHandler(records, 3), 0u);
+    for (int life = 0; life < 2; ++life) {
+        RawServer server;
+        EXPECT_TRUE(Eventually([&server] { return server.Received().size() >= 3; }));
+        EXPECT_EQ(server.Received(),
+                  (std::vector<std::string>{"2 1000 first to items", "2 0 second to items", "2 0 third to items"}));
+    }
     OsProcDetach();
 }
 

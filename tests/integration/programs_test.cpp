@@ -1,6 +1,7 @@
 // The programs as people use them: ominspectctl and ominspect-owner against a running server.
 #include <csignal>
 #include <optional>
+#include <utility>
 
 #include "programs.h"
 
@@ -108,6 +109,51 @@ TEST_F(Programs, WatchShowsTheEventsOfARun) {
     EXPECT_TRUE(Holds(watch.Output(), "always_ok")) << watch.Output();
 }
 
+TEST_F(Programs, WatchShowsPeopleALineForEachEventAndRemembersTheResults) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    Child watch = StartCtl({"watch", "--count", "4"});
+    ASSERT_TRUE(EventuallySays(watch, "ominspectctl: watching\n"));
+    RunItem("always_ok");
+    EXPECT_EQ(watch.Wait(), 0) << watch.Output();
+    const std::string shown = watch.Output();
+    EXPECT_EQ(CountOf(shown, "\n"), 5U) << shown;
+    const std::vector<std::string> lines{"  busy\n", "  run   always_ok                        running   begin\n",
+                                         "  run   always_ok                        success   fine\n", "  idle\n"};
+    for (size_t at = 0; const std::string& line : lines) {
+        at = shown.find(line, at);
+        EXPECT_NE(at, std::string::npos) << line << shown;
+    }
+    EXPECT_TRUE(Holds(Ctl({"list"}).output, " s ago: fine\n"));
+}
+
+TEST_F(Programs, WatchEndsWithItsTimeLimitAndWithCtrlC) {
+    Child endless = StartCtl({"watch"});
+    Child limited = StartCtl({"watch", "--timeout", "1"});
+    Child counting = StartCtl({"watch", "--timeout", "1", "--count", "1"});
+    EXPECT_EQ(limited.Wait(), 0) << limited.Output();
+    EXPECT_EQ(counting.Wait(), 4) << counting.Output();
+    ASSERT_TRUE(EventuallySays(endless, "; waiting for it\n"));
+    EXPECT_FALSE(endless.Wait(std::chrono::seconds(0)));
+    endless.Signal(SIGINT);
+    EXPECT_EQ(endless.Wait(), 0) << endless.Output();
+}
+
+TEST_F(Programs, WatchEndsWithTheBusAndWithItsOutput) {
+    std::optional<PrivateBus> bus(std::in_place);
+    Child watch = StartCtl({"watch"});
+    ASSERT_TRUE(EventuallySays(watch, "; waiting for it\n"));
+    bus.reset();
+    EXPECT_EQ(watch.Wait(), 3) << watch.Output();
+    EXPECT_TRUE(watch.Output().ends_with("ominspectctl: the bus was lost\n")) << watch.Output();
+
+    Child full({"/bin/sh", "-c", "exec \"$0\" watch >/dev/full", OMINSPECTCTL_PROGRAM});
+    ASSERT_TRUE(EventuallySays(full, "; waiting for it\n"));
+    const Child server = StartServer();
+    EXPECT_EQ(full.Wait(), 1) << full.Output();
+    EXPECT_TRUE(Holds(full.Output(), "ominspectctl: cannot write the output\n")) << full.Output();
+}
+
 TEST_F(Programs, WatchSaysWhenTheServerLeavesAndStarts) {
     Child watch = StartCtl({"watch", "--json", "--count", "5"});
     ASSERT_TRUE(EventuallySays(watch, "ominspectctl: server absent: no process \"ominspect\" on the bus at " +
@@ -132,6 +178,29 @@ TEST_F(Programs, AnOwnerThatLosesTheBusSaysSoInTheWordsOfTheOtherPrograms) {
     bus.reset();
     EXPECT_EQ(owner.Wait(), 3);
     EXPECT_TRUE(Holds(owner.Output(), "ominspect-owner: bus unreachable at " + address + ": the connection was lost\n"))
+        << owner.Output();
+}
+
+TEST_F(Programs, AnOwnerSaysWhatItServesAndNothingMoreWhileAllIsWell) {
+    const Child server = StartServer();
+    Child owner = StartShippedOwner();
+    EXPECT_EQ(Ctl({"run", "later_ok"}).exitCode, 0);
+    owner.Signal(SIGTERM);
+    EXPECT_EQ(owner.Wait(), 0);
+    EXPECT_EQ(owner.Output(), "ominspect-owner: test_owner serves 5 items\n");
+}
+
+TEST_F(Programs, AnOwnerThatLosesTheBusEndsItsCommandsAndSaysWhatIsLost) {
+    std::optional<PrivateBus> bus(std::in_place);
+    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + Folder()});
+    Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"PID_FILE=" + Folder() + "/long_run.pid"});
+    EXPECT_EQ(Ctl({"wait", "long_run"}).exitCode, 0);
+    const Child run = StartCtl({"run", "long_run"});
+    const pid_t command = AwaitCommand();
+    bus.reset();
+    EXPECT_EQ(owner.Wait(), 3) << owner.Output();
+    EXPECT_NE(kill(command, 0), 0) << "the command outlived its owner";
+    EXPECT_TRUE(Holds(owner.Output(), "ominspect-owner: the result of long_run is lost: the bus cannot be reached\n"))
         << owner.Output();
 }
 

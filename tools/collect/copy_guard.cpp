@@ -85,8 +85,7 @@ CopyGuard::CopyGuard(const std::string& source, std::string destination, const C
       destination_(std::move(destination)),
       rules_(rules),
       counts_(counts),
-      tell_(std::move(tell)),
-      area_(open(rules.area.c_str(), kPlace | O_DIRECTORY)) {}
+      tell_(std::move(tell)) {}
 
 void CopyGuard::Clear() {
     const std::string path = InsideDestination(destination_);
@@ -128,7 +127,9 @@ std::string CopyGuard::InsideArea(const std::string& path) {
     const std::string below = path.substr(rules_.area.size() + 1);
     const std::string parent = below.find('/') == std::string::npos ? std::string() : Folder(below);
     if (!area_) {
-        errno = ENOENT;
+        area_ = UniqueFd(open(rules_.area.c_str(), kPlace | O_DIRECTORY));
+    }
+    if (!area_) {
         return {};
     }
     if (!parentFd_ || parent_ != parent) {

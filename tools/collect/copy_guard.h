@@ -67,7 +67,7 @@ private:
     const CopyRules& rules_;
     CopyCounts& counts_;
     const Tell tell_;
-    const UniqueFd area_;
+    UniqueFd area_;       // opened when it is first needed
     std::string parent_;  // the folder in the area that was opened last, relative to the area
     UniqueFd parentFd_;
     std::unordered_map<OsDir*, std::string> folders_;  // of the source: where the open ones are

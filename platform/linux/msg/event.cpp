@@ -48,7 +48,6 @@ void Deliver(Process& process, sd_bus_message* signal) {
         WriteName(block.srcProcName, proc);
         WriteName(block.srcTaskName, task);
         WriteName(block.replyTaskName, task);
-        WriteName(block.dstProcName, process.name);
         SetPayload(*message, data, size);
         receiver->Deliver(std::move(message), connection);
     }

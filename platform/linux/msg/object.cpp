@@ -15,13 +15,9 @@ uint32_t PublishObject(const char* path, const char* interface, const sd_bus_vta
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
-        sd_bus_slot* slot = nullptr;
-        const int added = sd_bus_add_object_vtable(process.bus.get(), &slot, path, interface, table, nullptr);
-        if (added < 0) {
-            return added == -EEXIST ? OS_MSG_OK : ResultOf(added);
-        }
-        process.objects.emplace_back(slot);
-        return OS_MSG_OK;
+        // Without a slot the object lives as long as the connection.
+        const int added = sd_bus_add_object_vtable(process.bus.get(), nullptr, path, interface, table, nullptr);
+        return added >= 0 || added == -EEXIST ? OS_MSG_OK : ResultOf(added);
     });
 }
 

@@ -85,7 +85,6 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.events.clear();
     process.restartWatchers.clear();
     process.subscribers.Clear();
-    process.objects.clear();
     process.peers.Clear();
     process.replyFilter.reset();
     for (const auto& [name, task] : process.tasks) {
@@ -121,7 +120,6 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             message->block.uid = UINT32_MAX;
             message->block.msgId = OS_MSG_EVENT_PROC_RESTART;
             WriteName(message->block.srcProcName, procName);
-            WriteName(message->block.dstProcName, process.name);
             task->DeliverRestart(std::move(message));
         }
     };

@@ -72,10 +72,9 @@ struct Process {
     std::map<std::pair<std::string, std::string>, EventSource> events;          // by process and task name
     std::map<std::string, std::vector<std::shared_ptr<Task>>> restartWatchers;  // by process name
     Subscribers subscribers;
-    std::vector<SlotPtr> objects;  // of the platform's other libraries
-    uint64_t session = 0;          // counts the times that the process has left the bus
-    bool detaching = false;        // a thread is at work in OsProcDetach
-    size_t activeCalls = 0;        // message loops and synchronous sends: detaching waits for their end
+    uint64_t session = 0;    // counts the times that the process has left the bus
+    bool detaching = false;  // a thread is at work in OsProcDetach
+    size_t activeCalls = 0;  // message loops and synchronous sends: detaching waits for their end
 
     // Why the bus cannot be used now, OS_MSG_OK when it can.
     [[nodiscard]] uint32_t CheckUsable() const;

@@ -1,8 +1,11 @@
 // The timer manager's thread: asleep while nothing is due, and deaf to signals.
 #include <atomic>
+#include <mutex>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "kivo/os_thread.h"
 #include "kivo/os_timer.h"
@@ -44,25 +47,37 @@ TEST(OsTimerThread, SleepsWhileNothingIsDue) {
 TEST(OsTimerThread, ThreadsAreKeptForTheNextCallsAndNoMoreThanTwo) {
     static std::atomic<int> running;
     static std::atomic<bool> open;
+    static std::mutex mutex;
+    static std::set<pid_t> threads;  // guarded by `mutex`
     ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
     OsTimerParam param{};
     param.mode = 1;
     param.period = 1;
     param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        {
+            const std::lock_guard lock(mutex);
+            threads.insert(gettid());
+        }
         ++running;
         EXPECT_TRUE(support::WaitFor([] { return open.load(); }));
         --running;
         return 0;
     };
-    constexpr int kTimers = 5;
-    for (int i = 0; i < kTimers; ++i) {
-        OsTimerId id = 0;
-        ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
-    }
-    EXPECT_TRUE(support::WaitFor([] { return running == kTimers; }));
-    EXPECT_GE(support::ThreadCount("kivo_timer"), kTimers);
-    open = true;
-    EXPECT_TRUE(support::WaitFor([] { return support::ThreadCount("kivo_timer") <= 2; }));
+    const auto callAtOnce = [&param](int timers) {
+        open = false;
+        for (int i = 0; i < timers; ++i) {
+            OsTimerId id = 0;
+            ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+        }
+        EXPECT_TRUE(support::WaitFor([timers] { return running == timers; }));
+        EXPECT_GE(support::ThreadCount("kivo_timer"), timers);
+        open = true;
+        EXPECT_TRUE(support::WaitFor([] { return running == 0 && support::ThreadCount("kivo_timer") <= 2; }));
+    };
+    constexpr std::size_t kTimers = 5;
+    callAtOnce(kTimers);
+    callAtOnce(2);
+    EXPECT_EQ(threads.size(), kTimers) << "the second calls had other threads";
 }
 
 TEST(OsTimerThread, BlocksAllSignals) {

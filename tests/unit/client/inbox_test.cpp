@@ -3,10 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
 #include <optional>
-#include <set>
 #include <stop_token>
 #include <string>
+
+#include <unistd.h>
+
+#include "support/eventually.h"
+#include "support/process_state.h"
 
 using namespace ominspect::client;
 
@@ -21,20 +29,42 @@ protected:
     static ItemResult Success(const std::string& text) { return {"item", "success", text}; }
 
     // What has come: "status/text", an error's word, or "nothing".
-    std::string Take(const Address& address, const Limit& limit = std::chrono::seconds(60)) {
-        const auto taken = inbox_.TakeResult(address, life_, limit, Limit::Clock::now());
+    std::string Take(const Address& address, const Limit& limit = std::chrono::seconds(60),
+                     Limit::Clock::time_point deadline = Limit::Clock::now()) {
+        const auto taken = inbox_.TakeResult(address, life_, limit, deadline);
         if (!taken) {
             return ErrorWord(taken.Failure().code);
         }
         return *taken ? (*taken)->status + "/" + (*taken)->text : "nothing";
     }
 
-    std::string TakeRecord(std::uint32_t taskId) {
-        const auto taken = inbox_.TakeRecord(taskId, life_, std::chrono::seconds(60), Limit::Clock::now());
+    std::string TakeRecord(std::uint32_t taskId, const Limit& limit = std::chrono::seconds(60),
+                           Limit::Clock::time_point deadline = Limit::Clock::now()) {
+        const auto taken = inbox_.TakeRecord(taskId, life_, limit, deadline);
         if (!taken) {
             return ErrorWord(taken.Failure().code);
         }
         return *taken ? std::to_string((*taken)->taskId) : "nothing";
+    }
+
+    // What a thread gets that has fallen asleep over `take` when the news comes.
+    static std::string Woken(const std::function<std::string(const Limit&)>& take, const std::function<void()>& news) {
+        std::atomic<pid_t> thread{0};
+        std::stop_source giveUp;
+        auto taken = std::async(std::launch::async, [&] {
+            thread = gettid();
+            return take({std::chrono::hours(1), giveUp.get_token()});
+        });
+        EXPECT_TRUE(support::Eventually([&] { return thread != 0 && support::StateOf(thread) == 'S'; }));
+        news();
+        EXPECT_TRUE(
+            support::Eventually([&] { return taken.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+        giveUp.request_stop();
+        return taken.get();
+    }
+
+    std::string WokenForResult(const std::function<void()>& news) {
+        return Woken([this](const Limit& limit) { return Take({0, "item"}, limit, limit.Deadline()); }, news);
     }
 
     Inbox inbox_;
@@ -171,6 +201,19 @@ TEST_F(InboxTest, ALostBusAndACancellationEndTheWait) {
     EXPECT_EQ(Take({0, "item"}, {std::chrono::seconds(60), source.get_token()}), "cancelled");
     inbox_.BusLost();
     EXPECT_EQ(Take({0, "item"}), "bus-unreachable");
+}
+
+TEST_F(InboxTest, EveryNewsWakesTheThreadThatWaits) {
+    ASSERT_EQ(inbox_.Expect("item", kRun), 0U);
+    EXPECT_EQ(WokenForResult([this] { inbox_.Put({0, "item"}, Success("here")); }), "success/here");
+    EXPECT_EQ(Woken([this](const Limit& limit) { return TakeRecord(17, limit, limit.Deadline()); },
+                    [this] {
+                        inbox_.Put(17, GroupRecord{17, {}});
+                    }),
+              "17");
+    EXPECT_EQ(WokenForResult([this] { inbox_.ServerRestarted(); }), "server-absent");
+    life_ = inbox_.ServerLife();
+    EXPECT_EQ(WokenForResult([this] { inbox_.BusLost(); }), "bus-unreachable");
 }
 
 TEST_F(InboxTest, KeepsTheNewestSixteenRecordsUntilTheyAreAskedFor) {

@@ -210,6 +210,7 @@ TEST(MalformedRecord, SaysWhomItConcerns) {
     EXPECT_EQ(wire::ItemOf(unended), std::nullopt);
     EXPECT_EQ(wire::ItemOf(std::vector<unsigned char>(31)), std::nullopt);
     EXPECT_EQ(wire::TaskOf(GroupBytes(4711, 99).Bytes()), 4711U);
+    EXPECT_EQ(wire::TaskOf(Number(4711)), 4711U);
     EXPECT_EQ(wire::TaskOf(std::vector<unsigned char>(3)), std::nullopt);
 }
 

@@ -84,6 +84,16 @@ TEST_F(DriverTest, AMissingSourceIsReportedAndTheOthersGoOn) {
     EXPECT_EQ(Failures(reports[1]), (Lines{"nothing: No such file or directory"}));
 }
 
+TEST_F(DriverTest, AnAreaThatIsNoFolderIsTold) {
+    WriteFile("area", "x");
+    WriteFile("logs/a", "x");
+    WriteFile("single", "x");
+    const auto reports = Run({Folder("logs"), File("single")});
+    EXPECT_EQ(Failures(reports[1]), Lines{"single: Not a directory"});
+    EXPECT_EQ(reports[0].outcome, Outcome::kIncomplete);
+    EXPECT_EQ(Contents("area"), "x");
+}
+
 TEST_F(DriverTest, TheTimeLimitIsTold) {
     for (int i = 0; i < 2000; ++i) {
         WriteFile("logs/" + std::to_string(i), "x");

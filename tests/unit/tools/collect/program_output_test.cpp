@@ -83,5 +83,19 @@ TEST_F(CollectProgram, ThePackageDoesNotGoIntoItself) {
     EXPECT_EQ(std::ranges::count(listing, "- p/files/work/a"), 1);
 }
 
+// A terminal shows one line that is drawn again and taken away; nothing is printed for each entry.
+TEST_F(CollectProgram, OnATerminalOneLineShowsWhatIsCopied) {
+    WriteFile("logs/a", "x");
+    WriteFile("other/b", "x");
+    const std::string command = std::string("exec ") + PROGRAM_CTL + " collect logs other --output p.tar.zst";
+    const support::Outcome shown = support::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
+    EXPECT_EQ(shown.exitCode, 0);
+    const std::string drawn = "\x1b[?7l[1/2] " + work_ / "logs" + ": 0 files, 0 B, ";
+    EXPECT_TRUE(shown.output.starts_with(drawn)) << shown.output;
+    EXPECT_TRUE(Holds(shown.output, " s left\r\n\x1b[?7h")) << shown.output;
+    EXPECT_TRUE(Holds(shown.output, "\x1b[1A\r\x1b[JENTRY ")) << shown.output;
+    EXPECT_FALSE(Holds(shown.output, " s, complete")) << shown.output;
+}
+
 }  // namespace
 }  // namespace support

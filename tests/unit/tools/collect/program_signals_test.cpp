@@ -1,7 +1,8 @@
-// Ctrl-C during a collection.
+// Ctrl-C and SIGKILL during a collection.
 #include <csignal>
 
 #include "program.h"
+#include "support/process_state.h"
 
 namespace support {
 namespace {
@@ -61,6 +62,43 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     Lines after = Names();
     std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
     EXPECT_EQ(after, before);
+}
+
+TEST_F(CollectProgram, CtrlCEndsTheProductsHookAndStillLeavesAValidPackage) {
+    WriteFile("logs/a", "x");
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    child.Signal(SIGINT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "the product's own collection failed: interrupted\n")) << Contents("err");
+    const json::Value document = Manifest(ReadArchive("p.tar.zst"), "p");
+    EXPECT_EQ(Outcomes(document.Read()), Lines{"logs: not started"});
+    EXPECT_EQ(TextAt(document.Read()["vendor"], "remark"), "interrupted");
+}
+
+TEST_F(CollectProgram, TwoSignalsGiveUpTheProductsHookAndLeaveNothing) {
+    WriteFile("logs/a", "x");
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    child.Signal(SIGSTOP);  // so that it sees both at once
+    child.Signal(SIGINT);
+    child.Signal(SIGTERM);
+    child.Signal(SIGCONT);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
+    EXPECT_EQ(Names(), (Lines{"err", "hang", "logs", "out"}));
+}
+
+TEST_F(CollectProgram, WhatItHasStartedDiesWithIt) {
+    WriteFile("hang", "");
+    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
+    const pid_t hook = std::stoi(Contents("hang"));
+    EXPECT_TRUE(support::IsAlive(hook));
+    child.Kill();
+    EXPECT_TRUE(support::Eventually([hook] { return !support::IsAlive(hook); }));
 }
 
 }  // namespace

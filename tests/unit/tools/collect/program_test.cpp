@@ -22,6 +22,7 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
     EXPECT_EQ(TextAt(manifest, "version"), "0.1.0");
     EXPECT_EQ(TextAt(manifest, "file"), "p.tar.zst");
     EXPECT_EQ(TextAt(manifest, "started").size(), std::string("2026-11-21T01:02:03Z").size());
+    EXPECT_GT(TextAt(manifest, "started"), "1971-") << "not the epoch";
     EXPECT_EQ(manifest["complete"].Flag(), true);
     EXPECT_EQ(manifest["interrupted"].Flag(), false);
     EXPECT_EQ(Outcomes(manifest), (Lines{"logs: complete", "one.log: complete"}));

@@ -1,5 +1,8 @@
-// Preloaded into the program: a product that collects more, and fails.
+// Preloaded into the program: a product that collects more, and fails; where there is a file "hang" it
+// writes its process there and hangs.
 #include <cstdio>
+
+#include <unistd.h>
 
 extern "C" [[gnu::visibility("default")]] int InspectCollectVendorLog() {
     if (std::FILE* file = std::fopen("logs/of the product", "w")) {
@@ -7,5 +10,12 @@ extern "C" [[gnu::visibility("default")]] int InspectCollectVendorLog() {
         (void)std::fclose(file);
     }
     (void)std::fputs("said by the product\n", stderr);
+    if (std::FILE* file = std::fopen("hang", "r+")) {
+        (void)std::fprintf(file, "%d\n", static_cast<int>(getpid()));
+        (void)std::fclose(file);
+        for (;;) {
+            (void)pause();
+        }
+    }
     return 7;
 }
