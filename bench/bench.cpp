@@ -6,9 +6,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
 
 namespace bench {
+
+int RunMain(int (*body)(int argc, char** argv), int argc, char** argv) noexcept {
+    try {
+        return body(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 1;
+    }
+}
 
 void Check(bool good, const char* what) {
     if (good) {

@@ -9,6 +9,9 @@
 
 namespace bench {
 
+// Runs a program's body; what it throws becomes a line and exit code 1.
+int RunMain(int (*body)(int argc, char** argv), int argc, char** argv) noexcept;
+
 // Ends the program unless `good`.
 void Check(bool good, const char* what);
 

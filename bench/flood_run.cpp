@@ -66,9 +66,7 @@ size_t LinesWith(const std::string& output, const char* text) {
     return count;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Measure(int argc, char** argv) {
     const double seconds = argc > 1 ? std::strtod(argv[1], nullptr) : 3;
     const auto id = static_cast<uint32_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 18);
     Check(seconds > 0, "a time above 0 s");
@@ -93,6 +91,7 @@ int main(int argc, char** argv) {
         fresh.push_back(NewClientMicros());
     }
     std::vector<double> after;
+    after.reserve(20);
     for (int i = 0; i < 20; ++i) {
         after.push_back(bench::QueryMicros(bus));
     }
@@ -108,4 +107,10 @@ int main(int argc, char** argv) {
     std::printf("%-48s%10lu\n", "private memory a second after, KiB", bench::PrivateKilobytes(server.Pid()));
     sd_bus_flush_close_unref(bus);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return bench::RunMain(Measure, argc, argv);
 }

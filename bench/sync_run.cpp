@@ -12,6 +12,7 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
@@ -22,6 +23,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench.h"
@@ -87,7 +89,8 @@ int OnGo(sd_bus_message* call, void* next, sd_bus_error* /*error*/) {
 
 int OnRun(sd_bus_message* call, void* /*data*/, sd_bus_error* /*error*/) {
     Record record{};
-    std::strcpy(record.data() + 32, "success");
+    constexpr std::string_view kStatus = "success";
+    std::copy(kStatus.begin(), kStatus.end(), record.begin() + 32);
     return Answer(call, record);
 }
 
@@ -159,9 +162,14 @@ uint32_t CountResult(TagMsgBlock* msg) {
     return 0;
 }
 
+template <size_t size>
+void SetName(char (&field)[size], std::string_view name) {
+    std::copy_n(name.begin(), std::min(name.size(), size - 1), field);
+}
+
 void JoinAsClient() {
     OsTaskDescriptor task{};
-    std::strcpy(task.name, kTask);
+    SetName(task.name, kTask);
     task.queueDepth = 16;
     task.handler = CountResult;
     Check(OsProcAttach("bench") == OS_MSG_OK && OsTaskCreate(&task) == OS_MSG_OK, "joining the bus");
@@ -172,9 +180,9 @@ bool RunInBackground() {
     const size_t before = g_results;
     lock.unlock();
     TagMsgBlock block{};
-    std::strcpy(block.dstProcName, "ominspect");
-    std::strcpy(block.dstTaskName, "iom_srv_task");
-    std::strcpy(block.replyTaskName, kTask);
+    SetName(block.dstProcName, "ominspect");
+    SetName(block.dstTaskName, "iom_srv_task");
+    SetName(block.replyTaskName, kTask);
     block.msgId = 18;
     block.data = reinterpret_cast<unsigned char*>(const_cast<char*>(kRequest));
     block.dataLen = static_cast<uint32_t>(std::strlen(kRequest));
@@ -218,9 +226,7 @@ void Measure(std::vector<Row> rows, size_t rounds) {
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int MeasureAll(int argc, char** argv) {
     const std::string mode = argc > 1 ? argv[1] : "";
     char backend[] = "com.kivo.proc.benchbackend";
     if (mode == "--backend") {
@@ -267,4 +273,10 @@ int main(int argc, char** argv) {
     OsProcDetach();
     sd_bus_flush_close_unref(bus);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return bench::RunMain(MeasureAll, argc, argv);
 }
