@@ -113,7 +113,7 @@ Queue::Entries::iterator Queue::Next() {
     return other != entries_.end() ? other : first;
 }
 
-std::unique_ptr<Incoming> Queue::Remove(Entries::iterator entry) {
+std::unique_ptr<Incoming> Queue::Remove(const Entries::iterator& entry) {
     std::unique_ptr<Incoming> message = std::move(entry->message);
     bytes_ -= message->block.dataLen;
     --ready_;

@@ -69,7 +69,7 @@ private:
     using Entries = std::deque<Entry>;
 
     Entries::iterator Next();
-    std::unique_ptr<Incoming> Remove(Entries::iterator entry);
+    std::unique_ptr<Incoming> Remove(const Entries::iterator& entry);
 
     size_t depth_;
     Entries entries_;
