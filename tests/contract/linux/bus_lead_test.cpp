@@ -1,10 +1,12 @@
 // Which thread of a process reads the bus.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <string>
 
 #include "bus_test.h"
 #include "linux/thread_status.h"
+#include "support/raw_connection.h"
 
 using namespace support;
 
@@ -14,6 +16,31 @@ class OsMsgLeadTest : public BusTest {};
 
 unsigned long WakeUpsOfTheStandby() {
     return std::stoul(ThreadStatus("kivo_standby", "voluntary_ctxt_switches"));
+}
+
+// Holds the bus daemon up while it lives.
+class StoppedDaemon {
+public:
+    explicit StoppedDaemon(const RawConnection& connection) {
+        sd_bus_creds* credentials = nullptr;
+        EXPECT_GE(sd_bus_get_owner_creds(connection.Get(), SD_BUS_CREDS_PID, &credentials), 0);
+        EXPECT_GE(sd_bus_creds_get_pid(credentials, &pid_), 0);
+        sd_bus_creds_unref(credentials);
+        EXPECT_EQ(kill(pid_, SIGSTOP), 0);
+    }
+    ~StoppedDaemon() { kill(pid_, SIGCONT); }
+    StoppedDaemon(const StoppedDaemon&) = delete;
+    StoppedDaemon& operator=(const StoppedDaemon&) = delete;
+    StoppedDaemon(StoppedDaemon&&) = delete;
+    StoppedDaemon& operator=(StoppedDaemon&&) = delete;
+
+private:
+    pid_t pid_ = 0;
+};
+
+int CountCalls(sd_bus_message* message, void* count, sd_bus_error* /*error*/) {
+    *static_cast<size_t*>(count) += sd_bus_message_is_method_call(message, "com.kivo.Msg", "Send") > 0 ? 1 : 0;
+    return 0;
 }
 
 }  // namespace
@@ -28,4 +55,29 @@ TEST_F(OsMsgLeadTest, AThreadThatIsNoTasksHandsTheLeadToATaskThatWaits) {
     }
     constexpr unsigned long kUntilTheTaskWaits = 10;
     EXPECT_LE(WakeUpsOfTheStandby() - before, kUntilTheTaskWaits);
+}
+
+// What the socket does not take at once is written by the thread that reads, which may have nothing to read.
+TEST_F(OsMsgLeadTest, WhatTheBusDoesNotTakeAtOnceIsSentLater) {
+    constexpr size_t kMessages = 32;
+    const std::string payload(1024 * 1024, 'x');
+    const RawConnection sink;
+    sink.Take("com.kivo.proc.sink");
+    size_t received = 0;
+    ASSERT_GE(sd_bus_add_filter(sink.Get(), nullptr, CountCalls, &received), 0);
+    const Inbox inbox;
+    AddTask("waiting", inbox.Keep());
+    Post("tester", "waiting");
+    ASSERT_TRUE(inbox.Await(1));  // so its thread reads the bus from now on
+    {
+        const StoppedDaemon daemon(sink);
+        for (size_t i = 0; i < kMessages; ++i) {
+            Post("sink", "task", 1, payload);
+        }
+    }
+    EXPECT_TRUE(WaitFor([&] {
+        while (sd_bus_process(sink.Get(), nullptr) > 0) {
+        }
+        return received == kMessages;
+    }));
 }
