@@ -122,8 +122,8 @@ void OsProcDetach(void);
 void OsProcRequestDetach(void);
 
 /* Creates one task of the attached process, its thread included. The queue takes messages from now on.
- * The last eighth of a queue is kept for senders of which nothing waits in it. NAME_TAKEN, PARAM, NOT_ATTACHED,
- * NO_MEMORY. */
+ * The last eighth of a queue of eight or more is kept for senders of which nothing waits in it. NAME_TAKEN, PARAM,
+ * NOT_ATTACHED, NO_MEMORY. */
 uint32_t OsTaskCreate(const struct OsTaskDescriptor* task);
 
 /* Attaches as `procName`, creates `count` tasks, waits until all have ended, and detaches. All queues take
@@ -171,7 +171,7 @@ uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope);
  * event id and whose source names are the sender's. Event OS_MSG_EVENT_PROC_RESTART is made by the platform
  * itself each time the process `srcProcName` appears on the bus after the subscription. `flags` must be 0.
  * The source may start later or anew: its events come again. When it is there, this waits until it knows its
- * subscriber, two seconds at most. */
+ * subscriber, two seconds at most for each source. */
 uint32_t OsMsgSubscribeEvent(const struct OsMsgSubscription* subscriptions, uint32_t count, uint32_t flags);
 
 /* ---- diagnosis ---- */

@@ -99,8 +99,11 @@ uint32_t AskForEvents(Process& process, Reader::Lock& lock, const std::string& p
     if (!answer.waiter.Valid() || !call) {
         return OS_MSG_ERR_NO_MEMORY;
     }
-    (void)CallAndWait(process, lock, answer, std::move(call), Reader::Clock::now() + kAskTimeout);
+    const uint32_t result = CallAndWait(process, lock, answer, std::move(call), Reader::Clock::now() + kAskTimeout);
     OsMsgSynRespFree(answer.reply);
+    if (result == OS_MSG_ERR_NO_MEMORY || result == OS_MSG_ERR_DENIED) {
+        return result;
+    }
     source.asked = true;
     return process.CheckUsable();
 }
@@ -153,8 +156,13 @@ uint32_t Subscribe(Process& process, Reader::Lock& lock, const OsMsgSubscription
 }  // namespace
 
 void kivo::msg::SubscribeAgain(Process& process, const std::string& procName) {
-    const bool wanted = std::any_of(process.events.begin(), process.events.end(),
-                                    [&](const auto& source) { return source.first.first == procName; });
+    bool wanted = false;
+    for (auto& [key, source] : process.events) {
+        if (key.first == procName) {
+            wanted = true;
+            source.asked = false;  // whether this question arrives is not known, so the next subscription asks again
+        }
+    }
     if (!wanted) {
         return;
     }

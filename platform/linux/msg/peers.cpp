@@ -198,7 +198,7 @@ std::optional<uint32_t> Peers::UidOf(const std::string& connection) {
     return std::nullopt;
 }
 
-// The daemon refuses only to tell of a connection that has ended.
+// Of a connection that is there the daemon may still not know the user; it is then nobody's.
 bool Peers::TakeAnswer(sd_bus_message* message) {
     uint64_t cookie = 0;
     if (asked_.empty() || sd_bus_message_get_reply_cookie(message, &cookie) < 0) {
@@ -213,15 +213,18 @@ bool Peers::TakeAnswer(sd_bus_message* message) {
     }
     const std::string connection = std::move(asked->second);
     asked_.erase(asked);
-    uint32_t uid = UINT32_MAX;
-    const bool told = sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT32, &uid) > 0;
+    std::optional<uint32_t> uid;
+    if (sd_bus_message_is_method_error(message, SD_BUS_ERROR_NAME_HAS_NO_OWNER) <= 0) {
+        uid = UINT32_MAX;
+        sd_bus_message_read_basic(message, SD_BUS_TYPE_UINT32, &*uid);
+    }
     const auto known = uids_.find(connection);
-    if (known != uids_.end() && told) {
+    if (known != uids_.end() && uid) {
         known->second = uid;
     } else if (known != uids_.end()) {
         uids_.erase(known);
     }
-    callbacks_.identified(connection, told ? std::optional(uid) : std::nullopt);
+    callbacks_.identified(connection, uid);
     return true;
 }
 

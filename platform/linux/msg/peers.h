@@ -56,7 +56,7 @@ public:
     // To be shown every message that comes in. Whether it claims to answer such a question; nobody else should see it.
     bool TakeAnswer(sd_bus_message* message);
 
-    // Whether a sender that was identified is still there.
+    // Whether a sender, identified or about to be, is still there.
     bool Follows(const std::string& connection) const { return uids_.contains(connection); }
 
     // The process name of a connection, the oldest of several; empty when it has none.

@@ -26,7 +26,7 @@ struct OwedReply {
     bool deferred = false;  // kept after its handler has returned
 };
 
-// A synchronous send that waits for its reply.
+// A call that waits for its reply: a synchronous send, or a subscription.
 struct AwaitedReply {
     Waiter& waiter;
     std::string process;  // which was asked

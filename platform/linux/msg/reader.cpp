@@ -144,9 +144,12 @@ bool Reader::Wait(Lock& lock, Waiter& me, Rank rank, std::optional<Clock::time_p
     return done();
 }
 
-// Dispatches all that has come. False when there was no memory for it: the connection is still good, and what it holds
-// can be read later.
+// Dispatches what has come, a batch at most. False when there was no memory for it: the connection is still good, and
+// what it holds can be read later.
 bool Reader::Dispatch() {
+    if (bus_ == nullptr || lost_) {
+        return true;
+    }
     int result = 1;
     for (int count = 0; result > 0 && count < kBatch; ++count) {
         result = sd_bus_process(bus_, nullptr);
@@ -163,17 +166,20 @@ bool Reader::Dispatch() {
     return !starved;
 }
 
-// Whether there is something to dispatch. Returns at once when it has been read already.
+// Whether there is something to dispatch. Does not wait when it has been read already, or when the connection is
+// closed, which dispatching finds out.
 bool Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_point> deadline) {
     const int events = sd_bus_get_events(bus_);
     PollTimeout timeout = Until(deadline);
+    bool ready = events < 0;
     uint64_t due = UINT64_MAX;  // microseconds, CLOCK_MONOTONIC; 0 when a message has been read already
     if (sd_bus_get_timeout(bus_, &due) >= 0 && due != UINT64_MAX) {
         const std::chrono::nanoseconds left = std::chrono::microseconds(due) - Clock::now().time_since_epoch();
-        if (left <= std::chrono::nanoseconds::zero()) {
-            return true;
-        }
+        ready = ready || left <= std::chrono::nanoseconds::zero();
         timeout = timeout ? std::min(*timeout, left) : left;
+    }
+    if (ready) {
+        timeout = std::chrono::nanoseconds::zero();  // others get the lock all the same
     }
     std::array<pollfd, 2> fds{
         {{me.Fd(), POLLIN, 0}, {sd_bus_get_fd(bus_), static_cast<short>(events < 0 ? POLLIN : events), 0}}};
@@ -183,7 +189,7 @@ bool Reader::PollAsLeader(Lock& lock, Waiter& me, std::optional<Clock::time_poin
         me.Drain();
     }
     lock.lock();
-    return fds[1].revents != 0;
+    return ready || fds[1].revents != 0;
 }
 
 void Reader::StepDown() {

@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "bus_test.h"
 #include "support/raw_connection.h"
+#include "thread_starter.h"
 
 using namespace support;
 
@@ -88,6 +90,12 @@ private:
 
     std::vector<std::string> notes_;
 };
+
+int RefuseFirst(sd_bus_message* message, void* questions, sd_bus_error* error) {
+    return ++*static_cast<std::atomic<int>*>(questions) == 1
+               ? sd_bus_error_set_const(error, SD_BUS_ERROR_NO_MEMORY, "out of memory")
+               : sd_bus_reply_method_return(message, nullptr);
+}
 
 class OsMsgSubscriberTest : public BusTest {
 protected:
@@ -181,6 +189,36 @@ TEST_F(OsMsgSubscriberTest, ASubscriptionSucceedsAlthoughTheProcessDoesNotAnswer
     Settle();
     EXPECT_EQ(Subscribe("mute", "task", 8), OS_MSG_OK);
     EXPECT_EQ(mute.Count("call Subscribe"), 1U);
+}
+
+TEST_F(OsMsgSubscriberTest, ASubscriptionThatIsRefusedFailsAndIsAskedForAgain) {
+    std::atomic<bool> over{false};
+    std::atomic<bool> there{false};
+    std::atomic<int> questions{0};
+    support::StartThread([&] {
+        const RawConnection publisher;
+        const sd_bus_vtable table[] = {SD_BUS_VTABLE_START(0),
+                                       SD_BUS_METHOD("Subscribe", "", "", RefuseFirst, SD_BUS_VTABLE_UNPRIVILEGED),
+                                       SD_BUS_VTABLE_END};
+        EXPECT_GE(
+            sd_bus_add_object_vtable(publisher.Get(), nullptr, kPublisherPath, kPublisherInterface, table, &questions),
+            0);
+        publisher.Take("com.kivo.proc.refuser");
+        there = true;
+        while (!over) {
+            while (sd_bus_process(publisher.Get(), nullptr) > 0) {
+            }
+            sd_bus_wait(publisher.Get(), 1000);
+        }
+        there = false;
+    });
+    ASSERT_TRUE(WaitFor([&] { return there.load(); }));
+    Settle();
+    EXPECT_EQ(Subscribe("refuser", "task", 8), OS_MSG_ERR_NO_MEMORY);
+    EXPECT_EQ(Subscribe("refuser", "task", 8), OS_MSG_OK);
+    EXPECT_EQ(questions, 2);
+    over = true;
+    EXPECT_TRUE(WaitFor([&] { return !there; }));
 }
 
 TEST_F(OsMsgSubscriberTest, ASecondSubscriptionToTheSameTaskAsksNoSecondTime) {
