@@ -21,8 +21,8 @@ int g_taken = 0;
 
 }  // namespace
 
-extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);   // NOLINT: the linker makes the names
-extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {  // NOLINT
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* mutex);  // NOLINT: the linker makes the names
+extern "C" [[gnu::visibility("default")]] int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {  // NOLINT
     const auto* begin = reinterpret_cast<const char*>(g_watched);
     const auto* at = reinterpret_cast<const char*>(mutex);
     if (g_watched != nullptr && at >= begin && at < begin + sizeof(Inbox)) {
