@@ -90,7 +90,7 @@ TEST_F(CollectProgram, OnATerminalOneLineShowsWhatIsCopied) {
     const std::string command = std::string("exec ") + PROGRAM_CTL + " collect logs other --output p.tar.zst";
     const support::Outcome shown = support::Run({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
     EXPECT_EQ(shown.exitCode, 0);
-    const std::string drawn = "\x1b[?7l[1/2] " + work_ / "logs" + ": 0 files, 0 B, ";
+    const std::string drawn = "\x1b[?7l[1/2] " + work_ / "logs" + ": ";  // the count depends on who is faster
     EXPECT_TRUE(shown.output.starts_with(drawn)) << shown.output;
     EXPECT_TRUE(Holds(shown.output, " s left\r\n\x1b[?7h")) << shown.output;
     EXPECT_TRUE(Holds(shown.output, "\x1b[1A\r\x1b[JENTRY ")) << shown.output;
