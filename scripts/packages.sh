@@ -16,8 +16,8 @@ BUILD_PACKAGES=(
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
-# What the tests need beside these.
-TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools)
+# What the tests need beside these; systemd for busctl.
+TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.
