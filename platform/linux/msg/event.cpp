@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "common/msg_rules.h"
-#include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
@@ -16,14 +15,135 @@ namespace {
 // How long a process may take to note a subscriber; the question lasts longer.
 constexpr std::chrono::seconds kAskTimeout{2};
 
-void Deliver(Process& process, sd_bus_message* signal) {
+// How long the daemon may take to note that events are to be passed on.
+constexpr std::chrono::seconds kMatchTimeout{25};
+
+using SourceKey = std::pair<std::string, std::string>;
+using Subscriber = std::pair<uint32_t, std::shared_ptr<Task>>;
+
+uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std::shared_ptr<Task>& receiver) {
+    auto& watchers = process.restartWatchers[proc];
+    if (std::find(watchers.begin(), watchers.end(), receiver) == watchers.end()) {
+        watchers.push_back(receiver);
+    }
+    return OS_MSG_OK;
+}
+
+// The call that asks a process for its events; null when there is no memory.
+MessagePtr MakeSubscribe(Process& process, const std::string& proc) {
+    sd_bus_message* raw = nullptr;
+    if (sd_bus_message_new_method_call(process.bus.get(), &raw, BusNameOf(proc).c_str(), kPublisherPath,
+                                       kPublisherInterface, "Subscribe") < 0) {
+        return nullptr;
+    }
+    MessagePtr call(raw);
+    return sd_bus_message_set_auto_start(raw, 0) >= 0 ? std::move(call) : nullptr;
+}
+
+// Asks the daemon to pass on the events of a task.
+uint32_t AskDaemon(Process& process, const SourceKey& key, AwaitedReply& answer) {
+    const std::string rule = "type='signal',sender='" + BusNameOf(key.first) + "',path='" + PathOf(key.second) +
+                             "',interface='" + kInterface + "',member='Event'";
+    return answer.Send(MakeQuestion(process.bus.get(), "AddMatch", rule.c_str()));
+}
+
+uint32_t AwaitMatch(Process& process, Reader::Lock& lock, const SourceKey& key, AwaitedReply& answer) {
+    const uint32_t result = answer.Wait(lock, Reader::Clock::now() + kMatchTimeout);
+    const auto source = process.events.find(key);
+    if (result == OS_MSG_OK && source != process.events.end()) {
+        source->second.matched = true;
+        process.reader.HurryUp();
+    }
+    return result;
+}
+
+// Waits until the process counts this one among its subscribers. One that is not there is asked when it appears; one
+// that hangs finds the question when it goes on; and one that does not know the question sends its events to everybody.
+uint32_t AwaitCount(Process& process, Reader::Lock& lock, const SourceKey& key, AwaitedReply& answer) {
+    const uint32_t result = answer.Wait(lock, Reader::Clock::now() + kAskTimeout);
+    if (result == OS_MSG_ERR_NO_MEMORY || result == OS_MSG_ERR_DENIED) {
+        return result;
+    }
+    const auto source = process.events.find(key);
+    if (source != process.events.end()) {
+        source->second.asked = true;
+    }
+    return process.CheckUsable();
+}
+
+// The questions to the daemon and to the process are on their way at the same time, in this order.
+uint32_t AskForEvents(Process& process, Reader::Lock& lock, const SourceKey& key, const EventSource& source) {
+    AwaitedReply match(process, "");
+    AwaitedReply count(process, key.first);
+    const bool askDaemon = !source.matched;
+    const bool askProcess = !source.asked && !process.peers.OwnerOf(key.first).empty();
+    uint32_t result = OS_MSG_OK;
+    if (askDaemon) {
+        result = AskDaemon(process, key, match);
+    }
+    if (result == OS_MSG_OK && askProcess) {
+        result = count.Send(MakeSubscribe(process, key.first));
+    }
+    if (result == OS_MSG_OK && askDaemon) {
+        result = AwaitMatch(process, lock, key, match);
+    }
+    return result == OS_MSG_OK && askProcess ? AwaitCount(process, lock, key, count) : result;
+}
+
+// Another thread may subscribe to the same source, or leave the bus, while this one waits: sources are looked up anew.
+void Unsubscribe(Process& process, const SourceKey& key, const Subscriber& subscriber) {
+    const auto source = process.events.find(key);
+    if (source == process.events.end()) {
+        return;
+    }
+    std::erase(source->second.subscribers, subscriber);
+    if (source->second.subscribers.empty() && !source->second.matched) {
+        process.events.erase(source);
+    }
+}
+
+uint32_t SubscribeToSource(Process& process, Reader::Lock& lock, const SourceKey& key, const Subscriber& subscriber) {
+    EventSource& source = process.events[key];
+    const bool isNew =
+        std::find(source.subscribers.begin(), source.subscribers.end(), subscriber) == source.subscribers.end();
+    if (isNew) {
+        source.subscribers.push_back(subscriber);
+    }
+    const uint32_t result = AskForEvents(process, lock, key, source);
+    if (result != OS_MSG_OK && isNew) {
+        Unsubscribe(process, key, subscriber);
+    }
+    return result;
+}
+
+uint32_t Subscribe(Process& process, Reader::Lock& lock, const OsMsgSubscription& subscription) {
+    const std::string proc = ReadName(subscription.srcProcName, sizeof subscription.srcProcName);
+    const std::string task = ReadName(subscription.srcTaskName, sizeof subscription.srcTaskName);
+    const std::shared_ptr<Task> receiver =
+        process.FindTask(ReadName(subscription.dstTaskName, sizeof subscription.dstTaskName));
+    if (proc.empty() || subscription.reserved != 0) {
+        return OS_MSG_ERR_PARAM;
+    }
+    if (!receiver) {
+        return OS_MSG_ERR_NO_TASK;
+    }
+    if (subscription.eventId == OS_MSG_EVENT_PROC_RESTART) {
+        return SubscribeToRestart(process, proc, receiver);
+    }
+    if (task.empty()) {
+        return OS_MSG_ERR_PARAM;
+    }
+    return SubscribeToSource(process, lock, {proc, task}, {subscription.eventId, receiver});
+}
+
+}  // namespace
+
+void kivo::msg::DeliverEvent(Process& process, sd_bus_message* signal) {
     uint32_t id = 0;
     const void* data = nullptr;
     size_t size = 0;
-    if (sd_bus_message_read(signal, "u", &id) < 0) {
-        return;
-    }
-    if (sd_bus_message_read_array(signal, SD_BUS_TYPE_BYTE, &data, &size) < 0 || size > OS_MSG_MAX_PAYLOAD) {
+    if (sd_bus_message_read(signal, "u", &id) < 0 ||
+        sd_bus_message_read_array(signal, SD_BUS_TYPE_BYTE, &data, &size) < 0 || size > OS_MSG_MAX_PAYLOAD) {
         return;
     }
     const char* connection = sd_bus_message_get_sender(signal);
@@ -52,108 +172,6 @@ void Deliver(Process& process, sd_bus_message* signal) {
         receiver->Deliver(std::move(message), connection);
     }
 }
-
-int OnEvent(sd_bus_message* signal, void* userdata, sd_bus_error* /*error*/) {
-    auto& process = TheProcess();
-    // Several matches may pass the same signal; only the one of its source delivers it.
-    const auto& key = *static_cast<const std::pair<std::string, std::string>*>(userdata);
-    const char* connection = sd_bus_message_get_sender(signal);
-    if (connection == nullptr || process.peers.ProcessOf(connection) != key.first) {
-        return 0;
-    }
-    try {
-        Deliver(process, signal);
-    } catch (const std::bad_alloc&) {
-        Log(kLogWarning, "no memory: an event of process %s is lost", key.first.c_str());
-    }
-    return 0;
-}
-
-uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std::shared_ptr<Task>& receiver) {
-    auto& watchers = process.restartWatchers[proc];
-    if (std::find(watchers.begin(), watchers.end(), receiver) == watchers.end()) {
-        watchers.push_back(receiver);
-    }
-    return OS_MSG_OK;
-}
-
-// The call that asks a process for its events; null when there is no memory.
-MessagePtr MakeSubscribe(Process& process, const std::string& proc) {
-    sd_bus_message* raw = nullptr;
-    if (sd_bus_message_new_method_call(process.bus.get(), &raw, BusNameOf(proc).c_str(), kPublisherPath,
-                                       kPublisherInterface, "Subscribe") < 0) {
-        return nullptr;
-    }
-    MessagePtr call(raw);
-    return sd_bus_message_set_auto_start(raw, 0) >= 0 ? std::move(call) : nullptr;
-}
-
-// Waits until the process counts this one among its subscribers. One that is not there is asked when it appears; one
-// that hangs finds the question when it goes on; and one that does not know the question sends its events to everybody.
-uint32_t AskForEvents(Process& process, Reader::Lock& lock, const std::string& proc, EventSource& source) {
-    if (source.asked || process.peers.OwnerOf(proc).empty()) {
-        return OS_MSG_OK;
-    }
-    AwaitedReply answer{Waiter::OfThisThread(), proc, {}};
-    MessagePtr call = MakeSubscribe(process, proc);
-    if (!answer.waiter.Valid() || !call) {
-        return OS_MSG_ERR_NO_MEMORY;
-    }
-    const uint32_t result = CallAndWait(process, lock, answer, std::move(call), Reader::Clock::now() + kAskTimeout);
-    OsMsgSynRespFree(answer.reply);
-    if (result == OS_MSG_ERR_NO_MEMORY || result == OS_MSG_ERR_DENIED) {
-        return result;
-    }
-    source.asked = true;
-    return process.CheckUsable();
-}
-
-uint32_t SubscribeToSource(Process& process, Reader::Lock& lock, const std::string& proc, const std::string& task,
-                           uint32_t eventId, const std::shared_ptr<Task>& receiver) {
-    const auto entry = process.events.try_emplace({proc, task}).first;
-    EventSource& source = entry->second;
-    if (!source.match) {
-        sd_bus_slot* slot = nullptr;
-        const int matched =
-            sd_bus_match_signal(process.bus.get(), &slot, BusNameOf(proc).c_str(), PathOf(task).c_str(), kInterface,
-                                "Event", OnEvent, const_cast<std::pair<std::string, std::string>*>(&entry->first));
-        if (matched < 0) {
-            process.events.erase(entry);
-            return ResultOf(matched);
-        }
-        source.match.reset(slot);
-        process.reader.HurryUp();
-        process.reader.Kick();  // waiting for the daemon's answer may have read other messages
-    }
-    const std::pair subscriber{eventId, receiver};
-    auto& all = source.subscribers;
-    if (std::find(all.begin(), all.end(), subscriber) == all.end()) {
-        all.push_back(subscriber);
-    }
-    return AskForEvents(process, lock, proc, source);
-}
-
-uint32_t Subscribe(Process& process, Reader::Lock& lock, const OsMsgSubscription& subscription) {
-    const std::string proc = ReadName(subscription.srcProcName, sizeof subscription.srcProcName);
-    const std::string task = ReadName(subscription.srcTaskName, sizeof subscription.srcTaskName);
-    const std::shared_ptr<Task> receiver =
-        process.FindTask(ReadName(subscription.dstTaskName, sizeof subscription.dstTaskName));
-    if (proc.empty() || subscription.reserved != 0) {
-        return OS_MSG_ERR_PARAM;
-    }
-    if (!receiver) {
-        return OS_MSG_ERR_NO_TASK;
-    }
-    if (subscription.eventId == OS_MSG_EVENT_PROC_RESTART) {
-        return SubscribeToRestart(process, proc, receiver);
-    }
-    if (task.empty()) {
-        return OS_MSG_ERR_PARAM;
-    }
-    return SubscribeToSource(process, lock, proc, task, subscription.eventId, receiver);
-}
-
-}  // namespace
 
 void kivo::msg::SubscribeAgain(Process& process, const std::string& procName) {
     bool wanted = false;

@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "msg/daemon.h"
 #include "msg/handles.h"
 
 namespace kivo::msg {
@@ -19,16 +20,13 @@ namespace kivo::msg {
 // The connection that sent a message; empty when the message does not say.
 std::string ConnectionOf(sd_bus_message* message);
 
-// Whether the bus daemon itself sent the message. To be asked of everything that only the daemon may say: any
-// connection may send a signal or a reply straight to this one, and sd-bus compares its sender with that of a match
-// only if both are unique or both well-known names. Nobody can take the daemon's own name.
-bool IsFromDaemon(sd_bus_message* message);
-
 // Follows which connection owns which process name (NameOwnerChanged), and asks the bus once per sender for its user
-// id. Used under the process's lock.
+// id. The process's own name is followed, too, but its own start is not reported. Used under the process's lock.
 class Peers {
 public:
     struct Callbacks {
+        // Who is there now is known, or a negative errno says why that cannot be; then it may come more than once.
+        std::function<void(int result)> started;
         // A process appeared under a name.
         std::function<void(const std::string& procName)> appeared;
         // A connection has ended.
@@ -37,11 +35,11 @@ public:
         std::function<void(const std::string& connection, std::optional<uint32_t> uid)> identified;
     };
 
-    // Subscribes to changes, then takes in who is there now. A negative errno on failure.
-    int Start(sd_bus* bus, Callbacks callbacks);
+    explicit Peers(Daemon& daemon) : daemon_(daemon) {}
 
-    // Takes in the process's own name, so that its own start is not reported as a process that appeared.
-    void NoteOwn(const std::string& procName, const std::string& connection);
+    // Asks for changes, then for who is there now, and calls `started` when the answers have come. The connection may
+    // still be in the making. A negative errno on failure. Throws std::bad_alloc.
+    int Start(sd_bus* bus, Callbacks callbacks);
 
     // Forgets everything; before the bus is closed.
     void Clear();
@@ -53,8 +51,8 @@ public:
     // as a call of `identified`. Throws std::bad_alloc.
     std::optional<uint32_t> UidOf(const std::string& connection);
 
-    // To be shown every message that comes in. Whether it claims to answer such a question; nobody else should see it.
-    bool TakeAnswer(sd_bus_message* message);
+    // To be shown every message that comes in. Whether it claims to be the daemon's news of a name.
+    bool TakeChange(sd_bus_message* message);
 
     // Whether a sender, identified or about to be, is still there.
     bool Follows(const std::string& connection) const { return uids_.contains(connection); }
@@ -66,22 +64,23 @@ public:
     std::string_view OwnerOf(const std::string& procName) const;
 
 private:
-    static int OnProcessChanged(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int OnConnectionEnded(sd_bus_message* message, void* self, sd_bus_error* error);
-    int Match(const std::string& rule, sd_bus_message_handler_t handler, SlotPtr& slot);
-    int Load();
+    int AskForChanges(const std::string& rule);
+    int AskForOwners(sd_bus_message* names);
+    void TakeNames(sd_bus_message* answer);
+    void TakeOwner(const std::string& procName, sd_bus_message* answer);
+    void TakeUid(const std::string& connection, sd_bus_message* answer);
+    void Load();
     void SetOwner(const std::string& procName, const std::string& connection);
+    bool IsOwn(const std::string& connection) const;
 
+    Daemon& daemon_;
     sd_bus* bus_ = nullptr;
     Callbacks callbacks_;
-    SlotPtr processChanges_;
-    SlotPtr connectionEnds_;
     bool behind_ = false;                                                  // a change could not be noted
     std::map<std::string, std::string> owners_;                            // process name -> connection
     std::unordered_map<std::string, std::vector<std::string>> processes_;  // connection -> its names, oldest first
     // Of the senders, by connection; none while the daemon is asked.
     std::unordered_map<std::string, std::optional<uint32_t>> uids_;
-    std::unordered_map<uint64_t, std::string> asked_;  // connections whose user id is asked for, by the call's cookie
 };
 
 }  // namespace kivo::msg

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <optional>
 #include <system_error>
 
 #include "common/msg_rules.h"
@@ -85,8 +87,9 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.events.clear();
     process.restartWatchers.clear();
     process.subscribers.Clear();
+    process.daemon.Clear();
     process.peers.Clear();
-    process.replyFilter.reset();
+    process.dispatch.reset();
     for (const auto& [name, task] : process.tasks) {
         task->Retract();
     }
@@ -99,16 +102,8 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     process.changed.notify_all();
 }
 
-// Joins the bus. The queues of all tasks are in place before the name is taken; their threads are not started yet.
-uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
-    int result = OpenBus(process.bus);
-    if (result < 0) {
-        return CannotJoin(result);
-    }
-    result = StartReplies(process);
-    if (result < 0) {
-        return ResultOf(result);
-    }
+// What is done when a process appears, a connection ends, or its user is known.
+Peers::Callbacks PeerCallbacks(Process& process, std::function<void(int)> started) {
     const auto appeared = [&process](const std::string& procName) {
         SubscribeAgain(process, procName);
         const auto watchers = process.restartWatchers.find(procName);
@@ -132,7 +127,102 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             task->Identify(connection, uid);
         }
     };
-    result = process.peers.Start(process.bus.get(), {appeared, left, identified});
+    return {std::move(started), appeared, left, identified};
+}
+
+// A process joins the bus with as few round trips as can be. The connection is made while the first questions wait in
+// it; when the names on the bus are known, their owners and the process's own name are asked for together. The daemon
+// answers in this order, so all others are known when the first message to the name can come.
+class Joining {
+public:
+    Joining(Process& process, const std::string& name) : process_(process), name_(name) {}
+
+    // A negative errno on failure. Throws std::bad_alloc.
+    int Begin() {
+        int result = OpenBus(process_.bus);
+        if (result >= 0) {
+            result = StartDispatch(process_);
+        }
+        if (result >= 0) {
+            result = process_.peers.Start(process_.bus.get(),
+                                          PeerCallbacks(process_, [this](int started) { OnPeers(started); }));
+        }
+        return result;
+    }
+
+    // Reads until the bus has given the name, or says why it does not. A negative errno on failure.
+    int End() {
+        const auto deadline = Reader::Clock::now() + kJoinLimit;
+        while (!result_) {
+            const int worked = sd_bus_process(process_.bus.get(), nullptr);
+            if (worked < 0) {
+                return worked;
+            }
+            const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Reader::Clock::now()).count();
+            if (left <= 0) {
+                return -ETIMEDOUT;
+            }
+            if (worked == 0) {
+                (void)sd_bus_wait(process_.bus.get(), static_cast<uint64_t>(left));
+            }
+        }
+        return *result_;
+    }
+
+private:
+    static constexpr std::chrono::seconds kJoinLimit{25};
+
+    void OnPeers(int started) {
+        try {
+            const int result = started >= 0 ? AskForName() : started;
+            if (result < 0) {
+                Fail(result);
+            }
+        } catch (const std::bad_alloc&) {
+            Fail(-ENOMEM);
+        }
+    }
+
+    int AskForName() {
+        sd_bus* bus = process_.bus.get();
+        const MessagePtr question = MakeQuestion(bus, "RequestName", BusNameOf(name_).c_str());
+        if (!question || sd_bus_message_append(question.get(), "u", kDoNotQueue) < 0) {
+            return -ENOMEM;
+        }
+        return process_.daemon.Ask(bus, question, [this](sd_bus_message* answer) { OnName(answer); });
+    }
+
+    void OnName(sd_bus_message* answer) {
+        uint32_t given = 0;
+        if (sd_bus_message_is_method_error(answer, nullptr) > 0) {
+            Fail(-sd_bus_message_get_errno(answer));
+        } else if (sd_bus_message_read_basic(answer, SD_BUS_TYPE_UINT32, &given) <= 0 || given != kIsOwner) {
+            Fail(-EEXIST);
+        } else if (!result_) {
+            result_ = 0;
+        }
+    }
+
+    // The first failure is the cause of those after it.
+    void Fail(int result) {
+        if (!result_) {
+            result_ = result;
+        }
+    }
+
+    // As the D-Bus specification has them for RequestName.
+    static constexpr uint32_t kDoNotQueue = 4;
+    static constexpr uint32_t kIsOwner = 1;
+
+    Process& process_;
+    const std::string& name_;
+    std::optional<int> result_;
+};
+
+// Joins the bus. The queues of all tasks are in place before the name is taken; their threads are not started yet.
+uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor* tasks, uint32_t count) {
+    Joining joining(process, name);
+    int result = joining.Begin();
     if (result < 0) {
         return CannotJoin(result);
     }
@@ -147,7 +237,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
             return added;
         }
     }
-    result = sd_bus_request_name(process.bus.get(), BusNameOf(name).c_str(), 0);
+    result = joining.End();
     if (result == -EEXIST) {
         return OS_MSG_ERR_NAME_TAKEN;
     }
@@ -155,10 +245,6 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         return CannotJoin(result);
     }
     process.name = name;
-    const char* connection = nullptr;
-    if (sd_bus_get_unique_name(process.bus.get(), &connection) >= 0) {
-        process.peers.NoteOwn(name, connection);
-    }
     return process.reader.Start(process.bus.get(), process.lock) ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
 }
 

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "kivo/os_msg.h"
+#include "msg/awaited_reply.h"
+#include "msg/daemon.h"
 #include "msg/handles.h"
 #include "msg/peers.h"
 #include "msg/reader.h"
@@ -26,20 +28,10 @@ struct OwedReply {
     bool deferred = false;  // kept after its handler has returned
 };
 
-// A call that waits for its reply: a synchronous send, or a subscription.
-struct AwaitedReply {
-    Waiter& waiter;
-    std::string process;  // which was asked
-    std::string owner;    // the connection that had this process's name when it was asked; empty when none was known
-    bool done = false;
-    uint32_t result = OS_MSG_OK;
-    TagMsgBlock* reply = nullptr;
-};
-
 // Events of one task of another process.
 struct EventSource {
-    SlotPtr match;
-    bool asked = false;  // the process knows that this one wants its events
+    bool matched = false;  // the daemon passes them on
+    bool asked = false;    // the process knows that this one wants its events
     std::vector<std::pair<uint32_t, std::shared_ptr<Task>>> subscribers;  // event id, receiver
 };
 
@@ -62,8 +54,9 @@ struct Process {
     std::string name;
     BusPtr bus;
     Reader reader;
-    Peers peers;
-    SlotPtr replyFilter;
+    Daemon daemon;
+    Peers peers{daemon};
+    SlotPtr dispatch;
     std::unordered_map<uint64_t, AwaitedReply*> awaited;  // by the cookie of the call
     std::map<std::string, std::shared_ptr<Task>> tasks;
     std::unordered_map<uint64_t, OwedReply> owed;  // by the token in the envelope
@@ -85,12 +78,11 @@ struct Process {
     void KickIfUnsent();
 };
 
-// Lets awaited replies be found; before the first send. A negative errno on failure.
-int StartReplies(Process& process);
+// From now on every message that comes in is first seen here. A negative errno on failure.
+int StartDispatch(Process& process);
 
-// Sends a call to reply.process and waits for the answer, with the lock released meanwhile.
-uint32_t CallAndWait(Process& process, Reader::Lock& lock, AwaitedReply& reply, MessagePtr call,
-                     Reader::Clock::time_point deadline);
+// Gives an event to the tasks that subscribed to it. Throws std::bad_alloc.
+void DeliverEvent(Process& process, sd_bus_message* signal);
 
 // Asks a process that has just appeared for its events, if a task has subscribed to some.
 void SubscribeAgain(Process& process, const std::string& procName);

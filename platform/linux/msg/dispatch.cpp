@@ -1,0 +1,42 @@
+// Sees every message before sd-bus does, which would believe more than is right.
+#include <new>
+
+#include "msg/log.h"
+#include "msg/names.h"
+#include "msg/process.h"
+
+namespace kivo::msg {
+
+namespace {
+
+void TakeEvent(Process& process, sd_bus_message* signal) {
+    try {
+        DeliverEvent(process, signal);
+    } catch (const std::bad_alloc&) {
+        Log(kLogWarning, "no memory: an event is lost");
+    }
+}
+
+int OnMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
+    auto& process = *static_cast<Process*>(userdata);
+    process.peers.CatchUp();
+    if (process.daemon.TakeAnswer(message) || process.peers.TakeChange(message)) {
+        return 1;
+    }
+    if (sd_bus_message_is_signal(message, kInterface, "Event") > 0) {
+        TakeEvent(process, message);
+        return 1;
+    }
+    return AwaitedReply::Take(process, message) ? 1 : 0;
+}
+
+}  // namespace
+
+int StartDispatch(Process& process) {
+    sd_bus_slot* slot = nullptr;
+    const int added = sd_bus_add_filter(process.bus.get(), &slot, OnMessage, &process);
+    process.dispatch.reset(slot);
+    return added;
+}
+
+}  // namespace kivo::msg
