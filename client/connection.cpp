@@ -84,6 +84,11 @@ OsTaskDescriptor TaskOf(std::string_view name, OsTaskHandler handler, OsTaskEntr
     return task;
 }
 
+std::optional<Error> CreateTask(const OsTaskDescriptor& task) {
+    const std::uint32_t created = OsTaskCreate(&task);
+    return created != OS_MSG_OK ? std::optional(SendError(created)) : std::nullopt;
+}
+
 void SetPayload(TagMsgBlock& msg, std::string& payload) {
     msg.dataLen = static_cast<std::uint32_t>(payload.size());
     msg.data = reinterpret_cast<unsigned char*>(payload.data());
@@ -145,14 +150,19 @@ std::optional<Error> Connection::Join(std::string_view processName) {
     }
     joined_ = true;
     g_connection = this;
-    const OsTaskDescriptor tasks[] = {TaskOf(kMailTask, HandleMail, RunMail),
-                                      TaskOf(kEventTask, HandleEvent, RunEvents)};
-    for (const OsTaskDescriptor& task : tasks) {
-        if (const std::uint32_t created = OsTaskCreate(&task); created != OS_MSG_OK) {
-            return SendError(created);
+    if (auto error = CreateTask(TaskOf(kMailTask, HandleMail, RunMail))) {
+        return error;
+    }
+    if (HasListeners()) {
+        if (auto error = CreateTask(TaskOf(kEventTask, HandleEvent, RunEvents))) {
+            return error;
         }
     }
     return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
+}
+
+bool Connection::HasListeners() const {
+    return events_.onRun || events_.onBusy || events_.onBusLost;
 }
 
 // The tasks accept messages from the server only.
@@ -317,8 +327,8 @@ std::optional<Error> Connection::OpenLane(std::size_t lane) {
 }
 
 Result<bool> Connection::CheckPresence(const Limit& limit) {
-    // A state request without a name is answered and does nothing.
-    const auto reply = Ask(OM_INSPECT_MSG_STATE, "", Limit(std::min(limit.Left(), kPresenceLimit), limit.Cancel()));
+    // A state request without a name is answered and does nothing. It is so short that nobody need cancel it.
+    const auto reply = Send(EnvelopeOf(OM_INSPECT_MSG_STATE, 0), "", std::min(limit.Left(), kPresenceLimit));
     if (reply) {
         return true;
     }
@@ -326,7 +336,6 @@ Result<bool> Connection::CheckPresence(const Limit& limit) {
         case ErrorCode::kServerAbsent:
         case ErrorCode::kBusUnreachable:
         case ErrorCode::kDenied:
-        case ErrorCode::kCancelled:
             return reply.Failure();
         default:
             return false;
@@ -337,7 +346,10 @@ std::uint64_t Connection::LostEvents() {
     return OsMsgDroppedCount(kEventTask);
 }
 
-std::optional<Error> Connection::SubscribeEvents() {
+std::optional<Error> Connection::SubscribeEvents() const {
+    if (!HasListeners()) {
+        return std::nullopt;
+    }
     return Subscribe(kEventTask, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
 }
 

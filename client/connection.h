@@ -46,12 +46,12 @@ public:
     Result<std::string> Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
                                     std::chrono::milliseconds grace = {});
 
-    // True: the server is there and answers; false: it is there, but too busy to answer. Cancelled, ServerAbsent,
-    // BusUnreachable, Denied.
-    Result<bool> CheckPresence(const Limit& limit);
+    // True: the server is there and answers; false: it is there, but too busy to answer, for half a second at most.
+    // ServerAbsent, BusUnreachable, Denied.
+    static Result<bool> CheckPresence(const Limit& limit);
 
-    // Begins to receive the server's events.
-    static std::optional<Error> SubscribeEvents();
+    // Begins to receive the server's events, if there is a function to be called.
+    std::optional<Error> SubscribeEvents() const;
 
     static std::uint64_t LostEvents();
 
@@ -66,6 +66,7 @@ private:
     static std::optional<Error> Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds);
     void TakeMail(const TagMsgBlock& msg);
     std::optional<Error> OpenLane(std::size_t lane);
+    [[nodiscard]] bool HasListeners() const;
     void TellEvent(const TagMsgBlock& msg) const;
 
     const Events events_;
