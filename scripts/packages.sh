@@ -18,6 +18,8 @@ BUILD_PACKAGES=(
 RUN_PACKAGES=(dbus-daemon)
 # What the tests need beside these; systemd for busctl.
 TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd)
+# To make packages of Debian.
+PACKAGE_PACKAGES=(dpkg-dev file)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.

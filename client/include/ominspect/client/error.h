@@ -5,6 +5,8 @@
 #include <utility>
 #include <variant>
 
+#pragma GCC visibility push(default)
+
 namespace ominspect::client {
 
 enum class ErrorCode {
@@ -56,3 +58,5 @@ private:
 };
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include "ominspect/client/session.h"
 
+#pragma GCC visibility push(default)
+
 namespace ominspect::client {
 
 struct GroupOptions {
@@ -30,3 +32,5 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
                               const Limit& limit);
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop

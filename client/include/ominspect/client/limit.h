@@ -5,6 +5,8 @@
 #include <stop_token>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 namespace ominspect::client {
 
 // A time limit, with an optional token by which another thread can end the call early. A call that does not wait at all
@@ -37,3 +39,5 @@ private:
 };
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "ominspect/client/session.h"
 
+#pragma GCC visibility push(default)
+
 namespace ominspect::client {
 
 struct RunOptions {
@@ -33,3 +35,5 @@ struct RunOutcome {
 Result<RunOutcome> RunItem(Session& session, const Request& request, const RunOptions& options, const Limit& limit);
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop

@@ -15,6 +15,12 @@
 #include "ominspect/client/types.h"
 
 namespace ominspect::client {
+class Connection;  // the library's own: not visible outside
+}
+
+#pragma GCC visibility push(default)
+
+namespace ominspect::client {
 
 // Functions that a session calls when something happens; each may be empty. They are called one after the other on a
 // thread of the session's, and must neither destroy the session nor throw. While one runs, later events wait in a
@@ -24,8 +30,6 @@ struct Events {
     std::function<void(bool busy)> onBusy;         // event 9: the server became busy, or idle
     std::function<void()> onBusLost;               // the bus went away; no event and no reply will come any more
 };
-
-class Connection;
 
 // A request that the server handles in the background. Destroying it does not stop the item. It must not outlive its
 // session and is used by one thread at a time.
@@ -148,3 +152,5 @@ private:
 };
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop

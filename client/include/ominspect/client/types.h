@@ -10,6 +10,8 @@
 
 #include "ominspect/client/error.h"
 
+#pragma GCC visibility push(default)
+
 namespace ominspect::client {
 
 // A request for one item. `cmd` is its argument; "stop" stops the item and "done" resets it to "idle".
@@ -115,3 +117,5 @@ std::optional<Error> CheckItemName(std::string_view item);
 std::optional<Error> CheckRequest(const Request& request);
 
 }  // namespace ominspect::client
+
+#pragma GCC visibility pop
