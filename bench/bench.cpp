@@ -11,6 +11,16 @@
 
 namespace bench {
 
+namespace {
+
+double Time(const Row& row) {
+    const auto begin = std::chrono::steady_clock::now();
+    Check(row.step(), row.name);
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
 int RunMain(int (*body)(int argc, char** argv), int argc, char** argv) noexcept {
     try {
         return body(argc, argv);
@@ -71,6 +81,23 @@ Figures Evaluate(std::vector<double> micros) {
     Check(!micros.empty(), "measuring");
     std::sort(micros.begin(), micros.end());
     return {micros[micros.size() / 2], micros[micros.size() * 99 / 100], micros.back()};
+}
+
+void MeasureRows(std::vector<Row> rows, size_t rounds) {
+    for (size_t i = 0; i < rounds; ++i) {
+        for (Row& row : rows) {
+            row.micros.push_back(Time(row));
+        }
+    }
+    std::printf("%-44s%10s%10s%10s%10s\n", (std::to_string(rounds) + " rounds, microseconds").c_str(), "median", "p99",
+                "ratio", "p99 ratio");
+    for (size_t i = 0; i < rows.size(); i += 2) {
+        const Figures measured = Evaluate(rows[i].micros);
+        const Figures bare = Evaluate(rows[i + 1].micros);
+        std::printf("%-44s%10.1f%10.1f%10.2f%10.2f\n", rows[i].name, measured.median, measured.p99,
+                    measured.median / bare.median, measured.p99 / bare.p99);
+        std::printf("  %-42s%10.1f%10.1f\n", rows[i + 1].name, bare.median, bare.p99);
+    }
 }
 
 }  // namespace bench

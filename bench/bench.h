@@ -4,6 +4,7 @@
 #include <systemd/sd-bus.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,5 +36,15 @@ struct Figures {
 };
 
 Figures Evaluate(std::vector<double> micros);
+
+// Something that is measured: whether it succeeded, and how long it took.
+struct Row {
+    const char* name;
+    std::function<bool()> step;
+    std::vector<double> micros;
+};
+
+// All rows in turn, `rounds` times. Prints each first row of a pair with its ratios to the second.
+void MeasureRows(std::vector<Row> rows, size_t rounds);
 
 }  // namespace bench
