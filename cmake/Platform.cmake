@@ -37,6 +37,6 @@ elseif(NOT INSPECT_PLATFORM STREQUAL "fake")
     message(FATAL_ERROR "INSPECT_PLATFORM: unknown value '${INSPECT_PLATFORM}'")
 endif()
 
-if(BUILD_TESTING OR INSPECT_PLATFORM STREQUAL "fake")
+if(BUILD_TESTING OR INSPECT_BENCH OR INSPECT_PLATFORM STREQUAL "fake")
     add_subdirectory(platform/fake)
 endif()

@@ -20,6 +20,8 @@ RUN_PACKAGES=(dbus-daemon)
 TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd)
 # To make packages of Debian.
 PACKAGE_PACKAGES=(dpkg-dev file)
+# What the benchmarks are built with, and what counts their instructions.
+BENCH_PACKAGES=(libbenchmark-dev valgrind)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.

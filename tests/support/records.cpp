@@ -39,7 +39,7 @@ Bytes BytesOfText(std::string_view text) {
 
 std::string Show(const Bytes& result) {
     if (result.size() != 192) {
-        return "<" + std::to_string(result.size()) + " bytes>";
+        return std::string("<") + std::to_string(result.size()) + " bytes>";
     }
     tagKivoOmInspectionResult record{};
     std::memcpy(&record, result.data(), sizeof(record));
