@@ -4,6 +4,7 @@
 GUARD_BASELINE=bench/baseline.txt
 GUARD_PERCENT=3 # above its baseline, a road fails the check
 GUARD_PROGRAM=road_run
+GUARD_OTHER_TOOLCHAIN=3 # the exit code of a check that has no baseline to compare with
 
 # What the counts depend on besides the code. $1: the build folder.
 guard_toolchain() {
@@ -68,7 +69,7 @@ The baseline of the instruction counts belongs to another toolchain:
 Its counts say nothing here. To compare, write a baseline of the code before your change on this machine
 (./scripts/bench --update-baseline), then check the changed code; if the project moves to this toolchain, commit it.
 END
-        return 1
+        return "$GUARD_OTHER_TOOLCHAIN"
     fi
     counts=$(guard_counts "$1")
     awk -v percent="$GUARD_PERCENT" -v file="$GUARD_BASELINE" '
