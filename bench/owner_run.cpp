@@ -1,6 +1,7 @@
 // How long a run takes that starts a command, beside the same work in a bare program.
 //
 //   owner   client -> ominspect -> ominspect-owner, which runs /bin/echo ok, and back (message 0)
+//   server  client -> ominspect -> a process that answers at once, and back; then the command as below
 //   bare    client -> a process that only forwards -> a process that only answers, and back; then posix_spawn(3) of the
 //           same command by the client, its output read to the end, and waitpid(2)
 //
@@ -54,6 +55,9 @@ bool RunCommand() {
 
 int MeasureAll(int argc, char** argv) {
     bench::BareRoad::Serve(argc, argv);
+    if (argc > 1 && std::strcmp(argv[1], "--owner") == 0) {
+        bench::ServeItems("bareowner", {"at_once"});
+    }
     const size_t rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 1000;
     Check(rounds >= 100, "rounds of at least 100");
 
@@ -67,16 +71,26 @@ int MeasureAll(int argc, char** argv) {
                        "<Item name=\"ok\" timeout=\"10\" isSync=\"true\"><Command>/bin/echo</Command><Arg>ok</Arg>"
                        "</Item></Owner>\n");
     const Child owner({OMINSPECT_OWNER_PROGRAM, config});
+    const Child bareOwner({argv[0], "--owner"});
     sd_bus* bus = bench::OpenBus();
-    const auto run = [bus] { return bench::StatusOfRun(bus, bench::ServerCall(bus, 0, bench::kRequest)) == "success"; };
-    Check(support::Eventually([&] { return road.IsReady(bus); }) && support::Eventually(run),
+    const auto succeeds = [bus](const char* request) {
+        return bench::StatusOfRun(bus, bench::ServerCall(bus, 0, request)) == "success";
+    };
+    const auto run = [&] { return succeeds(bench::kRequest); };
+    const auto atOnce = [&] { return succeeds(R"({"name":"at_once","cmd":"run"})"); };
+    Check(support::Eventually([&] { return road.IsReady(bus); }) && support::Eventually(run) &&
+              support::Eventually(atOnce),
           "waiting for all processes");
     sleep(11);  // the server has come to rest, and sends events to subscribers only
     const auto bare = [bus] {
         return bench::SizeOfAnswer(bus, bench::BareRoad::Forwarded(bus)) == bench::kRecordSize && RunCommand();
     };
-    bench::MeasureRows(
-        {{"run of a command by ominspect-owner", run, {}}, {"bare forwarded call and bare command", bare, {}}}, rounds);
+    const auto atOnceAndBare = [&] { return atOnce() && RunCommand(); };
+    bench::MeasureRows({{"run of a command by ominspect-owner", run, {}},
+                        {"bare forwarded call and bare command", bare, {}},
+                        {"run of a command by ominspect-owner", run, {}},
+                        {"run by a bare owner, and bare command", atOnceAndBare, {}}},
+                       rounds);
     sd_bus_flush_close_unref(bus);
     return 0;
 }

@@ -15,7 +15,6 @@ struct CommandSpec {
     std::chrono::milliseconds limit{0};
     // The outcome is told this long after the request at the earliest.
     std::chrono::milliseconds settle{0};
-    bool atOnce = false;  // starts without regard to the number of commands that run
 };
 
 // The beginning of what a command wrote, each stream at most kMaxOutput bytes; the rest was read and dropped.

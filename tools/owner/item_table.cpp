@@ -1,7 +1,6 @@
 // An asynchronous item is in `running_` from its start until its outcome is known.
 #include "item_table.h"
 
-#include <future>
 #include <utility>
 
 #include "mapping.h"
@@ -50,8 +49,7 @@ CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argumen
             .item = item.name,
             .argument = argument,
             .limit = item.limit,
-            .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle,
-            .atOnce = item.isSync};
+            .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle};
 }
 
 void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result) {
@@ -66,14 +64,12 @@ void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& re
 }
 
 void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
-    std::promise<tagKivoOmInspectionResult> promise;
-    const auto id = runner_.Start(SpecOf(item, argument),
-                                  [&](const CommandOutcome& outcome) { promise.set_value(ResultOf(item, outcome)); });
-    if (id == 0) {
+    const auto outcome = runner_.Run(SpecOf(item, argument));
+    if (!outcome) {
         SetResult(result, "fail", kEnding);
         return;
     }
-    result = promise.get_future().get();
+    result = ResultOf(item, *outcome);
 }
 
 void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {

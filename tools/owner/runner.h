@@ -1,18 +1,15 @@
-// Runs commands side by side: one supervisor thread starts, watches, ends and reaps them all.
+// Runs commands side by side: one supervisor thread starts, watches, ends and reaps them, or the caller itself does.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <functional>
-#include <list>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
 
-#include "child.h"
 #include "command.h"
 #include "common/fd.h"
+#include "jobs.h"
 
 namespace ominspect::owner {
 
@@ -20,13 +17,9 @@ namespace ominspect::owner {
 class CommandRunner {
 public:
     // Called once per command, on the supervisor thread; must not throw.
-    using Done = std::function<void(const CommandOutcome&)>;
-
-    struct Settings {
-        unsigned maxParallel = 16;                     // commands that run at the same time; the others wait in order
-        std::chrono::milliseconds termGrace{2000};     // between SIGTERM and SIGKILL to a group
-        std::chrono::milliseconds abandonGrace{5000};  // at shutdown, between SIGKILL and giving a process up
-    };
+    using Done = Jobs::Done;
+    using Settings = RunnerSettings;
+    using Id = Jobs::Id;
 
     // Throws std::system_error when there is no thread or descriptor left.
     explicit CommandRunner(const Settings& settings);
@@ -34,55 +27,60 @@ public:
     CommandRunner(const CommandRunner&) = delete;
     CommandRunner& operator=(const CommandRunner&) = delete;
 
-    // Names a command.
-    using Id = std::uint64_t;
-
     // Starts a command as soon as there is a place for it. 0 when the runner shuts down: `done` is not called.
     Id Start(CommandSpec spec, Done done);
+
+    // Runs a command on the calling thread, at once and beside all others: who waits for it anyway saves two switches
+    // between threads. Nothing when the runner shuts down; a shutdown meanwhile stops the command. Throws
+    // std::system_error when there is no descriptor left.
+    std::optional<CommandOutcome> Run(CommandSpec spec);
 
     // Ends a command's group, or takes it out of the queue. Nothing happens if it has ended already.
     void Stop(Id id);
 
-    // Stops all, waits until every Done has returned, and ends the thread. Idempotent.
+    // Stops all, waits until every Done and Run has returned, and ends the thread. Idempotent.
     void Shutdown();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    struct Job {
-        Id id = 0;
+    struct Order {
+        Id id;
         CommandSpec spec;
         Done done;
-        Clock::time_point requested;
-        std::optional<Child> child;
-        std::optional<CommandOutcome::End> ending;  // why its group is being ended
-        Clock::time_point killAt;                   // while it is being ended: when SIGKILL follows SIGTERM
-        bool killed = false;
-        std::optional<CommandOutcome> outcome;  // there, but perhaps not told yet
+        Jobs::Clock::time_point requested;
+    };
+
+    // A thread within Run.
+    class Caller {
+    public:
+        explicit Caller(CommandRunner& runner);
+        ~Caller();
+        Caller(const Caller&) = delete;
+        Caller& operator=(const Caller&) = delete;
+
+        // Readable when the runner shuts down.
+        [[nodiscard]] int Event() const { return event_.Get(); }
+        [[nodiscard]] bool IsAdmitted() const { return admitted_; }
+        [[nodiscard]] bool MustEnd() const;
+
+    private:
+        CommandRunner& runner_;
+        const UniqueFd event_;
+        bool admitted_ = false;
     };
 
     void Supervise();
-    void TakeOrders();
-    void Advance(Clock::time_point now);
-    static void StartJob(Job& job);
-    void EndJob(Job& job, CommandOutcome::End why, Clock::time_point now);
-    static void ReapJob(Job& job);
-    void Tell();
-    Clock::time_point NextDeadline() const;
-    void WaitForSomething(Clock::time_point until);
-    void Wake() const;
+    bool TakeOrders(Jobs& jobs);
 
     const Settings settings_;
     const UniqueFd wake_;
 
-    std::mutex mutex_;  // guards the orders below
-    std::vector<Job> added_;
+    std::mutex mutex_;  // guards the orders below, and the callers
+    std::vector<Order> added_;
     std::vector<Id> stops_;
     bool closing_ = false;
     Id lastId_ = 0;
-
-    std::list<Job> jobs_;                         // of the supervisor thread, in the order of the requests
-    std::optional<Clock::time_point> abandonAt_;  // set when the supervisor shuts down
+    std::vector<int> callers_;  // their events
+    std::condition_variable left_;
     std::thread thread_;
 };
 

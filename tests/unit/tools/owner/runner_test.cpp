@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/eventually.h"
@@ -130,14 +132,24 @@ TEST_F(RunnerTest, StartsWaitingCommandsInOrderAsPlacesBecomeFree) {
     EXPECT_EQ(outcomes_.Order(), "abcd");
 }
 
-TEST_F(RunnerTest, StartsAnUrgentCommandWithoutAFreePlace) {
+TEST_F(RunnerTest, RunsACommandOfTheCallerWithoutAFreePlace) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
-    auto urgent = Shell("true");
-    urgent.atOnce = true;
-    runner.Start(urgent, outcomes_.As("u"));
-    ASSERT_TRUE(outcomes_.Wait(1));
-    EXPECT_EQ(outcomes_.Order(), "u");
+    (void)PidOf("a");
+    const auto outcome = runner.Run(Shell("echo here; exit 3"));
+    ASSERT_TRUE(outcome);
+    EXPECT_EQ(outcome->end, End::kExited);
+    EXPECT_EQ(outcome->code, 3);
+    EXPECT_EQ(outcome->output.out, "here\n");
+    EXPECT_EQ(outcomes_.Count(), 0U);
+}
+
+TEST_F(RunnerTest, EndsACommandOfTheCallerWhenItsLimitPasses) {
+    const auto outcome = Make(1).Run(Shell(Sleeper("a"), 500ms));
+    ASSERT_TRUE(outcome);
+    EXPECT_EQ(outcome->end, End::kTimeLimit);
+    const pid_t background = PidOf("a");
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(background); }));
 }
 
 TEST_F(RunnerTest, EndsTheWholeGroupWhenTheLimitPasses) {
@@ -241,10 +253,38 @@ TEST_F(RunnerTest, TellsEveryCommandBeforeItsShutdownReturns) {
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
 }
 
+TEST_F(RunnerTest, StopsTheCommandsOfItsCallersBeforeItsShutdownReturns) {
+    CommandRunner& runner = Make(1, 100ms);
+    std::mutex mutex;
+    std::vector<std::optional<CommandOutcome>> told;
+    const auto run = [&](const std::string& script) {
+        return std::jthread([&, script] {
+            auto outcome = runner.Run(Shell(script));
+            const std::lock_guard lock(mutex);
+            told.push_back(std::move(outcome));
+        });
+    };
+    const auto deaf = run(Sleeper("a", "trap '' TERM; "));
+    const auto ordinary = run(Sleeper("b"));
+    const pid_t first = PidOf("a");
+    const pid_t second = PidOf("b");
+    runner.Shutdown();
+    EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
+    EXPECT_TRUE(support::Eventually([&] {
+        const std::lock_guard lock(mutex);
+        return told.size() == 2;
+    }));
+    for (const auto& outcome : told) {
+        ASSERT_TRUE(outcome);
+        EXPECT_EQ(outcome->end, End::kStopped);
+    }
+}
+
 TEST_F(RunnerTest, TakesNothingOnceItShutsDown) {
     CommandRunner& runner = Make(1);
     runner.Shutdown();
     EXPECT_EQ(runner.Start(Shell("true"), outcomes_.As("a")), 0U);
+    EXPECT_FALSE(runner.Run(Shell("true")));
     runner.Shutdown();
     EXPECT_EQ(outcomes_.Count(), 0U);
 }
