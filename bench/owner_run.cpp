@@ -71,8 +71,10 @@ int MeasureAll(int argc, char** argv) {
                        "<Item name=\"ok\" timeout=\"10\" isSync=\"true\"><Command>/bin/echo</Command><Arg>ok</Arg>"
                        "</Item></Owner>\n");
     const Child owner({OMINSPECT_OWNER_PROGRAM, config});
-    const Child bareOwner({argv[0], "--owner"});
     sd_bus* bus = bench::OpenBus();
+    Check(support::Eventually([bus] { return bench::IsThere(bus, "com.kivo.proc.ominspect"); }),
+          "waiting for the server");
+    const Child bareOwner({argv[0], "--owner"});
     const auto succeeds = [bus](const char* request) {
         return bench::StatusOfRun(bus, bench::ServerCall(bus, 0, request)) == "success";
     };
