@@ -1,6 +1,11 @@
 // Bare sd-bus, so that what is measured is not measured with itself.
 #include "bench.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -75,6 +80,19 @@ unsigned long PrivateKilobytes(pid_t pid) {
         }
     }
     return sum;
+}
+
+std::string FreePort() {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    Check(bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+              getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0,
+          "finding a free port");
+    close(fd);
+    return std::to_string(ntohs(address.sin_port));
 }
 
 Figures Evaluate(std::vector<double> micros) {

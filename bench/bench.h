@@ -29,6 +29,9 @@ double QueryMicros(sd_bus* bus);
 // The private memory of a process, from /proc.
 unsigned long PrivateKilobytes(pid_t pid);
 
+// A port of the loopback address that nobody uses at the moment.
+std::string FreePort();
+
 struct Figures {
     double median;
     double p99;

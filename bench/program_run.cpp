@@ -6,11 +6,8 @@
 // installed.
 //
 //     program_run [rounds]
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,19 +58,6 @@ double Micros(const Command& command) {
     return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - begin).count();
 }
 
-std::string FreePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    Check(bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-              getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0,
-          "finding a free port");
-    close(fd);
-    return std::to_string(ntohs(address.sin_port));
-}
-
 Child StartNrpe(const support::TempFolder& folder, const std::string& port) {
     const std::string config = folder / "nrpe.cfg";
     support::WriteFile(config, "server_address=127.0.0.1\nallowed_hosts=127.0.0.1\nserver_port=" + port +
@@ -106,7 +90,7 @@ int Measure(int argc, char** argv) {
     std::vector<Command> commands{run, {OMINSPECTCTL_PROGRAM, "state", "echo"}};
     std::optional<Child> nrpe;
     if (access(kNrpe, X_OK) == 0 && access(kCheckNrpe, X_OK) == 0) {
-        const std::string port = FreePort();
+        const std::string port = bench::FreePort();
         nrpe.emplace(StartNrpe(folder, port));
         commands.push_back({kCheckNrpe, "-n", "-H", "127.0.0.1", "-p", port, "-c", "echo"});
         Check(support::Eventually([&commands] { return Succeeds(commands.back()); }), "waiting for nrpe");

@@ -71,6 +71,8 @@ void ArchiveWriter::Open() {
         error_ = OtherError("libarchive was built without zstd");
         return;
     }
+    // On a thread of its own if it can, so that masking and checksums go on meanwhile.
+    (void)archive_write_set_filter_option(archive_.get(), "zstd", "threads", "1");
     for (const int result : {archive_write_set_format_pax_restricted(archive_.get()),
                              archive_write_set_bytes_in_last_block(archive_.get(), 1),
                              archive_write_open(archive_.get(), this, nullptr, write, nullptr)}) {

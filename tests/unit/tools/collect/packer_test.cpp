@@ -245,10 +245,12 @@ TEST_F(PackerTest, AFullDiskEndsTheArchiveWithItsCause) {
     options.folder = "top";
     options.exclude = [](const struct stat&) { return false; };
     options.goOn = [](const PackedTree&) { return true; };
-    for (const auto& error : {PackTree("tree", options, archive, packed_), archive.Close()}) {
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->text, "No space left on device");
-    }
+    // The thread that compresses may be behind: the error comes with the tree or at the end, at the latest.
+    const auto early = PackTree("tree", options, archive, packed_);
+    EXPECT_TRUE(!early || early->text == "No space left on device");
+    const auto late = archive.Close();
+    ASSERT_TRUE(late);
+    EXPECT_EQ(late->text, "No space left on device");
 }
 
 TEST_F(PackerTest, AnErrorAtTheVeryEndIsSeen) {
