@@ -5,8 +5,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "support/private_bus.h"
 
 namespace bench {
 
@@ -15,6 +18,16 @@ int RunMain(int (*body)(int argc, char** argv), int argc, char** argv) noexcept;
 
 // Ends the program unless `good`.
 void Check(bool good, const char* what);
+
+// The bus of a benchmark, put into the environment as KIVO_BUS_ADDRESS: the one at BENCH_BUS_ADDRESS, of any make, else
+// a dbus-daemon of its own.
+class Bus {
+public:
+    Bus();
+
+private:
+    std::optional<support::PrivateBus> own_;
+};
 
 // A bare connection to the bus at KIVO_BUS_ADDRESS.
 sd_bus* OpenBus();

@@ -29,7 +29,6 @@
 #include "kivo/os_msg.h"
 #include "support/child.h"
 #include "support/eventually.h"
-#include "support/private_bus.h"
 
 namespace {
 
@@ -113,7 +112,7 @@ int MeasureAll(int argc, char** argv) {
     const size_t rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 4000;
     Check(rounds >= 100, "rounds of at least 100");
 
-    const support::PrivateBus privateBus;
+    const bench::Bus ownBus;
     const bench::BareRoad road(argv[0], 1);
     const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=/tmp"});
     sd_bus* bus = bench::OpenBus();

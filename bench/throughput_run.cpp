@@ -27,7 +27,6 @@
 #include "bench.h"
 #include "support/child.h"
 #include "support/eventually.h"
-#include "support/private_bus.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -278,7 +277,7 @@ int MeasureAll(int argc, char** argv) {
     const double seconds = argc > 1 ? std::strtod(argv[1], nullptr) : 1.5;
     Check(seconds >= 0.2, "seconds of at least 0.2");
 
-    const support::PrivateBus privateBus;
+    const bench::Bus ownBus;
     const support::TempFolder folder;
     const bench::BareRoad road(argv[0], kMostOwners);
     const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder.Path().string()});
