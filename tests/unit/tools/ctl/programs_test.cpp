@@ -228,10 +228,16 @@ TEST_F(Launcher, NeedsTheEntryFunction) {
 }
 
 TEST_F(Launcher, AnswersWrongUseWithTwo) {
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--fly"}).code, 2);
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "now"}).code, 2);
+    const auto option = RunProgram({PROGRAM_LAUNCHER, "--fly"});
+    EXPECT_EQ(option.code, 2);
+    EXPECT_TRUE(option.err.ends_with("'--fly'\nTry 'ominspect --help'.\n")) << option.err;
+    const auto argument = RunProgram({PROGRAM_LAUNCHER, "now"});
+    EXPECT_EQ(argument.code, 2);
+    EXPECT_EQ(argument.err, "ominspect: unexpected argument 'now'\nTry 'ominspect --help'.\n");
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--library"}).code, 2);
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--help"}).code, 0);
+    const auto help = RunProgram({PROGRAM_LAUNCHER, "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.starts_with("Usage: ominspect ")) << help.out;
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).out, "ominspect 0.1.0\n");
 }
 
