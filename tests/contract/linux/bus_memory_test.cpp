@@ -138,4 +138,12 @@ TEST(OsMsgLossTest, TheEndOfTheBusEndsLoopsAndWaits) {
                    lines, "kivo_os_msg: task looping ended with 0x80020007 (the bus cannot be reached)") != lines.end();
     }));
     OsProcDetach();
+
+    bus.emplace();
+    ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK) << "the next one is as good as the first";
+    const Inbox inbox;
+    AddTask("inbox", inbox.Keep());
+    Post("tester", "inbox");
+    EXPECT_TRUE(inbox.Await(1));
+    OsProcDetach();
 }
