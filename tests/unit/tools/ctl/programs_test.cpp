@@ -162,8 +162,7 @@ TEST_F(Programs, CtlNeedsNeitherTheServerNorTheLibrariesOfPackages) {
 
 TEST_F(Programs, OwnerChecksTheShippedFiles) {
     for (const char* name : {"system", "service"}) {
-        const auto outcome =
-            RunProgram({PROGRAM_OWNER, "--check", std::string(PACKAGING_FOLDER "/owner/") + name + ".xml"});
+        const auto outcome = RunProgram({PROGRAM_OWNER, "--check", std::string(SHIPPED_OWNERS "/") + name + ".xml"});
         EXPECT_EQ(outcome.code, 0) << outcome.err;
         EXPECT_TRUE(Holds(outcome.out, "synchronous")) << name;
     }
@@ -178,7 +177,7 @@ TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
 }
 
 TEST_F(Programs, OwnerAnswersAMissingBusWithThree) {
-    const auto outcome = RunProgram({PROGRAM_OWNER, PACKAGING_FOLDER "/owner/system.xml"});
+    const auto outcome = RunProgram({PROGRAM_OWNER, SHIPPED_OWNERS "/system.xml"});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_TRUE(Holds(outcome.err, "ominspect-owner: cannot join the message bus: "));
 }
