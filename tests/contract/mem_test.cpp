@@ -9,6 +9,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include "platform_control.h"
 #include "thread_starter.h"
@@ -98,6 +99,17 @@ TEST_F(OsMemTest, TheUnitsNameIsCopied) {
 TEST_F(OsMemTest, FreeingNullIsHarmless) {
     OSMemTypeFreeMon(nullptr, "mem_null", 1);
     EXPECT_EQ(OsMemGetUsage("mem_null").blocks, 0U);
+}
+
+TEST_F(OsMemTest, FreedBlocksGoBackToTheHeap) {
+    constexpr size_t kSize = 10000;
+    const auto once = [] { OSMemTypeFreeMon(OsMemMallocSetCharMon(kSize, 0, "mem_again", 1), "mem_again", 1); };
+    once();
+    const size_t before = mallinfo2().uordblks;
+    for (int i = 0; i < 1000; ++i) {
+        once();
+    }
+    EXPECT_LE(mallinfo2().uordblks, before + 100 * kSize);
 }
 
 TEST_F(OsMemTest, CountsStayRightUnderManyThreads) {

@@ -58,11 +58,31 @@ const char* const kGoodNames[] = {
     "pr\xc3\xbcgeln",
     "\xe6\xa3\x80\xe6\x9f\xa5",
     "a\nb",
+    // The ends of what each number of bytes can say.
+    "\xc2\x80",
+    "\xdf\xbf",
+    "\xe0\xa0\x80",
+    "\xed\x9f\xbf",
+    "\xee\x80\x80",
+    "\xef\xbf\xbd",
+    "\xf0\x90\x80\x80",
+    "\xf4\x8f\xbf\xbd",
 };
 
 // Too long, empty, or no UTF-8 text.
-const char* const kBadNames[] = {"",         "1234567890123456", "12345678901234567890123", "\xff", "a\xc3",
-                                 "\xc0\xaf", "\xed\xa0\x80"};
+const char* const kBadNames[] = {"",
+                                 "1234567890123456",
+                                 "12345678901234567890123",
+                                 "\xff",
+                                 "a\xc3",
+                                 "\xc0\xaf",
+                                 "\xed\xa0\x80",
+                                 "\xc1\xbf",
+                                 "\xe0\x9f\xbf",
+                                 "\xed\xbf\xbf",
+                                 "\xf0\x8f\xbf\xbf",
+                                 "\xf4\x90\x80\x80",
+                                 "\xf5\x80\x80\x80"};
 
 }  // namespace
 

@@ -1,6 +1,11 @@
 // Groups as people run them: ominspectctl against a running server and real owners.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdlib>
 
 #include "programs.h"
 
@@ -20,6 +25,42 @@ protected:
     }
 
     static bool IsFree() { return Send(7, "always_ok").data == std::vector<unsigned char>{1, 0, 0, 0}; }
+};
+
+// A terminal that is no process's controlling one: nobody gets a signal when it is closed.
+class BareTerminal {
+public:
+    BareTerminal() : fd_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        EXPECT_EQ(grantpt(fd_), 0);
+        EXPECT_EQ(unlockpt(fd_), 0);
+        path_ = ptsname(fd_);
+    }
+    ~BareTerminal() { Close(); }
+    BareTerminal(const BareTerminal&) = delete;
+    BareTerminal& operator=(const BareTerminal&) = delete;
+
+    const std::string& Path() const { return path_; }
+
+    // What has been written to it so far.
+    const std::string& Output() {
+        std::array<char, 4096> buffer;
+        for (ssize_t got = 0; (got = read(fd_, buffer.data(), buffer.size())) > 0;) {
+            output_.append(buffer.data(), static_cast<size_t>(got));
+        }
+        return output_;
+    }
+
+    void Close() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+        fd_ = -1;
+    }
+
+private:
+    int fd_;
+    std::string path_;
+    std::string output_;
 };
 
 TEST_F(GroupCommand, AMixedGroupShowsEveryItemAsItBeginsAndEnds) {
@@ -220,8 +261,9 @@ TEST_F(GroupCommand, MoreThan32ItemsAreRunAsSuccessiveGroups) {
     const Outcome group = Group(std::vector<std::string>(33, "always_ok"));
     EXPECT_EQ(group.exitCode, 0) << group.output;
     EXPECT_TRUE(Holds(group.output, "ominspectctl: 33 items: 2 groups of at most 32, one after the other\n"));
-    EXPECT_TRUE(Holds(group.output, ": 32 items\n"));
+    EXPECT_TRUE(Holds(group.output, ": 32 items\nITEM ")) << group.output;
     EXPECT_TRUE(Holds(group.output, ": 1 item\n"));
+    EXPECT_EQ(CountOf(group.output, "ITEM "), 1U) << group.output;
     EXPECT_TRUE(Holds(group.output, "33 of 33 done\n")) << group.output;
 }
 
@@ -266,6 +308,18 @@ TEST_F(GroupCommand, ATerminalShowsARedrawnTable) {
     EXPECT_TRUE(Holds(group.output, "later_ok   waiting") || Holds(group.output, "later_ok   running"));
     EXPECT_TRUE(Holds(group.output, "2 of 2 done"));
     EXPECT_TRUE(Holds(group.output.substr(group.output.rfind("\x1b[J")), " ms  late but fine\r\n")) << group.output;
+}
+
+TEST_F(GroupCommand, ATerminalThatIsClosedWithoutASignalStopsTheGroup) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"until"});
+    BareTerminal terminal;
+    Child group({"/bin/sh", "-c", R"(exec "$0" group until >"$1")", OMINSPECTCTL_PROGRAM, terminal.Path()},
+                {"TERM=xterm"});
+    EXPECT_TRUE(Eventually([&] { return Holds(terminal.Output(), "until  running"); })) << terminal.Output();
+    terminal.Close();
+    EXPECT_EQ(group.Wait(), 130) << group.Output();
+    EXPECT_TRUE(EventuallyAtRest(server));
 }
 
 TEST_F(GroupCommand, TheFinalTableOnATerminalIsComplete) {

@@ -53,7 +53,7 @@ bool BeginsWith(std::string_view path, std::string_view folder) {
     return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-// The folder `path` below `base`, no link followed on the way.
+// The folder `path` below `base`, no link followed on the way. Slashes may stand around it.
 UniqueFd OpenBelow(int base, const std::string& path) {
     UniqueFd folder(openat(base, ".", kFolderPlace));
     for (std::size_t begin = 0; folder && begin < path.size();) {
@@ -124,8 +124,8 @@ std::string CopyGuard::InsideArea(const std::string& path) {
         errno = EPERM;
         return {};
     }
-    const std::string below = path.substr(rules_.area.size() + 1);
-    const std::string parent = below.find('/') == std::string::npos ? std::string() : Folder(below);
+    const std::size_t area = rules_.area.size();
+    const std::string parent = path.substr(area, path.size() - area - name.size());
     if (!area_) {
         area_ = UniqueFd(open(rules_.area.c_str(), kPlace | O_DIRECTORY));
     }

@@ -1,14 +1,11 @@
 #include "vendor_hook.h"
 
-#include <chrono>
-
 #include "copy_process.h"
 
 namespace ominspect::collect {
 
-std::optional<VendorReport> CallVendorHook(EndSignals& signals) {
+std::optional<VendorReport> CallVendorHook(EndSignals& signals, std::chrono::seconds limit) {
     using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::seconds kLimit{60};
     constexpr std::chrono::seconds kPatience{3};
     constexpr int kTick = 200;  // milliseconds
 
@@ -19,7 +16,7 @@ std::optional<VendorReport> CallVendorHook(EndSignals& signals) {
         return report;
     }
     CopyProcess& process = **started;
-    const Clock::time_point end = Clock::now() + kLimit;
+    const Clock::time_point end = Clock::now() + limit;
     bool runs = true;
     while (runs && Clock::now() < end + kPatience) {
         const int count = signals.Count();
@@ -30,7 +27,7 @@ std::optional<VendorReport> CallVendorHook(EndSignals& signals) {
             report.remark = "interrupted";
             process.Kill();
         } else if (Clock::now() >= end && report.remark.empty()) {
-            report.remark = "the time limit of " + std::to_string(kLimit.count()) + " s ended it";
+            report.remark = "the time limit of " + std::to_string(limit.count()) + " s ended it";
             process.Kill();
         }
         runs = process.Watch(signals.Fd(), kTick);

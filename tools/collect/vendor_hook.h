@@ -1,6 +1,7 @@
 // The product's hook for logs of its own (InspectCollectVendorLog of ominspect/collect.h), called before the entries.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -17,7 +18,7 @@ struct VendorReport {
     bool IsGood() const { return result == 0 && remark.empty(); }
 };
 
-// Calls it in a process of its own, for at most a minute and until the first signal. Nothing when a second one gave up.
-std::optional<VendorReport> CallVendorHook(EndSignals& signals);
+// Calls it in a process of its own, until the limit or the first signal. Nothing when a second one gave up.
+std::optional<VendorReport> CallVendorHook(EndSignals& signals, std::chrono::seconds limit = std::chrono::minutes(1));
 
 }  // namespace ominspect::collect

@@ -1,4 +1,7 @@
 // Copying a file that changes meanwhile, and one that does not fit.
+#include <dlfcn.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -14,6 +17,37 @@
 
 namespace fs = std::filesystem;
 using support::Contents;
+
+namespace {
+
+// A file that grows when the kernel is asked to copy, which it then does not do.
+std::string g_growing;
+
+}  // namespace
+
+// The program's own function comes before the C library's.
+extern "C" __attribute__((visibility("default"))) ssize_t copy_file_range(int in, off64_t* inOffset, int out,
+                                                                          off64_t* outOffset, size_t length,
+                                                                          unsigned flags) {
+    if (!g_growing.empty()) {
+        std::ofstream(g_growing, std::ios::app) << "more";
+        errno = EXDEV;
+        return -1;
+    }
+    static const auto real = reinterpret_cast<decltype(&copy_file_range)>(dlsym(RTLD_NEXT, "copy_file_range"));
+    return real(in, inOffset, out, outOffset, length, flags);
+}
+
+TEST(OsCopyFileRace, WhatIsAppendedAfterTheBeginningIsLeftToTheNextCopy) {
+    const support::TempFolder dir;
+    const std::string source = dir / "src";
+    std::ofstream(source) << "first";
+    g_growing = source;
+    EXPECT_EQ(OsCopyFile(source.c_str(), (dir / "dst").c_str()), 0U);
+    g_growing.clear();
+    EXPECT_EQ(Contents(source), "firstmore");
+    EXPECT_EQ(Contents(dir / "dst"), "first");
+}
 
 TEST(OsCopyFileRace, AFileThatGrowsAllTheTimeIsCopiedUpToSomeSizeItHad) {
     const support::TempFolder dir;

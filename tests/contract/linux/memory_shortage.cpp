@@ -13,6 +13,7 @@ namespace {
 
 std::atomic<int> g_reads{0};
 std::atomic<int> g_allocations{0};
+std::atomic<int> g_before{0};
 
 // Takes one off, unless there is none left.
 bool TakeOne(std::atomic<int>& count) {
@@ -22,13 +23,18 @@ bool TakeOne(std::atomic<int>& count) {
     return left > 0;
 }
 
+bool AllocationFails() {
+    return g_allocations > 0 && !TakeOne(g_before) && TakeOne(g_allocations);
+}
+
 }  // namespace
 
 void support::FailReads(int count) {
     g_reads = count;
 }
 
-void support::FailAllocations(int count) {
+void support::FailAllocations(int count, int before) {
+    g_before = before;
     g_allocations = count;
 }
 
@@ -42,13 +48,13 @@ extern "C" __attribute__((visibility("default"))) int sd_bus_process(sd_bus* bus
 }
 
 void* operator new(size_t size) {
-    void* block = TakeOne(g_allocations) ? nullptr : std::malloc(size);
+    void* block = AllocationFails() ? nullptr : std::malloc(size);
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 // All forms whose memory the deletes below free, so that the address sanitizer sees them in pairs.
 void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return TakeOne(g_allocations) ? nullptr : std::malloc(size);
+    return AllocationFails() ? nullptr : std::malloc(size);
 }
 
 void operator delete(void* block) noexcept {

@@ -6,8 +6,8 @@ namespace support {
 /// So many of the next calls of sd_bus_process fail with ENOMEM.
 void FailReads(int count);
 
-/// So many of the next calls of operator new, on any thread, throw std::bad_alloc.
-void FailAllocations(int count);
+/// So many of the next calls of operator new, on any thread, throw std::bad_alloc; those of `before` succeed first.
+void FailAllocations(int count, int before = 0);
 
 /// How many of them are still to come.
 int FailuresToCome();

@@ -74,6 +74,18 @@ BusPtr AnyBus() {
 
 }  // namespace
 
+// Its connection may have ended meanwhile.
+TEST(MsgQueueTest, ASenderWhoseMessagesHaveAllLeftIsIdentifiedAgain) {
+    Queue queue(64);
+    Push(queue, ":1.1", 1);
+    EXPECT_EQ(TakeAll(queue), std::vector<uint32_t>{1});
+    queue.Push(Message(2), ":1.1", std::nullopt);
+    EXPECT_FALSE(queue.HasMessage());
+    queue.Identify(":1.1", 8);
+    ASSERT_TRUE(queue.HasMessage());
+    EXPECT_EQ(queue.Take()->block.uid, 8U);
+}
+
 TEST(MsgQueueTest, MessagesLeaveInTheOrderOfTheirArrival) {
     Queue queue(64);
     Push(queue, ":1.1", 1, 3);

@@ -54,6 +54,22 @@ TEST_F(CopyProcessTest, CountsFilesAndBytes) {
     EXPECT_EQ(process.Death(), "");
 }
 
+TEST_F(CopyProcessTest, LeavesNoSharedMemoryBehind) {
+    const auto mappings = [] {
+        const std::string all = support::Contents("/proc/self/maps");
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = all.find(" rw-s ", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    const std::size_t before = mappings();
+    RunToEnd([](const char*, const char*, CollectConfig&) {});
+    EXPECT_GT(mappings(), before);
+    process_.reset();
+    EXPECT_EQ(mappings(), before);
+}
+
 // The copy functions' own timer stays off: a copy would wait for its last second.
 TEST_F(CopyProcessTest, KeepsTheTimeItself) {
     CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig& config) {

@@ -47,6 +47,8 @@ TEST_F(DoctorProgram, AnswersOneWhenSomethingFallsBack) {
 TEST_F(DoctorProgram, AnswersTwoToAnUnreadableFileAndToWrongUse) {
     const Outcome missing = Doctor({"--config", "missing.xml"});
     EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_TRUE(missing.output.starts_with("missing.xml: ")) << missing.output;
+    EXPECT_NE(missing.output.find("XML_ERROR_FILE_NOT_FOUND"), std::string::npos) << missing.output;
     EXPECT_NE(missing.output.find("missing.xml: items: 25, collection entries: 0\n"), std::string::npos);
     const Outcome folder = Doctor({"--config", "."});
     EXPECT_EQ(folder.exitCode, 2);

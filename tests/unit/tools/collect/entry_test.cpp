@@ -44,6 +44,9 @@ TEST_F(EntryTest, NamedSourcesGetPlacesOfTheirOwn) {
 TEST_F(EntryTest, SourcesThatCannotBeCopiedAreRefusedBeforehand) {
     const std::string longPath = '/' + std::string(255, 'x');
     EXPECT_EQ(MistakeOf({longPath}), "the path is longer than 255 bytes: " + longPath);
+    EXPECT_TRUE(EntriesOfSources({'/' + std::string(252, 'x') + "/f"}, work_ / "area", 5)) << "255 bytes";
+    EXPECT_EQ(MistakeOf({'/' + std::string(254, 'x')}),
+              "the path in the area would be longer than 255 bytes: " + work_ / "area/" + std::string(254, 'x'));
     EXPECT_EQ(MistakeOf({""}), "a source is empty");
     EXPECT_EQ(MistakeOf({work_.Path()}), "the area " + work_ / "area" + " lies inside the source " +
                                              work_.Path().string() + "; --area names another one");

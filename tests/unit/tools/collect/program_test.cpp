@@ -14,6 +14,9 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
               (Lines{"d p/", "d p/files/", "d p/files/logs/", "- p/files/logs/a.log", "d p/files/logs/sub/",
                      "- p/files/logs/sub/b.log", "- p/files/one.log", "- p/manifest.json"}));
     EXPECT_EQ(MemberOf(members, "p/files/logs/sub/b.log").content, "second");
+    EXPECT_EQ(MemberOf(members, "p/").permissions, 0755U);
+    EXPECT_EQ(MemberOf(members, "p/files/").permissions, 0755U);
+    EXPECT_EQ(MemberOf(members, "p/manifest.json").permissions, 0644U);
     const json::Value document = Manifest(members, "p");
     const json::View manifest = document.Read();
     CheckSums(members, manifest, "p");

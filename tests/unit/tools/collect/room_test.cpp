@@ -25,7 +25,7 @@ TEST_F(RoomTest, IsThatOfTheFirstFolderThatExists) {
 }
 
 TEST_F(RoomTest, OfReplacedCopiesIsThatOfTheirFiles) {
-    WriteFile("outside", "1234567");
+    WriteFile("outside", "12345678");
     WriteFile("first/a", "1");
     WriteFile("first/deep/b", "12");
     std::filesystem::create_symlink(work_ / "outside", "first/link");

@@ -51,6 +51,17 @@ TEST_F(OutputFileTest, AppearsWhenItIsWholeAndForItsOwnerOnly) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
+// The name may be another file's by then.
+TEST_F(OutputFileTest, LeavesItsTemporaryNameAloneAfterCommit) {
+    auto file = Create("out", false);
+    ASSERT_EQ(Entries(), 1U);
+    const std::string temporary = std::filesystem::directory_iterator(work_.Path())->path();
+    ASSERT_FALSE(file->Commit());
+    WriteFile(temporary, "another's");
+    file.reset();
+    EXPECT_EQ(Contents(temporary), "another's");
+}
+
 TEST_F(OutputFileTest, LeavesNothingBehindWithoutCommit) {
     auto file = Create("out", false);
     ASSERT_FALSE(file->Write("half"));

@@ -2,6 +2,7 @@
 #include "history.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -87,6 +88,21 @@ TEST_F(HistoryTest, EachBusHasItsOwn) {
     EXPECT_EQ(Found("load"), "fail/of the other");
     (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/bus", 1);
     EXPECT_EQ(Found("load"), "success/of one bus");
+}
+
+TEST_F(HistoryTest, TheBusWithoutAnAddressIsCalledSystem) {
+    (void)unsetenv("KIVO_BUS_ADDRESS");
+    Remember("load", "success", "");
+    EXPECT_TRUE(Contents(path_).starts_with(R"({"buses":{"system":{"load":)")) << Contents(path_);
+}
+
+TEST_F(HistoryTest, IsForItsUserOnly) {
+    const mode_t former = umask(0);
+    Remember("load", "success", "");
+    (void)umask(former);
+    for (const std::string& file : {path_, path_ + ".lock"}) {
+        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0600}) << file;
+    }
 }
 
 TEST_F(HistoryTest, ABusThatIsUsedAgainIsNotTheOldest) {

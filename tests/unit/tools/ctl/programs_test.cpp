@@ -162,8 +162,7 @@ TEST_F(Programs, CtlNeedsNeitherTheServerNorTheLibrariesOfPackages) {
 
 TEST_F(Programs, OwnerChecksTheShippedFiles) {
     for (const char* name : {"system", "service"}) {
-        const auto outcome =
-            RunProgram({PROGRAM_OWNER, "--check", std::string(PACKAGING_FOLDER "/owner/") + name + ".xml"});
+        const auto outcome = RunProgram({PROGRAM_OWNER, "--check", std::string(SHIPPED_OWNERS "/") + name + ".xml"});
         EXPECT_EQ(outcome.code, 0) << outcome.err;
         EXPECT_TRUE(Holds(outcome.out, "synchronous")) << name;
     }
@@ -178,7 +177,7 @@ TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
 }
 
 TEST_F(Programs, OwnerAnswersAMissingBusWithThree) {
-    const auto outcome = RunProgram({PROGRAM_OWNER, PACKAGING_FOLDER "/owner/system.xml"});
+    const auto outcome = RunProgram({PROGRAM_OWNER, SHIPPED_OWNERS "/system.xml"});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_TRUE(Holds(outcome.err, "ominspect-owner: cannot join the message bus: "));
 }
@@ -228,10 +227,16 @@ TEST_F(Launcher, NeedsTheEntryFunction) {
 }
 
 TEST_F(Launcher, AnswersWrongUseWithTwo) {
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--fly"}).code, 2);
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "now"}).code, 2);
+    const auto option = RunProgram({PROGRAM_LAUNCHER, "--fly"});
+    EXPECT_EQ(option.code, 2);
+    EXPECT_TRUE(option.err.ends_with("'--fly'\nTry 'ominspect --help'.\n")) << option.err;
+    const auto argument = RunProgram({PROGRAM_LAUNCHER, "now"});
+    EXPECT_EQ(argument.code, 2);
+    EXPECT_EQ(argument.err, "ominspect: unexpected argument 'now'\nTry 'ominspect --help'.\n");
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--library"}).code, 2);
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--help"}).code, 0);
+    const auto help = RunProgram({PROGRAM_LAUNCHER, "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.starts_with("Usage: ominspect ")) << help.out;
     EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).out, "ominspect 0.1.0\n");
 }
 
