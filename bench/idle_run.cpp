@@ -148,6 +148,10 @@ int MeasureAll(int argc, char** argv) {
     std::vector<Cost> before;
     for (const Agent& agent : agents) {
         before.push_back(CostOf(agent.process));
+        if (before.back().resident == 0) {
+            std::fprintf(stderr, "%s does not run: %s\n", agent.name.c_str(), agent.process.Output().c_str());
+        }
+        Check(before.back().resident > 0, "starting an agent");
     }
     sleep(static_cast<unsigned>(seconds));
     std::printf("%-44s%10s%10s%10s%10s\n", ("idle for " + std::to_string(seconds) + " s").c_str(), "RssAnon", "VmRSS",
