@@ -142,6 +142,7 @@ void Peers::Clear() {
     processes_.clear();
     uids_.clear();
     behind_ = false;
+    callbacks_ = {};
     bus_ = nullptr;
 }
 
