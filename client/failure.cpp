@@ -38,11 +38,15 @@ std::string User() {
     return found != nullptr ? Quoted(entry.pw_name) + " (" + id + ")" : id;
 }
 
-// `what` is what the user may not do.
-Error Denied(const std::string& what) {
+// `what` is what the user may not do, and the members of `group` may.
+Error Denied(const std::string& what, const std::string& group) {
     return {ErrorCode::kDenied, "access denied: the bus" + At() + " does not let user " + User() + " " + what +
-                                    "; add the user to the group \"kivo\" and log in again"};
+                                    "; add the user to the group " + Quoted(group) + " and log in again"};
 }
+
+// As the shipped bus policy has it.
+constexpr const char* kAskers = "ominspect";
+constexpr const char* kOwners = "ominspect-owner";
 
 Error Plain(ErrorCode code, std::uint32_t result) {
     return {code, OsMsgResultText(result)};
@@ -70,7 +74,7 @@ Error SendError(std::uint32_t code) {
         case OS_MSG_ERR_QUEUE_FULL:
             return Plain(ErrorCode::kRefused, code);
         case OS_MSG_ERR_DENIED:
-            return Denied("speak to the process " + Server());
+            return Denied("speak to the process " + Server(), kAskers);
         default:
             return Plain(ErrorCode::kInternal, code);
     }
@@ -88,7 +92,7 @@ Error JoinError(std::uint32_t code, std::string_view processName) {
         case OS_MSG_ERR_NO_BUS:
             return {ErrorCode::kBusUnreachable, "bus unreachable" + At() + ": " + OsMsgJoinFailure()};
         case OS_MSG_ERR_DENIED:
-            return Denied("join as the process " + name);
+            return Denied("join as the process " + name, processName.starts_with("ic-") ? kAskers : kOwners);
         default:
             return Plain(ErrorCode::kInternal, code);
     }

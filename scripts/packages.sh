@@ -22,6 +22,8 @@ TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd)
 PACKAGE_PACKAGES=(dpkg-dev file)
 # What the benchmarks are built with, and what counts their instructions.
 BENCH_PACKAGES=(libbenchmark-dev valgrind)
+# To install them into a system of their own, and to boot it.
+INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.

@@ -82,7 +82,8 @@ TEST_F(ClientAccess, AUserOutsideTheGroupIsToldSoWhenHeJoins) {
         return session ? std::nullopt : std::optional(session.Failure());
     });
     EXPECT_TRUE(failure.starts_with("denied: access denied: the bus at " + address + " does not let user ")) << failure;
-    EXPECT_TRUE(Holds(failure, R"( join as the process "outsider"; add the user to the group "kivo" and log in again)"))
+    EXPECT_TRUE(Holds(
+        failure, R"( join as the process "outsider"; add the user to the group "ominspect-owner" and log in again)"))
         << failure;
 }
 
@@ -104,7 +105,8 @@ TEST_F(ClientAccess, AUserWhoMayJoinButNotSpeakToTheServerIsToldSo) {
         return error;
     });
     EXPECT_TRUE(failure.starts_with("denied: access denied: the bus at " + address + " does not let user ")) << failure;
-    EXPECT_TRUE(Holds(failure, R"( speak to the process "ominspect"; add the user to the group "kivo")")) << failure;
+    EXPECT_TRUE(Holds(failure, R"( speak to the process "ominspect"; add the user to the group "ominspect" and)"))
+        << failure;
 }
 
 TEST_F(ClientAccess, ABusThatLetsNobodyElseInIsSaidToBeUnreachable) {

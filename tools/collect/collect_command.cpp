@@ -25,14 +25,12 @@
 #include "driver.h"
 #include "entry.h"
 #include "package.h"
+#include "places.h"
 #include "redaction.h"
 #include "room.h"
 
 namespace ominspect::collect {
 namespace {
-
-constexpr const char* kDeviceArea = "/data/inspect/diag/log";
-constexpr const char* kDevicePatterns = "/etc/ominspect/redaction.patterns";  // need not exist
 
 std::string HostName() {
     std::array<char, 256> name{};
@@ -163,7 +161,7 @@ private:
         if (!options_.area.empty()) {
             collection_.area = AbsolutePath(options_.area);
         } else if (options_.sources.empty()) {
-            collection_.area = kDeviceArea;
+            collection_.area = ThePlaces().area;
         } else {
             auto made = TemporaryArea::Make();
             if (!made) {
@@ -184,6 +182,11 @@ private:
             if (!options_.config.empty()) {
                 collection_.configuration = options_.config;
                 return EntriesOfFile(options_.config);
+            }
+            const Places places = ThePlaces();
+            if (!places.isDevice) {
+                collection_.configuration = places.config;
+                return EntriesOfFile(places.config);
             }
             collection_.configuration = "the device's configuration file";
             return ConfiguredEntries();
@@ -208,8 +211,8 @@ private:
             return std::nullopt;
         }
         std::vector<std::string> files = options_.patterns;
-        if (access(kDevicePatterns, F_OK) == 0) {
-            files.emplace_back(kDevicePatterns);
+        if (access(kPatternsFile, F_OK) == 0) {
+            files.emplace_back(kPatternsFile);
         }
         auto made = Redaction::Make(files);
         if (!made) {

@@ -7,6 +7,7 @@
 #include "common/text.h"
 #include "diagnosis_report.h"
 #include "ownership.h"
+#include "places.h"
 
 namespace ominspect::collect {
 namespace {
@@ -25,13 +26,14 @@ void ComplainOf(const Result<client::Inventory>& owners) {
 }  // namespace
 
 ExitCode RunDoctor(const DoctorOptions& options) {
-    const Diagnosis diagnosis = Diagnose(options.config);
+    const std::string config = options.config.empty() ? ThePlaces().config : options.config;
+    const Diagnosis diagnosis = Diagnose(config);
     const auto owners = FindOwners(diagnosis);
     if (options.json) {
-        auto document = ReportJson(options.config, diagnosis);
+        auto document = ReportJson(config, diagnosis);
         (void)std::printf("%s\n", document.Put("ownership", OwnershipJson(owners)).Print().c_str());
     } else {
-        (void)std::fputs(ReportText(options.config, diagnosis).c_str(), stdout);
+        (void)std::fputs(ReportText(config, diagnosis).c_str(), stdout);
         (void)std::fputs(owners ? OwnershipText(*owners).c_str() : "", stdout);
     }
     (void)std::fflush(stdout);

@@ -8,7 +8,7 @@
 namespace ominspect::collect {
 
 struct DoctorOptions {
-    std::string config;
+    std::string config;  // empty: what the server reads
     bool json = false;
 };
 

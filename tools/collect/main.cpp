@@ -14,7 +14,8 @@ using namespace ominspect::collect;
 void AddDoctor(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<DoctorOptions>();
     CLI::App* command = app.add_subcommand("doctor", kDoctorText);
-    command->add_option("--config", options->config, "The configuration file")->type_name("FILE")->required();
+    command->add_option("--config", options->config, "The configuration file (default: what the server reads)")
+        ->type_name("FILE");
     AddJson(*command, options->json);
     command->callback([options, &chosen] { chosen = [options] { return RunDoctor(*options); }; });
 }

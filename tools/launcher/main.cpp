@@ -1,6 +1,7 @@
 // ominspect: loads the server's shared object and runs it as a process of its own, or as a host process does.
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include "kivo/os_msg.h"
+#include "ominspect/journal.h"
 
 namespace {
 
@@ -39,7 +41,10 @@ struct Options {
     const char* serverPath = "libominspect.so";
 };
 
-constexpr char kEnded[] = "ominspect: the server does not end; it is ended where it is\n";
+// With the level that the journal takes away; elsewhere from the fourth byte on.
+constexpr char kEnded[] = "<3>ominspect: the server does not end; it is ended where it is\n";
+constexpr std::size_t kLevel = 3;
+volatile std::sig_atomic_t g_journalListens = 0;
 
 volatile std::sig_atomic_t g_endAsked = 0;  // how often
 
@@ -49,7 +54,8 @@ volatile std::sig_atomic_t g_endAsked = 0;  // how often
 void AskToEnd(int /*signal*/) {
     const int savedErrno = errno;
     if (g_endAsked == kMostRequests) {
-        (void)!write(STDERR_FILENO, kEnded, sizeof kEnded - 1);
+        const std::size_t skipped = g_journalListens != 0 ? 0 : kLevel;
+        (void)!write(STDERR_FILENO, kEnded + skipped, sizeof kEnded - 1 - skipped);
         _exit(kDidNotEnd);
     }
     g_endAsked = g_endAsked + 1;
@@ -73,6 +79,17 @@ void InstallHandlers() {
     // server starts would inherit.
     action.sa_handler = [](int /*signal*/) {};
     (void)sigaction(SIGPIPE, &action, nullptr);
+}
+
+// A line for the journal that a person at a terminal does not miss.
+void TellJournal(const char* text) {
+    if (g_journalListens != 0) {
+        (void)std::fprintf(stderr, "%sominspect %s\n", OmJournalPrefix(OM_JOURNAL_INFO), text);
+    }
+}
+
+const char* ErrorLevel() {
+    return OmJournalPrefix(OM_JOURNAL_ERROR);
 }
 
 // Returns the exit code when there is nothing to run.
@@ -112,10 +129,11 @@ std::optional<int> ParseOptions(int argc, char** argv, Options& options) {
 int RunAsProcess(void* symbol) {
     const int result = reinterpret_cast<int (*)()>(symbol)();
     if (result == 0) {
+        TellJournal("ended as asked");
         return EXIT_SUCCESS;
     }
     const auto code = static_cast<std::uint32_t>(result);
-    (void)std::fprintf(stderr, "ominspect: the server ended: %s (0x%x)\n", OsMsgResultText(code), code);
+    (void)std::fprintf(stderr, "%sominspect: the server ended: %s (0x%x)\n", ErrorLevel(), OsMsgResultText(code), code);
     return kCannotRun;
 }
 
@@ -125,7 +143,8 @@ int RunHosted(void* symbol) {
     if (g_endAsked != 0) {
         return EXIT_SUCCESS;
     }
-    (void)std::fputs("ominspect: the hosted server ended by itself; is the message bus reachable?\n", stderr);
+    (void)std::fprintf(stderr, "%sominspect: the hosted server ended by itself; is the message bus reachable?\n",
+                       ErrorLevel());
     return kCannotRun;
 }
 
@@ -137,16 +156,18 @@ int main(int argc, char** argv) {
         return *code;
     }
 
+    g_journalListens = OmJournalListens();
     InstallHandlers();
+    TellJournal(OMINSPECT_VERSION " starts");
     void* library = dlopen(options.serverPath, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
-        (void)std::fprintf(stderr, "ominspect: cannot load the server: %s\n", dlerror());
+        (void)std::fprintf(stderr, "%sominspect: cannot load the server: %s\n", ErrorLevel(), dlerror());
         return kCannotRun;
     }
     const char* name = options.hosted ? "KivoInspectTaskMain" : "main";
     void* symbol = dlsym(library, name);
     if (symbol == nullptr) {
-        (void)std::fprintf(stderr, "ominspect: '%s' has no function %s\n", options.serverPath, name);
+        (void)std::fprintf(stderr, "%sominspect: '%s' has no function %s\n", ErrorLevel(), options.serverPath, name);
         return kCannotRun;
     }
 

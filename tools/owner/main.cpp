@@ -8,6 +8,7 @@
 
 #include "config.h"
 #include "describe.h"
+#include "ominspect/journal.h"
 #include "service.h"
 
 namespace {
@@ -51,7 +52,8 @@ int Main(int argc, char** argv) {
 
     const auto config = LoadConfig(path);
     if (!config) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s\n", config.Failure().text.c_str());
+        (void)std::fprintf(stderr, "%sominspect-owner: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR),
+                           config.Failure().text.c_str());
         return kWrongUse;
     }
     if (checkOnly) {
@@ -59,7 +61,7 @@ int Main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     if (const auto error = Serve(*config)) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error->text.c_str());
+        (void)std::fprintf(stderr, "%sominspect-owner: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), error->text.c_str());
         return kCannotServe;
     }
     return EXIT_SUCCESS;
@@ -71,7 +73,7 @@ int main(int argc, char** argv) {
     try {
         return Main(argc, argv);
     } catch (const std::exception& error) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s\n", error.what());
+        (void)std::fprintf(stderr, "%sominspect-owner: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), error.what());
         return kCannotServe;
     }
 }

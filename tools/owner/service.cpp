@@ -16,7 +16,9 @@
 #include "common/text.h"
 #include "item_table.h"
 #include "kivo/om_inspect_engine_client.h"
+#include "kivo/os_monitor.h"
 #include "kivo/os_msg.h"
+#include "ominspect/journal.h"
 
 namespace ominspect::owner {
 namespace {
@@ -24,6 +26,8 @@ namespace {
 constexpr const char* kEngineTask = "owner_items";
 constexpr const char* kWatchTask = "owner_watch";
 constexpr std::size_t kArgumentSize = 128;
+constexpr std::uint32_t kLongestSilenceMs = 30000;
+constexpr int kSignOfLifeMs = 5000;
 
 // The platform's functions carry no context, so these are global: the one table, and the event of the lost bus.
 ItemTable* g_table = nullptr;
@@ -44,8 +48,8 @@ void ReportItem(const tagKivoOmInspectionResult& result) {
     if (code == OS_MSG_OK) {
         return;
     }
-    (void)std::fprintf(stderr, "ominspect-owner: the result of %s is lost: %s\n", text::Escaped(result.name).c_str(),
-                       OsMsgResultText(code));
+    (void)std::fprintf(stderr, "%sominspect-owner: the result of %s is lost: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR),
+                       text::Escaped(result.name).c_str(), OsMsgResultText(code));
 }
 
 // A task without messages of its own: its loop ends with the bus.
@@ -94,10 +98,20 @@ std::optional<Error> RegisterItems(const OwnerConfig& config) {
     return std::nullopt;
 }
 
-// Waits for a signal, or for the end of the bus, which is an error.
-std::optional<Error> WaitForEnd(const EndSignals& signals) {
+// Tells the service manager that the items are there; from now on it waits for signs of life.
+OsMonitorProInfo TellManager(const std::string& process) {
+    OsMonitorProInfo info{};
+    std::memcpy(info.procName, process.data(), std::min(process.size(), sizeof info.procName - 1));
+    info.timeout = kLongestSilenceMs;
+    (void)OsMonitorProReg(&info);
+    return info;
+}
+
+// Waits for a signal, or for the end of the bus, which is an error, and gives signs of life.
+std::optional<Error> WaitForEnd(const EndSignals& signals, const OsMonitorProInfo& info) {
     pollfd fds[] = {{signals.Fd(), POLLIN, 0}, {g_busLost, POLLIN, 0}};
-    while (poll(fds, 2, -1) <= 0) {
+    while (poll(fds, 2, kSignOfLifeMs) <= 0) {
+        (void)OsMonitorProActivate(info.procName);
     }
     if (fds[0].revents != 0) {
         return std::nullopt;
@@ -124,6 +138,11 @@ private:
 
 std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, const EndSignals& signals) {
     const BusPlace place(config.process);
+    if (place.Result() == OS_MSG_ERR_DENIED) {
+        return OtherError("cannot join the message bus: access denied: the bus at " + std::string(OsMsgBusAddress()) +
+                          " does not let this user join as the process \"" + text::Escaped(config.process) +
+                          "\"; add the user to the group \"ominspect-owner\"");
+    }
     if (place.Result() != OS_MSG_OK) {
         return BusError("cannot join the message bus", place.Result());
     }
@@ -132,9 +151,9 @@ std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, con
         error = RegisterItems(config);
     }
     if (!error) {
-        (void)std::fprintf(stderr, "ominspect-owner: %s serves %zu items\n", text::Escaped(config.process).c_str(),
-                           config.items.size());
-        error = WaitForEnd(signals);
+        (void)std::fprintf(stderr, "%sominspect-owner: %s serves %zu items\n", OmJournalPrefix(OM_JOURNAL_INFO),
+                           text::Escaped(config.process).c_str(), config.items.size());
+        error = WaitForEnd(signals, TellManager(config.process));
     }
     table.Shutdown();
     for (const ItemConfig& item : config.items) {

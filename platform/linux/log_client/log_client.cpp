@@ -1,4 +1,5 @@
-// One client per process. Lines that no log takes go to standard error.
+// One client per process. Lines that no log takes go to standard error, and errors to the journal as well, where the
+// service manager's user looks first.
 #include "kivo/om_log_client.h"
 
 #include <unistd.h>
@@ -24,6 +25,7 @@
 #include "log_client/line.h"
 #include "log_client/log_file.h"
 #include "log_client/thread_id.h"
+#include "ominspect/journal.h"
 
 namespace {
 
@@ -100,6 +102,9 @@ public:
             return;
         }
         Log& log = found->second;
+        if (record.level == KIVO_OM_LOG_ERROR && OmJournalListens()) {
+            WriteToStandardError(OmJournalPrefix(OM_JOURNAL_ERROR) + Format(record, log.lineLimit));
+        }
         const std::optional<std::string> failure = log.file.Write(Format(record, log.lineLimit));
         if (failure) {
             if (!log.failed) {

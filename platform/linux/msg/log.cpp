@@ -8,6 +8,7 @@
 
 #include "common/standard_error.h"
 #include "kivo/os_msg.h"
+#include "ominspect/journal.h"
 
 namespace kivo::msg {
 
@@ -17,14 +18,17 @@ using LogFunc = void (*)(const char*);
 
 constexpr size_t kLineSize = 512;
 
-void ToStandardError(const char* text) {
+void ToStandardError(uint32_t level, const char* text) {
     std::array<char, kLineSize + 32> line{};
-    std::snprintf(line.data(), line.size(), "kivo_os_msg: %s", text);
+    const char* prefix = OmJournalPrefix(level == kLogError     ? OM_JOURNAL_ERROR
+                                         : level == kLogWarning ? OM_JOURNAL_WARNING
+                                                                : OM_JOURNAL_INFO);
+    std::snprintf(line.data(), line.size(), "%skivo_os_msg: %s", prefix, text);
     WriteToStandardError(line.data());
 }
 
 std::atomic<uint32_t> g_level{kLogWarning};
-std::atomic<LogFunc> g_log{ToStandardError};
+std::atomic<LogFunc> g_log{nullptr};  // null: standard error
 
 }  // namespace
 
@@ -43,7 +47,11 @@ void Log(uint32_t level, const char* format, ...) {
             byte = '?';
         }
     }
-    g_log.load()(line.data());
+    if (const LogFunc log = g_log.load()) {
+        log(line.data());
+    } else {
+        ToStandardError(level, line.data());
+    }
 }
 
 }  // namespace kivo::msg
@@ -53,5 +61,5 @@ void OsMsgSetLogLevel(uint32_t level) {
 }
 
 void OsMsgRegLogFunc(void (*log)(const char* text)) {
-    kivo::msg::g_log.store(log != nullptr ? log : kivo::msg::ToStandardError);
+    kivo::msg::g_log.store(log);
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "common/msg_rules.h"
 
@@ -14,6 +15,11 @@ namespace kivo::msg {
 namespace {
 
 constexpr const char* kTaskPrefix = "/com/kivo/task";
+
+// Requesters' names lie behind a dot of their own, since a bus's policy can tell names apart by what is before a dot
+// only.
+constexpr std::string_view kRequester = "ic-";
+constexpr std::string_view kRequesterPart = "ic.";
 
 struct FreeText {
     void operator()(char* text) const { std::free(text); }
@@ -40,8 +46,12 @@ std::string Decode(const char* prefix, const char* path) {
 }  // namespace
 
 std::string BusNameOf(const std::string& procName) {
-    const std::string path = Encode("/", procName);
-    return path.empty() ? std::string() : kProcPrefix + path.substr(1);
+    const bool isRequester = procName.starts_with(kRequester) && procName.size() > kRequester.size();
+    const std::string path = Encode("/", isRequester ? procName.substr(kRequester.size()) : procName);
+    if (path.empty()) {
+        return {};
+    }
+    return std::string(kProcPrefix).append(isRequester ? kRequesterPart : "").append(path, 1);
 }
 
 std::string ProcNameOf(const char* busName) {
@@ -49,9 +59,17 @@ std::string ProcNameOf(const char* busName) {
     if (std::strncmp(busName, kProcPrefix, prefix) != 0) {
         return {};
     }
-    const std::string name = Decode("/", (std::string("/") + (busName + prefix)).c_str());
+    std::string_view escaped = busName + prefix;
+    const bool isRequester = escaped.starts_with(kRequesterPart);
+    if (isRequester) {
+        escaped.remove_prefix(kRequesterPart.size());
+    }
+    std::string name = Decode("/", std::string("/").append(escaped).c_str());
+    if (isRequester && !name.empty()) {
+        name.insert(0, kRequester);
+    }
     // A name that escapes more than it must would stand for the same process: only the canonical form is accepted.
-    return !name.empty() && BusNameOf(name) == busName ? name : std::string();
+    return IsValidName(name) && BusNameOf(name) == busName ? name : std::string();
 }
 
 std::string PathOf(const std::string& taskName) {

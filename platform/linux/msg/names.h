@@ -13,8 +13,8 @@ inline constexpr const char* kProcNamespace = "com.kivo.proc";
 inline constexpr const char* kErrorQueueFull = "com.kivo.Msg.Error.QueueFull";
 inline constexpr const char* kErrorTooLarge = "com.kivo.Msg.Error.TooLarge";
 
-// "ominspect" -> "com.kivo.proc.ominspect"; other characters than letters and digits are escaped as
-// sd_bus_path_encode(3) does. Empty when there is no memory.
+// "ominspect" -> "com.kivo.proc.ominspect", "ic-7a" -> "com.kivo.proc.ic._37a" (a requester's); other characters than
+// letters and digits are escaped as sd_bus_path_encode(3) does. Empty when there is no memory.
 std::string BusNameOf(const std::string& procName);
 
 // The process name of a bus name; empty for any other name.

@@ -87,8 +87,8 @@ private:
 class Session {
 public:
     // Joins the bus at KIVO_BUS_ADDRESS, else the system bus. `processName` has 1 to 15 bytes; an empty one
-    // is made from the process id. InvalidArgument, AlreadyOpen (also: the name is taken), BusUnreachable, Denied,
-    // Internal.
+    // is made from the process id. Whoever may only ask needs one that begins with "ic-". InvalidArgument, AlreadyOpen
+    // (also: the name is taken), BusUnreachable, Denied, Internal.
     static Result<std::unique_ptr<Session>> Open(Events events = {}, std::string_view processName = {});
 
     // Leaves the bus. It waits for a running event function to return, so it must not be called from one.

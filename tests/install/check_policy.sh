@@ -1,0 +1,150 @@
+#!/bin/bash
+# The shipped bus policy on a bus with the rules of the system bus: what the server's user, a member of each group, root and
+# an outsider may do, and what those are told who may not. Prints each refusal. The roles get numbers that no account has.
+#   check_policy.sh <policy> <folder of the programs> <an owner's file>
+#
+# Only root can become somebody else. For anybody else only the outsider is tried: that is he himself.
+set -euo pipefail
+policy=$1 bin=$2 owner_file=$3
+work=$(mktemp -d)
+pids=()
+finish() {
+    for pid in "${pids[@]}"; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap finish EXIT
+chmod 755 "$work"
+
+sed -e "s/group=\"ominspect\"/group=\"games\"/; s/group=\"ominspect-owner\"/group=\"news\"/" \
+    -e "s/user=\"ominspect\"/user=\"daemon\"/" "$policy" >"$work/policy.conf"
+cat >"$work/bus.conf" <<XML
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>unix:path=$work/bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <deny own="*"/>
+    <deny send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_requested_reply="true" send_type="method_return"/>
+    <allow send_requested_reply="true" send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+    <allow receive_type="signal"/>
+    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+  </policy>
+  <include>$work/policy.conf</include>
+</busconfig>
+XML
+export KIVO_BUS_ADDRESS=unix:path=$work/bus KIVO_LOG_DIR=$work/log HOME=/nonexistent
+dbus-daemon --config-file="$work/bus.conf" --nofork --nopidfile &
+pids+=($!)
+
+await() { # await WHAT COMMAND...: until the command succeeds
+    local what=$1 tries
+    shift
+    for ((tries = 0; tries < 600; tries++)); do
+        "$@" >"$work/last" 2>&1 && return 0
+        sleep 0.05
+    done
+    echo "gave up waiting for $what: $(cat "$work/last" "$work"/*.out)" >&2
+    exit 1
+}
+await "the bus" test -S "$work/bus"
+
+mkdir -m 777 "$work/log"
+as() { # as ROLE COMMAND...
+    local role=$1
+    shift
+    case $role in
+        server) exec setpriv --reuid daemon --regid daemon --clear-groups -- "$@" ;;
+        asker) exec setpriv --reuid games --regid games --clear-groups -- "$@" ;;
+        owner) exec setpriv --reuid news --regid news --clear-groups -- "$@" ;;
+        both) exec setpriv --reuid lp --regid lp --groups games,news -- "$@" ;;
+        outsider)
+            [ "$(id -u)" -ne 0 ] || exec setpriv --reuid nobody --regid nogroup --clear-groups -- "$@"
+            exec "$@"
+            ;;
+        root) exec "$@" ;;
+    esac
+}
+refused() { # refused ROLE TEXT COMMAND...: the command fails, and this is all it says
+    local role=$1 text=$2 output code=0
+    shift 2
+    # A requester's name holds its process id.
+    output=$(set +e; (as "$role" "$@") 2>&1 | sed 's/"ic-[0-9]*"/"ic-N"/'; exit "${PIPESTATUS[0]}") || code=$?
+    if [ "$code" -eq 0 ] || [ "$output" != "$text" ]; then
+        printf '%s: %s\nwanted: %s\ngot (%s): %s\n' "$role" "$*" "$text" "$code" "$output" >&2
+        exit 1
+    fi
+    printf '%s: %s\n%s\n\n' "$role" "$(basename "$1") ${*:2}" "$output"
+}
+allowed() { # allowed ROLE COMMAND...
+    local role=$1
+    shift
+    (as "$role" "$@") >"$work/last" 2>&1 || {
+        printf '%s: %s\n%s\n' "$role" "$*" "$(cat "$work/last")" >&2
+        exit 1
+    }
+}
+name=nobody
+[ "$(id -u)" -eq 0 ] || name=$(id -un)
+user="\"$name\" ($(id -u "$name"))"
+ctl=$bin/ominspectctl
+send=(busctl --address="$KIVO_BUS_ADDRESS" call)
+task="com.kivo.Msg Send uussay"
+
+not_an_asker="ominspectctl: access denied: the bus at $KIVO_BUS_ADDRESS does not let user $user join as the process \"ic-N\"; add the user to the group \"ominspect\" and log in again"
+not_an_owner="kivo_os_msg: process sysowner cannot join the bus at $KIVO_BUS_ADDRESS: the bus's policy forbids it: Permission denied
+ominspect-owner: cannot join the message bus: access denied: the bus at $KIVO_BUS_ADDRESS does not let this user join as the process \"sysowner\"; add the user to the group \"ominspect-owner\""
+not_the_server="kivo_os_msg: process ominspect cannot join the bus at $KIVO_BUS_ADDRESS: the bus's policy forbids it: Permission denied
+ominspect: the server ended: the bus's policy forbids it (0x8002000e)"
+
+refused outsider "$not_an_asker" "$ctl" list
+refused outsider "${not_an_asker/access/memory: access}" "$ctl" run memory
+refused outsider "$not_an_asker" "$ctl" group memory
+refused outsider "$not_an_asker" "$ctl" watch
+refused outsider "$not_an_owner" "$bin/ominspect-owner" "$owner_file"
+refused outsider "$not_the_server" "$bin/ominspect"
+[ "$(id -u)" -eq 0 ] || exit 0
+
+for role in asker owner both root; do
+    refused "$role" "$not_the_server" "$bin/ominspect"
+done
+refused asker "$not_an_owner" "$bin/ominspect-owner" "$owner_file"
+
+(as server "$bin/ominspect") >"$work/server.out" 2>&1 &
+pids+=($!)
+(as owner "$bin/ominspect-owner" "$owner_file") >"$work/owner.out" 2>&1 &
+pids+=($!)
+for role in asker both root; do
+    allowed "$role" "$ctl" wait clock
+    allowed "$role" "$ctl" list
+    allowed "$role" "$ctl" run clock
+    allowed "$role" "$ctl" group clock
+done
+(as asker "$ctl" watch --count 2) >"$work/watch.out" 2>&1 &
+pids+=($!)
+await "the watcher" grep -q watching "$work/watch.out"
+allowed asker "$ctl" run clock
+await "an event" grep -q clock "$work/watch.out"
+
+# Around the server, and into it by other doors than its task.
+denied="Call failed: Access denied"
+# shellcheck disable=SC2086  # words
+{
+    refused outsider "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/task/iom_5fsrv_5ftask $task 37 0 "" "" 0
+    refused server "$denied" "${send[@]}" org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus RequestName su com.kivo.proc.sysowner 0
+    for role in outsider asker both root; do
+        refused "$role" "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/task/owner_5fitems $task 4 0 "" "" 0
+    done
+    refused asker "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/task/inside_5fcheck $task 4 0 "" "" 0
+    refused outsider "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/inspect org.freedesktop.DBus.Properties Get ss com.kivo.Inspect.Owner Items
+    refused owner "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/process com.kivo.Msg.Publisher Subscribe
+}
