@@ -1,5 +1,5 @@
-// One client per process. Lines that no log takes go to standard error, and errors to the journal as well, where the
-// service manager's user looks first.
+// One client per process. Lines that no log takes go to standard error, and so do the errors of the units that
+// KIVO_LOG_MANAGER_UNITS names, whose user looks there first.
 #include "kivo/om_log_client.h"
 
 #include <unistd.h>
@@ -34,6 +34,16 @@ using kivo::log::LogFile;
 using kivo::log::Record;
 using kivo::log::ThreadId;
 using kivo::log::TimeText;
+
+// Whether the service manager is to know of a unit's errors: the environment names such units, with commas between
+// them.
+bool IsForManager(const char* unit) {
+    const char* units = std::getenv("KIVO_LOG_MANAGER_UNITS");
+    if (units == nullptr || unit == nullptr) {
+        return false;
+    }
+    return (std::string(1, ',') + units + ',').find(std::string(1, ',') + unit + ',') != std::string::npos;
+}
 
 constexpr size_t kMaxClientName = 31;
 constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
@@ -102,7 +112,7 @@ public:
             return;
         }
         Log& log = found->second;
-        if (record.level == KIVO_OM_LOG_ERROR && OmJournalListens()) {
+        if (record.level == KIVO_OM_LOG_ERROR && IsForManager(record.unit)) {
             WriteToStandardError(OmJournalPrefix(OM_JOURNAL_ERROR) + Format(record, log.lineLimit));
         }
         const std::optional<std::string> failure = log.file.Write(Format(record, log.lineLimit));

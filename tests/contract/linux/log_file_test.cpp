@@ -254,3 +254,37 @@ TEST_F(LogFileTest, ReinitialisationWhileOthersLogLosesNoLine) {
         EXPECT_EQ(all[i], i);
     }
 }
+
+TEST_F(LogFileTest, ErrorsOfNamedUnitsGoToStandardErrorAsWell) {
+    setenv("KIVO_LOG_MANAGER_UNITS", "first,unit", 1);
+    const KivoOmLogHandle log = Create();
+    support::StandardError error;
+    Log(log, 1);
+    KivoOmLogModuleLogRecord(3, log, "unit", 1, 2, "information");
+    KivoOmLogModuleLogRecord(1, log, "uni", 1, 3, "another unit's");
+    KivoOmLogModuleLogRecord(1, log, "first,unit", 1, 4, "a part of the list is no unit");
+    const auto lines = error.Lines();
+    unsetenv("KIVO_LOG_MANAGER_UNITS");
+    Log(log, 5);
+    EXPECT_EQ(Numbers(lines), std::vector<uint32_t>{1});
+    EXPECT_EQ(NumbersIn("contract.log"), (std::vector<uint32_t>{1, 2, 5}));  // of this unit
+}
+
+TEST_F(LogFileTest, TheJournalIsToldTheLevelAndATerminalIsNot) {
+    setenv("KIVO_LOG_MANAGER_UNITS", "unit", 1);
+    const KivoOmLogHandle log = Create();
+    support::StandardError error;
+    struct stat status {};
+    ASSERT_EQ(fstat(STDERR_FILENO, &status), 0);
+    const std::string here = std::to_string(status.st_dev) + ":";
+    setenv("JOURNAL_STREAM", (here + std::to_string(status.st_ino)).c_str(), 1);
+    Log(log, 1, "to the journal");
+    setenv("JOURNAL_STREAM", (here + std::to_string(status.st_ino + 1)).c_str(), 1);
+    Log(log, 2, "to a terminal, with a journal elsewhere");
+    unsetenv("JOURNAL_STREAM");
+    unsetenv("KIVO_LOG_MANAGER_UNITS");
+    const auto lines = error.Lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].substr(0, 3), "<3>");
+    EXPECT_EQ(Numbers({lines[0].substr(3), lines[1]}), (std::vector<uint32_t>{1, 2}));
+}
