@@ -1,11 +1,11 @@
 #!/bin/bash
 # The shipped bus policy on a bus with the rules of the system bus: what the server's user, a member of each group, root and
 # an outsider may do, and what those are told who may not. Prints each refusal. The roles get numbers that no account has.
-#   check_policy.sh <policy> <folder of the programs> <an owner's file>
+#   check_policy.sh <build folder> <cmake>
 #
 # Only root can become somebody else. For anybody else only the outsider is tried: that is he himself.
 set -euo pipefail
-policy=$1 bin=$2 owner_file=$3
+build=$1 cmake=$2
 work=$(mktemp -d)
 pids=()
 finish() {
@@ -18,8 +18,13 @@ finish() {
 trap finish EXIT
 chmod 755 "$work"
 
+# Where everybody can run them.
+"$cmake" --install "$build" --prefix "$work/prefix" >"$work/last" 2>&1 || { cat "$work/last" && exit 1; }
+bin=$work/prefix/bin
+owner_file=$work/owner.xml
+sed "s#>[^<]*/check_#>$work/prefix/libexec/ominspect/check_#" "$work/prefix/share/ominspect/owner/system.xml" >"$owner_file"
 sed -e "s/group=\"ominspect\"/group=\"games\"/; s/group=\"ominspect-owner\"/group=\"news\"/" \
-    -e "s/user=\"ominspect\"/user=\"daemon\"/" "$policy" >"$work/policy.conf"
+    -e "s/user=\"ominspect\"/user=\"daemon\"/" "$work/prefix/share/dbus-1/system.d/com.kivo.proc.conf" >"$work/policy.conf"
 cat >"$work/bus.conf" <<XML
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">

@@ -87,8 +87,9 @@ TEST_F(Heartbeat, TheSignsOfLifeGoOnWhileTheBackupWaitsForItsDisk) {
 TEST_F(Heartbeat, TheUnitFileAgreesWithWhatTheServerAnnounces) {
     EXPECT_EQ(Setting("Type"), "notify");
     EXPECT_EQ(Setting("WatchdogSec"), "30");
-    EXPECT_EQ(Setting("ExecStart"), "/usr/bin/ominspect");
-    EXPECT_EQ(Setting("Restart"), "on-failure");
+    EXPECT_EQ(Setting("ExecStart"), INSTALLED_PROGRAM);
+    EXPECT_EQ(Setting("Restart"), "always");
+    EXPECT_EQ(Setting("StartLimitIntervalSec"), "0");
 }
 
 TEST_F(Heartbeat, TheLogIsReopenedWhenTheLogServiceRestarts) {

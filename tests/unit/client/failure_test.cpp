@@ -76,10 +76,13 @@ TEST_F(Failure, OfThePolicyNamesUserAndGroup) {
     EXPECT_EQ(sent.find("denied | access denied: the bus at unix:path=/nonexistent/bus does not let user "), 0U)
         << sent;
     EXPECT_NE(
-        sent.find(user + " speak to the process \"ominspect\"; add the user to the group \"kivo\" and log in again"),
+        sent.find(user +
+                  " speak to the process \"ominspect\"; add the user to the group \"ominspect\" and log in again"),
         std::string::npos)
         << sent;
-    EXPECT_NE(Joined(0x8002000e).find(user + " join as the process \"me\"; "), std::string::npos);
+    const std::string owners =
+        " join as the process \"me\"; add the user to the group \"ominspect-owner\" and log in again";
+    EXPECT_NE(Joined(0x8002000e).find(user + owners), std::string::npos);
 }
 
 }  // namespace
