@@ -83,7 +83,7 @@ refused() { # refused ROLE TEXT COMMAND...: the command fails, and this is all i
     local role=$1 text=$2 output code=0
     shift 2
     # A requester's name holds its process id.
-    output=$(set +e; (as "$role" "$@") 2>&1 | sed 's/"ic-[0-9]*"/"ic-N"/'; exit "${PIPESTATUS[0]}") || code=$?
+    output=$(set +e; (as "$role" timeout 20 "$@") 2>&1 | sed 's/"ic-[0-9]*"/"ic-N"/'; exit "${PIPESTATUS[0]}") || code=$?
     if [ "$code" -eq 0 ] || [ "$output" != "$text" ]; then
         printf '%s: %s\nwanted: %s\ngot (%s): %s\n' "$role" "$*" "$text" "$code" "$output" >&2
         exit 1
