@@ -1,11 +1,11 @@
 # What is installed where. Each component is one package of Debian: server (ominspect), tools, owner, dev.
 #
-# All is below the prefix, but for the configuration when the prefix is /usr: that is /etc then. A destination below the
-# prefix stays relative, so that `cmake --install --prefix` can move it.
-if(IS_ABSOLUTE "${CMAKE_INSTALL_SYSCONFDIR}" OR CMAKE_INSTALL_FULL_SYSCONFDIR STREQUAL "/etc")
-    set(OMINSPECT_CONFIG_DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ominspect)
-else()
+# All is below the prefix, but for the configuration where GNUInstallDirs has it elsewhere: in /etc for /usr, in
+# /etc/opt for a prefix in /opt. A destination below the prefix stays relative, so that `cmake --install --prefix` can move it.
+if(CMAKE_INSTALL_FULL_SYSCONFDIR STREQUAL "${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SYSCONFDIR}")
     set(OMINSPECT_CONFIG_DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/ominspect)
+else()
+    set(OMINSPECT_CONFIG_DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ominspect)
 endif()
 set(OMINSPECT_CONFIG_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ominspect)
 # Below /var/lib, where the service manager makes it (StateDirectory=).
