@@ -68,6 +68,15 @@ TEST_F(Heartbeat, TheManagerHearsThatTheServerIsReadyAndThenThatItLives) {
     EXPECT_EQ(manager.Next(), "WATCHDOG=1");
 }
 
+TEST_F(Heartbeat, AnOwnerTellsTheManagerTheSame) {
+    const Manager manager(Folder() + "/notify");
+    const Child server = StartServer();
+    const Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE}, {"NOTIFY_SOCKET=" + Folder() + "/notify"});
+    EXPECT_EQ(manager.Next(), "READY=1\nWATCHDOG_USEC=30000000") << owner.Output();
+    EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+    EXPECT_EQ(manager.Next(), "WATCHDOG=1");
+}
+
 TEST_F(Heartbeat, TheSignsOfLifeGoOnWhileTheBackupWaitsForItsDisk) {
     const WorkingFolder device;
     const std::filesystem::path logs = "device/data/log/wylogs";
