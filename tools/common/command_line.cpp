@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <map>
 
 #include "common/text.h"
 
@@ -18,6 +19,7 @@ constexpr const char* kFooter =
     "  4    no final result within the time limit\n"
     "  130  ended by Ctrl-C or SIGTERM, which stops what the command has started\n"
     "With several items, the highest of their codes.\n"
+    "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, as monitoring plugins have it.\n"
     "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
     "doctor: 0 nothing falls back, 1 something does, 2 the file cannot be read.\n"
     "\n"
@@ -27,9 +29,20 @@ std::string WrongWord(const std::string& word) {
     return (word.starts_with('-') ? "no such option: " : "no such command: ") + text::Escaped(word);
 }
 
+// Commands whose exit code of wrong use is another than kWrongUse.
+std::map<std::string, ExitCode>& WrongUses() {
+    static std::map<std::string, ExitCode> codes;
+    return codes;
+}
+
 // Prints what a parse ended with, which may be the help, and gives the exit code.
 int Refuse(const CLI::App& app, const CLI::Error& end) {
-    return app.exit(end) == 0 ? kPassed : kWrongUse;
+    if (app.exit(end) == 0) {
+        return kPassed;
+    }
+    const auto commands = app.get_subcommands();
+    const auto own = commands.empty() ? WrongUses().end() : WrongUses().find(commands.front()->get_name());
+    return own != WrongUses().end() ? own->second : kWrongUse;
 }
 
 int Run(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& add) {
@@ -70,6 +83,10 @@ int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App&, Ch
         Complain(error.what());
         return kUnreachable;
     }
+}
+
+void SetWrongUse(CLI::App& command, ExitCode code) {
+    WrongUses()[command.get_name()] = code;
 }
 
 void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text) {

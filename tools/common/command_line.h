@@ -30,6 +30,9 @@ constexpr const char* kDoctorText = "Says what the server would make of a config
 // Lets `add` declare the commands, parses the arguments, runs what they chose, and gives the exit code.
 int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App& app, Chosen& chosen)>& add);
 
+// The exit code of wrong arguments of a command, instead of kWrongUse.
+void SetWrongUse(CLI::App& command, ExitCode code);
+
 // --timeout SECONDS, from one second to a day.
 void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text);
 

@@ -7,6 +7,7 @@ namespace ominspect::ctl {
 
 void AddList(CLI::App& app, Chosen& chosen);
 void AddRun(CLI::App& app, Chosen& chosen);
+void AddCheck(CLI::App& app, Chosen& chosen);
 void AddGroup(CLI::App& app, Chosen& chosen);
 void AddStop(CLI::App& app, Chosen& chosen);
 void AddReset(CLI::App& app, Chosen& chosen);

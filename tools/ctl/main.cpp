@@ -9,6 +9,7 @@ using namespace ominspect;
 void AddCommands(CLI::App& app, Chosen& chosen) {
     ctl::AddList(app, chosen);
     ctl::AddRun(app, chosen);
+    ctl::AddCheck(app, chosen);
     ctl::AddGroup(app, chosen);
     ctl::AddStop(app, chosen);
     ctl::AddReset(app, chosen);

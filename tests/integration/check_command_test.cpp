@@ -1,0 +1,81 @@
+// The command check: what a monitoring system reads.
+#include <regex>
+#include <utility>
+
+#include "programs.h"
+#include "support/temp_folder.h"
+
+namespace support {
+namespace {
+
+class CheckCommand : public Programs {
+protected:
+    // An owner with an item for each of these scripts, whose name is the first word.
+    Child StartScripts(const std::vector<std::pair<std::string, std::string>>& scripts) const {
+        std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Owner process=\"scripts\">";
+        for (const auto& [item, script] : scripts) {
+            xml += "<Item name=\"" + item +
+                   "\" timeout=\"30\" isSync=\"true\"><Command>/bin/sh</Command><Arg>-c</Arg><Arg>" + script +
+                   "</Arg></Item>";
+        }
+        WriteFile(Folder() + "/scripts.xml", xml + "</Owner>\n");
+        Child owner({OMINSPECT_OWNER_PROGRAM, Folder() + "/scripts.xml"});
+        EXPECT_EQ(Ctl({"wait", scripts.back().first, "--timeout", "60"}).exitCode, 0) << owner.Output();
+        return owner;
+    }
+};
+
+// The line without its performance data.
+std::string Head(const std::string& output) {
+    return output.substr(0, output.find(" | "));
+}
+
+TEST_F(CheckCommand, AnswersInOneLineWithPerformanceData) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"ok"});
+    const Outcome check = Ctl({"check", "ok", "--timeout", "20"});
+    EXPECT_EQ(check.exitCode, 0);
+    EXPECT_TRUE(std::regex_match(check.output, std::regex("ok OK - answered by owner1 \\| time=[0-9]+\\.[0-9]{3}s;;;0;20\n")))
+        << check.output;
+}
+
+TEST_F(CheckCommand, GivesEachStatusItsState) {
+    const Child server = StartServer();
+    const Child owner = StartScripts({{"good", "echo fine"},
+                                      {"poor", "echo 'high | load=3'; exit 1"},
+                                      {"bad", "echo broken; exit 2"},
+                                      {"odd", "echo 'what?'; exit 3"}});
+    struct Row {
+        const char* item;
+        int code;
+        const char* head;
+    };
+    for (const Row& row : {Row{"good", 0, "good OK - fine"}, Row{"poor", 1, "poor WARNING - high"},
+                           Row{"bad", 2, "bad CRITICAL - broken"}, Row{"odd", 3, "odd UNKNOWN - what?"},
+                           Row{"nonsense", 3, "nonsense UNKNOWN - no support"}}) {
+        const Outcome check = Ctl({"check", row.item});
+        EXPECT_EQ(check.exitCode, row.code) << row.item;
+        EXPECT_EQ(Head(check.output), row.head);
+    }
+}
+
+TEST_F(CheckCommand, IsCriticalWhenTheLimitPasses) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"bsp_mainboard_ft@never"});
+    const Outcome check = Ctl({"check", "bsp_mainboard_ft", "--timeout", "1"});
+    EXPECT_EQ(check.exitCode, 2);
+    EXPECT_TRUE(Holds(check.output, "bsp_mainboard_ft CRITICAL - the time limit is over")) << check.output;
+}
+
+TEST_F(CheckCommand, IsUnknownWithoutAServerAndAfterWrongUse) {
+    const Outcome absent = Ctl({"check", "ok"});
+    EXPECT_EQ(absent.exitCode, 3);
+    EXPECT_TRUE(Holds(absent.output, "ok UNKNOWN - server absent")) << absent.output;
+    EXPECT_EQ(Ctl({"check"}).exitCode, 3);
+    EXPECT_EQ(Ctl({"check", "ok", "--timeout", "never"}).exitCode, 3);
+    EXPECT_EQ(Ctl({"check", std::string(32, 'x')}).exitCode, 3);
+    EXPECT_EQ(Ctl({"run"}).exitCode, 2);  // the others have a code of their own
+}
+
+}  // namespace
+}  // namespace support

@@ -1,0 +1,120 @@
+// The command check: one item, answered as the plugins of monitoring systems answer (Monitoring Plugins Development
+// Guidelines): one line on standard output, performance data behind a bar, and the state as exit code.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "commands.h"
+#include "common/end_signals.h"
+#include "common/text.h"
+#include "history.h"
+#include "ominspect/client/run.h"
+#include "report.h"
+
+namespace ominspect::ctl {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct CheckOptions {
+    std::string item;
+    std::string cmd;
+    std::chrono::seconds limit{10};
+};
+
+// What the guidelines call it, and its exit code.
+struct State {
+    const char* name;
+    ExitCode code;
+};
+
+constexpr State kOk{"OK", static_cast<ExitCode>(0)};
+constexpr State kWarning{"WARNING", static_cast<ExitCode>(1)};
+constexpr State kCritical{"CRITICAL", static_cast<ExitCode>(2)};
+constexpr State kUnknown{"UNKNOWN", static_cast<ExitCode>(3)};
+
+// An item that took too long is in a critical state; what nobody could ask is unknown.
+State StateOf(const client::ItemResult& result) {
+    struct Row {
+        std::string_view status;
+        State state;
+    };
+    constexpr std::array<Row, 4> kRows{
+        {{"success", kOk}, {"warn", kWarning}, {"fail", kCritical}, {"timeout", kCritical}}};
+    if (result.status == "fail" && result.text == "no support") {
+        return kUnknown;
+    }
+    const auto* row =
+        std::find_if(kRows.begin(), kRows.end(), [&](const Row& one) { return one.status == result.status; });
+    return row != kRows.end() ? row->state : kUnknown;
+}
+
+// A bar would begin performance data.
+std::string PlainText(std::string_view text) {
+    std::string plain = text::Escaped(text);
+    std::replace(plain.begin(), plain.end(), '|', '/');
+    return plain;
+}
+
+ExitCode Answer(const CheckOptions& options, State state, std::string_view text, std::string_view performance) {
+    std::string line = PlainText(options.item) + ' ' + state.name;
+    if (!text.empty()) {
+        line += " - " + PlainText(text);
+    }
+    if (!performance.empty()) {
+        line.append(" | ").append(performance);
+    }
+    PrintLine(line);
+    return state.code;
+}
+
+// label=value;warn;crit;min;max
+std::string Performance(double seconds, std::chrono::seconds limit) {
+    std::array<char, 64> data{};
+    (void)std::snprintf(data.data(), data.size(), "time=%.3fs;;;0;%lld", seconds,
+                        static_cast<long long>(limit.count()));
+    return data.data();
+}
+
+ExitCode Check(const CheckOptions& options) {
+    const client::Request request{options.item, options.cmd};
+    if (const auto error = client::CheckRequest(request)) {
+        return Answer(options, kUnknown, error->text, "");
+    }
+    const Interrupt interrupt(kUnknown.code);  // before the session, whose threads inherit the mask
+    const auto session = client::Session::Open();
+    if (!session) {
+        return Answer(options, kUnknown, session.Failure().text, "");
+    }
+    const auto begin = Clock::now();
+    const auto outcome = client::RunItem(**session, request, {}, {options.limit, interrupt.Token()});
+    if (!outcome) {
+        const bool late = outcome.Failure().code == client::ErrorCode::kTimeLimit;
+        return Answer(options, late ? kCritical : kUnknown, outcome.Failure().text, "");
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    History history;
+    history.Add(outcome->result, std::chrono::system_clock::now());
+    SaveHistory(history);
+    return Answer(options, StateOf(outcome->result), outcome->result.text, Performance(seconds, options.limit));
+}
+
+}  // namespace
+
+void AddCheck(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<CheckOptions>();
+    CLI::App* command = app.add_subcommand(
+        "check", "Runs an item and answers as a plugin of a monitoring system: one line, exit code 0 to 3");
+    command->add_option("ITEM", options->item, "Item name, at most 31 bytes")->required();
+    command->add_option("--cmd", options->cmd, "The item's argument, at most 127 bytes")->type_name("TEXT");
+    AddLimit(*command, options->limit, "Time limit, after which the item is stopped (default 10)");
+    command->callback([options, &chosen] { chosen = [options] { return Check(*options); }; });
+    // Wrong use is UNKNOWN.
+    SetWrongUse(*command, kUnknown.code);
+}
+
+}  // namespace ominspect::ctl
