@@ -305,9 +305,9 @@ int MeasureAll(int argc, char** argv) {
     Check(sd_event_new(&event) >= 0, "making an event loop");
     std::printf("%7s%8s  %-10s%10s%8s%11s%11s%9s\n", "clients", "owners", "road", "runs/s", "ratio", "calls/run",
                 "switches", "threads");
-    for (const std::size_t clients : {std::size_t{1}, std::size_t{8}, std::size_t{64}, kMostClients}) {
-        for (const std::size_t count : {std::size_t{1}, kMostOwners}) {
-            MeasureLoad(event, clients, count, seconds, server.Pid(), road.Forwarder(), folder);
+    for (const std::size_t clientCount : {std::size_t{1}, std::size_t{8}, std::size_t{64}, kMostClients}) {
+        for (const std::size_t ownerCount : {std::size_t{1}, kMostOwners}) {
+            MeasureLoad(event, clientCount, ownerCount, seconds, server.Pid(), road.Forwarder(), folder);
         }
     }
     sd_event_unref(event);

@@ -35,7 +35,8 @@ TEST_F(CheckCommand, AnswersInOneLineWithPerformanceData) {
     const Child owner = StartOwner("owner1", {"ok"});
     const Outcome check = Ctl({"check", "ok", "--timeout", "20"});
     EXPECT_EQ(check.exitCode, 0);
-    EXPECT_TRUE(std::regex_match(check.output, std::regex("ok OK - answered by owner1 \\| time=[0-9]+\\.[0-9]{3}s;;;0;20\n")))
+    EXPECT_TRUE(
+        std::regex_match(check.output, std::regex("ok OK - answered by owner1 \\| time=[0-9]+\\.[0-9]{3}s;;;0;20\n")))
         << check.output;
 }
 

@@ -141,7 +141,7 @@ std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, con
     if (place.Result() == OS_MSG_ERR_DENIED) {
         return OtherError("cannot join the message bus: access denied: the bus at " + std::string(OsMsgBusAddress()) +
                           " does not let this user join as the process \"" + text::Escaped(config.process) +
-                          "\"; add the user to the group \"ominspect-owner\"");
+                          R"("; add the user to the group "ominspect-owner")");
     }
     if (place.Result() != OS_MSG_OK) {
         return BusError("cannot join the message bus", place.Result());
