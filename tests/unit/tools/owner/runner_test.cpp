@@ -144,6 +144,14 @@ TEST_F(RunnerTest, RunsACommandOfTheCallerWithoutAFreePlace) {
     EXPECT_EQ(outcomes_.Count(), 0U);
 }
 
+// A pipe holds less: the command ends only if somebody reads.
+TEST_F(RunnerTest, LetsACommandWriteMoreThanAPipeHolds) {
+    const auto outcome = Make(1).Run(Shell("head -c 1000000 /dev/zero | tr '\\0' x", 30s));
+    ASSERT_TRUE(outcome);
+    EXPECT_EQ(outcome->end, End::kExited);
+    EXPECT_EQ(outcome->output.out, std::string(CommandOutput::kMaxOutput, 'x'));
+}
+
 TEST_F(RunnerTest, EndsACommandOfTheCallerWhenItsLimitPasses) {
     const auto outcome = Make(1).Run(Shell(Sleeper("a"), 500ms));
     ASSERT_TRUE(outcome);
