@@ -58,13 +58,16 @@ std::vector<std::string> InForkedChild(const std::function<std::vector<std::stri
 }
 
 void BecomeNobody() {
-    if (geteuid() != 0) {
-        return;
-    }
-    if (chown(".", kNobody, kNobody) != 0 || setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 ||
-        setuid(kNobody) != 0) {
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
         _exit(EXIT_FAILURE);
     }
+}
+
+void BecomeNobodyWith(const std::filesystem::path& folder) {
+    if (geteuid() == 0 && chown(folder.c_str(), kNobody, kNobody) != 0) {
+        _exit(EXIT_FAILURE);
+    }
+    BecomeNobody();
 }
 
 }  // namespace support

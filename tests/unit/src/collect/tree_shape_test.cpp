@@ -174,7 +174,7 @@ TEST_F(InspectCopyShapeTest, ADanglingLinkAtTheDestinationStaysBesideTheCopy) {
 
 TEST_F(InspectCopyShapeTest, ClosedFoldersAndFilesAreReportedAndLeftOut) {
     const Lines outcome = support::InForkedChild([this] {
-        support::BecomeNobody();
+        support::BecomeNobodyWith(m_working.Path());
         Write("src/open/file", "x");
         Write("src/closed/file", "x");
         Write("src/listed/no_entry", "x");
@@ -198,7 +198,7 @@ TEST_F(InspectCopyShapeTest, ClosedFoldersAndFilesAreReportedAndLeftOut) {
 
 TEST_F(InspectCopyShapeTest, ALockedDestinationIsReportedAndLeftAlone) {
     const Lines outcome = support::InForkedChild([this] {
-        support::BecomeNobody();
+        support::BecomeNobodyWith(m_working.Path());
         Write("src/file", "new");
         Write("locked/file", "old");
         Write("partly/locked/file", "old");
