@@ -1,8 +1,9 @@
-// Moments without memory, and the real end of a bus.
+// Moments without memory or threads, and the real end of a bus.
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <functional>
 #include <optional>
@@ -114,6 +115,29 @@ TEST_F(OsMsgMemoryTest, AProcessThatAppearsWithoutMemoryIsNoticedWithTheNextMess
     EXPECT_TRUE(inbox.Await(3));
     EXPECT_EQ(inbox.Ids(), (std::vector<uint32_t>{1, 0x200002, 8}));
     EXPECT_STREQ(inbox.All().back().envelope.srcProcName, "late");
+}
+
+TEST_F(OsMsgMemoryTest, ATaskWhoseThreadCannotBeMadeLeavesItsNameToTheNext) {
+    const Inbox inbox;
+    const OsTaskDescriptor task = Describe("inbox", inbox.Keep());
+    FailThreads(1);
+    EXPECT_EQ(OsTaskCreate(&task), OS_MSG_ERR_NO_MEMORY);
+    EXPECT_EQ(FailuresToCome(), 0);
+    ASSERT_EQ(OsTaskCreate(&task), OS_MSG_OK);
+    Post("tester", "inbox");
+    EXPECT_TRUE(inbox.Await(1));
+}
+
+// The first thread is the one that reads the bus, the next two are the tasks'.
+TEST_F(DetachedTest, ATaskRunnerThatLacksAThreadLeavesTheBus) {
+    const std::array tasks{Describe("first", Inbox().Keep()), Describe("second", Inbox().Keep())};
+    for (int before = 0; before < 3; ++before) {
+        FailThreads(1, before);
+        EXPECT_EQ(OsTaskRun("tester", tasks.data(), tasks.size()), OS_MSG_ERR_NO_MEMORY) << before;
+        EXPECT_EQ(FailuresToCome(), 0);
+        EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK) << before;
+        OsProcDetach();
+    }
 }
 
 TEST(OsMsgLossTest, TheEndOfTheBusEndsLoopsAndWaits) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
@@ -13,8 +14,11 @@
 #include <utility>
 
 #include "bus_test.h"
+#include "kivo/om_inspect_engine_client.h"
 #include "linux/open_bus.h"
+#include "support/private_bus.h"
 #include "support/raw_connection.h"
+#include "support/temp_folder.h"
 
 using namespace support;
 
@@ -146,6 +150,47 @@ TEST_F(OsMsgForgedAnswerTest, ASenderThatHasLeftIsAskedForOnce) {
     };
     EXPECT_EQ(FirstMessage(*sender).uid, UINT32_MAX);
     EXPECT_EQ(questions_["GetConnectionUnixUser"], 1);
+}
+
+// A bus that could start the process "gone", which leaves a file behind.
+class StartingBus {
+public:
+    StartingBus() : bus_(Configured()) {}
+
+    [[nodiscard]] bool HasStarted() const { return std::filesystem::exists(folder_ / "started"); }
+
+private:
+    std::string Configured() const {
+        std::string config = kOpenBus;
+        config.insert(config.find("  <listen>"), "  <servicedir>" + folder_.Path().string() + "</servicedir>\n");
+        WriteFile(folder_ / "bus.conf", config);
+        WriteFile(folder_ / "com.kivo.proc.gone.service",
+                  "[D-BUS Service]\nName=com.kivo.proc.gone\nExec=/usr/bin/touch " + folder_ / "started" + "\n");
+        return folder_ / "bus.conf";
+    }
+
+    const TempFolder folder_;
+    const PrivateBus bus_;
+};
+
+TEST(InspectOwnedItems, AProcessThatHasJustLeftIsNotStartedToBeAsked) {
+    const StartingBus bus;
+    const RawConnection process;
+    process.Take("com.kivo.proc.gone");
+    bool left = false;
+    g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
+        if (asked == "GetNameOwner" && !std::exchange(left, true)) {  // the list of the names is known by now
+            process.GiveUp("com.kivo.proc.gone");
+        }
+    };
+    int items = 0;
+    EXPECT_EQ(InspectForEachOwnedItem([](const InspectOwnedItem*, void* count) { ++*static_cast<int*>(count); }, &items,
+                                      kLong),
+              OS_MSG_OK);
+    g_onQuestion = nullptr;
+    EXPECT_TRUE(left);
+    EXPECT_EQ(items, 0);
+    EXPECT_FALSE(bus.HasStarted());
 }
 
 }  // namespace

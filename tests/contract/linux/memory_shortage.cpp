@@ -2,6 +2,7 @@
 #include "linux/memory_shortage.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
@@ -11,9 +12,15 @@
 
 namespace {
 
+// Calls that fail after some that do not.
+struct Failures {
+    std::atomic<int> count{0};
+    std::atomic<int> before{0};
+};
+
 std::atomic<int> g_reads{0};
-std::atomic<int> g_allocations{0};
-std::atomic<int> g_before{0};
+Failures g_allocations;
+Failures g_threads;
 
 // Takes one off, unless there is none left.
 bool TakeOne(std::atomic<int>& count) {
@@ -23,8 +30,13 @@ bool TakeOne(std::atomic<int>& count) {
     return left > 0;
 }
 
-bool AllocationFails() {
-    return g_allocations > 0 && !TakeOne(g_before) && TakeOne(g_allocations);
+bool Fails(Failures& failures) {
+    return failures.count > 0 && !TakeOne(failures.before) && TakeOne(failures.count);
+}
+
+void Set(Failures& failures, int count, int before) {
+    failures.before = before;
+    failures.count = count;
 }
 
 }  // namespace
@@ -34,12 +46,15 @@ void support::FailReads(int count) {
 }
 
 void support::FailAllocations(int count, int before) {
-    g_before = before;
-    g_allocations = count;
+    Set(g_allocations, count, before);
+}
+
+void support::FailThreads(int count, int before) {
+    Set(g_threads, count, before);
 }
 
 int support::FailuresToCome() {
-    return g_reads + g_allocations;
+    return g_reads + g_allocations.count + g_threads.count;
 }
 
 extern "C" __attribute__((visibility("default"))) int sd_bus_process(sd_bus* bus, sd_bus_message** message) {
@@ -47,14 +62,21 @@ extern "C" __attribute__((visibility("default"))) int sd_bus_process(sd_bus* bus
     return TakeOne(g_reads) ? -ENOMEM : real(bus, message);
 }
 
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*entry)(void*), void* argument) {
+    static const auto real = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return Fails(g_threads) ? EAGAIN : real(thread, attributes, entry, argument);
+}
+
 void* operator new(size_t size) {
-    void* block = AllocationFails() ? nullptr : std::malloc(size);
+    void* block = Fails(g_allocations) ? nullptr : std::malloc(size);
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
 // All forms whose memory the deletes below free, so that the address sanitizer sees them in pairs.
 void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return AllocationFails() ? nullptr : std::malloc(size);
+    return Fails(g_allocations) ? nullptr : std::malloc(size);
 }
 
 void operator delete(void* block) noexcept {

@@ -25,6 +25,17 @@ inline std::string ThreadStatus(const std::string& thread, const std::string& li
     return {};
 }
 
+/// How many KiB of addresses the program has in use.
+inline long AddressSpace() {
+    std::ifstream status("/proc/self/status");
+    for (std::string text; std::getline(status, text);) {
+        if (text.starts_with("VmSize:\t")) {
+            return std::stol(text.substr(8));
+        }
+    }
+    return 0;
+}
+
 /// How many threads of that name there are.
 inline int ThreadCount(const std::string& thread) {
     int count = 0;

@@ -9,6 +9,7 @@
 
 #include "kivo/os_thread.h"
 #include "kivo/os_timer.h"
+#include "linux/memory_shortage.h"
 #include "linux/thread_status.h"
 #include "platform_control.h"
 
@@ -78,6 +79,30 @@ TEST(OsTimerThread, ThreadsAreKeptForTheNextCallsAndNoMoreThanTwo) {
     callAtOnce(kTimers);
     callAtOnce(2);
     EXPECT_EQ(threads.size(), kTimers) << "the second calls had other threads";
+    const long before = support::AddressSpace();
+    callAtOnce(kTimers);
+    constexpr long kStack = 8192;  // KiB
+    EXPECT_LT(support::AddressSpace(), before + kStack) << "the stacks of ended threads were not used again";
+}
+
+TEST(OsTimerThread, WithoutAnotherThreadTheCallsComeOneAfterTheOther) {
+    static std::atomic<int> called;
+    ASSERT_EQ(OsTmrManagerInit(1, 0, 0), 0U);
+    OsTimerParam param{};
+    param.mode = 1;
+    param.period = 1;
+    param.callback = [](uint64_t /*userData*/) -> uint32_t {
+        ++called;
+        return 0;
+    };
+    support::FailThreads(1000);
+    constexpr int kTimers = 4;
+    for (int i = 0; i < kTimers; ++i) {
+        OsTimerId id = 0;
+        ASSERT_EQ(OsTmrCreate(&param, &id), 0U);
+    }
+    EXPECT_TRUE(support::WaitFor([] { return called == kTimers; }));
+    support::FailThreads(0);
 }
 
 TEST(OsTimerThread, BlocksAllSignals) {
