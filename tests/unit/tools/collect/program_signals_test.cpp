@@ -7,6 +7,14 @@
 namespace support {
 namespace {
 
+// It sees both at once.
+void InterruptTwice(const Child& child) {
+    child.Signal(SIGSTOP);
+    child.Signal(SIGINT);
+    child.Signal(SIGTERM);
+    child.Signal(SIGCONT);
+}
+
 TEST_F(CollectProgram, CtrlCStopsAndStillLeavesAValidPackage) {
     WriteFile("first/a", "x");
     for (int i = 0; i < 1000; ++i) {
@@ -82,13 +90,37 @@ TEST_F(CollectProgram, TwoSignalsGiveUpTheProductsHookAndLeaveNothing) {
     WriteFile("hang", "");
     Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
     ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
-    child.Signal(SIGSTOP);  // so that it sees both at once
-    child.Signal(SIGINT);
-    child.Signal(SIGTERM);
-    child.Signal(SIGCONT);
+    InterruptTwice(child);
     EXPECT_EQ(child.Wait(), 1);
     EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
     EXPECT_EQ(Names(), (Lines{"err", "hang", "logs", "out"}));
+}
+
+TEST_F(CollectProgram, TwoSignalsGiveUpACopyAndLeaveNothing) {
+    WriteFile("logs/hang", "x");
+    ASSERT_EQ(mkdir("tmp", 0700), 0);
+    Child child = Start({"logs", "--output", "p.tar.zst"}, "TMPDIR=" + work_ / "tmp" + "; export TMPDIR;" + kSlowDisk);
+    const auto copying = [] {
+        std::error_code error;
+        const std::filesystem::recursive_directory_iterator area("tmp", error);
+        return std::any_of(begin(area), end(area), [](const auto& entry) { return entry.path().filename() == "hang"; });
+    };
+    ASSERT_TRUE(Eventually(copying));
+    InterruptTwice(child);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
+    EXPECT_EQ(Names(), (Lines{"err", "logs", "out", "tmp"}));
+    EXPECT_TRUE(std::filesystem::is_empty("tmp"));
+}
+
+TEST_F(CollectProgram, TwoSignalsGiveUpADryRun) {
+    WriteFile("hang/a", "x");
+    Child child = Start({"hang", "--dry-run"}, kSlowDisk);
+    ASSERT_TRUE(Eventually([] { return std::filesystem::exists("hanging"); }));
+    InterruptTwice(child);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: given up\n");
+    EXPECT_EQ(Contents("out"), "");
 }
 
 TEST_F(CollectProgram, WhatItHasStartedDiesWithIt) {
