@@ -20,6 +20,9 @@ public:
 
     [[nodiscard]] const std::string& Address() const { return address_; }
 
+    /// To the daemon: SIGSTOP makes it silent, SIGCONT ends that.
+    void Signal(int signal) const { daemon_.Signal(signal); }
+
 private:
     Child daemon_;
     std::string address_;

@@ -1,10 +1,12 @@
 // What the message layer asks the bus daemon, while others answer in its name.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -16,9 +18,11 @@
 #include "bus_test.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "linux/open_bus.h"
+#include "linux/thread_status.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
 #include "support/temp_folder.h"
+#include "thread_starter.h"
 
 using namespace support;
 
@@ -191,6 +195,29 @@ TEST(InspectOwnedItems, AProcessThatHasJustLeftIsNotStartedToBeAsked) {
     EXPECT_TRUE(left);
     EXPECT_EQ(items, 0);
     EXPECT_FALSE(bus.HasStarted());
+}
+
+TEST(OsProcJoining, ASilentBusIsWaitedForAsleep) {
+    const PrivateBus bus;
+    std::atomic<bool> silent{false};
+    g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
+        if (asked == "RequestName") {
+            bus.Signal(SIGSTOP);
+            silent = true;
+        }
+    };
+    std::atomic<uint32_t> joined{99};
+    StartThread([&joined] {
+        pthread_setname_np(pthread_self(), "joining");
+        joined = OsProcAttach("tester");
+    });
+    EXPECT_TRUE(WaitFor([&silent] { return silent.load(); }));
+    EXPECT_TRUE(WaitFor([] { return ThreadStatus("joining", "State").starts_with('S'); }));
+    EXPECT_EQ(joined, 99U);
+    bus.Signal(SIGCONT);
+    EXPECT_TRUE(WaitFor([&joined] { return joined == OS_MSG_OK; }));
+    g_onQuestion = nullptr;
+    OsProcDetach();
 }
 
 }  // namespace
