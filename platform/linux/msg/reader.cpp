@@ -245,7 +245,6 @@ void Reader::StandbyMain(std::mutex& mutex) {
         const uint64_t seen = stepDowns_;
         PollAlone(lock, me, grace_);
         if (leader_ == nullptr && stepDowns_ == seen) {
-            TakeLead(me, Rank::kStandby);
             Wait(lock, me, Rank::kStandby, std::nullopt,
                  [&] { return leader_ != &me || stopping_ || lost_ || stopRequested_; });
         }
