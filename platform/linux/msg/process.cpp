@@ -210,7 +210,7 @@ private:
         }
     }
 
-    // As the D-Bus specification has them for RequestName.
+    // As D-Bus has them for RequestName.
     static constexpr uint32_t kDoNotQueue = 4;
     static constexpr uint32_t kIsOwner = 1;
 
