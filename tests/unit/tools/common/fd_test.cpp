@@ -108,6 +108,13 @@ TEST_F(ReadSmallFileTest, GivesTheWholeFileUpToItsLimit) {
     EXPECT_EQ(ErrorOf(text.size() - 1), "larger than 39999 bytes");
 }
 
+// Nothing is mapped at the address 0 of a process.
+TEST_F(ReadSmallFileTest, TellsWhyAReadFailed) {
+    const auto content = ReadSmallFile("/proc/self/mem", 100);
+    ASSERT_FALSE(content);
+    EXPECT_EQ(content.Failure().number, EIO);
+}
+
 TEST_F(ReadSmallFileTest, TakesRegularFilesOnlyAndWaitsForNoWriter) {
     EXPECT_EQ(ErrorOf(10), "No such file or directory");
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
