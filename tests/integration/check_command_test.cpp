@@ -1,5 +1,5 @@
 // The command check: what a monitoring system reads.
-#include <regex>
+#include <cstdio>
 #include <utility>
 
 #include "programs.h"
@@ -35,9 +35,11 @@ TEST_F(CheckCommand, AnswersInOneLineWithPerformanceData) {
     const Child owner = StartOwner("owner1", {"ok"});
     const Outcome check = Ctl({"check", "ok", "--timeout", "20"});
     EXPECT_EQ(check.exitCode, 0);
-    EXPECT_TRUE(
-        std::regex_match(check.output, std::regex("ok OK - answered by owner1 \\| time=[0-9]+\\.[0-9]{3}s;;;0;20\n")))
-        << check.output;
+    double seconds = -1;
+    int end = 0;
+    (void)std::sscanf(check.output.c_str(), "ok OK - answered by owner1 | time=%lfs;;;0;20%n", &seconds, &end);
+    EXPECT_GE(seconds, 0);
+    EXPECT_EQ(check.output.substr(static_cast<size_t>(end)), "\n") << check.output;
 }
 
 TEST_F(CheckCommand, GivesEachStatusItsState) {
