@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -160,6 +161,13 @@ int MeasureAll(int argc, char** argv) {
         const Cost now = CostOf(agents[i].process);
         std::printf("%-44s%7lu kB%7lu kB%10lu%10lu\n", agents[i].name.c_str(), now.anonymous, now.resident, now.threads,
                     now.switches - before[i].switches);
+    }
+    // Asked to end, they end their children too.
+    for (const Agent& agent : agents) {
+        agent.process.Signal(SIGTERM);
+    }
+    for (Agent& agent : agents) {
+        Check(agent.process.Wait(std::chrono::seconds(20)).has_value(), "the end of an agent");
     }
     sd_bus_flush_close_unref(bus);
     return 0;
