@@ -87,9 +87,13 @@ int Peers::AskForOwners(sd_bus_message* names) {
     return result;
 }
 
-// One that is gone meanwhile needs no owner.
+// One that is gone meanwhile needs no owner; after any other error the next message looks again.
 void Peers::TakeOwner(const std::string& procName, sd_bus_message* answer) {
     const char* owner = nullptr;
+    if (sd_bus_message_is_method_error(answer, nullptr) > 0) {
+        behind_ = behind_ || sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NAME_HAS_NO_OWNER) <= 0;
+        return;
+    }
     try {
         if (sd_bus_message_read_basic(answer, SD_BUS_TYPE_STRING, &owner) > 0) {
             SetOwner(procName, owner);
