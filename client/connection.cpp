@@ -327,8 +327,8 @@ std::optional<Error> Connection::OpenLane(std::size_t lane) {
 }
 
 Result<bool> Connection::CheckPresence(const Limit& limit) {
-    // A state request without a name is answered and does nothing. It is so short that nobody need cancel it.
-    const auto reply = Send(EnvelopeOf(OM_INSPECT_MSG_STATE, 0), "", std::min(limit.Left(), kPresenceLimit));
+    // A state request without a name is answered and does nothing.
+    const auto reply = Ask(OM_INSPECT_MSG_STATE, "", Limit(std::min(limit.Left(), kPresenceLimit), limit.Cancel()));
     if (reply) {
         return true;
     }
@@ -336,6 +336,7 @@ Result<bool> Connection::CheckPresence(const Limit& limit) {
         case ErrorCode::kServerAbsent:
         case ErrorCode::kBusUnreachable:
         case ErrorCode::kDenied:
+        case ErrorCode::kCancelled:
             return reply.Failure();
         default:
             return false;

@@ -46,9 +46,9 @@ public:
     Result<std::string> Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
                                     std::chrono::milliseconds grace = {});
 
-    // True: the server is there and answers; false: it is there, but too busy to answer, for half a second at most.
-    // ServerAbsent, BusUnreachable, Denied.
-    static Result<bool> CheckPresence(const Limit& limit);
+    // True: the server is there and answers; false: it is there, but too busy to answer. Cancelled, ServerAbsent,
+    // BusUnreachable, Denied.
+    Result<bool> CheckPresence(const Limit& limit);
 
     // Begins to receive the server's events, if there is a function to be called.
     std::optional<Error> SubscribeEvents() const;

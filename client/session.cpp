@@ -32,7 +32,7 @@ wire::Bytes BytesOf(const std::string& text) {
 
 // Waits with `take` for a message, as long as the server is there.
 template <typename T, typename Take>
-Result<T> AwaitMail(const Limit& limit, Take take) {
+Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
     for (std::chrono::seconds period = kPresencePeriod;;) {
         const auto slice = std::min<Limit::Clock::time_point>(limit.Deadline(), Limit::Clock::now() + period);
         Result<std::optional<T>> taken = take(slice);
@@ -45,7 +45,7 @@ Result<T> AwaitMail(const Limit& limit, Take take) {
         if (auto over = EndOf(limit)) {
             return *over;
         }
-        const auto answers = Connection::CheckPresence(limit);
+        const auto answers = connection.CheckPresence(limit);
         if (!answers) {
             return answers.Failure();
         }
@@ -74,7 +74,7 @@ BackgroundRun::~BackgroundRun() {
 }
 
 Result<ItemResult> BackgroundRun::Next(const Limit& limit) {
-    return AwaitMail<ItemResult>(limit, [&](Limit::Clock::time_point deadline) {
+    return AwaitMail<ItemResult>(*connection_, limit, [&](Limit::Clock::time_point deadline) {
         return connection_->Mail().TakeResult({lane_, item_}, serverLife_, limit, deadline);
     });
 }
@@ -101,7 +101,7 @@ GroupRun::GroupRun(Connection& connection, std::uint32_t taskId, std::uint64_t s
     : connection_(&connection), taskId_(taskId), serverLife_(serverLife) {}
 
 Result<GroupRecord> GroupRun::Await(const Limit& limit) {
-    return AwaitMail<GroupRecord>(limit, [&](Limit::Clock::time_point deadline) {
+    return AwaitMail<GroupRecord>(*connection_, limit, [&](Limit::Clock::time_point deadline) {
         return connection_->Mail().TakeRecord(taskId_, serverLife_, limit, deadline);
     });
 }
@@ -141,7 +141,7 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
         return *over;
     }
     // An asynchronous message to an absent server is not reported as an error.
-    if (const auto answers = Connection::CheckPresence(limit); !answers) {
+    if (const auto answers = connection_->CheckPresence(limit); !answers) {
         return answers.Failure();
     }
     if (auto over = EndOf(limit)) {

@@ -74,9 +74,12 @@ protected:
         return std::find(seen_.begin(), seen_.end(), event) != seen_.end();
     }
 
+    // The session has heard of the server's start when this returns: told later, it would end a run as forgotten.
     Child StartServer() {
+        const auto starts = TheSession().ServerStarts();
         Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder_.Path().string()});
         EXPECT_TRUE(Eventually([this] { return static_cast<bool>(TheSession().State("x", seconds(1))); }));
+        EXPECT_TRUE(Eventually([this, starts] { return TheSession().ServerStarts() > starts; }));
         return server;
     }
 
