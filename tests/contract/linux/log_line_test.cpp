@@ -57,10 +57,12 @@ protected:
     }
 };
 
+/// Of the clock that the log reads: time() may still tell the second before for some milliseconds.
 std::string LocalTime() {
-    const time_t now = time(nullptr);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
-    localtime_r(&now, &local);
+    localtime_r(&now.tv_sec, &local);
     std::array<char, 32> text{};
     strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
     return text.data();
