@@ -194,6 +194,10 @@ const char* OsMsgBusAddress(void);
  * English text; empty when there is nothing to add to the result code. Valid until its next such call. */
 const char* OsMsgJoinFailure(void);
 
+/* What the process shows on the bus as its version, from its next joining on; copied. Null or empty: none, which is the
+ * default. For people who look; a platform may do nothing. */
+void OsProcSetVersion(const char* version);
+
 /* A short English text for a result code; never null. */
 const char* OsMsgResultText(uint32_t result);
 

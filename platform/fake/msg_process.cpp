@@ -200,6 +200,8 @@ const char* OsMsgBusAddress(void) {
     return "fake";
 }
 
+void OsProcSetVersion(const char* /*version*/) {}
+
 const char* OsMsgJoinFailure(void) {
     return "";
 }

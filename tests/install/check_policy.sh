@@ -137,6 +137,18 @@ done
 (as asker "$ctl" watch --count 2) >"$work/watch.out" 2>&1 &
 pids+=($!)
 await "the watcher" grep -q watching "$work/watch.out"
+told() { # told ROLE TEXT COMMAND...: the command says this, among other things
+    (as "$1" "${@:3}") >"$work/last" 2>&1 || true
+    grep -qF -- "$2" "$work/last" || {
+        printf '%s: %s\nwanted: %s\ngot: %s\n' "$1" "${*:3}" "$2" "$(cat "$work/last")" >&2
+        exit 1
+    }
+}
+for role in asker both root; do
+    told "$role" "ok       policy         in force" "$ctl" doctor
+    told "$role" "ok       server         $("$bin/ominspect" --version), process " "$ctl" doctor
+done
+told outsider "failure  rights         user nobody is not in the group ominspect" "$ctl" doctor
 allowed asker "$ctl" run clock
 await "an event" grep -q clock "$work/watch.out"
 

@@ -105,5 +105,55 @@ TEST_F(DoctorCommand, SaysThatThereIsNoBusInOneLine) {
         << json.output;
 }
 
+// The whole look at an installation, on a bus without a policy.
+class DoctorLooksAround : public DoctorCommand {
+protected:
+    // The line of the first finding about this.
+    static std::string About(const std::string& subject, const Outcome& outcome) {
+        const size_t at = outcome.output.find("  " + subject + ' ');
+        const size_t begin = outcome.output.rfind('\n', at) + 1;
+        return at == std::string::npos ? outcome.output
+                                       : outcome.output.substr(begin, outcome.output.find('\n', at) - begin);
+    }
+
+    Outcome Look() const { return support::Run(CommandLine({"doctor"}), {"KIVO_LOG_DIR=" + Folder()}); }
+};
+
+TEST_F(DoctorLooksAround, NamesServerOwnersAndFolders) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    const Outcome outcome = Look();
+    EXPECT_EQ(outcome.exitCode, 1) << "there is no policy";
+    EXPECT_TRUE(About("bus", outcome).starts_with("ok       bus            unix:")) << outcome.output;
+    EXPECT_TRUE(Holds(About("rights", outcome), " may ask")) << outcome.output;
+    EXPECT_TRUE(Holds(About("policy", outcome), "warning  policy         none: whoever reaches this bus"))
+        << outcome.output;
+    EXPECT_TRUE(Holds(About("server", outcome), ", process " + std::to_string(server.Pid()) + ", user "))
+        << outcome.output;
+    EXPECT_TRUE(About("server", outcome).starts_with("ok ")) << outcome.output;
+    EXPECT_TRUE(Holds(About("owners", outcome), "ok       owners         test_owner (5 items)")) << outcome.output;
+    EXPECT_TRUE(Holds(About("items", outcome), "without an owner (25): bsp_mainboard_ft, ")) << outcome.output;
+    EXPECT_TRUE(About("log", outcome).starts_with("ok       log            " + Folder() + ": ")) << outcome.output;
+}
+
+TEST_F(DoctorLooksAround, TellsOfAServerThatIsAbsentAndOfOneThatDoesNotAnswer) {
+    Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    server.Signal(SIGSTOP);
+    const Outcome hung = Look();
+    EXPECT_TRUE(Holds(About("server", hung), "warning  server         ominspect of an unknown version, process "))
+        << hung.output;
+    EXPECT_TRUE(Holds(About("server", hung), ", does not answer")) << hung.output;
+    EXPECT_TRUE(About("policy", hung).starts_with("unknown ")) << hung.output;
+    EXPECT_TRUE(Holds(About("owners", hung), "no answer from ominspect")) << hung.output;
+    server.Signal(SIGCONT);
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0);
+    const Outcome absent = Look();
+    EXPECT_TRUE(Holds(About("server", absent), "failure  server         absent: no process \"ominspect\" on this bus"))
+        << absent.output;
+    EXPECT_TRUE(Holds(About("owners", absent), "test_owner (5 items)")) << absent.output;
+}
+
 }  // namespace
 }  // namespace support

@@ -3,22 +3,13 @@
 
 #include "collect_command.h"
 #include "common/command_line.h"
-#include "doctor_command.h"
+#include "doctor/doctor_command.h"
 #include "kivo/os_msg.h"
 
 namespace {
 
 using namespace ominspect;
 using namespace ominspect::collect;
-
-void AddDoctor(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", kDoctorText);
-    command->add_option("--config", options->config, "The configuration file (default: what the server reads)")
-        ->type_name("FILE");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return RunDoctor(*options); }; });
-}
 
 void AddCollect(CLI::App& app, Chosen& chosen) {
     constexpr int kLongestLimit = 60;
@@ -63,6 +54,6 @@ int main(int argc, char** argv) {
     OsMsgSetLogLevel(0);  // the commands tell by themselves what the message layer would
     return RunCommandLine(argc, argv, [](CLI::App& app, Chosen& chosen) {
         AddCollect(app, chosen);
-        AddDoctor(app, chosen);
+        doctor::AddDoctor(app, chosen);
     });
 }

@@ -1,4 +1,4 @@
-// Where the server's configuration and the diagnosis area are on this machine.
+// Where the server's configuration, the diagnosis area and the log are on this machine.
 #pragma once
 
 #include <string>
@@ -14,10 +14,12 @@ inline constexpr const char* kPatternsFile = OMINSPECT_CONFIG_DIR "/redaction.pa
 struct Places {
     std::string config;  // what the server reads
     std::string area;
+    std::string log;  // the folder of the operations log
     bool isDevice;
 };
 
-// The device's places, if its configuration is there; else those of the installed service, if that is.
+// The device's places, if its configuration is there; else those of the installed service, if that is. KIVO_LOG_DIR
+// names another folder of the log.
 Places ThePlaces();
 
 }  // namespace ominspect::collect

@@ -40,6 +40,11 @@ bool IsTerminal(std::FILE* stream) {
     return isatty(fileno(stream)) == 1 && kind != nullptr && std::string_view(kind) != "dumb";
 }
 
+bool WantsColours(std::FILE* stream) {
+    const char* refusal = std::getenv("NO_COLOR");
+    return IsTerminal(stream) && (refusal == nullptr || *refusal == '\0');
+}
+
 std::size_t LiveLines::Height() const {
     return SizeOf(stream_).ws_row;
 }

@@ -15,6 +15,9 @@ constexpr std::chrono::milliseconds kRedrawPeriod{200};
 // Whether the stream goes to a terminal that understands this.
 bool IsTerminal(std::FILE* stream);
 
+// Whether colours are welcome there: on such a terminal, unless NO_COLOR is set (no-color.org).
+bool WantsColours(std::FILE* stream);
+
 // Used by one thread at a time. What was drawn last stays unless it is erased.
 class LiveLines {
 public:

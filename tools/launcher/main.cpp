@@ -159,6 +159,7 @@ int main(int argc, char** argv) {
     g_journalListens = OmJournalListens();
     InstallHandlers();
     TellJournal(OMINSPECT_VERSION " starts");
+    OsProcSetVersion(OMINSPECT_VERSION);
     void* library = dlopen(options.serverPath, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         (void)std::fprintf(stderr, "%sominspect: cannot load the server: %s\n", ErrorLevel(), dlerror());

@@ -32,7 +32,7 @@ uint32_t SubscribeToRestart(Process& process, const std::string& proc, const std
 // The call that asks a process for its events; null when there is no memory.
 MessagePtr MakeSubscribe(Process& process, const std::string& proc) {
     sd_bus_message* raw = nullptr;
-    if (sd_bus_message_new_method_call(process.bus.get(), &raw, BusNameOf(proc).c_str(), kPublisherPath,
+    if (sd_bus_message_new_method_call(process.bus.get(), &raw, BusNameOf(proc).c_str(), kProcessPath,
                                        kPublisherInterface, "Subscribe") < 0) {
         return nullptr;
     }

@@ -6,8 +6,9 @@
 namespace kivo::msg {
 
 inline constexpr const char* kInterface = "com.kivo.Msg";
-inline constexpr const char* kPublisherPath = "/com/kivo/process";
+inline constexpr const char* kProcessPath = "/com/kivo/process";
 inline constexpr const char* kPublisherInterface = "com.kivo.Msg.Publisher";
+inline constexpr const char* kVersionInterface = "com.kivo.Msg.Process";
 inline constexpr const char* kProcPrefix = "com.kivo.proc.";
 inline constexpr const char* kProcNamespace = "com.kivo.proc";
 inline constexpr const char* kErrorQueueFull = "com.kivo.Msg.Error.QueueFull";

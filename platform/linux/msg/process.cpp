@@ -227,6 +227,9 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         return CannotJoin(result);
     }
     result = process.subscribers.Publish(process.bus.get());
+    if (result >= 0) {
+        result = PublishVersion(process);
+    }
     if (result < 0) {
         return ResultOf(result);
     }

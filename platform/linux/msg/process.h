@@ -52,6 +52,7 @@ struct Process {
     std::condition_variable changed;  // state, ended tasks, active calls
     BusState state = BusState::kOff;
     std::string name;
+    std::string version;  // empty: it shows none
     BusPtr bus;
     Reader reader;
     Daemon daemon;
@@ -80,6 +81,9 @@ struct Process {
 
 // From now on every message that comes in is first seen here. A negative errno on failure.
 int StartDispatch(Process& process);
+
+// Shows the version of this process, if it has one. A negative errno on failure.
+int PublishVersion(Process& process);
 
 // Gives an event to the tasks that subscribed to it. Throws std::bad_alloc.
 void DeliverEvent(Process& process, sd_bus_message* signal);

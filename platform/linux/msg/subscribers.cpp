@@ -24,7 +24,7 @@ const sd_bus_vtable Subscribers::kTable[] = {
 
 int Subscribers::Publish(sd_bus* bus) {
     sd_bus_slot* slot = nullptr;
-    const int added = sd_bus_add_object_vtable(bus, &slot, kPublisherPath, kPublisherInterface, kTable, this);
+    const int added = sd_bus_add_object_vtable(bus, &slot, kProcessPath, kPublisherInterface, kTable, this);
     object_.reset(slot);
     settled_ = std::chrono::steady_clock::now() + kSettling;
     return added;

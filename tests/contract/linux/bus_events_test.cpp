@@ -15,7 +15,7 @@ using namespace support;
 
 namespace {
 
-constexpr const char* kPublisherPath = "/com/kivo/process";
+constexpr const char* kProcessPath = "/com/kivo/process";
 constexpr const char* kPublisherInterface = "com.kivo.Msg.Publisher";
 
 uint32_t Broadcast(const char* task, uint32_t id) {
@@ -56,7 +56,7 @@ public:
     }
 
     void Call(const char* method) const {
-        EXPECT_GE(sd_bus_call_method(Get(), "com.kivo.proc.tester", kPublisherPath, kPublisherInterface, method,
+        EXPECT_GE(sd_bus_call_method(Get(), "com.kivo.proc.tester", kProcessPath, kPublisherInterface, method,
                                      nullptr, nullptr, nullptr),
                   0);
     }
@@ -201,7 +201,7 @@ TEST_F(OsMsgSubscriberTest, ASubscriptionThatIsRefusedFailsAndIsAskedForAgain) {
                                        SD_BUS_METHOD("Subscribe", "", "", RefuseFirst, SD_BUS_VTABLE_UNPRIVILEGED),
                                        SD_BUS_VTABLE_END};
         EXPECT_GE(
-            sd_bus_add_object_vtable(publisher.Get(), nullptr, kPublisherPath, kPublisherInterface, table, &questions),
+            sd_bus_add_object_vtable(publisher.Get(), nullptr, kProcessPath, kPublisherInterface, table, &questions),
             0);
         publisher.Take("com.kivo.proc.refuser");
         there = true;

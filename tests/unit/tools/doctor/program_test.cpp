@@ -1,4 +1,4 @@
-// The command doctor as people run it, without a bus: its exit codes.
+// The command doctor as people run it, without a bus: its exit codes, and what is known without a bus.
 #include <gtest/gtest.h>
 
 #include "support/child.h"
@@ -55,7 +55,27 @@ TEST_F(DoctorProgram, AnswersTwoToAnUnreadableFileAndToWrongUse) {
     EXPECT_NE(folder.output.find(".: falls back: use default config InspectItemList.\n"), std::string::npos);
     EXPECT_NE(folder.output.find(".: items: 25, collection entries: 0\n"), std::string::npos) << folder.output;
     EXPECT_EQ(Doctor({"--config", "/dev/zero"}).exitCode, 2);
-    EXPECT_EQ(Doctor({}).exitCode, 2);
+}
+
+TEST_F(DoctorProgram, LooksAtTheWholeInstallationWithoutAFile) {
+    const Outcome text = Doctor({});
+    EXPECT_EQ(text.exitCode, 1);
+    EXPECT_TRUE(text.output.starts_with(
+        "failure  bus            bus unreachable at unix:path=/no/bus: No such file or directory\n"
+        "                        -> KIVO_BUS_ADDRESS names this bus: start it, or unset the variable for the system "
+        "bus\n"
+        "unknown  rights         not known without the bus\n"
+        "unknown  policy         not known without an answer of the server\n"
+        "unknown  server         not known without the bus\n"
+        "unknown  owners         not known without the bus\n"))
+        << text.output;
+    for (const char* subject : {" configuration  ", " log            ", " diagnosis      ", " clock          "}) {
+        EXPECT_NE(text.output.find(subject), std::string::npos) << text.output;
+    }
+    const Outcome json = Doctor({"--json"});
+    EXPECT_EQ(json.exitCode, 1);
+    EXPECT_TRUE(json.output.starts_with(R"({"findings":[{"subject":"bus","verdict":"failure","text":"bus unreachable)"))
+        << json.output;
 }
 
 }  // namespace

@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "collect/diagnosis_report.h"
+#include "doctor/diagnosis_report.h"
 #include "support/temp_folder.h"
 
-using namespace ominspect::collect;
+using namespace ominspect::doctor;
 
 using support::WriteFile;
 

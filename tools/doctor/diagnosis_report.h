@@ -4,9 +4,9 @@
 #include <string>
 
 #include "common/json.h"
-#include "diagnosis.h"
+#include "doctor/diagnosis.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 
 // One line per fact, each with its line end: "line 7: DiagnoseItem "x": ...". A line about the whole file begins with
 // its path.
@@ -15,4 +15,4 @@ std::string ReportText(const std::string& path, const Diagnosis& diagnosis);
 // One document.
 json::Value ReportJson(const std::string& path, const Diagnosis& diagnosis);
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

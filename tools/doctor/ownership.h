@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "common/json.h"
-#include "diagnosis.h"
+#include "doctor/diagnosis.h"
 #include "ominspect/client/types.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 
 // The items as the client library has them: each name once, and none for an item whose name fell back.
 client::Catalogue CatalogueOf(const std::vector<tagKivoOmInspectionItem>& items);
@@ -22,4 +22,4 @@ std::string OwnershipText(const client::Inventory& inventory);
 // One object: the items with their owners and the processes that did not answer, or the error.
 json::Value OwnershipJson(const Result<client::Inventory>& inventory);
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

@@ -1,5 +1,5 @@
 // Both forms say the same, with every text from the file escaped.
-#include "diagnosis_report.h"
+#include "doctor/diagnosis_report.h"
 
 #include <string_view>
 #include <utility>
@@ -7,7 +7,7 @@
 #include "common/json.h"
 #include "common/text.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 namespace {
 
 using json::Value;
@@ -138,4 +138,4 @@ Value ReportJson(const std::string& path, const Diagnosis& diagnosis) {
     return document;
 }
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

@@ -1,5 +1,5 @@
 // The loader runs once for the whole file, once per element, and once per attribute that may be without effect.
-#include "diagnosis.h"
+#include "doctor/diagnosis.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,9 +12,9 @@
 
 #include <tinyxml2.h>
 
-#include "intercept.h"
+#include "collect/intercept.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 namespace {
 
 using tinyxml2::XMLDocument;
@@ -242,4 +242,4 @@ Diagnosis Diagnose(const std::string& path) {
     return diagnosis;
 }
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

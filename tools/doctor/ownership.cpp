@@ -1,5 +1,5 @@
 // Names are escaped in both forms, as in the rest of a diagnosis.
-#include "ownership.h"
+#include "doctor/ownership.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,7 +10,7 @@
 #include "common/text.h"
 #include "ominspect/client/session.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 
 client::Catalogue CatalogueOf(const std::vector<tagKivoOmInspectionItem>& items) {
     client::Catalogue catalogue{{}, static_cast<std::uint32_t>(items.size())};
@@ -63,4 +63,4 @@ json::Value OwnershipJson(const Result<client::Inventory>& inventory) {
     return document;
 }
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

@@ -11,7 +11,7 @@
 #include "ominspect/config.h"
 #include "ominspect/records.h"
 
-namespace ominspect::collect {
+namespace ominspect::doctor {
 
 // One element of the file; foreign texts are as in the file.
 struct ElementReport {
@@ -42,4 +42,4 @@ bool IsSynchronous(const tagKivoOmInspectionItem& item);
 // them.
 Diagnosis Diagnose(const std::string& path);
 
-}  // namespace ominspect::collect
+}  // namespace ominspect::doctor

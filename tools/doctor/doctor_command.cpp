@@ -1,0 +1,126 @@
+// Neither form needs the server or the bus: without them it says so.
+#include "doctor/doctor_command.h"
+
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "collect/places.h"
+#include "common/client_answers.h"
+#include "common/live_lines.h"
+#include "common/text.h"
+#include "doctor/bus_facts.h"
+#include "doctor/bus_findings.h"
+#include "doctor/diagnosis_report.h"
+#include "doctor/ownership.h"
+#include "doctor/person.h"
+#include "doctor/place_findings.h"
+
+namespace ominspect::doctor {
+namespace {
+
+struct DoctorOptions {
+    std::string config;  // empty: the whole installation
+    bool json = false;
+};
+
+// Says why owners are not shown.
+void ComplainOf(const Result<client::Inventory>& owners) {
+    if (!owners) {
+        Complain(text::Escaped(owners.Failure().text));
+        return;
+    }
+    for (const std::string& process : owners->silent) {
+        Complain(SilenceText(process));
+    }
+}
+
+void Print(const json::Value& document) {
+    (void)std::printf("%s\n", document.Print().c_str());
+}
+
+// The exit code is about the file alone.
+ExitCode LookAtFile(const std::string& config, bool json) {
+    const Diagnosis diagnosis = Diagnose(config);
+    const auto owners = FindOwners(diagnosis);
+    if (json) {
+        auto document = ReportJson(config, diagnosis);
+        Print(document.Put("ownership", OwnershipJson(owners)));
+    } else {
+        (void)std::fputs(ReportText(config, diagnosis).c_str(), stdout);
+        (void)std::fputs(owners ? OwnershipText(*owners).c_str() : "", stdout);
+    }
+    (void)std::fflush(stdout);
+    ComplainOf(owners);
+    if (diagnosis.unreadable) {
+        return kWrongUse;
+    }
+    return diagnosis.FallsBack() ? kFailed : kPassed;
+}
+
+bool HasPolicyFile() {
+    constexpr const char* kName = "/com.kivo.proc.conf";
+    for (const char* folder : {OMINSPECT_POLICY_DIR, "/usr/share/dbus-1/system.d", "/etc/dbus-1/system.d"}) {
+        if (access((std::string(folder) + kName).c_str(), R_OK) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<Finding> LookAtInstallation() {
+    constexpr unsigned long long kLogRoom = 16ULL << 20U;    // two files of 2 MiB, and some to spare
+    constexpr unsigned long long kAreaRoom = 256ULL << 20U;  // a collection of logs, and its package
+    const collect::Places places = collect::ThePlaces();
+    const Diagnosis diagnosis = Diagnose(places.config);
+    const client::Catalogue configured = CatalogueOf(diagnosis.items);
+    const BusFacts bus = LookAtBus(configured);
+    const std::string user = bus.server ? bus.server->user : "";
+
+    std::vector<Finding> findings = JudgeBus(bus, ThisPerson(), HasPolicyFile());
+    const auto append = [&findings](std::vector<Finding> more) {
+        findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
+    };
+    append(JudgeServer(bus, OMINSPECT_VERSION));
+    append(JudgeItems(bus, configured));
+    findings.push_back(JudgeConfiguration(places.config, diagnosis));
+    findings.push_back(JudgeFolder("log", places.log, user, kLogRoom));
+    findings.push_back(JudgeFolder("diagnosis", places.isDevice ? places.area : OMINSPECT_STATE_DIR "/diag",
+                                   places.isDevice ? "" : user, kAreaRoom));
+    findings.push_back(JudgeClock(std::time(nullptr), IsClockSynchronised()));
+    return findings;
+}
+
+ExitCode RunDoctor(const DoctorOptions& options) {
+    if (!options.config.empty()) {
+        return LookAtFile(options.config, options.json);
+    }
+    const std::vector<Finding> findings = LookAtInstallation();
+    if (options.json) {
+        Print(FindingsJson(findings));
+    } else {
+        (void)std::fputs(FindingsText(findings, WantsColours(stdout)).c_str(), stdout);
+    }
+    return IsAnythingWrong(findings) ? kFailed : kPassed;
+}
+
+}  // namespace
+
+void AddDoctor(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<DoctorOptions>();
+    CLI::App* command = app.add_subcommand("doctor", kDoctorText);
+    command
+        ->add_option(
+            "--config", options->config,
+            "Look at this configuration file alone: what the server makes of each line, and who owns its items")
+        ->type_name("FILE");
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return RunDoctor(*options); }; });
+}
+
+}  // namespace ominspect::doctor
