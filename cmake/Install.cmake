@@ -13,6 +13,12 @@ set(OMINSPECT_STATE_DIR /var/lib/ominspect)
 set(OMINSPECT_LOG_DIR /var/log/ominspect)
 set(OMINSPECT_LIBEXEC_DIR ${CMAKE_INSTALL_FULL_LIBEXECDIR}/ominspect)
 
+# Where the schemas are, as seen from a program in the given folder.
+function(find_schemas target folder)
+    file(RELATIVE_PATH path ${folder} ${CMAKE_INSTALL_FULL_DATADIR}/ominspect/schema)
+    target_compile_definitions(${target} PRIVATE OMINSPECT_SCHEMAS="${path}")
+endfunction()
+
 # The dynamic linker looks into the system's folders by itself; from anywhere else a program or library must say where its
 # libraries are, as seen from itself.
 function(find_installed_libraries target folder)

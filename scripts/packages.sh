@@ -16,8 +16,8 @@ BUILD_PACKAGES=(
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
-# What the tests need beside these; systemd for busctl.
-TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd)
+# What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint, which the programs call.
+TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh)
 # To make packages of Debian.
 PACKAGE_PACKAGES=(dpkg-dev file)
 # What the benchmarks are built with, and what counts their instructions.

@@ -24,6 +24,15 @@ protected:
         command.insert(command.end(), words.begin(), words.end());
         return support::Run(command).output;
     }
+
+    // What an interactive zsh makes of each line.
+    static std::string CompletedByZsh(const std::vector<std::string>& lines) {
+        const auto folder = [](const char* file) { return std::filesystem::path(file).parent_path().string(); };
+        std::vector<std::string> command{"/bin/zsh", "-f", ZSH_SCRIPT, folder(ZSH_COMPLETION_FILE),
+                                         folder(OMINSPECTCTL_PROGRAM)};
+        command.insert(command.end(), lines.begin(), lines.end());
+        return support::Run(command).output;
+    }
 };
 
 TEST_F(ItemsCommand, TheListShowsConfiguredAndOwnedItemsWithTheirOwnersAndResults) {
@@ -152,7 +161,8 @@ TEST_F(ItemsCommand, BashCompletesCommandsOptionsAndItems) {
 
 // Every option that the help names can be completed, and no other.
 TEST_F(ItemsCommand, BashCompletesTheOptionsOfTheHelp) {
-    for (const char* command : {"list", "run", "group", "stop", "reset", "state", "wait", "watch"}) {
+    for (const char* command :
+         {"list", "run", "group", "stop", "reset", "state", "wait", "watch", "check", "collect", "doctor"}) {
         const std::string help = Ctl({command, "--help"}).output;
         const std::string options = " " + Completed({command, "--"});
         std::string offered = options;
@@ -191,6 +201,25 @@ TEST_F(ItemsCommand, TheSessionOfTheReadmeWorksAsOneBlock) {
     for (const char* wrong : {"ominspectctl: ", "cannot", "No such", "unreachable", "absent", "lost"}) {
         EXPECT_FALSE(Holds(session.output, wrong)) << wrong << "\n" << session.output;
     }
+}
+
+TEST_F(ItemsCommand, ZshCompletesCommandsOptionsAndItems) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    EXPECT_EQ(
+        CompletedByZsh({"ominspectctl ru", "ominspectctl doctor --con", "ominspectctl group --w",
+                        "ominspectctl run always_o", "ominspectctl check say_", "ominspectctl run --timeout 5 later_"}),
+        "ominspectctl run \n"
+        "ominspectctl doctor --config \n"
+        "ominspectctl group --wait \n"
+        "ominspectctl run always_ok \n"
+        "ominspectctl check say_argument \n"
+        "ominspectctl run --timeout 5 later_ok \n");
+}
+
+TEST_F(ItemsCommand, ZshCompletesCommandsWithoutAServer) {
+    EXPECT_EQ(CompletedByZsh({"ominspectctl col", "ominspectctl run always_o"}),
+              "ominspectctl collect \nominspectctl run always_o\n");
 }
 
 }  // namespace

@@ -39,7 +39,8 @@ void AddCollect(CLI::App& app, Chosen& chosen) {
         ->type_name("PATTERN")
         ->take_all()
         ->allow_extra_args(false);
-    command->add_flag("!--no-redact", options->redact, "Leave secrets as they are");
+    command->add_flag_callback(
+        "--no-redact", [options] { options->redact = false; }, "Leave secrets as they are");
     command->add_option("--redact-patterns", options->patterns, "Further patterns of secrets; may be repeated")
         ->type_name("FILE")
         ->allow_extra_args(false);

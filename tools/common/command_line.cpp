@@ -21,7 +21,7 @@ constexpr const char* kFooter =
     "With several items, the highest of their codes.\n"
     "check: 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN, as monitoring plugins have it.\n"
     "collect: 0 everything is in the package, 1 something is not, or there is no package.\n"
-    "doctor: 0 nothing is wrong, 1 something is, 2 the file of --config cannot be read.\n"
+    "doctor: 0 nothing is wrong, 1 something is, 2 the named file cannot be read.\n"
     "\n"
     "The message bus is the one at KIVO_BUS_ADDRESS, else the system bus.";
 

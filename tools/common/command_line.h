@@ -25,7 +25,8 @@ using Chosen = std::function<ExitCode()>;
 
 // The commands of the program in libexec, as the help names them.
 constexpr const char* kCollectText = "Gathers the device's logs into one package, without the server";
-constexpr const char* kDoctorText = "Looks at bus, rights, server, owners, configuration, folders and clock, and says what to do";
+constexpr const char* kDoctorText =
+    "Looks at bus, rights, server, owners, configuration, folders and clock, and says what to do";
 
 // Lets `add` declare the commands, parses the arguments, runs what they chose, and gives the exit code.
 int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App& app, Chosen& chosen)>& add);

@@ -1,11 +1,8 @@
 // collect and doctor are carried out by a program of their own, which takes this one's place: it loads the server's
 // library and others that no other command needs.
 #include <algorithm>
-#include <cerrno>
-#include <filesystem>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -13,12 +10,11 @@
 
 #include "commands.h"
 #include "common/error.h"
+#include "common/program_path.h"
 #include "common/text.h"
 
 namespace ominspect::ctl {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* kCollect = "collect";
 constexpr const char* kDoctor = "doctor";
@@ -39,15 +35,13 @@ void AddCollectProgram(CLI::App& app) {
 }
 
 ExitCode RunCollectProgram(char** argv) {
-    std::error_code error;
-    const fs::path own = fs::read_symlink("/proc/self/exe", error);
-    const fs::path program = (own.parent_path() / OMINSPECT_COLLECT_PROGRAM).lexically_normal();
-    if (!error) {
-        (void)execv(program.c_str(), argv);
-        error.assign(errno, std::generic_category());
+    const auto program = BesideProgram(OMINSPECT_COLLECT_PROGRAM);
+    if (program) {
+        (void)execv(program->c_str(), argv);
     }
-    Complain("cannot run " + text::Escaped(program.string()) +
-             ", which carries out collect and doctor: " + SystemText(error.value()));
+    const Error error = program ? SystemError() : program.Failure();
+    Complain("cannot run " + text::Escaped(program ? *program : OMINSPECT_COLLECT_PROGRAM) +
+             ", which carries out collect and doctor: " + error.text);
     return kUnreachable;
 }
 

@@ -13,6 +13,8 @@
 #include "collect/places.h"
 #include "common/client_answers.h"
 #include "common/live_lines.h"
+#include "common/program_path.h"
+#include "common/schema.h"
 #include "common/text.h"
 #include "doctor/bus_facts.h"
 #include "doctor/bus_findings.h"
@@ -44,14 +46,43 @@ void Print(const json::Value& document) {
     (void)std::printf("%s\n", document.Print().c_str());
 }
 
-// The exit code is about the file alone.
+Result<std::vector<std::string>> AskSchema(const std::string& config) {
+    const auto schema = BesideProgram(OMINSPECT_SCHEMAS "/inspect_config.xsd");
+    return schema ? SchemaErrors(*schema, config) : schema.Failure();
+}
+
+std::string SchemaText(const Result<std::vector<std::string>>& errors) {
+    if (!errors) {
+        return "not checked against the schema: " + text::Escaped(errors.Failure().text) + '\n';
+    }
+    std::string out;
+    for (const std::string& error : *errors) {
+        out += "schema: " + text::Escaped(error) + '\n';
+    }
+    return out;
+}
+
+json::Value SchemaJson(const Result<std::vector<std::string>>& errors) {
+    auto list = json::Value::Array();
+    for (const std::string& error : errors ? *errors : std::vector{errors.Failure().text}) {
+        list.AddText(text::Escaped(error));
+    }
+    auto schema = json::Value::Object();
+    schema.Flag("checked", static_cast<bool>(errors)).Put("errors", std::move(list));
+    return schema;
+}
+
+// The exit code is about what the server makes of the file, and nothing else.
 ExitCode LookAtFile(const std::string& config, bool json) {
     const Diagnosis diagnosis = Diagnose(config);
+    const auto schema = AskSchema(config);
     const auto owners = FindOwners(diagnosis);
     if (json) {
         auto document = ReportJson(config, diagnosis);
+        document.Put("schema", SchemaJson(schema));
         Print(document.Put("ownership", OwnershipJson(owners)));
     } else {
+        (void)std::fputs(diagnosis.unreadable ? "" : SchemaText(schema).c_str(), stdout);
         (void)std::fputs(ReportText(config, diagnosis).c_str(), stdout);
         (void)std::fputs(owners ? OwnershipText(*owners).c_str() : "", stdout);
     }
@@ -61,6 +92,12 @@ ExitCode LookAtFile(const std::string& config, bool json) {
         return kWrongUse;
     }
     return diagnosis.FallsBack() ? kFailed : kPassed;
+}
+
+// True when it cannot be checked.
+bool IsAsSchemaHasIt(const std::string& config) {
+    const auto errors = AskSchema(config);
+    return !errors || errors->empty();
 }
 
 bool HasPolicyFile() {
@@ -88,7 +125,7 @@ std::vector<Finding> LookAtInstallation() {
     };
     append(JudgeServer(bus, OMINSPECT_VERSION));
     append(JudgeItems(bus, configured));
-    findings.push_back(JudgeConfiguration(places.config, diagnosis));
+    findings.push_back(JudgeConfiguration(places.config, diagnosis, IsAsSchemaHasIt(places.config)));
     findings.push_back(JudgeFolder("log", places.log, user, kLogRoom));
     findings.push_back(JudgeFolder("diagnosis", places.isDevice ? places.area : OMINSPECT_STATE_DIR "/diag",
                                    places.isDevice ? "" : user, kAreaRoom));

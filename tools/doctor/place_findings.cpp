@@ -16,7 +16,7 @@
 
 namespace ominspect::doctor {
 
-Finding JudgeConfiguration(const std::string& path, const Diagnosis& diagnosis) {
+Finding JudgeConfiguration(const std::string& path, const Diagnosis& diagnosis, bool isAsSchemaHasIt) {
     if (diagnosis.unreadable) {
         const bool isThere = access(path.c_str(), F_OK) == 0;
         return {Verdict::kWarning, "configuration",
@@ -33,7 +33,7 @@ Finding JudgeConfiguration(const std::string& path, const Diagnosis& diagnosis) 
     }
     const bool hasNotes = std::any_of(diagnosis.elements.begin(), diagnosis.elements.end(),
                                       [](const ElementReport& one) { return !one.notes.empty(); });
-    if (hasNotes) {
+    if (hasNotes || !isAsSchemaHasIt) {
         return {Verdict::kWarning, "configuration", content + "; some of it does not mean what it looks like",
                 "ominspectctl doctor --config " + path + " says what"};
     }

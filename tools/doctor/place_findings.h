@@ -9,7 +9,7 @@
 
 namespace ominspect::doctor {
 
-Finding JudgeConfiguration(const std::string& path, const Diagnosis& diagnosis);
+Finding JudgeConfiguration(const std::string& path, const Diagnosis& diagnosis, bool isAsSchemaHasIt);
 
 // `subject`: what the folder is called; `user`: who writes into it, empty when that is not known; `leastFree`: in
 // bytes.

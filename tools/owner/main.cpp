@@ -6,6 +6,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/program_path.h"
+#include "common/schema.h"
+#include "common/text.h"
 #include "config.h"
 #include "describe.h"
 #include "ominspect/journal.h"
@@ -13,6 +16,7 @@
 
 namespace {
 
+using namespace ominspect;
 using namespace ominspect::owner;
 
 constexpr int kWrongUse = 2;
@@ -36,6 +40,24 @@ constexpr const char* kFooter =
     "Exit code: 0 ended as asked, 2 wrong use or a mistake in the file, 3 the message bus is not reachable or the\n"
     "process name is taken.";
 
+// The file was read without a mistake. The schema says the same by other means, and is what editors know.
+int Check(const std::string& path, const OwnerConfig& config) {
+    (void)std::fputs(Describe(config).c_str(), stdout);
+    (void)std::fflush(stdout);
+    const auto schema = BesideProgram(OMINSPECT_SCHEMAS "/ominspect-owner.xsd");
+    const auto errors = schema ? SchemaErrors(*schema, path) : schema.Failure();
+    if (!errors) {
+        (void)std::fprintf(stderr, "ominspect-owner: not checked against the schema: %s\n",
+                           text::Escaped(errors.Failure().text).c_str());
+        return EXIT_SUCCESS;
+    }
+    for (const std::string& error : *errors) {
+        (void)std::fprintf(stderr, "ominspect-owner: %s: %s\n", text::Escaped(path).c_str(),
+                           text::Escaped(error).c_str());
+    }
+    return errors->empty() ? EXIT_SUCCESS : kWrongUse;
+}
+
 int Main(int argc, char** argv) {
     CLI::App app("Makes any executable an inspection item.", "ominspect-owner");
     app.set_version_flag("--version", "ominspect-owner " OMINSPECT_VERSION);
@@ -57,8 +79,7 @@ int Main(int argc, char** argv) {
         return kWrongUse;
     }
     if (checkOnly) {
-        (void)std::fputs(Describe(*config).c_str(), stdout);
-        return EXIT_SUCCESS;
+        return Check(path, *config);
     }
     if (const auto error = Serve(*config)) {
         (void)std::fprintf(stderr, "%sominspect-owner: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), error->text.c_str());

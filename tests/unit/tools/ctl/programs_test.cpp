@@ -168,6 +168,19 @@ TEST_F(Programs, OwnerChecksTheShippedFiles) {
     }
 }
 
+TEST_F(Programs, OwnerChecksAFileAgainstItsSchema) {
+    const support::WorkingFolder work;
+    support::WriteFile("o.xml", "<Owner process='p'><Item name='a'><Command>/bin/a\nb</Command></Item></Owner>");
+    const auto refused = RunProgram({PROGRAM_OWNER, "--check", "o.xml"});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_TRUE(refused.err.starts_with("ominspect-owner: o.xml: line 1: Element 'Command': ")) << refused.err;
+    const auto unchecked = support::Run({PROGRAM_OWNER, "--check", "o.xml"}, {"PATH=/nowhere"});
+    EXPECT_EQ(unchecked.exitCode, 0);
+    EXPECT_TRUE(Holds(unchecked.output,
+                      "ominspect-owner: not checked against the schema: xmllint: No such file or directory\n"))
+        << unchecked.output;
+}
+
 TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
     const auto outcome = RunProgram({PROGRAM_OWNER, "/dev/null"});
     EXPECT_EQ(outcome.code, 2);

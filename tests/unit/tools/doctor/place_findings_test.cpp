@@ -21,21 +21,29 @@ constexpr unsigned long long kAnyRoom = 0;
 
 class PlaceFindings : public testing::Test {
 protected:
-    static Finding Configuration(const std::string& xml) {
+    static Finding Configuration(const std::string& xml, bool isAsSchemaHasIt = true) {
         WriteFile("c.xml", xml);
-        return JudgeConfiguration("c.xml", Diagnose("c.xml"));
+        return JudgeConfiguration("c.xml", Diagnose("c.xml"), isAsSchemaHasIt);
     }
 
     const support::WorkingFolder work_;
     const std::string self_ = UserName(geteuid());
 };
 
+constexpr const char* kInOrder =
+    "<c><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
+    "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='5' isFolder='true'/></LogCollect></c>";
+
 TEST_F(PlaceFindings, AConfigurationInOrderIsGood) {
-    const Finding found = Configuration(
-        "<c><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
-        "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='5' isFolder='true'/></LogCollect></c>");
+    const Finding found = Configuration(kInOrder);
     EXPECT_EQ(found.verdict, Verdict::kGood);
     EXPECT_EQ(found.text, "c.xml: 1 items, 1 collection entries");
+}
+
+TEST_F(PlaceFindings, WhatTheSchemaRefusesIsAWarning) {
+    const Finding found = Configuration(kInOrder, false);
+    EXPECT_EQ(found.verdict, Verdict::kWarning);
+    EXPECT_EQ(found.advice, "ominspectctl doctor --config c.xml says what");
 }
 
 TEST_F(PlaceFindings, WhatFallsBackIsAWarning) {
@@ -55,7 +63,7 @@ TEST_F(PlaceFindings, WhatNobodyReadsIsAWarning) {
 }
 
 TEST_F(PlaceFindings, AConfigurationThatIsMissingOrBrokenIsAWarning) {
-    const Finding missing = JudgeConfiguration("no.xml", Diagnose("no.xml"));
+    const Finding missing = JudgeConfiguration("no.xml", Diagnose("no.xml"), false);
     EXPECT_EQ(missing.verdict, Verdict::kWarning);
     EXPECT_TRUE(missing.text.starts_with("no.xml: not there; so the built-in items")) << missing.text;
     EXPECT_TRUE(missing.advice.starts_with("put a file there")) << missing.advice;

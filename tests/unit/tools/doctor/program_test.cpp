@@ -11,8 +11,8 @@ using support::WriteFile;
 namespace {
 
 constexpr const char* kGood =
-    "<c><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
-    "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></c>";
+    "<config><DiagnoseList><DiagnoseItem name='a' level='warn' isSync='true'/></DiagnoseList>"
+    "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></config>";
 
 class DoctorProgram : public testing::Test {
 protected:
@@ -42,6 +42,34 @@ TEST_F(DoctorProgram, AnswersOneWhenSomethingFallsBack) {
     EXPECT_EQ(Doctor({"--config", "c.xml"}).exitCode, 1);
     EXPECT_EQ(Doctor({"--config", "c.xml", "--json"}).output.substr(0, 70),
               R"({"file":"c.xml","readable":true,"error":"","fallsBack":true,"messages")");
+}
+
+TEST_F(DoctorProgram, SaysWhatIsNotAsTheSchemaHasIt) {
+    WriteFile("c.xml",
+              std::string("<config><DiagnoseList><DiagnoseItem name='a' level='bad' isSync='true'/></DiagnoseList>\n") +
+                  "<LogCollect><Log srcPath='/a' dstPath='/b' timeout='7' isFolder='true'/></LogCollect></config>");
+    const std::string complaint =
+        "line 1: Element 'DiagnoseItem', attribute 'level': [facet 'enumeration'] The value 'bad' is not an element of "
+        "the "
+        "set {'error', 'warn'}.";
+    const Outcome text = Doctor({"--config", "c.xml"});
+    EXPECT_EQ(text.exitCode, 0) << "the server takes the value as it is";
+    EXPECT_TRUE(text.output.starts_with("schema: " + complaint + "\nline 1: DiagnoseList: records: 1\n"))
+        << text.output;
+    EXPECT_NE(Doctor({"--config", "c.xml", "--json"})
+                  .output.find(R"("schema":{"checked":true,"errors":[")" + complaint + "\"]}"),
+              std::string::npos);
+    WriteFile("c.xml", kGood);
+    EXPECT_NE(Doctor({"--config", "c.xml", "--json"}).output.find(R"("schema":{"checked":true,"errors":[]})"),
+              std::string::npos);
+}
+
+TEST_F(DoctorProgram, SaysThatThereIsNoValidator) {
+    WriteFile("c.xml", kGood);
+    const Outcome outcome = support::Run({PROGRAM_CTL, "doctor", "--config", "c.xml"}, {"PATH=/nowhere"});
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(outcome.output.starts_with("not checked against the schema: xmllint: No such file or directory\n"))
+        << outcome.output;
 }
 
 TEST_F(DoctorProgram, AnswersTwoToAnUnreadableFileAndToWrongUse) {
