@@ -1,6 +1,10 @@
 // A hostile connection that speaks D-Bus itself: it must not pass for another process.
 #include <systemd/sd-bus.h>
 
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
 #include "support/raw_connection.h"
 #include "system.h"
 
@@ -81,6 +85,48 @@ TEST_F(Forgery, DescriptorsAreNotTaken) {
     ASSERT_GE(sd_bus_message_append(call, "hh", 0, 1), 0);
     EXPECT_LT(sd_bus_call(hostile_.Get(), call, 60'000'000, nullptr, nullptr), 0);
     EXPECT_EQ(SeenAs(), "");  // the connection goes on
+}
+
+// The operations log tells who registered an item and who reported a result: the process of the connection, whatever
+// the message says.
+TEST_F(Forgery, TheLogNamesTheSenderOfARegistrationAndOfAResult) {
+    const Child server = StartServer();
+    hostile_.Take("com.kivo.proc.rogue");
+    const auto post = [this](uint32_t id, const std::string& payload) {
+        sd_bus_message* call = nullptr;
+        ASSERT_GE(sd_bus_message_new_method_call(hostile_.Get(), &call, "com.kivo.proc.ominspect",
+                                                 "/com/kivo/task/iom_5fsrv_5ftask", "com.kivo.Msg", "Send"),
+                  0);
+        const RawMessage message(call);
+        ASSERT_GE(sd_bus_message_append(call, "uuss", id, 0, "honest_task", "honest_task"), 0);
+        ASSERT_GE(sd_bus_message_append_array(call, 'y', payload.data(), payload.size()), 0);
+        ASSERT_GE(sd_bus_message_set_expect_reply(call, 0), 0);
+        ASSERT_GE(sd_bus_send(hostile_.Get(), call, nullptr), 0);
+    };
+    std::string result = "stolen";
+    result.resize(192);
+    post(2, std::string("stolen", 7));
+    post(5, result);
+    ASSERT_TRUE(Eventually([this] { return ServerLog().find("now send result to [stolen]") != std::string::npos; }));
+
+    // The texts of the lines, from the registration on.
+    std::vector<std::string> texts;
+    std::istringstream log(ServerLog());
+    for (std::string line; std::getline(log, line);) {
+        std::istringstream words(line);
+        std::string head;
+        for (int i = 0; i < 6; ++i) {
+            words >> head;
+        }
+        texts.push_back(line.substr(line.find(head) + head.size() + 1));
+    }
+    const auto begin = std::find(texts.begin(), texts.end(), "add inspection in result: [stolen] ");
+    ASSERT_NE(begin, texts.begin());
+    ASSERT_GE(texts.end() - begin, 5);
+    EXPECT_EQ(begin[-1], "inspect server recv msg id 2 from [rogue:honest_task]");
+    EXPECT_EQ(begin[2], "add inspection in pipeline: [stolen] from [rogue:honest_task] ");
+    EXPECT_EQ(begin[3], "inspect server recv msg id 5 from [rogue:honest_task]");
+    EXPECT_EQ(begin[4], "now send result to [stolen]");
 }
 
 }  // namespace
