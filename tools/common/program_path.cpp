@@ -5,15 +5,13 @@
 
 namespace ominspect {
 
-namespace fs = std::filesystem;
-
-Result<std::string> BesideProgram(const std::string& relative) {
+Result<std::string> ProgramBeside(const std::string& relative) {
     std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
+    const auto own = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) {
         return SystemError(error.value());
     }
-    return (program.parent_path() / relative).lexically_normal().string();
+    return (own.parent_path() / relative).lexically_normal().string();
 }
 
 }  // namespace ominspect

@@ -1,4 +1,4 @@
-// Files of the same installation, found from the place of the running program: an installation may have been moved.
+// Where a program finds the others of its installation.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace ominspect {
 
-// The path of a file that is named relative to the folder of the running program.
-Result<std::string> BesideProgram(const std::string& relative);
+// The path of a program that is named as seen from this one's folder.
+Result<std::string> ProgramBeside(const std::string& relative);
 
 }  // namespace ominspect

@@ -1,6 +1,7 @@
 // collect and doctor are carried out by a program of their own, which takes this one's place: it loads the server's
 // library and others that no other command needs.
 #include <algorithm>
+#include <cerrno>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -35,13 +36,16 @@ void AddCollectProgram(CLI::App& app) {
 }
 
 ExitCode RunCollectProgram(char** argv) {
-    const auto program = BesideProgram(OMINSPECT_COLLECT_PROGRAM);
+    const auto program = ProgramBeside(OMINSPECT_COLLECT_PROGRAM);
+    int reason = 0;
     if (program) {
         (void)execv(program->c_str(), argv);
+        reason = errno;
+    } else {
+        reason = program.Failure().number;
     }
-    const Error error = program ? SystemError() : program.Failure();
     Complain("cannot run " + text::Escaped(program ? *program : OMINSPECT_COLLECT_PROGRAM) +
-             ", which carries out collect and doctor: " + error.text);
+             ", which carries out collect and doctor: " + SystemText(reason));
     return kUnreachable;
 }
 

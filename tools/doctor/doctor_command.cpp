@@ -47,7 +47,7 @@ void Print(const json::Value& document) {
 }
 
 Result<std::vector<std::string>> AskSchema(const std::string& config) {
-    const auto schema = BesideProgram(OMINSPECT_SCHEMAS "/inspect_config.xsd");
+    const auto schema = ProgramBeside(OMINSPECT_SCHEMAS "/inspect_config.xsd");
     return schema ? SchemaErrors(*schema, config) : schema.Failure();
 }
 

@@ -44,7 +44,7 @@ constexpr const char* kFooter =
 int Check(const std::string& path, const OwnerConfig& config) {
     (void)std::fputs(Describe(config).c_str(), stdout);
     (void)std::fflush(stdout);
-    const auto schema = BesideProgram(OMINSPECT_SCHEMAS "/ominspect-owner.xsd");
+    const auto schema = ProgramBeside(OMINSPECT_SCHEMAS "/ominspect-owner.xsd");
     const auto errors = schema ? SchemaErrors(*schema, path) : schema.Failure();
     if (!errors) {
         (void)std::fprintf(stderr, "ominspect-owner: not checked against the schema: %s\n",
