@@ -56,8 +56,8 @@ public:
     }
 
     void Call(const char* method) const {
-        EXPECT_GE(sd_bus_call_method(Get(), "com.kivo.proc.tester", kProcessPath, kPublisherInterface, method,
-                                     nullptr, nullptr, nullptr),
+        EXPECT_GE(sd_bus_call_method(Get(), "com.kivo.proc.tester", kProcessPath, kPublisherInterface, method, nullptr,
+                                     nullptr, nullptr),
                   0);
     }
 
