@@ -16,8 +16,9 @@ BUILD_PACKAGES=(
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
-# What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint, which the programs call.
-TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh)
+# What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint,
+# which the programs call, jeepney for the Python module.
+TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh python3 python3-jeepney)
 # To make packages of Debian.
 PACKAGE_PACKAGES=(dpkg-dev file)
 # What the benchmarks are built with, and what counts their instructions.
@@ -27,7 +28,7 @@ INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux linti
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.
-LINT_PACKAGES=(clang-format clang-tidy shellcheck)
+LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 
 # install_missing PACKAGE...: installs what is not there, as root or through sudo; else prints the command and ends.
 install_missing() {
