@@ -1,84 +1,18 @@
 #!/bin/bash
 # The shipped bus policy on a bus with the rules of the system bus: what the server's user, a member of each group, root and
-# an outsider may do, and what those are told who may not. Prints each refusal. The roles get numbers that no account has.
+# an outsider may do, and what those are told who may not. Prints each refusal.
 #   check_policy.sh <build folder> <cmake>
 #
 # Only root can become somebody else. For anybody else only the outsider is tried: that is he himself.
 set -euo pipefail
 build=$1 cmake=$2
-work=$(mktemp -d)
-pids=()
-finish() {
-    for pid in "${pids[@]}"; do
-        kill "$pid" 2>/dev/null || true
-        wait "$pid" 2>/dev/null || true
-    done
-    rm -rf "$work"
-}
-trap finish EXIT
-chmod 755 "$work"
-
-# Where everybody can run them.
-"$cmake" --install "$build" --prefix "$work/prefix" >"$work/last" 2>&1 || { cat "$work/last" && exit 1; }
-bin=$work/prefix/bin
+# shellcheck source=tests/install/policy_bus.sh
+. "$(dirname "$0")/policy_bus.sh"
+install_build
 owner_file=$work/owner.xml
 sed "s#>[^<]*/check_#>$work/prefix/libexec/ominspect/check_#" "$work/prefix/share/ominspect/owner/system.xml" >"$owner_file"
-sed -e "s/group=\"ominspect\"/group=\"games\"/; s/group=\"ominspect-owner\"/group=\"news\"/" \
-    -e "s/user=\"ominspect\"/user=\"daemon\"/" "$work/prefix/share/dbus-1/system.d/com.kivo.proc.conf" >"$work/policy.conf"
-cat >"$work/bus.conf" <<XML
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <listen>unix:path=$work/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <deny own="*"/>
-    <deny send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-    <allow receive_type="signal"/>
-    <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
-  </policy>
-  <include>$work/policy.conf</include>
-</busconfig>
-XML
-export KIVO_BUS_ADDRESS=unix:path=$work/bus KIVO_LOG_DIR=$work/log HOME=/nonexistent
-dbus-daemon --config-file="$work/bus.conf" --nofork --nopidfile &
-pids+=($!)
+start_policy_bus
 
-await() { # await WHAT COMMAND...: until the command succeeds
-    local what=$1 tries
-    shift
-    for ((tries = 0; tries < 600; tries++)); do
-        "$@" >"$work/last" 2>&1 && return 0
-        sleep 0.05
-    done
-    echo "gave up waiting for $what: $(cat "$work/last" "$work"/*.out)" >&2
-    exit 1
-}
-await "the bus" test -S "$work/bus"
-
-mkdir -m 777 "$work/log"
-as() { # as ROLE COMMAND...
-    local role=$1
-    shift
-    case $role in
-        server) exec setpriv --reuid daemon --regid daemon --clear-groups -- "$@" ;;
-        asker) exec setpriv --reuid games --regid games --clear-groups -- "$@" ;;
-        owner) exec setpriv --reuid news --regid news --clear-groups -- "$@" ;;
-        both) exec setpriv --reuid lp --regid lp --groups games,news -- "$@" ;;
-        outsider)
-            [ "$(id -u)" -ne 0 ] || exec setpriv --reuid nobody --regid nogroup --clear-groups -- "$@"
-            exec "$@"
-            ;;
-        root) exec "$@" ;;
-    esac
-}
 refused() { # refused ROLE TEXT COMMAND...: the command fails, and this is all it says
     local role=$1 text=$2 output code=0
     shift 2
