@@ -19,12 +19,12 @@ RUN_PACKAGES=(dbus-daemon)
 # What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint,
 # which the programs call, jeepney for the Python module.
 TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh python3 python3-jeepney)
-# To make packages of Debian.
-PACKAGE_PACKAGES=(dpkg-dev file)
+# To make packages of Debian, and their bill of materials.
+PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, and what counts their instructions.
 BENCH_PACKAGES=(libbenchmark-dev valgrind)
 # To install them into a system of their own, and to boot it.
-INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian)
+INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.

@@ -1,0 +1,172 @@
+#!/usr/bin/python3
+"""Looks whether the bill of materials in a folder is valid SPDX 2.3 and true of the packages beside it.
+
+    check_sbom.py FOLDER
+
+The licences are checked by a library that knows SPDX's list; what else the format demands, here. What it says of the packages
+is compared with what dpkg says of them.
+"""
+import glob
+import hashlib
+import json
+import os
+import re
+import subprocess
+import sys
+
+from license_expression import get_spdx_licensing
+
+CHECKSUMS = {"SHA1": 40, "SHA256": 64}
+MANDATORY = {
+    "document": ("spdxVersion", "dataLicense", "SPDXID", "name", "documentNamespace", "creationInfo"),
+    "package": ("SPDXID", "name", "downloadLocation"),
+    "file": ("SPDXID", "fileName", "checksums"),
+    "licence": ("licenseId", "extractedText"),
+    "relationship": ("spdxElementId", "relationshipType", "relatedSpdxElement"),
+}
+RELATIONSHIPS = {"DESCRIBES", "CONTAINS", "DEPENDS_ON", "DYNAMIC_LINK", "BUILD_DEPENDENCY_OF", "BUILD_TOOL_OF"}
+
+problems = []
+
+
+def expect(condition, *what):
+    if not condition:
+        problems.append(" ".join(str(word) for word in what))
+
+
+def has_fields(kind, entry):
+    for name in MANDATORY[kind]:
+        expect(entry.get(name) not in (None, "", []), kind, entry.get("SPDXID", entry), "has no", name)
+
+
+def output(*command, **options):
+    return subprocess.run(command, check=True, capture_output=True, **options).stdout
+
+
+def providers():
+    """The package behind each name that is none itself, such as that of a library with one of its interfaces."""
+    found = {}
+    for line in output("dpkg-query", "--show", "--showformat", "${Package} ${Provides}\n", text=True).splitlines():
+        package, _, provided = line.partition(" ")
+        found.update((name.split()[0], package) for name in provided.split(", ") if name)
+    return found
+
+
+PROVIDERS = providers()
+
+
+def digest(kind, data):
+    return hashlib.new(kind.lower(), data).hexdigest()
+
+
+def related(document, kind, identifier):
+    """What the entry of that identifier has the relationship with."""
+    wanted = (identifier, kind)
+    return {r["relatedSpdxElement"] for r in document["relationships"] if (r["spdxElementId"], r["relationshipType"]) == wanted}
+
+
+def check_document(document):
+    has_fields("document", document)
+    expect(document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0", "not SPDX 2.3 under CC0")
+    expect(document["SPDXID"] == "SPDXRef-DOCUMENT", "the document has another identifier")
+    expect(re.fullmatch(r"https://[^#\s]+", document["documentNamespace"]), "the name space is no URI without a fragment")
+    info = document["creationInfo"]
+    expect(re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", info["created"]), "created", info["created"])
+    for creator in info["creators"]:
+        expect(re.match(r"(Person|Organization|Tool): \S", creator), "creator", creator)
+
+
+def check_identifiers(document):
+    entries = document["packages"] + document["files"]
+    names = [entry["SPDXID"] for entry in entries] + [document["SPDXID"]]
+    for name in names:
+        expect(re.fullmatch(r"SPDXRef-[A-Za-z0-9.-]+", name), "identifier", name)
+    expect(len(set(names)) == len(names), "an identifier occurs twice")
+    for relation in document["relationships"]:
+        has_fields("relationship", relation)
+        expect(relation["relationshipType"] in RELATIONSHIPS, "relationship", relation["relationshipType"])
+        for end in ("spdxElementId", "relatedSpdxElement"):
+            expect(relation[end] in names, "nobody is", relation[end])
+
+
+def check_licences(document):
+    own = {entry["licenseId"] for entry in document["hasExtractedLicensingInfos"]}
+    for entry in document["hasExtractedLicensingInfos"]:
+        has_fields("licence", entry)
+        expect(re.fullmatch(r"LicenseRef-[A-Za-z0-9.-]+", entry["licenseId"]), "licence", entry["licenseId"])
+    spdx = get_spdx_licensing()
+    used = set()
+    for package in document["packages"]:
+        expect(package["licenseConcluded"] == "NOASSERTION", package["name"], "has a licence that nobody concluded")
+        expression = package["licenseDeclared"]
+        if expression == "NOASSERTION":
+            continue
+        for name in re.split(r" (?:AND|OR) ", expression):
+            if name.startswith("LicenseRef-"):
+                used.add(name)
+            else:
+                expect(not spdx.validate(name).errors and spdx.parse(name).render() == name, "SPDX knows no", name)
+    expect(used == own, "licences with a text:", sorted(own), "and used:", sorted(used))
+
+
+def check_sums(name, entry, data):
+    sums = {item["algorithm"]: item["checksumValue"] for item in entry["checksums"]}
+    expect(set(sums) == set(CHECKSUMS), name, "has the checksums", sorted(sums))
+    for kind, value in sums.items():
+        expect(digest(kind, data) == value, name, "has another", kind)
+
+
+def check_made(document, package, file):
+    """A package that was made: its own checksums, those of its files, and its dependencies."""
+    with open(file, "rb") as archive:
+        check_sums(file, package, archive.read())
+    expect(package["versionInfo"] == output("dpkg-deb", "--field", file, "Version").decode().strip(), file, "has another version")
+    contained = related(document, "CONTAINS", package["SPDXID"])
+    files = {entry["fileName"]: entry for entry in document["files"] if entry["SPDXID"] in contained}
+    listed = [line.split(None, 5) for line in output("dpkg-deb", "--contents", file).decode().splitlines()]
+    expect(set(files) == {fields[5] for fields in listed if fields[0].startswith("-")}, file, "has other files")
+    contents = []
+    archive = output("dpkg-deb", "--fsys-tarfile", file)
+    for name, entry in files.items():
+        has_fields("file", entry)
+        data = output("tar", "-xO", name, input=archive)
+        check_sums(name, entry, data)
+        contents.append(digest("sha1", data))
+    code = digest("sha1", "".join(sorted(contents)).encode())
+    expect(package["packageVerificationCode"]["packageVerificationCodeValue"] == code, file, "has another verification code")
+    # What dpkg-shlibdeps found out for itself.
+    names = {entry["SPDXID"]: entry["name"] for entry in document["packages"]}
+    depends = {names[other] for other in related(document, "DEPENDS_ON", package["SPDXID"])}
+    field = output("dpkg-deb", "--field", file, "Depends").decode()
+    libraries = {PROVIDERS.get(name, name) for name in re.findall(r"(?:^|, )(lib[a-z0-9.+-]+)", field)}
+    expect(libraries <= depends, file, "needs", sorted(libraries - depends))
+    # Only what dpkg-shlibdeps leaves out because another dependency brings it may be more.
+    expect(depends <= libraries | {"libc6", "libgcc-s1", "libstdc++6", "ominspect"}, file, "does not need", sorted(depends - libraries))
+
+
+def main():
+    folder = sys.argv[1]
+    bills = glob.glob(os.path.join(folder, "*.spdx.json"))
+    expect(len(bills) == 1, "bills of materials:", bills)
+    with open(bills[0], encoding="utf-8") as file:
+        document = json.load(file)
+    check_document(document)
+    check_identifiers(document)
+    check_licences(document)
+    for package in document["packages"]:
+        has_fields("package", package)
+    described = related(document, "DESCRIBES", "SPDXRef-DOCUMENT")
+    made = {package["packageFileName"]: package for package in document["packages"] if package["SPDXID"] in described}
+    debs = sorted(os.path.basename(file) for file in glob.glob(os.path.join(folder, "*.deb")))
+    expect(sorted(made) == debs, "the packages are", debs, "and described are", sorted(made))
+    for name in set(made) & set(debs):
+        check_made(document, made[name], os.path.join(folder, name))
+    built_with = {r["spdxElementId"] for r in document["relationships"] if r["relationshipType"] == "BUILD_DEPENDENCY_OF"}
+    headers = {package["name"] for package in document["packages"] if package["SPDXID"] in built_with}
+    # Headers that hold all of their library: no program names it.
+    expect("libcli11-dev" in headers, "what has only headers is not named")
+    print("\n".join(problems))
+    sys.exit(1 if problems else 0)
+
+
+main()
