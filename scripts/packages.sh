@@ -25,6 +25,14 @@ PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 BENCH_PACKAGES=(libbenchmark-dev valgrind)
 # To install them into a system of their own, and to boot it.
 INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
+# To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
+ARM64_BUILD_PACKAGES=(
+    g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon procps dpkg-dev file
+    libarchive-tools libcli11-dev python3
+    # ... and of the other one
+    libsystemd-dev:arm64 libspdlog-dev:arm64 libcjson-dev:arm64 libtinyxml2-dev:arm64 libutf8proc-dev:arm64 libarchive-dev:arm64
+    libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
+)
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
 # What ./scripts/lint needs.
@@ -48,4 +56,13 @@ install_missing() {
         echo "    apt-get update && ${command[*]}"
         return 1
     fi
+}
+
+# debian_sources: sets DEBIAN_SOURCES to the files that say from where this machine has its own packages.
+debian_sources() {
+    local file
+    DEBIAN_SOURCES=()
+    for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list /etc/apt/sources.list.d/*.sources; do
+        [ ! -e "$file" ] || DEBIAN_SOURCES+=("$file")
+    done
 }
