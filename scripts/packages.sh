@@ -27,8 +27,8 @@ BENCH_PACKAGES=(libbenchmark-dev valgrind)
 INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
 # To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
 ARM64_BUILD_PACKAGES=(
-    g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon procps dpkg-dev file
-    libarchive-tools libcli11-dev python3
+    g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon systemd procps dpkg-dev file
+    libarchive-tools libxml2-utils libcli11-dev python3
     # ... and of the other one
     libsystemd-dev:arm64 libspdlog-dev:arm64 libcjson-dev:arm64 libtinyxml2-dev:arm64 libutf8proc-dev:arm64 libarchive-dev:arm64
     libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
