@@ -1,0 +1,29 @@
+// What is expected in this room, as /etc/ominspect/room.xml has it. Everything may be left out.
+//
+//   <Room>
+//       <Board/> <Network/> <Audio/> <Media/> <Camera/> <Call/>   what each subject expects
+//   </Room>
+//
+// Anything unknown in the file, except comments, is an error.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "call_settings.h"
+#include "common/error.h"
+
+namespace room {
+
+struct Settings {
+    std::string root;  // the folder below which /sys, /proc and /dev are looked for; empty for the machine's own
+    CallSettings call;
+};
+
+// Parses a text. The error of a mistake is "line N: what is wrong".
+ominspect::Result<Settings> ParseSettings(std::string_view xml);
+
+// The same for a file; the error begins with the path.
+ominspect::Result<Settings> LoadSettings(const std::string& path);
+
+}  // namespace room
