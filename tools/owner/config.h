@@ -18,27 +18,16 @@
 // Anything else in the file, except comments, is an error.
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "common/error.h"
+#include "items/config.h"
 
 namespace ominspect::owner {
 
-struct ItemConfig {
-    std::string name;
-    std::chrono::seconds limit;
-    bool isSync;
-    std::vector<std::string> argv;  // the command's path first
-};
-
-struct OwnerConfig {
-    std::string process;
-    unsigned maxParallel;
-    std::vector<ItemConfig> items;  // 1 to 256
-};
+using items::ItemConfig;
+using items::OwnerConfig;
 
 // Parses a configuration text. The error of a mistake is "line N: what is wrong".
 Result<OwnerConfig> ParseConfig(std::string_view xml);

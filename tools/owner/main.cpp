@@ -11,8 +11,8 @@
 #include "common/text.h"
 #include "config.h"
 #include "describe.h"
+#include "items/service.h"
 #include "ominspect/journal.h"
-#include "service.h"
 
 namespace {
 
@@ -81,7 +81,7 @@ int Main(int argc, char** argv) {
     if (checkOnly) {
         return Check(path, *config);
     }
-    if (const auto error = Serve(*config)) {
+    if (const auto error = ominspect::items::Serve("ominspect-owner", *config)) {
         (void)std::fprintf(stderr, "%sominspect-owner: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), error->text.c_str());
         return kCannotServe;
     }

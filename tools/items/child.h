@@ -6,10 +6,10 @@
 
 #include <sys/types.h>
 
-#include "command.h"
 #include "common/fd.h"
+#include "items/command.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 // Used by one thread. The command sees /dev/null as its input, two pipes as its outputs, no other descriptor, an
 // empty signal mask, default signal dispositions, and the environment with INSPECT_ITEM and INSPECT_CMD. The process
@@ -58,4 +58,4 @@ private:
     Stream err_;
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

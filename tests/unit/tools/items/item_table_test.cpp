@@ -1,5 +1,5 @@
 // The owner's items: what run and stop requests are answered with, and what is reported.
-#include "item_table.h"
+#include "items/item_table.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
-using namespace ominspect::owner;
+using namespace ominspect::items;
 using namespace std::chrono_literals;
 
 namespace {

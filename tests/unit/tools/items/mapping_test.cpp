@@ -1,5 +1,5 @@
 // A command's outcome as an inspection result.
-#include "mapping.h"
+#include "items/mapping.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <csignal>
 #include <string>
 
-using namespace ominspect::owner;
+using namespace ominspect::items;
 using End = CommandOutcome::End;
 
 namespace {

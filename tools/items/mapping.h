@@ -17,10 +17,10 @@
 #include <chrono>
 #include <string>
 
-#include "command.h"
+#include "items/command.h"
 #include "ominspect/records.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 // `program` and `limit` are the command's own, for the texts.
 tagKivoOmInspectionResult MakeResult(const std::string& item, const std::string& program, std::chrono::seconds limit,
@@ -29,4 +29,4 @@ tagKivoOmInspectionResult MakeResult(const std::string& item, const std::string&
 // Writes a status and a text into a result; a text that does not fit is cut between characters.
 void SetResult(tagKivoOmInspectionResult& result, std::string_view status, std::string_view text);
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

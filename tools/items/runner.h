@@ -7,11 +7,11 @@
 #include <thread>
 #include <vector>
 
-#include "command.h"
 #include "common/fd.h"
-#include "jobs.h"
+#include "items/command.h"
+#include "items/jobs.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 // Member functions may be called from any thread. A Done function may call Start and Stop only.
 class CommandRunner {
@@ -84,4 +84,4 @@ private:
     std::thread thread_;
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

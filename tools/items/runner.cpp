@@ -1,5 +1,5 @@
 // The supervisor's loop, and that of a thread that runs one command itself.
-#include "runner.h"
+#include "items/runner.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +8,7 @@
 
 #include <sys/eventfd.h>
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 UniqueFd MakeEvent() {
@@ -147,4 +147,4 @@ bool CommandRunner::Caller::MustEnd() const {
     return runner_.closing_;
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

@@ -1,5 +1,5 @@
 // A running command: what it sees, what is taken from it, how it ends.
-#include "child.h"
+#include "items/child.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
-using namespace ominspect::owner;
+using namespace ominspect::items;
 using End = CommandOutcome::End;
 
 namespace {

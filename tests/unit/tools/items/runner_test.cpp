@@ -1,5 +1,5 @@
 // Commands side by side: order, limits, stops, shutdown.
-#include "runner.h"
+#include "items/runner.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
-using namespace ominspect::owner;
+using namespace ominspect::items;
 using namespace std::chrono_literals;
 using End = CommandOutcome::End;
 

@@ -1,5 +1,5 @@
 // One list; each job is moved on by looking at the clock and at its descriptors.
-#include "jobs.h"
+#include "items/jobs.h"
 
 #include <algorithm>
 #include <csignal>
@@ -10,7 +10,7 @@
 
 #include <poll.h>
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 // A command's output is not looked at sooner than this. Most commands have ended by then, and what they wrote waits in
@@ -187,4 +187,4 @@ void Jobs::Wait(int wake) {
     }
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

@@ -1,5 +1,5 @@
 // posix_spawn(3) starts the command, a pidfd tells its end; no shell has a part in it.
-#include "child.h"
+#include "items/child.h"
 
 #include <array>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 // The C library's wrapper lacks C linkage in the header of some of its versions.
@@ -190,4 +190,4 @@ std::optional<CommandOutcome> Child::Reap() {
     return CommandOutcome{end, info.si_status, {std::move(out_.text), std::move(err_.text)}};
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

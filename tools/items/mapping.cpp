@@ -1,5 +1,5 @@
 // The texts are cut to their fields here, and nowhere else.
-#include "mapping.h"
+#include "items/mapping.h"
 
 #include <cstring>
 #include <string_view>
@@ -7,7 +7,7 @@
 #include "common/error.h"
 #include "common/text.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 // Fills a field with a text that is cut to leave room for the NUL, and with zeros after it.
@@ -103,4 +103,4 @@ tagKivoOmInspectionResult MakeResult(const std::string& item, const std::string&
     return result;
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

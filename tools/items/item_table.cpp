@@ -1,11 +1,11 @@
 // An asynchronous item is in `running_` from its start until its outcome is known.
-#include "item_table.h"
+#include "items/item_table.h"
 
 #include <utility>
 
-#include "mapping.h"
+#include "items/mapping.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 constexpr std::string_view kEnding = "the owner is ending";
@@ -91,4 +91,4 @@ void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, ta
     SetResult(result, "running", "");
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

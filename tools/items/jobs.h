@@ -7,10 +7,10 @@
 #include <list>
 #include <optional>
 
-#include "child.h"
-#include "command.h"
+#include "items/child.h"
+#include "items/command.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 // What the commands of one owner have in common.
 struct RunnerSettings {
@@ -74,4 +74,4 @@ private:
     std::optional<Clock::time_point> abandonAt_;  // set when all are to end
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "config.h"
+#include "items/config.h"
+#include "items/runner.h"
 #include "ominspect/records.h"
-#include "runner.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 // How long after an item's own limit the server gives up its run. Ending the command takes a while, and the owner's
 // result says more than the server's "timeout".
@@ -57,4 +57,4 @@ private:
     CommandRunner runner_;  // last: its thread uses the rest
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace ominspect::owner {
+namespace ominspect::items {
 
 struct CommandSpec {
     std::vector<std::string> argv;  // the program's absolute path first; never empty
@@ -38,4 +38,4 @@ struct CommandOutcome {
     CommandOutput output;
 };
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items

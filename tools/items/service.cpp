@@ -1,5 +1,5 @@
 // Only the engine client's calls; nothing here knows about commands.
-#include "service.h"
+#include "items/service.h"
 
 #include <algorithm>
 #include <array>
@@ -14,13 +14,13 @@
 #include "common/end_signals.h"
 #include "common/fd.h"
 #include "common/text.h"
-#include "item_table.h"
+#include "items/item_table.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_monitor.h"
 #include "kivo/os_msg.h"
 #include "ominspect/journal.h"
 
-namespace ominspect::owner {
+namespace ominspect::items {
 namespace {
 
 constexpr const char* kEngineTask = "owner_items";
@@ -29,7 +29,9 @@ constexpr std::size_t kArgumentSize = 128;
 constexpr std::uint32_t kLongestSilenceMs = 30000;
 constexpr int kSignOfLifeMs = 5000;
 
-// The platform's functions carry no context, so these are global: the one table, and the event of the lost bus.
+// The platform's functions carry no context, so these are global: the program's name, the one table, and the event of
+// the lost bus.
+const char* g_program = "";
 ItemTable* g_table = nullptr;
 int g_busLost = -1;
 
@@ -48,7 +50,7 @@ void ReportItem(const tagKivoOmInspectionResult& result) {
     if (code == OS_MSG_OK) {
         return;
     }
-    (void)std::fprintf(stderr, "%sominspect-owner: the result of %s is lost: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR),
+    (void)std::fprintf(stderr, "%s%s: the result of %s is lost: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), g_program,
                        text::Escaped(result.name).c_str(), OsMsgResultText(code));
 }
 
@@ -151,7 +153,7 @@ std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, con
         error = RegisterItems(config);
     }
     if (!error) {
-        (void)std::fprintf(stderr, "%sominspect-owner: %s serves %zu items\n", OmJournalPrefix(OM_JOURNAL_INFO),
+        (void)std::fprintf(stderr, "%s%s: %s serves %zu items\n", OmJournalPrefix(OM_JOURNAL_INFO), g_program,
                            text::Escaped(config.process).c_str(), config.items.size());
         error = WaitForEnd(signals, TellManager(config.process));
     }
@@ -164,7 +166,7 @@ std::optional<Error> ServeTable(const OwnerConfig& config, ItemTable& table, con
 
 }  // namespace
 
-std::optional<Error> Serve(const OwnerConfig& config) {
+std::optional<Error> Serve(const char* program, const OwnerConfig& config) {
     const EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
     // If it were ignored, the system would reap the commands, and their exit statuses would be lost.
@@ -174,6 +176,7 @@ std::optional<Error> Serve(const OwnerConfig& config) {
         return OtherError("cannot create an event: " + SystemText(errno));
     }
     ItemTable table(config, ReportItem);
+    g_program = program;
     g_busLost = busLost.Get();
     g_table = &table;
     auto error = ServeTable(config, table, signals);
@@ -181,4 +184,4 @@ std::optional<Error> Serve(const OwnerConfig& config) {
     return error;
 }
 
-}  // namespace ominspect::owner
+}  // namespace ominspect::items
