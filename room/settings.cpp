@@ -23,6 +23,8 @@ Settings ReadRoom(const xml::Element& room) {
         }
         if (name == "Call") {
             settings.call = ReadCallSettings(*child);
+        } else if (name == "Extra") {
+            settings.extra = ReadExtraSettings(*child);
         } else {
             throw xml::Mistake{child->GetLineNum(), "unknown element " + xml::Quoted(name) + " in Room"};
         }

@@ -12,12 +12,14 @@
 
 #include "call_settings.h"
 #include "common/error.h"
+#include "extra.h"
 
 namespace room {
 
 struct Settings {
     std::string root;  // the folder below which /sys, /proc and /dev are looked for; empty for the machine's own
     CallSettings call;
+    ExtraSettings extra;
 };
 
 // Parses a text. The error of a mistake is "line N: what is wrong".
