@@ -2,6 +2,7 @@
 #include "finding.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "common/text.h"
 
@@ -13,20 +14,6 @@ Finding Make(Status status, std::string_view text) {
     // What follows a '|' would be taken for performance data.
     std::replace(line.begin(), line.end(), '|', '/');
     return {status, std::string(ominspect::text::Cut(line, Finding::kMaxText))};
-}
-
-int Rank(Status status) {
-    switch (status) {
-        case Status::Success:
-            return 0;
-        case Status::Unknown:
-            return 1;
-        case Status::Warn:
-            return 2;
-        case Status::Fail:
-            break;
-    }
-    return 3;
 }
 
 }  // namespace
@@ -61,8 +48,27 @@ std::string_view StatusWord(Status status) {
     return "unknown";
 }
 
-bool IsWorse(Status status, Status than) {
-    return Rank(status) > Rank(than);
+void Findings::Add(Finding finding) {
+    all_.push_back(std::move(finding));
+}
+
+Finding Findings::Sum(std::string_view otherwise) const {
+    for (const Status status : {Status::Fail, Status::Warn, Status::Success, Status::Unknown}) {
+        std::string text;
+        for (const Finding& finding : all_) {
+            const std::string_view separator = text.empty() ? "" : "; ";
+            // The first text is always there; a further one only as a whole.
+            if (finding.status == status &&
+                (text.empty() || text.size() + separator.size() + finding.text.size() <= Finding::kMaxText)) {
+                text += separator;
+                text += finding.text;
+            }
+        }
+        if (!text.empty()) {
+            return Make(status, text);
+        }
+    }
+    return Unknown(otherwise);
 }
 
 }  // namespace room

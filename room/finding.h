@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace room {
 
@@ -26,7 +27,17 @@ Finding Unknown(std::string_view text);
 // "success", "warn", "fail" or "unknown".
 std::string_view StatusWord(Status status);
 
-// The worse of the two: fail before warn before unknown before success.
-bool IsWorse(Status status, Status than);
+// What several looks have found, put together.
+class Findings {
+public:
+    void Add(Finding finding);
+
+    // The texts of the worst status, one after the other as far as there is room. What is unknown counts only when
+    // nothing else was found. Without any finding: unknown, with this text.
+    [[nodiscard]] Finding Sum(std::string_view otherwise) const;
+
+private:
+    std::vector<Finding> all_;
+};
 
 }  // namespace room

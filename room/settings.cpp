@@ -21,7 +21,9 @@ Settings ReadRoom(const xml::Element& room) {
         if (!seen.insert(name).second) {
             throw xml::Mistake{child->GetLineNum(), "a second element " + xml::Quoted(name) + " in Room"};
         }
-        if (name == "Call") {
+        if (name == "Board") {
+            settings.board = ReadBoardSettings(*child);
+        } else if (name == "Call") {
             settings.call = ReadCallSettings(*child);
         } else if (name == "Extra") {
             settings.extra = ReadExtraSettings(*child);

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "board.h"
 #include "call_settings.h"
 #include "common/error.h"
 #include "extra.h"
@@ -18,6 +19,7 @@ namespace room {
 
 struct Settings {
     std::string root;  // the folder below which /sys, /proc and /dev are looked for; empty for the machine's own
+    BoardSettings board;
     CallSettings call;
     ExtraSettings extra;
 };

@@ -125,6 +125,14 @@ std::vector<const Element*> ReadChildren(const Element& parent) {
     return out;
 }
 
+void RefuseChildren(const Element& element) {
+    const std::vector<const Element*> children = ReadChildren(element);
+    if (!children.empty()) {
+        throw Mistake{children.front()->GetLineNum(),
+                      "unknown element " + Quoted(children.front()->Name()) + " in " + element.Name()};
+    }
+}
+
 std::string ReadText(const Element& element, std::size_t max) {
     (void)ReadAttributes(element, {});
     std::string out;

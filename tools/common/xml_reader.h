@@ -50,6 +50,9 @@ bool ReadBool(const Attributes& attributes, std::string_view attribute);
 // The child elements, in order; nothing else but comments may stand beside them.
 std::vector<const Element*> ReadChildren(const Element& parent);
 
+// A mistake when the element holds anything but comments.
+void RefuseChildren(const Element& element);
+
 // The element's text, exactly as it stands, at most `max` bytes; nothing else may be in it.
 std::string ReadText(const Element& element, std::size_t max);
 
