@@ -23,6 +23,8 @@ Settings ReadRoom(const xml::Element& room) {
         }
         if (name == "Board") {
             settings.board = ReadBoardSettings(*child);
+        } else if (name == "Network") {
+            settings.network = ReadNetworkSettings(*child);
         } else if (name == "Call") {
             settings.call = ReadCallSettings(*child);
         } else if (name == "Extra") {

@@ -14,12 +14,14 @@
 #include "call_settings.h"
 #include "common/error.h"
 #include "extra.h"
+#include "network.h"
 
 namespace room {
 
 struct Settings {
     std::string root;  // the folder below which /sys, /proc and /dev are looked for; empty for the machine's own
     BoardSettings board;
+    NetworkSettings network;
     CallSettings call;
     ExtraSettings extra;
 };

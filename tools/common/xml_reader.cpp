@@ -85,6 +85,29 @@ std::string ReadName(const Element& element, const Attributes& attributes, std::
     return value;
 }
 
+std::string ReadOptionalName(const Element& element, const Attributes& attributes, std::string_view attribute,
+                             std::size_t max) {
+    return attributes.contains(attribute) ? ReadName(element, attributes, attribute, max) : std::string();
+}
+
+std::string_view ReadWord(const Attributes& attributes, std::string_view attribute,
+                          std::initializer_list<std::string_view> words) {
+    const auto found = attributes.find(attribute);
+    if (found == attributes.end()) {
+        return *words.begin();
+    }
+    const auto& [value, line] = found->second;
+    const auto word = std::find(words.begin(), words.end(), value);
+    if (word == words.end()) {
+        std::string all;
+        for (const std::string_view known : words) {
+            all += (all.empty() ? "\"" : " or \"") + std::string(known) + "\"";
+        }
+        throw Mistake{line, std::string(attribute) + " " + Quoted(value) + " must be " + all};
+    }
+    return *word;
+}
+
 unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, unsigned fallback, unsigned max,
                     unsigned min) {
     const auto found = attributes.find(attribute);

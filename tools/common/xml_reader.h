@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <span>
@@ -39,6 +40,14 @@ Attributes ReadAttributes(const Element& element, std::span<const std::string_vi
 
 // An attribute that must be there, as plain text of 1 to `max` bytes.
 std::string ReadName(const Element& element, const Attributes& attributes, std::string_view attribute, std::size_t max);
+
+// The same for one that may be left out; empty then.
+std::string ReadOptionalName(const Element& element, const Attributes& attributes, std::string_view attribute,
+                             std::size_t max);
+
+// One of these words; the first of them when it is not there.
+std::string_view ReadWord(const Attributes& attributes, std::string_view attribute,
+                          std::initializer_list<std::string_view> words);
 
 // A whole number from `min` to `max`; `fallback` when it is not there.
 unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, unsigned fallback, unsigned max,
