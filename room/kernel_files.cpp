@@ -18,13 +18,17 @@ bool KernelFiles::Exists(std::string_view path) const {
     return access(At(path).c_str(), F_OK) == 0;
 }
 
+std::optional<std::string> KernelFiles::Bytes(std::string_view path) const {
+    auto bytes = ominspect::ReadSmallFile(At(path), kMaxFile);
+    return bytes ? std::optional(std::move(*bytes)) : std::nullopt;
+}
+
 std::optional<std::string> KernelFiles::Text(std::string_view path) const {
-    auto text = ominspect::ReadSmallFile(At(path), kMaxFile);
-    if (!text) {
-        return std::nullopt;
+    auto text = Bytes(path);
+    if (text) {
+        text->erase(text->find_last_not_of(" \t\r\n") + 1);
     }
-    text->erase(text->find_last_not_of(" \t\r\n") + 1);
-    return std::move(*text);
+    return text;
 }
 
 std::optional<long long> KernelFiles::Number(std::string_view path) const {

@@ -18,6 +18,9 @@ public:
 
     [[nodiscard]] bool Exists(std::string_view path) const;
 
+    // The file as it is; nothing when it cannot be read.
+    [[nodiscard]] std::optional<std::string> Bytes(std::string_view path) const;
+
     // The file without blanks and line ends at its end; nothing when it cannot be read.
     [[nodiscard]] std::optional<std::string> Text(std::string_view path) const;
 

@@ -21,7 +21,9 @@ Settings ReadRoom(const xml::Element& room) {
         if (!seen.insert(name).second) {
             throw xml::Mistake{child->GetLineNum(), "a second element " + xml::Quoted(name) + " in Room"};
         }
-        if (name == "Board") {
+        if (name == "Audio") {
+            settings.audio = ReadAudioSettings(*child);
+        } else if (name == "Board") {
             settings.board = ReadBoardSettings(*child);
         } else if (name == "Network") {
             settings.network = ReadNetworkSettings(*child);

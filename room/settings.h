@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "audio.h"
 #include "board.h"
 #include "call_settings.h"
 #include "common/error.h"
@@ -22,6 +23,7 @@ struct Settings {
     std::string root;  // the folder below which /sys, /proc and /dev are looked for; empty for the machine's own
     BoardSettings board;
     NetworkSettings network;
+    AudioSettings audio;
     CallSettings call;
     ExtraSettings extra;
 };
