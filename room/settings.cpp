@@ -27,6 +27,10 @@ Settings ReadRoom(const xml::Element& room) {
             settings.board = ReadBoardSettings(*child);
         } else if (name == "Network") {
             settings.network = ReadNetworkSettings(*child);
+        } else if (name == "Media") {
+            settings.media = ReadMediaSettings(*child);
+        } else if (name == "Camera") {
+            settings.camera = ReadCameraSettings(*child);
         } else if (name == "Call") {
             settings.call = ReadCallSettings(*child);
         } else if (name == "Extra") {

@@ -13,8 +13,10 @@
 #include "audio.h"
 #include "board.h"
 #include "call_settings.h"
+#include "camera.h"
 #include "common/error.h"
 #include "extra.h"
+#include "media.h"
 #include "network.h"
 
 namespace room {
@@ -24,6 +26,8 @@ struct Settings {
     BoardSettings board;
     NetworkSettings network;
     AudioSettings audio;
+    MediaSettings media;
+    CameraSettings camera;
     CallSettings call;
     ExtraSettings extra;
 };
