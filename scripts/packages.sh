@@ -13,12 +13,15 @@ BUILD_PACKAGES=(
     libarchive-dev   # packages of collected logs; compresses with zstd by itself
     libssl-dev       # their checksums
     libre2-dev       # the patterns of secrets that are masked in them
+    libasound2-dev   # the room's sound
+    libdrm-dev       # its displays
+    libnl-3-dev libnl-genl-3-dev libnl-route-3-dev # its network
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
 # What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint,
 # which the programs call, jeepney for the Python module.
-TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh python3 python3-jeepney)
+TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh python3 python3-jeepney iproute2)
 # To make packages of Debian, and their bill of materials.
 PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, and what counts their instructions.
