@@ -11,7 +11,9 @@ BUILD_PACKAGES=(
     libcli11-dev     # command lines
     libutf8proc-dev  # UTF-8 and the width of characters
     libarchive-dev   # packages of collected logs; compresses with zstd by itself
-    libssl-dev       # their checksums
+    libssl-dev       # their checksums, and TLS to a room's servers
+    libosip2-dev     # SIP messages
+    libldap-dev      # directories
     libre2-dev       # the patterns of secrets that are masked in them
     libasound2-dev   # the room's sound
     libdrm-dev       # its displays
@@ -19,9 +21,13 @@ BUILD_PACKAGES=(
 )
 # To run on a bus of one's own.
 RUN_PACKAGES=(dbus-daemon)
-# What the tests need beside these; systemd for busctl, zsh for its completion, libxml2-utils for xmllint,
-# which the programs call, jeepney for the Python module.
-TEST_PACKAGES=(libgtest-dev binutils procps libarchive-tools systemd libxml2-utils zsh python3 python3-jeepney iproute2)
+# What the tests need beside these; systemd for busctl, iproute2 for network namespaces, zsh for its completion, libxml2-utils
+# for xmllint, which the programs call, jeepney for the Python module. The last line are the servers that the room's checks
+# are tried on: each runs for a test only, with a configuration of the test's.
+TEST_PACKAGES=(
+    libgtest-dev binutils procps libarchive-tools systemd iproute2 libxml2-utils zsh python3 python3-jeepney
+    openssl sip-tester slapd socat
+)
 # To make packages of Debian, and their bill of materials.
 PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, and what counts their instructions.
@@ -48,15 +54,17 @@ install_missing() {
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
+    # Without a configuration of the system's own no slapd is ever started, neither now nor at the next boot.
+    local answers="slapd slapd/no_configuration boolean true"
     local command=(apt-get install -y --no-install-recommends "${missing[@]}")
     echo "Missing packages: ${missing[*]}"
     if [ "$(id -u)" -eq 0 ]; then
-        apt-get update -qq && DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+        debconf-set-selections <<<"$answers" && apt-get update -qq && DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
     elif command -v sudo >/dev/null; then
-        sudo apt-get update -qq && sudo DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+        sudo debconf-set-selections <<<"$answers" && sudo apt-get update -qq && sudo DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
     else
         echo "They need root to install, and there is no sudo here. Please run as root:"
-        echo "    apt-get update && ${command[*]}"
+        echo "    echo '$answers' | debconf-set-selections && apt-get update && ${command[*]}"
         return 1
     fi
 }
