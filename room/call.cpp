@@ -1,7 +1,6 @@
 #include "call.h"
 
 #include <algorithm>
-#include <csignal>
 
 #include "call_choices.h"
 #include "item.h"
@@ -10,10 +9,8 @@
 namespace room {
 namespace {
 
-// The libraries write to sockets whose other end may be gone.
 template <auto Check>
 Finding Run(const Settings& settings) {
-    (void)std::signal(SIGPIPE, SIG_IGN);
     return Check(settings.call);
 }
 

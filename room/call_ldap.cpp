@@ -1,24 +1,24 @@
-// A bind to the directory and a look for one entry. The library's calls have limits of their own, but not all of them
-// hold (its TLS handshake may read for ever), so the whole exchange has a thread that can be left behind.
+// A bind to the directory and a look for one entry. The library speaks LDAP, but what it says goes over the check's own
+// streams: so one deadline holds for everything, and certificates are judged as everywhere else.
 #include <algorithm>
 #include <array>
-#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include <fcntl.h>
 #include <ldap.h>
 #include <openldap.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 
 #include "call.h"
 #include "credentials.h"
-#include "limited.h"
 #include "net.h"
+#include "tls_probe.h"
 
 namespace room {
 namespace {
@@ -26,13 +26,10 @@ namespace {
 using ominspect::OtherError;
 using ominspect::UniqueFd;
 
-// For the thread that was given up.
-constexpr std::chrono::milliseconds kGrace{300};
 // One entry without attributes has a few hundred bytes.
 constexpr ber_len_t kMaxMessage = 1024UL * 1024UL;
 // An entry, or references, and the end of the search.
 constexpr int kMaxAnswers = 8;
-constexpr const char* kSystemTrust = "/etc/ssl/certs/ca-certificates.crt";
 
 struct EndSession {
     void operator()(LDAP* session) const { (void)ldap_unbind_ext(session, nullptr, nullptr); }
@@ -44,98 +41,140 @@ struct FreeMessage {
 };
 using Message = std::unique_ptr<LDAPMessage, FreeMessage>;
 
-// What is being waited for, for the text if it never comes.
-using Step = std::atomic<const char*>;
-
 timeval AsTimeval(const Deadline& deadline) {
     const auto left = std::max(deadline.Left(), std::chrono::milliseconds(1)).count();
     return {static_cast<time_t>(left / 1000), static_cast<suseconds_t>(left % 1000 * 1000)};
 }
 
-// The exchange with one server, on its thread: everything it uses belongs to it.
+// What the library reads from and writes to.
+struct Channel {
+    explicit Channel(const Deadline& end) : deadline(end) {}
+    Deadline deadline;
+    std::unique_ptr<Stream> stream;
+    std::optional<Error> failure;  // the first one
+};
+
+Channel& ChannelOf(Sockbuf_IO_Desc* description) {
+    return *static_cast<Channel*>(description->sbiod_pvt);
+}
+
+ber_slen_t Failed(Channel& channel, const Error& error) {
+    if (!channel.failure) {
+        channel.failure = error;
+    }
+    errno = EIO;  // anything but those after which the library tries again
+    return -1;
+}
+
+int SetUp(Sockbuf_IO_Desc* description, void* channel) {
+    description->sbiod_pvt = channel;
+    return 0;
+}
+
+int LeaveOpen(Sockbuf_IO_Desc* /*description*/) {
+    return 0;  // the channel is the exchange's
+}
+
+// The library is never to wait by itself: there is always something to read, if only the end of the time.
+int Control(Sockbuf_IO_Desc* /*description*/, int option, void* /*argument*/) {
+    return option == LBER_SB_OPT_DATA_READY ? 1 : 0;
+}
+
+ber_slen_t ReadChannel(Sockbuf_IO_Desc* description, void* into, ber_len_t size) {
+    Channel& channel = ChannelOf(description);
+    const auto got = channel.stream->Read({static_cast<char*>(into), size}, channel.deadline);
+    if (!got) {
+        return Failed(channel, got.Failure());
+    }
+    return *got == 0 ? Failed(channel, OtherError("ends the connection")) : static_cast<ber_slen_t>(*got);
+}
+
+ber_slen_t WriteChannel(Sockbuf_IO_Desc* description, void* data, ber_len_t size) {
+    Channel& channel = ChannelOf(description);
+    const auto error = channel.stream->Write({static_cast<const char*>(data), size}, channel.deadline);
+    return error ? Failed(channel, *error) : static_cast<ber_slen_t>(size);
+}
+
+Sockbuf_IO channelFunctions{SetUp, LeaveOpen, Control, ReadChannel, WriteChannel, LeaveOpen};
+
+// The exchange with one server.
 class Exchange {
 public:
-    Exchange(LdapServer server, Credentials credentials, Deadline deadline, std::shared_ptr<Step> step)
-        : server_(std::move(server)),
-          name_(server_.host.Text()),
-          credentials_(std::move(credentials)),
-          deadline_(deadline),
-          step_(std::move(step)) {}
+    Exchange(const LdapServer& server, const Credentials& credentials, const Deadline& deadline)
+        : server_(server), name_(server.host.Text()), credentials_(credentials), channel_(deadline) {}
 
     Finding Run(UniqueFd fd) {
-        if (const auto error = Open(std::move(fd))) {
+        if (const auto error = Open(fd.Get())) {
             return FailOf(name_, error->text);
         }
-        if (auto finding = Secure()) {
+        if (auto finding = Secure(std::move(fd))) {
             return *finding;
         }
         if (auto finding = Bind()) {
             return *finding;
         }
-        return Search();
+        Finding finding = Search();
+        return certificate_ && IsWorse(certificate_->status, finding.status) ? Warn(name_ + ": " + certificate_->text)
+                                                                             : finding;
     }
 
 private:
-    std::optional<Error> Open(UniqueFd fd) {
-        const std::string url = "ldap://" + server_.host.Text();
+    std::optional<Error> Open(int fd) {
         LDAP* session = nullptr;
-        if (const int code = ldap_init_fd(fd.Get(), LDAP_PROTO_TCP, url.c_str(), &session); code != LDAP_SUCCESS) {
+        // The library gets a descriptor of its own to close; what goes over it is the channel's.
+        UniqueFd second(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+        const int code = second ? ldap_init_fd(second.Get(), LDAP_PROTO_EXT, nullptr, &session) : LDAP_LOCAL_ERROR;
+        if (code != LDAP_SUCCESS) {
             return OtherError(std::string("LDAP cannot be set up: ") + ldap_err2string(code));
         }
-        (void)fd.Release();
         session_.reset(session);
+        channel_.stream = PlainStream(std::move(second));
         const int version = LDAP_VERSION3;
-        const timeval limit = AsTimeval(deadline_);
         ldap_set_option(session, LDAP_OPT_PROTOCOL_VERSION, &version);
         ldap_set_option(session, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-        ldap_set_option(session, LDAP_OPT_RESTART, LDAP_OPT_ON);
-        ldap_set_option(session, LDAP_OPT_TIMEOUT, &limit);
-        ldap_set_option(session, LDAP_OPT_NETWORK_TIMEOUT, &limit);
         Sockbuf* buffer = nullptr;
         ber_len_t most = kMaxMessage;
         if (ldap_get_option(session, LDAP_OPT_SOCKBUF, &buffer) != LDAP_OPT_SUCCESS || buffer == nullptr ||
+            ber_sockbuf_add_io(buffer, &channelFunctions, LBER_SBIOD_LEVEL_PROVIDER, &channel_) != 0 ||
             ber_sockbuf_ctrl(buffer, LBER_SB_OPT_SET_MAX_INCOMING, &most) < 0) {
             return OtherError("LDAP cannot be set up");
         }
         return std::nullopt;
     }
 
-    std::optional<Finding> Secure() {
+    std::optional<Finding> Secure(UniqueFd fd) {
         if (server_.security == LdapSecurity::None) {
             return std::nullopt;
         }
-        const int demand = LDAP_OPT_X_TLS_DEMAND;
-        const int version = LDAP_OPT_X_TLS_PROTOCOL_TLS1_2;
-        const int client = 0;
-        const std::string& trust = server_.caFile.empty() ? kSystemTrust : server_.caFile;
-        ldap_set_option(session_.get(), LDAP_OPT_X_TLS_REQUIRE_CERT, &demand);
-        ldap_set_option(session_.get(), LDAP_OPT_X_TLS_PROTOCOL_MIN, &version);
-        ldap_set_option(session_.get(), LDAP_OPT_X_TLS_CACERTFILE, trust.c_str());
-        if (ldap_set_option(session_.get(), LDAP_OPT_X_TLS_NEWCTX, &client) != LDAP_OPT_SUCCESS) {
-            return FailOf(name_, "caFile " + trust + " cannot be read or holds no certificate");
+        if (server_.security == LdapSecurity::StartTls) {
+            int id = 0;
+            const int sent =
+                ldap_extended_operation(session_.get(), LDAP_EXOP_START_TLS, nullptr, nullptr, nullptr, &id);
+            const int code = sent == LDAP_SUCCESS ? CodeOf(id) : sent;
+            if (code != LDAP_SUCCESS) {
+                return FailOf(name_, "StartTLS: " + Reason(code));
+            }
         }
-        const bool start = server_.security == LdapSecurity::StartTls;
-        *step_ = start ? "no end of StartTLS" : "no end of the TLS handshake";
-        const int code = start ? ldap_start_tls_s(session_.get(), nullptr, nullptr) : ldap_install_tls(session_.get());
-        if (code == LDAP_SUCCESS) {
-            return std::nullopt;
+        const std::string& wanted = server_.trust.name.empty() ? server_.host.name : server_.trust.name;
+        auto session = StartTls(std::move(fd), wanted, server_.trust.caFile, channel_.deadline);
+        if (!session) {
+            return FailOf(name_, session.Failure().text);
         }
-        const std::string what = start ? "StartTLS: " : "TLS: ";
-        return FailOf(name_, what + Reason(code) + (IsOfConnection(code) ? "; check its certificate and name" : ""));
+        channel_.stream = std::move(session->stream);
+        certificate_ = JudgeCertificate(session->certificate, wanted, server_.trust);
+        // Nothing is told to a server that may be another's.
+        if (certificate_ && certificate_->status == Status::Fail) {
+            return FailOf(name_, certificate_->text);
+        }
+        return std::nullopt;
     }
 
     std::optional<Finding> Bind() {
-        *step_ = "no answer to the bind";
         berval password{credentials_.Password().size(), const_cast<char*>(credentials_.Password().data())};
         int id = 0;
-        int code = ldap_sasl_bind(session_.get(), credentials_.User().c_str(), LDAP_SASL_SIMPLE, &password, nullptr,
-                                  nullptr, &id);
-        if (code == LDAP_SUCCESS) {
-            const Message answer = Receive(id, code);
-            if (answer != nullptr) {
-                code = CodeOf(*answer);
-            }
-        }
+        const int sent = ldap_sasl_bind(session_.get(), credentials_.User().c_str(), LDAP_SASL_SIMPLE, &password,
+                                        nullptr, nullptr, &id);
+        const int code = sent == LDAP_SUCCESS ? CodeOf(id) : sent;
         switch (code) {
             case LDAP_SUCCESS:
                 return std::nullopt;
@@ -153,10 +192,9 @@ private:
     }
 
     Finding Search() {
-        *step_ = "no answer to the search";
         std::string none = LDAP_NO_ATTRS;
         std::array<char*, 2> attributes{none.data(), nullptr};
-        timeval limit = AsTimeval(deadline_);
+        timeval limit = AsTimeval(channel_.deadline);
         int id = 0;
         int code = ldap_search_ext(session_.get(), server_.base.c_str(), LDAP_SCOPE_BASE, "(objectClass=*)",
                                    attributes.data(), 0, nullptr, nullptr, &limit, 2, &id);
@@ -193,11 +231,11 @@ private:
         }
     }
 
-    // The next answer, within the deadline; the code says why there is none.
+    // The next answer; the code says why there is none.
     Message Receive(int id, int& code) {
         LDAPMessage* message = nullptr;
-        timeval limit = AsTimeval(deadline_);
-        const int got = deadline_.IsOver() ? 0 : ldap_result(session_.get(), id, LDAP_MSG_ONE, &limit, &message);
+        timeval limit = AsTimeval(channel_.deadline);
+        const int got = ldap_result(session_.get(), id, LDAP_MSG_ONE, &limit, &message);
         Message owned(message);
         if (got == 0) {
             code = LDAP_TIMEOUT;
@@ -214,24 +252,27 @@ private:
         return parsed == LDAP_SUCCESS ? code : parsed;
     }
 
-    static bool IsOfConnection(int code) { return code == LDAP_CONNECT_ERROR || code == LDAP_LOCAL_ERROR; }
+    // The code of the one answer.
+    int CodeOf(int id) {
+        int code = LDAP_OTHER;
+        const Message answer = Receive(id, code);
+        return answer == nullptr ? code : CodeOf(*answer);
+    }
 
-    // The code in words, with the library's own where TLS failed. The server's diagnostic text is not shown: it may
-    // hold what was sent to it.
+    // The code in words. The server's diagnostic text is not shown: it may hold what was sent to it.
     [[nodiscard]] std::string Reason(int code) const {
-        if (code == LDAP_TIMEOUT) {
-            return std::string(step_->load()) + " in " + deadline_.Text();
+        if (channel_.failure) {
+            return channel_.failure->text;
         }
-        if (code == LDAP_SERVER_DOWN) {
-            return "ends the connection, or sends what is no LDAP";
+        switch (code) {
+            case LDAP_TIMEOUT:
+                return "no answer in " + channel_.deadline.Text();
+            case LDAP_SERVER_DOWN:
+            case LDAP_DECODING_ERROR:
+                return "what it sends is no LDAP, or is too long";
+            default:
+                return ldap_err2string(code);
         }
-        char* text = nullptr;
-        if (IsOfConnection(code)) {
-            ldap_get_option(session_.get(), LDAP_OPT_DIAGNOSTIC_MESSAGE, &text);
-        }
-        const std::string reason = text == nullptr || *text == '\0' ? ldap_err2string(code) : text;
-        ldap_memfree(text);
-        return reason;
     }
 
     [[nodiscard]] std::string Bound() const {
@@ -241,12 +282,12 @@ private:
         return server_.credentials.empty() ? "whether an anonymous bind is meant" : server_.credentials;
     }
 
-    LdapServer server_;
+    const LdapServer& server_;
     std::string name_;
-    Credentials credentials_;
-    Deadline deadline_;
-    std::shared_ptr<Step> step_;
-    Session session_;
+    const Credentials& credentials_;
+    Channel channel_;
+    Session session_;  // uses the channel until its end
+    std::optional<Finding> certificate_;
 };
 
 Finding CheckServer(const LdapServer& server, const Deadline& deadline) {
@@ -265,19 +306,7 @@ Finding CheckServer(const LdapServer& server, const Deadline& deadline) {
     }
     // Neither the computer's nor a user's file decides what is looked at.
     (void)setenv("LDAPNOINIT", "1", 1);
-    const auto step = std::make_shared<Step>("no answer");
-    const auto exchange = std::make_shared<Exchange>(server, std::move(credentials), deadline, step);
-    const UniqueFd second(fcntl(fd->Get(), F_DUPFD_CLOEXEC, 0));
-    const auto socket = std::make_shared<UniqueFd>(std::move(*fd));
-    LimitedCall<Finding> call([exchange, socket] { return exchange->Run(std::move(*socket)); });
-    if (auto finding = call.Wait(deadline)) {
-        return *finding;
-    }
-    const std::string hung = step->load();
-    // Without its connection the thread ends by itself, mostly before this process does.
-    (void)shutdown(second.Get(), SHUT_RDWR);
-    (void)call.Wait(Deadline(kGrace));
-    return FailOf(name, hung + " in " + deadline.Text());
+    return Exchange(server, credentials, deadline).Run(std::move(*fd));
 }
 
 }  // namespace

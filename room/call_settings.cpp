@@ -170,8 +170,8 @@ ConferenceServer ReadConferenceServer(const xml::Element& element) {
 }
 
 LdapServer ReadLdapServer(const xml::Element& element) {
-    static constexpr std::array<std::string_view, 6> kKnown{"host", "port",   "security",
-                                                            "base", "caFile", "credentials"};
+    static constexpr std::array<std::string_view, 9> kKnown{
+        "host", "port", "security", "base", "credentials", "certificateName", "caFile", "warnDays", "failDays"};
     static constexpr std::array<std::string_view, 3> kSecurities{"startTls", "tls", "none"};
     static constexpr std::array<LdapSecurity, 3> kValues{LdapSecurity::StartTls, LdapSecurity::Tls, LdapSecurity::None};
     const auto attributes = xml::ReadAttributes(element, kKnown);
@@ -180,7 +180,6 @@ LdapServer ReadLdapServer(const xml::Element& element) {
     server.security = kValues.at(ReadWord(attributes, "security", kSecurities));
     server.host = ReadHost(element, attributes, server.security == LdapSecurity::Tls ? 636 : 389);
     server.base = xml::ReadName(element, attributes, "base", kMaxText);
-    server.caFile = ReadPath(element, attributes, "caFile");
     server.credentials = ReadPath(element, attributes, "credentials");
     if (server.security == LdapSecurity::None) {
         RefuseTrust(attributes);
@@ -188,6 +187,8 @@ LdapServer ReadLdapServer(const xml::Element& element) {
             throw xml::Mistake{attributes.find("credentials")->second.line,
                                "credentials would be sent in the clear: security must be 'startTls' or 'tls'"};
         }
+    } else {
+        server.trust = ReadTrust(element, attributes);
     }
     return server;
 }

@@ -15,14 +15,16 @@
 //
 // Call: `limit`, the whole seconds (1 to 8, default 5) that a check of servers takes at most.
 // The first four: instead of the value, `file` and `key` may name where the room's call program keeps it, a file of
-// lines "key = value"; `min` (default 1024) is the least good bandwidth. SipServer, up to eight: `transport` is "udp",
-// "tcp" or "tls"; `port` defaults to 5060, or 5061 for TLS; `user` is the room's own and may be left out. Gatekeeper or
-// H323Peer: one of the two. ConferenceServer, up to eight: `port` defaults to 443. LdapServer: `security` is "none",
-// "startTls" (the default) or "tls"; `base` is the entry that must be found; `credentials` names the file of
-// credentials.h and is refused with security "none". Where there is TLS: `caFile` holds the certificates that are
-// trusted instead of the system's. SipServer and ConferenceServer also: `certificateName` instead of the host, and the
-// days left below which the finding is "warn"
-// (`warnDays`, default 21) or "fail" (`failDays`, default 3).
+// lines "key = value"; `min` (default 1024) is the least good bandwidth.
+// SipServer, up to eight: `transport` is "udp" (the default), "tcp" or "tls"; `port` defaults to 5060, or 5061 for TLS;
+// `user` is the room's own and may be left out.
+// Gatekeeper or H323Peer: one of the two.
+// ConferenceServer, up to eight: `port` defaults to 443, `tls` to "true".
+// LdapServer: `security` is "startTls" (the default), "tls" or "none"; `base` is the entry that must be found;
+// `credentials` names the file of credentials.h and is refused with security "none".
+// Where there is TLS: `caFile` holds the certificates that are trusted instead of the system's, `certificateName`
+// stands for the host, and `warnDays` (default 21) and `failDays` (default 3) are the days left below which the finding
+// is "warn" or "fail".
 #pragma once
 
 #include <chrono>
@@ -68,7 +70,7 @@ struct LdapServer {
     Host host;
     LdapSecurity security = LdapSecurity::StartTls;
     std::string base;
-    std::string caFile;
+    Trust trust;
     std::string credentials;  // the file; empty for an anonymous bind
 };
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <climits>
+#include <csignal>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -224,6 +225,8 @@ Result<Context> MakeContext(const std::string& caFile) {
 }  // namespace
 
 Result<TlsSession> StartTls(UniqueFd fd, const std::string& name, const std::string& caFile, const Deadline& deadline) {
+    // The library writes to sockets whose other end may be gone.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     auto context = MakeContext(caFile);
     if (!context) {
         return context.Failure();

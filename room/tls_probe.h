@@ -16,6 +16,7 @@ struct TlsSession {
 };
 
 // The handshake over a connected socket; `name` is the host name or address that the certificate is compared with.
+// From then on the process ignores SIGPIPE.
 Result<TlsSession> StartTls(ominspect::UniqueFd fd, const std::string& name, const std::string& caFile,
                             const Deadline& deadline);
 

@@ -88,7 +88,7 @@ TEST(CallSettings, PeersAndOtherPortsAreTaken) {
     EXPECT_EQ(settings->call.h323Peer.value().Text(), "mcu:1720");
     EXPECT_EQ(settings->call.ldapServer.value().host.port, 636);
     EXPECT_EQ(settings->call.ldapServer.value().security, LdapSecurity::Tls);
-    EXPECT_EQ(settings->call.ldapServer.value().caFile, "/x");
+    EXPECT_EQ(settings->call.ldapServer.value().trust.caFile, "/x");
 }
 
 struct Mistake {
