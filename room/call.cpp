@@ -14,6 +14,20 @@ Finding Run(const Settings& settings) {
     return Check(settings.call);
 }
 
+int Rank(Status status) {
+    switch (status) {
+        case Status::Success:
+            return 0;
+        case Status::Unknown:
+            return 1;
+        case Status::Warn:
+            return 2;
+        case Status::Fail:
+            break;
+    }
+    return 3;
+}
+
 constexpr Item kItems[] = {
     {"conf_dndswitch_ft", "do not disturb, as Call/DoNotDisturb has it or the file that it names",
      Run<CheckDoNotDisturb>},
@@ -52,7 +66,7 @@ Finding Together(std::span<const Finding> findings, std::string_view what) {
     const std::string count = std::to_string(good) + " of " + std::to_string(findings.size()) + " " + std::string(what);
     const Finding* worst = &findings.front();
     for (const Finding& finding : findings) {
-        if (IsWorse(finding.status, worst->status)) {
+        if (Rank(finding.status) > Rank(worst->status)) {
             worst = &finding;
         }
     }

@@ -114,8 +114,7 @@ public:
             return *finding;
         }
         Finding finding = Search();
-        return certificate_ && IsWorse(certificate_->status, finding.status) ? Warn(name_ + ": " + certificate_->text)
-                                                                             : finding;
+        return certificate_ && finding.status == Status::Success ? Warn(name_ + ": " + certificate_->text) : finding;
     }
 
 private:

@@ -204,7 +204,7 @@ Finding CheckSipServer(const SipServer& server, const Deadline& deadline) {
         return FailOf(name, certificate->text);
     }
     Finding finding = AskOverStream(server, name, *session->stream, local, deadline);
-    if (certificate && IsWorse(certificate->status, finding.status)) {
+    if (certificate && finding.status == Status::Success) {
         return Warn(name + ": " + certificate->text);
     }
     return finding;
