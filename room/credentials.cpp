@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -84,11 +85,14 @@ Credentials::Credentials(Credentials&& other) noexcept {
 }
 
 Credentials& Credentials::operator=(Credentials&& other) noexcept {
-    // A short string lies within its object: moving it copies the bytes.
-    user_ = std::move(other.user_);
-    password_ = std::move(other.password_);
-    Clear(other.user_);
-    Clear(other.password_);
+    // Moved strings may leave their bytes behind: a short one lies within its object.
+    for (auto [to, from] : {std::pair(&user_, &other.user_), std::pair(&password_, &other.password_)}) {
+        if (to != from) {
+            Clear(*to);
+            *to = *from;
+            Clear(*from);
+        }
+    }
     return *this;
 }
 
@@ -122,7 +126,7 @@ Result<Credentials> ParseCredentials(std::string_view text) {
     if (!user || !password) {
         return WrongUse("needs both 'user = ...' and 'password = ...'");
     }
-    return Credentials(std::string(*user), std::string(*password));
+    return Credentials(*user, *password);
 }
 
 Result<Credentials> LoadCredentials(const std::string& path) {

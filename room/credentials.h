@@ -17,7 +17,7 @@ namespace room {
 class Credentials {
 public:
     Credentials() = default;
-    Credentials(std::string user, std::string password) : user_(std::move(user)), password_(std::move(password)) {}
+    Credentials(std::string_view user, std::string_view password) : user_(user), password_(password) {}
     Credentials(const Credentials&) = delete;
     Credentials& operator=(const Credentials&) = delete;
     Credentials(Credentials&& other) noexcept;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <thread>
@@ -83,6 +84,12 @@ TEST_F(Conference, TheVersionOfTlsIsSaid) {
     Expect(Check("old", {"-tls1_2"}), Status::Success, ": TLSv1.2, certificate good for 100 days");
 }
 
+TEST_F(Conference, AnOldVersionOfTlsIsAFailure) {
+    certificates->Make({.name = "ancient"}, "root");
+    Expect(Check("ancient", {"-tls1_1", "-cipher", "DEFAULT@SECLEVEL=0"}), Status::Fail,
+           ": TLS: tlsv1 alert protocol version; check the server and the network");
+}
+
 TEST_F(Conference, ACertificateThatEndsSoonIsAWarningAndThenAFailure) {
     certificates->Make({.name = "soon", .notAfter = DaysFromNow(10)}, "root");
     Expect(Check("soon"), Status::Warn, ": certificate ends in 10 days; renew it");
@@ -128,6 +135,10 @@ TEST_F(Conference, ACertificateForAnotherNameIsAFailure) {
            "network");
     conference.trust.name = "b.example";
     EXPECT_EQ(Check("other").status, Status::Success) << "the name that is expected";
+    conference.trust.name = "z.example";
+    Expect(Check("other"), Status::Fail,
+           ": certificate is for a.example, b.example, 192.0.2.1 ..., not for z.example; check the server and the "
+           "network");
 }
 
 TEST_F(Conference, ACertificateWithoutNamesIsForItsSubject) {
@@ -181,7 +192,7 @@ TEST_F(Conference, AChainThatIsTooLongIsAFailure) {
 
 TEST_F(Conference, AChainOfManyBytesIsNotRead) {
     certificates->Make({.name = "large"}, "root");
-    const std::string chain = certificates->Chain("thousand", std::vector<std::string>(1000, "root"));
+    const std::string chain = certificates->Chain("hundreds", std::vector<std::string>(210, "root"));
     Expect(Check("large", {"-cert_chain", chain, "-tls1_2"}), Status::Fail,
            ": TLS: excessive message size; check the server and the network");
 }
@@ -204,6 +215,14 @@ TEST_F(Conference, ASilentServerIsGivenUp) {
     const auto silent = loopback::Listen();
     Expect(CheckAt(silent.port, 300ms), Status::Fail,
            ": TLS: no end of the TLS handshake in 0.3 s; check the server and the network");
+}
+
+// The library would write to a connection that is gone, and the signal end the process.
+TEST_F(Conference, ABrokenConnectionEndsNoProcess) {
+    (void)std::signal(SIGPIPE, SIG_DFL);
+    const auto silent = loopback::Listen();
+    (void)CheckAt(silent.port, 100ms);
+    EXPECT_EQ(std::signal(SIGPIPE, SIG_IGN), SIG_IGN);
 }
 
 // The beginning of a long handshake message, a byte now and then.

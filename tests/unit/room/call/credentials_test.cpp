@@ -41,13 +41,16 @@ TEST(Credentials, AMistakeIsToldWithItsLineAndWithoutTheSecret) {
     EXPECT_EQ(MistakeOf(""), "needs both 'user = ...' and 'password = ...'");
 }
 
-TEST(Credentials, ArePassedOnWhole) {
+TEST(Credentials, LeaveNothingBehindWhenTheyArePassedOn) {
     auto first = ParseCredentials(kGood);
     ASSERT_TRUE(first);
+    const char* bytes = first->Password().data();  // within the object, as short strings are
+    ASSERT_EQ(std::string(bytes, 6), "s3cret");
     const Credentials second = std::move(*first);
     EXPECT_EQ(second.User(), "cn=room1,dc=example");
     EXPECT_EQ(second.Password(), "s3cret");
-    EXPECT_EQ(first->Password(), "") << "nothing is left behind";
+    EXPECT_EQ(first->Password(), "");
+    EXPECT_EQ(std::string(bytes, 6), std::string(6, '\0'));
 }
 
 class CredentialsFile : public testing::Test {

@@ -137,6 +137,7 @@ TEST(SipOptions, WhatIsNoAnswerIsNotTaken) {
     EXPECT_FALSE(IsTaken(Reply("SIP/2.0 200 OK", "SIP/2.0 700 OK")));
     EXPECT_FALSE(IsTaken(Reply("Content-Length: 0", "Content-Length: 5"))) << "cut off";
     EXPECT_FALSE(IsTaken(Reply("200 OK", std::string("200 O\0K", 7)))) << "a NUL";
+    EXPECT_FALSE(IsTaken(Reply("Content-Length: 0", std::string("\0X: y", 5)))) << "a NUL where the head might end";
     EXPECT_FALSE(IsTaken(Reply("Content-Length: 0\r\n\r\n", "Content-Length: 0\r\n"))) << "no end of the head";
 }
 
