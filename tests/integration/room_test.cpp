@@ -1,5 +1,5 @@
 // The owner of the room's items against a running server, and without one.
-#include <csignal>
+#include <sstream>
 
 #include "programs.h"
 
@@ -128,6 +128,32 @@ TEST_F(Room, CheckTellsWhetherAFileHasMistakes) {
     EXPECT_EQ(good.output, Folder() + "/room.xml: no mistakes; 25 items are served\n");
     EXPECT_EQ(support::Run({OMINSPECT_ROOM_PROGRAM, "--check", File("<Room at='home'/>")}).exitCode, 2);
     EXPECT_EQ(support::Run({OMINSPECT_ROOM_PROGRAM, "--check", "/nonexistent.xml"}).exitCode, 2);
+}
+
+TEST_F(Room, TheManualPageSaysWhatDescribeSays) {
+    const std::string page = Contents(ROOM_MANUAL_PAGE);
+    std::istringstream lines(support::Run({OMINSPECT_ROOM_PROGRAM, "--describe"}).output);
+    std::string name;
+    std::string looksAt;
+    size_t count = 0;
+    for (; lines >> name && std::getline(lines >> std::ws, looksAt); ++count) {
+        EXPECT_TRUE(Holds(page, ".It Cm " + name + "\n" + looksAt + "\n")) << name;
+    }
+    EXPECT_EQ(count, 30U);
+    EXPECT_EQ(CountOf(page, ".It Cm "), count);
+}
+
+TEST_F(Room, TheShippedFileHasNoMistakes) {
+    EXPECT_EQ(support::Run({OMINSPECT_ROOM_PROGRAM, "--check", ROOM_FILE}).exitCode, 0);
+    // Nor have the examples in its comments.
+    std::string xml = Contents(ROOM_FILE);
+    xml.erase(0, xml.find("<Room>"));
+    for (size_t at = xml.find("<!--"); at != std::string::npos; at = xml.find("<!--")) {
+        xml.erase(at, xml.find('\n', at) - at);
+        xml.erase(xml.find("-->"), 3);
+    }
+    const Outcome examples = support::Run({OMINSPECT_ROOM_PROGRAM, "--check", File(xml)});
+    EXPECT_TRUE(examples.output.ends_with(": no mistakes; 30 items are served\n")) << examples.output;
 }
 
 TEST_F(Room, DescribeSaysWhatEachItemLooksAt) {
