@@ -6,8 +6,7 @@
 //       <DefaultBandwidth kbps="2048" min="1024"/>
 //       <MaxIncomingBandwidth kbps="4096" min="1024"/>
 //       <SipServer host="sip.example.org" transport="tls" port="5061" user="room1" caFile="/etc/ominspect/ca.pem"/>
-//       <Gatekeeper host="gk.example.org" port="1719"/>
-//       <H323Peer host="mcu.example.org" port="1720"/>
+//       <Gatekeeper host="gk.example.org" port="1719"/>     or <H323Peer host="mcu.example.org" port="1720"/>
 //       <ConferenceServer host="meet.example.org" port="443" tls="true" warnDays="21" failDays="3"/>
 //       <LdapServer host="ldap.example.org" security="startTls" base="dc=example,dc=org"
 //       credentials="/etc/ominspect/ldap"/>
