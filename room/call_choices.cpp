@@ -8,6 +8,7 @@
 
 #include "common/fd.h"
 #include "common/text.h"
+#include "trimmed.h"
 
 namespace room {
 namespace {
@@ -18,15 +19,6 @@ using ominspect::Result;
 constexpr std::size_t kMaxFile = 256UL * 1024UL;
 // What is shown of a value from outside.
 constexpr std::size_t kMaxShown = 24;
-
-std::string_view Trimmed(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 std::string_view WithoutQuotes(std::string_view text) {
     const bool quoted =

@@ -17,7 +17,7 @@ Finding CheckConferenceServer(const ConferenceServer& server, const Deadline& de
     if (!server.tls) {
         return Success(name + " takes connections");
     }
-    const std::string& wanted = server.trust.name.empty() ? server.host.name : server.trust.name;
+    const std::string& wanted = server.trust.NameOr(server.host.name);
     const auto session = StartTls(std::move(*fd), wanted, server.trust.caFile, deadline);
     if (!session) {
         return FailOf(name, session.Failure().text);

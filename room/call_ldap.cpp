@@ -154,7 +154,7 @@ private:
                 return FailOf(name_, "StartTLS: " + Reason(code));
             }
         }
-        const std::string& wanted = server_.trust.name.empty() ? server_.host.name : server_.trust.name;
+        const std::string& wanted = server_.trust.NameOr(server_.host.name);
         auto session = StartTls(std::move(fd), wanted, server_.trust.caFile, channel_.deadline);
         if (!session) {
             return FailOf(name_, session.Failure().text);

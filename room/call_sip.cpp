@@ -194,7 +194,7 @@ Finding CheckSipServer(const SipServer& server, const Deadline& deadline) {
     if (server.transport == SipTransport::Tcp) {
         return AskOverStream(server, name, *PlainStream(std::move(*fd)), local, deadline);
     }
-    const std::string& wanted = server.trust.name.empty() ? server.host.name : server.trust.name;
+    const std::string& wanted = server.trust.NameOr(server.host.name);
     const auto session = StartTls(std::move(*fd), wanted, server.trust.caFile, deadline);
     if (!session) {
         return FailOf(name, session.Failure().text);

@@ -15,6 +15,8 @@ struct Trust {
     std::string caFile;  // with the certificates of those who may have signed it; the system's when empty
     unsigned warnDays = 21;
     unsigned failDays = 3;
+
+    [[nodiscard]] const std::string& NameOr(const std::string& host) const { return name.empty() ? host : name; }
 };
 
 // What the library found out about it.

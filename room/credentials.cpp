@@ -13,6 +13,7 @@
 
 #include "common/fd.h"
 #include "common/text.h"
+#include "trimmed.h"
 
 namespace room {
 namespace {
@@ -29,13 +30,6 @@ constexpr std::size_t kMaxFile = 4096;
 void Clear(std::string& text) {
     explicit_bzero(text.data(), text.size());
     text.clear();
-}
-
-std::string_view Trimmed(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    return first == std::string_view::npos ? std::string_view()
-                                           : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 // Why the file's rights do not fit; nothing when they do.

@@ -13,6 +13,7 @@
 #include <sys/time.h>
 
 #include "host.h"
+#include "trimmed.h"
 
 namespace room {
 namespace {
@@ -43,20 +44,6 @@ std::string Parameter(osip_list_t& parameters, const char* name) {
     std::string key = name;
     osip_generic_param_get_byname(&parameters, key.data(), &found);
     return found == nullptr ? "" : OrEmpty(found->gvalue);
-}
-
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
-std::string_view Trimmed(std::string_view text) {
-    while (!text.empty() && IsBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && IsBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 bool EqualIgnoringCase(std::string_view left, std::string_view right) {
