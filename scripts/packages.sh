@@ -14,6 +14,7 @@ BUILD_PACKAGES=(
     libssl-dev       # their checksums, and TLS to a room's servers
     libosip2-dev     # SIP messages
     libldap-dev      # directories
+    libsqlite3-dev   # the gateway's history
     libre2-dev       # the patterns of secrets that are masked in them
     libasound2-dev   # the room's sound
     libdrm-dev       # its displays

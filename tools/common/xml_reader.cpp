@@ -124,13 +124,13 @@ unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, un
     return number;
 }
 
-bool ReadBool(const Attributes& attributes, std::string_view attribute) {
+bool ReadBool(const Attributes& attributes, std::string_view attribute, bool fallback) {
     const auto found = attributes.find(attribute);
-    if (found == attributes.end() || found->second.value == "false") {
-        return false;
+    if (found == attributes.end()) {
+        return fallback;
     }
-    if (found->second.value == "true") {
-        return true;
+    if (found->second.value == "true" || found->second.value == "false") {
+        return found->second.value == "true";
     }
     throw Mistake{found->second.line,
                   std::string(attribute) + " " + Quoted(found->second.value) + R"( must be "true" or "false")"};

@@ -53,8 +53,8 @@ std::string_view ReadWord(const Attributes& attributes, std::string_view attribu
 unsigned ReadNumber(const Attributes& attributes, std::string_view attribute, unsigned fallback, unsigned max,
                     unsigned min = 1);
 
-// "true" or "false"; false when it is not there.
-bool ReadBool(const Attributes& attributes, std::string_view attribute);
+// "true" or "false"; `fallback` when it is not there.
+bool ReadBool(const Attributes& attributes, std::string_view attribute, bool fallback = false);
 
 // The child elements, in order; nothing else but comments may stand beside them.
 std::vector<const Element*> ReadChildren(const Element& parent);

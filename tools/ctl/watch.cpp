@@ -14,6 +14,7 @@
 
 #include "commands.h"
 #include "common/end_signals.h"
+#include "common/presence.h"
 #include "history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
@@ -104,61 +105,6 @@ private:
     std::atomic<ExitCode> code_{kPassed};
 };
 
-// Whether the server is there. A server that leaves the bus tells nothing, so it is asked now and then, less and less
-// often while it is too busy to answer, as each question stays in its queue.
-class Presence {
-public:
-    explicit Presence(client::Session& session) : session_(session), starts_(session.ServerStarts()) {}
-
-    // A server that is not there is no error: its events come once it starts.
-    void Begin() {
-        Ask();
-        if (!present_) {
-            Complain(absence_ + "; waiting for it");
-        }
-    }
-
-    // Prints what has changed since the last call.
-    void Follow(Printer& printer) {
-        if (const std::uint64_t starts = session_.ServerStarts(); starts != starts_) {
-            starts_ = starts;
-            if (std::exchange(present_, true)) {
-                printer.Server(false);
-            }
-            printer.Server(true);
-        } else if (Clock::now() >= next_) {
-            const bool before = present_;
-            Ask();
-            // When it comes, its start is counted.
-            if (before && !present_) {
-                printer.Server(false);
-            }
-        }
-    }
-
-private:
-    static constexpr std::chrono::seconds kPeriod{2};
-    static constexpr std::chrono::seconds kLongestPeriod{60};
-
-    void Ask() {
-        const auto state = session_.State("ominspectctl", std::chrono::seconds(1));
-        const bool busy = !state && state.Failure().code == client::ErrorCode::kTimeLimit;
-        if (!state && state.Failure().code == client::ErrorCode::kServerAbsent) {
-            present_ = false;
-            absence_ = state.Failure().text;
-        }
-        period_ = busy ? std::min(period_ * 2, kLongestPeriod) : kPeriod;
-        next_ = Clock::now() + period_;
-    }
-
-    client::Session& session_;
-    std::uint64_t starts_;
-    bool present_ = true;
-    std::string absence_;
-    std::chrono::seconds period_ = kPeriod;
-    Clock::time_point next_;
-};
-
 // Waits for the printer, a signal or the end of the time limit.
 ExitCode Wait(const WatchOptions& options, Printer& printer, Presence& presence, const EndSignals& signals) {
     constexpr std::chrono::milliseconds kLook{500};
@@ -177,7 +123,7 @@ ExitCode Wait(const WatchOptions& options, Printer& printer, Presence& presence,
         if (ready > 0) {
             return fds[0].revents != 0 ? printer.Code() : kPassed;
         }
-        presence.Follow(printer);
+        presence.Follow([&](bool present) { printer.Server(present); });
     }
 }
 
@@ -191,9 +137,12 @@ ExitCode Watch(const WatchOptions& options) {
     if (const auto error = (*session)->Subscribe()) {
         return Fail(*error, options.json);
     }
-    Presence presence(**session);
+    Presence presence(**session, "ominspectctl");
     Complain("watching");
     presence.Begin();
+    if (!presence.IsPresent()) {
+        Complain(presence.AbsenceText() + "; waiting for it");  // no error: its events come once it starts
+    }
 
     const ExitCode code = Wait(options, printer, presence, signals);
     (void)alarm(kStuckSeconds);

@@ -1,0 +1,131 @@
+// Made in the order in which they need each other, ended in the other one: first those who ask, then the watcher, then
+// the feed, which tells the rest, and at last the history.
+#include "gateway.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+
+#include <poll.h>
+#include <systemd/sd-daemon.h>
+
+#include "common/end_signals.h"
+#include "common/text.h"
+#include "history/writer.h"
+#include "model/feed.h"
+#include "model/parts.h"
+#include "model/picture.h"
+#include "model/runs.h"
+#include "watch/link.h"
+#include "watch/watcher.h"
+
+namespace ominspect::gateway {
+namespace {
+
+constexpr int kRoundMs = 1000;
+
+class Gateway {
+public:
+    explicit Gateway(const Settings& settings)
+        : settings_(settings),
+          parts_([this](const std::string& name, const Part& part) { TellPart(name, part); }),
+          writer_(MakeWriter()),
+          feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
+          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_) {
+        feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
+    }
+
+    std::optional<Error> Serve(EndSignals& signals) {
+        RememberLastResults();
+        isFeeding_ = true;
+        feed_.Start();
+        if (writer_) {
+            writer_->Start();
+        }
+        watcher_.Start();
+        (void)sd_notify(0, "READY=1");
+        WaitForEnd(signals);
+        (void)sd_notify(0, "STOPPING=1");
+        watcher_.Stop();
+        feed_.Stop();
+        if (writer_) {
+            writer_->Stop();
+        }
+        return std::nullopt;
+    }
+
+private:
+    std::unique_ptr<Writer> MakeWriter() {
+        if (!settings_.history.isOn) {
+            parts_.Set("history", PartState::kOff);
+            return nullptr;
+        }
+        Writer::Settings writer;
+        writer.path = settings_.history.path;
+        writer.bus = history::BusName(std::getenv("KIVO_BUS_ADDRESS"));
+        writer.retention.age = std::chrono::hours(24) * settings_.history.days;
+        writer.retention.bytes = std::uint64_t{settings_.history.megabytes} << 20U;
+        return std::make_unique<Writer>(std::move(writer), parts_, [this](Event gap) { feed_.Post(std::move(gap)); });
+    }
+
+    void TellPart(const std::string& name, const Part& part) {
+        Log(name, part);
+        if (isFeeding_) {
+            Event event;
+            event.kind = EventKind::kPart;
+            event.time = part.since;
+            event.item = name;
+            event.status = WordOf(part.state);
+            event.text = part.text;
+            feed_.Post(std::move(event));
+        }
+    }
+
+    // What was before the gateway started, as far as it is kept.
+    void RememberLastResults() {
+        auto reader = settings_.history.isOn ? history::Reader::Open(settings_.history.path)
+                                             : Result<std::unique_ptr<history::Reader>>(OtherError(""));
+        const auto rows = reader ? (*reader)->LastResults() : reader.Failure();
+        if (!rows) {
+            return;  // the writer has told what is wrong
+        }
+        for (const history::Row& row : *rows) {
+            picture_.SetLast(row.item, {row.status, row.text, row.cause, row.time, row.begin, row.duration, row.seq});
+        }
+    }
+
+    // Gives signs of life as long as the feed goes round.
+    void WaitForEnd(EndSignals& signals) {
+        std::uint64_t rounds = 0;
+        pollfd fds[] = {{signals.Fd(), POLLIN, 0}};
+        while (poll(fds, 1, kRoundMs) <= 0) {
+            if (feed_.Rounds() != rounds) {
+                rounds = feed_.Rounds();
+                (void)sd_notify(0, "WATCHDOG=1");
+            }
+            feed_.Wake();
+        }
+    }
+
+    const Settings& settings_;
+    std::atomic<bool> isFeeding_{false};
+    Parts parts_;
+    Picture picture_;
+    Runs runs_;
+    Link link_;
+    std::unique_ptr<Writer> writer_;
+    Feed feed_;
+    Watcher watcher_;
+};
+
+}  // namespace
+
+std::optional<Error> Serve(const Settings& settings) {
+    EndSignals signals;
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    Gateway gateway(settings);
+    return gateway.Serve(signals);
+}
+
+}  // namespace ominspect::gateway

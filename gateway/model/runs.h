@@ -1,0 +1,41 @@
+// The runs that are under way: makes of what the server tells when and how long a run was, and who asked for it.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "model/event.h"
+#include "ominspect/client/types.h"
+
+namespace ominspect::gateway {
+
+// Any thread.
+class Runs {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // What event 8 means, received now: a run that began, or one that ended.
+    Event Take(const client::ItemResult& result, TimePoint now, Clock::time_point tick);
+
+    // The next run of the item that begins is asked for by `cause`. Until it is released.
+    void Claim(const std::string& item, const std::string& cause);
+    void Release(const std::string& item, const std::string& cause);
+
+    // The server is gone, and its runs with it.
+    void Forget();
+
+private:
+    struct Run {
+        TimePoint begin;
+        Clock::time_point tick;
+        std::string cause;
+    };
+
+    std::mutex mutex_;  // guards everything below
+    std::map<std::string, Run> runs_;
+    std::multimap<std::string, std::string> claims_;
+};
+
+}  // namespace ominspect::gateway

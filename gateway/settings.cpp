@@ -1,0 +1,165 @@
+// Reading stops at the first mistake.
+#include "settings.h"
+
+#include <array>
+
+#include <arpa/inet.h>
+
+#include "common/xml_reader.h"
+
+namespace ominspect::gateway {
+namespace {
+
+using namespace xml;
+
+constexpr const char* kRoot = "Gateway";
+constexpr std::size_t kMaxProcessName = 15;
+constexpr std::size_t kMaxPath = 4095;
+constexpr std::size_t kMaxUnixPath = 107;
+constexpr std::size_t kMaxHostName = 253;
+constexpr unsigned kMaxRefresh = 3600;
+constexpr unsigned kMaxDays = 3650;
+constexpr unsigned kMaxMegabytes = 65536;
+constexpr unsigned kMaxPort = 65535;
+constexpr std::size_t kMaxListeners = 8;
+
+std::string ReadPath(const Element& element, const Attributes& attributes, std::string_view attribute,
+                     const std::string& fallback, std::size_t max = kMaxPath) {
+    const auto found = attributes.find(attribute);
+    if (found == attributes.end()) {
+        return fallback;
+    }
+    const std::string path = ReadName(element, attributes, attribute, max);
+    if (path[0] != '/') {
+        throw Mistake{found->second.line, std::string(attribute) + " " + Quoted(path) + " must be an absolute path"};
+    }
+    return path;
+}
+
+HistorySettings ReadHistory(const Element& element) {
+    static constexpr std::array<std::string_view, 4> kKnown{"enabled", "path", "days", "megabytes"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    RefuseChildren(element);
+    HistorySettings history;
+    history.isOn = ReadBool(attributes, "enabled", true);
+    history.path = ReadPath(element, attributes, "path", history.path);
+    history.days = ReadNumber(attributes, "days", history.days, kMaxDays);
+    history.megabytes = ReadNumber(attributes, "megabytes", history.megabytes, kMaxMegabytes);
+    return history;
+}
+
+TcpAddress ReadTcp(const Element& element) {
+    static constexpr std::array<std::string_view, 2> kKnown{"address", "port"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    RefuseChildren(element);
+    TcpAddress tcp{ReadName(element, attributes, "address", INET6_ADDRSTRLEN), 0};
+    std::array<unsigned char, sizeof(in6_addr)> ignored{};
+    if (inet_pton(AF_INET, tcp.address.c_str(), ignored.data()) != 1 &&
+        inet_pton(AF_INET6, tcp.address.c_str(), ignored.data()) != 1) {
+        throw Mistake{element.GetLineNum(), "address " + Quoted(tcp.address) + " must be an address in numbers"};
+    }
+    const auto port = attributes.find("port");
+    const bool isAny = port != attributes.end() && port->second.value == "0";
+    tcp.port = isAny ? std::uint16_t{0} : static_cast<std::uint16_t>(ReadNumber(attributes, "port", 8642, kMaxPort));
+    return tcp;
+}
+
+HttpSettings ReadHttp(const Element& element) {
+    static constexpr std::array<std::string_view, 4> kKnown{"enabled", "tokens", "certificate", "key"};
+    static constexpr std::array<std::string_view, 1> kPath{"path"};
+    static constexpr std::array<std::string_view, 1> kName{"name"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    HttpSettings http;
+    http.isOn = ReadBool(attributes, "enabled", true);
+    http.tokens = ReadPath(element, attributes, "tokens", http.tokens);
+    http.certificate = ReadPath(element, attributes, "certificate", "");
+    http.key = ReadPath(element, attributes, "key", "");
+    if (http.certificate.empty() != http.key.empty()) {
+        throw Mistake{element.GetLineNum(), "Http needs both, certificate and key, or neither"};
+    }
+    std::vector<std::string> unixPaths;
+    std::vector<TcpAddress> tcp;
+    for (const auto* child : ReadChildren(element)) {
+        const std::string_view name = child->Name();
+        if (name == "Unix") {
+            RefuseChildren(*child);
+            const Attributes own = ReadAttributes(*child, kPath);
+            (void)ReadName(*child, own, "path", kMaxUnixPath);
+            unixPaths.push_back(ReadPath(*child, own, "path", "", kMaxUnixPath));
+        } else if (name == "Tcp") {
+            tcp.push_back(ReadTcp(*child));
+        } else if (name == "Host") {
+            RefuseChildren(*child);
+            http.hosts.push_back(ReadName(*child, ReadAttributes(*child, kName), "name", kMaxHostName));
+        } else {
+            throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Http"};
+        }
+        if (unixPaths.size() + tcp.size() > kMaxListeners) {
+            throw Mistake{child->GetLineNum(), "more than " + std::to_string(kMaxListeners) + " places to listen"};
+        }
+    }
+    if (!unixPaths.empty() || !tcp.empty()) {
+        http.unixPaths = std::move(unixPaths);
+        http.tcp = std::move(tcp);
+    }
+    return http;
+}
+
+CollectionSettings ReadCollection(const Element& element) {
+    static constexpr std::array<std::string_view, 2> kKnown{"enabled", "folder"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    RefuseChildren(element);
+    CollectionSettings collection;
+    collection.isOn = ReadBool(attributes, "enabled", true);
+    collection.folder = ReadPath(element, attributes, "folder", collection.folder);
+    return collection;
+}
+
+Settings ReadGateway(const Element& element) {
+    static constexpr std::array<std::string_view, 2> kKnown{"process", "refresh"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    Settings settings;
+    if (attributes.contains("process")) {
+        settings.process = ReadName(element, attributes, "process", kMaxProcessName);
+        if (!settings.process.starts_with("ic-")) {
+            throw Mistake{element.GetLineNum(),
+                          "process " + Quoted(settings.process) + " must begin with \"ic-\", as requesters' names do"};
+        }
+    }
+    settings.refresh = std::chrono::seconds(
+        ReadNumber(attributes, "refresh", static_cast<unsigned>(settings.refresh.count()), kMaxRefresh));
+    std::string seen;
+    for (const auto* child : ReadChildren(element)) {
+        const std::string name = child->Name();
+        if (seen.find(" " + name + " ") != std::string::npos) {
+            throw Mistake{child->GetLineNum(), "a second element " + Quoted(name)};
+        }
+        seen += " " + name + " ";
+        if (name == "History") {
+            settings.history = ReadHistory(*child);
+        } else if (name == "Http") {
+            settings.http = ReadHttp(*child);
+        } else if (name == "Collection") {
+            settings.collection = ReadCollection(*child);
+        } else {
+            throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Gateway"};
+        }
+    }
+    return settings;
+}
+
+}  // namespace
+
+Result<Settings> ParseSettings(std::string_view xml) {
+    Settings settings;
+    const auto error = ReadDocument(xml, kRoot, [&](const Element& root) { settings = ReadGateway(root); });
+    return error ? Result<Settings>(*error) : std::move(settings);
+}
+
+Result<Settings> LoadSettings(const std::string& path) {
+    Settings settings;
+    const auto error = ReadFile(path, kRoot, [&](const Element& root) { settings = ReadGateway(root); });
+    return error ? Result<Settings>(*error) : std::move(settings);
+}
+
+}  // namespace ominspect::gateway

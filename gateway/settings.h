@@ -1,0 +1,70 @@
+// The gateway's configuration. Strictly validated; without a file, or an element of it, what stands here counts.
+//
+//   <Gateway process="ic-gateway" refresh="15">
+//       <History enabled="true" path="/var/lib/ominspect-gateway/history.db" days="90" megabytes="64"/>
+//       <Http enabled="true" tokens="/etc/ominspect/gateway.tokens" certificate="" key="">
+//           <Unix path="/run/ominspect-gateway/http.sock"/>
+//           <Tcp address="127.0.0.1" port="8642"/>
+//           <Host name="room12.example.org"/>
+//       </Http>
+//       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"/>
+//   </Gateway>
+//
+// process: the name on the bus, which begins with "ic-"; refresh: seconds between two looks for items and owners.
+// Http: with a Unix or Tcp element only what is named is listened to; Host names this machine in a browser's address
+// beside its addresses and "localhost". Relative paths are not taken.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/error.h"
+#include "common/history_file.h"
+
+namespace ominspect::gateway {
+
+struct HistorySettings {
+    bool isOn = true;
+    std::string path = history::kDefaultPath;
+    unsigned days = 90;
+    unsigned megabytes = 64;
+};
+
+struct TcpAddress {
+    std::string address;  // of IPv4 or IPv6, in numbers
+    std::uint16_t port;   // 0: any free one, for tests
+};
+
+struct HttpSettings {
+    bool isOn = true;
+    std::vector<std::string> unixPaths{"/run/ominspect-gateway/http.sock"};
+    std::vector<TcpAddress> tcp{{"127.0.0.1", 8642}};
+    std::vector<std::string> hosts;
+    std::string tokens = "/etc/ominspect/gateway.tokens";
+    std::string certificate;  // both empty: without TLS
+    std::string key;
+};
+
+struct CollectionSettings {
+    bool isOn = true;
+    std::string folder = "/var/lib/ominspect-gateway/collection";
+};
+
+struct Settings {
+    std::string process = "ic-gateway";
+    std::chrono::seconds refresh{15};
+    HistorySettings history;
+    HttpSettings http;
+    CollectionSettings collection;
+};
+
+// Parses a configuration text. The error of a mistake is "line N: what is wrong".
+Result<Settings> ParseSettings(std::string_view xml);
+
+// The same for a regular file of at most 64 KiB; the error begins with the path.
+Result<Settings> LoadSettings(const std::string& path);
+
+}  // namespace ominspect::gateway

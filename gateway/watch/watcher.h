@@ -1,0 +1,77 @@
+// Watches the server: turns what the client library tells into events, and asks for what nobody tells.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "common/presence.h"
+#include "model/feed.h"
+#include "model/parts.h"
+#include "model/picture.h"
+#include "model/runs.h"
+#include "watch/link.h"
+
+namespace ominspect::gateway {
+
+class Watcher {
+public:
+    struct Settings {
+        std::string process;           // on the bus; begins with "ic-"
+        std::chrono::seconds refresh;  // between two looks for items and owners
+    };
+
+    Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed);
+    ~Watcher();
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
+
+    void Start();
+    void Stop();
+
+    // Looks for items and owners now.
+    void Refresh();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Run();
+    // Serves one connection, from its opening to its end.
+    void Serve();
+    client::Events EventsOfSession();
+    void Round(client::Session& session, Presence& presence);
+    void TellServer(bool present);
+    void LookForItems(client::Session& session);
+    void AskStates(client::Session& session);
+    void TellLost(const client::Session& session);
+    void TellItems();
+    // False: it is time to end.
+    bool Pause(std::chrono::milliseconds time);
+    void Leave();
+
+    const Settings settings_;
+    Link& link_;
+    Runs& runs_;
+    Picture& picture_;
+    Parts& parts_;
+    Feed& feed_;
+
+    // ---- of the watcher's thread ----
+    std::optional<bool> serverUp_;
+    std::optional<TimePoint> blindSince_;  // the bus is gone
+    std::uint64_t lost_ = 0;
+    Clock::time_point nextLook_;
+
+    std::atomic<bool> busLost_{false};
+
+    std::mutex mutex_;  // guards everything below
+    std::condition_variable changed_;
+    bool isWanted_ = false;  // a look for items
+    bool isEnding_ = false;
+    std::thread thread_;
+};
+
+}  // namespace ominspect::gateway
