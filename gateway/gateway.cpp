@@ -5,14 +5,18 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include <poll.h>
 #include <systemd/sd-daemon.h>
 
+#include "actions/collection.h"
+#include "actions/operations.h"
 #include "common/end_signals.h"
 #include "common/text.h"
 #include "history/writer.h"
+#include "http/part.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -24,6 +28,7 @@ namespace ominspect::gateway {
 namespace {
 
 constexpr int kRoundMs = 1000;
+constexpr unsigned kTickSeconds = 15;
 
 class Gateway {
 public:
@@ -32,8 +37,11 @@ public:
           parts_([this](const std::string& name, const Part& part) { TellPart(name, part); }),
           writer_(MakeWriter()),
           feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
-          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_) {
+          hub_(feed_.ToldSeq(), [this](std::uint64_t after, std::size_t limit) { return Missed(after, limit); }),
+          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_),
+          operations_(link_, runs_, feed_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
+        feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
     }
 
     std::optional<Error> Serve(EndSignals& signals) {
@@ -43,16 +51,22 @@ public:
         if (writer_) {
             writer_->Start();
         }
-        watcher_.Start();
-        (void)sd_notify(0, "READY=1");
-        WaitForEnd(signals);
-        (void)sd_notify(0, "STOPPING=1");
+        auto error = BeginHttp();
+        if (!error) {
+            watcher_.Start();
+            (void)sd_notify(0, "READY=1");
+            WaitForEnd(signals);
+            (void)sd_notify(0, "STOPPING=1");
+        }
+        http_.reset();
+        collection_.reset();
+        operations_.StopAll();
         watcher_.Stop();
         feed_.Stop();
         if (writer_) {
             writer_->Stop();
         }
-        return std::nullopt;
+        return error;
     }
 
 private:
@@ -67,6 +81,53 @@ private:
         writer.retention.age = std::chrono::hours(24) * settings_.history.days;
         writer.retention.bytes = std::uint64_t{settings_.history.megabytes} << 20U;
         return std::make_unique<Writer>(std::move(writer), parts_, [this](Event gap) { feed_.Post(std::move(gap)); });
+    }
+
+    std::optional<Error> BeginHttp() {
+        if (settings_.collection.isOn) {
+            std::error_code error;
+            const auto own = std::filesystem::read_symlink("/proc/self/exe", error);
+            collection_ = std::make_unique<Collection>((own.parent_path() / "ominspectctl").string(),
+                                                       settings_.collection.folder, feed_);
+        }
+        if (!settings_.http.isOn) {
+            parts_.Set("http", PartState::kOff);
+            return std::nullopt;
+        }
+        const std::string historyPath = settings_.history.isOn ? settings_.history.path : "";
+        auto http = HttpPart::Begin(
+            settings_.http,
+            {picture_, parts_, hub_, operations_, collection_.get(), historyPath, {}, [this] { return Figures(); }});
+        if (!http) {
+            return http.Failure();
+        }
+        http_ = std::move(*http);
+        parts_.Set("http", PartState::kOk);
+        return std::nullopt;
+    }
+
+    json::Value Figures() const {
+        auto figures = json::Value::Object();
+        figures.Number("listeners", hub_.Count()).Number("droppedListeners", hub_.Dropped());
+        figures.Number("lostEvents", feed_.LostEvents()).Number("lastEvent", feed_.ToldSeq());
+        if (writer_) {
+            figures.Number("historyBytes", writer_->Bytes()).Number("eventsNotKept", writer_->LostEvents());
+        }
+        return figures;
+    }
+
+    // What a listener missed. Read on the thread that asks.
+    std::optional<std::vector<history::Row>> Missed(std::uint64_t after, std::size_t limit) const {
+        if (!settings_.history.isOn) {
+            return std::nullopt;
+        }
+        history::Filter filter;
+        filter.after = after;
+        filter.isOldestFirst = true;
+        filter.limit = limit;
+        auto reader = history::Reader::Open(settings_.history.path);
+        auto rows = reader ? (*reader)->Find(filter) : reader.Failure();
+        return rows ? std::optional(std::move(*rows)) : std::nullopt;
     }
 
     void TellPart(const std::string& name, const Part& part) {
@@ -98,6 +159,7 @@ private:
     // Gives signs of life as long as the feed goes round.
     void WaitForEnd(EndSignals& signals) {
         std::uint64_t rounds = 0;
+        unsigned seconds = 0;
         pollfd fds[] = {{signals.Fd(), POLLIN, 0}};
         while (poll(fds, 1, kRoundMs) <= 0) {
             if (feed_.Rounds() != rounds) {
@@ -105,6 +167,9 @@ private:
                 (void)sd_notify(0, "WATCHDOG=1");
             }
             feed_.Wake();
+            if (++seconds % kTickSeconds == 0) {
+                hub_.Tick();
+            }
         }
     }
 
@@ -116,7 +181,11 @@ private:
     Link link_;
     std::unique_ptr<Writer> writer_;
     Feed feed_;
+    Hub hub_;
     Watcher watcher_;
+    Operations operations_;
+    std::unique_ptr<Collection> collection_;
+    std::unique_ptr<HttpPart> http_;
 };
 
 }  // namespace

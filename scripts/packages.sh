@@ -15,6 +15,7 @@ BUILD_PACKAGES=(
     libosip2-dev     # SIP messages
     libldap-dev      # directories
     libsqlite3-dev   # the gateway's history
+    libmicrohttpd-dev  # its HTTP
     libre2-dev       # the patterns of secrets that are masked in them
     libasound2-dev   # the room's sound
     libdrm-dev       # its displays

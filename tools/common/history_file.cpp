@@ -1,6 +1,9 @@
 // Reading only: the gateway's write-ahead log lets readers in while it writes.
 #include "common/history_file.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "common/text.h"
 
 namespace ominspect::history {
@@ -71,6 +74,30 @@ const char* WordOf(Kind kind) {
             break;
     }
     return "gap";
+}
+
+json::Value JsonOf(const Row& row, const char* kind) {
+    auto json = json::Value::Object();
+    if (row.seq > 0) {
+        json.Number("seq", row.seq);
+    }
+    json.Text("time", UtcTime(row.time)).Text("kind", kind == nullptr ? WordOf(row.kind) : kind);
+    for (const auto& [name, value] :
+         {std::pair("item", &row.item), std::pair("status", &row.status), std::pair("text", &row.text)}) {
+        if (!value->empty() || row.kind == Kind::kResult) {
+            json.Text(name, *value);
+        }
+    }
+    if (row.begin) {
+        json.Text("begin", UtcTime(*row.begin));
+    }
+    if (row.duration) {
+        json.Number("durationMs", static_cast<std::uint64_t>(std::max<std::int64_t>(0, row.duration->count())));
+    }
+    if (!row.cause.empty()) {
+        json.Text("cause", row.cause);
+    }
+    return json;
 }
 
 bool IsFinal(const std::string& status) {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "common/error.h"
+#include "common/json.h"
 #include "common/sqlite.h"
 #include "common/times.h"
 
@@ -43,6 +44,10 @@ struct Row {
     std::optional<std::chrono::milliseconds> duration;
     std::string cause;  // who asked for a run, where that is known
 };
+
+// {"seq","time","kind","item","status","text","begin","durationMs","cause"}, without what the row has not. `kind`
+// stands in for the row's own word.
+json::Value JsonOf(const Row& row, const char* kind = nullptr);
 
 // Whether a status is that of a result: not "running", "idle" or empty.
 bool IsFinal(const std::string& status);

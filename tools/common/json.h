@@ -30,6 +30,8 @@ public:
     // All members with their names, in order; of an array its elements with empty names.
     std::vector<std::pair<std::string, View>> Members() const;
 
+    bool IsObject() const { return cJSON_IsObject(json_) != 0; }
+
     // Nothing for a value of another type.
     std::optional<std::string> Text() const;
     std::optional<double> Number() const;

@@ -2,8 +2,11 @@
 #include "common/times.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
+#include <utility>
 
 namespace ominspect {
 namespace {
@@ -46,6 +49,31 @@ std::string UtcSecond(TimePoint time) {
 
 std::string UtcName(TimePoint time) {
     return Formatted(time, gmtime_r, "%Y%m%dT%H%M%SZ");
+}
+
+std::optional<TimePoint> ParseTime(const std::string& text, TimePoint now) {
+    std::int64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    constexpr std::int64_t kMostAge = 1000000000;
+    if (error == std::errc() && end - rest == 1 && number >= 0 && number <= kMostAge) {
+        for (const auto& [letter, unit] :
+             {std::pair('s', 1), std::pair('m', 60), std::pair('h', 3600), std::pair('d', 86400)}) {
+            if (*rest == letter) {
+                return now - std::chrono::seconds(number * unit);
+            }
+        }
+    }
+    for (const char* format : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+        std::tm fields{};
+        const char* last = strptime(text.c_str(), format, &fields);
+        if (last != nullptr && *last == '\0') {
+            fields.tm_isdst = -1;
+            const bool isUtc = std::string_view(format).ends_with('Z');
+            return std::chrono::system_clock::from_time_t(isUtc ? timegm(&fields) : mktime(&fields));
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace ominspect

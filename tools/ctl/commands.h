@@ -13,6 +13,7 @@ void AddStop(CLI::App& app, Chosen& chosen);
 void AddReset(CLI::App& app, Chosen& chosen);
 void AddState(CLI::App& app, Chosen& chosen);
 void AddWait(CLI::App& app, Chosen& chosen);
+void AddHistory(CLI::App& app, Chosen& chosen);
 void AddWatch(CLI::App& app, Chosen& chosen);
 
 // ---- the commands that another program carries out ----

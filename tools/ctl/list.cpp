@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "common/text.h"
 #include "history.h"
+#include "kept_history.h"
 #include "ominspect/client/session.h"
 #include "output.h"
 #include "report.h"
@@ -20,13 +21,21 @@ struct ListOptions {
     bool json = false;
 };
 
+// The newer one of what the own commands and the gateway have seen.
+std::optional<LastResult> LastOf(const std::string& item, const History& own, const KeptHistory& kept) {
+    const auto mine = own.Find(item);
+    auto all = kept.Find(item);
+    return !all || (mine && mine->time > all->time) ? mine : all;
+}
+
 // The rows of the list; an item whose name cannot be sent has no state.
 client::Result<std::vector<ListRow>> Gather(client::Session& session, const std::vector<client::Item>& items,
                                             const client::Limit& limit) {
-    const History history;
+    const History own;
+    const KeptHistory kept;
     std::vector<ListRow> rows;
     for (const client::Item& item : items) {
-        ListRow& row = rows.emplace_back(ListRow{item, std::nullopt, history.Find(item.name)});
+        ListRow& row = rows.emplace_back(ListRow{item, std::nullopt, LastOf(item.name, own, kept)});
         if (client::CheckItemName(item.name)) {
             continue;
         }
@@ -83,8 +92,8 @@ ExitCode List(const ListOptions& options) {
 
 void AddList(CLI::App& app, Chosen& chosen) {
     const auto options = std::make_shared<ListOptions>();
-    CLI::App* command =
-        app.add_subcommand("list", "Lists the items, with their owners and the last results that your commands saw");
+    CLI::App* command = app.add_subcommand(
+        "list", "Lists the items, with their owners and last results: those that your commands saw, and the gateway's");
     AddLimit(*command, options->limit, "Time limit (default 10)");
     CLI::Option* names = command->add_flag("--names", options->names, "Print the names only, one in each line");
     AddJson(*command, options->json);

@@ -16,6 +16,7 @@ void AddCommands(CLI::App& app, Chosen& chosen) {
     ctl::AddState(app, chosen);
     ctl::AddWait(app, chosen);
     ctl::AddWatch(app, chosen);
+    ctl::AddHistory(app, chosen);
     ctl::AddCollectProgram(app);
 }
 

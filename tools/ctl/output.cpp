@@ -147,6 +147,34 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total, Time
     return document.Print();
 }
 
+std::string HistoryTable(const std::vector<history::Row>& rows) {
+    std::vector<std::vector<std::string>> table{{"TIME", kItemHead, "STATUS", "TIME TAKEN", "TEXT"}};
+    for (const history::Row& row : rows) {
+        const std::string time = LocalDate(row.time);
+        const std::string words =
+            text::Escaped(row.text) + (row.cause.empty() ? "" : " (" + text::Escaped(row.cause) + ")");
+        if (row.kind == history::Kind::kGap) {
+            const std::string from = row.begin ? " from " + LocalDate(*row.begin) : "";
+            table.push_back({time, "-", "gap", "-", "not observed" + from + ": " + words});
+        } else if (row.kind == history::Kind::kResult) {
+            table.push_back({time, text::Escaped(row.item), text::Escaped(row.status),
+                             row.duration ? std::to_string(row.duration->count()) + " ms" : "-", words});
+        } else {
+            table.push_back(
+                {time, "-", text::Escaped(row.status), "-", row.kind == history::Kind::kServer ? "the server" : ""});
+        }
+    }
+    return text::Table(table);
+}
+
+std::string HistoryJson(const std::vector<history::Row>& rows) {
+    auto events = json::Value::Array();
+    for (const history::Row& row : rows) {
+        events.Add(history::JsonOf(row));
+    }
+    return json::Value::Object().Put("events", std::move(events)).Print();
+}
+
 std::string UnseenItemText(std::string_view item) {
     return client::UnknownItemText(item) + ", as far as the owners on the bus show";
 }

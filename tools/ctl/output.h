@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/client_answers.h"
+#include "common/history_file.h"
 #include "common/json.h"
 #include "common/times.h"
 #include "history.h"
@@ -52,6 +53,10 @@ std::string ListJson(const std::vector<ListRow>& rows, std::uint32_t total, Time
 
 // How long ago something was: "5 s ago", "3 min ago", "2 h ago", "4 d ago".
 std::string Age(std::chrono::seconds age);
+
+// What the gateway has kept, one line for each event; the heads alone when there is none.
+std::string HistoryTable(const std::vector<history::Row>& rows);
+std::string HistoryJson(const std::vector<history::Row>& rows);
 
 // Why an item is said to be unknown that was not run.
 std::string UnseenItemText(std::string_view item);

@@ -7,6 +7,7 @@
 #include "common/times.h"
 
 using namespace ominspect;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -23,6 +24,23 @@ TEST(Times, OfPeopleAreLocal) {
     tzset();
     EXPECT_EQ(LocalTime(kTime), "03:46:40.007");
     EXPECT_EQ(LocalDate(kTime), "2001-09-09 03:46");
+}
+
+TEST(Times, AreReadAsAgesAndAsDates) {
+    const TimePoint now{1769862896s};  // 2026-01-31T12:34:56Z
+    EXPECT_EQ(ParseTime("90s", now), now - 90s);
+    EXPECT_EQ(ParseTime("15m", now), now - 15min);
+    EXPECT_EQ(ParseTime("2h", now), now - 2h);
+    EXPECT_EQ(ParseTime("3d", now), now - 72h);
+    EXPECT_EQ(ParseTime("2026-01-31T12:34:56Z", TimePoint()), now);
+    ASSERT_EQ(setenv("TZ", "UTC-2", 1), 0);
+    tzset();
+    EXPECT_EQ(ParseTime("2026-01-31 14:34:56", TimePoint()), now);
+    EXPECT_EQ(ParseTime("2026-01-31 14:34", TimePoint()), now - 56s);
+    EXPECT_EQ(ParseTime("2026-01-31", TimePoint()), now - 14h - 34min - 56s);
+    for (const char* text : {"", "2", "2x", "h", "-2h", "2hh", "2026-01-31T", "2026-01-31 14:34 x", "yesterday"}) {
+        EXPECT_FALSE(ParseTime(text, now)) << text;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,212 @@
+// The program's lines on standard error are its progress: one for each entry that is done.
+#include "actions/collection.h"
+
+#include <csignal>
+#include <filesystem>
+#include <vector>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include "common/text.h"
+
+namespace ominspect::gateway {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kPartly = 1;  // the package is there, but not everything is in it
+constexpr std::size_t kMostLine = 512;
+
+}  // namespace
+
+Collection::Collection(std::string program, std::string folder, Feed& feed)
+    : program_(std::move(program)), folder_(std::move(folder)), package_(folder_ + "/logs.tar.zst"), feed_(feed) {
+    std::error_code none;
+    size_ = fs::file_size(package_, none);
+    if (none) {
+        size_ = 0;
+    } else {
+        state_ = State::kDone;
+        end_ = beginTime_ = std::chrono::system_clock::now();
+    }
+}
+
+Collection::~Collection() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (child_ > 0) {
+            (void)kill(child_, SIGTERM);
+        }
+    }
+    Join();
+}
+
+void Collection::Join() {
+    std::thread ended;
+    {
+        const std::lock_guard lock(mutex_);
+        ended.swap(follower_);
+    }
+    if (ended.joinable()) {
+        ended.join();
+    }
+}
+
+Result<pid_t> Collection::Spawn(UniqueFd& output) const {
+    auto pipe = MakePipe();
+    if (!pipe) {
+        return pipe.Failure();
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawnattr_t attributes;
+    (void)posix_spawn_file_actions_init(&actions);
+    (void)posix_spawnattr_init(&attributes);
+    (void)posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    (void)posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    (void)posix_spawn_file_actions_adddup2(&actions, pipe->write.Get(), 2);
+    // It ends by the signals that this program blocks.
+    sigset_t none{};
+    (void)sigemptyset(&none);
+    (void)posix_spawnattr_setsigmask(&attributes, &none);
+    (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    std::vector<std::string> words{program_, "collect", "--output", package_, "--force", "--json"};
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    const int error = posix_spawn(&child, program_.c_str(), &actions, &attributes, arguments.data(), environ);
+    (void)posix_spawn_file_actions_destroy(&actions);
+    (void)posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        return SystemError(error);
+    }
+    output = std::move(pipe->read);
+    return child;
+}
+
+std::optional<Error> Collection::Begin(const std::string& who) {
+    const std::lock_guard begin(begin_);
+    {
+        const std::lock_guard lock(mutex_);
+        if (state_ == State::kGoingOn) {
+            return Error{ErrorCode::kRefused, "a collection goes on already"};
+        }
+    }
+    Join();
+    {
+        const std::lock_guard lock(mutex_);
+        state_ = State::kGoingOn;
+        who_ = who;
+        line_.clear();
+        exitCode_ = 0;
+        size_ = 0;
+        beginTime_ = std::chrono::system_clock::now();
+        end_.reset();
+        std::error_code ignored;
+        (void)fs::create_directories(folder_, ignored);
+        (void)fs::remove(package_, ignored);
+        UniqueFd output;
+        const auto child = Spawn(output);
+        if (child) {
+            child_ = *child;
+            follower_ = std::thread([this, pid = *child, fd = std::move(output)] { Follow(pid, fd); });
+        } else {
+            state_ = State::kFailed;
+            line_ = "cannot run " + program_ + ": " + child.Failure().text;
+            end_ = beginTime_;
+        }
+    }
+    Tell();
+    return std::nullopt;
+}
+
+void Collection::Follow(pid_t child, const UniqueFd& output) {
+    (void)fcntl(output.Get(), F_SETFL, 0);  // this thread may wait
+    std::string text;
+    char bytes[512];
+    for (ssize_t size = 0; (size = read(output.Get(), bytes, sizeof bytes)) > 0;) {
+        text.append(bytes, static_cast<std::size_t>(size));
+        for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
+            TakeLine(text.substr(0, std::min(end, kMostLine)));
+            text.erase(0, end + 1);
+        }
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        child_ = 0;
+        std::error_code none;
+        const auto size = fs::file_size(package_, none);
+        exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        size_ = none ? 0 : size;
+        state_ = !none && exitCode_ <= kPartly ? State::kDone : State::kFailed;
+        end_ = std::chrono::system_clock::now();
+    }
+    Tell();
+}
+
+void Collection::TakeLine(const std::string& line) {
+    {
+        const std::lock_guard lock(mutex_);
+        line_ = line;
+    }
+    Tell();
+}
+
+void Collection::Tell() {
+    Event event;
+    event.kind = EventKind::kCollection;
+    event.time = std::chrono::system_clock::now();
+    event.document = Document().Print();
+    feed_.Post(std::move(event));
+}
+
+void Collection::Delete() {
+    const std::lock_guard begin(begin_);
+    {
+        const std::lock_guard lock(mutex_);
+        if (child_ > 0) {
+            (void)kill(child_, SIGTERM);
+        }
+    }
+    Join();
+    {
+        const std::lock_guard lock(mutex_);
+        std::error_code ignored;
+        (void)fs::remove(package_, ignored);
+        state_ = State::kNone;
+        size_ = 0;
+    }
+    Tell();
+}
+
+std::string Collection::Package() const {
+    const std::lock_guard lock(mutex_);
+    return state_ == State::kDone ? package_ : "";
+}
+
+json::Value Collection::Document() const {
+    const std::lock_guard lock(mutex_);
+    constexpr const char* kWords[] = {"none", "going-on", "done", "failed"};
+    auto json = json::Value::Object();
+    json.Text("state", kWords[static_cast<int>(state_)]);
+    if (state_ == State::kNone) {
+        return json;
+    }
+    json.Text("begin", UtcTime(beginTime_)).Text("who", who_).Text("progress", line_);
+    if (end_) {
+        json.Text("end", UtcTime(*end_));
+    }
+    if (state_ == State::kDone) {
+        json.Number("bytes", size_).Flag("isWhole", exitCode_ == 0).Text("package", "/api/v1/collection/package");
+    }
+    return json;
+}
+
+}  // namespace ominspect::gateway

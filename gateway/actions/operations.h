@@ -1,0 +1,88 @@
+// What somebody asked for through the gateway: runs, groups, stops and resets, each with its progress and its outcome.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/json.h"
+#include "common/times.h"
+#include "model/feed.h"
+#include "model/runs.h"
+#include "watch/link.h"
+
+namespace ominspect::gateway {
+
+enum class OperationKind { kRun, kGroup, kStop, kReset };
+
+struct Order {
+    OperationKind kind;
+    std::vector<std::string> items;  // one, but for a group
+    std::string argument;
+    std::chrono::seconds limit{310};
+    std::string who;
+};
+
+// Any thread.
+class Operations {
+public:
+    Operations(Link& link, Runs& runs, Feed& feed) : link_(link), runs_(runs), feed_(feed) {}
+    ~Operations();
+    Operations(const Operations&) = delete;
+    Operations& operator=(const Operations&) = delete;
+
+    // Begins what is ordered and gives its number. InvalidArgument; Refused: too many go on at once.
+    Result<std::uint64_t> Begin(Order order);
+
+    // An operation's document; nothing when it is not known (any more).
+    std::optional<json::Value> Find(std::uint64_t number) const;
+    json::Value All() const;
+
+    // Stops what it has started. False: there is no such operation that goes on.
+    bool Stop(std::uint64_t number);
+
+    // Stops all, and waits for their ends.
+    void StopAll();
+
+private:
+    struct ItemOutcome {
+        client::ItemResult result;
+        std::optional<std::chrono::milliseconds> duration;
+    };
+    struct Operation {
+        std::uint64_t number;
+        Order order;
+        TimePoint begin;
+        std::optional<TimePoint> end;
+        bool waits = false;  // for the end of somebody else's run or group
+        std::optional<std::uint32_t> taskId;
+        std::vector<ItemOutcome> results;
+        std::optional<client::Error> error;
+        std::jthread thread;
+    };
+
+    static json::Value JsonOf(const Operation& operation);
+    void Work(const std::stop_token& cancel, Operation& operation);
+    std::optional<client::Error> Carry(client::Session& session, const client::Limit& limit, Operation& operation);
+    std::optional<client::Error> CarryGroup(client::Session& session, const client::Limit& limit, Operation& operation);
+    // Changes an operation and tells of it.
+    void Change(Operation& operation, const std::function<void(Operation&)>& change);
+
+    Link& link_;
+    Runs& runs_;
+    Feed& feed_;
+    mutable std::mutex mutex_;  // guards everything below, and what is in an operation but its order
+    std::list<std::unique_ptr<Operation>> operations_;
+    std::uint64_t last_ = 0;
+    bool isEnding_ = false;
+};
+
+}  // namespace ominspect::gateway

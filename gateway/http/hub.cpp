@@ -1,0 +1,170 @@
+// A frame is made once and shared by all queues.
+#include "http/hub.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "http/document.h"
+
+namespace ominspect::gateway {
+namespace {
+
+constexpr std::size_t kMostListeners = 500;
+constexpr std::size_t kMostFrames = 512;
+constexpr std::size_t kMostBytes = 512UL * 1024UL;
+// Of the history that a listener is given again; whoever missed more asks for the state instead.
+constexpr std::size_t kMostBacklog = 400;
+
+using Frame = std::shared_ptr<const std::string>;
+
+Frame MakeFrame(std::string text) {
+    return std::make_shared<const std::string>(std::move(text));
+}
+
+}  // namespace
+
+std::string FrameOf(const Event& event) {
+    std::string frame = event.seq > 0 ? "id: " + std::to_string(event.seq) + "\n" : "";
+    return frame + "event: " + WordOf(event.kind) + "\ndata: " + EventJson(event) + "\n\n";
+}
+
+Listener::Taken Listener::Take(char* bytes, std::size_t size, std::size_t& count) {
+    const std::lock_guard lock(mutex_);
+    count = 0;
+    while (!frames_.empty() && count < size) {
+        const std::string& frame = *frames_.front();
+        const std::size_t part = std::min(size - count, frame.size() - offset_);
+        std::memcpy(bytes + count, frame.data() + offset_, part);
+        count += part;
+        offset_ += part;
+        if (offset_ == frame.size()) {
+            bytes_ -= frame.size();
+            offset_ = 0;
+            frames_.pop_front();
+        }
+    }
+    if (count > 0) {
+        return Taken::kSome;
+    }
+    isAsleep_ = !isEnding_;
+    return isEnding_ ? Taken::kEnd : Taken::kNothingYet;
+}
+
+// The caller holds the listener's lock, so that the connection is not resumed before it was suspended: Take's caller
+// suspends it under the daemon's own lock.
+void Hub::Wake(Listener& listener) {
+    if (listener.isAsleep_) {
+        listener.isAsleep_ = false;
+        listener.wake_();
+    }
+}
+
+bool Hub::Fill(Listener& listener, std::uint64_t after, std::uint64_t until) {
+    if (after == until) {
+        return true;
+    }
+    const auto rows = after < until ? backlog_(after, kMostBacklog + 1) : std::nullopt;
+    if (!rows || rows->size() > kMostBacklog || (!rows->empty() && rows->front().seq != after + 1)) {
+        return false;
+    }
+    for (const history::Row& row : *rows) {
+        if (row.seq <= until) {
+            const Frame frame = MakeFrame(FrameOf(EventOf(row)));
+            listener.bytes_ += frame->size();
+            listener.frames_.push_back(frame);
+        }
+    }
+    return !rows->empty();
+}
+
+std::shared_ptr<Listener> Hub::Add(std::optional<std::uint64_t> after, Listener::Wake wake) {
+    const std::lock_guard lock(mutex_);
+    if (isClosed_ || listeners_.size() >= kMostListeners) {
+        return nullptr;
+    }
+    auto listener = std::make_shared<Listener>();
+    listener->wake_ = std::move(wake);
+    const std::uint64_t told = told_;
+    std::string hello = "retry: 2000\n";
+    if (after && !Fill(*listener, *after, told)) {
+        listener->frames_.clear();
+        listener->bytes_ = 0;
+        hello += "\nevent: reset\ndata: {\"reason\":\"not all that was missed is known\"}\n\n";
+    }
+    hello += "id: " + std::to_string(told) + "\nevent: hello\ndata: {\"seq\":" + std::to_string(told) + "}\n\n";
+    const Frame frame = MakeFrame(std::move(hello));
+    listener->bytes_ += frame->size();
+    listener->frames_.push_back(frame);
+    listeners_.insert(listener);
+    return listener;
+}
+
+void Hub::Remove(const std::shared_ptr<Listener>& listener) {
+    const std::lock_guard lock(mutex_);
+    listeners_.erase(listener);
+}
+
+void Hub::Put(const std::shared_ptr<Listener>& listener, const Frame& frame) {
+    const std::lock_guard lock(listener->mutex_);
+    if (listener->isEnding_) {
+        return;
+    }
+    if (listener->frames_.size() >= kMostFrames || listener->bytes_ + frame->size() > kMostBytes) {
+        // What it has taken a part of must go out whole.
+        const Frame first = listener->frames_.front();
+        listener->frames_.clear();
+        listener->bytes_ = 0;
+        if (listener->offset_ > 0) {
+            listener->frames_.push_back(first);
+            listener->bytes_ = first->size();
+        }
+        const Frame last = MakeFrame("event: dropped\ndata: {\"reason\":\"too slow\"}\n\n");
+        listener->frames_.push_back(last);
+        listener->bytes_ += last->size();
+        listener->isEnding_ = true;
+        ++dropped_;
+    } else {
+        listener->frames_.push_back(frame);
+        listener->bytes_ += frame->size();
+    }
+    Wake(*listener);
+}
+
+void Hub::Tell(const Event& event) {
+    const std::lock_guard lock(mutex_);
+    if (event.seq > 0) {
+        told_ = event.seq;
+    }
+    if (listeners_.empty()) {
+        return;
+    }
+    const Frame frame = MakeFrame(FrameOf(event));
+    for (const auto& listener : listeners_) {
+        Put(listener, frame);
+    }
+}
+
+void Hub::Tick() {
+    static const Frame kFrame = MakeFrame(":\n\n");
+    const std::lock_guard lock(mutex_);
+    for (const auto& listener : listeners_) {
+        Put(listener, kFrame);
+    }
+}
+
+void Hub::Close() {
+    const std::lock_guard lock(mutex_);
+    isClosed_ = true;
+    for (const auto& listener : listeners_) {
+        const std::lock_guard own(listener->mutex_);
+        listener->isEnding_ = true;
+        Wake(*listener);
+    }
+}
+
+std::size_t Hub::Count() const {
+    const std::lock_guard lock(mutex_);
+    return listeners_.size();
+}
+
+}  // namespace ominspect::gateway
