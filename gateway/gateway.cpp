@@ -88,7 +88,7 @@ private:
             std::error_code error;
             const auto own = std::filesystem::read_symlink("/proc/self/exe", error);
             collection_ = std::make_unique<Collection>((own.parent_path() / "ominspectctl").string(),
-                                                       settings_.collection.folder, feed_);
+                                                       settings_.collection.folder, settings_.collection.config, feed_);
         }
         if (!settings_.http.isOn) {
             parts_.Set("http", PartState::kOff);

@@ -106,12 +106,13 @@ HttpSettings ReadHttp(const Element& element) {
 }
 
 CollectionSettings ReadCollection(const Element& element) {
-    static constexpr std::array<std::string_view, 2> kKnown{"enabled", "folder"};
+    static constexpr std::array<std::string_view, 3> kKnown{"enabled", "folder", "config"};
     const Attributes attributes = ReadAttributes(element, kKnown);
     RefuseChildren(element);
     CollectionSettings collection;
     collection.isOn = ReadBool(attributes, "enabled", true);
     collection.folder = ReadPath(element, attributes, "folder", collection.folder);
+    collection.config = ReadPath(element, attributes, "config", "");
     return collection;
 }
 

@@ -7,7 +7,8 @@
 //           <Tcp address="127.0.0.1" port="8642"/>
 //           <Host name="room12.example.org"/>
 //       </Http>
-//       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"/>
+//       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"
+//       config="/etc/ominspect/inspect_config.xml"/>
 //   </Gateway>
 //
 // process: the name on the bus, which begins with "ic-"; refresh: seconds between two looks for items and owners.
@@ -51,6 +52,7 @@ struct HttpSettings {
 struct CollectionSettings {
     bool isOn = true;
     std::string folder = "/var/lib/ominspect-gateway/collection";
+    std::string config;  // whose entries are collected; empty: the server's
 };
 
 struct Settings {

@@ -30,6 +30,9 @@ TEST_PACKAGES=(
     libgtest-dev binutils procps libarchive-tools systemd iproute2 libxml2-utils zsh python3 python3-jeepney
     openssl sip-tester slapd socat
 )
+# What the tests of the gateway need; other sources than Debian have npm in nodejs.
+TEST_PACKAGES+=(chromium curl openssl)
+command -v npm >/dev/null || TEST_PACKAGES+=(nodejs npm)
 # To make packages of Debian, and their bill of materials.
 PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, and what counts their instructions.

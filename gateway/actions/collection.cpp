@@ -21,8 +21,13 @@ constexpr std::size_t kMostLine = 512;
 
 }  // namespace
 
-Collection::Collection(std::string program, std::string folder, Feed& feed)
-    : program_(std::move(program)), folder_(std::move(folder)), package_(folder_ + "/logs.tar.zst"), feed_(feed) {
+Collection::Collection(std::string program, std::string folder, std::string config, Feed& feed)
+    : program_(std::move(program)),
+      folder_(std::move(folder)),
+      config_(std::move(config)),
+      area_(folder_ + "/area"),
+      package_(folder_ + "/logs.tar.zst"),
+      feed_(feed) {
     std::error_code none;
     size_ = fs::file_size(package_, none);
     if (none) {
@@ -71,7 +76,10 @@ Result<pid_t> Collection::Spawn(UniqueFd& output) const {
     (void)sigemptyset(&none);
     (void)posix_spawnattr_setsigmask(&attributes, &none);
     (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    std::vector<std::string> words{program_, "collect", "--output", package_, "--force", "--json"};
+    std::vector<std::string> words{program_, "collect", "--output", package_, "--force", "--json", "--area", area_};
+    if (!config_.empty()) {
+        words.insert(words.end(), {"--config", config_});
+    }
     std::vector<char*> arguments;
     for (std::string& word : words) {
         arguments.push_back(word.data());
@@ -109,6 +117,7 @@ std::optional<Error> Collection::Begin(const std::string& who) {
         std::error_code ignored;
         (void)fs::create_directories(folder_, ignored);
         (void)fs::remove(package_, ignored);
+        (void)fs::create_directories(area_, ignored);
         UniqueFd output;
         const auto child = Spawn(output);
         if (child) {
@@ -138,10 +147,11 @@ void Collection::Follow(pid_t child, const UniqueFd& output) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
+    std::error_code none;
+    (void)fs::remove_all(area_, none);
     {
         const std::lock_guard lock(mutex_);
         child_ = 0;
-        std::error_code none;
         const auto size = fs::file_size(package_, none);
         exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         size_ = none ? 0 : size;

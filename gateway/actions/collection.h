@@ -20,8 +20,9 @@ namespace ominspect::gateway {
 // Any thread.
 class Collection {
 public:
-    // `program` is ominspectctl; `folder` is made when it is needed.
-    Collection(std::string program, std::string folder, Feed& feed);
+    // `program` is ominspectctl; `folder` is made when it is needed. `config` names the entries; empty: the server's
+    // do.
+    Collection(std::string program, std::string folder, std::string config, Feed& feed);
     ~Collection();
     Collection(const Collection&) = delete;
     Collection& operator=(const Collection&) = delete;
@@ -48,6 +49,8 @@ private:
 
     const std::string program_;
     const std::string folder_;
+    const std::string config_;
+    const std::string area_;  // copies lie there until they are packed
     const std::string package_;
     Feed& feed_;
     std::mutex begin_;          // held by whoever begins or deletes

@@ -43,7 +43,7 @@ TEST(GatewaySettings, AreReadWhole) {
         <Tcp address="10.0.0.7"/>
         <Host name="room.example"/>
     </Http>
-    <Collection enabled="false" folder="/f"/>
+    <Collection enabled="false" folder="/f" config="/i.xml"/>
 </Gateway>)");
     ASSERT_TRUE(settings) << settings.Failure().text;
     EXPECT_EQ(settings->process, "ic-room");
@@ -63,6 +63,7 @@ TEST(GatewaySettings, AreReadWhole) {
     EXPECT_EQ(settings->http.key, "/k");
     EXPECT_FALSE(settings->collection.isOn);
     EXPECT_EQ(settings->collection.folder, "/f");
+    EXPECT_EQ(settings->collection.config, "/i.xml");
 }
 
 TEST(GatewaySettings, MistakesAreToldWithTheirLine) {
