@@ -1,4 +1,4 @@
-# What is installed where. Each component is one package of Debian: server (ominspect), tools, owner, room, dev, python.
+# What is installed where. Each component is one package of Debian: server (ominspect), tools, owner, room, gateway, dev, python.
 #
 # All is below the prefix, but for the configuration where GNUInstallDirs has it elsewhere: in /etc for /usr, in
 # /etc/opt for a prefix in /opt. A destination below the prefix stays relative, so that `cmake --install --prefix` can move it.

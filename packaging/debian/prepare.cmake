@@ -9,7 +9,7 @@ foreach(library IN LISTS libraries)
     string(REGEX MATCH "^(.+)\\.so\\.([0-9]+)$" matched ${name})
     string(APPEND lines "${CMAKE_MATCH_1} ${CMAKE_MATCH_2} ominspect (>= ${version})\n")
 endforeach()
-foreach(component tools owner room)
+foreach(component tools owner room gateway)
     file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/${component}/debian/shlibs.local "${lines}")
 endforeach()
 

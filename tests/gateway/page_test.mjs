@@ -102,7 +102,6 @@ test('a run is stopped, seen in two browsers', async () => {
     await shows(item('long_run'), /▶ running/);
     await shows(item('long_run'), /▶ running/, other);
     await shows('#operations', /▶ run long_run \(helpdesk\): goes on/);
-    await picture('running');
     await page.click(`${item('long_run')} > button`);
     await shows(item('long_run'), /✗ /);
     await shows(item('long_run'), /✗ /, other);
