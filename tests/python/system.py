@@ -6,6 +6,7 @@ OMINSPECT_BIN is the folder with the server's launcher, OMINSPECT_BUS_CONFIG the
 from __future__ import annotations
 
 import os
+import socket
 import subprocess
 import sys
 import tempfile
@@ -32,6 +33,16 @@ def eventually(condition: Callable[[], object], seconds: float = 20) -> bool:
     return True
 
 
+def _listens(path: Path) -> bool:
+    """Whether a server takes connections there; its socket is there a moment before it does."""
+    with socket.socket(socket.AF_UNIX) as probe:
+        try:
+            probe.connect(str(path))
+        except OSError:
+            return False
+    return True
+
+
 class System(unittest.TestCase):
     """Each test has a bus of its own; what it starts is ended with it."""
 
@@ -44,7 +55,7 @@ class System(unittest.TestCase):
         os.environ["KIVO_LOG_DIR"] = str(self.folder / "log")
         self.bus = self.start(["dbus-daemon", "--config-file=" + os.environ["OMINSPECT_BUS_CONFIG"],
                                "--address=" + address, "--nofork", "--nopidfile"])
-        self.assertTrue(eventually((self.folder / "bus").exists))
+        self.assertTrue(eventually(lambda: _listens(self.folder / "bus")))
 
     def start(self, command: List[str]) -> subprocess.Popen[bytes]:
         """Starts a process in the background; it ends with the test."""
