@@ -57,7 +57,8 @@ Finding JudgeLevels(const AudioSettings& settings, const std::string& name, cons
     for (std::size_t channel = 0; channel < recording.levels.size(); ++channel) {
         quietest = std::min(quietest, recording.levels[channel]);
         if (recording.levels[channel] < floor) {
-            dead += (dead.empty() ? "" : ",") + std::to_string(channel + 1);
+            dead += dead.empty() ? "" : ",";
+            dead += std::to_string(channel + 1);
             ++count;
         }
     }

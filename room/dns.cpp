@@ -88,7 +88,9 @@ DnsAnswer AskServer(const Address& server, const std::string& name, std::chrono:
     }
     for (int attempt = 0; attempt < 2; ++attempt) {
         std::uint16_t id = 0;
-        (void)getrandom(&id, sizeof id, 0);
+        if (getrandom(&id, sizeof id, 0) != sizeof id) {
+            return DnsAnswer::Silent;
+        }
         const auto question = MakeQuestion(id, name);
         if (!question) {
             return DnsAnswer::NotKnown;

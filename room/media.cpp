@@ -51,7 +51,8 @@ Finding JudgeNamed(const std::vector<Connector>& connectors, const std::string& 
     }
     std::string all;
     for (const Connector& connector : connectors) {
-        all += (all.empty() ? "" : ", ") + connector.name;
+        all += all.empty() ? "" : ", ";
+        all += connector.name;
     }
     return Fail(name + ": no such connector; there are " + all);
 }

@@ -51,7 +51,7 @@ const Element& RootOf(const tinyxml2::XMLDocument& document, std::string_view na
 }  // namespace
 
 std::string Quoted(std::string_view text) {
-    return "'" + text::Escaped(text) + "'";
+    return std::string("'").append(text::Escaped(text)).append("'");
 }
 
 Attributes ReadAttributes(const Element& element, std::span<const std::string_view> known) {
@@ -101,7 +101,9 @@ std::string_view ReadWord(const Attributes& attributes, std::string_view attribu
     if (word == words.end()) {
         std::string all;
         for (const std::string_view known : words) {
-            all += (all.empty() ? "\"" : " or \"") + std::string(known) + "\"";
+            all += all.empty() ? "\"" : " or \"";
+            all += known;
+            all += '"';
         }
         throw Mistake{line, std::string(attribute) + " " + Quoted(value) + " must be " + all};
     }
