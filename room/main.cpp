@@ -13,6 +13,7 @@
 #include "items/config.h"
 #include "items/jobs.h"
 #include "items/service.h"
+#include "ominspect/journal.h"
 #include "options.h"
 
 namespace {
@@ -50,7 +51,8 @@ std::optional<ominspect::items::OwnerConfig> ListItems(const std::string& progra
     list.emplace_back("--list");
     const CommandOutcome outcome = RunToEnd(list);
     if (outcome.end != CommandOutcome::End::kExited || outcome.code != kPassed) {
-        (void)std::fputs(outcome.output.err.c_str(), stderr);
+        // It does not know that what it says ends in the journal.
+        (void)std::fprintf(stderr, "%s%s", OmJournalPrefix(OM_JOURNAL_ERROR), outcome.output.err.c_str());
         return std::nullopt;
     }
     ominspect::items::OwnerConfig config{"room", kMaxParallel, {}};
