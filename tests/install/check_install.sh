@@ -24,7 +24,7 @@ expect() { # expect WHAT TEXT COMMAND...: the command's output holds the text
 "$cmake" --install "$build" --prefix "$prefix" >"$work/install.log" 2>&1 || fail "$(cat "$work/install.log")"
 grep -q 'CMAKE_INSTALL_PREFIX' "$work/install.log" || fail "a moved installation is not warned of"
 
-for program in bin/ominspect bin/ominspectctl bin/ominspect-owner libexec/ominspect/ominspect-collect; do
+for program in bin/ominspect bin/ominspectctl bin/ominspect-owner bin/ominspect-gateway libexec/ominspect/ominspect-collect; do
     ldd "$prefix/$program" >"$work/ldd"
     if grep -E 'lib(kivo|ominspect)' "$work/ldd" | grep -v " $prefix/" | grep -q .; then
         fail "$program takes libraries from elsewhere: $(cat "$work/ldd")"
