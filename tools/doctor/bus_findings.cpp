@@ -194,7 +194,7 @@ std::vector<Finding> JudgeItems(const BusFacts& facts, const client::Catalogue& 
         findings.push_back(
             {Verdict::kWarning, "items",
              "without an owner (" + std::to_string(sorted.unowned.size()) + "): " + Listed(sorted.unowned),
-             "start their owners, or take them out of the configuration file"});
+             "start their owners (the package ominspect-room has one for the built-in items), or unlist them"});
     }
     if (!sorted.contested.empty()) {
         findings.push_back({Verdict::kWarning, "items", "with several owners: " + Listed(sorted.contested),

@@ -1,8 +1,11 @@
 // Neither form needs the server or the bus: without them it says so.
 #include "doctor/doctor_command.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -102,12 +105,9 @@ bool IsAsSchemaHasIt(const std::string& config) {
 
 bool HasPolicyFile() {
     constexpr const char* kName = "/com.kivo.proc.conf";
-    for (const char* folder : {OMINSPECT_POLICY_DIR, "/usr/share/dbus-1/system.d", "/etc/dbus-1/system.d"}) {
-        if (access((std::string(folder) + kName).c_str(), R_OK) == 0) {
-            return true;
-        }
-    }
-    return false;
+    constexpr std::array kFolders{OMINSPECT_POLICY_DIR, "/usr/share/dbus-1/system.d", "/etc/dbus-1/system.d"};
+    return std::ranges::any_of(
+        kFolders, [](const char* folder) { return access((std::string(folder) + kName).c_str(), R_OK) == 0; });
 }
 
 std::vector<Finding> LookAtInstallation() {

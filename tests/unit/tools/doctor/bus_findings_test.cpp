@@ -187,7 +187,8 @@ TEST(ItemFindings, ItemsWithoutAnOwnerAreAWarningWithTheFirstSixNames) {
     EXPECT_EQ(ItemsText(With(items)),
               "ok       owners  one (1 item)\n"
               "warning  items   without an owner (6): a, b, c, d, e, f\n"
-              "                 -> start their owners, or take them out of the configuration file\n");
+              "                 -> start their owners (the package ominspect-room has one for the built-in items), or "
+              "unlist them\n");
     items.push_back(Item("g", true, {}));
     EXPECT_NE(ItemsText(With(items)).find("(7): a, b, c, d, e, f and 1 more\n"), std::string::npos);
 }
