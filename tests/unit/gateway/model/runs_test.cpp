@@ -28,6 +28,7 @@ TEST(Runs, AResultHasTheBeginAndTheDurationOfItsRun) {
     EXPECT_EQ(ended.duration, 2500ms);
     EXPECT_EQ(ended.time, kTen - 5s);
     EXPECT_EQ(ended.cause, "");
+    EXPECT_FALSE(runs.Take({"disk", "success", ""}, kTen, kTick).begin) << "the run is over";
 }
 
 TEST(Runs, ARunWhoseBeginningNobodySawHasNone) {
