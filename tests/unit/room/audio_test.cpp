@@ -108,6 +108,7 @@ TEST(Speaker, DeviceAndVolume) {
     Scripted system;
     EXPECT_EQ(Said(CheckSpeaker({}, system)), "success: hw:0,3 (HDMI 0) opens, volume 71 %");
     EXPECT_EQ(system.asked, "hw:0");
+    EXPECT_EQ(Said(CheckSpeaker({.volume = 71}, system)), "success: hw:0,3 (HDMI 0) opens, volume 71 %");
     EXPECT_EQ(Said(CheckSpeaker({.volume = 72}, system)),
               "fail: Master of mixer hw:0 is at 71 %, at least 72 wanted; turn it up");
     EXPECT_EQ(Said(CheckSpeaker({.control = "Headphone"}, system)),
