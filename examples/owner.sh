@@ -35,7 +35,9 @@ cat >"$file" <<XML
 XML
 # In the background, since a shell handles signals only when nothing runs in front.
 ominspect-owner "$file" &
-trap 'kill "$!"' TERM INT
-wait "$!" || true # ends early when the signal comes
-trap - TERM INT
-wait "$!"
+trap 'kill "$!" 2>/dev/null || true' TERM INT # it may have got the signal, too, and be gone
+code=0
+wait "$!" || code=$?
+# More than 128: the signal came first, and the owner is still to end.
+[ "$code" -le 128 ] || { code=0 && wait "$!" || code=$?; }
+exit "$code"
