@@ -21,8 +21,8 @@ static tagKivoOmInspectionResult Record(const std::string& status, const std::st
 }
 
 static double IdleSeconds() {
-    double up = 0, idle = 0;
-    std::ifstream("/proc/uptime") >> up >> idle;
+    double idle = 0;  // the second number; the first is the time since the start
+    std::ifstream("/proc/uptime") >> idle >> idle;
     return idle / std::max(1U, std::thread::hardware_concurrency());
 }
 

@@ -81,6 +81,7 @@ Result<pid_t> Collection::Spawn(UniqueFd& output) const {
         words.insert(words.end(), {"--config", config_});
     }
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

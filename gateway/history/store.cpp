@@ -73,11 +73,15 @@ std::optional<Error> Store::Prepare(const std::string& bus) {
     }
     KeepLog(database_);
     // Every page is looked at once in a life: damage shows now rather than in an answer.
-    if (auto check = database_.Prepare("PRAGMA quick_check(1)"); !check) {
+    auto check = database_.Prepare("PRAGMA quick_check(1)");
+    if (!check) {
         return check.Failure();
-    } else if (const auto row = check->Step(); !row) {
+    }
+    const auto row = check->Step();
+    if (!row) {
         return row.Failure();
-    } else if (check->Text(0) != "ok") {
+    }
+    if (check->Text(0) != "ok") {
         return Error{ErrorCode::kInternal, check->Text(0), SQLITE_CORRUPT};
     }
     if (auto error = Migrate(database_)) {

@@ -22,7 +22,7 @@ struct Token {
 
 // One token in each line, "ROLE NAME SECRET", where ROLE is "look" or "act" and SECRET has 20 to 128 characters; empty
 // lines and those that begin with # count for nothing. The error of a mistake is "line N: what is wrong".
-Result<std::vector<Token>> ParseTokens(std::string_view text);
+Result<std::vector<Token>> ParseTokens(std::string_view content);
 
 // The same for a file that only its owner and group can read. A file that is not there holds no tokens.
 Result<std::vector<Token>> LoadTokens(const std::string& path);

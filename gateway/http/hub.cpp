@@ -2,7 +2,6 @@
 #include "http/hub.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "http/document.h"
 
@@ -34,7 +33,7 @@ Listener::Taken Listener::Take(char* bytes, std::size_t size, std::size_t& count
     while (!frames_.empty() && count < size) {
         const std::string& frame = *frames_.front();
         const std::size_t part = std::min(size - count, frame.size() - offset_);
-        std::memcpy(bytes + count, frame.data() + offset_, part);
+        std::copy_n(frame.data() + offset_, part, bytes + count);
         count += part;
         offset_ += part;
         if (offset_ == frame.size()) {

@@ -1,6 +1,7 @@
 // Addresses of this machine's own loopback are for those who are on it; all others are for everybody.
 #include "http/listen.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -109,6 +110,7 @@ std::optional<Error> Refused(const HttpServer::Place& place, const HttpSettings&
 Result<std::vector<HttpServer::Place>> OpenPlaces(const HttpSettings& settings, bool hasTokens) {
     std::vector<Result<UniqueFd>> sockets;
     const int given = sd_listen_fds(1);
+    sockets.reserve(static_cast<std::size_t>(std::max(given, 0)));
     for (int i = 0; i < given; ++i) {
         sockets.emplace_back(UniqueFd(SD_LISTEN_FDS_START + i));
     }

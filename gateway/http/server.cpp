@@ -102,15 +102,15 @@ private:
         std::function<Response()> work;
     };
 
-    static MHD_Result Access(void* door, MHD_Connection* connection, const char* url, const char* method,
+    static MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method,
                              const char* version, const char* data, size_t* size, void** state);
     static void* SawUri(void* door, const char* uri, MHD_Connection* connection);
     static void Completed(void* door, MHD_Connection* connection, void** state, MHD_RequestTerminationCode code);
-    static ssize_t ReadLine(void* line, std::uint64_t position, char* bytes, size_t size);
-    static void FreeLine(void* line);
+    static ssize_t ReadLine(void* cls, std::uint64_t position, char* bytes, size_t size);
+    static void FreeLine(void* cls);
 
-    MHD_Result Begin(const Door& door, MHD_Connection* connection, const char* url, const char* method,
-                     Exchange& exchange);
+    static MHD_Result Begin(const Door& door, MHD_Connection* connection, const char* url, const char* method,
+                            Exchange& exchange);
     MHD_Result Dispatch(MHD_Connection* connection, Exchange& exchange);
     MHD_Result Send(MHD_Connection* connection, const Request& request, const Response& response);
     MHD_Result SendLine(MHD_Connection* connection, const Request& request, std::optional<std::uint64_t> after);
@@ -206,7 +206,7 @@ MHD_Result HttpServer::Core::Access(void* cls, MHD_Connection* connection, const
     }
     Exchange& exchange = *static_cast<Exchange*>(*state);
     if (!exchange.isBegun) {
-        return door.core->Begin(door, connection, url, method, exchange);
+        return Begin(door, connection, url, method, exchange);
     }
     if (*size > 0) {
         std::string& body = exchange.request.body;

@@ -60,9 +60,9 @@ public:
     void Apply(const Event& event);
     // False: nothing has changed.
     bool SetInventory(const client::Inventory& inventory);
-    bool SetState(const std::string& item, client::ItemState state);
+    bool SetState(const std::string& name, client::ItemState state);
     // Of the time before the gateway; a newer one stays.
-    void SetLast(const std::string& item, const LastResult& last);
+    void SetLast(const std::string& name, const LastResult& last);
 
     // An item of which the server must be asked whether it is idle, which it is not named for again until something
     // happens to it; empty: there is none.
