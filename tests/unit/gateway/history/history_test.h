@@ -5,6 +5,8 @@
 
 #include <sys/mount.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -12,6 +14,7 @@
 
 #include "common/history_file.h"
 #include "history/store.h"
+#include "support/own_root.h"
 #include "support/temp_folder.h"
 
 namespace support {
@@ -56,21 +59,17 @@ inline std::vector<std::uint64_t> SeqsOf(const std::string& path, const ominspec
 // A small file system, unmounted whatever the test finds.
 class SmallDisk {
 public:
-    SmallDisk() : isMounted_(mount("tmpfs", folder_.Path().c_str(), "tmpfs", 0, "size=2m,mode=0700") == 0) {}
-    ~SmallDisk() {
-        if (isMounted_) {
-            EXPECT_EQ(umount(folder_.Path().c_str()), 0);
-        }
+    SmallDisk() {
+        EXPECT_EQ(mount("tmpfs", folder_.Path().c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0) << std::strerror(errno);
     }
+    ~SmallDisk() { EXPECT_EQ(umount(folder_.Path().c_str()), 0); }
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
 
-    bool IsMounted() const { return isMounted_; }
     std::string Path() const { return folder_.Path(); }
 
 private:
     const TempFolder folder_;
-    const bool isMounted_;
 };
 
 }  // namespace support
