@@ -14,6 +14,8 @@
 #include <openssl/x509v3.h>
 #include <poll.h>
 
+#include "common/freed.h"
+
 namespace room {
 namespace {
 
@@ -28,16 +30,10 @@ constexpr int kMaxChainLength = 8;
 constexpr std::size_t kMaxNames = 3;
 constexpr std::size_t kMaxNameText = 64;
 
-template <auto Function>
-struct Free {
-    template <typename T>
-    void operator()(T* object) const {
-        Function(object);
-    }
-};
-using Context = std::unique_ptr<SSL_CTX, Free<SSL_CTX_free>>;
-using Session = std::unique_ptr<SSL, Free<SSL_free>>;
-using Names = std::unique_ptr<GENERAL_NAMES, Free<GENERAL_NAMES_free>>;
+using ominspect::Freed;
+using Context = std::unique_ptr<SSL_CTX, Freed<SSL_CTX_free>>;
+using Session = std::unique_ptr<SSL, Freed<SSL_free>>;
+using Names = std::unique_ptr<GENERAL_NAMES, Freed<GENERAL_NAMES_free>>;
 
 // The library's own reason for the last failure, and an empty list of them.
 std::string LibraryReason() {

@@ -11,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/freed.h"
 #include "doctor/person.h"
 #include "kivo/os_msg.h"
 #include "ominspect/client/session.h"
@@ -24,13 +25,6 @@ constexpr std::uint64_t kCallLimitUs = 2'000'000;
 constexpr const char* kServer = "com.kivo.proc." OM_INSPECT_PROC_NAME;
 constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 
-template <auto Free>
-struct Freed {
-    template <typename T>
-    void operator()(T* object) const {
-        Free(object);
-    }
-};
 using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_flush_close_unref>>;
 using Message = std::unique_ptr<sd_bus_message, Freed<sd_bus_message_unref>>;
 using Credentials = std::unique_ptr<sd_bus_creds, Freed<sd_bus_creds_unref>>;
