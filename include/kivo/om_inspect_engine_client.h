@@ -2,8 +2,9 @@
  * Inspection-engine client (libkivo_om_inspect_engine_client): makes a process the owner of inspection items.
  *
  * Sequence: join the bus (OsTaskRun or OsProcAttach), InspectClientInit once, InspectRegHandler any number of
- * times. The library serves run requests on a task of its own, one after the other, and registers the items
- * again by itself whenever the inspection server restarts; items may be registered before it runs.
+ * times. The library serves run requests on a task of its own, one after the other unless a handler defers its
+ * answer, and registers the items again by itself whenever the inspection server restarts; items may be registered
+ * before it runs.
  *
  * Results are 0 or a code of os_msg.h. Any thread may call; handlers run on the library's task thread.
  */
@@ -26,6 +27,16 @@ extern "C" {
  * the result follows through InspectReportResult. A non-zero return answers "fail" with "run err". */
 typedef uint32_t (*InspectItemHandler)(const char* itemName, const char* request,
                                        struct tagKivoOmInspectionResult* result);
+
+/* Keeps the answer of the run that the calling handler serves open: it comes from any thread by InspectAnswerRun, and
+ * the next request is served meanwhile. What the handler returns and leaves in its result is then not sent. `*run`
+ * names the run; 0 is none. The requester's time limit goes on. NO_REQUEST: the thread serves no run, or has deferred
+ * it already; NO_MEMORY: 1024 answers are open; PARAM: null. After a failure the handler answers as usual. */
+uint32_t InspectDeferRun(uint64_t* run);
+
+/* Answers a deferred run, once; any thread. PARAM: a result that is null or has a text without NUL: the answer is still
+ * owed. NO_REQUEST: not open, or the requester has left. */
+uint32_t InspectAnswerRun(uint64_t run, const struct tagKivoOmInspectionResult* result);
 
 /* One item; copied. 48 bytes. */
 struct InspectHandlerRecord {

@@ -120,6 +120,19 @@ uint32_t InspectReportResult(const struct tagKivoOmInspectionResult* result) {
     return OS_MSG_OK;
 }
 
+// No server asks for a run here, so none is ever served or open.
+uint32_t InspectDeferRun(uint64_t* run) {
+    if (run == nullptr) {
+        return OS_MSG_ERR_PARAM;
+    }
+    *run = 0;
+    return OS_MSG_ERR_NO_REQUEST;
+}
+
+uint32_t InspectAnswerRun(uint64_t /*run*/, const struct tagKivoOmInspectionResult* result) {
+    return result == nullptr || !kivo::IsValid(*result) ? OS_MSG_ERR_PARAM : OS_MSG_ERR_NO_REQUEST;
+}
+
 uint32_t InspectForEachOwnedItem(InspectOwnedItemTaker take, void* context, uint32_t /*timeoutMs*/) {
     std::vector<InspectOwnedItem> owned;
     {

@@ -103,3 +103,15 @@ TEST_F(EngineClientTest, AClientIsInitialisedOnceUnderAValidName) {
     EXPECT_EQ(InspectClientInit("sixteen_letters_"), OS_MSG_ERR_PARAM);
     EXPECT_EQ(InspectClientInit(kClient), OS_MSG_ERR_ATTACHED);
 }
+
+TEST_F(EngineClientTest, OnlyARunThatIsServedCanBeDeferred) {
+    uint64_t run = 1;
+    EXPECT_EQ(InspectDeferRun(&run), OS_MSG_ERR_NO_REQUEST);
+    EXPECT_EQ(run, 0u);
+    EXPECT_EQ(InspectDeferRun(nullptr), OS_MSG_ERR_PARAM);
+    tagKivoOmInspectionResult result{};
+    EXPECT_EQ(InspectAnswerRun(1, &result), OS_MSG_ERR_NO_REQUEST);
+    EXPECT_EQ(InspectAnswerRun(1, nullptr), OS_MSG_ERR_PARAM);
+    std::ranges::fill(result.text, 'x');
+    EXPECT_EQ(InspectAnswerRun(1, &result), OS_MSG_ERR_PARAM);
+}

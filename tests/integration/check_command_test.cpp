@@ -1,4 +1,5 @@
 // The command check: what a monitoring system reads.
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -40,6 +41,22 @@ TEST_F(CheckCommand, AnswersInOneLineWithPerformanceData) {
     (void)std::sscanf(check.output.c_str(), "ok OK - answered by owner1 | time=%lfs;;;0;20%n", &seconds, &end);
     EXPECT_GE(seconds, 0);
     EXPECT_EQ(check.output.substr(static_cast<size_t>(end)), "\n") << check.output;
+}
+
+// The first one ends only once the second has run.
+TEST_F(CheckCommand, TheSynchronousItemsOfAnOwnerRunBesideEachOther) {
+    const Child server = StartServer();
+    const std::string sign = Folder() + "/sign";
+    const Child owner = StartScripts({{"waits", "until [ -e " + sign + " ]; do sleep 0.05; done; echo waited"},
+                                      {"signs", "touch " + sign + "; echo signed"}});
+    Child first = StartCtl({"check", "waits", "--timeout", "60"});
+    ASSERT_TRUE(Eventually([] {
+        const auto events = TakeEvents();
+        return std::find(events.begin(), events.end(), "waits running/begin") != events.end();
+    }));
+    EXPECT_EQ(Head(Ctl({"check", "signs"}).output), "signs OK - signed");
+    EXPECT_EQ(first.Wait(), 0) << first.Output();
+    EXPECT_EQ(Head(first.Output()), "waits OK - waited");
 }
 
 TEST_F(CheckCommand, GivesEachStatusItsState) {

@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -157,6 +160,86 @@ TEST_F(EngineClient, AHandlerThatFailsOrThrowsIsAFailedRun) {
     EXPECT_EQ(InspectRegHandler(records, 2), 0u);
     EXPECT_EQ(Ask(RunRequest("gives_up", "{}")), "gives_up fail/run err");
     EXPECT_EQ(Ask(RunRequest("throws", "{}")), "throws fail/run err");
+}
+
+// Guarded by `g_lock`: the runs that Defer left open, and what a second deferral gave.
+std::vector<uint64_t> g_open;
+uint32_t g_again = 0;
+
+uint32_t Defer(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* result) {
+    std::snprintf(result->status, sizeof result->status, "unsent");
+    uint64_t run = 0;
+    EXPECT_EQ(InspectDeferRun(&run), 0u);
+    uint64_t second = 1;
+    const uint32_t again = InspectDeferRun(&second);
+    EXPECT_EQ(second, 0u);
+    const std::lock_guard<std::mutex> lock(g_lock);
+    g_again = again;
+    g_open.push_back(run);
+    return 1;
+}
+
+std::vector<uint64_t> OpenRuns(size_t count) {
+    EXPECT_TRUE(Eventually([&] {
+        const std::lock_guard<std::mutex> lock(g_lock);
+        return g_open.size() == count;
+    }));
+    const std::lock_guard<std::mutex> lock(g_lock);
+    return g_open;
+}
+
+tagKivoOmInspectionResult Answer(const char* text) {
+    tagKivoOmInspectionResult result{};
+    std::snprintf(result.name, sizeof result.name, "item");
+    std::snprintf(result.status, sizeof result.status, "success");
+    std::snprintf(result.text, sizeof result.text, "%s", text);
+    return result;
+}
+
+TEST_F(EngineClient, DeferredRunsAreAnsweredInAnyOrderAndOthersMeanwhile) {
+    g_open.clear();
+    const InspectHandlerRecord records[] = {Record("item", Defer), Record("other", Succeed)};
+    ASSERT_EQ(InspectRegHandler(records, 2), 0u);
+    auto first = std::async(std::launch::async, [] { return Ask(RunRequest("item", "1")); });
+    ASSERT_EQ(OpenRuns(1).size(), 1u);
+    auto second = std::async(std::launch::async, [] { return Ask(RunRequest("item", "2")); });
+    const auto open = OpenRuns(2);
+    ASSERT_EQ(open.size(), 2u);
+    EXPECT_EQ(g_again, 0x8002000fu);
+    EXPECT_EQ(Ask(RunRequest("other", "x")), "other success/other got x");
+    const auto two = Answer("two");
+    EXPECT_EQ(InspectAnswerRun(open[1], &two), 0u);
+    EXPECT_EQ(second.get(), "item success/two");
+    EXPECT_EQ(first.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    const auto one = Answer("one");
+    EXPECT_EQ(InspectAnswerRun(open[0], &one), 0u);
+    EXPECT_EQ(first.get(), "item success/one");
+    EXPECT_EQ(InspectAnswerRun(open[0], &one), 0x8002000fu);
+}
+
+TEST_F(EngineClient, ADeferredAnswerThatIsRefusedIsStillOwed) {
+    g_open.clear();
+    const InspectHandlerRecord record = Record("item", Defer);
+    ASSERT_EQ(InspectRegHandler(&record, 1), 0u);
+    auto asked = std::async(std::launch::async, [] { return Ask(RunRequest("item", "")); });
+    const auto open = OpenRuns(1);
+    ASSERT_EQ(open.size(), 1u);
+    EXPECT_EQ(InspectAnswerRun(open[0], nullptr), 0x80020002u);
+    auto result = Answer("late");
+    std::fill(std::begin(result.text), std::end(result.text), 'x');
+    EXPECT_EQ(InspectAnswerRun(open[0], &result), 0x80020002u);
+    result = Answer("late");
+    EXPECT_EQ(InspectAnswerRun(open[0], &result), 0u);
+    EXPECT_EQ(asked.get(), "item success/late");
+}
+
+TEST_F(EngineClient, ARunIsDeferredOnlyWhileItsHandlerServesIt) {
+    uint64_t run = 1;
+    EXPECT_EQ(InspectDeferRun(&run), 0x8002000fu);
+    EXPECT_EQ(run, 0u);
+    EXPECT_EQ(InspectDeferRun(nullptr), 0x80020002u);
+    const auto result = Answer("made up");
+    EXPECT_EQ(InspectAnswerRun(1000, &result), 0x8002000fu);
 }
 
 TEST_F(EngineClient, ARunOfAnItemThatIsNotItsOwnIsNotSupported) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -23,6 +25,11 @@ public:
     // Takes the result of a run that was answered with "running". Called on the runner's thread.
     using Report = std::function<void(const tagKivoOmInspectionResult&)>;
 
+    // Gives the answer of a request from any thread.
+    using Answer = std::function<void(const tagKivoOmInspectionResult&)>;
+    // Lets the request that is being handled be answered later; null where that is not possible.
+    using Defer = std::function<Answer()>;
+
     struct Times {
         std::chrono::milliseconds termGrace{2000};
         // A report that comes before the server has handled the answer "running" is overwritten by that answer. So no
@@ -31,13 +38,16 @@ public:
     };
 
     // `config` must outlive the table. Throws as CommandRunner does.
-    ItemTable(const OwnerConfig& config, Report report, const Times& times);
-    ItemTable(const OwnerConfig& config, Report report) : ItemTable(config, std::move(report), Times()) {}
+    ItemTable(const OwnerConfig& config, Report report, Defer defer, const Times& times);
+    ItemTable(const OwnerConfig& config, Report report, Defer defer)
+        : ItemTable(config, std::move(report), std::move(defer), Times()) {}
 
     // Answers a request in `result`, whose name is set already; false for an item that is not in the table.
     // "stop" ends the item's run: "success" with "stopping", or "fail" with "not running". Anything else is the
-    // argument of a run: a synchronous item's command is waited for; an asynchronous item is answered with "running"
-    // and reported later. A request for an item that already runs joins that run.
+    // argument of a run. An asynchronous item is answered with "running" and reported later; a request for one that
+    // already runs joins that run. A synchronous item's command is waited for if it is short, else the answer is
+    // deferred; the runs of one item follow each other, and at most maxParallel items run this way.
+    // One thread at a time.
     bool Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     // Ends all commands, has their results reported or answered, and refuses further requests.
@@ -47,14 +57,28 @@ private:
     CommandSpec SpecOf(const ItemConfig& item, const std::string& argument) const;
     void HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result);
     void RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
+    bool MustWait(const ItemConfig& item) const;
+    CommandRunner::Done Leave(const ItemConfig& item, CommandRunner::Id id);
+    CommandRunner::Done DoneOf(const ItemConfig& item, Answer answer);
+    void StartWaiting();
     void RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     std::map<std::string, const ItemConfig*, std::less<>> items_;
+    struct Waiting {
+        const ItemConfig* item;
+        std::string argument;
+        Answer answer;
+    };
+
     const Report report_;
+    const Defer defer_;
     const Times times_;
-    std::mutex mutex_;  // guards running_
+    const std::size_t maxLeft_;
+    std::mutex mutex_;  // guards the runs below
     std::map<const ItemConfig*, CommandRunner::Id> running_;
-    CommandRunner runner_;  // last: its thread uses the rest
+    std::size_t left_ = 0;         // those of them that are synchronous, and were left to the runner
+    std::deque<Waiting> waiting_;  // synchronous
+    CommandRunner runner_;         // last: its thread uses the rest
 };
 
 }  // namespace ominspect::items

@@ -27,6 +27,18 @@ void Jobs::Add(Id id, CommandSpec spec, Done done, Clock::time_point requested) 
     job.requested = requested;
 }
 
+void Jobs::Adopt(Jobs other, Id id, Done done) {
+    Job& job = other.jobs_.front();
+    job.id = id;
+    job.done = std::move(done);
+    jobs_.splice(jobs_.end(), other.jobs_);
+}
+
+bool Jobs::IsAnySlow() const {
+    const auto now = Clock::now();
+    return std::any_of(jobs_.begin(), jobs_.end(), [now](const Job& job) { return job.child && now >= job.readFrom; });
+}
+
 void Jobs::Stop(Id id) {
     for (Job& job : jobs_) {
         if (job.id == id) {

@@ -33,8 +33,14 @@ public:
     // A command that is to be run as soon as there is a place for it.
     void Add(Id id, CommandSpec spec, Done done, Clock::time_point requested);
 
+    // Goes on with the one command of `other`, under a new name and for somebody else.
+    void Adopt(Jobs other, Id id, Done done);
+
     // Ends a command, or takes it out of the queue. Nothing happens if it has ended already.
     void Stop(Id id);
+
+    // Whether a command has run for so long that its output is read while it runs.
+    [[nodiscard]] bool IsAnySlow() const;
 
     // Ends all; who does not end in time is given up.
     void StopAll();

@@ -42,30 +42,59 @@ CommandRunner::Id CommandRunner::Start(CommandSpec spec, Done done) {
     if (closing_) {
         return 0;
     }
-    added_.push_back({++lastId_, std::move(spec), std::move(done), Jobs::Clock::now()});
+    added_.push_back({++lastId_, std::move(spec), std::move(done), Jobs::Clock::now(), std::nullopt});
     Wake(wake_.Get());
     return lastId_;
 }
 
-std::optional<CommandOutcome> CommandRunner::Run(CommandSpec spec) {
+CommandRunner::Ran CommandRunner::Run(CommandSpec spec, const Leave& leave) {
     const Caller caller(*this);
     if (!caller.IsAdmitted()) {
-        return std::nullopt;
+        return {};
     }
     std::optional<CommandOutcome> outcome;
+    Id id = 0;
+    Done done;
     Jobs jobs(settings_);
     jobs.Add(
         0, std::move(spec), [&outcome](const CommandOutcome& told) { outcome = told; }, Jobs::Clock::now());
     for (;;) {
         jobs.Step();
+        if (outcome && done) {
+            done(*outcome);
+            return {std::nullopt, id};
+        }
         if (outcome) {
-            return outcome;
+            return {std::move(outcome), 0};
+        }
+        if (id == 0 && jobs.IsAnySlow()) {
+            id = NewId();
+            done = leave(id);
+            if (done && HandOver(jobs, id, done)) {
+                return {std::nullopt, id};
+            }
         }
         jobs.Wait(caller.Event());
         if (caller.MustEnd()) {
             jobs.StopAll();
         }
     }
+}
+
+CommandRunner::Id CommandRunner::NewId() {
+    const std::lock_guard lock(mutex_);
+    return ++lastId_;
+}
+
+// Not while the runner shuts down: its supervisor may have ended.
+bool CommandRunner::HandOver(Jobs& jobs, Id id, const Done& done) {
+    const std::lock_guard lock(mutex_);
+    if (closing_) {
+        return false;
+    }
+    added_.push_back({id, {}, done, {}, std::move(jobs)});
+    Wake(wake_.Get());
+    return true;
 }
 
 void CommandRunner::Stop(Id id) {
@@ -114,7 +143,11 @@ bool CommandRunner::TakeOrders(Jobs& jobs) {
         closing = closing_;
     }
     for (Order& order : added) {
-        jobs.Add(order.id, std::move(order.spec), std::move(order.done), order.requested);
+        if (order.begun) {
+            jobs.Adopt(std::move(*order.begun), order.id, std::move(order.done));
+        } else {
+            jobs.Add(order.id, std::move(order.spec), std::move(order.done), order.requested);
+        }
     }
     for (const Id id : stops) {
         jobs.Stop(id);

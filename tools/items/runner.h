@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -16,7 +17,7 @@ namespace ominspect::items {
 // Member functions may be called from any thread. A Done function may call Start and Stop only.
 class CommandRunner {
 public:
-    // Called once per command, on the supervisor thread; must not throw.
+    // Called once per command, on the supervisor thread, or at a shutdown on that of Run; must not throw.
     using Done = Jobs::Done;
     using Settings = RunnerSettings;
     using Id = Jobs::Id;
@@ -30,10 +31,19 @@ public:
     // Starts a command as soon as there is a place for it. 0 when the runner shuts down: `done` is not called.
     Id Start(CommandSpec spec, Done done);
 
-    // Runs a command on the calling thread, at once and beside all others: who waits for it anyway saves two switches
-    // between threads. Nothing when the runner shuts down; a shutdown meanwhile stops the command. Throws
-    // std::system_error when there is no descriptor left.
-    std::optional<CommandOutcome> Run(CommandSpec spec);
+    // Called once with the name that a command will have if it is left to the supervisor; who gives no Done keeps it.
+    using Leave = std::function<Done(Id)>;
+
+    // What came of Run: an outcome, or a command that was left under `id`, or neither: the runner shuts down.
+    struct Ran {
+        std::optional<CommandOutcome> outcome;
+        Id id = 0;
+    };
+
+    // Runs a command on the calling thread, at once and beside all others: a short one saves two switches between
+    // threads. A longer one is left to the supervisor, so that the caller is free again after 20 ms. A shutdown stops
+    // the command. Throws std::system_error when there is no descriptor left.
+    Ran Run(CommandSpec spec, const Leave& leave);
 
     // Ends a command's group, or takes it out of the queue. Nothing happens if it has ended already.
     void Stop(Id id);
@@ -47,6 +57,7 @@ private:
         CommandSpec spec;
         Done done;
         Jobs::Clock::time_point requested;
+        std::optional<Jobs> begun;  // it runs already
     };
 
     // A thread within Run.
@@ -70,6 +81,8 @@ private:
 
     void Supervise();
     bool TakeOrders(Jobs& jobs);
+    Id NewId();
+    bool HandOver(Jobs& jobs, Id id, const Done& done);
 
     const Settings settings_;
     const UniqueFd wake_;

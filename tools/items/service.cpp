@@ -54,6 +54,15 @@ void ReportItem(const tagKivoOmInspectionResult& result) {
                        text::Escaped(result.name).c_str(), OsMsgResultText(code));
 }
 
+// The owner's one way to say that an answer comes later. An answer to a requester that has left is nobody's loss.
+ItemTable::Answer DeferAnswer() {
+    std::uint64_t run = 0;
+    if (InspectDeferRun(&run) != OS_MSG_OK) {
+        return nullptr;
+    }
+    return [run](const tagKivoOmInspectionResult& result) { (void)InspectAnswerRun(run, &result); };
+}
+
 // A task without messages of its own: its loop ends with the bus.
 std::uint32_t IgnoreMessage(TagMsgBlock* /*msg*/) {
     return OS_MSG_OK;
@@ -175,7 +184,7 @@ std::optional<Error> Serve(const char* program, const OwnerConfig& config) {
     if (!busLost) {
         return OtherError("cannot create an event: " + SystemText(errno));
     }
-    ItemTable table(config, ReportItem);
+    ItemTable table(config, ReportItem, DeferAnswer);
     g_program = program;
     g_busLost = busLost.Get();
     g_table = &table;

@@ -32,11 +32,20 @@ struct Item {
 };
 
 struct Client {
-    std::mutex lock;                    // guards the fields below; not held while a handler runs
-    std::string name;                   // empty until initialised
-    bool following = false;             // the server's restarts are told to the client's task
-    std::map<std::string, Item> items;  // what this process owns, by item name
+    std::mutex lock;                           // guards the fields below; not held while a handler runs
+    std::string name;                          // empty until initialised
+    bool following = false;                    // the server's restarts are told to the client's task
+    std::map<std::string, Item> items;         // what this process owns, by item name
+    std::map<uint64_t, TagMsgBlock> deferred;  // envelopes of the runs whose answers are open
+    uint64_t lastRun = 0;
 };
+
+// The run that this thread serves.
+struct ServedRun {
+    const TagMsgBlock* request;
+    bool isDeferred = false;
+};
+thread_local ServedRun* t_served = nullptr;
 
 // Never destroyed: the client's task may still be running when the process exits.
 Client& TheClient() {
@@ -148,8 +157,13 @@ void AnswerRun(const TagMsgBlock& msg) {
         OsMsgSynSendResp(&msg, nullptr, 0);
         return;
     }
+    ServedRun served{&msg};
+    t_served = &served;
     RunItem(name, request, result);
-    OsMsgSynSendResp(&msg, &result, sizeof result);
+    t_served = nullptr;
+    if (!served.isDeferred) {
+        OsMsgSynSendResp(&msg, &result, sizeof result);
+    }
 }
 
 uint32_t HandleMessage(TagMsgBlock* msg) {
@@ -201,6 +215,7 @@ uint32_t InspectClientInit(const char* clientName) {
         }
         client.name = clientName;
         client.items.clear();  // left over from before the process left the bus the last time
+        client.deferred.clear();
         ShowItems(client);
         const uint32_t published = kivo::engine::PublishItems();
         const uint32_t followed = published == OS_MSG_OK ? FollowServer(clientName) : published;
@@ -252,6 +267,51 @@ uint32_t InspectUnRegHandler(const char* itemName) {
             ShowItems(client);
         }
         return sent;
+    });
+}
+
+uint32_t InspectDeferRun(uint64_t* run) {
+    return Guarded([&] {
+        if (run == nullptr) {
+            return OS_MSG_ERR_PARAM;
+        }
+        *run = 0;
+        if (t_served == nullptr || t_served->isDeferred) {
+            return OS_MSG_ERR_NO_REQUEST;
+        }
+        TagMsgBlock envelope = *t_served->request;
+        envelope.data = nullptr;
+        envelope.dataLen = 0;
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        const auto open = client.deferred.emplace(client.lastRun + 1, envelope).first;
+        const uint32_t kept = OsMsgSynDeferResp(t_served->request);
+        if (kept != OS_MSG_OK) {
+            client.deferred.erase(open);
+            return kept;
+        }
+        t_served->isDeferred = true;
+        *run = ++client.lastRun;
+        return OS_MSG_OK;
+    });
+}
+
+uint32_t InspectAnswerRun(uint64_t run, const struct tagKivoOmInspectionResult* result) {
+    return Guarded([&] {
+        if (result == nullptr || !kivo::IsValid(*result)) {
+            return OS_MSG_ERR_PARAM;
+        }
+        TagMsgBlock envelope{};
+        {
+            Client& client = TheClient();
+            const std::lock_guard<std::mutex> lock(client.lock);
+            const auto open = client.deferred.extract(run);
+            if (open.empty()) {
+                return OS_MSG_ERR_NO_REQUEST;
+            }
+            envelope = open.mapped();
+        }
+        return OsMsgSynSendResp(&envelope, result, sizeof *result);
     });
 }
 

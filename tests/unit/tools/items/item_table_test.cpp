@@ -19,15 +19,18 @@ namespace {
 
 class ItemTableTest : public testing::Test {
 protected:
-    void SetUp() override {
+    void SetUp() override { Make(1); }
+
+    void Make(unsigned maxParallel) {
         config_ = {"p",
-                   1,
+                   maxParallel,
                    {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
                     // Counts its starts and waits to be ended.
                     Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
                     Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000")}};
+        const auto keep = [this](const tagKivoOmInspectionResult& result) { Keep(result); };
         table_ = std::make_unique<ItemTable>(
-            config_, [this](const tagKivoOmInspectionResult& result) { Keep(result); },
+            config_, keep, [this, keep] { return mayDefer_ ? ItemTable::Answer(keep) : nullptr; },
             ItemTable::Times{.termGrace = 1s, .settle = 1ms});
     }
 
@@ -35,11 +38,11 @@ protected:
         return {name, 1h, isSync, {"/bin/sh", "-c", script}};
     }
     std::string Log() const { return folder_ / "log"; }
-    bool Started() const {
-        return support::Eventually([this] { return support::Contents(Log()) == "start\n"; });
+    bool Started(const std::string& starts = "start\n") const {
+        return support::Eventually([&] { return support::Contents(Log()) == starts; });
     }
 
-    // Answer to a request as "status: text"; "" for an unknown item.
+    // Answer to a request as "status: text"; ": " for a deferred one, "" for an unknown item.
     std::string Ask(const std::string& item, const std::string& argument = "") {
         tagKivoOmInspectionResult result{};
         if (!table_->Handle(item, argument, result)) {
@@ -63,7 +66,8 @@ protected:
     const support::TempFolder folder_;
     OwnerConfig config_;
     std::mutex mutex_;
-    std::vector<std::string> reports_;
+    std::vector<std::string> reports_;  // and deferred answers
+    bool mayDefer_ = false;
     std::unique_ptr<ItemTable> table_;
 };
 
@@ -116,6 +120,65 @@ TEST_F(ItemTableTest, AreReportedAndThenRefusedWhenTheOwnerEnds) {
     EXPECT_EQ(Reports(), std::vector<std::string>{"long: fail: stopped"});
     EXPECT_EQ(Ask("long"), "fail: the owner is ending");
     EXPECT_EQ(Ask("now"), "fail: the owner is ending");
+}
+
+TEST_F(ItemTableTest, AnswerALongSynchronousRunLaterAndOthersMeanwhile) {
+    Make(2);
+    mayDefer_ = true;
+    EXPECT_EQ(Ask("hang"), ": ");
+    mayDefer_ = false;
+    EXPECT_EQ(Ask("now"), "warn: OK");
+    ASSERT_TRUE(Started());
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_EQ(Ask("hang", "stop"), "success: stopping");
+    EXPECT_TRUE(Reported("hang: fail: stopped"));
+    EXPECT_EQ(Ask("hang", "stop"), "fail: not running");
+}
+
+TEST_F(ItemTableTest, RunTheSynchronousRequestsForOneItemOneAfterTheOther) {
+    Make(2);
+    mayDefer_ = true;
+    EXPECT_EQ(Ask("hang"), ": ");
+    EXPECT_EQ(Ask("hang"), ": ");
+    ASSERT_TRUE(Started());
+    EXPECT_EQ(Ask("hang", "stop"), "success: stopping");
+    EXPECT_TRUE(Started("start\nstart\n"));
+    EXPECT_EQ(Reports(), std::vector<std::string>{"hang: fail: stopped"});
+    EXPECT_EQ(Ask("hang", "stop"), "success: stopping");
+    EXPECT_TRUE(support::Eventually([this] { return Reports().size() == 2; }));
+}
+
+TEST_F(ItemTableTest, RunNoMoreLongSynchronousItemsThanMaxParallel) {
+    mayDefer_ = true;
+    EXPECT_EQ(Ask("hang"), ": ");
+    EXPECT_EQ(Ask("now", "first"), ": ");
+    EXPECT_EQ(Ask("now", "second"), ": ");
+    ASSERT_TRUE(Started());
+    EXPECT_TRUE(Reports().empty());
+    EXPECT_EQ(Ask("hang", "stop"), "success: stopping");
+    EXPECT_TRUE(support::Eventually([this] { return Reports().size() == 3; }));
+    EXPECT_EQ(Reports(),
+              (std::vector<std::string>{"hang: fail: stopped", "now: warn: OK first", "now: warn: OK second"}));
+    mayDefer_ = false;
+    EXPECT_EQ(Ask("now"), "warn: OK");
+}
+
+TEST_F(ItemTableTest, RefuseARequestThatWouldHaveToWaitButCannotBeDeferred) {
+    mayDefer_ = true;
+    EXPECT_EQ(Ask("hang"), ": ");
+    mayDefer_ = false;
+    EXPECT_EQ(Ask("now"), "fail: too many requests wait");
+}
+
+TEST_F(ItemTableTest, AreAllAnsweredWhenTheOwnerEnds) {
+    mayDefer_ = true;
+    EXPECT_EQ(Ask("hang"), ": ");
+    EXPECT_EQ(Ask("hang"), ": ");
+    EXPECT_EQ(Ask("now"), ": ");
+    ASSERT_TRUE(Started());
+    table_->Shutdown();
+    EXPECT_EQ(Reports(), (std::vector<std::string>{"hang: fail: stopped", "hang: fail: the owner is ending",
+                                                   "now: fail: the owner is ending"}));
 }
 
 TEST_F(ItemTableTest, AnswerASynchronousRunThatTheOwnersEndCutsShort) {

@@ -68,6 +68,11 @@ CommandSpec Shell(const std::string& script, std::chrono::milliseconds limit = 1
     return spec;
 }
 
+// Leaves nothing to the supervisor.
+CommandRunner::Done Keep(CommandRunner::Id /*id*/) {
+    return nullptr;
+}
+
 class RunnerTest : public testing::Test {
 protected:
     CommandRunner& Make(unsigned maxParallel, std::chrono::milliseconds termGrace = 30s) {
@@ -136,7 +141,7 @@ TEST_F(RunnerTest, RunsACommandOfTheCallerWithoutAFreePlace) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     (void)PidOf("a");
-    const auto outcome = runner.Run(Shell("echo here; exit 3"));
+    const auto outcome = runner.Run(Shell("echo here; exit 3"), Keep).outcome;
     ASSERT_TRUE(outcome);
     EXPECT_EQ(outcome->end, End::kExited);
     EXPECT_EQ(outcome->code, 3);
@@ -144,16 +149,48 @@ TEST_F(RunnerTest, RunsACommandOfTheCallerWithoutAFreePlace) {
     EXPECT_EQ(outcomes_.Count(), 0U);
 }
 
+TEST_F(RunnerTest, LeavesALongCommandOfTheCallerToTheSupervisor) {
+    CommandRunner& runner = Make(1);
+    CommandRunner::Id left = 0;
+    const auto ran = runner.Run(Shell(Sleeper("a", "echo before; ")), [&](CommandRunner::Id id) {
+        left = id;
+        return outcomes_.As("a");
+    });
+    EXPECT_FALSE(ran.outcome);
+    EXPECT_NE(ran.id, 0U);
+    EXPECT_EQ(ran.id, left);
+    (void)PidOf("a");
+    EXPECT_EQ(outcomes_.Count(), 0U);
+    runner.Stop(ran.id);
+    ASSERT_TRUE(outcomes_.Wait(1));
+    EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
+    EXPECT_EQ(outcomes_.Of("a").output.out, "before\n");
+}
+
+TEST_F(RunnerTest, TellsTheOutcomeItselfWhenItShutsDownWhileACommandIsLeft) {
+    CommandRunner& runner = Make(1);
+    std::jthread closer;
+    const auto ran = runner.Run(Shell(Sleeper("a")), [&](CommandRunner::Id /*id*/) {
+        closer = std::jthread([&] { runner.Shutdown(); });
+        EXPECT_TRUE(support::Eventually([&] { return runner.Start(Shell("true"), outcomes_.As("late")) == 0; }));
+        return outcomes_.As("a");
+    });
+    EXPECT_FALSE(ran.outcome);
+    EXPECT_NE(ran.id, 0U);
+    closer.join();
+    EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
+}
+
 // A pipe holds less: the command ends only if somebody reads.
 TEST_F(RunnerTest, LetsACommandWriteMoreThanAPipeHolds) {
-    const auto outcome = Make(1).Run(Shell("head -c 1000000 /dev/zero | tr '\\0' x", 30s));
+    const auto outcome = Make(1).Run(Shell("head -c 1000000 /dev/zero | tr '\\0' x", 30s), Keep).outcome;
     ASSERT_TRUE(outcome);
     EXPECT_EQ(outcome->end, End::kExited);
     EXPECT_EQ(outcome->output.out, std::string(CommandOutput::kMaxOutput, 'x'));
 }
 
 TEST_F(RunnerTest, EndsACommandOfTheCallerWhenItsLimitPasses) {
-    const auto outcome = Make(1).Run(Shell(Sleeper("a"), 500ms));
+    const auto outcome = Make(1).Run(Shell(Sleeper("a"), 500ms), Keep).outcome;
     ASSERT_TRUE(outcome);
     EXPECT_EQ(outcome->end, End::kTimeLimit);
     const pid_t background = PidOf("a");
@@ -267,7 +304,7 @@ TEST_F(RunnerTest, StopsTheCommandsOfItsCallersBeforeItsShutdownReturns) {
     std::vector<std::optional<CommandOutcome>> told;
     const auto run = [&](const std::string& script) {
         return std::jthread([&, script] {
-            auto outcome = runner.Run(Shell(script));
+            auto outcome = runner.Run(Shell(script), Keep).outcome;
             const std::lock_guard lock(mutex);
             told.push_back(std::move(outcome));
         });
@@ -292,7 +329,9 @@ TEST_F(RunnerTest, TakesNothingOnceItShutsDown) {
     CommandRunner& runner = Make(1);
     runner.Shutdown();
     EXPECT_EQ(runner.Start(Shell("true"), outcomes_.As("a")), 0U);
-    EXPECT_FALSE(runner.Run(Shell("true")));
+    const auto ran = runner.Run(Shell("true"), Keep);
+    EXPECT_FALSE(ran.outcome);
+    EXPECT_EQ(ran.id, 0U);
     runner.Shutdown();
     EXPECT_EQ(outcomes_.Count(), 0U);
 }
