@@ -38,6 +38,15 @@ test('the items are shown with level, mode, owner, state', async () => {
     assert.equal((await ask('GET', '/api/v1/items/absent')).status, 404);
 });
 
+test('the picture is all the documents that a page begins with', async () => {
+    const { json } = await ask('GET', '/api/v1/picture', { token: LOOK });
+    assert.deepEqual(json.session, { role: 'look', who: 'screen' });
+    assert.deepEqual(Object.keys(json), ['session', 'state', 'operations', 'health', 'collection', 'history']);
+    assert.ok(json.state.items.some((one) => one.item === 'long_run'));
+    assert.ok(json.history.events.some((one) => one.kind === 'server' && one.status === 'up'));
+    assert.equal(json.health.parts.http.state, 'ok');
+});
+
 test('a run is accepted, told and kept', async () => {
     const stream = terminal.listen();
     await stream.next('hello');
