@@ -18,6 +18,7 @@
 #include "dbus/part.h"
 #include "history/writer.h"
 #include "http/part.h"
+#include "memory.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -30,6 +31,7 @@ namespace {
 
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
+constexpr unsigned kGiveBackSecond = 5;  // of these: soon after the start, too
 
 class Gateway {
 public:
@@ -185,6 +187,9 @@ private:
             if (++seconds % kTickSeconds == 0) {
                 hub_.Tick();
             }
+            if (seconds % kTickSeconds == kGiveBackSecond) {
+                GiveBackMemory();
+            }
         }
     }
 
@@ -207,6 +212,7 @@ private:
 }  // namespace
 
 std::optional<Error> Serve(const Settings& settings) {
+    SpareMemory();
     EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
     Gateway gateway(settings);

@@ -229,6 +229,13 @@ test('500 listen at once on one thread, and the next one is told', async () => {
     });
 });
 
+test('at rest it takes at most 12 MiB, whatever it was asked before', async (context) => {
+    const figure = (name) => Number(new RegExp(`^${name}:\\s+(\\d+) kB`, 'm').exec(fs.readFileSync(`/proc/${terminal.gateway.pid}/status`, 'utf8'))[1]);
+    await eventually('less memory', () => figure('VmRSS') <= 12288 && figure('VmRSS') < 0.75 * figure('VmHWM'));
+    context.diagnostic(`${figure('VmRSS')} of at most ${figure('VmHWM')} KiB`);
+    assert.equal((await ask('GET', '/api/v1/items')).status, 200, 'and it serves');
+});
+
 test('logs are collected, one collection at a time', async () => {
     assert.equal((await ask('GET', '/api/v1/collection')).json.state, 'none');
     assert.equal((await ask('GET', '/api/v1/collection/package')).status, 404);
