@@ -139,7 +139,6 @@ void DBusPart::Serve() {
         }
         return;
     }
-    parts_.Set(kPart, PartState::kOk);
     result = Follow(bus.get(), interface);
     if (result < 0) {
         Fail("the bus was lost", result);
@@ -170,10 +169,12 @@ int DBusPart::TakeNews(dbus::Interface& interface) {
     {
         const std::lock_guard lock(mutex_);
         results.swap(results_);
-        lost = lost_;
+        lost = std::exchange(lost_, 0);
     }
     if (lost > 0) {
         parts_.Set(kPart, PartState::kDegraded, std::to_string(lost) + " results were not told");
+    } else {
+        parts_.Set(kPart, PartState::kOk);
     }
     int result = interface.Update();
     for (const Event& event : results) {
