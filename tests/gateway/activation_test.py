@@ -67,6 +67,9 @@ class Activation(unittest.TestCase):
             self.assertEqual(self.status(address + "/api/v1/items"), "401")
             self.assertEqual(self.status("-H", f"Authorization: Bearer {TOKEN}", address + "/api/v1/items"), "200")
             self.assertFalse((self.folder / "configured").exists())
+            # A connection that is gone before it is taken holds up nobody.
+            flags = Path(f"/proc/{child.pid}/fdinfo/3").read_text().split("flags:")[1].split()[0]
+            self.assertTrue(int(flags, 8) & os.O_NONBLOCK)
         child.terminate()
         self.assertEqual(child.wait(20), 0)
         self.assertTrue((self.folder / "given").exists(), "it is the service manager's")
