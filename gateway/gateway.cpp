@@ -15,8 +15,10 @@
 #include "actions/operations.h"
 #include "common/end_signals.h"
 #include "common/text.h"
+#include "dbus/part.h"
 #include "history/writer.h"
 #include "http/part.h"
+#include "memory.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -29,6 +31,7 @@ namespace {
 
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
+constexpr unsigned kGiveBackSecond = 5;  // of these: soon after the start, too
 
 class Gateway {
 public:
@@ -39,9 +42,13 @@ public:
           feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
           hub_(feed_.ToldSeq(), [this](std::uint64_t after, std::size_t limit) { return Missed(after, limit); }),
           watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_),
-          operations_(link_, runs_, feed_) {
+          operations_(link_, runs_, feed_),
+          dbus_(picture_, operations_, parts_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
+        if (settings.dbus.isOn) {
+            feed_.Subscribe([this](const Event& event) { dbus_.Tell(event); });
+        }
     }
 
     std::optional<Error> Serve(EndSignals& signals) {
@@ -54,11 +61,13 @@ public:
         auto error = BeginHttp();
         if (!error) {
             watcher_.Start();
+            BeginDBus();
             (void)sd_notify(0, "READY=1");
             WaitForEnd(signals);
             (void)sd_notify(0, "STOPPING=1");
         }
         http_.reset();
+        dbus_.Stop();
         collection_.reset();
         operations_.StopAll();
         watcher_.Stop();
@@ -104,6 +113,14 @@ private:
         http_ = std::move(*http);
         parts_.Set("http", PartState::kOk);
         return std::nullopt;
+    }
+
+    void BeginDBus() {
+        if (settings_.dbus.isOn) {
+            dbus_.Start();
+        } else {
+            parts_.Set("dbus", PartState::kOff);
+        }
     }
 
     json::Value Figures() const {
@@ -170,6 +187,9 @@ private:
             if (++seconds % kTickSeconds == 0) {
                 hub_.Tick();
             }
+            if (seconds % kTickSeconds == kGiveBackSecond) {
+                GiveBackMemory();
+            }
         }
     }
 
@@ -184,6 +204,7 @@ private:
     Hub hub_;
     Watcher watcher_;
     Operations operations_;
+    DBusPart dbus_;
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;
 };
@@ -191,6 +212,7 @@ private:
 }  // namespace
 
 std::optional<Error> Serve(const Settings& settings) {
+    SpareMemory();
     EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
     Gateway gateway(settings);

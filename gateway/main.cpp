@@ -7,6 +7,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/program_path.h"
+#include "common/schema.h"
+#include "common/text.h"
 #include "gateway.h"
 #include "kivo/os_msg.h"
 #include "ominspect/journal.h"
@@ -29,6 +32,20 @@ constexpr const char* kFooter =
 
 void Complain(const std::string& text) {
     (void)std::fprintf(stderr, "%sominspect-gateway: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), text.c_str());
+}
+
+// The file was read without a mistake. The schema says the same by other means, and is what editors know.
+int Check(const std::string& path) {
+    const auto schema = ProgramBeside(OMINSPECT_SCHEMAS "/gateway.xsd");
+    const auto errors = schema ? SchemaErrors(*schema, path) : schema.Failure();
+    if (!errors) {
+        Complain("not checked against the schema: " + text::Escaped(errors.Failure().text));
+        return EXIT_SUCCESS;
+    }
+    for (const std::string& error : *errors) {
+        Complain(text::Escaped(path) + ": " + text::Escaped(error));
+    }
+    return errors->empty() ? EXIT_SUCCESS : kWrongUse;
 }
 
 int Main(int argc, char** argv) {
@@ -56,7 +73,7 @@ int Main(int argc, char** argv) {
         return kWrongUse;
     }
     if (checkOnly) {
-        return EXIT_SUCCESS;
+        return path.empty() ? EXIT_SUCCESS : Check(path);
     }
     OsMsgSetLogLevel(0);  // the parts tell by themselves what the message layer would
     if (const auto error = Serve(*settings)) {

@@ -116,6 +116,12 @@ CollectionSettings ReadCollection(const Element& element) {
     return collection;
 }
 
+DBusSettings ReadDBus(const Element& element) {
+    static constexpr std::array<std::string_view, 1> kKnown{"enabled"};
+    RefuseChildren(element);
+    return {ReadBool(ReadAttributes(element, kKnown), "enabled", true)};
+}
+
 Settings ReadGateway(const Element& element) {
     static constexpr std::array<std::string_view, 2> kKnown{"process", "refresh"};
     const Attributes attributes = ReadAttributes(element, kKnown);
@@ -142,6 +148,8 @@ Settings ReadGateway(const Element& element) {
             settings.http = ReadHttp(*child);
         } else if (name == "Collection") {
             settings.collection = ReadCollection(*child);
+        } else if (name == "DBus") {
+            settings.dbus = ReadDBus(*child);
         } else {
             throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Gateway"};
         }

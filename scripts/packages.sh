@@ -31,7 +31,7 @@ TEST_PACKAGES=(
     openssl sip-tester slapd socat
 )
 # What the tests of the gateway need; other sources than Debian have npm in nodejs.
-TEST_PACKAGES+=(chromium curl openssl)
+TEST_PACKAGES+=(chromium curl openssl libglib2.0-bin) # the last one for gdbus
 command -v npm >/dev/null || TEST_PACKAGES+=(nodejs npm)
 # To make packages of Debian, and their bill of materials.
 PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)

@@ -13,6 +13,15 @@ namespace {
 constexpr std::size_t kMostAtOnce = 16;
 constexpr std::size_t kMostKept = 100;
 
+std::optional<std::chrono::milliseconds> DurationOf(const ItemOutcome& outcome) {
+    if (!outcome.begin || !outcome.end) {
+        return std::nullopt;
+    }
+    return std::chrono::duration_cast<std::chrono::milliseconds>(*outcome.end - *outcome.begin);
+}
+
+}  // namespace
+
 const char* WordOf(OperationKind kind) {
     switch (kind) {
         case OperationKind::kRun:
@@ -27,14 +36,9 @@ const char* WordOf(OperationKind kind) {
     return "reset";
 }
 
-std::optional<std::chrono::milliseconds> DurationOf(const client::GroupItem& item) {
-    if (!item.start || !item.end) {
-        return std::nullopt;
-    }
-    return std::chrono::duration_cast<std::chrono::milliseconds>(*item.end - *item.start);
+const char* StateWordOf(const OperationView& operation) {
+    return operation.end ? "ended" : operation.waits ? "waiting" : "going-on";
 }
-
-}  // namespace
 
 Operations::~Operations() {
     StopAll();
@@ -51,36 +55,41 @@ Result<std::uint64_t> Operations::Begin(Order order) {
         }
     }
     const std::lock_guard lock(mutex_);
-    const auto open = std::count_if(operations_.begin(), operations_.end(), [](const auto& one) { return !one->end; });
+    const auto open =
+        std::count_if(operations_.begin(), operations_.end(), [](const auto& one) { return !one->view.end; });
     if (isEnding_ || static_cast<std::size_t>(open) >= kMostAtOnce) {
         return Error{ErrorCode::kRefused, "as many operations go on as may at once"};
     }
     // The oldest ones that have ended are forgotten.
     for (auto one = operations_.begin(); one != operations_.end() && operations_.size() >= kMostKept;) {
-        one = (*one)->end ? operations_.erase(one) : std::next(one);
+        one = (*one)->view.end ? operations_.erase(one) : std::next(one);
     }
     auto& operation = *operations_.emplace_back(std::make_unique<Operation>());
-    operation.number = ++last_;
     operation.order = std::move(order);
-    operation.begin = std::chrono::system_clock::now();
+    operation.view.number = ++last_;
+    operation.view.kind = operation.order.kind;
+    operation.view.items = operation.order.items;
+    operation.view.who = operation.order.who;
+    operation.view.begin = std::chrono::system_clock::now();
     operation.thread = std::jthread([this, &operation](const std::stop_token& cancel) { Work(cancel, operation); });
-    return operation.number;
+    return operation.view.number;
 }
 
-void Operations::Change(Operation& operation, const std::function<void(Operation&)>& change) {
+void Operations::Change(Operation& operation, const std::function<void(OperationView&)>& change) {
     Event event;
     event.kind = EventKind::kOperation;
     event.time = std::chrono::system_clock::now();
     {
         const std::lock_guard lock(mutex_);
-        change(operation);
-        event.document = JsonOf(operation).Print();
+        change(operation.view);
+        operation.view.change = ++changes_;
+        event.document = JsonOf(operation.view).Print();
     }
     feed_.Post(std::move(event));
 }
 
 void Operations::Work(const std::stop_token& cancel, Operation& operation) {
-    Change(operation, [](Operation&) {});
+    Change(operation, [](OperationView&) {});
     std::optional<client::Error> error;
     {
         const auto session = link_.Get();
@@ -103,7 +112,7 @@ void Operations::Work(const std::stop_token& cancel, Operation& operation) {
             }
         }
     }
-    Change(operation, [&](Operation& one) {
+    Change(operation, [&](OperationView& one) {
         one.error = error;
         one.waits = false;
         one.end = std::chrono::system_clock::now();
@@ -114,7 +123,7 @@ std::optional<client::Error> Operations::Carry(client::Session& session, const c
                                                Operation& operation) {
     const std::string& item = operation.order.items.front();
     const auto keep = [&](const client::ItemResult& result) {
-        Change(operation, [&](Operation& one) { one.results.push_back({result, std::nullopt}); });
+        Change(operation, [&](OperationView& one) { one.results.push_back({result, std::nullopt, std::nullopt}); });
     };
     switch (operation.order.kind) {
         case OperationKind::kGroup:
@@ -133,7 +142,7 @@ std::optional<client::Error> Operations::Carry(client::Session& session, const c
             break;
     }
     client::RunOptions options;
-    options.onOther = [&] { Change(operation, [](Operation& one) { one.waits = true; }); };
+    options.onOther = [&] { Change(operation, [](OperationView& one) { one.waits = true; }); };
     const auto outcome = client::RunItem(session, {item, operation.order.argument}, options, limit);
     if (!outcome) {
         return outcome.Failure();
@@ -150,26 +159,26 @@ std::optional<client::Error> Operations::CarryGroup(client::Session& session, co
     }
     client::GroupOptions options;
     options.waitForTurn = true;
-    options.onRefused = [&] { Change(operation, [](Operation& one) { one.waits = true; }); };
+    options.onRefused = [&] { Change(operation, [](OperationView& one) { one.waits = true; }); };
     options.onStart = [&](std::uint32_t taskId, std::size_t, std::size_t) {
-        Change(operation, [&](Operation& one) {
+        Change(operation, [&](OperationView& one) {
             one.taskId = taskId;
             one.waits = false;
         });
     };
     options.onRecord = [&](const client::GroupRecord& record) {
-        Change(operation, [&](Operation& one) {
+        Change(operation, [&](OperationView& one) {
             for (const client::GroupItem& item : record.items) {
-                one.results.push_back({item.result, DurationOf(item)});
+                one.results.push_back({item.result, item.start, item.end});
             }
         });
     };
     return client::RunGroup(session, requests, options, limit);
 }
 
-json::Value Operations::JsonOf(const Operation& operation) {
+json::Value Operations::JsonOf(const OperationView& operation) {
     auto items = json::Value::Array();
-    for (const std::string& item : operation.order.items) {
+    for (const std::string& item : operation.items) {
         items.AddText(item);
     }
     auto results = json::Value::Array();
@@ -177,16 +186,15 @@ json::Value Operations::JsonOf(const Operation& operation) {
         auto result = json::Value::Object();
         result.Text("item", outcome.result.name).Text("status", outcome.result.status);
         result.Text("text", outcome.result.text);
-        if (outcome.duration) {
-            result.Number("durationMs",
-                          static_cast<std::uint64_t>(std::max<std::int64_t>(0, outcome.duration->count())));
+        if (const auto duration = DurationOf(outcome)) {
+            result.Number("durationMs", static_cast<std::uint64_t>(std::max<std::int64_t>(0, duration->count())));
         }
         results.Add(std::move(result));
     }
     auto json = json::Value::Object();
-    json.Number("id", operation.number).Text("operation", WordOf(operation.order.kind));
-    json.Text("state", operation.end ? "ended" : operation.waits ? "waiting" : "going-on");
-    json.Put("items", std::move(items)).Text("who", operation.order.who).Text("begin", UtcTime(operation.begin));
+    json.Number("id", operation.number).Text("operation", WordOf(operation.kind));
+    json.Text("state", StateWordOf(operation));
+    json.Put("items", std::move(items)).Text("who", operation.who).Text("begin", UtcTime(operation.begin));
     if (operation.end) {
         json.Text("end", UtcTime(*operation.end));
     }
@@ -203,8 +211,8 @@ json::Value Operations::JsonOf(const Operation& operation) {
 std::optional<json::Value> Operations::Find(std::uint64_t number) const {
     const std::lock_guard lock(mutex_);
     for (const auto& operation : operations_) {
-        if (operation->number == number) {
-            return JsonOf(*operation);
+        if (operation->view.number == number) {
+            return JsonOf(operation->view);
         }
     }
     return std::nullopt;
@@ -214,15 +222,26 @@ json::Value Operations::All() const {
     const std::lock_guard lock(mutex_);
     auto all = json::Value::Array();
     for (const auto& operation : operations_) {
-        all.Add(JsonOf(*operation));
+        all.Add(JsonOf(operation->view));
     }
     return std::move(json::Value::Object().Put("operations", std::move(all)));
+}
+
+std::vector<OperationView> Operations::Changed(std::uint64_t after) const {
+    const std::lock_guard lock(mutex_);
+    std::vector<OperationView> changed;
+    for (const auto& operation : operations_) {
+        if (operation->view.change > after) {
+            changed.push_back(operation->view);
+        }
+    }
+    return changed;
 }
 
 bool Operations::Stop(std::uint64_t number) {
     const std::lock_guard lock(mutex_);
     for (const auto& operation : operations_) {
-        if (operation->number == number && !operation->end) {
+        if (operation->view.number == number && !operation->view.end) {
             (void)operation->thread.request_stop();
             return true;
         }

@@ -22,6 +22,7 @@
 namespace ominspect::gateway {
 
 enum class OperationKind { kRun, kGroup, kStop, kReset };
+const char* WordOf(OperationKind kind);  // "run", "group", "stop", "reset"
 
 struct Order {
     OperationKind kind;
@@ -30,6 +31,29 @@ struct Order {
     std::chrono::seconds limit{310};
     std::string who;
 };
+
+// An item's part in an operation.
+struct ItemOutcome {
+    client::ItemResult result;
+    std::optional<TimePoint> begin;  // where the server has told them
+    std::optional<TimePoint> end;
+};
+
+// An operation as it is at one moment.
+struct OperationView {
+    std::uint64_t number = 0;
+    OperationKind kind = OperationKind::kRun;
+    std::vector<std::string> items;
+    std::string who;
+    TimePoint begin;
+    std::optional<TimePoint> end;
+    bool waits = false;  // for the end of somebody else's run or group
+    std::optional<std::uint32_t> taskId;
+    std::vector<ItemOutcome> results;
+    std::optional<client::Error> error;
+    std::uint64_t change = 0;  // the number of its last change, rising over all operations
+};
+const char* StateWordOf(const OperationView& operation);  // "waiting", "going-on", "ended"
 
 // Any thread.
 class Operations {
@@ -46,6 +70,9 @@ public:
     std::optional<json::Value> Find(std::uint64_t number) const;
     json::Value All() const;
 
+    // Those that have changed after the change of this number.
+    std::vector<OperationView> Changed(std::uint64_t after) const;
+
     // Stops what it has started. False: there is no such operation that goes on.
     bool Stop(std::uint64_t number);
 
@@ -53,28 +80,18 @@ public:
     void StopAll();
 
 private:
-    struct ItemOutcome {
-        client::ItemResult result;
-        std::optional<std::chrono::milliseconds> duration;
-    };
     struct Operation {
-        std::uint64_t number;
         Order order;
-        TimePoint begin;
-        std::optional<TimePoint> end;
-        bool waits = false;  // for the end of somebody else's run or group
-        std::optional<std::uint32_t> taskId;
-        std::vector<ItemOutcome> results;
-        std::optional<client::Error> error;
+        OperationView view;
         std::jthread thread;
     };
 
-    static json::Value JsonOf(const Operation& operation);
+    static json::Value JsonOf(const OperationView& operation);
     void Work(const std::stop_token& cancel, Operation& operation);
     std::optional<client::Error> Carry(client::Session& session, const client::Limit& limit, Operation& operation);
     std::optional<client::Error> CarryGroup(client::Session& session, const client::Limit& limit, Operation& operation);
     // Changes an operation and tells of it.
-    void Change(Operation& operation, const std::function<void(Operation&)>& change);
+    void Change(Operation& operation, const std::function<void(OperationView&)>& change);
 
     Link& link_;
     Runs& runs_;
@@ -82,6 +99,7 @@ private:
     mutable std::mutex mutex_;  // guards everything below, and what is in an operation but its order
     std::list<std::unique_ptr<Operation>> operations_;
     std::uint64_t last_ = 0;
+    std::uint64_t changes_ = 0;
     bool isEnding_ = false;
 };
 

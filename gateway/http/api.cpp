@@ -13,6 +13,7 @@ namespace ominspect::gateway {
 namespace {
 
 constexpr std::size_t kMostRows = 1000;
+constexpr std::size_t kPictureRows = 50;
 constexpr unsigned kMostSeconds = 86400;
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
@@ -21,7 +22,7 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 const Headers& CommonHeaders() {
     static const Headers kHeaders{
         {"Content-Security-Policy",
-         "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+         "default-src 'none'; script-src 'self'; style-src 'self'; img-src data:; connect-src 'self'; "
          "base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
         {"X-Content-Type-Options", "nosniff"},
         {"Referrer-Policy", "no-referrer"},
@@ -169,6 +170,7 @@ const std::vector<Api::Road>& Api::Roads() {
         {"POST", {"api", "v1", "logout"}, Role::kLook, &Api::LogOut},
         {"GET", {"api", "v1", "session"}, Role::kLook, &Api::Session},
         {"GET", {"api", "v1", "health"}, Role::kLook, &Api::Health},
+        {"GET", {"api", "v1", "picture"}, Role::kLook, &Api::WholePicture},
         {"GET", {"api", "v1", "items"}, Role::kLook, &Api::Items},
         {"GET", {"api", "v1", "items", "{}"}, Role::kLook, &Api::Item},
         {"POST", {"api", "v1", "items", "{}", "run"}, Role::kAct, &Api::ItemAction},
@@ -323,14 +325,43 @@ Answer Api::Session(const Request& request, const std::vector<std::string>& /*pa
 }
 
 Answer Api::Health(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {
+    return JsonResponse(200, HealthDocument());
+}
+
+json::Value Api::HealthDocument() const {
     auto document = json::Value::Object();
     document.Text("status", context_.parts.AreWell() ? "ok" : "failed");
     document.Put("parts", PartsJson(context_.parts.All())).Put("gateway", context_.figures());
-    return JsonResponse(200, document);
+    return document;
+}
+
+// All that a page begins with, in one request.
+Answer Api::WholePicture(const Request& request, const std::vector<std::string>& /*parts*/) {
+    auto session = json::Value::Object();
+    session.Text("role", WordOf(request.role)).Text("who", request.who);
+    return Later{[this, session = session.Print()] {
+        std::string text = "{\"session\":" + session + ",\"state\":" + *StateText();
+        text += ",\"operations\":" + context_.operations.All().Print() + ",\"health\":" + HealthDocument().Print();
+        if (context_.collection != nullptr) {
+            text += ",\"collection\":" + context_.collection->Document().Print();
+        }
+        history::Filter filter;
+        filter.limit = kPictureRows;
+        const Response rows =
+            context_.historyPath.empty() ? Response{503, {}, {}, {}, {}} : FindRows(context_.historyPath, filter);
+        text += rows.status == 200 ? ",\"history\":" + *rows.body + "}" : "}";
+        return TextResponse(200, "application/json", std::move(text));
+    }};
+}
+
+Answer Api::Items(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {
+    Response response;
+    response.body = StateText();
+    return response;
 }
 
 // Made anew when something has changed, and each second, as ages grow.
-Answer Api::Items(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {
+std::shared_ptr<const std::string> Api::StateText() {
     const auto now = std::chrono::time_point_cast<std::chrono::seconds>(std::chrono::system_clock::now());
     const std::lock_guard lock(mutex_);
     const std::uint64_t version = context_.picture.Version();
@@ -340,9 +371,7 @@ Answer Api::Items(const Request& /*request*/, const std::vector<std::string>& /*
         stateVersion_ = version;
         stateTime_ = now;
     }
-    Response response;
-    response.body = state_;
-    return response;
+    return state_;
 }
 
 Answer Api::Item(const Request& /*request*/, const std::vector<std::string>& parts) {

@@ -51,6 +51,7 @@ private:
     Answer LogOut(const Request& request, const std::vector<std::string>& parts);
     Answer Session(const Request& request, const std::vector<std::string>& parts);
     Answer Health(const Request& request, const std::vector<std::string>& parts);
+    Answer WholePicture(const Request& request, const std::vector<std::string>& parts);
     Answer Items(const Request& request, const std::vector<std::string>& parts);
     Answer Item(const Request& request, const std::vector<std::string>& parts);
     Answer ItemAction(const Request& request, const std::vector<std::string>& parts);
@@ -65,6 +66,8 @@ private:
     Answer DeleteCollection(const Request& request, const std::vector<std::string>& parts);
     Answer Package(const Request& request, const std::vector<std::string>& parts);
     Answer BeginOrder(Order order);
+    std::shared_ptr<const std::string> StateText();
+    json::Value HealthDocument() const;
 
     const Context context_;
     gateway::Access access_;

@@ -5,21 +5,21 @@
 #include <string_view>
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): the name is part of the assembler's text
-#define OMINSPECT_BUILTIN(name, file)                                                                \
-    __asm__(".section .rodata\n.global builtin_" #name "\n.hidden builtin_" #name "\nbuiltin_" #name \
-            ":\n.incbin \"" OMINSPECT_BUILTIN_FOLDER "/" file "\"\n.global builtin_" #name           \
-            "_end\n.hidden "                                                                         \
-            "builtin_" #name "_end\nbuiltin_" #name "_end:\n.byte 0\n.previous\n");                  \
-    extern "C" const char builtin_##name[];                                                          \
+#define OMINSPECT_TAKEN_IN(file) ".incbin \"" OMINSPECT_BUILTIN_FOLDER "/" file "\"\n"
+#define OMINSPECT_BUILTIN(name, content)                                                                           \
+    __asm__(".section .rodata\n.global builtin_" #name "\n.hidden builtin_" #name "\nbuiltin_" #name ":\n" content \
+            ".global builtin_" #name                                                                               \
+            "_end\n.hidden "                                                                                       \
+            "builtin_" #name "_end\nbuiltin_" #name "_end:\n.byte 0\n.previous\n");                                \
+    extern "C" const char builtin_##name[];                                                                        \
     extern "C" const char builtin_##name##_end[]
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-OMINSPECT_BUILTIN(openapi, "http/openapi.json");
-OMINSPECT_BUILTIN(page, "page/index.html");
-OMINSPECT_BUILTIN(style, "page/style.css");
-OMINSPECT_BUILTIN(main, "page/main.js");
-OMINSPECT_BUILTIN(view, "page/view.js");
-OMINSPECT_BUILTIN(icon, "page/icon.svg");
+OMINSPECT_BUILTIN(openapi, OMINSPECT_TAKEN_IN("http/openapi.json"));
+OMINSPECT_BUILTIN(page, OMINSPECT_TAKEN_IN("page/index.html"));
+OMINSPECT_BUILTIN(style, OMINSPECT_TAKEN_IN("page/style.css"));
+// Two files, one request.
+OMINSPECT_BUILTIN(main, OMINSPECT_TAKEN_IN("page/view.js") OMINSPECT_TAKEN_IN("page/main.js"));
 
 namespace ominspect::gateway {
 namespace {
@@ -38,12 +38,10 @@ Response ResponseOf(const File& file) {
 }  // namespace
 
 std::optional<Response> BuiltinFile(const std::string& path) {
-    static const std::array<File, 5> kFiles{{
+    static const std::array<File, 3> kFiles{{
         {"/", "text/html; charset=utf-8", builtin_page, builtin_page_end},
         {"/style.css", "text/css; charset=utf-8", builtin_style, builtin_style_end},
         {"/main.js", "text/javascript; charset=utf-8", builtin_main, builtin_main_end},
-        {"/view.js", "text/javascript; charset=utf-8", builtin_view, builtin_view_end},
-        {"/icon.svg", "image/svg+xml", builtin_icon, builtin_icon_end},
     }};
     for (const File& file : kFiles) {
         if (file.path == path) {

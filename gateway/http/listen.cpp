@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -41,6 +42,17 @@ bool IsLoopback(const Address& address) {
         return (ntohl(address.V4().sin_addr.s_addr) >> 24U) == 127;
     }
     return address.storage.ss_family == AF_INET6 && IN6_IS_ADDR_LOOPBACK(&address.V6().sin6_addr) != 0;
+}
+
+// In numbers; of another family an empty text.
+std::string TextOf(const Address& address) {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (address.storage.ss_family == AF_INET) {
+        (void)inet_ntop(AF_INET, &address.V4().sin_addr, text.data(), text.size());
+    } else if (address.storage.ss_family == AF_INET6) {
+        (void)inet_ntop(AF_INET6, &address.V6().sin6_addr, text.data(), text.size());
+    }
+    return text.data();
 }
 
 Error At(const std::string& place, const std::string& what) {
@@ -112,7 +124,12 @@ Result<std::vector<HttpServer::Place>> OpenPlaces(const HttpSettings& settings, 
     const int given = sd_listen_fds(1);
     sockets.reserve(static_cast<std::size_t>(std::max(given, 0)));
     for (int i = 0; i < given; ++i) {
-        sockets.emplace_back(UniqueFd(SD_LISTEN_FDS_START + i));
+        UniqueFd fd(SD_LISTEN_FDS_START + i);
+        if (sd_is_socket(fd.Get(), AF_UNSPEC, SOCK_STREAM, 1) <= 0) {
+            return At("descriptor " + std::to_string(fd.Get()), "the service manager gave no listening stream socket");
+        }
+        (void)fcntl(fd.Get(), F_SETFL, fcntl(fd.Get(), F_GETFL) | O_NONBLOCK);
+        sockets.emplace_back(std::move(fd));
     }
     if (given <= 0) {
         for (const std::string& path : settings.unixPaths) {
@@ -138,10 +155,12 @@ Result<std::vector<HttpServer::Place>> OpenPlaces(const HttpSettings& settings, 
     return places;
 }
 
-std::vector<std::string> HostsOf(const HttpSettings& settings) {
+std::vector<std::string> HostsOf(const HttpSettings& settings, const std::vector<HttpServer::Place>& places) {
     std::vector<std::string> hosts{"localhost", "127.0.0.1", "::1"};
-    for (const TcpAddress& tcp : settings.tcp) {
-        hosts.push_back(tcp.address);
+    for (const HttpServer::Place& place : places) {
+        if (!place.isUnix) {
+            hosts.push_back(TextOf(AddressOf(place.socket.Get())));
+        }
     }
     hosts.insert(hosts.end(), settings.hosts.begin(), settings.hosts.end());
     return hosts;
@@ -149,14 +168,11 @@ std::vector<std::string> HostsOf(const HttpSettings& settings) {
 
 std::string PlaceName(const HttpServer::Place& place) {
     const Address address = AddressOf(place.socket.Get());
-    std::array<char, INET6_ADDRSTRLEN> text{};
     if (address.storage.ss_family == AF_INET) {
-        (void)inet_ntop(AF_INET, &address.V4().sin_addr, text.data(), text.size());
-        return std::string(text.data()) + ":" + std::to_string(ntohs(address.V4().sin_port));
+        return TextOf(address) + ":" + std::to_string(ntohs(address.V4().sin_port));
     }
     if (address.storage.ss_family == AF_INET6) {
-        (void)inet_ntop(AF_INET6, &address.V6().sin6_addr, text.data(), text.size());
-        return "[" + std::string(text.data()) + "]:" + std::to_string(ntohs(address.V6().sin6_port));
+        return "[" + TextOf(address) + "]:" + std::to_string(ntohs(address.V6().sin6_port));
     }
     return reinterpret_cast<const sockaddr_un&>(address.storage).sun_path;
 }

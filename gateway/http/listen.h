@@ -14,7 +14,7 @@ namespace ominspect::gateway {
 Result<std::vector<HttpServer::Place>> OpenPlaces(const HttpSettings& settings, bool hasTokens);
 
 // The names by which requests may call this machine.
-std::vector<std::string> HostsOf(const HttpSettings& settings);
+std::vector<std::string> HostsOf(const HttpSettings& settings, const std::vector<HttpServer::Place>& places);
 
 // Where a socket listens, for people: a path, or ADDRESS:PORT.
 std::string PlaceName(const HttpServer::Place& place);

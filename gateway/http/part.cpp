@@ -41,7 +41,7 @@ Result<std::unique_ptr<HttpPart>> HttpPart::Begin(const HttpSettings& settings, 
     if (!places) {
         return places.Failure();
     }
-    context.hosts = HostsOf(settings);
+    context.hosts = HostsOf(settings, *places);
     std::unique_ptr<HttpPart> part(new HttpPart(std::move(context), std::move(*tokens), {*certificate, *key}));
     for (HttpServer::Place& place : *places) {
         const std::string name = PlaceName(place);

@@ -1,5 +1,5 @@
-// The page's state and its talk with the gateway. What is shown comes from /api/v1/items, and again after events.
-import { age, clockTime, eventRow, make, plot, resultOf, stateMark, strip, subjectOf, kindOf, wordsOf } from '/view.js';
+// The page's state and its talk with the gateway. What is shown comes from /api/v1/picture, and after events from the
+// documents that it is made of. The second half of the page's one module, after view.js.
 
 const at = (id) => document.getElementById(id);
 let role = 'none';
@@ -119,8 +119,8 @@ async function showDetail(name) {
 
 // ---- operations, the past, logs, health ----
 
-async function showOperations() {
-    const { operations } = await ask('GET', '/api/v1/operations');
+const readOperations = async () => showOperations(await ask('GET', '/api/v1/operations'));
+function showOperations({ operations }) {
     const lines = operations.filter((one) => one.state !== 'ended' || Date.now() - Date.parse(one.end) < 30000).map((one) => {
         const what = `${one.operation} ${one.items.length > 3 ? `${one.items.length} items` : one.items.join(', ')} (${one.who})`;
         const done = one.results.length;
@@ -139,10 +139,8 @@ function showPast() {
     at('older').hidden = nextBefore === undefined;
 }
 
-async function readPast(before) {
-    const page = await ask('GET', `/api/v1/history?limit=50${before === undefined ? '' : `&before=${before}`}`);
-    const events = page.events.filter((event) => event.kind !== 'busy');
-    past = before === undefined ? events : [...past, ...events];
+function addPast(page) {
+    past = [...past, ...page.events.filter((event) => event.kind !== 'busy')];
     nextBefore = page.nextBefore;
     showPast();
 }
@@ -161,8 +159,8 @@ function showCollection(collection) {
     at('collection').replaceChildren(...parts);
 }
 
-async function showHealth() {
-    const { parts, gateway } = await ask('GET', '/api/v1/health');
+const readHealth = async () => showHealth(await ask('GET', '/api/v1/health'));
+function showHealth({ parts, gateway }) {
     const rows = Object.entries(parts).map(([name, part]) => make('tr', {}, make('th', { scope: 'row' }, name), make('td', { class: part.state === 'ok' ? 'good' : part.state === 'failed' ? 'bad' : 'warn' }, part.state), make('td', {}, part.text ?? '')));
     const figures = `${gateway.listeners} listen; the history has ${Math.ceil((gateway.historyBytes ?? 0) / 1024)} KiB`;
     at('health').replaceChildren(make('table', {}, make('tbody', {}, ...rows)), make('p', { class: 'soft' }, figures));
@@ -170,8 +168,9 @@ async function showHealth() {
 
 // ---- the talk ----
 
-async function readState() {
-    state = await ask('GET', '/api/v1/items');
+const readState = async () => showState(await ask('GET', '/api/v1/items'));
+function showState(read) {
+    state = read;
     lastSign = Date.now();
     showConnection();
     showNow();
@@ -179,9 +178,17 @@ async function readState() {
 }
 
 async function readAll() {
-    const quietly = (work) => work.catch(() => {});
-    await readState();
-    await Promise.all([quietly(showOperations()), quietly(readPast()), quietly(showHealth()), quietly(ask('GET', '/api/v1/collection').then(showCollection))]);
+    const picture = await ask('GET', '/api/v1/picture');
+    role = picture.session.role;
+    at('login').hidden = true;
+    at('content').hidden = false;
+    at('logout').hidden = false;
+    showState(picture.state);
+    showOperations(picture.operations);
+    past = [];
+    if (picture.history) addPast(picture.history);
+    showHealth(picture.health);
+    if (picture.collection) showCollection(picture.collection);
 }
 
 // Events that come together are answered by one look.
@@ -213,14 +220,14 @@ function listen() {
             showPast();
         });
     }
-    on('part', () => showHealth().catch(() => {}));
-    on('operation', () => showOperations().catch(() => {}));
+    on('part', () => readHealth().catch(() => {}));
+    on('operation', () => readOperations().catch(() => {}));
     on('collection', showCollection);
     stream.onerror = () => {
         isConnected = false;
         showConnection();
-        // A refusal ends it for good, where a loss does not: the gateway knows no session any more, or has no place.
-        if (stream.readyState === EventSource.CLOSED) setTimeout(() => begin().catch(() => {}), 2000);
+        // A refusal ends it for good, where a loss does not: the gateway knows no session (any more), or has no place.
+        if (stream.readyState === EventSource.CLOSED) findSession();
     };
 }
 
@@ -233,19 +240,16 @@ function showLogin() {
     at('token').focus();
 }
 
-async function begin() {
-    const session = await fetch('/api/v1/session');
-    if (!session.ok) return showLogin();
-    role = (await session.json()).role;
-    at('login').hidden = true;
-    at('content').hidden = false;
-    at('logout').hidden = false;
-    return listen();
+// Asks for the token where there is no session, else listens again.
+async function findSession() {
+    const session = await fetch('/api/v1/session').catch(() => null);
+    if (session?.status === 401) showLogin();
+    else setTimeout(listen, 2000);
 }
 
 async function logIn(token) {
     await ask('POST', '/api/v1/login', { token });
-    await begin();
+    listen();
 }
 
 at('login').addEventListener('submit', (event) => {
@@ -258,7 +262,7 @@ at('login').addEventListener('submit', (event) => {
 at('logout').addEventListener('click', () => ask('POST', '/api/v1/logout').then(showLogin));
 at('search').addEventListener('input', () => state && showItems());
 at('filter').addEventListener('change', () => state && showItems());
-at('older').addEventListener('click', () => readPast(nextBefore).catch(() => {}));
+at('older').addEventListener('click', () => ask('GET', `/api/v1/history?limit=50&before=${nextBefore}`).then(addPast).catch(() => {}));
 at('run-chosen').addEventListener('click', () => {
     act('POST', '/api/v1/groups', { items: [...chosen] });
     chosen = new Set();
@@ -277,5 +281,5 @@ if (given) {
     history.replaceState(null, '', '/');
     logIn(decodeURIComponent(given[1])).catch(() => showLogin());
 } else {
-    begin().catch(() => showLogin());
+    listen();
 }

@@ -1,4 +1,5 @@
-// How things are shown: elements made of texts, which stay texts whatever is in them.
+// How things are shown: elements made of texts, which stay texts whatever is in them. The first half of the page's one
+// module; main.js follows it.
 
 // The subject of an item by its name, and what the name means.
 const SUBJECTS = [
@@ -15,17 +16,17 @@ const WORDS = {
     Hw: 'hardware', sip: 'SIP', ldapserver: 'address book server', ap: 'access point', mic: 'microphone',
 };
 
-export function subjectOf(name) {
+function subjectOf(name) {
     return SUBJECTS.find(([, pattern]) => pattern.test(name))?.[0] ?? 'Others';
 }
 
-export function wordsOf(name) {
+function wordsOf(name) {
     const parts = name.replace(/([a-z])([A-Z])/g, '$1 $2').split(/[_\s]+/);
     return parts.map((part) => WORDS[part] ?? WORDS[part.toLowerCase()] ?? part.toLowerCase()).filter(Boolean).join(' ');
 }
 
 // An element with attributes, and children that are elements or texts.
-export function make(tag, attributes = {}, ...children) {
+function make(tag, attributes = {}, ...children) {
     const element = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {
         if (name.startsWith('on')) element.addEventListener(name.slice(2), value);
@@ -35,11 +36,11 @@ export function make(tag, attributes = {}, ...children) {
     return element;
 }
 
-export function clockTime(text) {
+function clockTime(text) {
     return new Date(text).toLocaleString(undefined, { dateStyle: 'short', timeStyle: 'medium' });
 }
 
-export function age(text, now = Date.now()) {
+function age(text, now = Date.now()) {
     const seconds = Math.max(0, Math.round((now - Date.parse(text)) / 1000));
     for (const [unit, word] of [[86400, 'd'], [3600, 'h'], [60, 'min']]) {
         if (seconds >= unit) return `${Math.floor(seconds / unit)} ${word} ago`;
@@ -47,19 +48,19 @@ export function age(text, now = Date.now()) {
     return `${seconds} s ago`;
 }
 
-export function kindOf(status) {
+function kindOf(status) {
     if (status === 'success') return 'good';
     return status === 'warn' || status === 'unknown' ? 'warn' : 'bad';
 }
 
 const SIGNS = { good: '✓', warn: '!', bad: '✗' };
 
-export function stateMark(status) {
+function stateMark(status) {
     const kind = kindOf(status);
     return make('span', { class: `state ${kind}` }, `${SIGNS[kind]} ${status}`);
 }
 
-export function resultOf(item) {
+function resultOf(item) {
     const last = item.lastResult;
     const parts = make('div', { class: 'result' });
     if (item.state === 'running') {
@@ -74,7 +75,7 @@ export function resultOf(item) {
 }
 
 // One sign for each run, oldest first; gaps are shown as gaps.
-export function strip(events) {
+function strip(events) {
     const row = make('div', { class: 'strip', role: 'list', tabindex: '0', 'aria-label': 'Runs, oldest first' });
     for (const event of events) {
         const isGap = event.kind === 'gap';
@@ -86,7 +87,7 @@ export function strip(events) {
     return row;
 }
 
-export function plot(events) {
+function plot(events) {
     const runs = events.filter((event) => event.durationMs !== undefined);
     if (runs.length < 2) return make('p', { class: 'soft' }, 'There are too few runs for a plot of durations.');
     const most = Math.max(1, ...runs.map((run) => run.durationMs));
@@ -105,7 +106,7 @@ export function plot(events) {
     return figure;
 }
 
-export function eventRow(event) {
+function eventRow(event) {
     const time = make('td', {}, make('time', { datetime: event.time }, clockTime(event.time)));
     if (event.kind === 'result') {
         const took = event.durationMs === undefined ? '' : `${event.durationMs} ms`;

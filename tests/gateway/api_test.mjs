@@ -38,6 +38,15 @@ test('the items are shown with level, mode, owner, state', async () => {
     assert.equal((await ask('GET', '/api/v1/items/absent')).status, 404);
 });
 
+test('the picture is all the documents that a page begins with', async () => {
+    const { json } = await ask('GET', '/api/v1/picture', { token: LOOK });
+    assert.deepEqual(json.session, { role: 'look', who: 'screen' });
+    assert.deepEqual(Object.keys(json), ['session', 'state', 'operations', 'health', 'collection', 'history']);
+    assert.ok(json.state.items.some((one) => one.item === 'long_run'));
+    assert.ok(json.history.events.some((one) => one.kind === 'server' && one.status === 'up'));
+    assert.equal(json.health.parts.http.state, 'ok');
+});
+
 test('a run is accepted, told and kept', async () => {
     const stream = terminal.listen();
     await stream.next('hello');
@@ -218,6 +227,13 @@ test('500 listen at once on one thread, and the next one is told', async () => {
         await terminal.outcome(await terminal.ask('POST', '/api/v1/items/always_ok/run'));
         return free();
     });
+});
+
+test('at rest it takes at most 12 MiB, whatever it was asked before', async (context) => {
+    const figure = (name) => Number(new RegExp(`^${name}:\\s+(\\d+) kB`, 'm').exec(fs.readFileSync(`/proc/${terminal.gateway.pid}/status`, 'utf8'))[1]);
+    await eventually('less memory', () => figure('VmRSS') <= 12288 && figure('VmRSS') < 0.75 * figure('VmHWM'));
+    context.diagnostic(`${figure('VmRSS')} of at most ${figure('VmHWM')} KiB`);
+    assert.equal((await ask('GET', '/api/v1/items')).status, 200, 'and it serves');
 });
 
 test('logs are collected, one collection at a time', async () => {

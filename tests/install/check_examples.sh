@@ -26,6 +26,7 @@ fail() {
 }
 start server server ominspect
 server=${pids[-1]}
+start_gateway
 
 # As the README has it.
 mkdir -m 777 "$work/examples"
@@ -75,6 +76,7 @@ kill "$server"
 wait "$server" || true
 start server server ominspect
 await "the owners' return" registered
+every_item ./requester_dbus.py '(success|warn|fail), .*([0-9]|lo is)'
 every_item ./requester.py '(success|warn|fail), .*([0-9]|lo is)'
 for i in "${!owners[@]}"; do
     kill "${owners[i]}"
@@ -82,3 +84,5 @@ for i in "${!owners[@]}"; do
 done
 every_item ./requester_cpp 'fail, .*no process has registered'
 every_item ./requester.py 'fail, .*no process has registered'
+(as asker ./requester_dbus.py disk_space) >"$work/requester.out" 2>&1 && fail "requester_dbus.py passes without an owner"
+grep -qF '(com.kivo.Inspect1.Error.NoOwner)' "$work/requester.out" || fail "requester_dbus.py: $(cat "$work/requester.out")"

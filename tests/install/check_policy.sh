@@ -86,6 +86,37 @@ told outsider "failure  rights         user nobody is not in the group ominspect
 allowed asker "$ctl" run clock
 await "an event" grep -q clock "$work/watch.out"
 
+# The typed interface of the gateway.
+PATH=$bin:$PATH start_gateway
+inspect=("${send[@]}" com.kivo.Inspect1 /com/kivo/Inspect1)
+follow() { # follow ROLE: notes its signals
+    (as "$1" stdbuf -oL gdbus monitor --address "$KIVO_BUS_ADDRESS" --dest com.kivo.Inspect1) >"$work/signals-$1" 2>&1 &
+    pids+=($!)
+}
+# The second one has surely looked when the first one sees the second of two results.
+follow outsider
+await "the outsider's monitor" test -s "$work/signals-outsider"
+follow asker
+await "the asker's monitor" test -s "$work/signals-asker"
+for role in asker both root; do
+    allowed "$role" "${inspect[@]}" com.kivo.Inspect1 Run ss clock ""
+    grep -q '^sstt "' "$work/last"
+    allowed "$role" "${inspect[@]}" org.freedesktop.DBus.ObjectManager GetManagedObjects
+done
+three_results() { [ "$(grep -c "ResultChanged ('clock'" "$work/signals-asker")" -ge 3 ]; }
+await "three results" three_results
+if grep -q "'clock'" "$work/signals-outsider"; then
+    echo "an outsider hears of results: $(cat "$work/signals-outsider")" >&2
+    exit 1
+fi
+for role in outsider owner server; do
+    refused "$role" "Call failed: Access denied" "${inspect[@]}" com.kivo.Inspect1 Run ss clock ""
+    refused "$role" "Call failed: Access denied" "${inspect[@]}" org.freedesktop.DBus.Properties GetAll s com.kivo.Inspect1
+done
+for role in outsider owner server asker both root; do
+    refused "$role" "Call failed: Access denied" "${send[@]}" org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus RequestName su com.kivo.Inspect1 0
+done
+
 # Around the server, and into it by other doors than its task.
 denied="Call failed: Access denied"
 # shellcheck disable=SC2086  # words

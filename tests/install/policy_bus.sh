@@ -42,6 +42,8 @@ start_bus() { # start_bus CONFIGURATION
 start_policy_bus() {
     sed -e "s/group=\"ominspect\"/group=\"games\"/; s/group=\"ominspect-owner\"/group=\"news\"/" \
         -e "s/user=\"ominspect\"/user=\"daemon\"/" "$work/prefix/share/dbus-1/system.d/com.kivo.proc.conf" >"$work/policy.conf"
+    sed -e "s/group=\"ominspect\"/group=\"games\"/; s/user=\"ominspect-gateway\"/user=\"bin\"/" \
+        "$work/prefix/share/dbus-1/system.d/com.kivo.Inspect1.conf" >"$work/typed.conf"
     cat >"$work/bus.conf" <<XML
 <!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -62,9 +64,20 @@ start_policy_bus() {
     <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
   </policy>
   <include>$work/policy.conf</include>
+  <include>$work/typed.conf</include>
 </busconfig>
 XML
     start_bus "$work/bus.conf"
+}
+
+start_gateway() { # with its typed interface only
+    mkdir -m 777 "$work/gateway"
+    cat >"$work/gateway/gateway.xml" <<'XML'
+<Gateway refresh="1"><History enabled="false"/><Http enabled="false"/><Collection enabled="false"/></Gateway>
+XML
+    (as gateway ominspect-gateway --config "$work/gateway/gateway.xml") >"$work/gateway.out" 2>&1 &
+    pids+=($!)
+    await "the gateway" grep -q 'dbus is ok' "$work/gateway.out"
 }
 
 as() { # as ROLE COMMAND...
@@ -73,6 +86,7 @@ as() { # as ROLE COMMAND...
     [ "$(id -u)" -eq 0 ] || exec "$@"
     case $role in
         server) exec setpriv --reuid daemon --regid daemon --clear-groups -- "$@" ;;
+        gateway) exec setpriv --reuid bin --regid games --clear-groups -- "$@" ;;
         asker) exec setpriv --reuid games --regid games --clear-groups -- "$@" ;;
         owner) exec setpriv --reuid news --regid news --clear-groups -- "$@" ;;
         both) exec setpriv --reuid lp --regid lp --groups games,news -- "$@" ;;

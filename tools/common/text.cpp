@@ -51,6 +51,28 @@ void Walk(std::string_view text, Take take) {
     }
 }
 
+// The text with `put` in place of every part beyond ASCII, and of DEL. What is before it is taken over at once: most
+// texts hold nothing else.
+template <typename Put>
+std::string Rewritten(std::string_view text, Put put) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        std::size_t size = 0;
+        while (size < text.size() && static_cast<unsigned char>(text[size]) < 0x7F) {
+            ++size;
+        }
+        out += text.substr(0, size);
+        text.remove_prefix(size);
+        if (!text.empty()) {
+            const Part part = FirstPart(text);
+            put(out, part);
+            text.remove_prefix(part.bytes.size());
+        }
+    }
+    return out;
+}
+
 // The longest beginning of whole parts whose costs do not exceed `room` together.
 template <typename Cost>
 std::string_view Beginning(std::string_view text, std::size_t room, Cost cost) {
@@ -88,9 +110,8 @@ bool IsPlain(std::string_view text) {
 }
 
 std::string ToUtf8(std::string_view text) {
-    std::string out;
-    Walk(text, [&](const Part& part) { out += part.IsStray() ? "\xEF\xBF\xBD" : part.bytes; });
-    return out;
+    return Rewritten(text,
+                     [](std::string& out, const Part& part) { out += part.IsStray() ? "\xEF\xBF\xBD" : part.bytes; });
 }
 
 std::string Escaped(std::string_view text) {
@@ -110,15 +131,13 @@ std::string Escaped(std::string_view text) {
 }
 
 std::string EscapedJson(std::string_view json) {
-    std::string out;
-    Walk(json, [&](const Part& part) {
-        if (part.codePoint >= 0x7F && part.IsControl()) {
+    return Rewritten(json, [](std::string& out, const Part& part) {
+        if (part.IsControl()) {
             out += part.Formatted("\\u%04x");
         } else {
             out += part.bytes;
         }
     });
-    return out;
 }
 
 std::string OneLine(std::string_view text) {

@@ -31,6 +31,7 @@ TEST(GatewaySettings, AnEmptyFileMeansTheBuiltInSettings) {
     EXPECT_EQ(settings->http.tcp[0].port, 8642);
     EXPECT_EQ(settings->http.tokens, "/etc/ominspect/gateway.tokens");
     EXPECT_TRUE(settings->collection.isOn);
+    EXPECT_TRUE(settings->dbus.isOn);
 }
 
 TEST(GatewaySettings, AreReadWhole) {
@@ -44,11 +45,13 @@ TEST(GatewaySettings, AreReadWhole) {
         <Host name="room.example"/>
     </Http>
     <Collection enabled="false" folder="/f" config="/i.xml"/>
+    <DBus enabled="false"/>
 </Gateway>)");
     ASSERT_TRUE(settings) << settings.Failure().text;
     EXPECT_EQ(settings->process, "ic-room");
     EXPECT_EQ(settings->refresh.count(), 3);
     EXPECT_FALSE(settings->history.isOn);
+    EXPECT_FALSE(settings->dbus.isOn);
     EXPECT_EQ(settings->history.path, "/h.db");
     EXPECT_EQ(settings->history.days, 7U);
     EXPECT_EQ(settings->history.megabytes, 8U);
