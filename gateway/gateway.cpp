@@ -17,6 +17,7 @@
 #include "common/text.h"
 #include "history/writer.h"
 #include "http/part.h"
+#include "metrics/metrics.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -39,9 +40,13 @@ public:
           feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
           hub_(feed_.ToldSeq(), [this](std::uint64_t after, std::size_t limit) { return Missed(after, limit); }),
           watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_),
-          operations_(link_, runs_, feed_) {
+          operations_(link_, runs_, feed_),
+          metrics_(MakeMetrics()) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
+        if (metrics_) {
+            feed_.Subscribe([this](const Event& event) { metrics_->Apply(event); });
+        }
     }
 
     std::optional<Error> Serve(EndSignals& signals) {
@@ -83,6 +88,15 @@ private:
         return std::make_unique<Writer>(std::move(writer), parts_, [this](Event gap) { feed_.Post(std::move(gap)); });
     }
 
+    std::unique_ptr<Metrics> MakeMetrics() {
+        parts_.Set("metrics", settings_.metrics.isOn ? PartState::kOk : PartState::kOff);
+        if (!settings_.metrics.isOn) {
+            return nullptr;
+        }
+        return std::make_unique<Metrics>(
+            Metrics::Context{picture_, parts_, OMINSPECT_VERSION, [this] { return CountedFigures(); }});
+    }
+
     std::optional<Error> BeginHttp() {
         if (settings_.collection.isOn) {
             std::error_code error;
@@ -95,9 +109,17 @@ private:
             return std::nullopt;
         }
         const std::string historyPath = settings_.history.isOn ? settings_.history.path : "";
-        auto http = HttpPart::Begin(
-            settings_.http,
-            {picture_, parts_, hub_, operations_, collection_.get(), historyPath, {}, [this] { return Figures(); }});
+        auto http = HttpPart::Begin(settings_.http,
+                                    {picture_,
+                                     parts_,
+                                     hub_,
+                                     operations_,
+                                     collection_.get(),
+                                     metrics_.get(),
+                                     historyPath,
+                                     {},
+                                     [this] { return Figures(); }},
+                                    connections_);
         if (!http) {
             return http.Failure();
         }
@@ -112,6 +134,19 @@ private:
         figures.Number("lostEvents", feed_.LostEvents()).Number("lastEvent", feed_.ToldSeq());
         if (writer_) {
             figures.Number("historyBytes", writer_->Bytes()).Number("eventsNotKept", writer_->LostEvents());
+        }
+        return figures;
+    }
+
+    GatewayFigures CountedFigures() const {
+        GatewayFigures figures;
+        figures.lostEvents = feed_.LostEvents();
+        figures.listeners = hub_.Count();
+        figures.droppedListeners = hub_.Dropped();
+        figures.connections = connections_;
+        if (writer_) {
+            figures.historyBytes = writer_->Bytes();
+            figures.eventsNotKept = writer_->LostEvents();
         }
         return figures;
     }
@@ -169,6 +204,9 @@ private:
             feed_.Wake();
             if (++seconds % kTickSeconds == 0) {
                 hub_.Tick();
+                if (metrics_) {
+                    metrics_->Tidy(Metrics::Clock::now());
+                }
             }
         }
     }
@@ -184,6 +222,8 @@ private:
     Hub hub_;
     Watcher watcher_;
     Operations operations_;
+    std::unique_ptr<Metrics> metrics_;
+    std::atomic<std::size_t> connections_{0};
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;
 };

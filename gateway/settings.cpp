@@ -116,6 +116,13 @@ CollectionSettings ReadCollection(const Element& element) {
     return collection;
 }
 
+MetricsSettings ReadMetrics(const Element& element) {
+    static constexpr std::array<std::string_view, 1> kKnown{"enabled"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    RefuseChildren(element);
+    return {ReadBool(attributes, "enabled", true)};
+}
+
 Settings ReadGateway(const Element& element) {
     static constexpr std::array<std::string_view, 2> kKnown{"process", "refresh"};
     const Attributes attributes = ReadAttributes(element, kKnown);
@@ -142,6 +149,8 @@ Settings ReadGateway(const Element& element) {
             settings.http = ReadHttp(*child);
         } else if (name == "Collection") {
             settings.collection = ReadCollection(*child);
+        } else if (name == "Metrics") {
+            settings.metrics = ReadMetrics(*child);
         } else {
             throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Gateway"};
         }

@@ -9,6 +9,7 @@
 //       </Http>
 //       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"
 //       config="/etc/ominspect/inspect_config.xml"/>
+//       <Metrics enabled="true"/>
 //   </Gateway>
 //
 // process: the name on the bus, which begins with "ic-"; refresh: seconds between two looks for items and owners.
@@ -55,12 +56,17 @@ struct CollectionSettings {
     std::string config;  // whose entries are collected; empty: the server's
 };
 
+struct MetricsSettings {
+    bool isOn = true;
+};
+
 struct Settings {
     std::string process = "ic-gateway";
     std::chrono::seconds refresh{15};
     HistorySettings history;
     HttpSettings http;
     CollectionSettings collection;
+    MetricsSettings metrics;
 };
 
 // Parses a configuration text. The error of a mistake is "line N: what is wrong".

@@ -1,0 +1,123 @@
+// The gateway's metrics: judged by promtool, and scraped by a real Prometheus.
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import { after, before, test } from 'node:test';
+import { Contract } from './contract.mjs';
+import { ACT, LOOK, Terminal, eventually } from './system.mjs';
+
+const terminal = new Terminal();
+let contract;
+let prometheus;
+
+// Every response is held against the description.
+async function ask(method, options) {
+    const response = await terminal.ask(method, '/metrics', options);
+    contract.check(method, '/metrics', response);
+    return response;
+}
+
+async function metrics() {
+    const response = await ask('GET', { token: LOOK });
+    assert.equal(response.status, 200);
+    return response.text;
+}
+
+// Runs the item until its end.
+async function run(item) {
+    await terminal.outcome(await terminal.ask('POST', `/api/v1/items/${item}/run`));
+}
+
+function check(program, words, input) {
+    const { status, stdout, stderr } = spawnSync(program, words, { input, encoding: 'utf8' });
+    assert.equal(status, 0, stdout + stderr);
+    assert.equal(stderr, '');
+}
+
+// The values of a query, by the labels that are asked for.
+async function query(text, ...labels) {
+    const response = await fetch(`${prometheus}/api/v1/query?query=${encodeURIComponent(text)}`);
+    const { data } = await response.json();
+    return Object.fromEntries(data.result.map(({ metric, value }) => [labels.map((label) => metric[label]).join(' '), Number(value[1])]));
+}
+
+before(async () => {
+    await terminal.startAll();
+    contract = new Contract((await terminal.ask('GET', '/api/v1/openapi.json', { token: null })).json);
+});
+after(() => terminal.close());
+
+test('a token that may look sees them, nobody else', async () => {
+    const response = await ask('GET', { token: LOOK });
+    assert.equal(response.status, 200);
+    assert.equal(response.type, 'text/plain; version=0.0.4; charset=utf-8');
+    assert.equal((await ask('GET', { token: ACT })).status, 200);
+    assert.equal((await ask('GET', { token: null })).status, 401);
+    assert.equal((await ask('GET', { token: 'x'.repeat(30) })).status, 401);
+    assert.equal((await ask('GET', { token: null, unix: true })).status, 200);
+    assert.equal((await ask('POST', { token: ACT })).status, 405);
+});
+
+test('promtool has nothing to say against them', async () => {
+    await run('always_ok');
+    await run('always_critical');
+    check('promtool', ['check', 'metrics'], await metrics());
+});
+
+test('they follow what happens', async () => {
+    const text = await metrics();
+    const runs = /^ominspect_item_runs_total\{item="always_ok",status="success"\} (\d+)$/m.exec(text);
+    await run('always_ok');
+    const line = `ominspect_item_runs_total{item="always_ok",status="success"} ${Number(runs[1]) + 1}\n`;
+    await eventually(line, async () => (await metrics()).includes(line));
+    const stream = terminal.listen();
+    await stream.next('hello');
+    await eventually('a listener', async () => (await metrics()).includes('\nominspect_gateway_listeners 1\n'));
+    assert.match(await metrics(), /^ominspect_gateway_connections [2-9]$/m);
+    stream.request.destroy();
+});
+
+test('Prometheus scrapes them by its token, and answers with what happened', async () => {
+    fs.writeFileSync(`${terminal.folder}/prometheus.token`, LOOK, { mode: 0o600 });
+    fs.writeFileSync(
+        `${terminal.folder}/prometheus.yml`,
+        `global: { scrape_interval: 1s }
+scrape_configs:
+  - job_name: ominspect
+    authorization: { credentials_file: ${terminal.folder}/prometheus.token }
+    static_configs: [{ targets: ["127.0.0.1:${terminal.port}"] }]
+`,
+    );
+    const child = terminal.start(
+        'prometheus',
+        `--config.file=${terminal.folder}/prometheus.yml`,
+        `--storage.tsdb.path=${terminal.folder}/tsdb`,
+        '--web.listen-address=127.0.0.1:0',
+    );
+    prometheus = await eventually('Prometheus', () => {
+        if (child.exitCode !== null) throw new Error(child.said);
+        const address = /"Listening on" address=(\S+)/.exec(child.said);
+        return address && `http://${address[1]}`;
+    });
+    await eventually('a scrape', async () => (await query('up', 'job')).ominspect === 1);
+    assert.deepEqual(await query('ominspect_server_up', 'job'), { ominspect: 1 });
+    const statuses = await query('ominspect_item_last_status', 'item', 'status');
+    assert.equal(statuses['always_critical fail'], 1);
+    assert.equal(statuses['always_ok success'], 1);
+    const runs = async () => (await query('ominspect_item_runs_total{item="always_critical"}', 'status')).fail;
+    const count = await runs();
+    await run('always_critical');
+    await eventually('the run', async () => (await runs()) === count + 1);
+    const slow = 'histogram_quantile(1, sum by (le) (ominspect_item_run_duration_seconds_bucket{item="always_ok"}))';
+    assert.ok(Object.values(await query(slow))[0] <= 300);
+    await terminal.end(terminal.server, 'SIGKILL');
+    await eventually('the loss', async () => (await query('ominspect_server_up', 'job')).ominspect === 0);
+    await terminal.end(child);
+});
+
+test('they can be switched off', async () => {
+    await terminal.end(terminal.gateway);
+    await terminal.startGateway('', '<Metrics enabled="false"/>');
+    assert.equal((await ask('GET')).status, 503);
+    assert.equal((await terminal.ask('GET', '/healthz')).json.parts.metrics, 'off');
+});
