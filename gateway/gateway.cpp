@@ -18,6 +18,7 @@
 #include "history/writer.h"
 #include "http/part.h"
 #include "metrics/metrics.h"
+#include "metrics/perf_listener.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -39,9 +40,10 @@ public:
           writer_(MakeWriter()),
           feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
           hub_(feed_.ToldSeq(), [this](std::uint64_t after, std::size_t limit) { return Missed(after, limit); }),
-          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_),
-          operations_(link_, runs_, feed_),
-          metrics_(MakeMetrics()) {
+          metrics_(MakeMetrics()),
+          perfListener_(metrics_ ? std::make_unique<PerfListener>(*metrics_, parts_) : nullptr),
+          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_, perfListener_.get()),
+          operations_(link_, runs_, feed_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
         if (metrics_) {
@@ -220,9 +222,10 @@ private:
     std::unique_ptr<Writer> writer_;
     Feed feed_;
     Hub hub_;
+    std::unique_ptr<Metrics> metrics_;
+    std::unique_ptr<PerfListener> perfListener_;
     Watcher watcher_;
     Operations operations_;
-    std::unique_ptr<Metrics> metrics_;
     std::atomic<std::size_t> connections_{0};
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;

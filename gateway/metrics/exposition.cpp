@@ -81,12 +81,14 @@ void Exposition::Head(std::string_view suffix, std::initializer_list<Label> labe
     (text_ += family_) += suffix;
     char before = '{';
     for (const Label& label : labels) {
-        ((text_ += before) += label.name) += "=\"";
-        Escaped(label.value);
-        text_ += '"';
-        before = ',';
+        if (!label.value.empty()) {
+            ((text_ += before) += label.name) += "=\"";
+            Escaped(label.value);
+            text_ += '"';
+            before = ',';
+        }
     }
-    text_ += labels.size() > 0 ? "} " : " ";
+    text_ += before == ',' ? "} " : " ";
 }
 
 void Exposition::Sample(std::string_view suffix, std::initializer_list<Label> labels, double value) {

@@ -10,7 +10,7 @@ namespace ominspect::gateway {
 
 enum class MetricType { kCounter, kGauge, kHistogram };
 
-// A label: its name as it is, its value any bytes.
+// A label: its name as it is, its value any bytes. One without a value is the same as none, and left out.
 struct Label {
     std::string_view name;
     std::string_view value;

@@ -24,11 +24,19 @@ double SecondsOf(std::chrono::milliseconds duration) {
     return static_cast<double>(duration.count()) / 1000;
 }
 
+bool Owns(const State& state, const std::string& process, const std::string& item) {
+    const auto found = state.items.find(item);
+    return found != state.items.end() &&
+           std::any_of(found->second.owners.begin(), found->second.owners.end(),
+                       [&](const client::ItemOwner& owner) { return owner.process == process; });
+}
+
 }  // namespace
 
 void Metrics::Apply(const Event& event) {
     const std::lock_guard lock(mutex_);
     ++events_;
+    ++version_;
     if (event.kind != EventKind::kResult || !history::IsFinal(event.status) ||
         (runs_.size() >= kMostItems && !runs_.contains(event.item))) {
         return;
@@ -40,12 +48,37 @@ void Metrics::Apply(const Event& event) {
     }
 }
 
+void Metrics::TakePerfData(const std::string& process, const client::PerfData& perfData) {
+    bool isOwner = false;
+    context_.picture.Read([&](const State& state) { isOwner = Owns(state, process, perfData.item); });
+    const std::lock_guard lock(mutex_);
+    ++version_;
+    ++perfData_;
+    if (!isOwner || !perfValues_.Set(process, perfData)) {
+        ++refusedPerfData_;
+    }
+}
+
+void Metrics::ForgetFormerOwners() {
+    const std::lock_guard lock(mutex_);
+    context_.picture.Read([this](const State& state) {
+        perfValues_.Retain(
+            [&state](const std::string& process, const std::string& item) { return Owns(state, process, item); });
+    });
+    ++version_;
+}
+
+bool Metrics::IsFull() {
+    const std::lock_guard lock(mutex_);
+    return perfValues_.IsFull();
+}
+
 Metrics::Text Metrics::Document(Clock::time_point now) {
     const std::lock_guard lock(mutex_);
     const std::uint64_t version = context_.picture.Version();
-    if (!text_ || version != textVersion_ || events_ != textEvents_ || now - textTime_ >= kFresh) {
+    if (!text_ || version != textVersion_ || version_ != textOwnVersion_ || now - textTime_ >= kFresh) {
         textVersion_ = version;
-        textEvents_ = events_;
+        textOwnVersion_ = version_;
         textTime_ = now;
         text_ = std::make_shared<const std::string>(Print());
     }
@@ -65,6 +98,7 @@ std::string Metrics::Print() {
     Exposition out(kOwnBytes + runs_.size() * kItemBytes);
     context_.picture.Read([&](const State& state) { PrintItems(out, state); });
     PrintRuns(out);
+    perfValues_.Print(out);
     PrintGateway(out);
     return out.Take();
 }
@@ -79,7 +113,7 @@ void Metrics::PrintItems(Exposition& out, const State& state) {
               static_cast<double>(state.silent.size()));
 
     out.Family("ominspect_item_info", MetricType::kGauge,
-               "1 for each item; its level and mode are empty when it is not configured.");
+               "1 for each item; one that is not configured has no level and no mode.");
     for (const auto& [name, item] : state.items) {
         const auto& configuration = item.configuration;
         const std::string_view mode = !configuration ? "" : configuration->isSync ? "sync" : "async";
@@ -151,6 +185,10 @@ void Metrics::PrintGateway(Exposition& out) const {
     out.Counter("ominspect_gateway_events_total", "Events that the gateway told its parts.", events_);
     out.Counter("ominspect_gateway_events_lost_total", "Events that were more than the gateway could take.",
                 figures.lostEvents);
+    out.Counter("ominspect_gateway_perfdata_events_total", "Events with what an item measured.", perfData_);
+    out.Counter("ominspect_gateway_perfdata_refused_total",
+                "Of these, those that do not count: the process does not own the item, or there is no room.",
+                refusedPerfData_);
     out.Gauge("ominspect_gateway_listeners", "Listeners to the events.", static_cast<double>(figures.listeners));
     out.Counter("ominspect_gateway_listeners_dropped_total", "Listeners that were let go because they were too slow.",
                 figures.droppedListeners);

@@ -14,6 +14,7 @@
 
 #include "metrics/durations.h"
 #include "metrics/exposition.h"
+#include "metrics/perf_values.h"
 #include "metrics/status_words.h"
 #include "model/event.h"
 #include "model/parts.h"
@@ -48,6 +49,13 @@ public:
 
     void Apply(const Event& event);
 
+    // What a process says that an item has measured. It counts when the process owns the item.
+    void TakePerfData(const std::string& process, const client::PerfData& perfData);
+    // Lets go of what was measured by those who do not own the item any more.
+    void ForgetFormerOwners();
+    // Whether the items measure as much as can be shown.
+    bool IsFull();
+
     // The document, in the text format. It is made anew when something has happened, and each second.
     Text Document(Clock::time_point now);
 
@@ -72,9 +80,13 @@ private:
     std::uint64_t events_ = 0;
     std::map<std::string, Runs> runs_;  // by item
     StatusWords words_;
+    PerfValues perfValues_;
+    std::uint64_t perfData_ = 0;  // that came
+    std::uint64_t refusedPerfData_ = 0;
+    std::uint64_t version_ = 0;  // rises with every change of what is here
     Text text_;
     std::uint64_t textVersion_ = 0;  // of the picture
-    std::uint64_t textEvents_ = 0;
+    std::uint64_t textOwnVersion_ = 0;
     Clock::time_point textTime_;
 };
 

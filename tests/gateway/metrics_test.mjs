@@ -77,6 +77,59 @@ test('they follow what happens', async () => {
     stream.request.destroy();
 });
 
+test('what a plugin measures is shown, in base units', async () => {
+    const argument = "fine | 'a b'=12.5ms;100;200 used=3MB;;;0;10 load=42%;~:80 hits=7c power=5W;;;;";
+    await terminal.outcome(await terminal.ask('POST', '/api/v1/items/say_argument/run', { body: { argument } }));
+    // The owner tells its values and the server its result, each by a way of its own.
+    await eventually('the values', async () => (await metrics()).includes('unit="W"'));
+    const text = await metrics();
+    for (const line of [
+        'seconds{item="say_argument",label="a b"} 0.0125',
+        'limit_seconds{item="say_argument",label="a b",limit="crit_upper"} 0.2',
+        'bytes{item="say_argument",label="used"} 3145728',
+        'limit_bytes{item="say_argument",label="used",limit="max"} 10485760',
+        'ratio{item="say_argument",label="load"} 0.42',
+        'limit_ratio{item="say_argument",label="load",limit="warn_upper"} 0.8',
+        'total{item="say_argument",label="hits"} 7',
+        'value{item="say_argument",label="power",unit="W"} 5',
+    ]) {
+        assert.ok(text.includes(`\nominspect_perfdata_${line}\n`), `${line}\n${text}`);
+    }
+    check('promtool', ['check', 'metrics'], text);
+    assert.equal((await terminal.ask('GET', '/api/v1/items/say_argument')).json.lastResult.text, 'fine', 'no text holds it');
+});
+
+test('what others say of an item is not believed', async () => {
+    // The event as the owner sends it, by a connection that is not the owner.
+    const event = Buffer.alloc(40 + 168);
+    event.write('say_argument', 0);
+    event.writeUInt32LE(1, 32);
+    event.write('forged', 40);
+    event.writeDoubleLE(1, 40 + 144);
+    const address = `--address=${terminal.environment.KIVO_BUS_ADDRESS}`;
+    const signal = ['emit', '/com/kivo/task/owner_5fitems', 'com.kivo.Msg', 'Event', 'uay', String(0x300001), String(event.length)];
+    check('busctl', [address, ...signal, ...[...event].map(String)]);
+    await terminal.outcome(await terminal.ask('POST', '/api/v1/items/always_ok/run'));
+    assert.ok(!(await metrics()).includes('forged'));
+    assert.match(await metrics(), /^ominspect_perfdata_value\{item="say_argument",label="power",unit="W"\} 5$/m);
+});
+
+test('what is not measured any more is not shown', async () => {
+    await terminal.outcome(await terminal.ask('POST', '/api/v1/items/say_argument/run', { body: { argument: 'fine' } }));
+    const isShown = async () => (await metrics()).includes('ominspect_perfdata_value{');
+    await eventually('nothing', async () => !(await isShown()));
+    await terminal.outcome(await terminal.ask('POST', '/api/v1/items/say_argument/run', { body: { argument: 'fine | a=1' } }));
+    await eventually('a value', isShown);
+    await terminal.end(terminal.owner);
+    await eventually('the end of its values', async () => !(await isShown()));
+    terminal.startOwner(`${terminal.source}/tests/integration/owner.xml`, 'say_argument');
+    const value = async () => {
+        await terminal.outcome(await terminal.ask('POST', '/api/v1/items/say_argument/run', { body: { argument: 'fine | a=2' } }));
+        return (await metrics()).includes('\nominspect_perfdata_value{item="say_argument",label="a"} 2\n');
+    };
+    await eventually('those of the owner that came back', value);
+});
+
 test('Prometheus scrapes them by its token, and answers with what happened', async () => {
     fs.writeFileSync(`${terminal.folder}/prometheus.token`, LOOK, { mode: 0o600 });
     fs.writeFileSync(
@@ -108,6 +161,7 @@ scrape_configs:
     const count = await runs();
     await run('always_critical');
     await eventually('the run', async () => (await runs()) === count + 1);
+    assert.deepEqual(await query('ominspect_perfdata_value', 'item', 'label'), { 'say_argument a': 2 });
     const slow = 'histogram_quantile(1, sum by (le) (ominspect_item_run_duration_seconds_bucket{item="always_ok"}))';
     assert.ok(Object.values(await query(slow))[0] <= 300);
     await terminal.end(terminal.server, 'SIGKILL');

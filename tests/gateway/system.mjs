@@ -25,6 +25,7 @@ export class Terminal {
     constructor() {
         this.folder = fs.mkdtempSync(path.join(os.tmpdir(), 'ominspect-gateway-test-'));
         this.processes = [];
+        this.source = source;
         this.environment = {
             ...process.env,
             KIVO_BUS_ADDRESS: `unix:path=${this.folder}/bus`,

@@ -97,5 +97,12 @@ denied="Call failed: Access denied"
     done
     refused asker "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/task/inside_5fcheck $task 4 0 "" "" 0
     refused outsider "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/inspect org.freedesktop.DBus.Properties Get ss com.kivo.Inspect.Owner Items
-    refused owner "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    # Owners tell those who may ask what their items measure, and nobody else.
+    for role in outsider owner; do
+        refused "$role" "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/process com.kivo.Msg.Publisher Subscribe
+        refused "$role" "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    done
+    for role in asker both root; do
+        allowed "$role" "${send[@]}" com.kivo.proc.sysowner /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    done
 }

@@ -4,20 +4,18 @@
 #include <utility>
 
 #include "items/mapping.h"
+#include "items/perfdata.h"
 
 namespace ominspect::items {
 namespace {
 
 constexpr std::string_view kEnding = "the owner is ending";
 
-tagKivoOmInspectionResult ResultOf(const ItemConfig& item, const CommandOutcome& outcome) {
-    return MakeResult(item.name, item.argv[0], item.limit, outcome);
-}
-
 }  // namespace
 
-ItemTable::ItemTable(const OwnerConfig& config, Report report, const Times& times)
+ItemTable::ItemTable(const OwnerConfig& config, Report report, Publish publish, const Times& times)
     : report_(std::move(report)),
+      publish_(std::move(publish)),
       times_(times),
       runner_({.maxParallel = config.maxParallel, .termGrace = times.termGrace}) {
     for (const ItemConfig& item : config.items) {
@@ -52,6 +50,19 @@ CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argumen
             .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle};
 }
 
+tagKivoOmInspectionResult ItemTable::TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome) {
+    const auto values = MeasuredBy(outcome);
+    bool isTold = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isTold = values.empty() ? measuring_.erase(&item) > 0 : (measuring_.insert(&item), true);
+    }
+    if (isTold) {
+        publish_(item.name, values);
+    }
+    return MakeResult(item.name, item.argv[0], item.limit, outcome);
+}
+
 void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result) {
     const std::lock_guard lock(mutex_);
     const auto found = running_.find(&item);
@@ -69,7 +80,7 @@ void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tag
         SetResult(result, "fail", kEnding);
         return;
     }
-    result = ResultOf(item, *outcome);
+    result = TakeOutcome(item, *outcome);
 }
 
 void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
@@ -80,7 +91,7 @@ void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, ta
                 const std::lock_guard guard(mutex_);
                 running_.erase(&item);
             }
-            report_(ResultOf(item, outcome));
+            report_(TakeOutcome(item, outcome));
         });
         if (id == 0) {
             SetResult(result, "fail", kEnding);

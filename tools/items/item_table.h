@@ -5,11 +5,14 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "items/config.h"
 #include "items/runner.h"
+#include "ominspect/client/types.h"
 #include "ominspect/records.h"
 
 namespace ominspect::items {
@@ -23,6 +26,10 @@ public:
     // Takes the result of a run that was answered with "running". Called on the runner's thread.
     using Report = std::function<void(const tagKivoOmInspectionResult&)>;
 
+    // Takes what a run has measured, before its result is answered or reported: on the thread of either. Nothing comes
+    // for an item that measures nothing, but for the first run after one that did.
+    using Publish = std::function<void(const std::string& item, const std::vector<client::PerfValue>& values)>;
+
     struct Times {
         std::chrono::milliseconds termGrace{2000};
         // A report that comes before the server has handled the answer "running" is overwritten by that answer. So no
@@ -31,8 +38,9 @@ public:
     };
 
     // `config` must outlive the table. Throws as CommandRunner does.
-    ItemTable(const OwnerConfig& config, Report report, const Times& times);
-    ItemTable(const OwnerConfig& config, Report report) : ItemTable(config, std::move(report), Times()) {}
+    ItemTable(const OwnerConfig& config, Report report, Publish publish, const Times& times);
+    ItemTable(const OwnerConfig& config, Report report, Publish publish)
+        : ItemTable(config, std::move(report), std::move(publish), Times()) {}
 
     // Answers a request in `result`, whose name is set already; false for an item that is not in the table.
     // "stop" ends the item's run: "success" with "stopping", or "fail" with "not running". Anything else is the
@@ -45,14 +53,17 @@ public:
 
 private:
     CommandSpec SpecOf(const ItemConfig& item, const std::string& argument) const;
+    tagKivoOmInspectionResult TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome);
     void HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result);
     void RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
     void RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     std::map<std::string, const ItemConfig*, std::less<>> items_;
     const Report report_;
+    const Publish publish_;
     const Times times_;
-    std::mutex mutex_;  // guards running_
+    std::mutex mutex_;                       // guards running_ and measuring_
+    std::set<const ItemConfig*> measuring_;  // whose last run has measured something
     std::map<const ItemConfig*, CommandRunner::Id> running_;
     CommandRunner runner_;  // last: its thread uses the rest
 };

@@ -30,6 +30,8 @@ TEST(Exposition, AFamilyIsItsHelpItsTypeAndItsSamples) {
     out.Sample("_sum", {}, 0.25);
     out.Gauge("up", "Whether.", 1);
     out.Counter("lost_total", "Lost.", 7);
+    out.Sample({{"a", ""}, {"b", "x"}, {"c", ""}}, std::uint64_t{9});
+    out.Sample({{"a", ""}}, std::uint64_t{10});
     EXPECT_EQ(out.Take(),
               "# HELP runs_total All runs.\n"
               "# TYPE runs_total counter\n"
@@ -44,11 +46,12 @@ TEST(Exposition, AFamilyIsItsHelpItsTypeAndItsSamples) {
               "up 1\n"
               "# HELP lost_total Lost.\n"
               "# TYPE lost_total counter\n"
-              "lost_total 7\n");
+              "lost_total 7\n"
+              "lost_total{b=\"x\"} 9\n"
+              "lost_total 10\n");
 }
 
 TEST(Exposition, LabelsAreEscapedAndValidUtf8) {
-    EXPECT_EQ(LabelOf(""), "");
     EXPECT_EQ(LabelOf("plain {name=1} #x"), "plain {name=1} #x");
     EXPECT_EQ(LabelOf("a\"b"), "a\\\"b");
     EXPECT_EQ(LabelOf("a\\b"), "a\\\\b");

@@ -82,7 +82,7 @@ TEST_F(MetricsTest, ItemsAreShownWithStateAndLastResult) {
     EXPECT_TRUE(Has("ominspect_configured_items 5"));
     EXPECT_TRUE(Has("ominspect_silent_processes 1"));
     EXPECT_TRUE(Has(R"(ominspect_item_info{item="disk",level="error",mode="sync"} 1)"));
-    EXPECT_TRUE(Has(R"(ominspect_item_info{item="own",level="",mode=""} 1)"));
+    EXPECT_TRUE(Has(R"(ominspect_item_info{item="own"} 1)"));
     EXPECT_TRUE(Has(R"(ominspect_item_owners{item="disk"} 0)"));
     EXPECT_TRUE(Has(R"(ominspect_item_owners{item="own"} 1)"));
     EXPECT_TRUE(Has(R"(ominspect_item_state{item="disk",state="unknown"} 1)"));
@@ -139,6 +139,53 @@ TEST_F(MetricsTest, ItemsDoNotGrowWithoutBound) {
     TellResult("item0", "success");
     EXPECT_EQ(Count("ominspect_item_runs_total{"), 4096);
     EXPECT_TRUE(Has(R"(ominspect_item_runs_total{item="item0",status="success"} 2)"));
+}
+
+TEST_F(MetricsTest, OnlyAnOwnerIsBelievedWhatAnItemMeasures) {
+    client::Inventory inventory{{}, 0, {}};
+    inventory.items.push_back({"disk", std::nullopt, {{"owner", 0ms, true}, {"second", 0ms, true}}});
+    inventory.items.push_back({"load", std::nullopt, {{"other", 0ms, true}}});
+    picture.SetInventory(inventory);
+    metrics.TakePerfData("owner", {"disk", {{"used", 7, "B", "", "", {}, {}}}});
+    EXPECT_TRUE(Has(R"(ominspect_perfdata_bytes{item="disk",label="used"} 7)"));
+    metrics.TakePerfData("other", {"disk", {{"used", 8, "B", "", "", {}, {}}}});
+    metrics.TakePerfData("owner", {"load", {{"load1", 1, "", "", "", {}, {}}}});
+    metrics.TakePerfData("owner", {"absent", {{"x", 1, "", "", "", {}, {}}}});
+    EXPECT_TRUE(Has(R"(ominspect_perfdata_bytes{item="disk",label="used"} 7)"));
+    EXPECT_EQ(Count("ominspect_perfdata_value{"), 0);
+    EXPECT_TRUE(Has("ominspect_gateway_perfdata_events_total 4"));
+    EXPECT_TRUE(Has("ominspect_gateway_perfdata_refused_total 3"));
+
+    inventory.items[0].owners.erase(inventory.items[0].owners.begin());
+    picture.SetInventory(inventory);
+    metrics.ForgetFormerOwners();
+    EXPECT_EQ(Count("ominspect_perfdata_bytes{"), 0) << "the process does not own it any more";
+    metrics.TakePerfData("second", {"disk", {{"used", 9, "B", "", "", {}, {}}}});
+    metrics.ForgetFormerOwners();
+    EXPECT_TRUE(Has(R"(ominspect_perfdata_bytes{item="disk",label="used"} 9)"));
+}
+
+TEST_F(MetricsTest, MoreValuesThanCanBeShownAreRefused) {
+    client::Inventory inventory{{}, 0, {}};
+    client::PerfData data{"", {}};
+    for (int i = 0; i < 64; ++i) {
+        data.values.push_back({"v" + std::to_string(i), 1, "", "", "", {}, {}});
+    }
+    for (int i = 0; i < 65; ++i) {
+        inventory.items.push_back({"item" + std::to_string(i), std::nullopt, {{"owner", 0ms, true}}});
+    }
+    picture.SetInventory(inventory);
+    for (int i = 0; i < 65; ++i) {
+        EXPECT_EQ(metrics.IsFull(), i >= 64) << i;
+        data.item = "item" + std::to_string(i);
+        metrics.TakePerfData("owner", data);
+    }
+    EXPECT_EQ(Count("ominspect_perfdata_value{"), 4096);
+    EXPECT_TRUE(Has("ominspect_gateway_perfdata_refused_total 1"));
+    metrics.TakePerfData("owner", {"item0", {}});
+    EXPECT_FALSE(metrics.IsFull());
+    metrics.TakePerfData("owner", data);
+    EXPECT_TRUE(Has("ominspect_gateway_perfdata_refused_total 1"));
 }
 
 TEST_F(MetricsTest, TheGatewayShowsItself) {
