@@ -51,7 +51,7 @@ ARM64_BUILD_PACKAGES=(
     libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
 )
 # What the demo's checks are, and what looks into its package.
-DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
+DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 

@@ -7,6 +7,7 @@ import { Contract } from './contract.mjs';
 import { ACT, LOOK, Terminal, eventually } from './system.mjs';
 
 const terminal = new Terminal();
+const shipped = `${terminal.source}/packaging/prometheus`;
 let contract;
 let prometheus;
 
@@ -164,9 +165,71 @@ scrape_configs:
     assert.deepEqual(await query('ominspect_perfdata_value', 'item', 'label'), { 'say_argument a': 2 });
     const slow = 'histogram_quantile(1, sum by (le) (ominspect_item_run_duration_seconds_bucket{item="always_ok"}))';
     assert.ok(Object.values(await query(slow))[0] <= 300);
+});
+
+// The metrics that a query names, without the texts in it.
+function namesIn(expression) {
+    return expression.replace(/"[^"]*"/g, '""').match(/\b(?:ominspect|process)_[a-z_]+/g) ?? [];
+}
+
+// Every name that a query may use: those of the families, and of a histogram's samples.
+async function names() {
+    const all = new Set();
+    for (const [, name, type] of (await metrics()).matchAll(/^# TYPE (\S+) (\S+)$/gm)) {
+        for (const suffix of type === 'histogram' ? ['_bucket', '_sum', '_count'] : ['']) all.add(name + suffix);
+    }
+    return all;
+}
+
+test('the alerts come when they must, and name what there is', async () => {
+    const rules = `${shipped}/ominspect.rules.yml`;
+    check('promtool', ['check', 'rules', rules]);
+    check('promtool', ['test', 'rules', `${terminal.source}/tests/gateway/alerts_test.yml`]);
+    check('promtool', ['check', 'config', '--syntax-only', `${shipped}/prometheus.yml`]);
+    const all = await names();
+    const expressions = [...fs.readFileSync(rules, 'utf8').matchAll(/^ +expr: (.*)$/gm)].map(([, text]) => text);
+    assert.equal(expressions.length, 11);
+    for (const text of expressions) for (const name of namesIn(text)) assert.ok(all.has(name), `${name} in ${text}`);
+    const tested = fs.readFileSync(`${terminal.source}/tests/gateway/alerts_test.yml`, 'utf8');
+    for (const [, alert] of fs.readFileSync(rules, 'utf8').matchAll(/- alert: (\w+)/g)) {
+        assert.ok(tested.includes(`alertname: ${alert}\n`), `${alert} is not tested`);
+    }
+});
+
+test('the dashboard is whole, and each of its queries is one', async () => {
+    const dashboard = JSON.parse(fs.readFileSync(`${shipped}/grafana-dashboard.json`, 'utf8'));
+    const variables = dashboard.templating.list.map(({ name }) => name);
+    assert.deepEqual([dashboard.uid, dashboard.schemaVersion, variables], ['ominspect', 37, ['datasource', 'instance', 'item']]);
+    assert.equal(new Set(dashboard.panels.map(({ id }) => id)).size, dashboard.panels.length);
+    const taken = new Set();
+    const all = await names();
+    for (const panel of dashboard.panels) {
+        assert.ok(['stat', 'table', 'timeseries'].includes(panel.type) && panel.title && panel.targets.length > 0, panel.title);
+        const { x, y, w, h } = panel.gridPos;
+        assert.ok(x >= 0 && w > 0 && x + w <= 24 && h > 0, panel.title);
+        for (let place = 0; place < w * h; ++place) {
+            const at = `${x + (place % w)} ${y + Math.floor(place / w)}`;
+            assert.ok(!taken.has(at), `${panel.title} covers another panel`);
+            taken.add(at);
+        }
+        for (const { expr, refId, datasource } of panel.targets) {
+            assert.ok(refId && datasource.type === 'prometheus' && datasource.uid === '${datasource}', expr);
+            assert.ok(namesIn(expr).length > 0, expr);
+            for (const name of namesIn(expr)) assert.ok(all.has(name), `${name} in ${expr}`);
+            const text = expr.replaceAll('$__rate_interval', '1m').replaceAll('$instance', '.*').replaceAll('$item', '.*');
+            assert.ok(!text.includes('$'), expr);
+            const answer = await (await fetch(`${prometheus}/api/v1/query?query=${encodeURIComponent(text)}`)).json();
+            assert.equal(answer.status, 'success', `${expr}: ${answer.error}`);
+        }
+    }
+    for (const { query } of dashboard.templating.list.slice(1)) {
+        for (const name of namesIn(query.query)) assert.ok(all.has(name), query.query);
+    }
+});
+
+test('the loss of the server is scraped', async () => {
     await terminal.end(terminal.server, 'SIGKILL');
     await eventually('the loss', async () => (await query('ominspect_server_up', 'job')).ominspect === 0);
-    await terminal.end(child);
 });
 
 test('they can be switched off', async () => {

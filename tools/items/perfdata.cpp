@@ -50,14 +50,14 @@ std::optional<double> NumberOf(std::string_view text) {
 }
 
 std::string RangeOf(std::string_view text) {
-    const bool isRange =
-        text.size() < OM_INSPECT_PERF_RANGE_SIZE && text.find_first_not_of("0123456789.-+~@:eE") == text.npos;
+    const bool isRange = text.size() < OM_INSPECT_PERF_RANGE_SIZE &&
+                         text.find_first_not_of("0123456789.-+~@:eE") == std::string_view::npos;
     return isRange ? std::string(text) : "";
 }
 
 bool IsUnit(std::string_view text) {
-    return text.size() < OM_INSPECT_PERF_UNIT_SIZE && text.find('\'') == text.npos && text::IsPlain(text) &&
-           std::none_of(text.begin(), text.end(), IsDigit);
+    return text.size() < OM_INSPECT_PERF_UNIT_SIZE && text.find('\'') == std::string_view::npos &&
+           text::IsPlain(text) && std::none_of(text.begin(), text.end(), IsDigit);
 }
 
 // Takes the label with its "=" off the beginning of the data; nothing for a bad one, of which some is taken.
@@ -67,7 +67,7 @@ std::optional<std::string> TakeLabel(std::string_view& data) {
         std::size_t at = 1;
         for (;; ++at) {
             const std::size_t quote = data.find('\'', at);
-            if (quote == data.npos) {
+            if (quote == std::string_view::npos) {
                 data = {};
                 return std::nullopt;
             }
@@ -83,7 +83,7 @@ std::optional<std::string> TakeLabel(std::string_view& data) {
         const std::size_t end = std::min(data.find('='), EndOfWord(data));
         label = data.substr(0, end);
         data.remove_prefix(end);
-        if (label.find('\'') != label.npos) {
+        if (label.find('\'') != std::string::npos) {
             return std::nullopt;
         }
     }
@@ -131,7 +131,7 @@ void SetField(char (&field)[size], const std::string& text) {
 std::string PerfDataOf(std::string_view output) {
     if (output.size() >= CommandOutput::kMaxOutput) {
         const std::size_t blank = output.find_last_of(kBlanks);
-        output = output.substr(0, blank == output.npos ? 0 : blank);
+        output = output.substr(0, blank == std::string_view::npos ? 0 : blank);
     }
     output.remove_prefix(std::min(output.find_first_not_of(kBlanks), output.size()));
     const std::string_view first = output.substr(0, output.find('\n'));
@@ -139,7 +139,7 @@ std::string PerfDataOf(std::string_view output) {
     std::string data;
     for (const std::string_view part : {first, output}) {
         const std::size_t bar = part.find('|');
-        if (bar != part.npos) {
+        if (bar != std::string_view::npos) {
             (data += part.substr(bar + 1)) += '\n';
         }
     }
