@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 
+#include <malloc.h>
 #include <poll.h>
 #include <systemd/sd-daemon.h>
 
@@ -31,6 +32,7 @@ namespace {
 
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
+constexpr int kLargeBytes = 64 * 1024;
 
 class Gateway {
 public:
@@ -236,6 +238,8 @@ private:
 std::optional<Error> Serve(const Settings& settings) {
     EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
+    // Large documents go back to the system as soon as they are sent.
+    (void)mallopt(M_MMAP_THRESHOLD, kLargeBytes);
     Gateway gateway(settings);
     return gateway.Serve(signals);
 }

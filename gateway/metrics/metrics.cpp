@@ -13,7 +13,6 @@ namespace {
 // As many as the picture shows.
 constexpr std::size_t kMostItems = 4096;
 constexpr std::chrono::seconds kFresh{1};
-constexpr std::chrono::seconds kWanted{10};
 
 double SecondsOf(TimePoint time) {
     return std::chrono::duration<double>(std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()))
@@ -76,18 +75,24 @@ bool Metrics::IsFull() {
 Metrics::Text Metrics::Document(Clock::time_point now) {
     const std::lock_guard lock(mutex_);
     const std::uint64_t version = context_.picture.Version();
-    if (!text_ || version != textVersion_ || version_ != textOwnVersion_ || now - textTime_ >= kFresh) {
+    Text text = text_ ? text_ : lent_.lock();
+    if (!text || version != textVersion_ || version_ != textOwnVersion_ || now - textTime_ >= kFresh) {
+        text_.reset();
+        text.reset();
         textVersion_ = version;
         textOwnVersion_ = version_;
         textTime_ = now;
-        text_ = std::make_shared<const std::string>(Print());
+        text = std::make_shared<const std::string>(Print());
     }
-    return text_;
+    text_ = asked_ && now - *asked_ < kFresh ? text : nullptr;
+    lent_ = text;
+    asked_ = now;
+    return text;
 }
 
 void Metrics::Tidy(Clock::time_point now) {
     const std::lock_guard lock(mutex_);
-    if (now - textTime_ >= kWanted) {
+    if (now - textTime_ >= kFresh) {
         text_.reset();
     }
 }

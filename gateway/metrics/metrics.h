@@ -56,7 +56,8 @@ public:
     // Whether the items measure as much as can be shown.
     bool IsFull();
 
-    // The document, in the text format. It is made anew when something has happened, and each second.
+    // The document, in the text format. It is made anew when something has happened, and each second; it stays in
+    // memory only while it is asked for again within that time.
     Text Document(Clock::time_point now);
 
     // Lets go of a document that nobody has asked for of late: it is large.
@@ -85,6 +86,8 @@ private:
     std::uint64_t refusedPerfData_ = 0;
     std::uint64_t version_ = 0;  // rises with every change of what is here
     Text text_;
+    std::weak_ptr<const std::string> lent_;
+    std::optional<Clock::time_point> asked_;
     std::uint64_t textVersion_ = 0;  // of the picture
     std::uint64_t textOwnVersion_ = 0;
     Clock::time_point textTime_;

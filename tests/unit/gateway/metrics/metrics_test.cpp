@@ -227,11 +227,20 @@ TEST_F(MetricsTest, ADocumentIsMadeAnewWhenSomethingHappenedAndEachSecond) {
     EXPECT_NE(metrics.Document(now + 1s), third);
 }
 
-TEST_F(MetricsTest, ADocumentThatNobodyAsksForIsLetGo) {
-    const std::weak_ptr<const std::string> text = metrics.Document(now);
-    metrics.Tidy(now + 9s);
+TEST_F(MetricsTest, ADocumentThatIsAskedForNowAndThenDoesNotStay) {
+    std::weak_ptr<const std::string> text = metrics.Document(now);
+    EXPECT_TRUE(text.expired());
+    text = metrics.Document(now + 15s);
+    EXPECT_TRUE(text.expired());
+}
+
+TEST_F(MetricsTest, ADocumentThatIsAskedForAgainAndAgainStaysAsLongAsItIs) {
+    (void)metrics.Document(now);
+    const std::weak_ptr<const std::string> text = metrics.Document(now + 999ms);
+    EXPECT_EQ(metrics.Document(now + 1500ms), text.lock());
+    metrics.Tidy(now + 1998ms);
     EXPECT_FALSE(text.expired());
-    metrics.Tidy(now + 10s);
+    metrics.Tidy(now + 1999ms);
     EXPECT_TRUE(text.expired());
 }
 
