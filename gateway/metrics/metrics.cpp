@@ -36,6 +36,7 @@ void Metrics::Apply(const Event& event) {
     const std::lock_guard lock(mutex_);
     ++events_;
     ++version_;
+    gaps_ += event.kind == EventKind::kGap ? 1 : 0;
     if (event.kind != EventKind::kResult || !history::IsFinal(event.status) ||
         (runs_.size() >= kMostItems && !runs_.contains(event.item))) {
         return;
@@ -190,6 +191,8 @@ void Metrics::PrintGateway(Exposition& out) const {
     out.Counter("ominspect_gateway_events_total", "Events that the gateway told its parts.", events_);
     out.Counter("ominspect_gateway_events_lost_total", "Events that were more than the gateway could take.",
                 figures.lostEvents);
+    out.Counter("ominspect_gateway_gaps_total", "Times of which something is missing: the bus away, events lost.",
+                gaps_);
     out.Counter("ominspect_gateway_perfdata_events_total", "Events with what an item measured.", perfData_);
     out.Counter("ominspect_gateway_perfdata_refused_total",
                 "Of these, those that do not count: the process does not own the item, or there is no room.",

@@ -79,6 +79,7 @@ private:
 
     std::mutex mutex_;  // guards everything below; taken before the picture's
     std::uint64_t events_ = 0;
+    std::uint64_t gaps_ = 0;
     std::map<std::string, Runs> runs_;  // by item
     StatusWords words_;
     PerfValues perfValues_;

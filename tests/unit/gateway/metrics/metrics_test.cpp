@@ -197,12 +197,17 @@ TEST_F(MetricsTest, TheGatewayShowsItself) {
     EXPECT_TRUE(Has(R"(ominspect_gateway_part_state{part="http",state="ok"} 1)"));
     EXPECT_TRUE(Has(R"(ominspect_gateway_part_state{part="history",state="failed"} 1)"));
     EXPECT_TRUE(Has("ominspect_gateway_events_total 1"));
+    EXPECT_TRUE(Has("ominspect_gateway_gaps_total 0"));
     EXPECT_TRUE(Has("ominspect_gateway_events_lost_total 11"));
     EXPECT_TRUE(Has("ominspect_gateway_listeners 12"));
     EXPECT_TRUE(Has("ominspect_gateway_listeners_dropped_total 13"));
     EXPECT_TRUE(Has("ominspect_gateway_connections 14"));
     EXPECT_TRUE(Has("ominspect_gateway_history_bytes 15"));
     EXPECT_TRUE(Has("ominspect_gateway_events_not_kept_total 16"));
+    Event gap;
+    gap.kind = EventKind::kGap;
+    Tell(gap);
+    EXPECT_TRUE(Has("ominspect_gateway_gaps_total 1"));
     EXPECT_EQ(Count("process_resident_memory_bytes 0"), 0);
     EXPECT_EQ(Count("process_resident_memory_bytes "), 1);
     EXPECT_EQ(Count("process_cpu_seconds_total "), 1);
