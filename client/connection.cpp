@@ -15,6 +15,7 @@
 
 #include "failure.h"
 #include "ominspect/messages.h"
+#include "ominspect/perfdata.h"
 #include "wire.h"
 
 namespace ominspect::client {
@@ -158,14 +159,14 @@ std::optional<Error> Connection::Join(std::string_view processName) {
             return error;
         }
     }
-    return Subscribe(MailTask(0), {OS_MSG_EVENT_PROC_RESTART});
+    return Subscribe(MailTask(0), kServer, {OS_MSG_EVENT_PROC_RESTART});
 }
 
 bool Connection::HasListeners() const {
     return events_.onRun || events_.onBusy || events_.onBusLost;
 }
 
-// The tasks accept messages from the server only.
+// The tasks accept messages from the server only, but for what was subscribed to with others.
 Connection* Connection::Addressee(const TagMsgBlock& msg) {
     return std::strcmp(msg.srcProcName, OM_INSPECT_PROC_NAME) == 0 ? g_connection.load() : nullptr;
 }
@@ -180,6 +181,8 @@ std::uint32_t Connection::HandleMail(TagMsgBlock* msg) {
 std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
     if (Connection* connection = Addressee(*msg)) {
         connection->TellEvent(*msg);
+    } else if (Connection* other = g_connection.load(); other != nullptr && msg->msgId == OM_INSPECT_EVENT_PERFDATA) {
+        other->TellPerfData(*msg);
     }
     return 0;
 }
@@ -240,6 +243,20 @@ void Connection::TellEvent(const TagMsgBlock& msg) const {
         if (const auto busy = wire::DecodeBusy(data)) {
             events_.onBusy(*busy);
         }
+    }
+}
+
+// The message layer passes on the events of those whom somebody subscribed to, and vouches for the sender.
+void Connection::TellPerfData(const TagMsgBlock& msg) {
+    PerfDataTaker taker;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = perfDataTakers_.find(msg.srcProcName);
+        taker = found == perfDataTakers_.end() ? nullptr : found->second;
+    }
+    const auto perfData = wire::DecodePerfData({msg.data, msg.dataLen});
+    if (taker && perfData) {
+        (*taker)(*perfData);
     }
 }
 
@@ -319,7 +336,7 @@ std::optional<Error> Connection::OpenLane(std::size_t lane) {
         if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
             return SendError(created);
         }
-        if (auto error = Subscribe(name, {OM_INSPECT_EVENT_RUN})) {
+        if (auto error = Subscribe(name, kServer, {OM_INSPECT_EVENT_RUN})) {
             return error;
         }
     }
@@ -347,20 +364,39 @@ std::uint64_t Connection::LostEvents() {
     return OsMsgDroppedCount(kEventTask);
 }
 
+std::optional<Error> Connection::SubscribePerfData(std::string_view process,
+                                                   std::function<void(const PerfData&)> take) {
+    if (process.empty() || process.size() >= OS_MSG_NAME_SIZE) {
+        return Error{ErrorCode::kInvalidArgument, "a process name has 1 to 15 bytes"};
+    }
+    const OsTaskDescriptor task = TaskOf(kEventTask, HandleEvent, RunEvents);
+    const std::uint32_t created = OsTaskCreate(&task);
+    if (created != OS_MSG_OK && created != OS_MSG_ERR_NAME_TAKEN) {
+        return SendError(created);
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        perfDataTakers_[std::string(process)] =
+            std::make_shared<const std::function<void(const PerfData&)>>(std::move(take));
+    }
+    return Subscribe(kEventTask, {process, OM_INSPECT_PERFDATA_TASK}, {OM_INSPECT_EVENT_PERFDATA});
+}
+
 std::optional<Error> Connection::SubscribeEvents() const {
     if (!HasListeners()) {
         return std::nullopt;
     }
-    return Subscribe(kEventTask, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
+    return Subscribe(kEventTask, kServer, {OM_INSPECT_EVENT_RUN, OM_INSPECT_EVENT_BUSY});
 }
 
-std::optional<Error> Connection::Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds) {
+std::optional<Error> Connection::Subscribe(const std::string& task, const Source& source,
+                                           std::initializer_list<std::uint32_t> eventIds) {
     std::vector<OsMsgSubscription> subscriptions;
     for (const std::uint32_t eventId : eventIds) {
         OsMsgSubscription& subscription = subscriptions.emplace_back();
         subscription.eventId = eventId;
-        SetName(subscription.srcProcName, OM_INSPECT_PROC_NAME);
-        SetName(subscription.srcTaskName, OM_INSPECT_TASK_NAME);
+        SetName(subscription.srcProcName, source.process);
+        SetName(subscription.srcTaskName, source.task);
         SetName(subscription.dstTaskName, task);
     }
     const std::uint32_t result =

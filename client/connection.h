@@ -5,6 +5,7 @@
 #include <functional>
 #include <initializer_list>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,6 +19,7 @@
 #include "ominspect/client/error.h"
 #include "ominspect/client/limit.h"
 #include "ominspect/client/session.h"
+#include "ominspect/messages.h"
 
 namespace ominspect::client {
 
@@ -53,6 +55,9 @@ public:
     // Begins to receive the server's events, if there is a function to be called.
     std::optional<Error> SubscribeEvents() const;
 
+    // Begins to receive what a process says that its items measure.
+    std::optional<Error> SubscribePerfData(std::string_view process, std::function<void(const PerfData&)> take);
+
     static std::uint64_t LostEvents();
 
     Inbox& Mail() { return inbox_; }
@@ -63,11 +68,18 @@ private:
     static std::uint32_t HandleEvent(TagMsgBlock* msg);
     static std::uint32_t RunMail();
     static std::uint32_t RunEvents();
-    static std::optional<Error> Subscribe(const std::string& task, std::initializer_list<std::uint32_t> eventIds);
+    struct Source {
+        std::string_view process;
+        std::string_view task;
+    };
+    static constexpr Source kServer{OM_INSPECT_PROC_NAME, OM_INSPECT_TASK_NAME};
+    static std::optional<Error> Subscribe(const std::string& task, const Source& source,
+                                          std::initializer_list<std::uint32_t> eventIds);
     void TakeMail(const TagMsgBlock& msg);
     std::optional<Error> OpenLane(std::size_t lane);
     [[nodiscard]] bool HasListeners() const;
     void TellEvent(const TagMsgBlock& msg) const;
+    void TellPerfData(const TagMsgBlock& msg);
 
     const Events events_;
     Inbox inbox_;
@@ -80,7 +92,10 @@ private:
 
     void Abandon(std::shared_ptr<Call> call, std::thread thread);
 
-    std::mutex mutex_;  // guards `abandoned_` and `openLanes_`
+    using PerfDataTaker = std::shared_ptr<const std::function<void(const PerfData&)>>;
+
+    std::mutex mutex_;                                     // guards `abandoned_`, `openLanes_` and `perfDataTakers_`
+    std::map<std::string, PerfDataTaker> perfDataTakers_;  // by process
     std::list<Abandoned> abandoned_;
     std::size_t openLanes_ = 0;  // the number of lanes that have a task and receive event 8
 };

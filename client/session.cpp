@@ -263,6 +263,10 @@ std::uint64_t Session::ServerStarts() const {
     return connection_->Mail().ServerLife();
 }
 
+std::optional<Error> Session::SubscribePerfData(std::string_view process, std::function<void(const PerfData&)> take) {
+    return connection_->SubscribePerfData(process, std::move(take));
+}
+
 std::optional<Error> Session::Subscribe() {
     return connection_->SubscribeEvents();
 }

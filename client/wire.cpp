@@ -1,12 +1,14 @@
 // Bytes from outside become records only after their size and the ends of their texts are checked.
 #include "wire.h"
 
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <optional>
 
 #include <cjson/cJSON.h>
 
+#include "ominspect/perfdata.h"
 #include "ominspect/records.h"
 
 namespace ominspect::client {
@@ -338,6 +340,38 @@ std::optional<std::uint32_t> TaskOf(Bytes record) {
 
 bool IsBeginning(const ItemResult& result) {
     return result.status == "running" && result.text == "begin";
+}
+
+Result<PerfData> DecodePerfData(Bytes data) {
+    OmInspectPerfHead head{};
+    if (data.size() < sizeof head) {
+        return Malformed("values of " + std::to_string(data.size()) + " bytes");
+    }
+    std::memcpy(&head, data.data(), sizeof head);
+    data = data.subspan(sizeof head);
+    const auto item = TextOf(head.item);
+    if (!item || item->empty()) {
+        return Malformed("values without the item's name");
+    }
+    if (head.count > OM_INSPECT_PERF_SLOTS || data.size() != head.count * sizeof(OmInspectPerfValue)) {
+        return Malformed(std::to_string(data.size()) + " bytes of " + std::to_string(head.count) + " values");
+    }
+    PerfData perfData{*item, {}};
+    for (; !data.empty(); data = data.subspan(sizeof(OmInspectPerfValue))) {
+        OmInspectPerfValue record{};
+        std::memcpy(&record, data.data(), sizeof record);
+        const auto label = TextOf(record.label);
+        const auto unit = TextOf(record.unit);
+        const auto warn = TextOf(record.warn);
+        const auto crit = TextOf(record.crit);
+        if (!label || label->empty() || !unit || !warn || !crit || !std::isfinite(record.value)) {
+            return Malformed("a value that is none");
+        }
+        perfData.values.push_back({*label, record.value, *unit, *warn, *crit,
+                                   std::isfinite(record.min) ? std::optional(record.min) : std::nullopt,
+                                   std::isfinite(record.max) ? std::optional(record.max) : std::nullopt});
+    }
+    return perfData;
 }
 
 Result<bool> DecodeBusy(Bytes data) {

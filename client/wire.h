@@ -54,6 +54,10 @@ std::optional<std::uint32_t> TaskOf(Bytes record);
 // Whether the result of event 8 says that a run began. The server sends these words before it asks the owner.
 bool IsBeginning(const ItemResult& result);
 
+// What a process says that an item measured. MalformedReply: another size, more than 64 values, a text without its NUL,
+// an empty name, or a value that is no number.
+Result<PerfData> DecodePerfData(Bytes data);
+
 // The data of the busy event: true for busy. MalformedReply: any other value.
 Result<bool> DecodeBusy(Bytes data);
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 
+#include <malloc.h>
 #include <poll.h>
 #include <systemd/sd-daemon.h>
 
@@ -19,6 +20,8 @@
 #include "history/writer.h"
 #include "http/part.h"
 #include "memory.h"
+#include "metrics/metrics.h"
+#include "metrics/perf_listener.h"
 #include "model/feed.h"
 #include "model/parts.h"
 #include "model/picture.h"
@@ -32,6 +35,7 @@ namespace {
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
 constexpr unsigned kGiveBackSecond = 5;  // of these: soon after the start, too
+constexpr int kLargeBytes = 64 * 1024;
 
 class Gateway {
 public:
@@ -41,11 +45,16 @@ public:
           writer_(MakeWriter()),
           feed_(writer_.get(), static_cast<std::uint64_t>(history::MsOf(std::chrono::system_clock::now()))),
           hub_(feed_.ToldSeq(), [this](std::uint64_t after, std::size_t limit) { return Missed(after, limit); }),
-          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_),
+          metrics_(MakeMetrics()),
+          perfListener_(metrics_ ? std::make_unique<PerfListener>(*metrics_, parts_) : nullptr),
+          watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_, perfListener_.get()),
           operations_(link_, runs_, feed_),
           dbus_(picture_, operations_, parts_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
+        if (metrics_) {
+            feed_.Subscribe([this](const Event& event) { metrics_->Apply(event); });
+        }
         if (settings.dbus.isOn) {
             feed_.Subscribe([this](const Event& event) { dbus_.Tell(event); });
         }
@@ -92,6 +101,15 @@ private:
         return std::make_unique<Writer>(std::move(writer), parts_, [this](Event gap) { feed_.Post(std::move(gap)); });
     }
 
+    std::unique_ptr<Metrics> MakeMetrics() {
+        parts_.Set("metrics", settings_.metrics.isOn ? PartState::kOk : PartState::kOff);
+        if (!settings_.metrics.isOn) {
+            return nullptr;
+        }
+        return std::make_unique<Metrics>(
+            Metrics::Context{picture_, parts_, OMINSPECT_VERSION, [this] { return CountedFigures(); }});
+    }
+
     std::optional<Error> BeginHttp() {
         if (settings_.collection.isOn) {
             std::error_code error;
@@ -104,9 +122,17 @@ private:
             return std::nullopt;
         }
         const std::string historyPath = settings_.history.isOn ? settings_.history.path : "";
-        auto http = HttpPart::Begin(
-            settings_.http,
-            {picture_, parts_, hub_, operations_, collection_.get(), historyPath, {}, [this] { return Figures(); }});
+        auto http = HttpPart::Begin(settings_.http,
+                                    {picture_,
+                                     parts_,
+                                     hub_,
+                                     operations_,
+                                     collection_.get(),
+                                     metrics_.get(),
+                                     historyPath,
+                                     {},
+                                     [this] { return Figures(); }},
+                                    connections_);
         if (!http) {
             return http.Failure();
         }
@@ -129,6 +155,19 @@ private:
         figures.Number("lostEvents", feed_.LostEvents()).Number("lastEvent", feed_.ToldSeq());
         if (writer_) {
             figures.Number("historyBytes", writer_->Bytes()).Number("eventsNotKept", writer_->LostEvents());
+        }
+        return figures;
+    }
+
+    GatewayFigures CountedFigures() const {
+        GatewayFigures figures;
+        figures.lostEvents = feed_.LostEvents();
+        figures.listeners = hub_.Count();
+        figures.droppedListeners = hub_.Dropped();
+        figures.connections = connections_;
+        if (writer_) {
+            figures.historyBytes = writer_->Bytes();
+            figures.eventsNotKept = writer_->LostEvents();
         }
         return figures;
     }
@@ -186,6 +225,9 @@ private:
             feed_.Wake();
             if (++seconds % kTickSeconds == 0) {
                 hub_.Tick();
+                if (metrics_) {
+                    metrics_->Tidy(Metrics::Clock::now());
+                }
             }
             if (seconds % kTickSeconds == kGiveBackSecond) {
                 GiveBackMemory();
@@ -202,9 +244,12 @@ private:
     std::unique_ptr<Writer> writer_;
     Feed feed_;
     Hub hub_;
+    std::unique_ptr<Metrics> metrics_;
+    std::unique_ptr<PerfListener> perfListener_;
     Watcher watcher_;
     Operations operations_;
     DBusPart dbus_;
+    std::atomic<std::size_t> connections_{0};
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;
 };
@@ -215,6 +260,8 @@ std::optional<Error> Serve(const Settings& settings) {
     SpareMemory();
     EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
+    // Large documents go back to the system as soon as they are sent.
+    (void)mallopt(M_MMAP_THRESHOLD, kLargeBytes);
     Gateway gateway(settings);
     return gateway.Serve(signals);
 }

@@ -122,6 +122,13 @@ DBusSettings ReadDBus(const Element& element) {
     return {ReadBool(ReadAttributes(element, kKnown), "enabled", true)};
 }
 
+MetricsSettings ReadMetrics(const Element& element) {
+    static constexpr std::array<std::string_view, 1> kKnown{"enabled"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    RefuseChildren(element);
+    return {ReadBool(attributes, "enabled", true)};
+}
+
 Settings ReadGateway(const Element& element) {
     static constexpr std::array<std::string_view, 2> kKnown{"process", "refresh"};
     const Attributes attributes = ReadAttributes(element, kKnown);
@@ -150,6 +157,8 @@ Settings ReadGateway(const Element& element) {
             settings.collection = ReadCollection(*child);
         } else if (name == "DBus") {
             settings.dbus = ReadDBus(*child);
+        } else if (name == "Metrics") {
+            settings.metrics = ReadMetrics(*child);
         } else {
             throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Gateway"};
         }

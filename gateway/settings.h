@@ -10,6 +10,7 @@
 //       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"
 //       config="/etc/ominspect/inspect_config.xml"/>
 //       <DBus enabled="true"/>
+//       <Metrics enabled="true"/>
 //   </Gateway>
 //
 // process: the name on the bus, which begins with "ic-"; refresh: seconds between two looks for items and owners.
@@ -60,6 +61,10 @@ struct DBusSettings {
     bool isOn = true;
 };
 
+struct MetricsSettings {
+    bool isOn = true;
+};
+
 struct Settings {
     std::string process = "ic-gateway";
     std::chrono::seconds refresh{15};
@@ -67,6 +72,7 @@ struct Settings {
     HttpSettings http;
     CollectionSettings collection;
     DBusSettings dbus;
+    MetricsSettings metrics;
 };
 
 // Parses a configuration text. The error of a mistake is "line N: what is wrong".

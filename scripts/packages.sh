@@ -33,10 +33,13 @@ TEST_PACKAGES=(
 # What the tests of the gateway need; other sources than Debian have npm in nodejs.
 TEST_PACKAGES+=(chromium curl openssl libglib2.0-bin) # the last one for gdbus
 command -v npm >/dev/null || TEST_PACKAGES+=(nodejs npm)
+# Servers that the gateway's metrics are tried on and measured beside. Their packages would start them now and at each boot, so
+# they are unpacked into build/unpacked, and are never installed (unpack_missing).
+UNPACKED_PACKAGES=(prometheus prometheus-node-exporter)
 # To make packages of Debian, and their bill of materials.
 PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
-# What the benchmarks are built with, and what counts their instructions.
-BENCH_PACKAGES=(libbenchmark-dev valgrind)
+# What the benchmarks are built with, what counts their instructions, and what asks over HTTP.
+BENCH_PACKAGES=(libbenchmark-dev valgrind apache2-utils curl)
 # To install them into a system of their own, and to boot it.
 INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
 # To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
@@ -48,7 +51,7 @@ ARM64_BUILD_PACKAGES=(
     libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
 )
 # What the demo's checks are, and what looks into its package.
-DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools)
+DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 
@@ -72,6 +75,22 @@ install_missing() {
         echo "    echo '$answers' | debconf-set-selections && apt-get update && ${command[*]}"
         return 1
     fi
+}
+
+# unpack_missing PACKAGE...: makes the programs of packages usable from build/unpacked/usr/bin. Needs no root.
+unpack_missing() {
+    local folder=build/unpacked package
+    for package in "$@"; do
+        [ ! -e "$folder/usr/bin/$package" ] || continue
+        echo "Unpacking $package into $folder"
+        mkdir -p "$folder/packages"
+        if ! (cd "$folder/packages" && apt-get download -qq -o APT::Sandbox::User= "$package"); then
+            echo "The package lists may be old. Please run: apt-get update"
+            return 1
+        fi
+        dpkg-deb -x "$folder/packages/${package}"_*.deb "$folder"
+        rm -r "$folder/packages"
+    done
 }
 
 # debian_sources: sets DEBIAN_SOURCES to the files that say from where this machine has its own packages.

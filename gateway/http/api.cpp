@@ -165,6 +165,7 @@ struct Api::Road {
 const std::vector<Api::Road>& Api::Roads() {
     static const std::vector<Road> kRoads{
         {"GET", {"healthz"}, Role::kNone, &Api::Healthz},
+        {"GET", {"metrics"}, Role::kLook, &Api::Metrics},
         {"GET", {"api", "v1", "openapi.json"}, Role::kNone, &Api::Document},
         {"POST", {"api", "v1", "login"}, Role::kNone, &Api::LogIn},
         {"POST", {"api", "v1", "logout"}, Role::kLook, &Api::LogOut},
@@ -287,6 +288,16 @@ Answer Api::Healthz(const Request& /*request*/, const std::vector<std::string>& 
     auto document = json::Value::Object();
     document.Text("status", isWell ? "ok" : "failed").Put("parts", std::move(states));
     return JsonResponse(isWell ? 200 : 503, document);
+}
+
+Answer Api::Metrics(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {
+    if (context_.metrics == nullptr) {
+        return Problem(503, "metrics", "the metrics are switched off");
+    }
+    Response response;
+    response.contentType = "text/plain; version=0.0.4; charset=utf-8";
+    response.body = context_.metrics->Document(gateway::Metrics::Clock::now());
+    return response;
 }
 
 Answer Api::Document(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {

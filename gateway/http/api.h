@@ -12,6 +12,7 @@
 #include "http/access.h"
 #include "http/hub.h"
 #include "http/message.h"
+#include "metrics/metrics.h"
 #include "model/parts.h"
 #include "model/picture.h"
 
@@ -24,8 +25,9 @@ public:
         Parts& parts;
         Hub& hub;
         Operations& operations;
-        Collection* collection;   // null: switched off
-        std::string historyPath;  // empty: switched off
+        Collection* collection;     // null: switched off
+        gateway::Metrics* metrics;  // null: switched off
+        std::string historyPath;    // empty: switched off
         std::vector<std::string> hosts;
         std::function<json::Value()> figures;  // of the gateway itself
     };
@@ -46,6 +48,7 @@ private:
 
     static const std::vector<Road>& Roads();
     Answer Healthz(const Request& request, const std::vector<std::string>& parts);
+    Answer Metrics(const Request& request, const std::vector<std::string>& parts);
     Answer Document(const Request& request, const std::vector<std::string>& parts);
     Answer LogIn(const Request& request, const std::vector<std::string>& parts);
     Answer LogOut(const Request& request, const std::vector<std::string>& parts);

@@ -27,7 +27,8 @@ HttpPart::HttpPart(Api::Context context, std::vector<Token> tokens, HttpServer::
       server_(std::make_unique<HttpServer>(std::move(settings), api_.Listeners(),
                                            [this](Request& request) { return api_.Handle(request); })) {}
 
-Result<std::unique_ptr<HttpPart>> HttpPart::Begin(const HttpSettings& settings, Api::Context context) {
+Result<std::unique_ptr<HttpPart>> HttpPart::Begin(const HttpSettings& settings, Api::Context context,
+                                                  std::atomic<std::size_t>& connections) {
     auto tokens = LoadTokens(settings.tokens);
     if (!tokens) {
         return tokens.Failure();
@@ -42,7 +43,8 @@ Result<std::unique_ptr<HttpPart>> HttpPart::Begin(const HttpSettings& settings, 
         return places.Failure();
     }
     context.hosts = HostsOf(settings, *places);
-    std::unique_ptr<HttpPart> part(new HttpPart(std::move(context), std::move(*tokens), {*certificate, *key}));
+    std::unique_ptr<HttpPart> part(
+        new HttpPart(std::move(context), std::move(*tokens), {*certificate, *key, &connections}));
     for (HttpServer::Place& place : *places) {
         const std::string name = PlaceName(place);
         const char* scheme = place.isUnix ? "" : place.isTls ? "https://" : "http://";

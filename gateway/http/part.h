@@ -1,6 +1,7 @@
 // HTTP as a part of the gateway: begins it as it is configured, and ends it.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -13,8 +14,9 @@ namespace ominspect::gateway {
 
 class HttpPart {
 public:
-    // `context.hosts` is filled in here.
-    static Result<std::unique_ptr<HttpPart>> Begin(const HttpSettings& settings, Api::Context context);
+    // `context.hosts` is filled in here; `connections` counts those that are open.
+    static Result<std::unique_ptr<HttpPart>> Begin(const HttpSettings& settings, Api::Context context,
+                                                   std::atomic<std::size_t>& connections);
     ~HttpPart() { server_.reset(); }
     HttpPart(const HttpPart&) = delete;
     HttpPart& operator=(const HttpPart&) = delete;

@@ -105,6 +105,8 @@ private:
     static MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method,
                              const char* version, const char* data, size_t* size, void** state);
     static void* SawUri(void* door, const char* uri, MHD_Connection* connection);
+    static void CountConnection(void* door, MHD_Connection* connection, void** context,
+                                MHD_ConnectionNotificationCode code);
     static void Completed(void* door, MHD_Connection* connection, void** state, MHD_RequestTerminationCode code);
     static ssize_t ReadLine(void* cls, std::uint64_t position, char* bytes, size_t size);
     static void FreeLine(void* cls);
@@ -142,6 +144,7 @@ std::optional<Error> HttpServer::Core::Listen(Place place) {
         {MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, nullptr},
         {MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, nullptr},
         {MHD_OPTION_NOTIFY_COMPLETED, reinterpret_cast<intptr_t>(&Completed), door.get()},
+        {MHD_OPTION_NOTIFY_CONNECTION, reinterpret_cast<intptr_t>(&CountConnection), door.get()},
         {MHD_OPTION_UNESCAPE_CALLBACK, reinterpret_cast<intptr_t>(&LeaveAsItIs), nullptr},
     };
     if (place.isTls) {
@@ -334,6 +337,16 @@ ssize_t HttpServer::Core::ReadLine(void* cls, std::uint64_t /*position*/, char* 
 void HttpServer::Core::FreeLine(void* cls) {
     const std::unique_ptr<Line> line(static_cast<Line*>(cls));
     line->core->hub_.Remove(line->listener);
+}
+
+void HttpServer::Core::CountConnection(void* door, MHD_Connection* /*connection*/, void** /*context*/,
+                                       MHD_ConnectionNotificationCode code) {
+    std::atomic<std::size_t>& count = *static_cast<Door*>(door)->core->settings_.connections;
+    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+        ++count;
+    } else {
+        --count;
+    }
 }
 
 void HttpServer::Core::Completed(void* /*door*/, MHD_Connection* /*connection*/, void** state,

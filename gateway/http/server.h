@@ -2,6 +2,7 @@
 // wait.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -24,6 +25,7 @@ public:
     struct Settings {
         std::string certificate;  // PEM texts, for the places with TLS
         std::string key;
+        std::atomic<std::size_t>* connections;  // how many are open is counted here
     };
 
     // `answer` is called on the daemons' threads and must not wait.

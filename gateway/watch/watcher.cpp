@@ -29,8 +29,15 @@ Event At(EventKind kind, const char* status = "") {
 
 }  // namespace
 
-Watcher::Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed)
-    : settings_(std::move(settings)), link_(link), runs_(runs), picture_(picture), parts_(parts), feed_(feed) {}
+Watcher::Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed,
+                 Follower* follower)
+    : settings_(std::move(settings)),
+      link_(link),
+      runs_(runs),
+      picture_(picture),
+      parts_(parts),
+      feed_(feed),
+      follower_(follower) {}
 
 Watcher::~Watcher() {
     Stop();
@@ -103,6 +110,9 @@ void Watcher::Serve() {
         feed_.Post(std::move(gap));
     }
     lost_ = 0;
+    if (follower_ != nullptr) {
+        follower_->Begin();
+    }
     link_.Set(session);
     Presence presence(*session, "ominspect-gateway");
     presence.Begin();
@@ -167,6 +177,9 @@ void Watcher::LookForItems(client::Session& session) {
     parts_.Set(kOwnersPart, silent.empty() ? PartState::kOk : PartState::kDegraded, silent);
     if (picture_.SetInventory(*inventory)) {
         TellItems();
+    }
+    if (follower_ != nullptr) {
+        follower_->Look(session, *inventory);
     }
 }
 

@@ -17,6 +17,17 @@
 
 namespace ominspect::gateway {
 
+// Who also uses the session. Called on the watcher's thread.
+class Follower {
+public:
+    virtual ~Follower() = default;
+
+    // Another session begins.
+    virtual void Begin() = 0;
+    // After each look for items and owners.
+    virtual void Look(client::Session& session, const client::Inventory& inventory) = 0;
+};
+
 class Watcher {
 public:
     struct Settings {
@@ -24,7 +35,8 @@ public:
         std::chrono::seconds refresh;  // between two looks for items and owners
     };
 
-    Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed);
+    // `follower` may be null.
+    Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed, Follower* follower);
     ~Watcher();
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
@@ -58,6 +70,7 @@ private:
     Picture& picture_;
     Parts& parts_;
     Feed& feed_;
+    Follower* const follower_;
 
     // ---- of the watcher's thread ----
     std::optional<bool> serverUp_;

@@ -16,6 +16,7 @@
 #include "kivo/os_timer.h"
 #include "ominspect/entry.h"
 #include "ominspect/messages.h"
+#include "ominspect/perfdata.h"
 #include "ominspect/records.h"
 
 #define SIZE(type, bytes) _Static_assert(sizeof(type) == (bytes), "size of " #type)
@@ -34,6 +35,20 @@ SIZE(struct tagKivoOmInspectionDataItem, 208);
 FIELD(struct tagKivoOmInspectionDataItem, result, 0, 192);
 FIELD(struct tagKivoOmInspectionDataItem, startTime, 192, 8);
 FIELD(struct tagKivoOmInspectionDataItem, endTime, 200, 8);
+
+SIZE(struct OmInspectPerfHead, 40);
+FIELD(struct OmInspectPerfHead, item, 0, 32);
+FIELD(struct OmInspectPerfHead, count, 32, 4);
+FIELD(struct OmInspectPerfHead, reserved, 36, 4);
+
+SIZE(struct OmInspectPerfValue, 168);
+FIELD(struct OmInspectPerfValue, label, 0, 64);
+FIELD(struct OmInspectPerfValue, unit, 64, 16);
+FIELD(struct OmInspectPerfValue, warn, 80, 32);
+FIELD(struct OmInspectPerfValue, crit, 112, 32);
+FIELD(struct OmInspectPerfValue, value, 144, 8);
+FIELD(struct OmInspectPerfValue, min, 152, 8);
+FIELD(struct OmInspectPerfValue, max, 160, 8);
 
 SIZE(struct tagKivoOmInspectionGroupResult, 6688);
 FIELD(struct tagKivoOmInspectionGroupResult, taskId, 0, 4);

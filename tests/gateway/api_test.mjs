@@ -135,6 +135,7 @@ test('roles hold', async () => {
     assert.deepEqual((await ask('GET', '/api/v1/session', { token: LOOK })).json, { role: 'look', who: 'screen' });
     assert.deepEqual((await ask('GET', '/api/v1/session', { token: null, unix: true })).json, { role: 'act', who: 'local' });
     assert.equal((await ask('GET', '/healthz', { token: null })).status, 200);
+    assert.equal((await ask('GET', '/metrics', { token: LOOK })).status, 200);
 });
 
 test('a session has a cookie that no script reads, and ends', async () => {

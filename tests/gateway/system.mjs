@@ -25,6 +25,7 @@ export class Terminal {
     constructor() {
         this.folder = fs.mkdtempSync(path.join(os.tmpdir(), 'ominspect-gateway-test-'));
         this.processes = [];
+        this.source = source;
         this.environment = {
             ...process.env,
             KIVO_BUS_ADDRESS: `unix:path=${this.folder}/bus`,
@@ -71,7 +72,8 @@ export class Terminal {
         if (this.ctl('wait', item).status !== 0) throw new Error(this.owner.said);
     }
 
-    async startGateway(xml = '') {
+    // `xml`: its whole file; else `more` stands in the usual one.
+    async startGateway(xml = '', more = '') {
         fs.writeFileSync(`${this.folder}/tokens`, `act helpdesk ${ACT}\nlook screen ${LOOK}\n`, { mode: 0o600 });
         fs.mkdirSync(`${this.folder}/applog`, { recursive: true });
         fs.writeFileSync(`${this.folder}/applog/one.log`, 'a line of a log\n');
@@ -89,6 +91,7 @@ export class Terminal {
                          <Tcp address="127.0.0.1" port="0"/>
                      </Http>
                      <Collection folder="${this.folder}/collection" config="${this.folder}/inspect_config.xml"/>
+                     ${more}
                  </Gateway>`,
         );
         this.gateway = this.start(`${bin}/ominspect-gateway`, '--config', `${this.folder}/gateway.xml`);

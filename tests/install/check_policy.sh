@@ -10,7 +10,8 @@ build=$1 cmake=$2
 . "$(dirname "$0")/policy_bus.sh"
 install_build
 owner_file=$work/owner.xml
-sed "s#>[^<]*/check_#>$work/prefix/libexec/ominspect/check_#" "$work/prefix/share/ominspect/owner/system.xml" >"$owner_file"
+measure='<Item name="measure" isSync="true"><Command>/bin/echo</Command><Arg>fine | a=1</Arg></Item>'
+sed "s#>[^<]*/check_#>$work/prefix/libexec/ominspect/check_#; s#</Owner>#$measure&#" "$work/prefix/share/ominspect/owner/system.xml" >"$owner_file"
 start_policy_bus
 
 refused() { # refused ROLE TEXT COMMAND...: the command fails, and this is all it says
@@ -128,5 +129,28 @@ denied="Call failed: Access denied"
     done
     refused asker "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/task/inside_5fcheck $task 4 0 "" "" 0
     refused outsider "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/inspect org.freedesktop.DBus.Properties Get ss com.kivo.Inspect.Owner Items
-    refused owner "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    # Owners tell those who may ask what their items measure, and nobody else.
+    for role in outsider owner; do
+        refused "$role" "$denied" "${send[@]}" com.kivo.proc.sysowner /com/kivo/process com.kivo.Msg.Publisher Subscribe
+        refused "$role" "$denied" "${send[@]}" com.kivo.proc.ominspect /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    done
+    for role in asker both root; do
+        allowed "$role" "${send[@]}" com.kivo.proc.sysowner /com/kivo/process com.kivo.Msg.Publisher Subscribe
+    done
 }
+
+# What an owner's item has measured reaches those who may ask.
+mkdir -m 777 "$work/scraped"
+cat >"$work/scraped.xml" <<XML
+<Gateway process="ic-scraped" refresh="1">
+    <History enabled="false"/><Collection enabled="false"/>
+    <Http tokens="$work/scraped/no.tokens"><Unix path="$work/scraped/http.sock"/></Http>
+</Gateway>
+XML
+(as asker "$bin/ominspect-gateway" --config "$work/scraped.xml") >"$work/scraped.out" 2>&1 &
+pids+=($!)
+measured() {
+    (as asker "$ctl" run measure) && curl -sf --unix-socket "$work/scraped/http.sock" http://localhost/metrics >"$work/scraped.metrics" &&
+        grep -F 'ominspect_perfdata_value{item="measure",label="a"} 1' "$work/scraped.metrics"
+}
+await "what the item has measured" measured

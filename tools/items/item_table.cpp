@@ -6,16 +6,13 @@
 #include <utility>
 
 #include "items/mapping.h"
+#include "items/perfdata.h"
 
 namespace ominspect::items {
 namespace {
 
 constexpr std::string_view kEnding = "the owner is ending";
 constexpr std::string_view kTooMany = "too many requests wait";
-
-tagKivoOmInspectionResult ResultOf(const ItemConfig& item, const CommandOutcome& outcome) {
-    return MakeResult(item.name, item.argv[0], item.limit, outcome);
-}
 
 tagKivoOmInspectionResult EndingResult(const ItemConfig& item) {
     tagKivoOmInspectionResult result{};
@@ -26,8 +23,9 @@ tagKivoOmInspectionResult EndingResult(const ItemConfig& item) {
 
 }  // namespace
 
-ItemTable::ItemTable(const OwnerConfig& config, Report report, Defer defer, const Times& times)
+ItemTable::ItemTable(const OwnerConfig& config, Report report, Publish publish, Defer defer, const Times& times)
     : report_(std::move(report)),
+      publish_(std::move(publish)),
       defer_(std::move(defer)),
       times_(times),
       maxLeft_(config.maxParallel),
@@ -64,6 +62,19 @@ CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argumen
             .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle};
 }
 
+tagKivoOmInspectionResult ItemTable::TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome) {
+    const auto values = MeasuredBy(outcome);
+    bool isTold = false;
+    {
+        const std::lock_guard lock(mutex_);
+        isTold = values.empty() ? measuring_.erase(&item) > 0 : (measuring_.insert(&item), true);
+    }
+    if (isTold) {
+        publish_(item.name, values);
+    }
+    return MakeResult(item.name, item.argv[0], item.limit, outcome);
+}
+
 void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result) {
     const std::lock_guard lock(mutex_);
     const auto found = running_.find(&item);
@@ -89,7 +100,7 @@ void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tag
     }
     const auto ran = runner_.Run(SpecOf(item, argument), [this, &item](auto id) { return Leave(item, id); });
     if (ran.outcome) {
-        result = ResultOf(item, *ran.outcome);
+        result = TakeOutcome(item, *ran.outcome);
     } else if (ran.id == 0) {
         SetResult(result, "fail", kEnding);
     }
@@ -120,7 +131,7 @@ CommandRunner::Done ItemTable::DoneOf(const ItemConfig& item, Answer answer) {
             running_.erase(&item);
             --left_;
         }
-        answer(ResultOf(item, outcome));
+        answer(TakeOutcome(item, outcome));
         StartWaiting();
     };
 }
@@ -158,7 +169,7 @@ void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, ta
                 const std::lock_guard guard(mutex_);
                 running_.erase(&item);
             }
-            report_(ResultOf(item, outcome));
+            report_(TakeOutcome(item, outcome));
         });
         if (id == 0) {
             SetResult(result, "fail", kEnding);

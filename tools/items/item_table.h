@@ -7,11 +7,14 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "items/config.h"
 #include "items/runner.h"
+#include "ominspect/client/types.h"
 #include "ominspect/records.h"
 
 namespace ominspect::items {
@@ -30,6 +33,10 @@ public:
     // Lets the request that is being handled be answered later; null where that is not possible.
     using Defer = std::function<Answer()>;
 
+    // Takes what a run has measured, before its result is answered or reported: on the thread of either. Nothing comes
+    // for an item that measures nothing, but for the first run after one that did.
+    using Publish = std::function<void(const std::string& item, const std::vector<client::PerfValue>& values)>;
+
     struct Times {
         std::chrono::milliseconds termGrace{2000};
         // A report that comes before the server has handled the answer "running" is overwritten by that answer. So no
@@ -38,9 +45,9 @@ public:
     };
 
     // `config` must outlive the table. Throws as CommandRunner does.
-    ItemTable(const OwnerConfig& config, Report report, Defer defer, const Times& times);
-    ItemTable(const OwnerConfig& config, Report report, Defer defer)
-        : ItemTable(config, std::move(report), std::move(defer), Times()) {}
+    ItemTable(const OwnerConfig& config, Report report, Publish publish, Defer defer, const Times& times);
+    ItemTable(const OwnerConfig& config, Report report, Publish publish, Defer defer)
+        : ItemTable(config, std::move(report), std::move(publish), std::move(defer), Times()) {}
 
     // Answers a request in `result`, whose name is set already; false for an item that is not in the table.
     // "stop" ends the item's run: "success" with "stopping", or "fail" with "not running". Anything else is the
@@ -55,6 +62,7 @@ public:
 
 private:
     CommandSpec SpecOf(const ItemConfig& item, const std::string& argument) const;
+    tagKivoOmInspectionResult TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome);
     void HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result);
     void RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
     bool MustWait(const ItemConfig& item) const;
@@ -71,10 +79,12 @@ private:
     };
 
     const Report report_;
+    const Publish publish_;
     const Defer defer_;
     const Times times_;
     const std::size_t maxLeft_;
-    std::mutex mutex_;  // guards the runs below
+    std::mutex mutex_;                       // guards the runs below, and measuring_
+    std::set<const ItemConfig*> measuring_;  // whose last run has measured something
     std::map<const ItemConfig*, CommandRunner::Id> running_;
     std::size_t left_ = 0;         // those of them that are synchronous, and were left to the runner
     std::deque<Waiting> waiting_;  // synchronous

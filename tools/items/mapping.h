@@ -10,8 +10,9 @@
 //   stopped                  "fail"      "stopped"
 //
 // "unknown" means that the check gave no verdict. The line is the first one of standard output, or else of standard
-// error, that is not blank, up to the '|' before the performance data. Control characters become blanks and stray bytes
-// '?', and the line is cut to 127 bytes between characters. Without such a line: "no output, exit status N".
+// error, that is not blank, up to the '|' before the performance data (perfdata.h). Control characters become blanks
+// and stray bytes '?', and the line is cut to 127 bytes between characters. Without such a line: "no output, exit
+// status N".
 #pragma once
 
 #include <chrono>

@@ -15,15 +15,17 @@
 #include "common/fd.h"
 #include "common/text.h"
 #include "items/item_table.h"
+#include "items/perfdata.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_monitor.h"
 #include "kivo/os_msg.h"
 #include "ominspect/journal.h"
+#include "ominspect/perfdata.h"
 
 namespace ominspect::items {
 namespace {
 
-constexpr const char* kEngineTask = "owner_items";
+constexpr const char* kEngineTask = OM_INSPECT_PERFDATA_TASK;
 constexpr const char* kWatchTask = "owner_watch";
 constexpr std::size_t kArgumentSize = 128;
 constexpr std::uint32_t kLongestSilenceMs = 30000;
@@ -61,6 +63,17 @@ ItemTable::Answer DeferAnswer() {
         return nullptr;
     }
     return [run](const tagKivoOmInspectionResult& result) { (void)InspectAnswerRun(run, &result); };
+}
+
+void PublishPerfData(const std::string& item, const std::vector<client::PerfValue>& values) {
+    const std::string data = EncodePerfData(item, values);
+    OsMsgEvent event{};
+    std::memcpy(event.taskName, OM_INSPECT_PERFDATA_TASK, std::strlen(OM_INSPECT_PERFDATA_TASK));
+    event.eventId = OM_INSPECT_EVENT_PERFDATA;
+    event.dataLen = static_cast<std::uint32_t>(data.size());
+    event.data = data.data();
+    // The result tells of a bus that is gone.
+    (void)OsMsgBroadcastEvent(&event, 1);
 }
 
 // A task without messages of its own: its loop ends with the bus.
@@ -184,7 +197,7 @@ std::optional<Error> Serve(const char* program, const OwnerConfig& config) {
     if (!busLost) {
         return OtherError("cannot create an event: " + SystemText(errno));
     }
-    ItemTable table(config, ReportItem, DeferAnswer);
+    ItemTable table(config, ReportItem, PublishPerfData, DeferAnswer);
     g_program = program;
     g_busLost = busLost.Get();
     g_table = &table;

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,71 @@ TEST(RequestText, RefusesWhatDoesNotFit) {
     EXPECT_EQ(Encoded(std::string("a\0b", 3), ""), "error: the item name holds a NUL byte");
     EXPECT_EQ(Encoded("a", std::string("\0", 1)), "error: the cmd holds a NUL byte");
     EXPECT_EQ(wire::EncodeRequest({"", ""}).Failure().code, ErrorCode::kInvalidArgument);
+}
+
+// An event with the values of an item by its offsets.
+std::vector<unsigned char> PerfEvent(const char* item, std::uint32_t count, std::size_t values) {
+    std::vector<unsigned char> event(40 + 168 * values);
+    std::memcpy(event.data(), item, std::strlen(item));
+    std::memcpy(event.data() + 32, &count, 4);
+    const double numbers[] = {-2.5, 0, std::numeric_limits<double>::quiet_NaN()};
+    for (std::size_t i = 0; i < values; ++i) {
+        unsigned char* value = event.data() + 40 + 168 * i;
+        std::memcpy(value, "used", 4);
+        std::memcpy(value + 64, "MB", 2);
+        std::memcpy(value + 80, "@5:10", 5);
+        std::memcpy(value + 112, "~:20", 4);
+        std::memcpy(value + 144, numbers, sizeof numbers);
+    }
+    return event;
+}
+
+std::string PerfMistake(const std::vector<unsigned char>& event) {
+    const auto perfData = wire::DecodePerfData(event);
+    return perfData ? "taken" : perfData.Failure().text;
+}
+
+TEST(PerfDataRecord, GivesTheValues) {
+    const auto perfData = wire::DecodePerfData(PerfEvent("disk", 2, 2));
+    ASSERT_TRUE(perfData);
+    EXPECT_EQ(perfData->item, "disk");
+    ASSERT_EQ(perfData->values.size(), 2U);
+    const PerfValue& value = perfData->values[1];
+    EXPECT_EQ(value.label, "used");
+    EXPECT_EQ(value.unit, "MB");
+    EXPECT_EQ(value.warn, "@5:10");
+    EXPECT_EQ(value.crit, "~:20");
+    EXPECT_EQ(value.value, -2.5);
+    EXPECT_EQ(value.min, 0);
+    EXPECT_EQ(value.max, std::nullopt);
+    EXPECT_TRUE(wire::DecodePerfData(PerfEvent("disk", 0, 0))->values.empty());
+    EXPECT_EQ(wire::DecodePerfData(PerfEvent("disk", 64, 64))->values.size(), 64U);
+}
+
+TEST(PerfDataRecord, RefusesWhatIsNone) {
+    EXPECT_EQ(PerfMistake({}), "values of 0 bytes");
+    EXPECT_EQ(PerfMistake(std::vector<unsigned char>(39)), "values of 39 bytes");
+    EXPECT_EQ(PerfMistake(PerfEvent("", 1, 1)), "values without the item's name");
+    EXPECT_EQ(PerfMistake(PerfEvent("1234567890123456789012345678901234", 1, 1)), "values without the item's name");
+    EXPECT_EQ(PerfMistake(PerfEvent("disk", 2, 1)), "168 bytes of 2 values");
+    EXPECT_EQ(PerfMistake(PerfEvent("disk", 0, 1)), "168 bytes of 0 values");
+    EXPECT_EQ(PerfMistake(PerfEvent("disk", 65, 65)), "10920 bytes of 65 values");
+    EXPECT_EQ(PerfMistake(PerfEvent("disk", 0xffffffff, 1)), "168 bytes of 4294967295 values");
+    auto longer = PerfEvent("disk", 1, 1);
+    longer.push_back(0);
+    EXPECT_EQ(PerfMistake(longer), "169 bytes of 1 values");
+    for (const std::size_t field : {0U, 64U, 80U, 112U}) {
+        auto endless = PerfEvent("disk", 1, 1);
+        std::fill(endless.begin() + 40 + static_cast<std::ptrdiff_t>(field), endless.begin() + 40 + 144, 'x');
+        EXPECT_EQ(PerfMistake(endless), "a value that is none") << field;
+    }
+    auto nameless = PerfEvent("disk", 1, 1);
+    nameless[40] = 0;
+    EXPECT_EQ(PerfMistake(nameless), "a value that is none");
+    auto infinite = PerfEvent("disk", 1, 1);
+    const double number = std::numeric_limits<double>::infinity();
+    std::memcpy(infinite.data() + 40 + 144, &number, sizeof number);
+    EXPECT_EQ(PerfMistake(infinite), "a value that is none");
 }
 
 TEST(RunReplyRecord, GivesTheItemsResult) {

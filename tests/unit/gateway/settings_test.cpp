@@ -32,6 +32,7 @@ TEST(GatewaySettings, AnEmptyFileMeansTheBuiltInSettings) {
     EXPECT_EQ(settings->http.tokens, "/etc/ominspect/gateway.tokens");
     EXPECT_TRUE(settings->collection.isOn);
     EXPECT_TRUE(settings->dbus.isOn);
+    EXPECT_TRUE(settings->metrics.isOn);
 }
 
 TEST(GatewaySettings, AreReadWhole) {
@@ -46,6 +47,7 @@ TEST(GatewaySettings, AreReadWhole) {
     </Http>
     <Collection enabled="false" folder="/f" config="/i.xml"/>
     <DBus enabled="false"/>
+    <Metrics enabled="false"/>
 </Gateway>)");
     ASSERT_TRUE(settings) << settings.Failure().text;
     EXPECT_EQ(settings->process, "ic-room");
@@ -67,6 +69,7 @@ TEST(GatewaySettings, AreReadWhole) {
     EXPECT_FALSE(settings->collection.isOn);
     EXPECT_EQ(settings->collection.folder, "/f");
     EXPECT_EQ(settings->collection.config, "/i.xml");
+    EXPECT_FALSE(settings->metrics.isOn);
 }
 
 TEST(GatewaySettings, MistakesAreToldWithTheirLine) {
@@ -86,6 +89,7 @@ TEST(GatewaySettings, MistakesAreToldWithTheirLine) {
               "line 1: Http needs both, certificate and key, or neither");
     EXPECT_EQ(MistakeOf("<Gateway><Http enabled=\"no\"/></Gateway>"),
               "line 1: enabled 'no' must be \"true\" or \"false\"");
+    EXPECT_EQ(MistakeOf("<Gateway><Metrics port=\"1\"/></Gateway>"), "line 1: Metrics has no attribute 'port'");
     EXPECT_EQ(MistakeOf("<Owner/>"), "line 1: the file must hold one element Gateway and nothing else");
 }
 

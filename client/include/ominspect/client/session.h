@@ -139,6 +139,13 @@ public:
     // Begins the events onRun and onBusy. They continue after a restart of the server. Nothing on success.
     std::optional<Error> Subscribe();
 
+    // Begins to hear what the items of a process measure, which it tells by events of its own (ominspect/perfdata.h).
+    // `take` is called as the functions of Events are. Nothing says that the process owns the item which it names. The
+    // events continue after a restart of the process. A second call for a process puts another function in the place of
+    // the first. It waits up to two seconds for a process that hangs. InvalidArgument: the name is empty or has more
+    // than 15 bytes.
+    std::optional<Error> SubscribePerfData(std::string_view process, std::function<void(const PerfData&)> take);
+
     // How often the server has appeared on the bus since the session was opened.
     std::uint64_t ServerStarts() const;
 

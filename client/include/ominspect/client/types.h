@@ -54,6 +54,24 @@ struct RunReply {
                      // counts this run until the owner takes the item back
 };
 
+// A value that a run has measured, by the convention of the monitoring plugins.
+struct PerfValue {
+    std::string label;
+    double value = 0;
+    std::string
+        unit;  // "s", "ms", "us", "%", "B", "KB", "MB", "GB", "TB", "c" for what only rises, another one, or empty
+    std::string warn;  // a range of the convention, such as "10" or "@5:10"; may be empty, as may the next
+    std::string crit;
+    std::optional<double> min;
+    std::optional<double> max;
+};
+
+// What the last run of an item has measured; no values: nothing.
+struct PerfData {
+    std::string item;
+    std::vector<PerfValue> values;  // at most 64
+};
+
 enum class ItemState {
     kNotIdle,       // it runs, or holds a result
     kIdleOrUnknown  // it waits for its first run, was reset, or the server does not know it

@@ -22,15 +22,26 @@ protected:
     void SetUp() override { Make(1); }
 
     void Make(unsigned maxParallel) {
-        config_ = {"p",
-                   maxParallel,
-                   {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
-                    // Counts its starts and waits to be ended.
-                    Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
-                    Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000")}};
+        config_ = {
+            "p",
+            maxParallel,
+            {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
+             // Counts its starts and waits to be ended.
+             Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
+             Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000"),
+             Item("measure", true, "echo \"OK | $INSPECT_CMD\""), Item("measure_later", false, "echo 'OK | a=1s'")}};
         const auto keep = [this](const tagKivoOmInspectionResult& result) { Keep(result); };
         table_ = std::make_unique<ItemTable>(
-            config_, keep, [this, keep] { return mayDefer_ ? ItemTable::Answer(keep) : nullptr; },
+            config_, keep,
+            [this](const std::string& item, const std::vector<ominspect::client::PerfValue>& values) {
+                std::string line = item + " measured";
+                for (const auto& value : values) {
+                    line += " " + value.label;
+                }
+                const std::lock_guard lock(mutex_);
+                reports_.push_back(line);
+            },
+            [this, keep] { return mayDefer_ ? ItemTable::Answer(keep) : nullptr; },
             ItemTable::Times{.termGrace = 1s, .settle = 1ms});
     }
 
@@ -70,6 +81,27 @@ protected:
     bool mayDefer_ = false;
     std::unique_ptr<ItemTable> table_;
 };
+
+TEST_F(ItemTableTest, TellsWhatARunHasMeasured) {
+    EXPECT_EQ(Ask("now", "a=1"), "warn: OK a=1") << "text is no performance data";
+    EXPECT_EQ(Ask("measure", "a=1 b=2"), "success: OK");
+    EXPECT_EQ(Ask("measure", "a=3"), "success: OK");
+    EXPECT_EQ(Reports(), (std::vector<std::string>{"measure measured a b", "measure measured a"}));
+}
+
+TEST_F(ItemTableTest, TellsOnceThatARunHasMeasuredNothingAnyMore) {
+    EXPECT_EQ(Ask("measure", "a=1"), "success: OK");
+    EXPECT_EQ(Ask("measure"), "success: OK");
+    EXPECT_EQ(Ask("measure"), "success: OK");
+    EXPECT_EQ(Reports(), (std::vector<std::string>{"measure measured a", "measure measured"}));
+}
+
+TEST_F(ItemTableTest, TellsWhatWasMeasuredBeforeItReports) {
+    EXPECT_EQ(Ask("measure_later"), "running: ");
+    EXPECT_TRUE(support::Eventually([&] {
+        return Reports() == std::vector<std::string>{"measure_later measured a", "measure_later: success: OK"};
+    }));
+}
 
 TEST_F(ItemTableTest, AnswerASynchronousRunWithTheResult) {
     EXPECT_EQ(Ask("now", "deep"), "warn: OK deep");
