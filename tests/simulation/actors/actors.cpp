@@ -1,0 +1,40 @@
+// What all actors share.
+#include "actors/actors.h"
+
+#include "world/choices.h"
+#include "world/process.h"
+
+namespace sim {
+
+namespace {
+
+Manners g_manners;
+bool g_retired = false;
+
+}  // namespace
+
+void UseManners(const Manners& manners) {
+    g_manners = manners;
+}
+
+const Manners& TheManners() {
+    return g_manners;
+}
+
+void Retire() {
+    g_retired = true;
+}
+
+bool IsRetired() {
+    return g_retired;
+}
+
+bool Rest() {
+    const InPlatform platform;
+    Point();
+    const Micros pause = g_manners.pause * (1 + Pick(64)) / 64;
+    (void)Wait("a pause", &g_retired, Now() + pause);
+    return !g_retired && CurrentProcess().Attached();
+}
+
+}  // namespace sim

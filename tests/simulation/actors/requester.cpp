@@ -1,0 +1,47 @@
+// The requester itself is in the image; here is what it asks of the simulator.
+#include "images/requester.h"
+
+#include <algorithm>
+
+#include "actors/actors.h"
+#include "actors/items.h"
+#include "world/choices.h"
+#include "world/journal.h"
+
+namespace {
+
+void Give(const std::string& text, char* out, size_t size) {
+    const size_t length = std::min(text.size(), size - 1);
+    text.copy(out, length);
+    out[length] = '\0';
+}
+
+}  // namespace
+
+uint32_t SimPick(uint32_t limit) {
+    const sim::InPlatform platform;
+    return sim::Pick(limit);
+}
+
+void SimPickItem(char* out, size_t size) {
+    const sim::InPlatform platform;
+    Give(sim::PickItem(), out, size);
+}
+
+void SimPickCommand(char* out, size_t size) {
+    const sim::InPlatform platform;
+    Give(sim::PickCommand(), out, size);
+}
+
+bool SimRest() {
+    return sim::Rest();
+}
+
+void SimViolation(const char* text) {
+    const sim::InPlatform platform;
+    sim::Violation(text);
+}
+
+void sim::RunRequester(const Image& image, const std::string& name) {
+    image.Find<decltype(SimRunRequester)>("SimRunRequester")(name.c_str());
+}

@@ -1,0 +1,22 @@
+// Between the simulator and a requester's image.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#pragma GCC visibility push(default)
+
+extern "C" {
+
+/// What the image asks of the simulator.
+uint32_t SimPick(uint32_t limit);
+void SimPickItem(char* out, size_t size);
+void SimPickCommand(char* out, size_t size);
+bool SimRest();
+[[noreturn]] void SimViolation(const char* text);
+
+/// In the image: opens a session under that name and makes requests until SimRest says no.
+void SimRunRequester(const char* name);
+}
+
+#pragma GCC visibility pop

@@ -1,0 +1,344 @@
+// Threads without a script are the platform's and those of the start: they must not touch the tables.
+#include "model/checker.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "world/journal.h"
+#include "world/outcome.h"
+
+namespace sim::model {
+
+using Kind = Action::Kind;
+
+namespace {
+
+// A place in the model's table while the server's is read.
+struct Place {
+    std::map<std::string, Entry>::const_iterator at;
+    std::map<std::string, Entry>::const_iterator end;
+};
+
+std::string Show(const std::string& name, const Result& result, uint32_t count, uint32_t taskId, uint32_t timeout,
+                 uint64_t start, uint64_t end) {
+    return name + " (" + Shown({reinterpret_cast<const char*>(&result), sizeof result}) + ") count " +
+           std::to_string(count) + " timer " + std::to_string(taskId) + " limit " + std::to_string(timeout) +
+           " times " + std::to_string(start) + " " + std::to_string(end);
+}
+
+bool AreSame(const SimEntry& entry, const SimRequester* requesters, const std::string& name, const Entry& known) {
+    const bool same = name == entry.name && known.startCount == entry.startCount && known.taskId == entry.taskId &&
+                      known.timeout == entry.timeout &&
+                      std::memcmp(&known.result, entry.result, sizeof known.result) == 0 &&
+                      known.startTime == entry.startTime && known.endTime == entry.endTime &&
+                      known.requesters.size() == entry.requesters;
+    if (!same) {
+        return false;
+    }
+    for (size_t i = 0; i < known.requesters.size(); ++i) {
+        if (known.requesters[i].proc != requesters[i].proc || known.requesters[i].task != requesters[i].task) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CompareEntry(void* context, const SimEntry& entry, const SimRequester* requesters) {
+    Place& place = *static_cast<Place*>(context);
+    const auto has = [&entry] {
+        return Show(entry.name, *entry.result, entry.startCount, entry.taskId, entry.timeout, entry.startTime,
+                    entry.endTime) +
+               " requesters " + std::to_string(entry.requesters);
+    };
+    if (place.at == place.end) {
+        Violation("the result table has an entry that must not be there: " + has());
+    }
+    const auto& [name, known] = *place.at++;
+    if (!AreSame(entry, requesters, name, known)) {
+        Violation(
+            "the result table has: " + has() + "; it must have: " +
+            Show(name, known.result, known.startCount, known.taskId, known.timeout, known.startTime, known.endTime) +
+            " requesters " + std::to_string(known.requesters.size()));
+    }
+}
+
+struct JobPlace {
+    std::map<uint32_t, Job>::const_iterator at;
+    std::map<uint32_t, Job>::const_iterator end;
+};
+
+void CompareJob(void* context, const SimJob& job) {
+    JobPlace& place = *static_cast<JobPlace*>(context);
+    if (place.at == place.end || place.at->first != job.taskId || place.at->second.stopFlag != job.stopFlag ||
+        place.at->second.forceOnly != job.forceOnly) {
+        Violation("the job table has job " + std::to_string(job.taskId) + (job.stopFlag ? ", to be stopped" : "") +
+                  (job.forceOnly ? ", by force only" : "") + ", that must not be there so");
+    }
+    ++place.at;
+}
+
+}  // namespace
+
+Checker::Checker(const Image& image)
+    : visitTable_(image.Find<decltype(SimVisitTable)>("SimVisitTable")),
+      visitJobs_(image.Find<decltype(SimVisitJobs)>("SimVisitJobs")),
+      tableLock_(image.Find<decltype(SimTableLock)>("SimTableLock")()),
+      jobsLock_(image.Find<decltype(SimJobsLock)>("SimJobsLock")()) {
+    for (const char* const name : {"unknown_group", "kivo_group_trace"}) {
+        state_.table[name].result = MakeResult(name, "success", "init");
+    }
+}
+
+Part* Checker::PartOf(const Thread& thread) {
+    const auto found = parts_.find(thread.number);
+    return compares_ && found != parts_.end() ? found->second.get() : nullptr;
+}
+
+void Checker::Take(const Thread& thread, Action action) {
+    if (thread.process->ranOutOfMemory) {
+        StopComparing();
+    }
+    if (Part* const part = PartOf(thread)) {
+        ++TheOutcome().checks;
+        part->Take(std::move(action));
+    }
+}
+
+void Checker::OnLog(Thread& thread, uint32_t level, const std::string& unit, uint32_t module, const std::string& text) {
+    Take(thread, {.kind = Kind::kLog, .number = level, .module = module, .text = unit + ": " + text});
+}
+
+// The order of the locks: the table's, then the jobs'.
+void Checker::OnLock(Thread& thread, const void* mutex) {
+    const bool table = IsTable(mutex);
+    const bool jobs = IsJobs(mutex);
+    if (!table && !jobs) {
+        return;
+    }
+    if (table ? thread.locks.size() != 1
+              : thread.locks.size() > 2 || (thread.locks.size() == 2 && !IsTable(thread.locks[0]))) {
+        Violation(std::string("takes the lock of the ") + (table ? "table" : "jobs") + " with another one held");
+    }
+    if (!compares_) {
+        return;
+    }
+    if (PartOf(thread) == nullptr) {
+        Violation("touches the tables, which is not its business");
+    }
+    if (thread.process->ranOutOfMemory) {
+        StopComparing();
+        return;
+    }
+    if (table) {
+        CompareTable();
+    } else {
+        CompareJobs();
+    }
+    Take(thread, {.kind = table ? Kind::kLockTable : Kind::kLockJobs});
+}
+
+void Checker::OnUnlock(Thread& thread, const void* mutex) {
+    const bool table = IsTable(mutex);
+    if ((!table && !IsJobs(mutex)) || !compares_) {
+        return;
+    }
+    if (thread.process->ranOutOfMemory) {
+        StopComparing();
+        return;
+    }
+    Take(thread, {.kind = table ? Kind::kUnlockTable : Kind::kUnlockJobs});
+    if (table) {
+        CompareTable();
+    } else {
+        CompareJobs();
+    }
+}
+
+void Checker::OnHold(Thread& thread, Hold hold) {
+    if (hold != Hold::kRelease && thread.locks.size() != 1) {
+        Violation("takes the registry's lock with another one held");
+    }
+    Take(thread, {.kind = hold == Hold::kRead    ? Kind::kHoldRead
+                          : hold == Hold::kWrite ? Kind::kHoldWrite
+                                                 : Kind::kRelease});
+}
+
+void Checker::OnTime(Thread& thread, uint64_t time) {
+    Take(thread, {.kind = Kind::kTime, .time = time});
+}
+
+// Nothing that the server does may send the same state of business twice.
+void Checker::OnEvent(Thread& thread, uint32_t id, const Bytes& data, uint32_t result) {
+    if (id == 9) {
+        const bool busy = data == Number(0);
+        if ((!busy && data != Number(1)) || busy == busy_) {
+            Violation(std::string("event 9 says ") + (busy ? "busy" : "idle") + " twice");
+        }
+        busy_ = busy;
+    }
+    if (thread.locks.size() != 1 || !IsTable(thread.locks[0])) {
+        Violation("broadcasts without the table's lock, or with more");
+    }
+    Take(thread, {.kind = Kind::kEvent, .number = id, .data = data, .result = result});
+}
+
+void Checker::OnSend(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t result) {
+    // The engine client holds a lock of its own when it registers.
+    if (std::ranges::any_of(thread.locks, [this](const void* lock) { return IsTable(lock) || IsJobs(lock); })) {
+        Violation("sends a message with the lock of a table held");
+    }
+    Take(thread, {.kind = Kind::kSend,
+                  .number = message.msgId,
+                  .text = std::string(message.dstProcName) + ":" + message.dstTaskName,
+                  .data = data,
+                  .result = result});
+}
+
+void Checker::OnAsk(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t timeout) {
+    Take(thread, {.kind = Kind::kAsk,
+                  .number = message.msgId,
+                  .module = timeout,
+                  .text = std::string(message.dstProcName) + ":" + message.dstTaskName,
+                  .data = data});
+}
+
+void Checker::OnAnswer(Thread& thread, uint32_t result, const Bytes& reply) {
+    Take(thread, {.kind = Kind::kAnswer, .result = result, .reply = reply});
+}
+
+void Checker::OnReply(Thread& thread, const Bytes& data, uint32_t result) {
+    Take(thread, {.kind = Kind::kReply, .data = data, .result = result});
+}
+
+void Checker::OnSleep(Thread& thread, uint32_t seconds) {
+    Take(thread, {.kind = Kind::kSleep, .number = seconds});
+}
+
+void Checker::OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) {
+    const auto id = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(argument));
+    if (PartOf(thread) == nullptr) {
+        return;
+    }
+    Take(thread, {.kind = Kind::kCreate, .number = id, .result = result, .created = created});
+    if (created != nullptr && compares_) {
+        auto part = std::make_unique<Part>(state_);
+        part->BeginJob(id);
+        parts_[created->number] = std::move(part);
+    }
+}
+
+void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, const Bytes& data) {
+    if (thread.task != "iom_srv_task") {
+        return;
+    }
+    ++TheOutcome().requests;
+    auto part = std::make_unique<Part>(state_);
+    part->BeginMessage(message, data);
+    parts_[thread.number] = std::move(part);
+}
+
+void Checker::OnHandled(Thread& thread, uint32_t result) {
+    if (thread.task != "iom_srv_task") {
+        return;
+    }
+    Take(thread, {.kind = Kind::kHandled, .number = result});
+    if (!thread.locks.empty()) {
+        Violation("a handler returns with a lock held");
+    }
+    parts_.erase(thread.number);
+}
+
+void Checker::OnThreadEnd(Thread& thread) {
+    Take(thread, {.kind = Kind::kEnd});
+    parts_.erase(thread.number);
+}
+
+void Checker::OnEnd(Process& process) {
+    ForEachThread([this, &process](const Thread& thread) {
+        if (thread.process != &process) {
+            return;
+        }
+        if (std::ranges::find(thread.locks, tableLock_) != thread.locks.end()) {
+            Reached("server: killed holding the table");
+        }
+        if (std::strcmp(thread.waitsFor, "a reply") == 0 && thread.state == Thread::State::kBlocked) {
+            Reached("server: killed while an owner was asked");
+        }
+    });
+}
+
+void Checker::CompareTable() const {
+    Place place{state_.table.begin(), state_.table.end()};
+    const uint32_t running = visitTable_(CompareEntry, &place);
+    if (place.at != place.end) {
+        Violation("the result table lacks " + place.at->first);
+    }
+    if (running != state_.runningCount) {
+        Violation("the running count is " + std::to_string(running) + ", it must be " +
+                  std::to_string(state_.runningCount));
+    }
+}
+
+void Checker::CompareJobs() const {
+    JobPlace place{state_.jobs.begin(), state_.jobs.end()};
+    visitJobs_(CompareJob, &place);
+    if (place.at != place.end) {
+        Violation("the job table lacks job " + std::to_string(place.at->first));
+    }
+}
+
+bool Checker::IsAtRest(const Process& process) const {
+    if (!compares_) {
+        return true;
+    }
+    const bool handles = parts_.size() > state_.jobs.size();
+    const bool waits = std::ranges::any_of(process.tasks, [](const auto& task) { return !task->queue.empty(); });
+    return !handles && !waits && std::ranges::all_of(state_.jobs, [](const auto& entry) {
+        const Job& job = entry.second;
+        return job.kind == Job::Kind::kWait && job.timeout == 0 && !job.stopFlag;
+    });
+}
+
+// A map's node is one block, and so is a text that does not fit into its string.
+int64_t Checker::SpareBlocks(const Process& process) const {
+    const auto blocksOf = [](const std::string& name) { return name.size() > 15 ? 2 : 1; };
+    int64_t known = 0;
+    for (const auto& [name, entry] : state_.table) {
+        known += blocksOf(name) + (entry.hadRequesters ? 1 : 0);
+    }
+    for (const auto& [name, owner] : state_.registry) {
+        known += blocksOf(name);
+    }
+    return process.blocks - known;
+}
+
+void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBlocks) const {
+    if (!compares_) {
+        return;
+    }
+    if (spareBlocks && state_.jobs.empty() && SpareBlocks(process) != *spareBlocks) {
+        Violation("at rest the server has " + std::to_string(SpareBlocks(process)) + " blocks of memory instead of " +
+                  std::to_string(*spareBlocks));
+    }
+    CompareTable();
+    CompareJobs();
+    // A count that has wrapped leaves its entry's run behind.
+    if ((state_.runningCount != 0 || busy_) && !state_.wrapped) {
+        Violation("at rest the server is busy");
+    }
+    for (const auto& [name, entry] : state_.table) {
+        if (entry.startCount != 0 || !entry.requesters.empty()) {
+            Violation("at rest there are runs or requesters of " + name);
+        }
+    }
+    ForEachThread([&process](const Thread& thread) {
+        if (thread.process == &process && !thread.locks.empty()) {
+            Violation("at rest " + thread.Label() + " holds a lock");
+        }
+    });
+    if (process.accounted != 0 || process.answers != 0 || !process.owed.empty()) {
+        Violation("at rest there are accounted blocks, answers that were not freed or replies that are owed");
+    }
+}
+
+}  // namespace sim::model

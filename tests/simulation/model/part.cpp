@@ -1,0 +1,117 @@
+// How a script goes on, and what scripts share.
+#include "model/part.h"
+
+#include <cjson/cJSON.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "world/journal.h"
+
+namespace sim::model {
+
+void Part::BeginMessage(const TagMsgBlock& message, const Bytes& data) {
+    script_ = std::make_unique<Script<void>>(Message(message, data));
+    script_->Start();
+}
+
+void Part::BeginJob(uint32_t id) {
+    script_ = std::make_unique<Script<void>>(JobThread(id));
+    script_->Start();
+}
+
+void Part::Take(Action action) {
+    if (cursor_.expected == nullptr) {
+        Violation("does \"" + action.Describe() + "\" when it must do nothing more");
+    }
+    if (!cursor_.expected->IsSame(action)) {
+        Violation("does \"" + action.Describe() + "\" instead of \"" + cursor_.expected->Describe() + "\"");
+    }
+    cursor_.seen = std::move(action);
+    cursor_.expected = nullptr;
+    cursor_.waiting.resume();
+}
+
+// Lines are cut after 399 bytes.
+Expect Part::Log(uint32_t level, const std::string& unit, uint32_t module, const std::string& text) {
+    return {
+        cursor_,
+        Action{
+            .kind = Action::Kind::kLog, .number = level, .module = module, .text = unit + ": " + text.substr(0, 399)}};
+}
+
+Expect Part::CreateThread(uint32_t argument) {
+    return {cursor_, Action{.kind = Action::Kind::kCreate, .number = argument}};
+}
+
+Expect Part::Send(uint32_t id, const Client& client, const Bytes& data) {
+    return {cursor_,
+            Action{.kind = Action::Kind::kSend, .number = id, .text = client.proc + ":" + client.task, .data = data}};
+}
+
+// A run's owner has five minutes.
+Expect Part::Ask(const Client& owner, const Bytes& data) {
+    return {cursor_, Action{.kind = Action::Kind::kAsk,
+                            .number = 4,
+                            .module = 300000,
+                            .text = owner.proc + ":" + owner.task,
+                            .data = data}};
+}
+
+Expect Part::Reply(const Bytes& data) {
+    return {cursor_, Action{.kind = Action::Kind::kReply, .data = data}};
+}
+
+Expect Part::Event(uint32_t id, const Bytes& data) {
+    return {cursor_, Action{.kind = Action::Kind::kEvent, .number = id, .data = data}};
+}
+
+Expect Part::Handled(uint32_t result) {
+    return {cursor_, Action{.kind = Action::Kind::kHandled, .number = result}};
+}
+
+Entry* Part::Find(const std::string& name) {
+    const auto found = state_.table.find(name);
+    return found == state_.table.end() ? nullptr : &found->second;
+}
+
+bool ReadJson(const std::string& json, const char* key, size_t size, std::string& out) {
+    cJSON* const tree = cJSON_Parse(json.c_str());
+    const char* const value = cJSON_GetStringValue(cJSON_GetObjectItem(tree, key));
+    const bool fits = value != nullptr && std::strlen(value) < size;
+    if (fits) {
+        out = value;
+    }
+    cJSON_Delete(tree);
+    return fits;
+}
+
+std::string GroupOf(const std::vector<std::string>& texts) {
+    static constexpr std::array kMembers = {"kivo_om_diag_log", "kivo_om_diag_reports", "kivo_om_diag_msg",
+                                            "kivo_devm_uwb_log"};
+    for (const std::string& text : texts) {
+        std::string name;
+        if (!ReadJson(text, "name", 32, name)) {
+            return "unknown_group";
+        }
+        if (std::ranges::any_of(kMembers, [&name](const char* member) { return name == member; })) {
+            return "kivo_group_trace";
+        }
+    }
+    return "unknown_group";
+}
+
+std::string Hex(uint32_t number) {
+    std::array<char, 16> text{};
+    (void)std::snprintf(text.data(), text.size(), "%x", number);
+    return text.data();
+}
+
+Bytes BytesOf(const void* record, size_t size) {
+    const auto* const bytes = static_cast<const unsigned char*>(record);
+    return {bytes, bytes + size};
+}
+
+}  // namespace sim::model

@@ -1,0 +1,105 @@
+// One thread of the server as the model sees it: the script of what it must do, on the state that all threads share.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kivo/os_msg.h"
+#include "model/script.h"
+#include "model/state.h"
+
+namespace sim::model {
+
+class Part {
+public:
+    explicit Part(State& state) : state_(state) {}
+    Part(const Part&) = delete;
+    Part& operator=(const Part&) = delete;
+
+    /// Begins with a message that the server's task handles, or with the thread of a job.
+    void BeginMessage(const TagMsgBlock& message, const Bytes& data);
+    void BeginJob(uint32_t id);
+
+    /// The thread's next action.
+    void Take(Action action);
+
+    /// Nothing is expected any more.
+    bool HasEnded() const { return cursor_.expected == nullptr; }
+
+private:
+    struct Request {
+        std::string name;
+        std::string json;
+        uint32_t length{};  // as it is sent to the owner
+    };
+
+    // ---- messages (messages.cpp) ----
+    Script<void> Message(TagMsgBlock message, Bytes data);
+    Script<void> Register(std::string name, uint32_t timeout, Client owner);
+    Script<void> Unregister(std::string name);
+    Script<void> Report(Bytes data);
+    Script<Bytes> RunSync(std::string json, Client client);
+    Script<Bytes> StartGroup(Bytes data, Client client);
+    Script<Bytes> StopGroupTask(uint32_t taskId);
+    Script<Bytes> TellState(std::string name);
+
+    // ---- background jobs (jobs.cpp) ----
+    Script<void> JobThread(uint32_t id);
+    Script<void> SingleJob(std::string json, Client client);
+    Script<void> GroupJob(uint32_t id);
+    Script<void> WaitJob(uint32_t id, std::string name, uint32_t timeout);
+    Script<void> StopItem(std::string name);
+    Script<uint32_t> CreateTask(Job job);
+    Script<uint32_t> StopTask(uint32_t id, bool force);
+    Script<void> SendResult(uint32_t id, Client client, Bytes data);
+
+    // ---- the result table (table.cpp) ----
+    Script<bool> InspectSingle(std::string json, Item* item);  // true: to be waited for
+    Script<void> GetResult(Request request, Item* out);
+    Script<void> RunResult(Request request, Result* result);
+    Script<uint32_t> AskOwner(Request request, Result* result);
+    Script<bool> UnLockResult(std::string name, Item* out);
+    Script<void> SetStatic(std::string name, std::string status);
+    Script<void> AddRequester(std::string name, Client client);
+    Script<uint32_t> Begin(Entry* entry, bool withText, std::string text);
+    Script<void> End(Entry* entry, bool force, bool withText, std::string text);
+    Script<uint32_t> StartGroupEntry(std::string name);
+    Script<void> StopGroupEntry(std::string name);
+    Script<void> Broadcast(uint32_t id, Bytes data);
+
+    // ---- single actions ----
+    // GCC 12 destroys an aggregate twice that is made within a co_await, so they are made here.
+    Expect Do(Action::Kind kind) { return {cursor_, Action{.kind = kind}}; }
+    Expect Log(uint32_t level, const std::string& unit, uint32_t module, const std::string& text);
+    Expect LogResult(uint32_t level, const std::string& text) { return Log(level, "ResultMgr", 13, text); }
+    Expect LogMessage(uint32_t level, const std::string& text) { return Log(level, "inspect_dealmsg", 19, text); }
+    Expect Sleep(uint32_t seconds) { return {cursor_, Action{.kind = Action::Kind::kSleep, .number = seconds}}; }
+    Expect CreateThread(uint32_t argument);
+    Expect Send(uint32_t id, const Client& client, const Bytes& data);
+    Expect Ask(const Client& owner, const Bytes& data);
+    Expect Reply(const Bytes& data);
+    Expect Event(uint32_t id, const Bytes& data);
+    Expect Handled(uint32_t result);
+    Entry* Find(const std::string& name);
+
+    State& state_;
+    Cursor cursor_;
+    std::unique_ptr<Script<void>> script_;
+};
+
+/// A text of a request, by its key; false when there is none that fits.
+bool ReadJson(const std::string& json, const char* key, size_t size, std::string& out);
+
+std::string GroupOf(const std::vector<std::string>& texts);
+
+std::string Hex(uint32_t number);
+
+Bytes BytesOf(const void* record, size_t size);
+
+inline Bytes Number(uint32_t number) {
+    return BytesOf(&number, sizeof number);
+}
+
+}  // namespace sim::model

@@ -1,0 +1,280 @@
+// Messages travel as events of the scheduler.
+#include "world/bus.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "common/msg_rules.h"
+#include "world/choices.h"
+#include "world/faults.h"
+#include "world/journal.h"
+#include "world/observer.h"
+
+namespace sim {
+
+namespace {
+
+struct Bus {
+    std::map<std::pair<std::string, std::string>, Micros> arrivals;  // the last one of each pair
+    std::vector<std::shared_ptr<Request>> requests;                  // those that wait
+    uint64_t lastToken{};
+};
+
+Bus& The() {
+    static Bus& bus = *new Bus;
+    return bus;
+}
+
+// When a message arrives that is sent now, or at `wanted`, if that is later than the pair's last one.
+Micros Arrival(const std::string& from, const std::string& to, Micros wanted = 0) {
+    Micros& last = The().arrivals[{from, to}];
+    last = std::max({last, wanted != 0 ? wanted : Now() + Delay()});
+    return last;
+}
+
+std::string Describe(const Delivery& delivery) {
+    return std::to_string(delivery.envelope.msgId) + " from " + delivery.envelope.srcProcName + ":" +
+           delivery.envelope.srcTaskName + " to " + delivery.envelope.dstProcName + ":" + delivery.envelope.dstTaskName;
+}
+
+// Puts a message into the queue; false when that is full.
+bool Enqueue(Task& task, Delivery delivery) {
+    const bool senderWaits = std::any_of(task.queue.begin(), task.queue.end(), [&delivery](const Delivery& other) {
+        return std::string_view(other.envelope.srcProcName) == delivery.envelope.srcProcName;
+    });
+    if (kivo::HasRoom(task.queue.size(), 1, task.queueDepth, senderWaits) &&
+        !(task.name == "iom_srv_task" && IsDue(Fault::kQueueFull))) {
+        task.queue.push_back(std::move(delivery));
+        Wake(&task);
+        return true;
+    }
+    Note("queue full: " + Describe(delivery));
+    if (delivery.request == nullptr) {
+        ++task.dropped;
+        Reached("bus: message lost, queue full");
+    } else {
+        Reached("bus: request refused, queue full");
+    }
+    return false;
+}
+
+void Arrive(const std::string& to, Delivery delivery) {
+    Process* const process = FindProcess(to);
+    const auto task = process == nullptr ? nullptr : process->FindTask(delivery.envelope.dstTaskName);
+    const auto request = delivery.request;
+    if (task == nullptr) {
+        if (request != nullptr) {
+            if (to == "ominspect") {
+                Reached("bus: server absent");
+            }
+            Answer(request, process == nullptr ? OS_MSG_ERR_ABSENT : OS_MSG_ERR_NO_TASK, {});
+        } else if (process == nullptr && delivery.envelope.msgId <= 1) {
+            Reached("result: sent to one who left");
+        }
+        return;
+    }
+    if (request != nullptr) {
+        request->to = process;
+    }
+    if (!Enqueue(*task, std::move(delivery)) && request != nullptr) {
+        Answer(request, OS_MSG_ERR_QUEUE_FULL, {});
+    }
+}
+
+// Hands one message to the handler; what it neither answered nor deferred is forgotten afterwards.
+void Handle(Process& process, const Task& task, Delivery delivery) {
+    TagMsgBlock& envelope = delivery.envelope;
+    envelope.data = delivery.data.empty() ? nullptr : delivery.data.data();
+    const uint64_t token = ++The().lastToken;
+    if (delivery.request != nullptr) {
+        kivo::SetToken(envelope, token);
+        if (!delivery.request->senderLeft) {
+            process.owed.emplace(token, OwedReply{delivery.request});
+        }
+    }
+    Note("handle " + Describe(delivery) + " param " + std::to_string(envelope.param),
+         {reinterpret_cast<const char*>(delivery.data.data()), delivery.data.size()});
+    if (Observer* const observer = TheObserver()) {
+        observer->OnHandler(*Self(), envelope, delivery.data);
+    }
+    uint32_t result = 0;
+    {
+        const InProcess process_;
+        result = task.handler(&envelope);
+    }
+    if (Observer* const observer = TheObserver()) {
+        observer->OnHandled(*Self(), result);
+    }
+    const auto owed = process.owed.find(token);
+    if (owed != process.owed.end() && !owed->second.deferred) {
+        process.owed.erase(owed);
+    }
+}
+
+bool IsRestart(const OsMsgSubscription& wanted) {
+    return wanted.eventId == OS_MSG_EVENT_PROC_RESTART;
+}
+
+// An event goes to the very process that subscribed to it.
+void SendEvent(const std::string& from, Process& subscriber, const OsMsgSubscription& wanted, uint32_t id,
+               const std::string& task, const Bytes& data) {
+    Delivery delivery;
+    delivery.envelope.uid = IsRestart(wanted) ? UINT32_MAX : 1000;
+    delivery.envelope.msgId = id;
+    kivo::WriteName(delivery.envelope.srcProcName, from);
+    kivo::WriteName(delivery.envelope.srcTaskName, task);
+    kivo::WriteName(delivery.envelope.dstProcName, subscriber.name);
+    kivo::WriteName(delivery.envelope.dstTaskName, wanted.dstTaskName);
+    kivo::WriteName(delivery.envelope.replyTaskName, task);
+    delivery.envelope.dataLen = static_cast<uint32_t>(data.size());
+    delivery.data = data;
+    At(Arrival(from, subscriber.name), [&subscriber, delivery = std::move(delivery)] {
+        if (subscriber.Attached()) {
+            Arrive(subscriber.name, delivery);
+        }
+    });
+}
+
+void ForEachSubscription(const std::string& from, uint32_t id, const std::string& task,
+                         const std::function<void(Process&, const OsMsgSubscription&)>& use) {
+    ForEachProcess([&](Process& subscriber) {
+        for (const OsMsgSubscription& wanted : subscriber.subscriptions) {
+            const bool restart = id == OS_MSG_EVENT_PROC_RESTART && task.empty();
+            if (wanted.eventId == id && from == wanted.srcProcName && IsRestart(wanted) == restart &&
+                (restart || task == wanted.srcTaskName)) {
+                use(subscriber, wanted);
+            }
+        }
+    });
+}
+
+}  // namespace
+
+void Send(Process& from, const std::string& to, Delivery delivery) {
+    At(Arrival(from.name, to), [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+}
+
+void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data) {
+    ForEachSubscription(from.name, id, task, [&](Process& subscriber, const OsMsgSubscription& wanted) {
+        SendEvent(from.name, subscriber, wanted, id, task, data);
+    });
+}
+
+void Ask(const std::shared_ptr<Request>& request, Delivery delivery) {
+    Process& sender = *request->from;
+    delivery.request = request;
+    The().requests.push_back(request);
+    Send(sender, request->toName, std::move(delivery));
+    WaitFor("a reply", request.get(), request->deadline, [&] { return request->done || !sender.Attached(); });
+    std::erase(The().requests, request);
+    if (!request->done) {
+        request->result = sender.Attached() ? OS_MSG_ERR_TIMEOUT : OS_MSG_ERR_NOT_ATTACHED;
+        if (sender.busLost) {
+            request->result = OS_MSG_ERR_NO_BUS;
+        }
+        request->decided = true;
+        Reached("bus: request timed out");
+    }
+}
+
+void Answer(const std::shared_ptr<Request>& request, uint32_t result, Bytes reply) {
+    if (request->decided) {
+        return;
+    }
+    request->decided = true;
+    Micros wanted = 0;
+    if (request->deadline > Now() && IsDue(Fault::kTimeLimit)) {
+        wanted = request->deadline - 1 + Pick(3);
+    }
+    At(Arrival(request->toName, request->fromName, wanted), [request, result, reply = std::move(reply)] {
+        request->done = true;
+        request->result = result;
+        request->reply = reply;
+        Wake(request.get());
+    });
+}
+
+void JoinBus(Process& process, const std::string& name) {
+    process.name = name;
+    process.state = Process::State::kOn;
+    Note("joins the bus as " + name);
+    ForEachSubscription(name, OS_MSG_EVENT_PROC_RESTART, "", [&](Process& other, const OsMsgSubscription& wanted) {
+        SendEvent(name, other, wanted, OS_MSG_EVENT_PROC_RESTART, "", {});
+    });
+}
+
+void RequestLeave(Process& process) {
+    if (!process.Attached()) {
+        return;
+    }
+    process.state = Process::State::kLeaving;
+    for (const auto& task : process.tasks) {
+        Wake(task.get());
+    }
+    for (const auto& request : The().requests) {
+        if (request->from == &process) {
+            Wake(request.get());
+        }
+    }
+    Wake(&process);
+}
+
+void LeaveBus(Process& process) {
+    process.state = Process::State::kOff;
+    process.tasks.clear();
+    process.subscriptions.clear();
+    process.owed.clear();
+    process.items.clear();
+    for (const auto& request : std::vector(The().requests)) {
+        if (request->to == &process) {
+            Answer(request, OS_MSG_ERR_DIED, {});
+        }
+        if (request->from == &process) {
+            request->senderLeft = true;
+        }
+    }
+    if (process.dead) {
+        std::erase_if(The().requests, [&process](const auto& request) { return request->from == &process; });
+    }
+    ForEachProcess([&process](Process& other) {
+        std::erase_if(other.owed, [&process](const auto& owed) { return owed.second.request->from == &process; });
+    });
+}
+
+void LoseBus() {
+    ForEachProcess([](Process& process) {
+        if (process.state != Process::State::kOff) {
+            process.busLost = true;
+            RequestLeave(process);
+        }
+    });
+    The().arrivals.clear();
+}
+
+uint32_t RunLoop(Process& process, const std::shared_ptr<Task>& task) {
+    if (task->looping) {
+        return OS_MSG_ERR_NAME_TAKEN;
+    }
+    task->looping = true;
+    Thread& me = *Self();
+    const std::string formerTask = std::exchange(me.task, task->name);
+    for (;;) {
+        if (!me.locks.empty()) {
+            Violation("waits for messages with a lock held");
+        }
+        WaitFor("messages", task.get(), kNever, [&] { return !process.Attached() || !task->queue.empty(); });
+        if (!process.Attached()) {
+            break;
+        }
+        Delivery delivery = std::move(task->queue.front());
+        task->queue.pop_front();
+        Handle(process, *task, std::move(delivery));
+    }
+    task->looping = false;
+    me.task = formerTask;
+    return process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_OK;
+}
+
+}  // namespace sim
