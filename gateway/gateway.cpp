@@ -21,6 +21,7 @@
 #include "model/parts.h"
 #include "model/picture.h"
 #include "model/runs.h"
+#include "mqtt/part.h"
 #include "watch/link.h"
 #include "watch/watcher.h"
 
@@ -42,6 +43,11 @@ public:
           operations_(link_, runs_, feed_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });
+        if (settings_.mqtt.isOn) {
+            mqtt_ = std::make_unique<MqttPart>(settings_.mqtt, HistoryPath(), picture_, parts_, feed_);
+        } else {
+            parts_.Set("mqtt", PartState::kOff);
+        }
     }
 
     std::optional<Error> Serve(EndSignals& signals) {
@@ -53,12 +59,18 @@ public:
         }
         auto error = BeginHttp();
         if (!error) {
+            if (mqtt_) {
+                mqtt_->Start(operations_, collection_.get());
+            }
             watcher_.Start();
             (void)sd_notify(0, "READY=1");
             WaitForEnd(signals);
             (void)sd_notify(0, "STOPPING=1");
         }
         http_.reset();
+        if (mqtt_) {
+            mqtt_->Stop();
+        }
         collection_.reset();
         operations_.StopAll();
         watcher_.Stop();
@@ -70,6 +82,8 @@ public:
     }
 
 private:
+    std::string HistoryPath() const { return settings_.history.isOn ? settings_.history.path : ""; }
+
     std::unique_ptr<Writer> MakeWriter() {
         if (!settings_.history.isOn) {
             parts_.Set("history", PartState::kOff);
@@ -94,10 +108,9 @@ private:
             parts_.Set("http", PartState::kOff);
             return std::nullopt;
         }
-        const std::string historyPath = settings_.history.isOn ? settings_.history.path : "";
         auto http = HttpPart::Begin(
             settings_.http,
-            {picture_, parts_, hub_, operations_, collection_.get(), historyPath, {}, [this] { return Figures(); }});
+            {picture_, parts_, hub_, operations_, collection_.get(), HistoryPath(), {}, [this] { return Figures(); }});
         if (!http) {
             return http.Failure();
         }
@@ -186,6 +199,7 @@ private:
     Operations operations_;
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;
+    std::unique_ptr<MqttPart> mqtt_;
 };
 
 }  // namespace
