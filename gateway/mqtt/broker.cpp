@@ -33,7 +33,7 @@ bool IsAddress(const std::string& host) {
 }
 
 // Refused keys ask nobody at a terminal for a pass phrase.
-int NoPassPhrase(char*, int, int, void*) {
+int NoPassPhrase(char* /*phrase*/, int /*size*/, int /*isWritten*/, void* /*client*/) {
     return 0;
 }
 
@@ -243,8 +243,10 @@ int Broker::Fd() const {
 }
 
 short Broker::Events() const {
-    return lookup_ ? POLLIN
-                   : static_cast<short>(POLLIN | (isConnecting_ || library_->want_write(client_.get()) ? POLLOUT : 0));
+    if (lookup_ || !(isConnecting_ || library_->want_write(client_.get()))) {
+        return POLLIN;
+    }
+    return POLLIN | POLLOUT;
 }
 
 void Broker::Handle(short events) {

@@ -73,19 +73,23 @@ const xml = (mqtt, history = true) => `<Gateway refresh="1">
 const mqtt = (attributes, content = '') => xml(`<Mqtt enabled="true" terminal="room12" position="${at('position')}" rate="1000" ${attributes}>${content}</Mqtt>`);
 const near = (content) => mqtt(`socket="${at('broker.sock')}"`, content);
 const parts = async () => (await terminal.ask('GET', '/api/v1/health')).json.parts;
-const isState = (state, pattern = /./) =>
-    eventually(`mqtt to be ${state} ${pattern}`, async () => {
-        const part = (await parts()).mqtt;
-        if (part.state !== last?.state || part.text !== last?.text) console.log((last = part));
-        return part.state === state && (state === 'ok' || pattern.test(part.text)) && part;
-    });
+async function isState(state, pattern = /./) {
+    let part;
+    try {
+        return await eventually(`mqtt to be ${state}`, async () => {
+            part = (await parts()).mqtt;
+            return part.state === state && (state === 'ok' || pattern.test(part.text)) && part;
+        });
+    } catch (error) {
+        throw new Error(`${error.message}; it is ${JSON.stringify(part)}`);
+    }
+}
 const run = (item) => terminal.ctl('run', item);
 const position = () => JSON.parse(fs.readFileSync(at('position'), 'utf8')).position;
 // What the history holds, oldest first.
 const kept = () => JSON.parse(terminal.ctl('history', '--json', '--limit', '1000').stdout).events.sort((a, b) => a.seq - b.seq);
 
 let broker;
-let last;
 
 before(async () => {
     const probe = net.createServer().listen(0, '127.0.0.1');
