@@ -39,7 +39,9 @@ PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, and what counts their instructions.
 BENCH_PACKAGES=(libbenchmark-dev valgrind)
 # To install them into a system of their own, and to boot it.
-INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
+INSTALL_TEST_PACKAGES=(
+    mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression openssl iproute2
+)
 # To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
 ARM64_BUILD_PACKAGES=(
     g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon systemd procps dpkg-dev file
