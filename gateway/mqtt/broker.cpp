@@ -273,8 +273,10 @@ void Broker::Handle(short events) {
         ((events & (POLLIN | POLLHUP | POLLERR)) != 0 || (wasConnecting && !settings_.authority.empty()))) {
         Check(library_->loop_read(client_.get(), 1));
     }
-    if (user_ != nullptr && (events & (POLLHUP | POLLERR)) != 0 && (events & POLLIN) == 0) {
-        Lose("the broker has ended the connection");
+    // An open line may still have something to read; one that is only being opened comes to nothing. The library's TLS
+    // takes the socket's error for itself and would try on for ever.
+    if (user_ != nullptr && (events & (POLLHUP | POLLERR)) != 0 && (!isOpen_ || (events & POLLIN) == 0)) {
+        Lose(isOpen_ ? "the broker has ended the connection" : "the connection was refused");
     }
 }
 

@@ -308,6 +308,8 @@ test('TLS with certificates of clients', async () => {
     fs.chmodSync(at('room.key'), 0o644);
     await tries(far('room'), 'failed', /everybody can read or change it/);
     await terminal.end(broker);
+    fs.chmodSync(at('room.key'), 0o600);
+    await tries(far('room'), 'failed', /refused/); // nobody listens
 });
 
 test('a broker that accepts and never answers holds up nothing', async (t) => {
