@@ -315,7 +315,7 @@ public:
 private:
     void StartBroker() {
         std::filesystem::remove(socket_);
-        broker_.emplace(std::vector<std::string>{"mosquitto", "-c", folder_ / "broker.conf"});
+        broker_.emplace(std::vector<std::string>{"/usr/sbin/mosquitto", "-c", folder_ / "broker.conf"});
         const auto end = Clock::now() + kPatience;
         while (!std::filesystem::exists(socket_)) {
             if (Clock::now() > end) {

@@ -16,7 +16,7 @@ const at = (name) => `${terminal.folder}/${name}`;
 async function startBroker(more = '', name = 'broker') {
     fs.writeFileSync(at(`${name}.conf`), `user ${os.userInfo().username}\nallow_anonymous true\npersistence false\nlistener 0 ${at(`${name}.sock`)}\n${more}`, { mode: 0o600 });
     fs.rmSync(at(`${name}.sock`), { force: true });
-    const broker = terminal.start('mosquitto', '-c', at(`${name}.conf`));
+    const broker = terminal.start('/usr/sbin/mosquitto', '-c', at(`${name}.conf`));
     await eventually(name, () => {
         if (broker.exitCode !== null) throw new Error(broker.said);
         return /mosquitto version .* running/.test(broker.said);
