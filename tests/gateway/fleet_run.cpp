@@ -25,6 +25,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "history/store.h"
@@ -61,10 +62,11 @@ double Seconds(Clock::time_point since) {
 
 class NoCarrier : public mqtt::Carrier {
 public:
-    Result<std::uint64_t> Run(const std::string&, const std::string&, const std::string&) override {
+    Result<std::uint64_t> Run(const std::string& /*item*/, const std::string& /*argument*/,
+                              const std::string& /*who*/) override {
         return OtherError("");
     }
-    Result<std::string> Collect(const std::string&) override { return OtherError(""); }
+    Result<std::string> Collect(const std::string& /*who*/) override { return OtherError(""); }
 };
 
 // What is known of a terminal beside its publisher.
@@ -120,7 +122,7 @@ struct Teller {
 // Sees what the broker hands out, with nothing of the gateway's code.
 class Watcher {
 public:
-    Watcher(const std::string& socket, std::size_t terminals) : socket_(socket), seen_(terminals) {}
+    Watcher(std::string socket, std::size_t terminals) : socket_(std::move(socket)), seen_(terminals) {}
     ~Watcher() { Close(); }
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
