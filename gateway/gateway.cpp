@@ -26,6 +26,7 @@
 #include "model/parts.h"
 #include "model/picture.h"
 #include "model/runs.h"
+#include "mqtt/part.h"
 #include "watch/link.h"
 #include "watch/watcher.h"
 
@@ -58,6 +59,11 @@ public:
         if (settings.dbus.isOn) {
             feed_.Subscribe([this](const Event& event) { dbus_.Tell(event); });
         }
+        if (settings_.mqtt.isOn) {
+            mqtt_ = std::make_unique<MqttPart>(settings_.mqtt, HistoryPath(), picture_, parts_, feed_);
+        } else {
+            parts_.Set("mqtt", PartState::kOff);
+        }
     }
 
     std::optional<Error> Serve(EndSignals& signals) {
@@ -69,6 +75,9 @@ public:
         }
         auto error = BeginHttp();
         if (!error) {
+            if (mqtt_) {
+                mqtt_->Start(operations_, collection_.get());
+            }
             watcher_.Start();
             BeginDBus();
             (void)sd_notify(0, "READY=1");
@@ -77,6 +86,9 @@ public:
         }
         http_.reset();
         dbus_.Stop();
+        if (mqtt_) {
+            mqtt_->Stop();
+        }
         collection_.reset();
         operations_.StopAll();
         watcher_.Stop();
@@ -88,6 +100,8 @@ public:
     }
 
 private:
+    std::string HistoryPath() const { return settings_.history.isOn ? settings_.history.path : ""; }
+
     std::unique_ptr<Writer> MakeWriter() {
         if (!settings_.history.isOn) {
             parts_.Set("history", PartState::kOff);
@@ -121,7 +135,6 @@ private:
             parts_.Set("http", PartState::kOff);
             return std::nullopt;
         }
-        const std::string historyPath = settings_.history.isOn ? settings_.history.path : "";
         auto http = HttpPart::Begin(settings_.http,
                                     {picture_,
                                      parts_,
@@ -129,7 +142,7 @@ private:
                                      operations_,
                                      collection_.get(),
                                      metrics_.get(),
-                                     historyPath,
+                                     HistoryPath(),
                                      {},
                                      [this] { return Figures(); }},
                                     connections_);
@@ -252,6 +265,7 @@ private:
     std::atomic<std::size_t> connections_{0};
     std::unique_ptr<Collection> collection_;
     std::unique_ptr<HttpPart> http_;
+    std::unique_ptr<MqttPart> mqtt_;
 };
 
 }  // namespace

@@ -22,6 +22,10 @@ constexpr unsigned kMaxDays = 3650;
 constexpr unsigned kMaxMegabytes = 65536;
 constexpr unsigned kMaxPort = 65535;
 constexpr std::size_t kMaxListeners = 8;
+constexpr std::size_t kMaxTerminal = 128;
+constexpr std::size_t kMaxRoleName = 64;
+constexpr std::size_t kMaxItem = 64;
+constexpr unsigned kMaxRate = 10000;
 
 std::string ReadPath(const Element& element, const Attributes& attributes, std::string_view attribute,
                      const std::string& fallback, std::size_t max = kMaxPath) {
@@ -48,14 +52,18 @@ HistorySettings ReadHistory(const Element& element) {
     return history;
 }
 
+bool IsAddress(const std::string& text) {
+    std::array<unsigned char, sizeof(in6_addr)> ignored{};
+    return inet_pton(AF_INET, text.c_str(), ignored.data()) == 1 ||
+           inet_pton(AF_INET6, text.c_str(), ignored.data()) == 1;
+}
+
 TcpAddress ReadTcp(const Element& element) {
     static constexpr std::array<std::string_view, 2> kKnown{"address", "port"};
     const Attributes attributes = ReadAttributes(element, kKnown);
     RefuseChildren(element);
     TcpAddress tcp{ReadName(element, attributes, "address", INET6_ADDRSTRLEN), 0};
-    std::array<unsigned char, sizeof(in6_addr)> ignored{};
-    if (inet_pton(AF_INET, tcp.address.c_str(), ignored.data()) != 1 &&
-        inet_pton(AF_INET6, tcp.address.c_str(), ignored.data()) != 1) {
+    if (!IsAddress(tcp.address)) {
         throw Mistake{element.GetLineNum(), "address " + Quoted(tcp.address) + " must be an address in numbers"};
     }
     const auto port = attributes.find("port");
@@ -129,6 +137,74 @@ MetricsSettings ReadMetrics(const Element& element) {
     return {ReadBool(attributes, "enabled", true)};
 }
 
+MqttRole ReadRole(const Element& element) {
+    static constexpr std::array<std::string_view, 2> kKnown{"name", "collect"};
+    static constexpr std::array<std::string_view, 1> kItem{"item"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    MqttRole role;
+    role.name = ReadName(element, attributes, "name", kMaxRoleName);
+    role.mayCollect = ReadBool(attributes, "collect", false);
+    for (const auto* child : ReadChildren(element)) {
+        if (std::string_view(child->Name()) != "Run") {
+            throw Mistake{child->GetLineNum(), "unknown element " + Quoted(child->Name()) + " in Role"};
+        }
+        RefuseChildren(*child);
+        role.items.push_back(ReadName(*child, ReadAttributes(*child, kItem), "item", kMaxItem));
+    }
+    return role;
+}
+
+bool IsThisMachine(const std::string& host) {
+    return host.empty() || host == "localhost" || host == "::1" || (host.starts_with("127.") && IsAddress(host));
+}
+
+// What the file says of the broker must make sense as a whole.
+void CheckMqtt(const Element& element, const MqttSettings& mqtt) {
+    const auto refuse = [&](const char* text) { throw Mistake{element.GetLineNum(), text}; };
+    if (mqtt.host.empty() == mqtt.socket.empty()) {
+        refuse("Mqtt needs either host or socket");
+    }
+    if (mqtt.certificate.empty() != mqtt.key.empty()) {
+        refuse("Mqtt needs both, certificate and key, or neither");
+    }
+    if (mqtt.authority.empty() && !mqtt.certificate.empty()) {
+        refuse("Mqtt needs an authority for its certificate");
+    }
+    if (mqtt.authority.empty() && !IsThisMachine(mqtt.host)) {
+        refuse("Mqtt needs an authority, as the broker is another machine");
+    }
+}
+
+MqttSettings ReadMqtt(const Element& element) {
+    static constexpr std::array<std::string_view, 11> kKnown{"enabled", "terminal", "host",      "port",
+                                                             "socket",  "login",    "authority", "certificate",
+                                                             "key",     "position", "rate"};
+    const Attributes attributes = ReadAttributes(element, kKnown);
+    MqttSettings mqtt;
+    mqtt.isOn = ReadBool(attributes, "enabled", false);
+    mqtt.terminal = ReadOptionalName(element, attributes, "terminal", kMaxTerminal);
+    mqtt.host = ReadOptionalName(element, attributes, "host", kMaxHostName);
+    mqtt.socket = ReadPath(element, attributes, "socket", "", kMaxUnixPath);
+    mqtt.login = ReadPath(element, attributes, "login", "");
+    mqtt.authority = ReadPath(element, attributes, "authority", "");
+    mqtt.certificate = ReadPath(element, attributes, "certificate", "");
+    mqtt.key = ReadPath(element, attributes, "key", "");
+    mqtt.position = ReadPath(element, attributes, "position", mqtt.position);
+    mqtt.rate = ReadNumber(attributes, "rate", mqtt.rate, kMaxRate);
+    mqtt.port =
+        static_cast<std::uint16_t>(ReadNumber(attributes, "port", mqtt.authority.empty() ? 1883 : 8883, kMaxPort));
+    for (const auto* child : ReadChildren(element)) {
+        if (std::string_view(child->Name()) != "Role") {
+            throw Mistake{child->GetLineNum(), "unknown element " + Quoted(child->Name()) + " in Mqtt"};
+        }
+        mqtt.roles.push_back(ReadRole(*child));
+    }
+    if (mqtt.isOn) {
+        CheckMqtt(element, mqtt);
+    }
+    return mqtt;
+}
+
 Settings ReadGateway(const Element& element) {
     static constexpr std::array<std::string_view, 2> kKnown{"process", "refresh"};
     const Attributes attributes = ReadAttributes(element, kKnown);
@@ -159,6 +235,8 @@ Settings ReadGateway(const Element& element) {
             settings.dbus = ReadDBus(*child);
         } else if (name == "Metrics") {
             settings.metrics = ReadMetrics(*child);
+        } else if (name == "Mqtt") {
+            settings.mqtt = ReadMqtt(*child);
         } else {
             throw Mistake{child->GetLineNum(), "unknown element " + Quoted(name) + " in Gateway"};
         }

@@ -11,11 +11,17 @@
 //       config="/etc/ominspect/inspect_config.xml"/>
 //       <DBus enabled="true"/>
 //       <Metrics enabled="true"/>
+//       <Mqtt enabled="true" terminal="room12" host="broker.example.org" authority="/etc/ominspect/mqtt-ca.pem"
+//       certificate="/etc/ominspect/mqtt.pem" key="/etc/ominspect/mqtt.key" login="/etc/ominspect/mqtt.login"
+//       rate="10">
+//           <Role name="helpdesk" collect="true"><Run item="clock"/><Run item="disk_*"/></Role>
+//       </Mqtt>
 //   </Gateway>
 //
 // process: the name on the bus, which begins with "ic-"; refresh: seconds between two looks for items and owners.
 // Http: with a Unix or Tcp element only what is named is listened to; Host names this machine in a browser's address
-// beside its addresses and "localhost". Relative paths are not taken.
+// beside its addresses and "localhost". Mqtt is off unless it is switched on; another host than the loopback's takes an
+// authority. Relative paths are not taken.
 #pragma once
 
 #include <chrono>
@@ -65,6 +71,27 @@ struct MetricsSettings {
     bool isOn = true;
 };
 
+struct MqttRole {
+    std::string name;
+    std::vector<std::string> items;  // that it may run; one that ends with '*' stands for all that begin so
+    bool mayCollect = false;
+};
+
+struct MqttSettings {
+    bool isOn = false;
+    std::string terminal;  // its name among the fleet; empty: the host's
+    std::string host;      // of the broker, a name or an address; empty: `socket`, the path of a Unix socket
+    std::string socket;
+    std::uint16_t port = 1883;  // 8883 with TLS
+    std::string login;          // the path of the user and the password; empty: none
+    std::string authority;      // the path of the certificates that are trusted; empty: without TLS
+    std::string certificate;    // both empty: none of its own
+    std::string key;
+    std::string position = "/var/lib/ominspect-gateway/mqtt.position";
+    unsigned rate = 10;
+    std::vector<MqttRole> roles;  // none: nobody may ask for anything
+};
+
 struct Settings {
     std::string process = "ic-gateway";
     std::chrono::seconds refresh{15};
@@ -73,6 +100,7 @@ struct Settings {
     CollectionSettings collection;
     DBusSettings dbus;
     MetricsSettings metrics;
+    MqttSettings mqtt;
 };
 
 // Parses a configuration text. The error of a mistake is "line N: what is wrong".

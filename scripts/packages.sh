@@ -16,6 +16,7 @@ BUILD_PACKAGES=(
     libldap-dev      # directories
     libsqlite3-dev   # the gateway's history
     libmicrohttpd-dev  # its HTTP
+    libmosquitto-dev # its MQTT
     libre2-dev       # the patterns of secrets that are masked in them
     libasound2-dev   # the room's sound
     libdrm-dev       # its displays
@@ -31,7 +32,7 @@ TEST_PACKAGES=(
     openssl sip-tester slapd socat
 )
 # What the tests of the gateway need; other sources than Debian have npm in nodejs.
-TEST_PACKAGES+=(chromium curl openssl libglib2.0-bin) # the last one for gdbus
+TEST_PACKAGES+=(chromium curl openssl mosquitto mosquitto-clients libglib2.0-bin) # the last one for gdbus
 command -v npm >/dev/null || TEST_PACKAGES+=(nodejs npm)
 # Servers that the gateway's metrics are tried on and measured beside. Their packages would start them now and at each boot, so
 # they are unpacked into build/unpacked, and are never installed (unpack_missing).
@@ -41,7 +42,9 @@ PACKAGE_PACKAGES=(dpkg-dev file python3 binutils)
 # What the benchmarks are built with, what counts their instructions, and what asks over HTTP.
 BENCH_PACKAGES=(libbenchmark-dev valgrind apache2-utils curl)
 # To install them into a system of their own, and to boot it.
-INSTALL_TEST_PACKAGES=(mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression)
+INSTALL_TEST_PACKAGES=(
+    mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression openssl iproute2
+)
 # To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
 ARM64_BUILD_PACKAGES=(
     g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon systemd procps dpkg-dev file
@@ -51,7 +54,7 @@ ARM64_BUILD_PACKAGES=(
     libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
 )
 # What the demo's checks are, and what looks into its package.
-DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl)
+DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto mosquitto-clients)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 
@@ -64,15 +67,18 @@ install_missing() {
     [ ${#missing[@]} -gt 0 ] || return 0
     # Without a configuration of the system's own no slapd is ever started, neither now nor at the next boot.
     local answers="slapd slapd/no_configuration boolean true"
+    # A broker that is not there yet is masked: its service would be enabled and started. "systemctl unmask mosquitto" has it.
+    local mask=true units=/etc/systemd/system
+    case " ${missing[*]} " in *" mosquitto "*) mask="mkdir -p $units && ln -sf /dev/null $units/mosquitto.service" ;; esac
     local command=(apt-get install -y --no-install-recommends "${missing[@]}")
     echo "Missing packages: ${missing[*]}"
     if [ "$(id -u)" -eq 0 ]; then
-        debconf-set-selections <<<"$answers" && apt-get update -qq && DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+        sh -c "$mask" && debconf-set-selections <<<"$answers" && apt-get update -qq && DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
     elif command -v sudo >/dev/null; then
-        sudo debconf-set-selections <<<"$answers" && sudo apt-get update -qq && sudo DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
+        sudo sh -c "$mask" && sudo debconf-set-selections <<<"$answers" && sudo apt-get update -qq && sudo DEBIAN_FRONTEND=noninteractive "${command[@]}" -qq >/dev/null
     else
         echo "They need root to install, and there is no sudo here. Please run as root:"
-        echo "    echo '$answers' | debconf-set-selections && apt-get update && ${command[*]}"
+        echo "    $mask && echo '$answers' | debconf-set-selections && apt-get update && ${command[*]}"
         return 1
     fi
 }

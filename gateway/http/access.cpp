@@ -7,10 +7,10 @@
 #include <sstream>
 
 #include <sys/random.h>
-#include <sys/stat.h>
 
 #include "common/fd.h"
 #include "common/text.h"
+#include "secret_file.h"
 
 namespace ominspect::gateway {
 namespace {
@@ -87,9 +87,8 @@ Result<std::vector<Token>> ParseTokens(std::string_view content) {
 
 Result<std::vector<Token>> LoadTokens(const std::string& path) {
     const auto inFile = [&path](const Error& error) { return WrongUse(text::Escaped(path) + ": " + error.text); };
-    struct stat status {};
-    if (stat(path.c_str(), &status) == 0 && (status.st_mode & S_IRWXO) != 0) {
-        return inFile(WrongUse("everybody can read or change it; chmod o= makes it secret"));
+    if (const auto error = CheckSecret(path)) {
+        return inFile(*error);
     }
     const auto content = ReadSmallFile(path, kMaxFile);
     if (!content) {

@@ -28,10 +28,16 @@ class MadePackage:
             return file.read()
 
     def needed(self, path):
-        """The names of the libraries that a program or library loads, as the linker wrote them down."""
-        if self.read(path)[:4] != b"\x7fELF":
+        """The names of the libraries that a program or library loads: as the linker wrote them down, and those that it holds
+        as a text, to load them later."""
+        content = self.read(path)
+        if content[:4] != b"\x7fELF":
             return []
-        return re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "--dynamic", "--wide", os.path.join(self.folder, path)))
+        dynamic = run("readelf", "--dynamic", "--wide", os.path.join(self.folder, path))
+        linked = re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic)
+        own = re.findall(r"\(SONAME\).*\[(.*)\]", dynamic)
+        held = {name.decode() for name in re.findall(rb"lib[\w+-]+\.so\.\d+(?=\0)", content)}
+        return linked + sorted(held.difference(linked, own))
 
     def has_programs(self):
         return any(self.needed(path) for path in self.paths)

@@ -335,7 +335,7 @@ test('what must not be served is not', async () => {
     assert.match(await start(`<Http ${tls} tokens="/nothing">${open}</Http>`), /^3 .*takes tokens; there are none/s);
     fs.chmodSync(`${terminal.folder}/tokens`, 0o644);
     assert.match(await start(`<Http tokens="${terminal.folder}/tokens"/>`), /^3 .*everybody can read or change it/s);
-    assert.match(await start('<Mqtt/>'), /^2 .*unknown element 'Mqtt'/s);
+    assert.match(await start('<Telnet/>'), /^2 .*unknown element 'Telnet'/s);
 });
 
 test('with a certificate it is served by TLS', async () => {

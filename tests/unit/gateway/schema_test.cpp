@@ -36,6 +36,12 @@ TEST_F(GatewaySchema, TakesWhatTheProgramTakes) {
     for (const char* xml :
          {"<Gateway/>", "<Gateway process='ic-room' refresh='3600'/>", "<Gateway><DBus/></Gateway>",
           "<Gateway><DBus enabled='false'/><History enabled='true' path='/h' days='1' megabytes='65536'/></Gateway>",
+          "<Gateway><Metrics enabled='false'/></Gateway>", "<Gateway><Mqtt/></Gateway>",
+          "<Gateway><Mqtt enabled='true' terminal='t' host='h' port='1' login='/l' authority='/a' certificate='/c' "
+          "key='/k' "
+          "position='/p' rate='10000'><Role name='r' collect='true'><Run item='clock'/><Run item='d*'/></Role><Role "
+          "name='q'/></Mqtt></Gateway>",
+          "<Gateway><Mqtt enabled='true' socket='/s'/></Gateway>",
           "<Gateway><Http/><Collection enabled='false' folder='/f' config='/c'/></Gateway>",
           "<Gateway><!-- two --><Http tokens='/t' certificate='/c' key='/k'><Tcp address='::1' port='0'/><Host "
           "name='a'/>"
@@ -60,6 +66,14 @@ TEST_F(GatewaySchema, RefusesWhatTheProgramRefuses) {
                             "<Gateway><DBus enabled='yes'/></Gateway>",
                             "<Gateway><DBus enabled='true'>x</DBus></Gateway>",
                             "<Gateway><DBus name='x'/></Gateway>",
+                            "<Gateway><Metrics path='x'/></Gateway>",
+                            "<Gateway><Mqtt port='0'/></Gateway>",
+                            "<Gateway><Mqtt rate='0'/></Gateway>",
+                            "<Gateway><Mqtt rate='10001'/></Gateway>",
+                            "<Gateway><Mqtt socket='s'/></Gateway>",
+                            "<Gateway><Mqtt><Item/></Mqtt></Gateway>",
+                            "<Gateway><Mqtt><Role/></Mqtt></Gateway>",
+                            "<Gateway><Mqtt><Role name='r'><Run/></Role></Mqtt></Gateway>",
                             "<Gateway><History path='h'/></Gateway>",
                             "<Gateway><History path=''/></Gateway>",
                             "<Gateway><History days='0'/></Gateway>",
