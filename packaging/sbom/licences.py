@@ -1,5 +1,8 @@
 """Licences as Debian's copyright files tell them, in the words of SPDX."""
+from __future__ import annotations
+
 import re
+from typing import Iterator
 
 NONE = "NOASSERTION"
 FORMAT = "https://www.debian.org/doc/packaging-manuals/copyright-format/1.0"
@@ -19,7 +22,7 @@ SPDX_NAMES = {
 }
 
 
-def spdx_name(name):
+def spdx_name(name: str) -> str | None:
     """SPDX's name for one of Debian's, or nothing."""
     if name in SPDX_NAMES:
         return SPDX_NAMES[name]
@@ -30,7 +33,7 @@ def spdx_name(name):
     return f"{family}-{number if '.' in number else number + '.0'}-{'or-later' if later else 'only'}"
 
 
-def paragraphs(text):
+def paragraphs(text: str) -> Iterator[dict[str, str]]:
     """The paragraphs of a copyright file, each with its fields."""
     for paragraph in re.split(r"\n\s*\n", text):
         fields = re.findall(r"^([A-Za-z-]+):[ \t]*(.*(?:\n[ \t].*)*)", paragraph, re.MULTILINE)
@@ -38,10 +41,10 @@ def paragraphs(text):
 
 
 class Licences:
-    def __init__(self):
-        self._extracted = {}
+    def __init__(self) -> None:
+        self._extracted: dict[str, dict[str, str]] = {}
 
-    def of(self, package):
+    def of(self, package: str) -> tuple[str, str, str]:
         """Licence, copyright and a comment for an installed package."""
         name = f"/usr/share/doc/{package}/copyright"
         try:
@@ -50,14 +53,14 @@ class Licences:
         except FileNotFoundError:
             return NONE, NONE, f"{name} is not there"
 
-    def read(self, text, package):
+    def read(self, text: str, package: str) -> tuple[str, str, str]:
         if not text.startswith("Format:") or FORMAT not in text.splitlines()[0].replace("http:", "https:"):
             return NONE, NONE, f"/usr/share/doc/{package}/copyright tells it, for people only"
         parts = list(paragraphs(text))
         main = [part for part in parts if part.get("Files", "").split()[:1] == ["*"]]
         if not main or "License" not in main[0]:
             return NONE, NONE, f"/usr/share/doc/{package}/copyright names no licence for all of the files"
-        texts = {}
+        texts: dict[str, str] = {}
         for part in parts:
             name, _, words = part.get("License", "").partition("\n")
             if words:
@@ -68,7 +71,7 @@ class Licences:
         comment = "as the copyright file tells it" + (f"; parts of the sources have others: {others}" if others else "")
         return self._expression(name, package, texts), main[0].get("Copyright", NONE), comment
 
-    def _expression(self, name, package, texts):
+    def _expression(self, name: str, package: str, texts: dict[str, str]) -> str:
         """An expression of SPDX for one of Debian: names with "and", "or" and commas between them."""
         words = re.split(r",?\s+(and|or)\s+", name)
         if len(set(words[1::2])) > 1:  # what binds stronger is not the same in both
@@ -76,7 +79,7 @@ class Licences:
         named = [spdx_name(word) or self._reference(word, package, texts) for word in words[::2]]
         return f" {words[1].upper()} ".join(named) if len(words) > 1 else named[0]
 
-    def _reference(self, name, package, texts):
+    def _reference(self, name: str, package: str, texts: dict[str, str]) -> str:
         text = texts.get(name) or f"/usr/share/doc/{package}/copyright has the text"
         for full_name in (name, f"{package}-{name}"):  # one name can stand for two texts
             key = "LicenseRef-" + re.sub(r"[^A-Za-z0-9.-]+", "-", full_name)
@@ -85,6 +88,6 @@ class Licences:
                 break
         return key
 
-    def extracted(self):
+    def extracted(self) -> list[dict[str, str]]:
         """The texts of the licences that SPDX has no name for."""
         return [self._extracted[key] for key in sorted(self._extracted)]

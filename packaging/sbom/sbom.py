@@ -3,11 +3,13 @@
 
     sbom.py BUILD_FOLDER PACKAGE.deb... >FILE
 
-What is in the packages is read from the packages. What they are made of is read from where it was noted: the libraries from
-the programs themselves (as the linker wrote them down), what was compiled in from the compiler's list of headers (ninja -t
-deps), and whose file that is, of which version and under which licence, from dpkg and the copyright files of the packages.
-The same packages give the same bytes: the only time in it is SOURCE_DATE_EPOCH.
+What is in the packages is read from the packages. What they are made of is read from where it was noted: the libraries
+from the programs themselves (as the linker wrote them down), what was compiled in from the compiler's list of headers
+(ninja -t deps), and whose file that is, of which version and under which licence, from dpkg and the copyright files of
+the packages. The same packages give the same bytes: the only time in it is SOURCE_DATE_EPOCH.
 """
+from __future__ import annotations
+
 import glob
 import hashlib
 import json
@@ -16,20 +18,27 @@ import re
 import sys
 import tempfile
 import time
+from operator import itemgetter
+from typing import Any
 
 from licences import NONE, Licences
 from packages import DebianPackages, MadePackage, run
 
+# An object of the document, as JSON has it.
+Entry = dict[str, Any]
 
-def identifier(*parts):
+
+def identifier(*parts: str) -> str:
     return "SPDXRef-" + "-".join(re.sub(r"[^A-Za-z0-9.-]", "-", part) for part in parts)
 
 
-def checksums(data):
-    return [{"algorithm": name.upper(), "checksumValue": hashlib.new(name, data).hexdigest()} for name in ("sha1", "sha256")]
+def checksums(data: bytes) -> list[dict[str, str]]:
+    return [
+        {"algorithm": name.upper(), "checksumValue": hashlib.new(name, data).hexdigest()} for name in ("sha1", "sha256")
+    ]
 
 
-def purl(vendor, name, version, architecture):
+def purl(vendor: str, name: str, version: str, architecture: str) -> dict[str, str]:
     escaped = version.replace("+", "%2B").replace(":", "%3A")
     return {
         "referenceCategory": "PACKAGE-MANAGER",
@@ -38,7 +47,7 @@ def purl(vendor, name, version, architecture):
     }
 
 
-def compiled_headers(build):
+def compiled_headers(build: str) -> list[str]:
     """All that the compiler read, but for the sources themselves and what the build made."""
     lines = run("ninja", "-C", build, "-t", "deps").splitlines()
     paths = {os.path.normpath(line.strip()) for line in lines if line.startswith("    /")}
@@ -46,25 +55,25 @@ def compiled_headers(build):
     return sorted(path for path in paths if not path.startswith(own))
 
 
-def compiler(build):
+def compiler(build: str) -> str:
     (noted,) = glob.glob(os.path.join(build, "CMakeFiles", "*", "CMakeCXXCompiler.cmake"))
     with open(noted, encoding="utf-8") as file:
-        path = re.search(r'^set\(CMAKE_CXX_COMPILER "(.*)"\)$', file.read(), re.MULTILINE).group(1)
+        path: str = re.findall(r'^set\(CMAKE_CXX_COMPILER "(.*)"\)$', file.read(), re.MULTILINE)[0]
     return os.path.realpath(run("sh", "-c", 'command -v "$0"', path).strip())
 
 
 class Document:
-    def __init__(self, packages, build):
+    def __init__(self, packages: list[MadePackage], build: str) -> None:
         self._made = packages
         self._build = build
         self._architecture = packages[0].fields["Architecture"]
         self._debian = DebianPackages(self._architecture)
         self._licences = Licences()
-        self._packages = {}
-        self._files = []
-        self._relations = set()
+        self._packages: dict[str, Entry] = {}
+        self._files: list[Entry] = []
+        self._relations: set[tuple[str, str, str]] = set()
 
-    def content(self):
+    def content(self) -> Entry:
         for package in self._made:
             self._add_made(package)
             self._add_files(package)
@@ -73,19 +82,20 @@ class Document:
         name = f"ominspect-{version}-{self._architecture}"
         # Other packages make another document.
         sums = "".join(self._packages[self._id(package)]["checksums"][1]["checksumValue"] for package in self._made)
+        digest = hashlib.sha256(sums.encode()).hexdigest()
         created = time.gmtime(int(os.environ["SOURCE_DATE_EPOCH"]))
         return {
             "spdxVersion": "SPDX-2.3",
             "dataLicense": "CC0-1.0",
             "SPDXID": "SPDXRef-DOCUMENT",
             "name": name,
-            "documentNamespace": f"https://ominspect.invalid/spdx/{name}-{hashlib.sha256(sums.encode()).hexdigest()[:32]}",
+            "documentNamespace": f"https://ominspect.invalid/spdx/{name}-{digest[:32]}",
             "creationInfo": {
                 "created": time.strftime("%Y-%m-%dT%H:%M:%SZ", created),
                 "creators": ["Organization: ominspect maintainers", f"Tool: ominspect-sbom-{version}"],
             },
             "packages": [self._packages[key] for key in sorted(self._packages)],
-            "files": sorted(self._files, key=lambda file: file["SPDXID"]),
+            "files": sorted(self._files, key=itemgetter("SPDXID")),
             "hasExtractedLicensingInfos": self._licences.extracted(),
             "relationships": [
                 {"spdxElementId": first, "relationshipType": kind, "relatedSpdxElement": second}
@@ -94,10 +104,10 @@ class Document:
         }
 
     @staticmethod
-    def _id(package):
+    def _id(package: MadePackage) -> str:
         return identifier("Package", package.fields["Package"])
 
-    def _add_made(self, package):
+    def _add_made(self, package: MadePackage) -> None:
         with open(package.file, "rb") as file:
             sums = checksums(file.read())
         fields = package.fields
@@ -105,6 +115,7 @@ class Document:
             package.read(f"./usr/share/doc/{fields['Package']}/copyright").decode(), fields["Package"]
         )
         contents = sorted(hashlib.sha1(package.read(path)).hexdigest() for path in package.paths)
+        code = hashlib.sha1("".join(contents).encode()).hexdigest()
         self._packages[self._id(package)] = {
             "SPDXID": self._id(package),
             "name": fields["Package"],
@@ -113,7 +124,7 @@ class Document:
             "supplier": "Organization: " + fields["Maintainer"].replace("<", "(").replace(">", ")"),
             "downloadLocation": NONE,
             "filesAnalyzed": True,
-            "packageVerificationCode": {"packageVerificationCodeValue": hashlib.sha1("".join(contents).encode()).hexdigest()},
+            "packageVerificationCode": {"packageVerificationCodeValue": code},
             "checksums": sums,
             "licenseConcluded": NONE,
             "licenseInfoFromFiles": [NONE],
@@ -125,7 +136,7 @@ class Document:
         }
         self._relations.add(("SPDXRef-DOCUMENT", "DESCRIBES", self._id(package)))
 
-    def _add_files(self, package):
+    def _add_files(self, package: MadePackage) -> None:
         for path in package.paths:
             content = package.read(path)
             unique = hashlib.sha1(path.encode()).hexdigest()[:8]
@@ -149,7 +160,7 @@ class Document:
                 if other != self._id(package):
                     self._relations.add((self._id(package), "DEPENDS_ON", other))
 
-    def _add_compiled(self):
+    def _add_compiled(self) -> None:
         headers = compiled_headers(self._build)
         if not headers:
             raise SystemExit(f"sbom: {self._build} does not know what was compiled")
@@ -159,7 +170,7 @@ class Document:
             for name in set(names.values()):
                 self._relations.update((self._installed(name), kind, program) for program in programs)
 
-    def _installed(self, name):
+    def _installed(self, name: str) -> str:
         """The entry of a package of Debian."""
         known = self._debian.describe(name)
         key = identifier("Debian", known["name"], known["architecture"])
@@ -183,7 +194,7 @@ class Document:
         return key
 
 
-def main():
+def main() -> None:
     build, *files = sys.argv[1:]
     with tempfile.TemporaryDirectory() as work:
         packages = [MadePackage(file, os.path.join(work, os.path.basename(file))) for file in sorted(files)]

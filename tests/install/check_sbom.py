@@ -3,9 +3,11 @@
 
     check_sbom.py FOLDER
 
-The licences are checked by a library that knows SPDX's list; what else the format demands, here. What it says of the packages
-is compared with what dpkg says of them.
+The licences are checked by a library that knows SPDX's list; what else the format demands, here. What it says of the
+packages is compared with what dpkg says of them.
 """
+from __future__ import annotations
+
 import glob
 import hashlib
 import json
@@ -13,8 +15,12 @@ import os
 import re
 import subprocess
 import sys
+from typing import Any
 
 from license_expression import get_spdx_licensing
+
+# An object of the document, as JSON has it.
+Entry = dict[str, Any]
 
 CHECKSUMS = {"SHA1": 40, "SHA256": 64}
 MANDATORY = {
@@ -26,27 +32,27 @@ MANDATORY = {
 }
 RELATIONSHIPS = {"DESCRIBES", "CONTAINS", "DEPENDS_ON", "DYNAMIC_LINK", "BUILD_DEPENDENCY_OF", "BUILD_TOOL_OF"}
 
-problems = []
+problems: list[str] = []
 
 
-def expect(condition, *what):
+def expect(condition: object, *what: object) -> None:
     if not condition:
         problems.append(" ".join(str(word) for word in what))
 
 
-def has_fields(kind, entry):
+def has_fields(kind: str, entry: Entry) -> None:
     for name in MANDATORY[kind]:
         expect(entry.get(name) not in (None, "", []), kind, entry.get("SPDXID", entry), "has no", name)
 
 
-def output(*command, **options):
-    return subprocess.run(command, check=True, capture_output=True, **options).stdout
+def output(*command: str, data: bytes | None = None) -> bytes:
+    return subprocess.run(command, check=True, capture_output=True, input=data).stdout
 
 
-def providers():
+def providers() -> dict[str, str]:
     """The package behind each name that is none itself, such as that of a library with one of its interfaces."""
-    found = {}
-    for line in output("dpkg-query", "--show", "--showformat", "${Package} ${Provides}\n", text=True).splitlines():
+    found: dict[str, str] = {}
+    for line in output("dpkg-query", "--show", "--showformat", "${Package} ${Provides}\n").decode().splitlines():
         package, _, provided = line.partition(" ")
         found.update((name.split()[0], package) for name in provided.split(", ") if name)
     return found
@@ -57,28 +63,33 @@ PROVIDERS = providers()
 CALLED = {"libxml2-utils"}
 
 
-def digest(kind, data):
+def digest(kind: str, data: bytes) -> str:
     return hashlib.new(kind.lower(), data).hexdigest()
 
 
-def related(document, kind, identifier):
+def related(document: Entry, kind: str, identifier: str) -> set[str]:
     """What the entry of that identifier has the relationship with."""
     wanted = (identifier, kind)
-    return {r["relatedSpdxElement"] for r in document["relationships"] if (r["spdxElementId"], r["relationshipType"]) == wanted}
+    return {
+        r["relatedSpdxElement"]
+        for r in document["relationships"]
+        if (r["spdxElementId"], r["relationshipType"]) == wanted
+    }
 
 
-def check_document(document):
+def check_document(document: Entry) -> None:
     has_fields("document", document)
     expect(document["spdxVersion"] == "SPDX-2.3" and document["dataLicense"] == "CC0-1.0", "not SPDX 2.3 under CC0")
     expect(document["SPDXID"] == "SPDXRef-DOCUMENT", "the document has another identifier")
-    expect(re.fullmatch(r"https://[^#\s]+", document["documentNamespace"]), "the name space is no URI without a fragment")
+    space = document["documentNamespace"]
+    expect(re.fullmatch(r"https://[^#\s]+", space), "the name space is no URI without a fragment")
     info = document["creationInfo"]
     expect(re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", info["created"]), "created", info["created"])
     for creator in info["creators"]:
         expect(re.match(r"(Person|Organization|Tool): \S", creator), "creator", creator)
 
 
-def check_identifiers(document):
+def check_identifiers(document: Entry) -> None:
     entries = document["packages"] + document["files"]
     names = [entry["SPDXID"] for entry in entries] + [document["SPDXID"]]
     for name in names:
@@ -91,7 +102,7 @@ def check_identifiers(document):
             expect(relation[end] in names, "nobody is", relation[end])
 
 
-def check_licences(document):
+def check_licences(document: Entry) -> None:
     own = {entry["licenseId"] for entry in document["hasExtractedLicensingInfos"]}
     for entry in document["hasExtractedLicensingInfos"]:
         has_fields("licence", entry)
@@ -111,18 +122,19 @@ def check_licences(document):
     expect(used == own, "licences with a text:", sorted(own), "and used:", sorted(used))
 
 
-def check_sums(name, entry, data):
+def check_sums(name: str, entry: Entry, data: bytes) -> None:
     sums = {item["algorithm"]: item["checksumValue"] for item in entry["checksums"]}
     expect(set(sums) == set(CHECKSUMS), name, "has the checksums", sorted(sums))
     for kind, value in sums.items():
         expect(digest(kind, data) == value, name, "has another", kind)
 
 
-def check_made(document, package, file):
+def check_made(document: Entry, package: Entry, file: str) -> None:
     """A package that was made: its own checksums, those of its files, and its dependencies."""
-    with open(file, "rb") as archive:
-        check_sums(file, package, archive.read())
-    expect(package["versionInfo"] == output("dpkg-deb", "--field", file, "Version").decode().strip(), file, "has another version")
+    with open(file, "rb") as made:
+        check_sums(file, package, made.read())
+    version = output("dpkg-deb", "--field", file, "Version").decode().strip()
+    expect(package["versionInfo"] == version, file, "has another version")
     contained = related(document, "CONTAINS", package["SPDXID"])
     files = {entry["fileName"]: entry for entry in document["files"] if entry["SPDXID"] in contained}
     listed = [line.split(None, 5) for line in output("dpkg-deb", "--contents", file).decode().splitlines()]
@@ -131,11 +143,12 @@ def check_made(document, package, file):
     archive = output("dpkg-deb", "--fsys-tarfile", file)
     for name, entry in files.items():
         has_fields("file", entry)
-        data = output("tar", "-xO", name, input=archive)
+        data = output("tar", "-xO", name, data=archive)
         check_sums(name, entry, data)
         contents.append(digest("sha1", data))
     code = digest("sha1", "".join(sorted(contents)).encode())
-    expect(package["packageVerificationCode"]["packageVerificationCodeValue"] == code, file, "has another verification code")
+    told = package["packageVerificationCode"]["packageVerificationCodeValue"]
+    expect(told == code, file, "has another verification code")
     # What dpkg-shlibdeps found out for itself.
     names = {entry["SPDXID"]: entry["name"] for entry in document["packages"]}
     depends = {names[other] for other in related(document, "DEPENDS_ON", package["SPDXID"])}
@@ -144,10 +157,11 @@ def check_made(document, package, file):
     libraries = {PROVIDERS.get(name, name) for name in named}
     expect(libraries <= depends, file, "needs", sorted(libraries - depends))
     # Only what dpkg-shlibdeps leaves out because another dependency brings it may be more.
-    expect(depends <= libraries | {"libc6", "libgcc-s1", "libstdc++6", "ominspect"}, file, "does not need", sorted(depends - libraries))
+    allowed = libraries | {"libc6", "libgcc-s1", "libstdc++6", "ominspect"}
+    expect(depends <= allowed, file, "does not need", sorted(depends - libraries))
 
 
-def main():
+def main() -> None:
     folder = sys.argv[1]
     bills = glob.glob(os.path.join(folder, "*.spdx.json"))
     expect(len(bills) == 1, "bills of materials:", bills)
@@ -164,7 +178,8 @@ def main():
     expect(sorted(made) == debs, "the packages are", debs, "and described are", sorted(made))
     for name in set(made) & set(debs):
         check_made(document, made[name], os.path.join(folder, name))
-    built_with = {r["spdxElementId"] for r in document["relationships"] if r["relationshipType"] == "BUILD_DEPENDENCY_OF"}
+    relations = document["relationships"]
+    built_with = {r["spdxElementId"] for r in relations if r["relationshipType"] == "BUILD_DEPENDENCY_OF"}
     headers = {package["name"] for package in document["packages"] if package["SPDXID"] in built_with}
     # Headers that hold all of their library: no program names it.
     expect("libcli11-dev" in headers, "what has only headers is not named")
