@@ -161,8 +161,8 @@ TEST_F(ItemsCommand, BashCompletesCommandsOptionsAndItems) {
 
 // Every option that the help names can be completed, and no other.
 TEST_F(ItemsCommand, BashCompletesTheOptionsOfTheHelp) {
-    for (const char* command : {"list", "run", "group", "stop", "reset", "state", "wait", "watch", "history", "check",
-                                "collect", "doctor"}) {
+    for (const char* command :
+         {"list", "run", "group", "stop", "reset", "state", "wait", "watch", "history", "check", "collect", "doctor"}) {
         const std::string help = Ctl({command, "--help"}).output;
         const std::string options = " " + Completed({command, "--"});
         std::string offered = options;
