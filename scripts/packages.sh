@@ -55,6 +55,8 @@ ARM64_BUILD_PACKAGES=(
 )
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto mosquitto-clients)
+# What ./scripts/fuzz needs.
+FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 

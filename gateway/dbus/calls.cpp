@@ -25,8 +25,7 @@ bool IsOfDaemon(sd_bus_message* message) {
 
 void ReplyError(sd_bus_message* call, const char* name, const std::string& text) {
     const std::string plain = text::ToUtf8(text);
-    const sd_bus_error error = SD_BUS_ERROR_MAKE_CONST(name, plain.c_str());
-    (void)sd_bus_reply_method_error(call, &error);
+    (void)sd_bus_reply_method_errorf(call, name, "%s", plain.c_str());
 }
 
 int ReplyRun(sd_bus_message* call, const OperationView& operation, const ShownItems& items) {

@@ -54,7 +54,8 @@ TEST(MqttBacklog, OlderEventsComeFromTheHistoryInOrder) {
     Keep(*store, 11, 300);
     Tell(backlog, 11, 300);
     EXPECT_EQ(SeqsAfter(backlog, 3), Numbers(4, 300));
-    EXPECT_EQ(SeqsAfter(backlog, 50), Numbers(51, 300)) << "what memory has no place for any more is still in the history";
+    EXPECT_EQ(SeqsAfter(backlog, 50), Numbers(51, 300))
+        << "what memory has no place for any more is still in the history";
     EXPECT_EQ(SeqsAfter(backlog, 290), Numbers(291, 300));
 }
 

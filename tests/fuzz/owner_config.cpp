@@ -1,0 +1,13 @@
+// The file of an owner's items. A mistake has a text.
+#include "owner/config.h"
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto settings = ominspect::owner::ParseConfig({reinterpret_cast<const char*>(data), size});
+    if (!settings && settings.Failure().text.empty()) {
+        __builtin_trap();
+    }
+    return 0;
+}
