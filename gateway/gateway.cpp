@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 
-#include <malloc.h>
 #include <poll.h>
 #include <systemd/sd-daemon.h>
 
@@ -36,7 +35,6 @@ namespace {
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
 constexpr unsigned kGiveBackSecond = 5;  // of these: soon after the start, too
-constexpr int kLargeBytes = 64 * 1024;
 
 class Gateway {
 public:
@@ -274,8 +272,6 @@ std::optional<Error> Serve(const Settings& settings) {
     SpareMemory();
     EndSignals signals;
     (void)std::signal(SIGPIPE, SIG_IGN);
-    // Large documents go back to the system as soon as they are sent.
-    (void)mallopt(M_MMAP_THRESHOLD, kLargeBytes);
     Gateway gateway(settings);
     return gateway.Serve(signals);
 }

@@ -13,6 +13,8 @@
 namespace ominspect::gateway {
 namespace {
 
+constexpr int kLargeBytes = 64 * 1024;
+
 int GiveBackSegments(dl_phdr_info* object, std::size_t /*size*/, void* /*context*/) {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
@@ -35,6 +37,8 @@ int GiveBackSegments(dl_phdr_info* object, std::size_t /*size*/, void* /*context
 void SpareMemory() {
     // Threads that allocate little and seldom need no heaps of their own.
     (void)mallopt(M_ARENA_MAX, 1);
+    // Large documents go back to the system as soon as they are sent.
+    (void)mallopt(M_MMAP_THRESHOLD, kLargeBytes);
 }
 
 void GiveBackMemory() {

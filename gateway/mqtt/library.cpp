@@ -1,14 +1,9 @@
 #include "mqtt/library.h"
 
-#include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include <dlfcn.h>
-#include <link.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace ominspect::gateway::mqtt {
 namespace {
@@ -67,31 +62,7 @@ std::optional<Error> Load(Library& library) {
     return code == MOSQ_ERR_SUCCESS ? std::nullopt : std::optional(OtherError(library.strerror(code)));
 }
 
-bool IsOfLibrary(std::string_view path) {
-    const auto name = path.substr(path.rfind('/') + 1);
-    return name.starts_with("libmosquitto.so") || name.starts_with("libssl.so") || name.starts_with("libcrypto.so");
-}
-
-// What is written to is no copy of the file, and stays.
-int GiveBackObject(dl_phdr_info* object, std::size_t /*size*/, void* /*unused*/) {
-    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    for (int i = 0; IsOfLibrary(object->dlpi_name) && i < object->dlpi_phnum; ++i) {
-        const auto& part = object->dlpi_phdr[i];
-        const auto begin = (object->dlpi_addr + part.p_vaddr + page - 1) / page * page;
-        const auto end = (object->dlpi_addr + part.p_vaddr + part.p_memsz) / page * page;
-        if (part.p_type == PT_LOAD && (part.p_flags & PF_W) == 0 && begin < end) {
-            // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader tells addresses as numbers
-            (void)madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
-        }
-    }
-    return 0;
-}
-
 }  // namespace
-
-void GiveBackPages() {
-    (void)dl_iterate_phdr(GiveBackObject, nullptr);
-}
 
 Result<const Library*> LoadLibrary() {
     static Library library{};

@@ -44,8 +44,4 @@ struct Library {
 // Any thread. It stays loaded.
 Result<const Library*> LoadLibrary();
 
-// Gives back the pages of its code, and of OpenSSL's, that loading and connecting have touched, which is a megabyte:
-// those that are needed all the same come again from the system's cache.
-void GiveBackPages();
-
 }  // namespace ominspect::gateway::mqtt

@@ -37,13 +37,6 @@ mqtt::BrokerSettings BrokerOf(const MqttSettings& settings) {
     return broker;
 }
 
-void Say(Parts& parts, PartState state, const std::string& text) {
-    parts.Set(kPart, state, text);
-    if (state == PartState::kOk) {
-        mqtt::GiveBackPages();
-    }
-}
-
 }  // namespace
 
 MqttPart::MqttPart(const MqttSettings& settings, const std::string& historyPath, const Picture& picture, Parts& parts,
@@ -54,7 +47,7 @@ MqttPart::MqttPart(const MqttSettings& settings, const std::string& historyPath,
       broker_(BrokerOf(settings)),
       publisher_(
           {TerminalOf(settings), settings.rate, settings.position, settings.roles}, picture, backlog_, broker_, this,
-          [&parts](PartState state, const std::string& text) { Say(parts, state, text); }, feed.ToldSeq(),
+          [&parts](PartState state, const std::string& text) { parts.Set(kPart, state, text); }, feed.ToldSeq(),
           Clock::now()) {
     feed.Subscribe([this](const Event& event) {
         backlog_.Tell(event);
