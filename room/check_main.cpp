@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/program_path.h"
+#include "common/schema.h"
 #include "common/table.h"
 #include "common/text.h"
 #include "item.h"
@@ -37,10 +38,27 @@ ominspect::Result<Settings> ReadSettings(const Options& options) {
     return settings;
 }
 
+// The schema says what the program's own reader does by other means, and is what editors know.
+bool IsAsTheSchemaHasIt(const std::string& path) {
+    const auto schema = ominspect::ProgramBeside(OMINSPECT_SCHEMAS "/room.xsd");
+    const auto errors = schema ? ominspect::SchemaErrors(*schema, path) : schema.Failure();
+    if (!errors) {
+        Complain("not checked against the schema: " + ominspect::text::Escaped(errors.Failure().text));
+        return true;
+    }
+    for (const std::string& error : *errors) {
+        Complain(ominspect::text::Escaped(path) + ": " + ominspect::text::Escaped(error));
+    }
+    return errors->empty();
+}
+
 int Check(const std::string& path) {
     const auto settings = LoadSettings(path);
     if (!settings) {
         Complain(settings.Failure().text);
+        return kWrongUse;
+    }
+    if (!IsAsTheSchemaHasIt(path)) {
         return kWrongUse;
     }
     return Print(ominspect::text::Escaped(path) + ": no mistakes; " + std::to_string(ServedItems(*settings).size()) +
