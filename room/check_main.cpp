@@ -10,6 +10,7 @@
 #include "common/schema.h"
 #include "common/table.h"
 #include "common/text.h"
+#include "credentials.h"
 #include "item.h"
 #include "once.h"
 #include "options.h"
@@ -52,13 +53,27 @@ bool IsAsTheSchemaHasIt(const std::string& path) {
     return errors->empty();
 }
 
+// Whether the file with the secrets, if one is named, can be used by whoever asks.
+bool HasCredentials(const std::string& path, const Settings& settings) {
+    const auto& server = settings.call.ldapServer;
+    if (!server || server->credentials.empty()) {
+        return true;
+    }
+    const auto credentials = LoadCredentials(server->credentials);
+    if (!credentials) {
+        Complain(ominspect::text::Escaped(path) + ": credentials of LdapServer: " + credentials.Failure().text);
+    }
+    return static_cast<bool>(credentials);
+}
+
 int Check(const std::string& path) {
     const auto settings = LoadSettings(path);
     if (!settings) {
         Complain(settings.Failure().text);
         return kWrongUse;
     }
-    if (!IsAsTheSchemaHasIt(path)) {
+    const bool isAsTheSchemaHasIt = IsAsTheSchemaHasIt(path);
+    if (!HasCredentials(path, *settings) || !isAsTheSchemaHasIt) {
         return kWrongUse;
     }
     return Print(ominspect::text::Escaped(path) + ": no mistakes; " + std::to_string(ServedItems(*settings).size()) +

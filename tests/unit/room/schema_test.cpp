@@ -1,13 +1,11 @@
-// The schema and the program read a room's file alike, and --check asks both.
+// The schema and the program read a room's file alike.
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "common/schema.h"
 #include "item.h"
 #include "settings.h"
-#include "support/child.h"
 #include "support/temp_folder.h"
 
 using namespace room;
@@ -232,23 +230,6 @@ TEST_F(RoomSchema, HasTheLengthsOfTheProgram) {
     ExpectLength("<Call><LdapServer host='a' base='b' caFile='", "'/></Call>", 1023, "/");
     ExpectLength("<Extra><DiskSpace path='", "'/></Extra>", 255, "/");
     ExpectLength("<Extra><Usb><Device id='046d:085c' name='", "'/></Usb></Extra>", 40);
-}
-
-TEST_F(RoomSchema, CheckAsksTheProgramAndThenTheSchema) {
-    const auto check = [](const std::string& file, const std::vector<std::string>& environment = {}) {
-        const auto outcome = support::Run({ROOM_CHECK_PROGRAM, "--check", file}, environment);
-        return std::to_string(outcome.exitCode) + " " + outcome.output;
-    };
-    const std::string good = std::string(SHIPPED) + ": no mistakes; 25 items are served\n";
-    EXPECT_EQ(check(SHIPPED), "0 " + good);
-    support::WriteFile("wrong.xml", "<Room>\n<Window/></Room>");
-    EXPECT_EQ(check("wrong.xml"), "2 ominspect-room: wrong.xml: line 2: unknown element 'Window' in Room\n");
-    // A mistake that the program's own reader passes over.
-    support::WriteFile("entity.xml", "<Room>\n<Audio capture='a&b;'/></Room>");
-    EXPECT_TRUE(check("entity.xml").starts_with("2 ominspect-room: entity.xml: line 2: ")) << check("entity.xml");
-    EXPECT_EQ(check("entity.xml").find("no mistakes"), std::string::npos);
-    EXPECT_EQ(check(SHIPPED, {"PATH=/nowhere"}),
-              "0 ominspect-room: not checked against the schema: xmllint: No such file or directory\n" + good);
 }
 
 }  // namespace
