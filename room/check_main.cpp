@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "common/program_path.h"
+#include "common/schema.h"
 #include "common/table.h"
 #include "common/text.h"
+#include "credentials.h"
 #include "item.h"
 #include "once.h"
 #include "options.h"
@@ -37,10 +39,41 @@ ominspect::Result<Settings> ReadSettings(const Options& options) {
     return settings;
 }
 
+// The schema says what the program's own reader does by other means, and is what editors know.
+bool IsAsTheSchemaHasIt(const std::string& path) {
+    const auto schema = ominspect::ProgramBeside(OMINSPECT_SCHEMAS "/room.xsd");
+    const auto errors = schema ? ominspect::SchemaErrors(*schema, path) : schema.Failure();
+    if (!errors) {
+        Complain("not checked against the schema: " + ominspect::text::Escaped(errors.Failure().text));
+        return true;
+    }
+    for (const std::string& error : *errors) {
+        Complain(ominspect::text::Escaped(path) + ": " + ominspect::text::Escaped(error));
+    }
+    return errors->empty();
+}
+
+// Whether the file with the secrets, if one is named, can be used by whoever asks.
+bool HasCredentials(const std::string& path, const Settings& settings) {
+    const auto& server = settings.call.ldapServer;
+    if (!server || server->credentials.empty()) {
+        return true;
+    }
+    const auto credentials = LoadCredentials(server->credentials);
+    if (!credentials) {
+        Complain(ominspect::text::Escaped(path) + ": credentials of LdapServer: " + credentials.Failure().text);
+    }
+    return static_cast<bool>(credentials);
+}
+
 int Check(const std::string& path) {
     const auto settings = LoadSettings(path);
     if (!settings) {
         Complain(settings.Failure().text);
+        return kWrongUse;
+    }
+    const bool isAsTheSchemaHasIt = IsAsTheSchemaHasIt(path);
+    if (!HasCredentials(path, *settings) || !isAsTheSchemaHasIt) {
         return kWrongUse;
     }
     return Print(ominspect::text::Escaped(path) + ": no mistakes; " + std::to_string(ServedItems(*settings).size()) +

@@ -30,7 +30,8 @@ std::optional<int> ReadOptions(int argc, char** argv, Options& options) {
         return std::string(kProgram) + ": " + CLI::FailureMessage::simple(failed, error);
     });
     app.add_option("--config", options.config, "What is expected in this room (" OMINSPECT_ROOM_FILE ")");
-    auto* check = app.add_option("--check", options.check, "Check a file of expectations, and end");
+    auto* check = app.add_option("--check", options.check,
+                                 "Check a file of expectations, and the credentials that it names, and end");
     auto* once = app.add_option("--once", options.once, "Look at these items, or at all, beside each other, and end")
                      ->expected(0, -1);
     auto* describe = app.add_flag("--describe", options.describe, "Print what each item looks at, and end");
