@@ -50,7 +50,8 @@ struct InspectHandlerRecord {
 uint32_t InspectClientInit(const char* clientName);
 
 /* Registers `count` items. PARAM: no records, or a bad one; then none is registered. An item that this process
- * registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. */
+ * registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. When it returns, the bus has
+ * passed the registrations on: a server that runs gets them before anything that is sent afterwards. */
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count);
 
 /* Takes an item back. PARAM: not registered by this process. */

@@ -189,6 +189,26 @@ uint32_t FollowServer(const char* clientName) {
     return OsMsgSubscribeEvent(&restart, 1, 0);
 }
 
+// The first error that occurs; the others are registered nevertheless.
+uint32_t Register(const InspectHandlerRecord* records, uint32_t count) {
+    Client& client = TheClient();
+    const std::lock_guard<std::mutex> lock(client.lock);
+    if (client.name.empty()) {
+        return OS_MSG_ERR_NOT_ATTACHED;
+    }
+    uint32_t result = OS_MSG_OK;
+    for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
+        const auto [item, isNew] =
+            client.items.insert_or_assign(record->name, Item{record->handler, record->timeout, {}});
+        const uint32_t sent = SendRegistration(client.name, item->first, item->second);
+        if (result == OS_MSG_OK) {
+            result = sent;
+        }
+    }
+    ShowItems(client);
+    return result;
+}
+
 }  // namespace
 
 uint32_t InspectClientInit(const char* clientName) {
@@ -230,21 +250,10 @@ uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t 
             !std::all_of(records, records + count, [](const auto& record) { return kivo::IsValid(record); })) {
             return OS_MSG_ERR_PARAM;
         }
-        Client& client = TheClient();
-        const std::lock_guard<std::mutex> lock(client.lock);
-        if (client.name.empty()) {
-            return OS_MSG_ERR_NOT_ATTACHED;
+        const uint32_t result = Register(records, count);
+        if (result == OS_MSG_OK) {
+            kivo::msg::AwaitPassedOn();
         }
-        uint32_t result = OS_MSG_OK;
-        for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
-            const auto [item, isNew] =
-                client.items.insert_or_assign(record->name, Item{record->handler, record->timeout, {}});
-            const uint32_t sent = SendRegistration(client.name, item->first, item->second);
-            if (result == OS_MSG_OK) {
-                result = sent;
-            }
-        }
-        ShowItems(client);
         return result;
     });
 }

@@ -1,11 +1,18 @@
-// Objects beside those of the tasks.
+// Objects beside those of the tasks, and other services to the platform's libraries.
 #include "msg/object.h"
 
 #include <cerrno>
+#include <chrono>
 
 #include "msg/process.h"
 
 namespace kivo::msg {
+
+namespace {
+
+constexpr std::chrono::seconds kPassedOnLimit{5};
+
+}  // namespace
 
 uint32_t PublishObject(const char* path, const char* interface, const sd_bus_vtable* table) {
     return Guarded([&] {
@@ -44,6 +51,21 @@ std::string ConnectionOf(const std::string& procName) {
     Process& process = TheProcess();
     const Reader::Lock lock(process.lock);
     return std::string(process.peers.OwnerOf(procName));
+}
+
+// The daemon handles the messages of one connection in order; those of different ones in any order.
+void AwaitPassedOn() {
+    (void)Guarded([] {
+        Process& process = TheProcess();
+        Reader::Lock lock(process.lock);
+        const uint32_t unusable = process.CheckUsable();
+        if (unusable != OS_MSG_OK) {
+            return unusable;
+        }
+        AwaitedReply answer(process, "");
+        const uint32_t sent = answer.Send(MakeQuestion(process.bus.get(), "GetId", nullptr));
+        return sent == OS_MSG_OK ? answer.Wait(lock, Reader::Clock::now() + kPassedOnLimit) : sent;
+    });
 }
 
 }  // namespace kivo::msg

@@ -1,4 +1,4 @@
-// Objects that the platform's other libraries have on the process's connection.
+// What the platform's other libraries do with the process's connection.
 #pragma once
 
 #include <systemd/sd-bus.h>
@@ -21,6 +21,10 @@ uint32_t ChangeProperty(const char* path, const char* interface, const char* pro
 
 // The connection that owns a process name, as far as the changes have been read; empty when there is none.
 std::string ConnectionOf(const std::string& procName);
+
+// Waits until the daemon has passed on everything that this process has sent, so that what somebody sends afterwards comes
+// later. A daemon that is silent for five seconds is not waited for.
+void AwaitPassedOn();
 
 #pragma GCC visibility pop
 

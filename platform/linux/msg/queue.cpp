@@ -48,9 +48,6 @@ void Queue::Push(std::unique_ptr<Incoming> message, const std::string& connectio
     }
     ++sender->second.waiting;
     bytes_ += size;
-    if (sender->second.known) {
-        ++ready_;
-    }
     if (uid) {
         Identify(connection, uid);
     }
@@ -63,7 +60,6 @@ void Queue::Identify(const std::string& connection, std::optional<uint32_t> uid)
     }
     sender->second.known = true;
     sender->second.uid = uid.value_or(UINT32_MAX);
-    ready_ += sender->second.waiting;
     for (size_t i = entries_.size(); !uid && i-- > 0;) {
         if (entries_[i].sender != sender || !entries_[i].message->reply) {
             continue;
@@ -74,6 +70,10 @@ void Queue::Identify(const std::string& connection, std::optional<uint32_t> uid)
             return;
         }
     }
+}
+
+bool Queue::HasMessage() const {
+    return !entries_.empty() && entries_.front().sender->second.known;
 }
 
 std::unique_ptr<Incoming> Queue::Take() {
@@ -93,14 +93,12 @@ void Queue::Clear() {
     entries_.clear();
     senders_.clear();
     bytes_ = 0;
-    ready_ = 0;
 }
 
 Queue::Entries::iterator Queue::Next() {
-    const auto known = [](const Entry& entry) { return entry.sender->second.known; };
     const size_t few = std::max(kAlwaysFew, depth_ / 8);
     const auto hasFew = [few](const Entry& entry) { return entry.sender->second.waiting <= few; };
-    const auto first = std::find_if(entries_.begin(), entries_.end(), known);
+    const auto first = entries_.begin();
     if (hasFew(*first)) {
         return first;
     }
@@ -108,15 +106,15 @@ Queue::Entries::iterator Queue::Next() {
     if (!othersTurn_) {
         return first;
     }
-    const auto other =
-        std::find_if(first, entries_.end(), [&](const Entry& entry) { return known(entry) && hasFew(entry); });
-    return other != entries_.end() ? other : first;
+    // None that came after a message whose sender is not known yet.
+    const auto other = std::find_if(first, entries_.end(),
+                                    [&](const Entry& entry) { return !entry.sender->second.known || hasFew(entry); });
+    return other != entries_.end() && other->sender->second.known ? other : first;
 }
 
 std::unique_ptr<Incoming> Queue::Remove(const Entries::iterator& entry) {
     std::unique_ptr<Incoming> message = std::move(entry->message);
     bytes_ -= message->block.dataLen;
-    --ready_;
     if (--entry->sender->second.waiting == 0) {
         senders_.erase(entry->sender);
     }

@@ -29,7 +29,9 @@ void SetPayload(Incoming& message, const void* data, size_t size);
 // order of their arrival, with one exception: while the oldest is of a sender that has many in the queue, every other
 // message that leaves is one of a sender that has few. So a flood holds up nobody else.
 //
-// A sender whose user id is not known yet has its messages wait here until it is.
+// Without the user id of its sender a message cannot leave, nor can any that came after it: one that was sent later, by
+// somebody who knew that the first had been sent, must not be handled earlier. The daemon's answer ends that wait; no
+// sender can draw it out.
 class Queue {
 public:
     explicit Queue(size_t depth);
@@ -45,7 +47,7 @@ public:
     void Identify(const std::string& connection, std::optional<uint32_t> uid);
 
     // Whether Take has something to give.
-    [[nodiscard]] bool HasMessage() const { return ready_ > 0; }
+    [[nodiscard]] bool HasMessage() const;
 
     // The next message. There must be one.
     std::unique_ptr<Incoming> Take();
@@ -75,7 +77,6 @@ private:
     Entries entries_;
     Senders senders_;          // those that have messages here, by connection
     size_t bytes_ = 0;         // of all payloads
-    size_t ready_ = 0;         // entries whose sender is known
     bool othersTurn_ = false;  // the next message is of a sender that has few
 };
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "bus_test.h"
 #include "kivo/om_inspect_engine_client.h"
@@ -61,7 +62,7 @@ extern "C" __attribute__((visibility("default"))) int sd_bus_send(sd_bus* bus, s
 
 namespace {
 
-class OsMsgForgedAnswerTest : public ContractTest {
+class OsMsgQuestionTest : public ContractTest {
 protected:
     using Fill = std::function<void(sd_bus_message* reply)>;
 
@@ -108,20 +109,20 @@ protected:
     std::atomic<bool> posted_{false};
 };
 
-TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhichUserASenderIs) {
+TEST_F(OsMsgQuestionTest, NobodyElseSaysWhichUserASenderIs) {
     ForgeAnswers("GetConnectionUnixUser",
                  [](sd_bus_message* reply) { EXPECT_GE(sd_bus_message_append(reply, "u", getuid() + 1), 0); });
     EXPECT_EQ(FirstMessage(RawConnection()).uid, getuid());
     EXPECT_TRUE(forged_);
 }
 
-TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysThatASenderHasLeft) {
+TEST_F(OsMsgQuestionTest, NobodyElseSaysThatASenderHasLeft) {
     ForgeAnswers("GetConnectionUnixUser", {}, SD_BUS_ERROR_NAME_HAS_NO_OWNER);
     EXPECT_EQ(FirstMessage(RawConnection()).uid, getuid());
     EXPECT_TRUE(forged_);
 }
 
-TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhoseANameIs) {
+TEST_F(OsMsgQuestionTest, NobodyElseSaysWhoseANameIs) {
     const RawConnection honest;
     const RawConnection other;
     honest.Take("com.kivo.proc.honest");
@@ -132,7 +133,7 @@ TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhoseANameIs) {
     EXPECT_TRUE(forged_);
 }
 
-TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhichNamesThereAre) {
+TEST_F(OsMsgQuestionTest, NobodyElseSaysWhichNamesThereAre) {
     const RawConnection honest;
     honest.Take("com.kivo.proc.honest");
     ForgeAnswers("ListNames", [](sd_bus_message* reply) { EXPECT_GE(sd_bus_message_append(reply, "as", 0), 0); });
@@ -140,7 +141,7 @@ TEST_F(OsMsgForgedAnswerTest, NobodyElseSaysWhichNamesThereAre) {
     EXPECT_TRUE(forged_);
 }
 
-TEST_F(OsMsgForgedAnswerTest, ASenderThatHasLeftIsAskedForOnce) {
+TEST_F(OsMsgQuestionTest, ASenderThatHasLeftIsAskedForOnce) {
     std::optional<RawConnection> sender(std::in_place);
     const std::string name = sender->Name();
     g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
@@ -154,6 +155,31 @@ TEST_F(OsMsgForgedAnswerTest, ASenderThatHasLeftIsAskedForOnce) {
     };
     EXPECT_EQ(FirstMessage(*sender).uid, UINT32_MAX);
     EXPECT_EQ(questions_["GetConnectionUnixUser"], 1);
+}
+
+// An owner registers its items, and who was told of it asks for a run: the daemon is asked for the owner's user while
+// the request is on its way.
+TEST_F(OsMsgQuestionTest, AMessageThatWasSentLaterIsHandledLater) {
+    EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK);
+    const Inbox inbox;
+    AddTask("inbox", inbox.Keep());
+    const RawConnection known;
+    known.Post("tester", "inbox", 1);
+    EXPECT_TRUE(inbox.Await(1));
+    const RawConnection newcomer;
+    g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
+        if (asked == "GetConnectionUnixUser") {
+            known.Post("tester", "inbox", 3);
+            EXPECT_EQ(known.OwnerOf(known.Name()), known.Name());  // the daemon has passed it on
+        }
+    };
+    newcomer.Post("tester", "inbox", 2);
+    EXPECT_TRUE(inbox.Await(3));
+    std::vector<uint32_t> ids;
+    for (const auto& message : inbox.All()) {
+        ids.push_back(message.envelope.msgId);
+    }
+    EXPECT_EQ(ids, (std::vector<uint32_t>{1, 2, 3}));
 }
 
 // A bus that could start the process "gone", which leaves a file behind.
@@ -217,6 +243,29 @@ TEST(OsProcJoining, ASilentBusIsWaitedForAsleep) {
     bus.Signal(SIGCONT);
     EXPECT_TRUE(WaitFor([&joined] { return joined == OS_MSG_OK; }));
     g_onQuestion = nullptr;
+    OsProcDetach();
+}
+
+// The daemon passes on the messages of different connections in any order.
+TEST(InspectRegistration, IsOverWhenTheBusHasPassedItOn) {
+    const PrivateBus bus;
+    ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK);
+    ASSERT_EQ(InspectClientInit("owner_items"), OS_MSG_OK);
+    bus.Signal(SIGSTOP);
+    std::atomic<uint32_t> registered{99};
+    StartThread([&registered] {
+        pthread_setname_np(pthread_self(), "registering");
+        InspectHandlerRecord record{};
+        record.name[0] = 'i';
+        record.handler = [](const char* /*name*/, const char* /*request*/, tagKivoOmInspectionResult* /*result*/) {
+            return uint32_t{0};
+        };
+        registered = InspectRegHandler(&record, 1);
+    });
+    EXPECT_TRUE(WaitFor([] { return ThreadStatus("registering", "State").starts_with('S'); }));
+    EXPECT_EQ(registered, 99U);
+    bus.Signal(SIGCONT);
+    EXPECT_TRUE(WaitFor([&registered] { return registered == OS_MSG_OK; }));
     OsProcDetach();
 }
 

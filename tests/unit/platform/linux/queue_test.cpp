@@ -154,19 +154,28 @@ TEST(MsgQueueTest, UpToEightAreFewInAnyQueue) {
     EXPECT_EQ(TakeAll(queue, 3), (std::vector<uint32_t>{201, 1, 2}));
 }
 
-TEST(MsgQueueTest, AnUnknownSendersMessagesWaitAndHoldUpNobody) {
+// An owner registers; a requester that was told of it asks for a run.
+TEST(MsgQueueTest, AMessageWaitsUntilTheSendersOfThoseBeforeItAreKnown) {
     Queue queue(64);
     queue.Push(Message(1), ":1.1", std::nullopt);
     EXPECT_FALSE(queue.HasMessage());
     Push(queue, ":1.2", 2);
+    EXPECT_FALSE(queue.HasMessage());
     queue.Push(Message(3), ":1.1", std::nullopt);
-    EXPECT_EQ(TakeAll(queue), (std::vector<uint32_t>{2}));
     queue.Identify(":1.1", 1000);
     const std::unique_ptr<Incoming> first = queue.Take();
     EXPECT_EQ(first->block.msgId, 1U);
     EXPECT_EQ(first->block.uid, 1000U);
     queue.Push(Message(4), ":1.1", 1000);
-    EXPECT_EQ(TakeAll(queue), (std::vector<uint32_t>{3, 4}));
+    EXPECT_EQ(TakeAll(queue), (std::vector<uint32_t>{2, 3, 4}));
+}
+
+TEST(MsgQueueTest, MessagesBeforeOneOfAnUnknownSenderLeave) {
+    Queue queue(64);
+    Push(queue, ":1.2", 1, 2);
+    queue.Push(Message(3), ":1.1", std::nullopt);
+    EXPECT_EQ(TakeAll(queue), (std::vector<uint32_t>{1, 2}));
+    EXPECT_FALSE(queue.HasMessage());
 }
 
 TEST(MsgQueueTest, AMessageWithTheUserIdMakesThoseBeforeItReady) {
@@ -176,11 +185,15 @@ TEST(MsgQueueTest, AMessageWithTheUserIdMakesThoseBeforeItReady) {
     EXPECT_EQ(TakeAll(queue), (std::vector<uint32_t>{1, 2}));
 }
 
-TEST(MsgQueueTest, AnUnknownSenderIsPassedOverByTheOneThatFollowsACrowd) {
+TEST(MsgQueueTest, OnlyMessagesBeforeOneOfAnUnknownSenderOvertakeACrowd) {
     Queue queue(512);
     Push(queue, ":1.1", 1, 100);
-    queue.Push(Message(201), ":1.2", std::nullopt);
-    EXPECT_EQ(TakeAll(queue, 2), (std::vector<uint32_t>{1, 2}));
+    Push(queue, ":1.2", 201);
+    queue.Push(Message(301), ":1.3", std::nullopt);
+    Push(queue, ":1.2", 202);
+    EXPECT_EQ(TakeAll(queue, 3), (std::vector<uint32_t>{201, 1, 2}));
+    queue.Identify(":1.3", 7);
+    EXPECT_EQ(TakeAll(queue, 4), (std::vector<uint32_t>{3, 301, 4, 202}));
 }
 
 TEST(MsgQueueTest, OfASenderThatHasLeftOnlyMessagesWithoutReplyRemain) {
