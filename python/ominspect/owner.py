@@ -27,7 +27,7 @@ _ITEMS_INTERFACE = "com.kivo.Inspect.Owner"
 _PROPERTIES = "org.freedesktop.DBus.Properties"
 # The server forgets a report that comes before it has digested the answer "running".
 _SETTLE = 0.5
-_BETWEEN_REPORTS = 0.5
+_BETWEEN_PROGRESS = 0.5
 
 
 @dataclass
@@ -48,12 +48,13 @@ class _Job:
         self.progress = progress
         self.answer: Answer | None = None
         self.due = now + pause
-        self.report_from = now + _SETTLE
+        self.settled = now + _SETTLE
+        self.progress_from = self.settled
 
     def end(self, answer: Answer) -> None:
         """The run has ended; it is told as soon as the server can take that."""
         self.answer = answer
-        self.due = max(time.monotonic(), self.report_from)
+        self.due = max(time.monotonic(), self.settled)
 
 
 class Owner:
@@ -215,8 +216,8 @@ class Owner:
                 job.end(_failure(name, error))
             else:
                 job.due = time.monotonic() + job.pause
-                if now >= job.report_from:
-                    job.report_from = now + _BETWEEN_REPORTS
+                if now >= job.progress_from:
+                    job.progress_from = now + _BETWEEN_PROGRESS
                     self._report(name, ("running", job.progress))
 
     def _report(self, name: str, answer: Answer) -> None:
