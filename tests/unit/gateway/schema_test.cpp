@@ -46,7 +46,8 @@ TEST_F(GatewaySchema, TakesWhatTheProgramTakes) {
           "<Gateway><!-- two --><Http tokens='/t' certificate='/c' key='/k'><Tcp address='::1' port='0'/><Host "
           "name='a'/>"
           "<Unix path='/s'/><Tcp address='10.0.0.1'/></Http></Gateway>",
-          "<Gateway><Http><Tcp address='::ffff:10.0.0.1' port='65535'/></Http></Gateway>"}) {
+          "<Gateway><Http><Tcp address='::ffff:10.0.0.1' port='65535'/></Http></Gateway>",
+          "<Gateway><Http><Tcp address='255.249.199.0'/></Http></Gateway>"}) {
         EXPECT_EQ(Verdict(xml), "taken") << xml;
     }
 }
@@ -83,6 +84,9 @@ TEST_F(GatewaySchema, RefusesWhatTheProgramRefuses) {
                             "<Gateway><Http><Tcp port='1'/></Http></Gateway>",
                             "<Gateway><Http><Tcp address='localhost'/></Http></Gateway>",
                             "<Gateway><Http><Tcp address='::1' port='65536'/></Http></Gateway>",
+                            "<Gateway><Http><Tcp address='10.0.0.256'/></Http></Gateway>",
+                            "<Gateway><Http><Tcp address='010.0.0.1'/></Http></Gateway>",
+                            "<Gateway><Http><Tcp address='10.0.1'/></Http></Gateway>",
                             "<Gateway><Http><Host name=''/></Http></Gateway>",
                             "<Gateway><Http><Door/></Http></Gateway>",
                             "<Gateway><Http><Unix path='/a'><b/></Unix></Http></Gateway>",
