@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -128,7 +127,6 @@ Result<std::vector<HttpServer::Place>> OpenPlaces(const HttpSettings& settings, 
         if (sd_is_socket(fd.Get(), AF_UNSPEC, SOCK_STREAM, 1) <= 0) {
             return At("descriptor " + std::to_string(fd.Get()), "the service manager gave no listening stream socket");
         }
-        (void)fcntl(fd.Get(), F_SETFL, fcntl(fd.Get(), F_GETFL) | O_NONBLOCK);
         sockets.emplace_back(std::move(fd));
     }
     if (given <= 0) {

@@ -85,19 +85,16 @@ void Publisher::TakeTold() {
     if (phase_ == Phase::kOnline) {
         dueItems_.merge(items);
         if (areItemsTold) {
-            LookAtItems(false);
+            LookAtItems();
         }
     }
 }
 
-// Those that differ from what was sent are to be sent.
-void Publisher::LookAtItems(bool all) {
-    picture_.Read([this, all](const State& state) {
+// SendItem passes over those that stayed as they were sent.
+void Publisher::LookAtItems() {
+    picture_.Read([this](const State& state) {
         for (const auto& [name, item] : state.items) {
-            const auto shown = shown_.find(name);
-            if (all || shown == shown_.end() || shown->second != std::hash<std::string>()(ItemDocument(item))) {
-                dueItems_.insert(name);
-            }
+            dueItems_.insert(name);
         }
     });
 }
@@ -170,7 +167,7 @@ void Publisher::Greet() {
     dueSubscriptions_ = requests_.Subscriptions();
     shown_.clear();
     dueItems_.clear();
-    LookAtItems(true);
+    LookAtItems();
 }
 
 bool Publisher::HasWork() const {

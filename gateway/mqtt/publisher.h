@@ -74,7 +74,7 @@ private:
     };
 
     void TakeTold();
-    void LookAtItems(bool all);
+    void LookAtItems();
     void Begin();
     void Greet();
     void SendWhatMay();
