@@ -297,8 +297,14 @@ void Broker::Check(int code) {
 void Broker::Lose(const std::string& why) {
     LineUser* user = user_;
     std::string text = why;
-    if (!isOpen_ && !settings_.authority.empty() && said_ != why) {
-        text += said_.empty() ? "; the broker may not accept the certificate" : ": " + said_;
+    if (!isOpen_ && !settings_.authority.empty()) {
+        if (!said_.empty() && said_ != why) {
+            text += ": " + said_;
+        }
+        // A broker that does not take it says so with one of several alerts, or just leaves.
+        if (text.find("certificate") == std::string::npos) {
+            text += "; the broker may not accept the certificate";
+        }
     }
     Close(false);
     if (user != nullptr) {
