@@ -48,11 +48,15 @@ INSTALL_TEST_PACKAGES=(
 # To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
 ARM64_BUILD_PACKAGES=(
     g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon systemd procps dpkg-dev file
-    libarchive-tools libxml2-utils libcli11-dev python3
-    # ... and of the other one
-    libsystemd-dev:arm64 libspdlog-dev:arm64 libcjson-dev:arm64 libtinyxml2-dev:arm64 libutf8proc-dev:arm64 libarchive-dev:arm64
-    libssl-dev:arm64 libre2-dev:arm64 libgtest-dev:arm64
+    libarchive-tools libxml2-utils libcli11-dev python3 openssl sip-tester slapd socat iproute2
 )
+# ... and the libraries of the other one. CLI11 is headers only, the same for each.
+for package in "${BUILD_PACKAGES[@]}" libgtest-dev; do
+    case "$package" in
+        libcli11-dev) ;;
+        lib*-dev) ARM64_BUILD_PACKAGES+=("$package:arm64") ;;
+    esac
+done
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto mosquitto-clients)
 # What ./scripts/fuzz needs.
