@@ -11,7 +11,8 @@
 
 namespace ominspect::gateway::dbus {
 
-using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_flush_close_unref>>;
+// Without writing what waits: a daemon that hangs would be waited for without end.
+using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_close_unref>>;
 using Message = std::unique_ptr<sd_bus_message, Freed<sd_bus_message_unref>>;
 using Slot = std::unique_ptr<sd_bus_slot, Freed<sd_bus_slot_unref>>;
 

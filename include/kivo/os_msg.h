@@ -7,7 +7,8 @@
  *
  * Names are UTF-8 texts of 1 to 15 bytes. A payload is at most OS_MSG_MAX_PAYLOAD bytes.
  * Results are OS_MSG_OK or one of the OS_MSG_ERR codes. Every function may be called from any thread unless it
- * says otherwise. On Linux the bus is D-Bus (https://dbus.freedesktop.org/doc/dbus-specification.html); the
+ * says otherwise. What the bus does not take at once waits to be sent, at most 16 MiB of it, each message counted with
+ * 1 KiB beside its payload; whatever would be sent beyond that fails with OS_MSG_ERR_NO_MEMORY. On Linux the bus is D-Bus (https://dbus.freedesktop.org/doc/dbus-specification.html); the
  * mapping is written down in docs/wire-format.md.
  */
 #ifndef KIVO_OS_MSG_H
@@ -27,7 +28,7 @@ extern "C" {
 /* Result codes. */
 #define OS_MSG_OK 0u
 #define OS_MSG_ERR_PARAM 0x80020002u        /* a null pointer, an empty or overlong name, a bad record */
-#define OS_MSG_ERR_NO_MEMORY 0x80020003u    /* memory, threads or descriptors used up */
+#define OS_MSG_ERR_NO_MEMORY 0x80020003u    /* memory, threads, descriptors or room for unsent data used up */
 #define OS_MSG_ERR_NOT_ATTACHED 0x80020004u /* the process is not on the bus (yet, or any more) */
 #define OS_MSG_ERR_ATTACHED 0x80020005u     /* the process is on the bus already */
 #define OS_MSG_ERR_NAME_TAKEN 0x80020006u   /* another process, or another task of this one, has the name */
@@ -114,7 +115,7 @@ struct OsMsgSubscription {
 uint32_t OsProcAttach(const char* procName);
 
 /* Leaves the bus: waiting calls fail with NOT_ATTACHED, message loops return, task threads are joined; unread
- * messages are dropped. Not to be called from a task's own thread (use OsProcRequestDetach there). */
+ * messages are dropped, and what the bus does not take within two seconds is not sent. Not to be called from a task's own thread (use OsProcRequestDetach there). */
 void OsProcDetach(void);
 
 /* Asks for the same without waiting: message loops return after their current message, OsTaskRun returns. The only

@@ -1,4 +1,5 @@
 // The configuration manager: loads the XML file into the two lists.
+#include <sys/stat.h>
 #include <tinyxml2.h>
 
 #include <new>
@@ -7,6 +8,7 @@
 #include "base/log.h"
 #include "config/config_transfer.h"
 #include "config/default_config.h"
+#include "kivo/os_file.h"
 #include "ominspect/config.h"
 
 namespace {
@@ -37,6 +39,15 @@ InspectOneDiagFile ReadEntry(tinyxml2::XMLElement* element) {
     return entry;
 }
 
+// In place of a file, a pipe would block the start until somebody writes to it, and a device perhaps for good.
+tinyxml2::XMLError LoadFile(tinyxml2::XMLDocument& document, const std::string& path) {
+    OsFileStat status{};
+    if (OsGetStat(path.c_str(), &status) == 0 && !S_ISREG(status.mode)) {
+        return tinyxml2::XML_ERROR_FILE_READ_ERROR;
+    }
+    return document.LoadFile(path.c_str());
+}
+
 }  // namespace
 
 InspectConfigMgr* InspectConfigMgr::GetInstance() {
@@ -63,7 +74,7 @@ void InspectConfigMgr::InitInspectConfig() {
 
 void InspectConfigMgr::InitInspectConfigFrom(const std::string& path) {
     tinyxml2::XMLDocument document(true, tinyxml2::PRESERVE_WHITESPACE);
-    if (const tinyxml2::XMLError error = document.LoadFile(path.c_str()); error != 0) {
+    if (const tinyxml2::XMLError error = LoadFile(document, path); error != 0) {
         INSPECT_ERROR("xml read err, error code : %d. use default config.", static_cast<int>(error));
         InitInspectItemList(nullptr);  // the items only: nothing is collected after an unreadable file
         return;

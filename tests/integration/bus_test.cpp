@@ -109,6 +109,19 @@ TEST_F(OnTheBus, TheServerEndsInOrderWhenAsked) {
     EXPECT_EQ(Send(7, "").code, 0x80020008u);
 }
 
+TEST_F(OnTheBus, WhoIsToldToEndDoesSoAlthoughTheBusDaemonHangs) {
+    Child server = StartServer();
+    Child owner({OMINSPECT_OWNER_PROGRAM, OWNER_FILE});
+    EXPECT_TRUE(EventuallyText("always_ok", "fine"));
+    Child requester({OMINSPECTCTL_PROGRAM, "watch"});
+    bus_.Signal(SIGSTOP);
+    for (Child* process : {&requester, &owner, &server}) {
+        process->Signal(SIGTERM);
+        EXPECT_TRUE(process->Wait(std::chrono::seconds(60))) << process->Output();
+    }
+    bus_.Signal(SIGCONT);
+}
+
 TEST_F(OnTheBus, TwoHundredClientsAtOnceAllGetTheirResult) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"ok"});

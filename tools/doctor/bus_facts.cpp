@@ -25,7 +25,8 @@ constexpr std::uint64_t kCallLimitUs = 2'000'000;
 constexpr const char* kServer = "com.kivo.proc." OM_INSPECT_PROC_NAME;
 constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 
-using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_flush_close_unref>>;
+// Without writing what waits: a daemon that hangs would be waited for without end.
+using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_close_unref>>;
 using Message = std::unique_ptr<sd_bus_message, Freed<sd_bus_message_unref>>;
 using Credentials = std::unique_ptr<sd_bus_creds, Freed<sd_bus_creds_unref>>;
 

@@ -18,14 +18,20 @@ std::map<std::string, ShownItem>& Published() {
     return *items;
 }
 
+// What an item takes in the answer beside its two texts, at most.
+constexpr size_t kEach = 32;
+
 int Read(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const char* /*property*/,
          sd_bus_message* reply, void* /*userdata*/, sd_bus_error* /*error*/) {
     int result = sd_bus_message_open_container(reply, SD_BUS_TYPE_ARRAY, "(sus)");
+    size_t size = 0;
     for (const auto& [name, item] : Published()) {
+        size += name.size() + item.server.size() + kEach;
         if (result >= 0) {
             result = sd_bus_message_append(reply, "(sus)", name.c_str(), item.timeout, item.server.c_str());
         }
     }
+    msg::NextAnswerHas(size);
     return result >= 0 ? sd_bus_message_close_container(reply) : result;
 }
 

@@ -52,13 +52,13 @@ AwaitedReply::~AwaitedReply() {
     }
 }
 
-uint32_t AwaitedReply::Send(MessagePtr call) {
+uint32_t AwaitedReply::Send(MessagePtr call, size_t payload) {
     if (!waiter_.Valid() || !call) {
         return OS_MSG_ERR_NO_MEMORY;
     }
     owner_ = process_.peers.OwnerOf(receiver_);
     uint64_t cookie = 0;
-    const int sent = sd_bus_send(process_.bus.get(), call.get(), &cookie);
+    const int sent = process_.unsent.Send(process_.bus.get(), call.get(), payload, &cookie);
     call.reset();
     if (sent < 0) {
         return ResultOf(sent);

@@ -24,8 +24,9 @@ public:
     AwaitedReply(AwaitedReply&&) = delete;
     AwaitedReply& operator=(AwaitedReply&&) = delete;
 
-    // Sends the call, once; null stands for one that found no memory. Throws std::bad_alloc.
-    uint32_t Send(MessagePtr call);
+    // Sends the call with so many bytes of payload, once; null stands for one that found no memory. Throws
+    // std::bad_alloc.
+    uint32_t Send(MessagePtr call, size_t payload = 0);
 
     // Waits for the reply, with the lock released meanwhile. OS_MSG_OK when there is one that is no error.
     uint32_t Wait(Reader::Lock& lock, Reader::Clock::time_point deadline);

@@ -11,7 +11,6 @@ namespace {
 
 constexpr const char* kDaemon = "org.freedesktop.DBus";
 constexpr const char* kDaemonPath = "/org/freedesktop/DBus";
-constexpr std::chrono::seconds kAskLimit{5};
 constexpr int kMostAttempts = 1000;
 
 using Clock = std::chrono::steady_clock;
@@ -73,12 +72,11 @@ MessagePtr MakeQuestion(sd_bus* bus, const char* method, const char* argument) {
     return argument == nullptr || sd_bus_message_append(raw, "s", argument) >= 0 ? std::move(question) : nullptr;
 }
 
-MessagePtr AskForNames(sd_bus* bus) {
-    return AskAndWait(bus, "ListNames", nullptr, Clock::now() + kAskLimit, [] { return true; });
+MessagePtr AskForNames(sd_bus* bus, Deadline deadline) {
+    return AskAndWait(bus, "ListNames", nullptr, deadline, [] { return true; });
 }
 
-MessagePtr AskAboutName(sd_bus* bus, const char* method, const char* name) {
-    const Clock::time_point deadline = Clock::now() + kAskLimit;
+MessagePtr AskAboutName(sd_bus* bus, const char* method, const char* name, Deadline deadline) {
     return AskAndWait(bus, method, name, deadline, [&] { return HasOwner(bus, name, deadline); });
 }
 
@@ -87,7 +85,7 @@ int Daemon::Ask(sd_bus* bus, const MessagePtr& question, Answer answer) {
         return -ENOMEM;
     }
     uint64_t cookie = 0;
-    const int sent = sd_bus_send(bus, question.get(), &cookie);
+    const int sent = unsent_.Send(bus, question.get(), 0, &cookie);
     if (sent >= 0) {
         asked_.emplace(cookie, std::move(answer));
     }

@@ -17,6 +17,7 @@ void TakeEvent(Process& process, sd_bus_message* signal) {
     }
 }
 
+// A call whose answer could not be sent is passed over: its sender waits for its own time limit.
 int OnMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) {
     auto& process = *static_cast<Process*>(userdata);
     process.peers.CatchUp();
@@ -27,7 +28,10 @@ int OnMessage(sd_bus_message* message, void* userdata, sd_bus_error* /*error*/) 
         TakeEvent(process, message);
         return 1;
     }
-    return AwaitedReply::Take(process, message) ? 1 : 0;
+    if (AwaitedReply::Take(process, message)) {
+        return 1;
+    }
+    return process.unsent.IsFull() && sd_bus_message_get_expect_reply(message) > 0 ? 1 : 0;
 }
 
 }  // namespace

@@ -152,24 +152,25 @@ void kivo::msg::DeliverEvent(Process& process, sd_bus_message* signal) {
         return;
     }
     // Signals come under the sender's unique name, so the process is looked up by that.
-    const std::string proc = process.peers.ProcessOf(connection);
     const std::string task = TaskNameOf(path);
-    const auto source = process.events.find({proc, task});
-    if (source == process.events.end()) {
-        return;
-    }
-    for (const auto& [eventId, receiver] : source->second.subscribers) {
-        if (eventId != id) {
+    for (const std::string& proc : process.peers.NamesOf(connection)) {
+        const auto source = process.events.find({proc, task});
+        if (source == process.events.end()) {
             continue;
         }
-        auto message = std::make_unique<Incoming>();
-        TagMsgBlock& block = message->block;
-        block.msgId = id;
-        WriteName(block.srcProcName, proc);
-        WriteName(block.srcTaskName, task);
-        WriteName(block.replyTaskName, task);
-        SetPayload(*message, data, size);
-        receiver->Deliver(std::move(message), connection);
+        for (const auto& [eventId, receiver] : source->second.subscribers) {
+            if (eventId != id) {
+                continue;
+            }
+            auto message = std::make_unique<Incoming>();
+            TagMsgBlock& block = message->block;
+            block.msgId = id;
+            WriteName(block.srcProcName, proc);
+            WriteName(block.srcTaskName, task);
+            WriteName(block.replyTaskName, task);
+            SetPayload(*message, data, size);
+            receiver->Deliver(std::move(message), connection);
+        }
     }
 }
 
@@ -186,7 +187,7 @@ void kivo::msg::SubscribeAgain(Process& process, const std::string& procName) {
     }
     const MessagePtr call = MakeSubscribe(process, procName);
     if (!call || sd_bus_message_set_expect_reply(call.get(), 0) < 0 ||
-        sd_bus_send(process.bus.get(), call.get(), nullptr) < 0) {
+        process.unsent.Send(process.bus.get(), call.get(), 0) < 0) {
         throw std::bad_alloc();
     }
 }
@@ -226,7 +227,7 @@ uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope) {
             result = sd_bus_message_append_array(raw, SD_BUS_TYPE_BYTE, event->data, event->dataLen);
         }
         if (result >= 0) {
-            result = sd_bus_send(process.bus.get(), raw, nullptr);
+            result = process.unsent.Send(process.bus.get(), raw, event->dataLen);
         }
         if (result < 0) {
             return ResultOf(result);

@@ -9,7 +9,8 @@
 namespace kivo::msg {
 
 struct HandleDeleter {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    // Without writing what waits: a daemon that hangs would be waited for without end.
+    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
     void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
 };

@@ -53,7 +53,7 @@ void Refuse(Process& process, Incoming& message) {
     }
     const MessagePtr refusal(error);
     if (result >= 0 && sd_bus_message_set_destination(refusal.get(), sender) >= 0 &&
-        sd_bus_send(process.bus.get(), refusal.get(), nullptr) >= 0) {
+        process.unsent.Send(process.bus.get(), refusal.get(), 0) >= 0) {
         process.KickIfUnsent();
     }
 }
@@ -169,7 +169,7 @@ uint32_t OsMsgSynSendResp(const struct TagMsgBlock* msg, const void* data, uint3
         process.owed.erase(owed);
         int sent = sd_bus_message_append_array(reply.get(), SD_BUS_TYPE_BYTE, data, dataLen);
         if (sent >= 0) {
-            sent = sd_bus_send(process.bus.get(), reply.get(), nullptr);
+            sent = process.unsent.Send(process.bus.get(), reply.get(), dataLen);
         }
         if (sent < 0) {
             return ResultOf(sent);

@@ -38,13 +38,21 @@ uint32_t ChangeProperty(const char* path, const char* interface, const char* pro
         if (unusable != OS_MSG_OK) {
             return unusable;
         }
+        if (process.unsent.IsFull()) {
+            return OS_MSG_ERR_NO_MEMORY;
+        }
         const int sent = sd_bus_emit_properties_changed(process.bus.get(), path, interface, property, nullptr);
         if (sent < 0) {
             return ResultOf(sent);
         }
+        process.unsent.Look(process.bus.get());
         process.KickIfUnsent();
         return OS_MSG_OK;
     });
+}
+
+void NextAnswerHas(size_t bytes) {
+    TheProcess().unsent.NextAnswerHas(bytes);
 }
 
 std::string ConnectionOf(const std::string& procName) {

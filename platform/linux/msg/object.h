@@ -3,6 +3,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -19,11 +20,14 @@ uint32_t PublishObject(const char* path, const char* interface, const sd_bus_vta
 uint32_t ChangeProperty(const char* path, const char* interface, const char* property,
                         const std::function<void()>& change);
 
+// Says, in a function of a `table`, how large the answer will be.
+void NextAnswerHas(size_t bytes);
+
 // The connection that owns a process name, as far as the changes have been read; empty when there is none.
 std::string ConnectionOf(const std::string& procName);
 
-// Waits until the daemon has passed on everything that this process has sent, so that what somebody sends afterwards comes
-// later. A daemon that is silent for five seconds is not waited for.
+// Waits until the daemon has passed on everything that this process has sent, so that what somebody sends afterwards
+// comes later. A daemon that is silent for five seconds is not waited for.
 void AwaitPassedOn();
 
 #pragma GCC visibility pop

@@ -1,8 +1,8 @@
 // All of this is asked of the bus daemon, and believed from nobody else.
 #include "msg/peers.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <new>
 #include <utility>
@@ -18,6 +18,9 @@ constexpr const char* kChange = "NameOwnerChanged";
 constexpr const char* kChangeRule =
     "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',interface='org.freedesktop.DBus',"
     "member='NameOwnerChanged'";
+
+// For all questions of one look at who is there; a daemon that hangs must not hold the process up for each of them.
+constexpr std::chrono::seconds kLoadLimit{5};
 
 // The names of a list that stand for processes: bus name and process name.
 std::vector<std::pair<std::string, std::string>> ProcessesOf(sd_bus_message* names) {
@@ -104,7 +107,8 @@ void Peers::TakeOwner(const std::string& procName, sd_bus_message* answer) {
 }
 
 void Peers::Load() {
-    const MessagePtr names = AskForNames(bus_);
+    const Deadline deadline = std::chrono::steady_clock::now() + kLoadLimit;
+    const MessagePtr names = AskForNames(bus_, deadline);
     if (!names) {
         return;
     }
@@ -112,7 +116,7 @@ void Peers::Load() {
     std::map<std::string, std::string> present;
     for (const auto& [name, procName] : ProcessesOf(names.get())) {
         const char* owner = nullptr;
-        const MessagePtr answer = AskAboutName(bus_, "GetNameOwner", name.c_str());
+        const MessagePtr answer = AskAboutName(bus_, "GetNameOwner", name.c_str(), deadline);
         if (answer && sd_bus_message_read_basic(answer.get(), SD_BUS_TYPE_STRING, &owner) > 0) {
             present.emplace(procName, owner);
         } else {
@@ -184,9 +188,15 @@ void Peers::TakeUid(const std::string& connection, sd_bus_message* answer) {
     callbacks_.identified(connection, uid);
 }
 
-std::string Peers::ProcessOf(const std::string& connection) const {
+const std::set<std::string>& Peers::NamesOf(const std::string& connection) const {
+    static const std::set<std::string> none;
     const auto found = processes_.find(connection);
-    return found != processes_.end() && !found->second.empty() ? found->second.front() : std::string();
+    return found != processes_.end() ? found->second : none;
+}
+
+std::string Peers::ProcessOf(const std::string& connection) const {
+    const std::set<std::string>& names = NamesOf(connection);
+    return !names.empty() ? *names.begin() : std::string();
 }
 
 std::string_view Peers::OwnerOf(const std::string& procName) const {
@@ -233,17 +243,14 @@ void Peers::SetOwner(const std::string& procName, const std::string& connection)
         if (!IsOwn(connection)) {
             callbacks_.appeared(procName);
         }
-        std::vector<std::string>& names = processes_[connection];
-        if (std::find(names.begin(), names.end(), procName) == names.end()) {
-            names.push_back(procName);
-        }
+        processes_[connection].insert(procName);
         owners_[procName] = connection;
     } else {
         owners_.erase(procName);
     }
     const auto former = processes_.find(before);
     if (former != processes_.end()) {
-        std::erase(former->second, procName);
+        former->second.erase(procName);
         if (former->second.empty()) {
             processes_.erase(former);
         }

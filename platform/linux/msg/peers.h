@@ -7,10 +7,10 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "msg/daemon.h"
 #include "msg/handles.h"
@@ -57,7 +57,11 @@ public:
     // Whether a sender, identified or about to be, is still there.
     bool Follows(const std::string& connection) const { return uids_.contains(connection); }
 
-    // The process name of a connection, the oldest of several; empty when it has none.
+    // The process names of a connection.
+    const std::set<std::string>& NamesOf(const std::string& connection) const;
+
+    // The process name under which its messages are seen: of several the first in byte order, so that everybody sees
+    // the same, whoever joined the bus first. Empty when it has none.
     std::string ProcessOf(const std::string& connection) const;
 
     // The connection that owns a process name; empty when there is none.
@@ -76,9 +80,9 @@ private:
     Daemon& daemon_;
     sd_bus* bus_ = nullptr;
     Callbacks callbacks_;
-    bool behind_ = false;                                                  // a change could not be noted
-    std::map<std::string, std::string> owners_;                            // process name -> connection
-    std::unordered_map<std::string, std::vector<std::string>> processes_;  // connection -> its names, oldest first
+    bool behind_ = false;                                               // a change could not be noted
+    std::map<std::string, std::string> owners_;                         // process name -> connection
+    std::unordered_map<std::string, std::set<std::string>> processes_;  // connection -> its names
     // Of the senders, by connection; none while the daemon is asked.
     std::unordered_map<std::string, std::optional<uint32_t>> uids_;
 };

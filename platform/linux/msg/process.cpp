@@ -94,6 +94,10 @@ void Dismantle(Process& process, Reader::Lock& lock) {
         task->Retract();
     }
     process.tasks.clear();
+    if (process.state == BusState::kStopping) {
+        process.unsent.WriteOut(process.bus.get(), lock);
+    }
+    process.unsent.Clear();
     process.bus.reset();
     process.name.clear();
     process.detaching = false;
@@ -295,7 +299,8 @@ bool HasEnded(const std::shared_ptr<Task>& task) {
 
 }  // namespace
 
-Process::Process() : reader([this](bool lost) { BeginStop(*this, lost ? BusState::kLost : BusState::kStopping); }) {}
+Process::Process()
+    : reader([this](bool lost) { BeginStop(*this, lost ? BusState::kLost : BusState::kStopping); }, unsent) {}
 
 uint32_t Process::CheckUsable() const {
     switch (state) {
@@ -327,8 +332,7 @@ void Process::ForgetOwed(const std::string& connection) {
 }
 
 void Process::KickIfUnsent() {
-    uint64_t unsent = 0;
-    if (sd_bus_get_n_queued_write(bus.get(), &unsent) >= 0 && unsent > 0) {
+    if (unsent.Any()) {
         reader.Kick();
     }
 }

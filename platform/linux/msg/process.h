@@ -19,6 +19,7 @@
 #include "msg/reader.h"
 #include "msg/subscribers.h"
 #include "msg/task.h"
+#include "msg/unsent.h"
 
 namespace kivo::msg {
 
@@ -54,8 +55,9 @@ struct Process {
     std::string name;
     std::string version;  // empty: it shows none
     BusPtr bus;
+    Unsent unsent;
     Reader reader;
-    Daemon daemon;
+    Daemon daemon{unsent};
     Peers peers{daemon};
     SlotPtr dispatch;
     std::unordered_map<uint64_t, AwaitedReply*> awaited;  // by the cookie of the call

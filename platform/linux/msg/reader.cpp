@@ -54,7 +54,7 @@ void PollAlone(Reader::Lock& lock, Waiter& me, PollTimeout timeout) {
 
 }  // namespace
 
-Reader::Reader(std::function<void(bool)> onEnd) : onEnd_(std::move(onEnd)) {}
+Reader::Reader(std::function<void(bool)> onEnd, Unsent& unsent) : onEnd_(std::move(onEnd)), unsent_(unsent) {}
 
 void Reader::Open() {
     stopRequested_ = false;
@@ -67,7 +67,7 @@ bool Reader::Start(sd_bus* bus, std::mutex& mutex) {
     stopping_ = false;
     grace_ = kGrace;
     armed_ = true;  // nobody leads yet
-    if (!standbyWaiter_.Valid()) {
+    if (!standbyWaiter_.Open()) {
         return false;
     }
     try {
@@ -153,6 +153,7 @@ bool Reader::Dispatch() {
     int result = 1;
     for (int count = 0; result > 0 && count < kBatch; ++count) {
         result = sd_bus_process(bus_, nullptr);
+        unsent_.Look(bus_);
     }
     const bool starved = result == -ENOMEM || result == -ENOBUFS;
     if (starved && !starved_) {

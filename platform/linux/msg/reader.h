@@ -11,6 +11,7 @@
 #include <optional>
 #include <thread>
 
+#include "msg/unsent.h"
 #include "msg/waiter.h"
 
 namespace kivo::msg {
@@ -40,7 +41,7 @@ public:
 
     // onEnd is called, with the lock, when the connection is gone (true) or RequestStop was called (false); from then
     // on every done() given to Wait must hold.
-    explicit Reader(std::function<void(bool lost)> onEnd);
+    Reader(std::function<void(bool lost)> onEnd, Unsent& unsent);
 
     // From now on RequestStop has an effect.
     void Open();
@@ -89,6 +90,7 @@ private:
     static constexpr std::chrono::microseconds kShortGrace{500};
 
     std::function<void(bool)> onEnd_;
+    Unsent& unsent_;
     sd_bus* bus_ = nullptr;
     Waiter* leader_ = nullptr;
     Rank leaderRank_ = Rank::kStandby;

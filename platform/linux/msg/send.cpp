@@ -92,7 +92,7 @@ uint32_t OsMsgSynSend(const struct TagMsgBlock* msg, struct TagMsgBlock** resp, 
             return result;
         }
         AwaitedReply reply(process, ReadName(msg->dstProcName, sizeof msg->dstProcName));
-        result = reply.Send(std::move(call));
+        result = reply.Send(std::move(call), msg->dataLen);
         if (result == OS_MSG_OK) {
             result = reply.Wait(lock, deadline);
         }
@@ -122,7 +122,7 @@ uint32_t OsMsgAsynSend(const struct TagMsgBlock* msg) {
         }
         int sent = sd_bus_message_set_expect_reply(call.get(), 0);
         if (sent >= 0) {
-            sent = sd_bus_send(process.bus.get(), call.get(), nullptr);
+            sent = process.unsent.Send(process.bus.get(), call.get(), msg->dataLen);
         }
         if (sent < 0) {
             return ResultOf(sent);

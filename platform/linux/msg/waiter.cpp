@@ -16,7 +16,12 @@ thread_local const Waiter* t_own = nullptr;
 
 }  // namespace
 
-Waiter::Waiter() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+bool Waiter::Open() {
+    if (!Valid()) {
+        fd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    }
+    return Valid();
+}
 
 Waiter::~Waiter() {
     if (fd_ >= 0) {
@@ -46,6 +51,7 @@ void Waiter::Drain() const {
 Waiter& Waiter::OfThisThread() {
     thread_local Waiter waiter;
     t_own = &waiter;
+    (void)waiter.Open();
     return waiter;
 }
 

@@ -1,20 +1,24 @@
 // A way to wake a thread that polls.
 #pragma once
 
+#include <atomic>
+
 namespace kivo::msg {
 
 // One per thread that ever waits: an eventfd(2) that the thread polls, alone or together with the bus. A wake-up that
 // comes before the thread polls is kept.
 class Waiter {
 public:
-    Waiter();
+    Waiter() { (void)Open(); }
     ~Waiter();
     Waiter(const Waiter&) = delete;
     Waiter& operator=(const Waiter&) = delete;
     Waiter(Waiter&&) = delete;
     Waiter& operator=(Waiter&&) = delete;
 
-    // False when the process had no descriptor left.
+    // Gets a descriptor, unless it has one. False when the process has none left; it may have one later.
+    [[nodiscard]] bool Open();
+
     [[nodiscard]] bool Valid() const { return fd_ >= 0; }
     [[nodiscard]] int Fd() const { return fd_; }
 
@@ -28,11 +32,11 @@ public:
     // Takes back all wake-ups so far.
     void Drain() const;
 
-    // The calling thread's own.
+    // The calling thread's own; not Valid() when there was no descriptor for it. Each call tries again.
     static Waiter& OfThisThread();
 
 private:
-    int fd_;
+    std::atomic<int> fd_{-1};  // a signal handler may wake while it is opened
 };
 
 }  // namespace kivo::msg

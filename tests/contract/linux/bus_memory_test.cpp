@@ -13,6 +13,7 @@
 #include "linux/asker.h"
 #include "linux/log_reader.h"
 #include "linux/memory_shortage.h"
+#include "linux/no_descriptors.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
 #include "thread_starter.h"
@@ -117,6 +118,26 @@ TEST_F(OsMsgMemoryTest, AProcessThatAppearsWithoutMemoryIsNoticedWithTheNextMess
     EXPECT_STREQ(inbox.All().back().envelope.srcProcName, "late");
 }
 
+// A thread waits at a descriptor of its own, which it gets when it first waits.
+TEST_F(OsMsgMemoryTest, AThreadThatFoundNoDescriptorTriesAgain) {
+    const Peer peer("peer");
+    std::atomic<uint32_t> first{OS_MSG_OK};
+    std::atomic<uint32_t> second{OS_MSG_ERR_NO_MEMORY};
+    const Gate between;
+    {
+        const NoDescriptors none;
+        StartThread([&, between] {
+            first = Ask("peer", "echo").result;
+            between.Pass();
+            second = Ask("peer", "echo").result;
+        });
+        ASSERT_TRUE(between.Reached());
+    }
+    EXPECT_EQ(first, OS_MSG_ERR_NO_MEMORY);
+    between.Open();
+    EXPECT_TRUE(WaitFor([&second] { return second == OS_MSG_OK; }));
+}
+
 TEST_F(OsMsgMemoryTest, ATaskWhoseThreadCannotBeMadeLeavesItsNameToTheNext) {
     const Inbox inbox;
     const OsTaskDescriptor task = Describe("inbox", inbox.Keep());
@@ -126,6 +147,16 @@ TEST_F(OsMsgMemoryTest, ATaskWhoseThreadCannotBeMadeLeavesItsNameToTheNext) {
     ASSERT_EQ(OsTaskCreate(&task), OS_MSG_OK);
     Post("tester", "inbox");
     EXPECT_TRUE(inbox.Await(1));
+}
+
+TEST_F(DetachedTest, AProcessThatFoundNoDescriptorJoinsLater) {
+    OsMsgRegLogFunc([](const char*) {});
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(OsProcAttach("tester"), OS_MSG_ERR_NO_MEMORY);
+    }
+    OsMsgRegLogFunc(nullptr);
+    EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK);
 }
 
 // The first thread is the one that reads the bus, the next two are the tasks'.

@@ -1,4 +1,8 @@
 // The configuration file and its loader.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <string>
 
 #include "config/default_config.h"
@@ -231,4 +235,36 @@ TEST_F(InspectConfigMgrTest, AnotherFileIsReadAsTheDevicesIs) {
     EXPECT_EQ(Items(), Lines{});
     EXPECT_EQ(Entries(), (Lines{"/a /b 7 dir"}));
     EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: there is no [DiagnoseList] in config."}));
+}
+
+// None of them is waited for: nobody writes into the pipe.
+class NoRegularFileTest : public InspectConfigMgrTest {
+protected:
+    void SetUp() override {
+        InspectConfigMgrTest::SetUp();
+        std::filesystem::create_directories(std::filesystem::path(kFile).parent_path());
+    }
+
+    void ExpectUnreadable() {
+        m_config.InitInspectConfig();
+        EXPECT_EQ(Items(), kDefaultItems);
+        EXPECT_EQ(Entries(), Lines{});
+        EXPECT_EQ(LogLines(), (Lines{"1 InspectConfigMgr 20: xml read err, error code : 5. use default config.",
+                                     "2 InspectConfigMgr 20: use default config InspectItemList."}));
+    }
+};
+
+TEST_F(NoRegularFileTest, APipeCountsAsUnreadable) {
+    ASSERT_EQ(mkfifo(kFile, 0600), 0);
+    ExpectUnreadable();
+}
+
+TEST_F(NoRegularFileTest, AFolderCountsAsUnreadable) {
+    ASSERT_EQ(mkdir(kFile, 0700), 0);
+    ExpectUnreadable();
+}
+
+TEST_F(NoRegularFileTest, ADeviceCountsAsUnreadable) {
+    ASSERT_EQ(symlink("/dev/zero", kFile), 0);
+    ExpectUnreadable();
 }
