@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
@@ -31,13 +32,13 @@ uint32_t Succeed(const char* itemName, const char* /*request*/, tagKivoOmInspect
     return 0;
 }
 
-bool Register(const std::string& argument) {
+InspectHandlerRecord RecordOf(const std::string& argument) {
     const size_t colon = argument.find(':');
     InspectHandlerRecord record{};
     std::snprintf(record.name, sizeof record.name, "%s", argument.substr(0, colon).c_str());
     record.handler = Succeed;
     record.timeout = colon == std::string::npos ? 0 : static_cast<uint32_t>(std::stoul(argument.substr(colon + 1)));
-    return InspectRegHandler(&record, 1) == OS_MSG_OK;
+    return record;
 }
 
 }  // namespace
@@ -48,10 +49,12 @@ int main(int argc, char** argv) {
     if (argc < 2 || OsProcAttach(argv[1]) != OS_MSG_OK || InspectClientInit("items") != OS_MSG_OK) {
         return 1;
     }
+    std::vector<InspectHandlerRecord> records;
     for (int i = 2; i < argc; ++i) {
-        if (!Register(argv[i])) {
-            return 1;
-        }
+        records.push_back(RecordOf(argv[i]));
+    }
+    if (InspectRegHandler(records.data(), static_cast<uint32_t>(records.size())) != OS_MSG_OK) {
+        return 1;
     }
     return sigsuspend(&signals);  // until it is killed
 }

@@ -1,9 +1,6 @@
 // Many runs leave nothing behind in the server.
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "support/eventually.h"
+#include "support/process_state.h"
 #include "system.h"
 
 namespace support {
@@ -13,24 +10,6 @@ constexpr int kBatch = 50;
 
 class Growth : public System {
 protected:
-    // Memory of the process's own in KiB: what it has written to (proc(5), smaps_rollup).
-    static long PrivateMemory(pid_t pid) {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/smaps_rollup");
-        for (std::string word; file >> word;) {
-            long kilobytes = 0;
-            if (word == "Private_Dirty:" && file >> kilobytes) {
-                return kilobytes;
-            }
-        }
-        ADD_FAILURE() << "no memory of process " << pid;
-        return 0;
-    }
-
-    static size_t Descriptors(pid_t pid) {
-        const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
-        return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-    }
-
     static std::vector<std::string> Items() {
         std::vector<std::string> items;
         for (int i = 0; i < kBatch; ++i) {

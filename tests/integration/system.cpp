@@ -79,7 +79,7 @@ tagKivoOmInspectionResult Reply::Result() const {
     return result;
 }
 
-System::System() {
+System::System(const std::optional<std::string>& busConfig) : bus_(busConfig ? PrivateBus(*busConfig) : PrivateBus()) {
     setenv("XDG_STATE_HOME", folder_.Path().c_str(), 1);  // of the programs that are run
     OsTaskDescriptor task{};
     std::snprintf(task.name, sizeof task.name, "itest");

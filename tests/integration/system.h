@@ -38,7 +38,8 @@ struct Reply {
 
 class System : public testing::Test {
 protected:
-    System();
+    // The bus is one for private use, unless there is a configuration for another one.
+    explicit System(const std::optional<std::string>& busConfig = std::nullopt);
     ~System() override;
 
     // Starts the server and waits until it serves messages. With `shortLimits` the build that waits two seconds for an

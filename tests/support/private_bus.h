@@ -23,6 +23,9 @@ public:
     /// To the daemon: SIGSTOP makes it silent, SIGCONT ends that.
     void Signal(int signal) const { daemon_.Signal(signal); }
 
+    /// The daemon.
+    [[nodiscard]] pid_t Pid() const { return daemon_.Pid(); }
+
 private:
     Child daemon_;
     std::string address_;

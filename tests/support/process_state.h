@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace support {
@@ -29,6 +31,24 @@ inline char StateOf(pid_t pid) {
 /// Whether a process exists and has not ended; an ended one may still wait to be reaped by somebody else.
 inline bool IsAlive(pid_t pid) {
     return StateOf(pid) != 'Z' && StateOf(pid) != 'X';
+}
+
+/// How many descriptors a process has open.
+inline std::size_t Descriptors(pid_t pid) {
+    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+/// Memory of the process's own in KiB: what it has written to (proc(5), smaps_rollup); -1 when there is none to tell.
+inline long PrivateMemory(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    for (std::string word; file >> word;) {
+        long kilobytes = 0;
+        if (word == "Private_Dirty:" && file >> kilobytes) {
+            return kilobytes;
+        }
+    }
+    return -1;
 }
 
 }  // namespace support

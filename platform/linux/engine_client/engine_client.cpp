@@ -4,6 +4,7 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "common/msg_rules.h"
@@ -25,6 +27,12 @@ namespace {
 
 constexpr uint32_t kQueueDepth = 64;
 
+// How many items are registered or taken back before the server is asked whether it has got that far: well below what
+// its queue takes of one sender, since what does not fit is lost.
+constexpr uint32_t kItemsAtOnce = 200;
+constexpr uint32_t kServerLimitMs = 5000;
+constexpr std::chrono::milliseconds kFullQueuePause{50};
+
 struct Item {
     InspectItemHandler handler;
     uint32_t timeout;
@@ -38,6 +46,8 @@ struct Client {
     std::map<std::string, Item> items;         // what this process owns, by item name
     std::map<uint64_t, TagMsgBlock> deferred;  // envelopes of the runs whose answers are open
     uint64_t lastRun = 0;
+    uint32_t sentItems = 0;     // registered or taken back since the server was asked
+    uint64_t registration = 0;  // of all items, with each server that starts; an earlier one gives up
 };
 
 // The run that this thread serves.
@@ -63,17 +73,45 @@ uint32_t Guarded(Function&& function) noexcept {
     }
 }
 
-// Sends one message to the server. Answers go to the client's own task, whichever thread sends.
-uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
+// A message to the server without a payload.
+TagMsgBlock ToServer(uint32_t msgId) {
     TagMsgBlock block{};
     block.msgId = msgId;
-    block.param = param;
     strcpy_s(block.dstProcName, sizeof block.dstProcName, OM_INSPECT_PROC_NAME);
     strcpy_s(block.dstTaskName, sizeof block.dstTaskName, OM_INSPECT_TASK_NAME);
+    return block;
+}
+
+// Sends one message to the server. Answers go to the client's own task, whichever thread sends.
+uint32_t SendToServer(uint32_t msgId, uint32_t param, const std::string& client, const void* data, size_t size) {
+    TagMsgBlock block = ToServer(msgId);
+    block.param = param;
     strcpy_s(block.replyTaskName, sizeof block.replyTaskName, client.c_str());
     block.data = static_cast<unsigned char*>(const_cast<void*>(data));
     block.dataLen = static_cast<uint32_t>(size);
     return OsMsgAsynSend(&block);
+}
+
+// Waits until the server has taken what was sent before: it serves the messages of one sender in order. Without the
+// lock, since it may be an item of this process that the server waits for.
+uint32_t AwaitServer() {
+    const TagMsgBlock question = ToServer(OM_INSPECT_MSG_STATE);
+    TagMsgBlock* answer = nullptr;
+    const uint32_t result = OsMsgSynSend(&question, &answer, kServerLimitMs);
+    OsMsgSynRespFree(answer);
+    return result;
+}
+
+// After each item that was registered or taken back. A server that is busy for longer than the limit is not waited for.
+void AwaitServerIfMany(std::unique_lock<std::mutex>& lock) {
+    Client& client = TheClient();
+    if (++client.sentItems < kItemsAtOnce) {
+        return;
+    }
+    client.sentItems = 0;
+    lock.unlock();
+    (void)AwaitServer();
+    lock.lock();
 }
 
 // A server that comes after the look at the connection is registered with, too, once its coming is told.
@@ -95,13 +133,54 @@ void ShowItems(const Client& client) {
     kivo::engine::SetItems(std::move(shown));
 }
 
+// Registers the items behind this name, at most so many. The name of the last one; empty when no items are left.
+std::string RegisterSome(Client& client, const std::string& behind) {
+    auto item = client.items.upper_bound(behind);
+    std::string last;
+    for (uint32_t count = 0; item != client.items.end() && count < kItemsAtOnce; ++item, ++count) {
+        SendRegistration(client.name, item->first, item->second);
+        last = item->first;
+    }
+    ShowItems(client);
+    return item != client.items.end() ? last : std::string();
+}
+
+// Registers the items behind this name as the server takes them. A server that leaves meanwhile is told of when it is
+// back.
+void RegisterOthers(std::string last, uint64_t registration) {
+    Client& client = TheClient();
+    while (!last.empty()) {
+        const uint32_t taken = AwaitServer();
+        if (taken == OS_MSG_ERR_QUEUE_FULL) {
+            std::this_thread::sleep_for(kFullQueuePause);
+        } else if (taken != OS_MSG_OK && taken != OS_MSG_ERR_TIMEOUT) {
+            return;
+        }
+        if (taken == OS_MSG_OK) {
+            const std::lock_guard<std::mutex> lock(client.lock);
+            if (client.registration != registration) {
+                return;
+            }
+            last = RegisterSome(client, last);
+        }
+    }
+}
+
+// Those that the server's queue does not take at once are left to another thread: the client's task has runs to serve,
+// for one of which the server may wait.
 void RegisterAll() {
     Client& client = TheClient();
     const std::lock_guard<std::mutex> lock(client.lock);
-    for (auto& [name, item] : client.items) {
-        SendRegistration(client.name, name, item);
+    const uint64_t registration = ++client.registration;
+    std::string last = RegisterSome(client, {});
+    if (!last.empty()) {
+        std::thread([last = std::move(last), registration] {
+            Guarded([&] {
+                RegisterOthers(last, registration);
+                return OS_MSG_OK;
+            });
+        }).detach();
     }
-    ShowItems(client);
 }
 
 // The item name and the request text of a run request; false when it is malformed.
@@ -192,7 +271,7 @@ uint32_t FollowServer(const char* clientName) {
 // The first error that occurs; the others are registered nevertheless.
 uint32_t Register(const InspectHandlerRecord* records, uint32_t count) {
     Client& client = TheClient();
-    const std::lock_guard<std::mutex> lock(client.lock);
+    std::unique_lock<std::mutex> lock(client.lock);
     if (client.name.empty()) {
         return OS_MSG_ERR_NOT_ATTACHED;
     }
@@ -204,6 +283,7 @@ uint32_t Register(const InspectHandlerRecord* records, uint32_t count) {
         if (result == OS_MSG_OK) {
             result = sent;
         }
+        AwaitServerIfMany(lock);
     }
     ShowItems(client);
     return result;
@@ -234,6 +314,7 @@ uint32_t InspectClientInit(const char* clientName) {
             return created;
         }
         client.name = clientName;
+        ++client.registration;
         client.items.clear();  // left over from before the process left the bus the last time
         client.deferred.clear();
         ShowItems(client);
@@ -264,7 +345,7 @@ uint32_t InspectUnRegHandler(const char* itemName) {
             return OS_MSG_ERR_PARAM;
         }
         Client& client = TheClient();
-        const std::lock_guard<std::mutex> lock(client.lock);
+        std::unique_lock<std::mutex> lock(client.lock);
         const auto item = client.items.find(itemName);
         if (item == client.items.end()) {
             return OS_MSG_ERR_PARAM;
@@ -274,6 +355,7 @@ uint32_t InspectUnRegHandler(const char* itemName) {
         if (sent == OS_MSG_OK) {
             client.items.erase(item);
             ShowItems(client);
+            AwaitServerIfMany(lock);
         }
         return sent;
     });
