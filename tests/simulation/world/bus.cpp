@@ -153,7 +153,21 @@ void ForEachSubscription(const std::string& from, uint32_t id, const std::string
 }  // namespace
 
 void Send(Process& from, const std::string& to, Delivery delivery) {
-    At(Arrival(from.name, to), [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+    const Micros arrival = Arrival(from.name, to);
+    Self()->lastArrival = arrival;
+    At(arrival, [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+}
+
+void AwaitArrivals(Process& process) {
+    if (!Self()->locks.empty()) {
+        Violation("waits for the bus with a lock held");
+    }
+    Micros last = 0;
+    for (const auto& [pair, arrival] : The().arrivals) {
+        last = pair.first == process.name ? std::max(last, arrival) : last;
+    }
+    // At that very time messages may arrive after those who wait for it.
+    WaitFor("the bus", &process, last + 1, [&process] { return !process.Attached(); });
 }
 
 void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data) {

@@ -34,6 +34,8 @@ struct Thread {
     unsigned inPlatform{};           // how deep it is within the simulator's own code
     std::vector<const void*> locks;  // what it holds, in the order in which it was taken
 
+    Micros lastArrival{};  // of what it has sent
+
     // While blocked:
     const void* channel{};
     Micros until{};
