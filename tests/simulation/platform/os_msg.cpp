@@ -188,13 +188,13 @@ uint32_t OsMsgSynSend(const TagMsgBlock* msg, TagMsgBlock** resp, uint32_t timeo
     }
     *resp = nullptr;
     const Bytes payload = PayloadOf(*msg);
-    Note("asks " + std::to_string(msg->msgId) + " " + msg->dstProcName + ":" + msg->dstTaskName, View(payload));
+    Note({"asks ", msg->msgId, " ", msg->dstProcName, ":", msg->dstTaskName}, View(payload));
     if (Observer* const observer = TheObserver()) {
         observer->OnAsk(*Self(), *msg, payload, timeoutMs);
     }
     const uint32_t result = SynSend(*msg, resp, timeoutMs);
     const Bytes reply = *resp == nullptr ? Bytes() : PayloadOf(**resp);
-    Note("answered " + std::to_string(result), View(reply));
+    Note({"answered ", result}, View(reply));
     if (Observer* const observer = TheObserver()) {
         observer->OnAnswer(*Self(), result, reply);
     }
@@ -217,9 +217,7 @@ uint32_t OsMsgAsynSend(const TagMsgBlock* msg) {
     }
     const uint32_t result = AsynSend(*msg);
     const Bytes payload = PayloadOf(*msg);
-    Note("sends " + std::to_string(msg->msgId) + " " + msg->dstProcName + ":" + msg->dstTaskName + " " +
-             std::to_string(result),
-         View(payload));
+    Note({"sends ", msg->msgId, " ", msg->dstProcName, ":", msg->dstTaskName, " ", result}, View(payload));
     if (Observer* const observer = TheObserver()) {
         observer->OnSend(*Self(), *msg, payload, result);
     }
@@ -249,7 +247,7 @@ uint32_t OsMsgSynSendResp(const TagMsgBlock* msg, const void* data, uint32_t dat
     } else {
         Reached("bus: reply to a sender that left");
     }
-    Note("replies " + std::to_string(result), View(reply));
+    Note({"replies ", result}, View(reply));
     if (Observer* const observer = TheObserver()) {
         observer->OnReply(*Self(), reply, result);
     }
@@ -276,7 +274,7 @@ uint32_t OsMsgBroadcastEvent(const OsMsgEvent* event, uint32_t scope) {
     const uint32_t result = BroadcastEvent(*event, scope);
     const auto* const bytes = static_cast<const unsigned char*>(event->data);
     const Bytes data(bytes, bytes + event->dataLen);
-    Note("event " + std::to_string(event->eventId) + " " + std::to_string(result), View(data));
+    Note({"event ", event->eventId, " ", result}, View(data));
     if (Observer* const observer = TheObserver()) {
         observer->OnEvent(*Self(), event->eventId, data, result);
     }

@@ -1,4 +1,5 @@
-// Threads are few, so that looking through all of them is the quickest way.
+// Threads that wait are few, so that looking through all of them is the quickest way, if what is looked at lies close
+// together.
 #include "world/scheduler.h"
 
 #include <algorithm>
@@ -15,12 +16,19 @@ namespace sim {
 
 namespace {
 
+struct Blocked {
+    const void* channel;
+    Micros until;
+    Thread* thread;
+};
+
 struct State {
     std::vector<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> ready;
-    std::vector<Thread*> blocked;
+    std::vector<Blocked> blocked;  // in the order in which they began to wait
     std::multimap<Micros, std::function<void()>> events;
     uint64_t lastThread{};
+    uint64_t lastEnded{};  // by itself
     uint32_t preemption{};
     uint32_t untilPreemption{};  // 0: never
 };
@@ -67,22 +75,22 @@ void MakeReady(Thread& thread) {
 }
 
 template <typename Condition>
-void Unblock(Condition which) {
-    State& state = The();
-    size_t kept = 0;
-    for (Thread* const thread : state.blocked) {
-        if (which(*thread)) {
-            MakeReady(*thread);
+void Unblock(Condition which, bool timedOut) {
+    std::vector<Blocked>& blocked = The().blocked;
+    auto kept = std::ranges::find_if(blocked, which);
+    for (auto each = kept; each != blocked.end(); ++each) {
+        if (which(*each)) {
+            each->thread->timedOut = timedOut;
+            MakeReady(*each->thread);
         } else {
-            state.blocked[kept++] = thread;
+            *kept++ = *each;
         }
     }
-    state.blocked.resize(kept);
+    blocked.erase(kept, blocked.end());
 }
 
 void TimeOut() {
-    const Micros now = g_now;
-    Unblock([now](Thread& thread) { return thread.timedOut = thread.until <= now; });
+    Unblock([now = g_now](const Blocked& each) { return each.until <= now; }, true);
 }
 
 void Happen() {
@@ -94,10 +102,10 @@ void Happen() {
     }
 }
 
-std::string Blocked() {
+std::string ShowBlocked() {
     std::string text;
-    for (const Thread* const thread : The().blocked) {
-        text += "; " + thread->Label() + " waits for " + thread->waitsFor;
+    for (const Blocked& each : The().blocked) {
+        text += "; " + each.thread->Label() + " waits for " + each.thread->waitsFor;
     }
     return text;
 }
@@ -106,13 +114,13 @@ std::string Blocked() {
 void Jump() {
     State& state = The();
     Micros wakeUp = kNever;
-    for (const Thread* const thread : state.blocked) {
-        wakeUp = std::min(wakeUp, thread->until);
+    for (const Blocked& each : state.blocked) {
+        wakeUp = std::min(wakeUp, each.until);
     }
     const Micros event = state.events.empty() ? kNever : state.events.begin()->first;
     const Micros next = std::min(wakeUp, event);
     if (next == kNever) {
-        Violation("deadlock: every thread waits for ever" + Blocked());
+        Violation("deadlock: every thread waits for ever" + ShowBlocked());
     }
     g_now = next;
     const bool both = wakeUp == event;
@@ -138,6 +146,7 @@ void RunOne() {
     thread.fiber.Enter();
     g_current = nullptr;
     if (thread.state == Thread::State::kEnded) {
+        state.lastEnded = thread.number;
         std::erase_if(state.threads, [&thread](const auto& each) { return each.get() == &thread; });
     }
 }
@@ -173,21 +182,19 @@ Thread& Spawn(Process& process, std::string name, std::function<void()> body) {
 bool Wait(const char* waitsFor, const void* channel, Micros until) {
     Thread& me = *g_current;
     me.waitsFor = waitsFor;
-    me.channel = channel;
-    me.until = until;
     me.timedOut = until <= g_now;
     if (me.timedOut) {
         MakeReady(me);
     } else {
         me.state = Thread::State::kBlocked;
-        The().blocked.push_back(&me);
+        The().blocked.push_back({channel, until, &me});
     }
     me.fiber.Leave();
     return !me.timedOut;
 }
 
 void Wake(const void* channel) {
-    Unblock([channel](const Thread& thread) { return thread.channel == channel; });
+    Unblock([channel](const Blocked& each) { return each.channel == channel; }, false);
 }
 
 void At(Micros when, std::function<void()> happen) {
@@ -218,7 +225,7 @@ void EndThreads(const Process& process) {
     State& state = The();
     const auto isOfProcess = [&process](const Thread* thread) { return thread->process == &process; };
     std::erase_if(state.ready, isOfProcess);
-    std::erase_if(state.blocked, isOfProcess);
+    std::erase_if(state.blocked, [&](const Blocked& each) { return isOfProcess(each.thread); });
     Thread* const me = g_current;
     std::erase_if(state.threads, [&](const auto& thread) { return thread.get() != me && isOfProcess(thread.get()); });
     if (me != nullptr && isOfProcess(me)) {
@@ -242,7 +249,7 @@ void ForEachThread(const std::function<void(Thread&)>& use) {
 void RunUntilEnd(const Thread& director) {
     State& state = The();
     const uint64_t number = director.number;
-    while (std::ranges::any_of(state.threads, [number](const auto& thread) { return thread->number == number; })) {
+    while (state.lastEnded != number) {
         if (state.ready.empty()) {
             Jump();
         } else {

@@ -37,8 +37,6 @@ struct Thread {
     Micros lastArrival{};  // of what it has sent
 
     // While blocked:
-    const void* channel{};
-    Micros until{};
     bool timedOut{};
     const char* waitsFor = "";
 
