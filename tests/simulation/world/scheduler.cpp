@@ -26,6 +26,8 @@ struct State {
     std::vector<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> ready;
     std::vector<Blocked> blocked;  // in the order in which they began to wait
+    Micros earliest = kNever;      // of their times
+    bool earliestIsKnown = true;
     std::multimap<Micros, std::function<void()>> events;
     uint64_t lastThread{};
     uint64_t lastEnded{};  // by itself
@@ -76,11 +78,13 @@ void MakeReady(Thread& thread) {
 
 template <typename Condition>
 void Unblock(Condition which, bool timedOut) {
-    std::vector<Blocked>& blocked = The().blocked;
+    State& state = The();
+    std::vector<Blocked>& blocked = state.blocked;
     auto kept = std::ranges::find_if(blocked, which);
     for (auto each = kept; each != blocked.end(); ++each) {
         if (which(*each)) {
             each->thread->timedOut = timedOut;
+            state.earliestIsKnown = state.earliestIsKnown && each->until != state.earliest;
             MakeReady(*each->thread);
         } else {
             *kept++ = *each;
@@ -89,8 +93,22 @@ void Unblock(Condition which, bool timedOut) {
     blocked.erase(kept, blocked.end());
 }
 
+Micros Earliest() {
+    State& state = The();
+    if (!state.earliestIsKnown) {
+        state.earliest = kNever;
+        for (const Blocked& each : state.blocked) {
+            state.earliest = std::min(state.earliest, each.until);
+        }
+        state.earliestIsKnown = true;
+    }
+    return state.earliest;
+}
+
 void TimeOut() {
-    Unblock([now = g_now](const Blocked& each) { return each.until <= now; }, true);
+    if (Earliest() <= g_now) {
+        Unblock([now = g_now](const Blocked& each) { return each.until <= now; }, true);
+    }
 }
 
 void Happen() {
@@ -113,11 +131,8 @@ std::string ShowBlocked() {
 // Nobody can run: the clock goes on to the next wake-up. What happens at the very same time may come first or last.
 void Jump() {
     State& state = The();
-    Micros wakeUp = kNever;
-    for (const Blocked& each : state.blocked) {
-        wakeUp = std::min(wakeUp, each.until);
-    }
     const Micros event = state.events.empty() ? kNever : state.events.begin()->first;
+    const Micros wakeUp = Earliest();
     const Micros next = std::min(wakeUp, event);
     if (next == kNever) {
         Violation("deadlock: every thread waits for ever" + ShowBlocked());
@@ -187,7 +202,9 @@ bool Wait(const char* waitsFor, const void* channel, Micros until) {
         MakeReady(me);
     } else {
         me.state = Thread::State::kBlocked;
-        The().blocked.push_back({channel, until, &me});
+        State& state = The();
+        state.blocked.push_back({channel, until, &me});
+        state.earliest = std::min(state.earliest, until);
     }
     me.fiber.Leave();
     return !me.timedOut;
@@ -226,6 +243,7 @@ void EndThreads(const Process& process) {
     const auto isOfProcess = [&process](const Thread* thread) { return thread->process == &process; };
     std::erase_if(state.ready, isOfProcess);
     std::erase_if(state.blocked, [&](const Blocked& each) { return isOfProcess(each.thread); });
+    state.earliestIsKnown = false;
     Thread* const me = g_current;
     std::erase_if(state.threads, [&](const auto& thread) { return thread.get() != me && isOfProcess(thread.get()); });
     if (me != nullptr && isOfProcess(me)) {

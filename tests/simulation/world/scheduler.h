@@ -36,6 +36,8 @@ struct Thread {
 
     Micros lastArrival{};  // of what it has sent
 
+    void* script{};  // of its process's observer
+
     // While blocked:
     bool timedOut{};
     const char* waitsFor = "";
