@@ -27,9 +27,9 @@ void Add(std::string_view bytes) {
         Add(word);
         bytes.remove_prefix(sizeof word);
     }
-    for (const char byte : bytes) {
-        Add(static_cast<unsigned char>(byte));
-    }
+    uint64_t word = 0;
+    (void)bytes.copy(reinterpret_cast<char*>(&word), sizeof word);
+    Add(word ^ bytes.size() << 56U);
 }
 
 }  // namespace

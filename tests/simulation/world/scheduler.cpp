@@ -1,11 +1,11 @@
-// Threads that wait are few, so that looking through all of them is the quickest way, if what is looked at lies close
-// together.
+// Turns are taken by whoever is picked of those that can run.
 #include "world/scheduler.h"
 
 #include <algorithm>
 #include <map>
 #include <utility>
 
+#include "world/blocked.h"
 #include "world/choices.h"
 #include "world/journal.h"
 #include "world/observer.h"
@@ -16,18 +16,10 @@ namespace sim {
 
 namespace {
 
-struct Blocked {
-    const void* channel;
-    Micros until;
-    Thread* thread;
-};
-
 struct State {
     std::vector<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> ready;
-    std::vector<Blocked> blocked;  // in the order in which they began to wait
-    Micros earliest = kNever;      // of their times
-    bool earliestIsKnown = true;
+    Blocked blocked;
     std::multimap<Micros, std::function<void()>> events;
     uint64_t lastThread{};
     uint64_t lastEnded{};  // by itself
@@ -76,38 +68,20 @@ void MakeReady(Thread& thread) {
     The().ready.push_back(&thread);
 }
 
-template <typename Condition>
-void Unblock(Condition which, bool timedOut) {
-    State& state = The();
-    std::vector<Blocked>& blocked = state.blocked;
-    auto kept = std::ranges::find_if(blocked, which);
-    for (auto each = kept; each != blocked.end(); ++each) {
-        if (which(*each)) {
-            each->thread->timedOut = timedOut;
-            state.earliestIsKnown = state.earliestIsKnown && each->until != state.earliest;
-            MakeReady(*each->thread);
-        } else {
-            *kept++ = *each;
-        }
-    }
-    blocked.erase(kept, blocked.end());
+void Unblock(Thread& thread, bool timedOut) {
+    The().blocked.Remove(thread);
+    thread.timedOut = timedOut;
+    MakeReady(thread);
 }
 
 Micros Earliest() {
-    State& state = The();
-    if (!state.earliestIsKnown) {
-        state.earliest = kNever;
-        for (const Blocked& each : state.blocked) {
-            state.earliest = std::min(state.earliest, each.until);
-        }
-        state.earliestIsKnown = true;
-    }
-    return state.earliest;
+    const Thread* const first = The().blocked.First();
+    return first == nullptr ? kNever : first->until;
 }
 
 void TimeOut() {
-    if (Earliest() <= g_now) {
-        Unblock([now = g_now](const Blocked& each) { return each.until <= now; }, true);
+    while (Earliest() <= g_now) {
+        Unblock(*The().blocked.First(), true);
     }
 }
 
@@ -122,9 +96,8 @@ void Happen() {
 
 std::string ShowBlocked() {
     std::string text;
-    for (const Blocked& each : The().blocked) {
-        text += "; " + each.thread->Label() + " waits for " + each.thread->waitsFor;
-    }
+    The().blocked.ForEach(
+        [&text](const Thread& thread) { text += "; " + thread.Label() + " waits for " + thread.waitsFor; });
     return text;
 }
 
@@ -202,16 +175,14 @@ bool Wait(const char* waitsFor, const void* channel, Micros until) {
         MakeReady(me);
     } else {
         me.state = Thread::State::kBlocked;
-        State& state = The();
-        state.blocked.push_back({channel, until, &me});
-        state.earliest = std::min(state.earliest, until);
+        The().blocked.Add(me, channel, until);
     }
     me.fiber.Leave();
     return !me.timedOut;
 }
 
 void Wake(const void* channel) {
-    Unblock([channel](const Blocked& each) { return each.channel == channel; }, false);
+    The().blocked.ForEachOn(channel, [](Thread& thread) { Unblock(thread, false); });
 }
 
 void At(Micros when, std::function<void()> happen) {
@@ -242,8 +213,11 @@ void EndThreads(const Process& process) {
     State& state = The();
     const auto isOfProcess = [&process](const Thread* thread) { return thread->process == &process; };
     std::erase_if(state.ready, isOfProcess);
-    std::erase_if(state.blocked, [&](const Blocked& each) { return isOfProcess(each.thread); });
-    state.earliestIsKnown = false;
+    for (const auto& thread : state.threads) {
+        if (thread->state == Thread::State::kBlocked && isOfProcess(thread.get())) {
+            state.blocked.Remove(*thread);
+        }
+    }
     Thread* const me = g_current;
     std::erase_if(state.threads, [&](const auto& thread) { return thread.get() != me && isOfProcess(thread.get()); });
     if (me != nullptr && isOfProcess(me)) {

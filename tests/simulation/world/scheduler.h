@@ -39,6 +39,10 @@ struct Thread {
     void* script{};  // of its process's observer
 
     // While blocked:
+    Micros until{};
+    uint64_t waitNumber{};
+    size_t waitsAt{};  // its places in the scheduler's lists
+    size_t alarmAt{};
     bool timedOut{};
     const char* waitsFor = "";
 
