@@ -6,6 +6,7 @@
 #include "actors/owner_deeds.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "world/choices.h"
+#include "world/journal.h"
 #include "world/process.h"
 
 namespace sim {
@@ -33,6 +34,14 @@ InspectHandlerRecord RecordOf(const char* item) {
     return record;
 }
 
+// Once that has succeeded, no run that is sent later comes to the server earlier.
+void Register(decltype(InspectRegHandler)* add, const char* item) {
+    const InspectHandlerRecord record = RecordOf(item);
+    if (add(&record, 1) == OS_MSG_OK && CurrentProcess().Attached() && Self()->lastArrival > Now()) {
+        Violation("InspectRegHandler returns before its message has arrived");
+    }
+}
+
 }  // namespace
 
 void RunEngineOwner(const Image& image, const std::string& name, uint32_t number) {
@@ -47,16 +56,14 @@ void RunEngineOwner(const Image& image, const std::string& name, uint32_t number
         return;
     }
     for (uint32_t i = 0; i < 3; ++i) {
-        const InspectHandlerRecord record = RecordOf(OwnedItem(number * 2 + i));
-        (void)add(&record, 1);
+        Register(add, OwnedItem(number * 2 + i));
     }
     while (Rest()) {
         const char* const item = OwnedItem(number * 2 + Pick(3));
         if (TheManners().unregisters && OneIn(4)) {
             (void)remove(item);
         } else if (OneIn(4)) {
-            const InspectHandlerRecord record = RecordOf(item);
-            (void)add(&record, 1);
+            Register(add, item);
         }
     }
 }

@@ -15,8 +15,9 @@ std::string ConnectionOf(const std::string& procName) {
     return connection;
 }
 
-// In a life, registrations may come late: a bus keeps the order of one pair's messages only.
-void AwaitPassedOn() {}
+void AwaitPassedOn() {
+    SimAwaitPassedOn();
+}
 
 }  // namespace kivo::msg
 

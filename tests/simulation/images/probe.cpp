@@ -19,23 +19,37 @@ public:
     static const void* Lock() { return &InspacetTask::m_tableLock; }
 };
 
+namespace {
+
+SimRequester RequesterOf(const void* first, uint32_t number) {
+    const auto& requester = static_cast<const InspectClientMsg*>(first)[number];
+    const auto* const begin = reinterpret_cast<const char*>(&requester);
+    const auto lies = [begin](const std::string& text) {
+        return text.data() >= begin && text.data() < begin + sizeof requester;
+    };
+    return {requester.procName.c_str(), requester.taskName.c_str(),
+            lies(requester.procName) && lies(requester.taskName)};
+}
+
+}  // namespace
+
 extern "C" {
 
 __attribute__((visibility("hidden"))) extern void* __dso_handle;  // NOLINT(bugprone-reserved-identifier)
 void __cxa_finalize(void* module);                                // NOLINT(bugprone-reserved-identifier)
 
-uint32_t SimVisitTable(void (*visit)(void* context, const SimEntry& entry, const SimRequester* requesters),
-                       void* context) {
-    std::vector<SimRequester> requesters;
+uint32_t SimVisitTable(void (*visit)(void* context, const SimEntry& entry), void* context) {
     for (const auto& [name, data] : ResultMgrPeer::Table()) {
-        requesters.clear();
-        for (const InspectClientMsg& requester : data.requesters) {
-            requesters.push_back({requester.procName.c_str(), requester.taskName.c_str()});
-        }
+        const std::vector<InspectClientMsg>& list = data.requesters;
         visit(context,
-              {name.c_str(), data.startCount, data.taskId, data.timeout, &data.result, data.startTime, data.endTime,
-               static_cast<uint32_t>(requesters.size())},
-              requesters.data());
+              {name.c_str(),
+               data.startCount,
+               data.taskId,
+               data.timeout,
+               &data.result,
+               data.startTime,
+               data.endTime,
+               {list.data(), list.size() * sizeof(InspectClientMsg), static_cast<uint32_t>(list.size()), RequesterOf}});
     }
     return ResultMgrPeer::RunningCount();
 }

@@ -2,6 +2,7 @@
 // functions, under these names.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ominspect/records.h"
@@ -13,6 +14,15 @@ extern "C" {
 struct SimRequester {
     const char* proc;
     const char* task;
+    bool isWithin;  // its texts lie within its own bytes
+};
+
+/// A list of requesters as the server has it.
+struct SimRequesters {
+    const void* first;
+    size_t bytes;
+    uint32_t count;
+    SimRequester (*get)(const void* first, uint32_t number);
 };
 
 struct SimEntry {
@@ -23,7 +33,7 @@ struct SimEntry {
     const tagKivoOmInspectionResult* result;
     uint64_t startTime;
     uint64_t endTime;
-    uint32_t requesters;
+    SimRequesters requesters;
 };
 
 struct SimJob {
@@ -33,8 +43,7 @@ struct SimJob {
 };
 
 /// Calls `visit` for each entry of the result table, in the order of the names; gives the running count.
-uint32_t SimVisitTable(void (*visit)(void* context, const SimEntry& entry, const SimRequester* requesters),
-                       void* context);
+uint32_t SimVisitTable(void (*visit)(void* context, const SimEntry& entry), void* context);
 
 /// Calls `visit` for each entry of the job table, in the order of the identifiers.
 void SimVisitJobs(void (*visit)(void* context, const SimJob& job), void* context);

@@ -26,39 +26,52 @@ std::string Show(const std::string& name, const Result& result, uint32_t count, 
            " times " + std::to_string(start) + " " + std::to_string(end);
 }
 
-bool AreSame(const SimEntry& entry, const SimRequester* requesters, const std::string& name, const Entry& known) {
-    const bool same = name == entry.name && known.startCount == entry.startCount && known.taskId == entry.taskId &&
-                      known.timeout == entry.timeout &&
-                      std::memcmp(&known.result, entry.result, sizeof known.result) == 0 &&
-                      known.startTime == entry.startTime && known.endTime == entry.endTime &&
-                      known.requesters.size() == entry.requesters;
-    if (!same) {
+bool AreSame(const SimRequesters& has, const Requesters& known) {
+    if (has.count != known.All().size()) {
         return false;
     }
-    for (size_t i = 0; i < known.requesters.size(); ++i) {
-        if (known.requesters[i].proc != requesters[i].proc || known.requesters[i].task != requesters[i].task) {
+    const std::string_view bytes(static_cast<const char*>(has.first), has.bytes);
+    if (known.IsProven(bytes)) {
+        return true;
+    }
+    bool provable = true;
+    for (uint32_t i = 0; i < has.count; ++i) {
+        const SimRequester requester = has.get(has.first, i);
+        const Client& client = known.All()[i];
+        if (client.proc != requester.proc || client.task != requester.task) {
             return false;
         }
+        provable = provable && requester.isWithin;
+    }
+    if (provable) {
+        known.Prove(bytes);
     }
     return true;
 }
 
-void CompareEntry(void* context, const SimEntry& entry, const SimRequester* requesters) {
+bool AreSame(const SimEntry& entry, const std::string& name, const Entry& known) {
+    return name == entry.name && known.startCount == entry.startCount && known.taskId == entry.taskId &&
+           known.timeout == entry.timeout && std::memcmp(&known.result, entry.result, sizeof known.result) == 0 &&
+           known.startTime == entry.startTime && known.endTime == entry.endTime &&
+           AreSame(entry.requesters, known.requesters);
+}
+
+void CompareEntry(void* context, const SimEntry& entry) {
     Place& place = *static_cast<Place*>(context);
     const auto has = [&entry] {
         return Show(entry.name, *entry.result, entry.startCount, entry.taskId, entry.timeout, entry.startTime,
                     entry.endTime) +
-               " requesters " + std::to_string(entry.requesters);
+               " requesters " + std::to_string(entry.requesters.count);
     };
     if (place.at == place.end) {
         Violation("the result table has an entry that must not be there: " + has());
     }
     const auto& [name, known] = *place.at++;
-    if (!AreSame(entry, requesters, name, known)) {
+    if (!AreSame(entry, name, known)) {
         Violation(
             "the result table has: " + has() + "; it must have: " +
             Show(name, known.result, known.startCount, known.taskId, known.timeout, known.startTime, known.endTime) +
-            " requesters " + std::to_string(known.requesters.size()));
+            " requesters " + std::to_string(known.requesters.All().size()));
     }
 }
 
@@ -77,6 +90,10 @@ void CompareJob(void* context, const SimJob& job) {
     ++place.at;
 }
 
+std::string Receiver(const TagMsgBlock& message) {
+    return std::string(message.dstProcName) + ":" + message.dstTaskName;
+}
+
 }  // namespace
 
 Checker::Checker(const Image& image)
@@ -89,23 +106,32 @@ Checker::Checker(const Image& image)
     }
 }
 
-Part* Checker::PartOf(const Thread& thread) {
-    const auto found = parts_.find(thread.number);
-    return compares_ && found != parts_.end() ? found->second.get() : nullptr;
+Part* Checker::PartOf(const Thread& thread) const {
+    return compares_ ? static_cast<Part*>(thread.script) : nullptr;
 }
 
-void Checker::Take(const Thread& thread, Action action) {
+void Checker::Keep(Thread& thread, std::unique_ptr<Part> part) {
+    thread.script = part.get();
+    parts_[thread.number] = std::move(part);
+}
+
+void Checker::Drop(Thread& thread) {
+    thread.script = nullptr;
+    parts_.erase(thread.number);
+}
+
+void Checker::Take(const Thread& thread, const Seen& seen) {
     if (thread.process->ranOutOfMemory) {
         StopComparing();
     }
     if (Part* const part = PartOf(thread)) {
         ++TheOutcome().checks;
-        part->Take(std::move(action));
+        part->Take(seen);
     }
 }
 
-void Checker::OnLog(Thread& thread, uint32_t level, const std::string& unit, uint32_t module, const std::string& text) {
-    Take(thread, {.kind = Kind::kLog, .number = level, .module = module, .text = unit + ": " + text});
+void Checker::OnLog(Thread& thread, uint32_t level, const char* unit, uint32_t module, const std::string& text) {
+    Take(thread, {.kind = Kind::kLog, .number = level, .module = module, .unit = unit, .text = text});
 }
 
 // The order of the locks: the table's, then the jobs'.
@@ -168,10 +194,14 @@ void Checker::OnTime(Thread& thread, uint64_t time) {
 }
 
 // Nothing that the server does may send the same state of business twice.
-void Checker::OnEvent(Thread& thread, uint32_t id, const Bytes& data, uint32_t result) {
+void Checker::OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t result) {
     if (id == 9) {
-        const bool busy = data == Number(0);
-        if ((!busy && data != Number(1)) || busy == busy_) {
+        uint32_t state = 2;
+        if (data.size() == sizeof state) {
+            std::memcpy(&state, data.data(), sizeof state);
+        }
+        const bool busy = state == 0;
+        if (state > 1 || busy == busy_) {
             Violation(std::string("event 9 says ") + (busy ? "busy" : "idle") + " twice");
         }
         busy_ = busy;
@@ -182,31 +212,25 @@ void Checker::OnEvent(Thread& thread, uint32_t id, const Bytes& data, uint32_t r
     Take(thread, {.kind = Kind::kEvent, .number = id, .data = data, .result = result});
 }
 
-void Checker::OnSend(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t result) {
+void Checker::OnSend(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t result) {
     // The engine client holds a lock of its own when it registers.
     if (std::ranges::any_of(thread.locks, [this](const void* lock) { return IsTable(lock) || IsJobs(lock); })) {
         Violation("sends a message with the lock of a table held");
     }
-    Take(thread, {.kind = Kind::kSend,
-                  .number = message.msgId,
-                  .text = std::string(message.dstProcName) + ":" + message.dstTaskName,
-                  .data = data,
-                  .result = result});
+    const std::string receiver = Receiver(message);
+    Take(thread, {.kind = Kind::kSend, .number = message.msgId, .text = receiver, .data = data, .result = result});
 }
 
-void Checker::OnAsk(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t timeout) {
-    Take(thread, {.kind = Kind::kAsk,
-                  .number = message.msgId,
-                  .module = timeout,
-                  .text = std::string(message.dstProcName) + ":" + message.dstTaskName,
-                  .data = data});
+void Checker::OnAsk(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t timeout) {
+    const std::string receiver = Receiver(message);
+    Take(thread, {.kind = Kind::kAsk, .number = message.msgId, .module = timeout, .text = receiver, .data = data});
 }
 
-void Checker::OnAnswer(Thread& thread, uint32_t result, const Bytes& reply) {
+void Checker::OnAnswer(Thread& thread, uint32_t result, BytesView reply) {
     Take(thread, {.kind = Kind::kAnswer, .result = result, .reply = reply});
 }
 
-void Checker::OnReply(Thread& thread, const Bytes& data, uint32_t result) {
+void Checker::OnReply(Thread& thread, BytesView data, uint32_t result) {
     Take(thread, {.kind = Kind::kReply, .data = data, .result = result});
 }
 
@@ -219,22 +243,22 @@ void Checker::OnCreate(Thread& thread, Thread* created, const void* argument, ui
     if (PartOf(thread) == nullptr) {
         return;
     }
-    Take(thread, {.kind = Kind::kCreate, .number = id, .result = result, .created = created});
+    Take(thread, {.kind = Kind::kCreate, .number = id, .result = result});
     if (created != nullptr && compares_) {
         auto part = std::make_unique<Part>(state_);
         part->BeginJob(id);
-        parts_[created->number] = std::move(part);
+        Keep(*created, std::move(part));
     }
 }
 
-void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, const Bytes& data) {
+void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) {
     if (thread.task != "iom_srv_task") {
         return;
     }
     ++TheOutcome().requests;
     auto part = std::make_unique<Part>(state_);
     part->BeginMessage(message, data);
-    parts_[thread.number] = std::move(part);
+    Keep(thread, std::move(part));
 }
 
 void Checker::OnHandled(Thread& thread, uint32_t result) {
@@ -245,12 +269,12 @@ void Checker::OnHandled(Thread& thread, uint32_t result) {
     if (!thread.locks.empty()) {
         Violation("a handler returns with a lock held");
     }
-    parts_.erase(thread.number);
+    Drop(thread);
 }
 
 void Checker::OnThreadEnd(Thread& thread) {
     Take(thread, {.kind = Kind::kEnd});
-    parts_.erase(thread.number);
+    Drop(thread);
 }
 
 void Checker::OnEnd(Process& process) {
@@ -304,7 +328,7 @@ int64_t Checker::SpareBlocks(const Process& process) const {
     const auto blocksOf = [](const std::string& name) { return name.size() > 15 ? 2 : 1; };
     int64_t known = 0;
     for (const auto& [name, entry] : state_.table) {
-        known += blocksOf(name) + (entry.hadRequesters ? 1 : 0);
+        known += blocksOf(name) + (entry.requesters.HadSome() ? 1 : 0);
     }
     for (const auto& [name, owner] : state_.registry) {
         known += blocksOf(name);
@@ -327,7 +351,7 @@ void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBloc
         Violation("at rest the server is busy");
     }
     for (const auto& [name, entry] : state_.table) {
-        if (entry.startCount != 0 || !entry.requesters.empty()) {
+        if (entry.startCount != 0 || !entry.requesters.All().empty()) {
             Violation("at rest there are runs or requesters of " + name);
         }
     }

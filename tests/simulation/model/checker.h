@@ -21,20 +21,19 @@ public:
     /// Of a server that runs in this image.
     explicit Checker(const Image& image);
 
-    void OnLog(Thread& thread, uint32_t level, const std::string& unit, uint32_t module,
-               const std::string& text) override;
+    void OnLog(Thread& thread, uint32_t level, const char* unit, uint32_t module, const std::string& text) override;
     void OnLock(Thread& thread, const void* mutex) override;
     void OnUnlock(Thread& thread, const void* mutex) override;
     void OnHold(Thread& thread, Hold hold) override;
     void OnTime(Thread& thread, uint64_t time) override;
-    void OnEvent(Thread& thread, uint32_t id, const Bytes& data, uint32_t result) override;
-    void OnSend(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t result) override;
-    void OnAsk(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t timeout) override;
-    void OnAnswer(Thread& thread, uint32_t result, const Bytes& reply) override;
-    void OnReply(Thread& thread, const Bytes& data, uint32_t result) override;
+    void OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t result) override;
+    void OnSend(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t result) override;
+    void OnAsk(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t timeout) override;
+    void OnAnswer(Thread& thread, uint32_t result, BytesView reply) override;
+    void OnReply(Thread& thread, BytesView data, uint32_t result) override;
     void OnSleep(Thread& thread, uint32_t seconds) override;
     void OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) override;
-    void OnHandler(Thread& thread, const TagMsgBlock& message, const Bytes& data) override;
+    void OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) override;
     void OnHandled(Thread& thread, uint32_t result) override;
     void OnThreadEnd(Thread& thread) override;
     void OnEnd(Process& process) override;
@@ -58,8 +57,10 @@ public:
 private:
     bool IsTable(const void* mutex) const { return mutex == tableLock_; }
     bool IsJobs(const void* mutex) const { return mutex == jobsLock_; }
-    Part* PartOf(const Thread& thread);
-    void Take(const Thread& thread, Action action);
+    Part* PartOf(const Thread& thread) const;
+    void Keep(Thread& thread, std::unique_ptr<Part> part);
+    void Drop(Thread& thread);
+    void Take(const Thread& thread, const Seen& seen);
     void CompareTable() const;
     void CompareJobs() const;
 

@@ -19,7 +19,7 @@ constexpr uint32_t kStopRounds = 120;
 
 Script<uint32_t> Part::CreateTask(Job job) {
     if (!state_.counterIsSet) {
-        const Action& seen = co_await Do(Kind::kTime);
+        const Seen& seen = co_await Do(Kind::kTime);
         state_.counter = static_cast<uint32_t>(seen.time);
         state_.counterIsSet = true;
     }
@@ -30,7 +30,7 @@ Script<uint32_t> Part::CreateTask(Job job) {
     const uint32_t id = state_.counter;
     state_.jobs.emplace(id, std::move(job));
     co_await Do(Kind::kUnlockJobs);
-    const Action& created = co_await CreateThread(id);
+    const Seen& created = co_await CreateThread(id);
     if (created.result == 0) {
         co_return id;
     }
@@ -84,7 +84,7 @@ Script<void> Part::JobThread(uint32_t id) {
 Script<void> Part::SingleJob(std::string json, Client client) {
     Item item{};
     const bool wait = co_await InspectSingle(json, &item);
-    co_await SendResult(0, client, BytesOf(&item.result, sizeof item.result));
+    co_await SendResult(0, client, ViewOf(item.result));
     if (!wait) {
         co_return;
     }
@@ -95,7 +95,7 @@ Script<void> Part::SingleJob(std::string json, Client client) {
         co_await Sleep(1);
         over = co_await UnLockResult(name, &item);
     }
-    co_await SendResult(0, client, BytesOf(&item.result, sizeof item.result));
+    co_await SendResult(0, client, ViewOf(item.result));
 }
 
 Script<void> Part::GroupJob(uint32_t id) {
@@ -146,7 +146,7 @@ Script<void> Part::GroupJob(uint32_t id) {
     if (!state_.jobs.at(id).stopFlag) {
         Reached("group: record sent before the stop");
     }
-    co_await SendResult(1, job.client, BytesOf(record.get(), sizeof *record));
+    co_await SendResult(1, job.client, ViewOf(*record));
     for (uint32_t round = 0; round < kStopRounds && !state_.jobs.at(id).stopFlag; ++round) {
         co_await Sleep(1);
     }
@@ -198,7 +198,7 @@ Script<void> Part::WaitJob(uint32_t id, std::string name, uint32_t timeout) {
         co_await Do(Kind::kUnlockTable);
         co_return;
     }
-    const Action& seen = co_await Do(Kind::kTime);
+    const Seen& seen = co_await Do(Kind::kTime);
     entry->endTime = seen.time;
     entry->taskId = 0;
     entry->result = MakeResult(name, "fail", "timeout");
@@ -209,8 +209,8 @@ Script<void> Part::WaitJob(uint32_t id, std::string name, uint32_t timeout) {
     }
 }
 
-Script<void> Part::SendResult(uint32_t id, Client client, Bytes data) {
-    const Action& seen = co_await Send(id, client, data);
+Script<void> Part::SendResult(uint32_t id, const Client& client, BytesView data) {
+    const Seen& seen = co_await Send(id, client, data);
     if (seen.result != OS_MSG_OK) {
         const uint32_t code = seen.result;
         co_await LogMessage(1, "SendASyncResult send fail ret:#" + Hex(code) + " id:" + std::to_string(id));

@@ -13,11 +13,11 @@ using Kind = Action::Kind;
 namespace {
 
 // A payload as a name: up to its first NUL.
-std::string NameIn(const Bytes& data) {
+std::string NameIn(BytesView data) {
     return {data.begin(), std::find(data.begin(), data.end(), '\0')};
 }
 
-std::vector<std::string> TextsIn(const Bytes& data) {
+std::vector<std::string> TextsIn(BytesView data) {
     std::vector<std::string> texts;
     auto place = data.begin();
     while (place != data.end() && *place != '\0') {
@@ -77,9 +77,8 @@ Bytes ItemList() {
 
 }  // namespace
 
-Script<void> Part::Message(TagMsgBlock message, Bytes data) {
+Script<void> Part::Message(const TagMsgBlock& message, BytesView data) {
     const Client sender{TextOf(message.srcProcName), TextOf(message.replyTaskName)};
-    const std::string json(data.begin(), data.end());
     co_await Log(3, "inspect_server", 18,
                  "inspect server recv msg id " + std::to_string(message.msgId) + " from [" +
                      TextOf(message.srcProcName) + ":" + TextOf(message.srcTaskName) + "]");
@@ -90,7 +89,8 @@ Script<void> Part::Message(TagMsgBlock message, Bytes data) {
     switch (message.msgId) {
         case 0:
             if (!data.empty()) {
-                reply = co_await RunSync(json, sender);
+                std::string json(data.begin(), data.end());
+                reply = co_await RunSync(std::move(json), sender);
             }
             break;
         case 1:
@@ -125,7 +125,7 @@ Script<void> Part::Message(TagMsgBlock message, Bytes data) {
         case 18:
             if (!data.empty()) {
                 Job job{.kind = Job::Kind::kSingle, .forceOnly = true};
-                job.texts = {json};
+                job.texts.emplace_back(data.begin(), data.end());
                 job.client = sender;
                 co_await CreateTask(std::move(job));
             }
@@ -149,7 +149,7 @@ Script<void> Part::Message(TagMsgBlock message, Bytes data) {
     }
     uint32_t result = 0;
     if (message.msgType == 1) {
-        const Action& seen = co_await Reply(reply);
+        const Seen& seen = co_await Reply(std::move(reply));
         result = seen.result;
         if (result != OS_MSG_OK) {
             co_await Log(1, "inspect_server", 18,
@@ -199,7 +199,7 @@ Script<void> Part::Unregister(std::string name) {
     }
 }
 
-Script<void> Part::Report(Bytes data) {
+Script<void> Part::Report(BytesView data) {
     Result result{};
     if (data.size() != sizeof result) {
         Reached("report: wrong size");
@@ -228,7 +228,7 @@ Script<void> Part::Report(Bytes data) {
         }
         entry->result = result;
         if (!IsRunning(result)) {
-            const Action& seen = co_await Do(Kind::kTime);
+            const Seen& seen = co_await Do(Kind::kTime);
             entry->endTime = seen.time;
             taskId = entry->taskId;
             entry->taskId = 0;
@@ -245,7 +245,7 @@ Script<void> Part::Report(Bytes data) {
     entry = Find(name);
     std::vector<Client> requesters;
     if (entry != nullptr) {
-        requesters = entry->requesters;
+        requesters = entry->requesters.All();
     }
     Reached(requesters.empty() ? "report: progress, nobody waits" : "report: progress, forwarded");
     co_await Do(Kind::kUnlockTable);
@@ -269,7 +269,7 @@ Script<Bytes> Part::RunSync(std::string json, Client client) {
     co_return BytesOf(&item.result, sizeof item.result);
 }
 
-Script<Bytes> Part::StartGroup(Bytes data, Client client) {
+Script<Bytes> Part::StartGroup(BytesView data, Client client) {
     Job job{.kind = Job::Kind::kGroup};
     job.texts = TextsIn(data);
     job.client = client;

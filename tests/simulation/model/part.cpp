@@ -12,7 +12,7 @@
 
 namespace sim::model {
 
-void Part::BeginMessage(const TagMsgBlock& message, const Bytes& data) {
+void Part::BeginMessage(const TagMsgBlock& message, BytesView data) {
     script_ = std::make_unique<Script<void>>(Message(message, data));
     script_->Start();
 }
@@ -22,50 +22,52 @@ void Part::BeginJob(uint32_t id) {
     script_->Start();
 }
 
-void Part::Take(Action action) {
+void Part::Take(const Seen& seen) {
     if (cursor_.expected == nullptr) {
-        Violation("does \"" + action.Describe() + "\" when it must do nothing more");
+        Violation("does \"" + seen.AsAction().Describe() + "\" when it must do nothing more");
     }
-    if (!cursor_.expected->IsSame(action)) {
-        Violation("does \"" + action.Describe() + "\" instead of \"" + cursor_.expected->Describe() + "\"");
+    if (!seen.Is(*cursor_.expected)) {
+        Violation("does \"" + seen.AsAction().Describe() + "\" instead of \"" + cursor_.expected->Describe() + "\"");
     }
-    cursor_.seen = std::move(action);
+    cursor_.seen = seen;
     cursor_.expected = nullptr;
     cursor_.waiting.resume();
 }
 
 // Lines are cut after 399 bytes.
-Expect Part::Log(uint32_t level, const std::string& unit, uint32_t module, const std::string& text) {
+Expect Part::Log(uint32_t level, const char* unit, uint32_t module, std::string text) {
+    text.resize(std::min<size_t>(text.size(), 399));
     return {
         cursor_,
-        Action{
-            .kind = Action::Kind::kLog, .number = level, .module = module, .text = unit + ": " + text.substr(0, 399)}};
+        Action{.kind = Action::Kind::kLog, .number = level, .module = module, .unit = unit, .text = std::move(text)}};
 }
 
 Expect Part::CreateThread(uint32_t argument) {
     return {cursor_, Action{.kind = Action::Kind::kCreate, .number = argument}};
 }
 
-Expect Part::Send(uint32_t id, const Client& client, const Bytes& data) {
-    return {cursor_,
-            Action{.kind = Action::Kind::kSend, .number = id, .text = client.proc + ":" + client.task, .data = data}};
+Expect Part::Send(uint32_t id, const Client& client, BytesView data) {
+    return {cursor_, Action{.kind = Action::Kind::kSend,
+                            .number = id,
+                            .text = client.proc + ":" + client.task,
+                            .data = Bytes(data.begin(), data.end())}};
 }
 
 // A run's owner has five minutes.
-Expect Part::Ask(const Client& owner, const Bytes& data) {
+Expect Part::Ask(const Client& owner, Bytes data) {
     return {cursor_, Action{.kind = Action::Kind::kAsk,
                             .number = 4,
                             .module = 300000,
                             .text = owner.proc + ":" + owner.task,
-                            .data = data}};
+                            .data = std::move(data)}};
 }
 
-Expect Part::Reply(const Bytes& data) {
-    return {cursor_, Action{.kind = Action::Kind::kReply, .data = data}};
+Expect Part::Reply(Bytes data) {
+    return {cursor_, Action{.kind = Action::Kind::kReply, .data = std::move(data)}};
 }
 
-Expect Part::Event(uint32_t id, const Bytes& data) {
-    return {cursor_, Action{.kind = Action::Kind::kEvent, .number = id, .data = data}};
+Expect Part::Event(uint32_t id, Bytes data) {
+    return {cursor_, Action{.kind = Action::Kind::kEvent, .number = id, .data = std::move(data)}};
 }
 
 Expect Part::Handled(uint32_t result) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kivo/os_msg.h"
@@ -18,12 +19,13 @@ public:
     Part(const Part&) = delete;
     Part& operator=(const Part&) = delete;
 
-    /// Begins with a message that the server's task handles, or with the thread of a job.
-    void BeginMessage(const TagMsgBlock& message, const Bytes& data);
+    /// Begins with a message that the server's task handles, and that stays there until it is handled; or with the
+    /// thread of a job.
+    void BeginMessage(const TagMsgBlock& message, BytesView data);
     void BeginJob(uint32_t id);
 
     /// The thread's next action.
-    void Take(Action action);
+    void Take(const Seen& seen);
 
     /// Nothing is expected any more.
     bool HasEnded() const { return cursor_.expected == nullptr; }
@@ -36,12 +38,12 @@ private:
     };
 
     // ---- messages (messages.cpp) ----
-    Script<void> Message(TagMsgBlock message, Bytes data);
+    Script<void> Message(const TagMsgBlock& message, BytesView data);
     Script<void> Register(std::string name, uint32_t timeout, Client owner);
     Script<void> Unregister(std::string name);
-    Script<void> Report(Bytes data);
+    Script<void> Report(BytesView data);
     Script<Bytes> RunSync(std::string json, Client client);
-    Script<Bytes> StartGroup(Bytes data, Client client);
+    Script<Bytes> StartGroup(BytesView data, Client client);
     Script<Bytes> StopGroupTask(uint32_t taskId);
     Script<Bytes> TellState(std::string name);
 
@@ -53,7 +55,7 @@ private:
     Script<void> StopItem(std::string name);
     Script<uint32_t> CreateTask(Job job);
     Script<uint32_t> StopTask(uint32_t id, bool force);
-    Script<void> SendResult(uint32_t id, Client client, Bytes data);
+    Script<void> SendResult(uint32_t id, const Client& client, BytesView data);
 
     // ---- the result table (table.cpp) ----
     Script<bool> InspectSingle(std::string json, Item* item);  // true: to be waited for
@@ -72,15 +74,15 @@ private:
     // ---- single actions ----
     // GCC 12 destroys an aggregate twice that is made within a co_await, so they are made here.
     Expect Do(Action::Kind kind) { return {cursor_, Action{.kind = kind}}; }
-    Expect Log(uint32_t level, const std::string& unit, uint32_t module, const std::string& text);
-    Expect LogResult(uint32_t level, const std::string& text) { return Log(level, "ResultMgr", 13, text); }
-    Expect LogMessage(uint32_t level, const std::string& text) { return Log(level, "inspect_dealmsg", 19, text); }
+    Expect Log(uint32_t level, const char* unit, uint32_t module, std::string text);
+    Expect LogResult(uint32_t level, std::string text) { return Log(level, "ResultMgr", 13, std::move(text)); }
+    Expect LogMessage(uint32_t level, std::string text) { return Log(level, "inspect_dealmsg", 19, std::move(text)); }
     Expect Sleep(uint32_t seconds) { return {cursor_, Action{.kind = Action::Kind::kSleep, .number = seconds}}; }
     Expect CreateThread(uint32_t argument);
-    Expect Send(uint32_t id, const Client& client, const Bytes& data);
-    Expect Ask(const Client& owner, const Bytes& data);
-    Expect Reply(const Bytes& data);
-    Expect Event(uint32_t id, const Bytes& data);
+    Expect Send(uint32_t id, const Client& client, BytesView data);
+    Expect Ask(const Client& owner, Bytes data);
+    Expect Reply(Bytes data);
+    Expect Event(uint32_t id, Bytes data);
     Expect Handled(uint32_t result);
     Entry* Find(const std::string& name);
 
@@ -97,6 +99,12 @@ std::string GroupOf(const std::vector<std::string>& texts);
 std::string Hex(uint32_t number);
 
 Bytes BytesOf(const void* record, size_t size);
+
+/// The record's own bytes.
+template <typename Record>
+BytesView ViewOf(const Record& record) {
+    return {reinterpret_cast<const unsigned char*>(&record), sizeof record};
+}
 
 inline Bytes Number(uint32_t number) {
     return BytesOf(&number, sizeof number);

@@ -1,6 +1,9 @@
 // Actions as texts, for people who look for a mistake.
 #include "model/script.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "world/journal.h"
 
 namespace sim::model {
@@ -32,6 +35,9 @@ std::string Action::Describe() const {
     if (kind == Kind::kLog || kind == Kind::kAsk) {
         description += " (" + std::to_string(module) + ")";
     }
+    if (unit != nullptr) {
+        description += std::string(" ") + unit + ":";
+    }
     if (!text.empty()) {
         description += " \"" + text + "\"";
     }
@@ -42,9 +48,13 @@ std::string Action::Describe() const {
     return description;
 }
 
-bool Action::IsSame(const Action& other) const {
-    return kind == other.kind && number == other.number && module == other.module && text == other.text &&
-           data == other.data;
+bool Seen::Is(const Action& expected) const {
+    return kind == expected.kind && number == expected.number && module == expected.module && text == expected.text &&
+           std::ranges::equal(data, expected.data) && (unit == expected.unit || std::strcmp(unit, expected.unit) == 0);
+}
+
+Action Seen::AsAction() const {
+    return {kind, number, module, unit, std::string(text), Bytes(data.begin(), data.end())};
 }
 
 }  // namespace sim::model

@@ -7,6 +7,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "world/process.h"
@@ -39,22 +40,33 @@ struct Action {
     Kind kind{};
     uint32_t number{};   // log: level; event, send, ask: id; sleep: seconds; create: the argument; handled: the result
     uint32_t module{};   // log: module; ask: time limit
-    std::string text{};  // log: unit and text; send, ask: process and task
+    const char* unit{};  // log
+    std::string text{};  // log: text; send, ask: process and task
     Bytes data{};        // of event, send, ask, reply
-    // What it gave:
-    uint32_t result{};
-    uint64_t time{};
-    Bytes reply{};
-    Thread* created{};
 
     std::string Describe() const;
-    bool IsSame(const Action& other) const;
+};
+
+/// An action that has happened, and what it gave. The texts and bytes are there until the script's next wait.
+struct Seen {
+    Action::Kind kind{};
+    uint32_t number{};
+    uint32_t module{};
+    const char* unit{};
+    std::string_view text{};
+    BytesView data{};
+    uint32_t result{};
+    uint64_t time{};
+    BytesView reply{};
+
+    bool Is(const Action& expected) const;
+    Action AsAction() const;
 };
 
 /// Where a script stands.
 struct Cursor {
     const Action* expected{};  // null: the script has ended
-    Action seen;               // the last action that came
+    Seen seen;                 // the last action that came
     std::coroutine_handle<> waiting;
 };
 
@@ -153,7 +165,7 @@ public:
         cursor_.expected = &action_;
         cursor_.waiting = caller;
     }
-    const Action& await_resume() const { return cursor_.seen; }
+    const Seen& await_resume() const { return cursor_.seen; }
 
 private:
     Cursor& cursor_;

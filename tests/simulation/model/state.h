@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ominspect/records.h"
@@ -21,6 +22,33 @@ struct Client {
     bool operator==(const Client&) const = default;
 };
 
+/// Those who wait for an item's run.
+class Requesters {
+public:
+    void Add(const Client& client) {
+        all_.push_back(client);
+        hadSome_ = true;
+        proof_.clear();
+    }
+    void Clear() {
+        all_.clear();
+        proof_.clear();
+    }
+
+    const std::vector<Client>& All() const { return all_; }
+    bool HadSome() const { return hadSome_; }
+
+    /// The server's list, byte for byte, when it was found to be the same; empty when it changed since. There may be
+    /// hundreds, which are seldom others than a second ago.
+    bool IsProven(std::string_view bytes) const { return !bytes.empty() && bytes == proof_; }
+    void Prove(std::string_view bytes) const { proof_ = bytes; }
+
+private:
+    std::vector<Client> all_;
+    bool hadSome_ = false;  // then the server's list keeps its memory
+    mutable std::string proof_;
+};
+
 /// An item or a group in the result table.
 struct Entry {
     uint8_t startCount = 0;
@@ -29,8 +57,7 @@ struct Entry {
     Result result{};
     uint64_t startTime = 0;
     uint64_t endTime = 0;
-    std::vector<Client> requesters;
-    bool hadRequesters = false;  // then their list keeps its memory
+    Requesters requesters;
 };
 
 /// What a background job is to do.

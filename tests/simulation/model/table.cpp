@@ -78,7 +78,7 @@ Script<void> Part::GetResult(Request request, Item* out) {
         }
     } else {
         Reached("item: answered at once");
-        const Action& seen = co_await Do(Kind::kTime);
+        const Seen& seen = co_await Do(Kind::kTime);
         entry->endTime = seen.time;
         co_await End(entry, false, false, "");
     }
@@ -110,14 +110,14 @@ Script<uint32_t> Part::AskOwner(Request request, Result* result) {
     std::memcpy(payload.data() + 32, &request.length, sizeof request.length);
     std::memcpy(payload.data() + 36, request.json.data(), request.json.size());
     co_await Ask(owner, payload);
-    const Action& answer = co_await Do(Kind::kAnswer);
+    const Seen& answer = co_await Do(Kind::kAnswer);
     if (answer.result != OS_MSG_OK) {
         const uint32_t code = answer.result;
         Reached(code == OS_MSG_ERR_TIMEOUT ? "owner: silent for the limit" : "owner: gone");
         co_await Log(1, "PipeliningMgr", 17, "OsMsgSynSend fail, start 80020001, ret = " + Hex(code) + " ");
         co_return 10;
     }
-    const Bytes reply = answer.reply;
+    const Bytes reply(answer.reply.begin(), answer.reply.end());
     if (reply.empty()) {
         Reached("owner: reply empty");
         co_await Log(1, "InspectMsg", 14, "[TransMsgBlockAndFree]: resp data is null");
@@ -163,15 +163,14 @@ Script<void> Part::AddRequester(std::string name, Client client) {
     co_await LogResult(3, "add requester [" + name + "] to [" + client.proc + ":" + client.task + "]");
     co_await Do(Kind::kLockTable);
     if (Entry* const entry = Find(name)) {
-        entry->requesters.push_back(client);
-        entry->hadRequesters = true;
+        entry->requesters.Add(client);
     }
     co_await Do(Kind::kUnlockTable);
 }
 
 Script<uint32_t> Part::Begin(Entry* entry, bool withText, std::string text) {
     if (entry->startCount == 0) {
-        const Action& seen = co_await Do(Kind::kTime);
+        const Seen& seen = co_await Do(Kind::kTime);
         entry->startTime = seen.time;
         if (state_.runningCount == 0) {
             Reached("server: busy begins");
@@ -199,7 +198,7 @@ Script<void> Part::End(Entry* entry, bool force, bool withText, std::string text
     if (entry->startCount != 0 && !force) {
         co_return;
     }
-    const Action& seen = co_await Do(Kind::kTime);
+    const Seen& seen = co_await Do(Kind::kTime);
     entry->endTime = seen.time;
     if (withText) {
         SetText(entry->result.text, text);
@@ -210,7 +209,7 @@ Script<void> Part::End(Entry* entry, bool force, bool withText, std::string text
         Reached("server: busy ends");
         co_await Broadcast(9, Number(1));
     }
-    entry->requesters.clear();
+    entry->requesters.Clear();
 }
 
 Script<uint32_t> Part::StartGroupEntry(std::string name) {
@@ -239,7 +238,7 @@ Script<void> Part::StopGroupEntry(std::string name) {
 }
 
 Script<void> Part::Broadcast(uint32_t id, Bytes data) {
-    const Action& seen = co_await Event(id, data);
+    const Seen& seen = co_await Event(id, data);
     if (seen.result != OS_MSG_OK) {
         co_await LogResult(1, "broadcast err id[" + std::to_string(id) + "]");
     }

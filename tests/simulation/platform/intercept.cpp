@@ -63,13 +63,60 @@ bool MustFail(Process& process) {
     return true;
 }
 
+// Blocks come and go all the time, and there is one thread of the operating system: a list for each size of small ones
+// is much quicker than malloc(3). They stay with the run, which ends soon.
+constexpr size_t kGranule = 32;
+constexpr size_t kSmall = 1024;
+constexpr size_t kChunk = size_t{64} * 1024;
+
+struct Spare {
+    Spare* next;
+};
+Spare* g_free[kSmall / kGranule + 1];
+char* g_chunk = nullptr;
+size_t g_chunkLeft = 0;
+
+size_t GranulesOf(size_t size) {
+    return (sizeof(Header) + size + kGranule - 1) / kGranule;
+}
+
+void* TakeRaw(size_t size) {
+    const size_t granules = GranulesOf(size);
+    if (granules > kSmall / kGranule) {
+        return std::malloc(sizeof(Header) + size);
+    }
+    if (Spare* const first = g_free[granules]) {
+        g_free[granules] = first->next;
+        return first;
+    }
+    const size_t bytes = granules * kGranule;
+    if (g_chunkLeft < bytes) {
+        g_chunk = static_cast<char*>(std::aligned_alloc(kGranule, kChunk));
+        if (g_chunk == nullptr) {
+            return nullptr;
+        }
+        g_chunkLeft = kChunk;
+    }
+    g_chunkLeft -= bytes;
+    return std::exchange(g_chunk, g_chunk + bytes);
+}
+
+void GiveRaw(Header* header) {
+    const size_t granules = GranulesOf(header->size);
+    if (granules > kSmall / kGranule) {
+        std::free(header);
+    } else {
+        g_free[granules] = new (header) Spare{g_free[granules]};
+    }
+}
+
 void* Allocate(size_t size) {
     Thread* const me = Self();
     Process* const process = me != nullptr && me->inPlatform == 0 ? me->process : nullptr;
     if (process != nullptr && MustFail(*process)) {
         return nullptr;
     }
-    auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + size));
+    auto* const header = static_cast<Header*>(TakeRaw(size));
     if (header == nullptr) {
         return nullptr;
     }
@@ -85,7 +132,7 @@ void* Allocate(size_t size) {
 // The last blocks of the processes that were freed: they are not handed out again at once, so that whoever still uses
 // them sees what cannot be.
 constexpr size_t kKept = 256;
-void* g_kept[kKept];
+Header* g_kept[kKept];
 size_t g_nextKept = 0;
 
 void Free(void* block) {
@@ -94,13 +141,15 @@ void Free(void* block) {
     }
     auto* const header = static_cast<Header*>(block) - 1;
     if (header->process == nullptr) {
-        std::free(header);
+        GiveRaw(header);
         return;
     }
     header->process->bytes -= static_cast<int64_t>(header->size);
     --header->process->blocks;
     std::memset(block, kGone, header->size);
-    std::free(std::exchange(g_kept[g_nextKept], header));
+    if (Header* const last = std::exchange(g_kept[g_nextKept], header)) {
+        GiveRaw(last);
+    }
     g_nextKept = (g_nextKept + 1) % kKept;
 }
 

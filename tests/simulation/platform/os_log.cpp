@@ -42,7 +42,7 @@ void RecordLine(uint32_t level, KivoOmLogHandle handle, const char* unit, uint32
     if (handle > process.lastLog) {
         Violation("a log line with a handle that was never given: " + text);
     }
-    Note(std::string("log ") + static_cast<char>('0' + level) + " " + unit, text);
+    Note({"log ", level, " ", unit}, text);
     if (Observer* const observer = TheObserver()) {
         observer->OnLog(*Self(), level, unit, module, text);
     }

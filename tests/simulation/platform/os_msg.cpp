@@ -26,11 +26,19 @@ struct Reply {
     Bytes data;
 };
 
-Bytes PayloadOf(const TagMsgBlock& message) {
-    return message.dataLen == 0 ? Bytes() : Bytes(message.data, message.data + message.dataLen);
+BytesView PayloadOf(const TagMsgBlock& message) {
+    return {message.data, message.dataLen};
 }
 
-std::string_view View(const Bytes& data) {
+BytesView ViewOf(const void* data, uint32_t size) {
+    return {static_cast<const unsigned char*>(data), size};
+}
+
+Bytes CopyOf(BytesView data) {
+    return {data.begin(), data.end()};
+}
+
+std::string_view View(BytesView data) {
     return {reinterpret_cast<const char*>(data.data()), data.size()};
 }
 
@@ -49,7 +57,7 @@ Delivery MakeDelivery(const Process& sender, const TagMsgBlock& message, bool sy
     envelope.param = message.param;
     WriteName(envelope.replyTaskName, message.replyTaskName[0] == '\0' ? task : message.replyTaskName);
     envelope.dataLen = message.dataLen;
-    delivery.data = PayloadOf(message);
+    delivery.data = CopyOf(PayloadOf(message));
     return delivery;
 }
 
@@ -120,8 +128,7 @@ uint32_t BroadcastEvent(const OsMsgEvent& event, uint32_t scope) {
     if (process.observer != nullptr && IsDue(Fault::kSendFails)) {
         return OS_MSG_ERR_NO_MEMORY;
     }
-    const auto* const bytes = static_cast<const unsigned char*>(event.data);
-    Broadcast(process, task, event.eventId, Bytes(bytes, bytes + event.dataLen));
+    Broadcast(process, task, event.eventId, CopyOf(ViewOf(event.data, event.dataLen)));
     return OS_MSG_OK;
 }
 
@@ -187,14 +194,14 @@ uint32_t OsMsgSynSend(const TagMsgBlock* msg, TagMsgBlock** resp, uint32_t timeo
         return OS_MSG_ERR_PARAM;
     }
     *resp = nullptr;
-    const Bytes payload = PayloadOf(*msg);
-    Note("asks " + std::to_string(msg->msgId) + " " + msg->dstProcName + ":" + msg->dstTaskName, View(payload));
+    const BytesView payload = PayloadOf(*msg);
+    Note({"asks ", msg->msgId, " ", msg->dstProcName, ":", msg->dstTaskName}, View(payload));
     if (Observer* const observer = TheObserver()) {
         observer->OnAsk(*Self(), *msg, payload, timeoutMs);
     }
     const uint32_t result = SynSend(*msg, resp, timeoutMs);
-    const Bytes reply = *resp == nullptr ? Bytes() : PayloadOf(**resp);
-    Note("answered " + std::to_string(result), View(reply));
+    const BytesView reply = *resp == nullptr ? BytesView() : PayloadOf(**resp);
+    Note({"answered ", result}, View(reply));
     if (Observer* const observer = TheObserver()) {
         observer->OnAnswer(*Self(), result, reply);
     }
@@ -216,10 +223,8 @@ uint32_t OsMsgAsynSend(const TagMsgBlock* msg) {
         return OS_MSG_ERR_PARAM;
     }
     const uint32_t result = AsynSend(*msg);
-    const Bytes payload = PayloadOf(*msg);
-    Note("sends " + std::to_string(msg->msgId) + " " + msg->dstProcName + ":" + msg->dstTaskName + " " +
-             std::to_string(result),
-         View(payload));
+    const BytesView payload = PayloadOf(*msg);
+    Note({"sends ", msg->msgId, " ", msg->dstProcName, ":", msg->dstTaskName, " ", result}, View(payload));
     if (Observer* const observer = TheObserver()) {
         observer->OnSend(*Self(), *msg, payload, result);
     }
@@ -237,19 +242,18 @@ uint32_t OsMsgSynSendResp(const TagMsgBlock* msg, const void* data, uint32_t dat
     }
     Process& process = CurrentProcess();
     uint32_t result = OS_MSG_ERR_NO_REQUEST;
-    const auto* const bytes = static_cast<const unsigned char*>(data);
-    const Bytes reply(bytes, bytes + dataLen);
+    const BytesView reply = ViewOf(data, dataLen);
     const auto owed = process.owed.find(kivo::TokenOf(*msg));
     if (process.state == Process::State::kOff) {
         result = process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_ERR_NOT_ATTACHED;
     } else if (owed != process.owed.end()) {
-        Answer(owed->second.request, OS_MSG_OK, reply);
+        Answer(owed->second.request, OS_MSG_OK, CopyOf(reply));
         process.owed.erase(owed);
         result = OS_MSG_OK;
     } else {
         Reached("bus: reply to a sender that left");
     }
-    Note("replies " + std::to_string(result), View(reply));
+    Note({"replies ", result}, View(reply));
     if (Observer* const observer = TheObserver()) {
         observer->OnReply(*Self(), reply, result);
     }
@@ -274,9 +278,8 @@ uint32_t OsMsgBroadcastEvent(const OsMsgEvent* event, uint32_t scope) {
         return OS_MSG_ERR_PARAM;
     }
     const uint32_t result = BroadcastEvent(*event, scope);
-    const auto* const bytes = static_cast<const unsigned char*>(event->data);
-    const Bytes data(bytes, bytes + event->dataLen);
-    Note("event " + std::to_string(event->eventId) + " " + std::to_string(result), View(data));
+    const BytesView data = ViewOf(event->data, event->dataLen);
+    Note({"event ", event->eventId, " ", result}, View(data));
     if (Observer* const observer = TheObserver()) {
         observer->OnEvent(*Self(), event->eventId, data, result);
     }

@@ -132,6 +132,6 @@ uint32_t OsMonitorProActivate(const char* procName) {
         Violation("no sign of life for " + std::to_string((Now() - process.lastSign) / kSecond) + " s");
     }
     process.lastSign = Now();
-    Note("activate");
+    Note({"activate"});
     return 0;
 }

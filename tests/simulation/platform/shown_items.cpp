@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "kivo/om_inspect_engine_client.h"
+#include "world/bus.h"
 #include "world/process.h"
 
 using namespace sim;
@@ -13,6 +14,12 @@ void SimConnectionOf(const char* procName, char* out, size_t size) {
     const InPlatform platform;
     const Process* const process = FindProcess(procName);
     std::snprintf(out, size, "%s", process == nullptr ? "" : process->Label().c_str());
+}
+
+void SimAwaitPassedOn() {
+    const InPlatform platform;
+    Point();
+    AwaitArrivals(CurrentProcess());
 }
 
 void SimHideItems() {

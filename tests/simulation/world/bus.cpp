@@ -34,9 +34,11 @@ Micros Arrival(const std::string& from, const std::string& to, Micros wanted = 0
     return last;
 }
 
-std::string Describe(const Delivery& delivery) {
-    return std::to_string(delivery.envelope.msgId) + " from " + delivery.envelope.srcProcName + ":" +
-           delivery.envelope.srcTaskName + " to " + delivery.envelope.dstProcName + ":" + delivery.envelope.dstTaskName;
+void NoteDelivery(const char* what, const Delivery& delivery) {
+    const TagMsgBlock& envelope = delivery.envelope;
+    Note({what, envelope.msgId, " from ", envelope.srcProcName, ":", envelope.srcTaskName, " to ", envelope.dstProcName,
+          ":", envelope.dstTaskName, " param ", envelope.param},
+         {reinterpret_cast<const char*>(delivery.data.data()), delivery.data.size()});
 }
 
 // Puts a message into the queue; false when that is full.
@@ -50,7 +52,7 @@ bool Enqueue(Task& task, Delivery delivery) {
         Wake(&task);
         return true;
     }
-    Note("queue full: " + Describe(delivery));
+    NoteDelivery("queue full: ", delivery);
     if (delivery.request == nullptr) {
         ++task.dropped;
         Reached("bus: message lost, queue full");
@@ -94,8 +96,7 @@ void Handle(Process& process, const Task& task, Delivery delivery) {
             process.owed.emplace(token, OwedReply{delivery.request});
         }
     }
-    Note("handle " + Describe(delivery) + " param " + std::to_string(envelope.param),
-         {reinterpret_cast<const char*>(delivery.data.data()), delivery.data.size()});
+    NoteDelivery("handle ", delivery);
     if (Observer* const observer = TheObserver()) {
         observer->OnHandler(*Self(), envelope, delivery.data);
     }
@@ -153,7 +154,21 @@ void ForEachSubscription(const std::string& from, uint32_t id, const std::string
 }  // namespace
 
 void Send(Process& from, const std::string& to, Delivery delivery) {
-    At(Arrival(from.name, to), [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+    const Micros arrival = Arrival(from.name, to);
+    Self()->lastArrival = arrival;
+    At(arrival, [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+}
+
+void AwaitArrivals(Process& process) {
+    if (!Self()->locks.empty()) {
+        Violation("waits for the bus with a lock held");
+    }
+    Micros last = 0;
+    for (const auto& [pair, arrival] : The().arrivals) {
+        last = pair.first == process.name ? std::max(last, arrival) : last;
+    }
+    // At that very time messages may arrive after those who wait for it.
+    WaitFor("the bus", &process, last + 1, [&process] { return !process.Attached(); });
 }
 
 void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data) {
@@ -199,7 +214,7 @@ void Answer(const std::shared_ptr<Request>& request, uint32_t result, Bytes repl
 void JoinBus(Process& process, const std::string& name) {
     process.name = name;
     process.state = Process::State::kOn;
-    Note("joins the bus as " + name);
+    Note({"joins the bus as ", name});
     ForEachSubscription(name, OS_MSG_EVENT_PROC_RESTART, "", [&](Process& other, const OsMsgSubscription& wanted) {
         SendEvent(name, other, wanted, OS_MSG_EVENT_PROC_RESTART, "", {});
     });

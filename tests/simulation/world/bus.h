@@ -27,6 +27,9 @@ void Ask(const std::shared_ptr<Request>& request, Delivery delivery);
 void Answer(const std::shared_ptr<Request>& request, uint32_t result, Bytes reply);
 
 void Send(Process& from, const std::string& to, Delivery delivery);
+/// Waits until all messages have arrived that a process has sent until now, or until it has lost the bus.
+void AwaitArrivals(Process& process);
+
 void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data);
 
 /// Runs the message loop of a task on the calling thread.

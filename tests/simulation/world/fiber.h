@@ -6,6 +6,13 @@
 
 namespace sim {
 
+// Where a flow of control goes on.
+#ifdef __x86_64__
+using Place = void*;  // the stack, with the registers on top that a function must keep
+#else
+using Place = std::jmp_buf;
+#endif
+
 class Fiber {
 public:
     using Body = void (*)(void*);
@@ -37,7 +44,7 @@ private:
     Body body_{};
     void* argument_{};
     bool started_{};
-    std::jmp_buf place_{};
+    Place place_{};
     Exceptions exceptions_{};
 };
 

@@ -1,4 +1,4 @@
-// The sum is FNV-1a.
+// The sum is like FNV-1a, over words.
 #include "world/journal.h"
 
 #include <unistd.h>
@@ -15,20 +15,21 @@ namespace {
 std::FILE* g_file = nullptr;
 uint64_t g_sum = 0xcbf29ce484222325;
 
-void Add(const char* bytes, size_t size) {
-    uint64_t sum = g_sum;
-    while (size >= 8) {
+void Add(uint64_t word) {
+    g_sum = (g_sum ^ word) * 0x100000001b3;
+    g_sum ^= g_sum >> 29U;
+}
+
+void Add(std::string_view bytes) {
+    while (bytes.size() >= sizeof(uint64_t)) {
         uint64_t word = 0;
-        std::memcpy(&word, bytes, 8);
-        sum = (sum ^ word) * 0x100000001b3;
-        sum ^= sum >> 29U;
-        bytes += 8;
-        size -= 8;
+        std::memcpy(&word, bytes.data(), sizeof word);
+        Add(word);
+        bytes.remove_prefix(sizeof word);
     }
-    for (; size != 0; --size) {
-        sum = (sum ^ static_cast<unsigned char>(*bytes++)) * 0x100000001b3;
-    }
-    g_sum = sum;
+    uint64_t word = 0;
+    (void)bytes.copy(reinterpret_cast<char*>(&word), sizeof word);
+    Add(word ^ bytes.size() << 56U);
 }
 
 }  // namespace
@@ -44,18 +45,28 @@ void CloseJournal() {
     }
 }
 
-void Note(std::string_view text, std::string_view bytes) {
+void Note(std::initializer_list<Piece> pieces, std::string_view bytes) {
     const Thread* const me = Self();
-    const uint64_t head[2] = {Now(), me == nullptr ? 0 : me->number};
-    Add(reinterpret_cast<const char*>(head), sizeof head);
-    Add(text.data(), text.size());
-    Add(bytes.data(), bytes.size());
-    if (g_file != nullptr) {
-        std::fprintf(g_file, "%llu.%06llu %s %.*s%s\n", static_cast<unsigned long long>(head[0] / 1000000),
-                     static_cast<unsigned long long>(head[0] % 1000000), me == nullptr ? "-" : me->Label().c_str(),
-                     static_cast<int>(text.size()), text.data(),
-                     bytes.empty() ? "" : (" [" + Shown(bytes) + "]").c_str());
+    Add(Now());
+    Add(me == nullptr ? 0 : me->number);
+    for (const Piece& piece : pieces) {
+        if (piece.isNumber_) {
+            Add(piece.number_);
+        } else {
+            Add(piece.text_);
+        }
     }
+    Add(bytes);
+    if (g_file == nullptr) {
+        return;
+    }
+    std::string line;
+    for (const Piece& piece : pieces) {
+        line += piece.isNumber_ ? std::to_string(piece.number_) : piece.text_;
+    }
+    std::fprintf(g_file, "%llu.%06llu %s %s%s\n", static_cast<unsigned long long>(Now() / kSecond),
+                 static_cast<unsigned long long>(Now() % kSecond), me == nullptr ? "-" : me->Label().c_str(),
+                 line.c_str(), bytes.empty() ? "" : (" [" + Shown(bytes) + "]").c_str());
 }
 
 uint64_t JournalSum() {
@@ -77,7 +88,7 @@ std::string Shown(std::string_view bytes, size_t most) {
 }
 
 void Violation(const std::string& text) {
-    Note("VIOLATION: " + text);
+    Note({"VIOLATION: ", text});
     if (g_file != nullptr) {
         std::fflush(g_file);
     }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -12,8 +13,23 @@ namespace sim {
 void OpenJournal(std::FILE* file);
 void CloseJournal();
 
-/// Adds a line, with the time and the thread. The bytes behind the text become readable only in the file.
-void Note(std::string_view text, std::string_view bytes = {});
+/// A piece of a line: a text or a number. It becomes readable only in the file.
+class Piece {
+public:
+    Piece(const char* text) : text_(text) {}
+    Piece(const std::string& text) : text_(text) {}
+    Piece(uint64_t number) : number_(number), isNumber_(true) {}
+
+private:
+    friend void Note(std::initializer_list<Piece> pieces, std::string_view bytes);
+
+    std::string_view text_;
+    uint64_t number_{};
+    bool isNumber_ = false;
+};
+
+/// Adds a line, with the time and the thread.
+void Note(std::initializer_list<Piece> pieces, std::string_view bytes = {});
 
 /// A sum over all lines until now.
 uint64_t JournalSum();

@@ -16,22 +16,21 @@ class Observer {
 public:
     virtual ~Observer() = default;
 
-    virtual void OnLog(Thread& thread, uint32_t level, const std::string& unit, uint32_t module,
-                       const std::string& text) = 0;
+    virtual void OnLog(Thread& thread, uint32_t level, const char* unit, uint32_t module, const std::string& text) = 0;
     virtual void OnLock(Thread& thread, const void* mutex) = 0;
     virtual void OnUnlock(Thread& thread, const void* mutex) = 0;  // at the beginning
     enum class Hold { kRead, kWrite, kRelease };
     virtual void OnHold(Thread& thread, Hold hold) = 0;  // of a reader-writer lock
     virtual void OnTime(Thread& thread, uint64_t time) = 0;
-    virtual void OnEvent(Thread& thread, uint32_t id, const Bytes& data, uint32_t result) = 0;
-    virtual void OnSend(Thread& thread, const TagMsgBlock& message, const Bytes& data, uint32_t result) = 0;
-    virtual void OnAsk(Thread& thread, const TagMsgBlock& message, const Bytes& data,
-                       uint32_t timeout) = 0;                                        // likewise
-    virtual void OnAnswer(Thread& thread, uint32_t result, const Bytes& reply) = 0;  // to what it asked
-    virtual void OnReply(Thread& thread, const Bytes& data, uint32_t result) = 0;
+    virtual void OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t result) = 0;
+    virtual void OnSend(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t result) = 0;
+    virtual void OnAsk(Thread& thread, const TagMsgBlock& message, BytesView data,
+                       uint32_t timeout) = 0;                                     // likewise
+    virtual void OnAnswer(Thread& thread, uint32_t result, BytesView reply) = 0;  // to what it asked
+    virtual void OnReply(Thread& thread, BytesView data, uint32_t result) = 0;
     virtual void OnSleep(Thread& thread, uint32_t seconds) = 0;
     virtual void OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) = 0;
-    virtual void OnHandler(Thread& thread, const TagMsgBlock& message, const Bytes& data) = 0;  // it begins
+    virtual void OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) = 0;  // it begins
     virtual void OnHandled(Thread& thread, uint32_t result) = 0;
     virtual void OnThreadEnd(Thread& thread) = 0;
     virtual void OnEnd(Process& process) = 0;

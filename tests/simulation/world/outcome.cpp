@@ -112,7 +112,7 @@ void FinishOutcome() {
 }
 
 void Count(Fault fault) {
-    Note(std::string("FAULT ") + NameOf(fault));
+    Note({"FAULT ", NameOf(fault)});
     ++g_outcome->faults[static_cast<size_t>(fault)];
 }
 

@@ -47,11 +47,11 @@ Process& StartProcess(const std::string& kind, std::function<void()> main) {
     Process& process = *All().back();
     process.number = static_cast<uint32_t>(All().size());
     process.kind = kind;
-    Note("start " + process.Label());
+    Note({"start ", process.Label()});
     Spawn(process, "main", [&process, main = std::move(main)] {
         main();
         const InPlatform ending;
-        Note("end of " + process.Label());
+        Note({"end of ", process.Label()});
         End(process);
     });
     return process;
@@ -63,7 +63,7 @@ void KillProcess(Process& process) {
     }
     const InPlatform platform;
     Count(process.killedBy);
-    Note("kill " + process.Label());
+    Note({"kill ", process.Label()});
     End(process);
 }
 

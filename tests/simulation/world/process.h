@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 namespace sim {
 
 using Bytes = std::vector<unsigned char>;
+using BytesView = std::span<const unsigned char>;
 
 struct Process;
 

@@ -1,10 +1,11 @@
-// Threads are few, so that looking through all of them is the quickest way.
+// Turns are taken by whoever is picked of those that can run.
 #include "world/scheduler.h"
 
 #include <algorithm>
 #include <map>
 #include <utility>
 
+#include "world/blocked.h"
 #include "world/choices.h"
 #include "world/journal.h"
 #include "world/observer.h"
@@ -18,9 +19,10 @@ namespace {
 struct State {
     std::vector<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> ready;
-    std::vector<Thread*> blocked;
+    Blocked blocked;
     std::multimap<Micros, std::function<void()>> events;
     uint64_t lastThread{};
+    uint64_t lastEnded{};  // by itself
     uint32_t preemption{};
     uint32_t untilPreemption{};  // 0: never
 };
@@ -66,23 +68,21 @@ void MakeReady(Thread& thread) {
     The().ready.push_back(&thread);
 }
 
-template <typename Condition>
-void Unblock(Condition which) {
-    State& state = The();
-    size_t kept = 0;
-    for (Thread* const thread : state.blocked) {
-        if (which(*thread)) {
-            MakeReady(*thread);
-        } else {
-            state.blocked[kept++] = thread;
-        }
-    }
-    state.blocked.resize(kept);
+void Unblock(Thread& thread, bool timedOut) {
+    The().blocked.Remove(thread);
+    thread.timedOut = timedOut;
+    MakeReady(thread);
+}
+
+Micros Earliest() {
+    const Thread* const first = The().blocked.First();
+    return first == nullptr ? kNever : first->until;
 }
 
 void TimeOut() {
-    const Micros now = g_now;
-    Unblock([now](Thread& thread) { return thread.timedOut = thread.until <= now; });
+    while (Earliest() <= g_now) {
+        Unblock(*The().blocked.First(), true);
+    }
 }
 
 void Happen() {
@@ -94,25 +94,21 @@ void Happen() {
     }
 }
 
-std::string Blocked() {
+std::string ShowBlocked() {
     std::string text;
-    for (const Thread* const thread : The().blocked) {
-        text += "; " + thread->Label() + " waits for " + thread->waitsFor;
-    }
+    The().blocked.ForEach(
+        [&text](const Thread& thread) { text += "; " + thread.Label() + " waits for " + thread.waitsFor; });
     return text;
 }
 
 // Nobody can run: the clock goes on to the next wake-up. What happens at the very same time may come first or last.
 void Jump() {
     State& state = The();
-    Micros wakeUp = kNever;
-    for (const Thread* const thread : state.blocked) {
-        wakeUp = std::min(wakeUp, thread->until);
-    }
     const Micros event = state.events.empty() ? kNever : state.events.begin()->first;
+    const Micros wakeUp = Earliest();
     const Micros next = std::min(wakeUp, event);
     if (next == kNever) {
-        Violation("deadlock: every thread waits for ever" + Blocked());
+        Violation("deadlock: every thread waits for ever" + ShowBlocked());
     }
     g_now = next;
     const bool both = wakeUp == event;
@@ -138,6 +134,7 @@ void RunOne() {
     thread.fiber.Enter();
     g_current = nullptr;
     if (thread.state == Thread::State::kEnded) {
+        state.lastEnded = thread.number;
         std::erase_if(state.threads, [&thread](const auto& each) { return each.get() == &thread; });
     }
 }
@@ -173,21 +170,19 @@ Thread& Spawn(Process& process, std::string name, std::function<void()> body) {
 bool Wait(const char* waitsFor, const void* channel, Micros until) {
     Thread& me = *g_current;
     me.waitsFor = waitsFor;
-    me.channel = channel;
-    me.until = until;
     me.timedOut = until <= g_now;
     if (me.timedOut) {
         MakeReady(me);
     } else {
         me.state = Thread::State::kBlocked;
-        The().blocked.push_back(&me);
+        The().blocked.Add(me, channel, until);
     }
     me.fiber.Leave();
     return !me.timedOut;
 }
 
 void Wake(const void* channel) {
-    Unblock([channel](const Thread& thread) { return thread.channel == channel; });
+    The().blocked.ForEachOn(channel, [](Thread& thread) { Unblock(thread, false); });
 }
 
 void At(Micros when, std::function<void()> happen) {
@@ -218,7 +213,11 @@ void EndThreads(const Process& process) {
     State& state = The();
     const auto isOfProcess = [&process](const Thread* thread) { return thread->process == &process; };
     std::erase_if(state.ready, isOfProcess);
-    std::erase_if(state.blocked, isOfProcess);
+    for (const auto& thread : state.threads) {
+        if (thread->state == Thread::State::kBlocked && isOfProcess(thread.get())) {
+            state.blocked.Remove(*thread);
+        }
+    }
     Thread* const me = g_current;
     std::erase_if(state.threads, [&](const auto& thread) { return thread.get() != me && isOfProcess(thread.get()); });
     if (me != nullptr && isOfProcess(me)) {
@@ -242,7 +241,7 @@ void ForEachThread(const std::function<void(Thread&)>& use) {
 void RunUntilEnd(const Thread& director) {
     State& state = The();
     const uint64_t number = director.number;
-    while (std::ranges::any_of(state.threads, [number](const auto& thread) { return thread->number == number; })) {
+    while (state.lastEnded != number) {
         if (state.ready.empty()) {
             Jump();
         } else {

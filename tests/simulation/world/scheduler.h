@@ -34,9 +34,15 @@ struct Thread {
     unsigned inPlatform{};           // how deep it is within the simulator's own code
     std::vector<const void*> locks;  // what it holds, in the order in which it was taken
 
+    Micros lastArrival{};  // of what it has sent
+
+    void* script{};  // of its process's observer
+
     // While blocked:
-    const void* channel{};
     Micros until{};
+    uint64_t waitNumber{};
+    size_t waitsAt{};  // its places in the scheduler's lists
+    size_t alarmAt{};
     bool timedOut{};
     const char* waitsFor = "";
 
