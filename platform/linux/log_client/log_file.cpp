@@ -44,11 +44,12 @@ uint32_t Prepare(const std::string& path, uint32_t fileSize) {
     return 0;
 }
 
-// The server starts other programs, which must not inherit its log.
-spdlog::file_event_handlers CloseOnExec() {
+// The server starts other programs, which must not inherit its log. The descriptor is noted.
+spdlog::file_event_handlers OnOpen(std::shared_ptr<int> descriptor) {
     spdlog::file_event_handlers handlers;
-    handlers.after_open = [](const spdlog::filename_t& /*name*/, std::FILE* file) {
-        fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    handlers.after_open = [descriptor = std::move(descriptor)](const spdlog::filename_t& /*name*/, std::FILE* file) {
+        *descriptor = fileno(file);
+        fcntl(*descriptor, F_SETFD, FD_CLOEXEC);
     };
     return handlers;
 }
@@ -56,14 +57,19 @@ spdlog::file_event_handlers CloseOnExec() {
 }  // namespace
 
 LogFile::LogFile(std::string path, uint32_t fileCount, uint32_t fileSize)
-    : path_(std::move(path)), fileCount_(fileCount), fileSize_(fileSize) {}
+    : path_(std::move(path)), fileCount_(fileCount), fileSize_(fileSize), descriptor_(std::make_shared<int>(-1)) {}
+
+bool LogFile::IsDeleted() const {
+    struct stat status {};
+    return fstat(*descriptor_, &status) == 0 && status.st_nlink == 0;
+}
 
 uint32_t LogFile::Open() try {
     if (const uint32_t error = Prepare(path_, fileSize_); error != 0) {
         return error;
     }
-    sink_ =
-        std::make_unique<spdlog::sinks::rotating_file_sink_st>(path_, fileSize_, fileCount_ - 1, false, CloseOnExec());
+    sink_ = std::make_unique<spdlog::sinks::rotating_file_sink_st>(path_, fileSize_, fileCount_ - 1, false,
+                                                                   OnOpen(descriptor_));
     sink_->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, "\n"));
     return 0;
 } catch (const std::bad_alloc&) {
@@ -73,7 +79,8 @@ uint32_t LogFile::Open() try {
 }
 
 std::optional<std::string> LogFile::Write(std::string_view line) try {
-    if (!sink_) {
+    if (!sink_ || IsDeleted()) {
+        sink_.reset();
         if (const uint32_t error = Open(); error != 0) {
             return std::generic_category().message(static_cast<int>(error));
         }

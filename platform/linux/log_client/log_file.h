@@ -23,15 +23,19 @@ public:
     uint32_t Open();
 
     /// Writes a line and its line end, down to the system. Returns why this failed. After a failure, the next
-    /// line opens the file anew.
+    /// line opens the file anew, and so does a line after somebody has deleted the file.
     std::optional<std::string> Write(std::string_view line);
 
     const std::string& Path() const { return path_; }
 
 private:
+    // Nobody would ever find what is written to such a file.
+    bool IsDeleted() const;
+
     std::string path_;
     uint32_t fileCount_;
     uint32_t fileSize_;
+    std::shared_ptr<int> descriptor_;  // the sink's
     std::unique_ptr<spdlog::sinks::rotating_file_sink_st> sink_;
 };
 

@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
-
-#include <cerrno>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -15,6 +11,7 @@
 #include "common/history_file.h"
 #include "history/store.h"
 #include "support/own_root.h"
+#include "support/small_disk.h"
 #include "support/temp_folder.h"
 
 namespace support {
@@ -55,21 +52,5 @@ inline std::vector<std::uint64_t> SeqsOf(const std::string& path, const ominspec
     }
     return seqs;
 }
-
-// A small file system, unmounted whatever the test finds.
-class SmallDisk {
-public:
-    SmallDisk() {
-        EXPECT_EQ(mount("tmpfs", folder_.Path().c_str(), "tmpfs", 0, "size=2m,mode=0700"), 0) << std::strerror(errno);
-    }
-    ~SmallDisk() { EXPECT_EQ(umount(folder_.Path().c_str()), 0); }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    std::string Path() const { return folder_.Path(); }
-
-private:
-    const TempFolder folder_;
-};
 
 }  // namespace support
