@@ -49,6 +49,25 @@ uint64_t LeftOf(Clock::time_point deadline) {
     return left > 0 ? static_cast<uint64_t>(left) : 0;
 }
 
+// Waits until the connection is made: sd_bus_call would wait for a daemon that hangs beyond any limit of its own. A
+// negative errno on failure.
+int AwaitConnection(sd_bus* bus, Clock::time_point deadline) {
+    while (sd_bus_is_ready(bus) == 0) {
+        const int worked = sd_bus_process(bus, nullptr);
+        if (worked < 0) {
+            return worked;
+        }
+        const uint64_t left = LeftOf(deadline);
+        if (left == 0) {
+            return -ETIMEDOUT;
+        }
+        if (worked == 0) {
+            (void)sd_bus_wait(bus, left);
+        }
+    }
+    return 0;
+}
+
 // Asks the bus daemon, with at most one text as argument. A negative errno on failure.
 int AskDaemon(sd_bus* bus, const char* method, const char* argument, Clock::time_point deadline, MessagePtr& answer) {
     sd_bus_message* raw = nullptr;
@@ -138,7 +157,10 @@ int AskAll(InspectOwnedItemTaker take, void* context, uint32_t timeoutMs) {
         return result;
     }
     MessagePtr list;
-    result = AskDaemon(bus.get(), "ListNames", nullptr, deadline, list);
+    result = AwaitConnection(bus.get(), deadline);
+    if (result >= 0) {
+        result = AskDaemon(bus.get(), "ListNames", nullptr, deadline, list);
+    }
     if (result < 0) {
         return result;
     }

@@ -252,6 +252,7 @@ uint32_t Join(Process& process, const std::string& name, const OsTaskDescriptor*
         return CannotJoin(result);
     }
     process.name = name;
+    process.unsent.Look(process.bus.get());  // the questions have been sent
     return process.reader.Start(process.bus.get(), process.lock) ? OS_MSG_OK : OS_MSG_ERR_NO_MEMORY;
 }
 
@@ -332,7 +333,7 @@ void Process::ForgetOwed(const std::string& connection) {
 }
 
 void Process::KickIfUnsent() {
-    if (unsent.Any()) {
+    if (Unsent::CountIn(bus.get()) > 0) {
         reader.Kick();
     }
 }

@@ -26,13 +26,13 @@ constexpr size_t kAnswer = 4096;
 // What is left of the last answers reaches a daemon that is alive within milliseconds.
 constexpr std::chrono::seconds kLeaveLimit{2};
 
-size_t CountIn(sd_bus* bus) {
+}  // namespace
+
+size_t Unsent::CountIn(sd_bus* bus) {
     uint64_t count = 0;
     (void)sd_bus_get_n_queued_write(bus, &count);
     return count;
 }
-
-}  // namespace
 
 bool Unsent::HasRoom(size_t payload) const {
     return bytes_ + payload + kEach <= kMostBytes;
@@ -74,7 +74,7 @@ void Unsent::Look(sd_bus* bus) {
         Note(nextAnswer_ > 0 ? nextAnswer_ + kEach : kAnswer);
     }
     nextAnswer_ = 0;
-    told_ = told_ && Any();
+    told_ = told_ && count > 0;
 }
 
 void Unsent::WriteOut(sd_bus* bus, std::unique_lock<std::mutex>& lock) {

@@ -26,8 +26,8 @@ public:
     // Whether nothing more can be sent.
     [[nodiscard]] bool IsFull() const { return !HasRoom(0); }
 
-    // Whether something waits.
-    [[nodiscard]] bool Any() const { return !sizes_.empty(); }
+    // How many messages wait.
+    static size_t CountIn(sd_bus* bus);
 
     // Before the process leaves the bus: writes what waits, with the lock released meanwhile. A daemon that does not
     // take it is given up after a while.

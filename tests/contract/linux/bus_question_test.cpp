@@ -223,6 +223,17 @@ TEST(InspectOwnedItems, AProcessThatHasJustLeftIsNotStartedToBeAsked) {
     EXPECT_FALSE(bus.HasStarted());
 }
 
+TEST(InspectOwnedItems, ADaemonThatHangsIsNotWaitedForBeyondTheLimit) {
+    const PrivateBus bus;
+    bus.Signal(SIGSTOP);
+    std::atomic<uint32_t> asked{OS_MSG_OK};
+    StartThread([&asked] {
+        asked = InspectForEachOwnedItem([](const InspectOwnedItem* /*item*/, void* /*context*/) {}, nullptr, kShort);
+    });
+    EXPECT_TRUE(WaitFor([&asked] { return asked == OS_MSG_ERR_NO_BUS; }));
+    bus.Signal(SIGCONT);
+}
+
 TEST(OsProcJoining, ASilentBusIsWaitedForAsleep) {
     const PrivateBus bus;
     std::atomic<bool> silent{false};
