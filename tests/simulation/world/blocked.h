@@ -2,6 +2,7 @@
 // them for a channel is the quickest way, if what is looked at lies close together.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -19,6 +20,7 @@ public:
         thread.until = until;
         thread.waitNumber = ++lastNumber_;
         ++count_;
+        ++BucketOf(channel);
         if (until != kNever) {
             alarms_.push_back(&thread);
             Rise(alarms_.size() - 1);
@@ -26,6 +28,7 @@ public:
     }
 
     void Remove(Thread& thread) {
+        --BucketOf(waits_[thread.waitsAt].channel);
         waits_[thread.waitsAt] = {};
         if (thread.until != kNever) {
             RemoveAlarm(thread.alarmAt);
@@ -37,6 +40,9 @@ public:
 
     template <typename Use>
     void ForEachOn(const void* channel, Use use) {
+        if (BucketOf(channel) == 0) {
+            return;
+        }
         // Those that are used leave while others are looked at.
         woken_.clear();
         for (const Entry& each : waits_) {
@@ -66,6 +72,12 @@ private:
         const void* channel;
         Thread* thread;  // null: it has left
     };
+
+    // How many wait on channels of about this address: mostly nobody waits for what is given back.
+    uint32_t& BucketOf(const void* channel) {
+        constexpr uintptr_t kGranule = 8;
+        return buckets_[reinterpret_cast<uintptr_t>(channel) / kGranule % buckets_.size()];
+    }
 
     static bool IsBefore(const Thread& one, const Thread& other) {
         return one.until != other.until ? one.until < other.until : one.waitNumber < other.waitNumber;
@@ -120,6 +132,7 @@ private:
 
     std::vector<Entry> waits_;
     size_t count_ = 0;
+    std::array<uint32_t, 256> buckets_{};
     uint64_t lastNumber_ = 0;
     std::vector<Thread*> alarms_;
     std::vector<Thread*> woken_;
