@@ -8,8 +8,8 @@
  * Names are UTF-8 texts of 1 to 15 bytes. A payload is at most OS_MSG_MAX_PAYLOAD bytes.
  * Results are OS_MSG_OK or one of the OS_MSG_ERR codes. Every function may be called from any thread unless it
  * says otherwise. What the bus does not take at once waits to be sent, at most 16 MiB of it, each message counted with
- * 1 KiB beside its payload; whatever would be sent beyond that fails with OS_MSG_ERR_NO_MEMORY. On Linux the bus is D-Bus (https://dbus.freedesktop.org/doc/dbus-specification.html); the
- * mapping is written down in docs/wire-format.md.
+ * 1 KiB beside its payload; whatever would be sent beyond that fails with OS_MSG_ERR_NO_MEMORY. On Linux the bus is
+ * D-Bus (https://dbus.freedesktop.org/doc/dbus-specification.html); the mapping is written down in docs/wire-format.md.
  */
 #ifndef KIVO_OS_MSG_H
 #define KIVO_OS_MSG_H
@@ -115,7 +115,8 @@ struct OsMsgSubscription {
 uint32_t OsProcAttach(const char* procName);
 
 /* Leaves the bus: waiting calls fail with NOT_ATTACHED, message loops return, task threads are joined; unread
- * messages are dropped, and what the bus does not take within two seconds is not sent. Not to be called from a task's own thread (use OsProcRequestDetach there). */
+ * messages are dropped, and what the bus does not take within two seconds is not sent. Not to be called from a task's
+ * own thread (use OsProcRequestDetach there). */
 void OsProcDetach(void);
 
 /* Asks for the same without waiting: message loops return after their current message, OsTaskRun returns. The only
