@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "answering.h"
 #include "area.h"
 #include "common/fd.h"
 #include "copy_process.h"
@@ -302,6 +303,9 @@ std::optional<std::vector<EntryReport>> Drive(const std::vector<Entry>& entries,
         report.limit = LimitOf(report.entry);
         if (signals.Count() > 0) {
             report.remark = "interrupted before";
+        } else if (!Answers(report.entry.source)) {
+            report.outcome = Outcome::kFailed;
+            report.remark = "the source does not answer";
         } else if (const std::string refusal = Refusal(report.entry, rules.copy.area); !refusal.empty()) {
             report.outcome = Outcome::kRefused;
             report.remark = refusal;

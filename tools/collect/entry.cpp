@@ -8,6 +8,7 @@
 
 #include <tinyxml2.h>
 
+#include "answering.h"
 #include "area.h"
 #include "intercept.h"
 #include "kivo/om_log_client.h"
@@ -137,7 +138,8 @@ Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const 
         entry.source = source.empty() ? "" : AbsolutePath(source);
         entry.destination = UniquePlace(area, entry.source, entries.list);
         entry.limit = limit;
-        entry.copy = IsFolder(entry.source) ? InspectCopyDirFile : InspectCopyFile;
+        const bool answers = Answers(entry.source);
+        entry.copy = answers && IsFolder(entry.source) ? InspectCopyDirFile : InspectCopyFile;
         if (entry.source.empty()) {
             return WrongUse("a source is empty");
         }
@@ -147,7 +149,7 @@ Result<Entries> EntriesOfSources(const std::vector<std::string>& sources, const 
         if (entry.destination.size() > kLongestPath) {
             return WrongUse("the path in the area would be longer than 255 bytes: " + entry.destination);
         }
-        if (Overlap(entry.source, entry.destination)) {
+        if (answers && Overlap(entry.source, entry.destination)) {
             std::string text = "the area ";
             text.append(area).append(" lies inside the source ").append(source);
             return WrongUse(text.append("; --area names another one"));
