@@ -1,6 +1,7 @@
 // Reading stops at the first mistake, which is told with its line.
 #include "config.h"
 
+#include <algorithm>
 #include <array>
 #include <set>
 
@@ -55,6 +56,9 @@ std::vector<std::string> ReadCommandLine(const xml::Element& item) {
     return argv;
 }
 
+// The server keeps groups and items in one table: to take such an item back would take the group away.
+constexpr std::array<std::string_view, 2> kGroups{"kivo_group_trace", "unknown_group"};
+
 ItemConfig ReadItem(const xml::Element& element) {
     static constexpr std::array<std::string_view, 3> kKnown{"name", "timeout", "isSync"};
     const Attributes attributes = xml::ReadAttributes(element, kKnown);
@@ -86,6 +90,9 @@ OwnerConfig ReadOwner(const xml::Element& element) {
             throw Mistake{line, "more than " + std::to_string(kMaxItems) + " items"};
         }
         config.items.push_back(ReadItem(*child));
+        if (std::ranges::find(kGroups, config.items.back().name) != std::end(kGroups)) {
+            throw Mistake{line, Quoted(config.items.back().name) + " is the name of a group of the server"};
+        }
         if (!names.insert(config.items.back().name).second) {
             throw Mistake{line, "a second item " + Quoted(config.items.back().name)};
         }
