@@ -60,7 +60,7 @@ done
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto mosquitto-clients)
 # What ./scripts/fuzz needs.
-FUZZ_PACKAGES=(clang libclang-rt-14-dev)
+FUZZ_PACKAGES=(clang libclang-rt-14-dev llvm)
 # What ./scripts/lint needs.
 LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
 
