@@ -62,7 +62,7 @@ DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto m
 # What ./scripts/fuzz needs.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev llvm)
 # What ./scripts/lint needs.
-LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck shellcheck python3-flake8 mypy)
 
 # install_missing PACKAGE...: installs what is not there, as root or through sudo; else prints the command and ends.
 install_missing() {
