@@ -69,7 +69,7 @@ BackgroundRun::BackgroundRun(BackgroundRun&& other) noexcept
 
 BackgroundRun::~BackgroundRun() {
     if (connection_ != nullptr) {
-        connection_->Mail().Forget({lane_, item_});
+        connection_->Mail().Forget({lane_, std::move(item_)});  // no copy: this must not need memory
     }
 }
 

@@ -60,9 +60,9 @@ done
 # What the demo's checks are, and what looks into its package.
 DEMO_PACKAGES=(monitoring-plugins-basic procps libarchive-tools curl mosquitto mosquitto-clients)
 # What ./scripts/fuzz needs.
-FUZZ_PACKAGES=(clang libclang-rt-14-dev)
+FUZZ_PACKAGES=(clang libclang-rt-14-dev llvm)
 # What ./scripts/lint needs.
-LINT_PACKAGES=(clang-format clang-tidy shellcheck python3-flake8 mypy)
+LINT_PACKAGES=(clang-format clang-tidy cppcheck shellcheck python3-flake8 mypy)
 
 # install_missing PACKAGE...: installs what is not there, as root or through sudo; else prints the command and ends.
 install_missing() {

@@ -1,0 +1,208 @@
+// Each allocation that the requesters' library, the engine client library and the message layer below them make on a
+// road fails once, on whichever thread it is. After each failure the next request is carried out.
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <optional>
+#include <string>
+
+#include "client_fixture.h"
+#include "kivo/om_inspect_engine_client.h"
+#include "kivo/os_msg.h"
+#include "ominspect/client/run.h"
+#include "support/nth_allocation.h"
+
+using namespace support;
+
+namespace {
+
+constexpr unsigned kMostAllocations = 3000;
+constexpr milliseconds kShort{500};  // for what was lost with the allocation
+
+// Lets the first allocation fail, the second, and so on until the road needs no more; `next` must hold each time. How
+// many there were.
+unsigned Everywhere(const std::function<void()>& road, const std::function<bool()>& next) {
+    for (unsigned number = 0; number < kMostAllocations; ++number) {
+        bool happened = false;
+        {
+            const NthAllocation shortage(number);
+            try {
+                road();
+            } catch (const std::bad_alloc&) {  // a C++ library may say so
+            }
+            happened = shortage.Happened();
+        }
+        if (!next()) {
+            ADD_FAILURE() << "after allocation " << number;
+            return number;
+        }
+        if (!happened) {
+            return number;
+        }
+    }
+    ADD_FAILURE() << "no end";
+    return kMostAllocations;
+}
+
+class EveryAllocationOfTheClient : public Client {
+protected:
+    EveryAllocationOfTheClient() : server_(StartServer()), owner_(StartOwner({"ok_item_with_a_name_of_31_bytes"})) {}
+
+    // A run that was given up may still go on: the next one joins it.
+    bool NextRuns() {
+        return Eventually([this] {
+            const auto reply = TheSession().Run(kRequest, kEnough);
+            return reply && reply->result.status == "success";
+        });
+    }
+
+    void Everywhere(unsigned least, const std::function<void(Session& session)>& road) {
+        ASSERT_TRUE(NextRuns());
+        EXPECT_GE(::Everywhere([&] { road(TheSession()); }, [this] { return NextRuns(); }), least);
+    }
+
+    const Request kRequest{"ok_item_with_a_name_of_31_bytes", "an argument that is longer than 15 bytes"};
+
+private:
+    Child server_;
+    Child owner_;
+};
+
+}  // namespace
+
+TEST_F(EveryAllocationOfTheClient, OfARun) {
+    Everywhere(10, [&](Session& session) { (void)session.Run(kRequest, kShort); });
+}
+
+TEST_F(EveryAllocationOfTheClient, OfARunInTheBackground) {
+    Everywhere(20, [&](Session& session) { (void)RunItem(session, kRequest, {}, kShort); });
+}
+
+TEST_F(EveryAllocationOfTheClient, OfStopAndReset) {
+    Everywhere(20, [&](Session& session) {
+        (void)session.Stop(kRequest.item, kShort);
+        (void)session.Reset(kRequest.item, kShort);
+    });
+}
+
+TEST_F(EveryAllocationOfTheClient, OfQuestions) {
+    Everywhere(10, [&](Session& session) {
+        (void)session.State(kRequest.item, kShort);
+        (void)session.List(kShort);
+    });
+}
+
+TEST_F(EveryAllocationOfTheClient, OfTheInventory) {
+    Everywhere(50, [&](Session& session) { (void)session.Items(seconds(5)); });
+}
+
+// A session that could not be opened leaves the bus, and the next one can be.
+TEST_F(EveryAllocationOfTheClient, OfASession) {
+    CloseSession();
+    const unsigned count = ::Everywhere(
+        [] {
+            auto session = Session::Open();
+            if (session) {
+                (void)(*session)->Subscribe();
+            }
+        },
+        [] {
+            auto session = Session::Open();
+            return session && (*session)->State("x", kEnough);
+        });
+    EXPECT_GE(count, 40U);
+}
+
+namespace {
+
+uint32_t Succeed(const char* itemName, const char* /*request*/, tagKivoOmInspectionResult* result) {
+    (void)std::snprintf(result->status, sizeof result->status, "success");
+    (void)std::snprintf(result->text, sizeof result->text, "%s", itemName);
+    return 0;
+}
+
+// This process is owner and server in one: what is said goes over the bus all the same.
+class EveryAllocationOfTheEngineClient : public testing::Test {
+protected:
+    EveryAllocationOfTheEngineClient() {
+        EXPECT_EQ(OsProcAttach("ominspect"), OS_MSG_OK);
+        OsTaskDescriptor server{};
+        std::strcpy(server.name, "iom_srv_task");
+        server.queueDepth = 512;
+        server.handler = [](TagMsgBlock* /*message*/) { return uint32_t{0}; };
+        EXPECT_EQ(OsTaskCreate(&server), OS_MSG_OK);
+        EXPECT_EQ(InspectClientInit("items_of_a_test"), OS_MSG_OK);
+    }
+
+    ~EveryAllocationOfTheEngineClient() override { OsProcDetach(); }
+
+    static InspectHandlerRecord Record(const char* name) {
+        InspectHandlerRecord record{};
+        std::strcpy(record.name, name);
+        record.handler = Succeed;
+        record.timeout = 1000;
+        return record;
+    }
+
+    // The result's text; nothing when there is no result.
+    static std::optional<std::string> Ask(const char* item, uint32_t limit) {
+        char payload[32 + 4 + 3] = {};
+        std::strcpy(payload, item);
+        payload[32] = 2;
+        std::memcpy(payload + 36, "{}", 2);
+        TagMsgBlock block{};
+        std::strcpy(block.dstProcName, "ominspect");
+        std::strcpy(block.dstTaskName, "items_of_a_test");
+        block.msgId = 4;
+        block.data = reinterpret_cast<unsigned char*>(payload);
+        block.dataLen = sizeof payload;
+        TagMsgBlock* reply = nullptr;
+        if (OsMsgSynSend(&block, &reply, limit) != OS_MSG_OK) {
+            return std::nullopt;
+        }
+        std::optional<std::string> text;
+        if (reply->dataLen == sizeof(tagKivoOmInspectionResult)) {
+            const Uncounted own;
+            text = reinterpret_cast<const tagKivoOmInspectionResult*>(reply->data)->text;
+        }
+        OsMsgSynRespFree(reply);
+        return text;
+    }
+
+    static bool NextRuns() {
+        const InspectHandlerRecord record = Record(kItem);
+        return InspectRegHandler(&record, 1) == OS_MSG_OK && Ask(kItem, 60000) == kItem;
+    }
+
+    static constexpr const char* kItem = "ok_item_with_a_name_of_31_bytes";
+
+    const PrivateBus bus_;
+};
+
+}  // namespace
+
+TEST_F(EveryAllocationOfTheEngineClient, OfRegistrationAndRemoval) {
+    const unsigned count = Everywhere(
+        [] {
+            const InspectHandlerRecord records[] = {Record(kItem), Record("another_item_of_this_process")};
+            (void)InspectRegHandler(records, 2);
+            (void)InspectUnRegHandler("another_item_of_this_process");
+        },
+        NextRuns);
+    EXPECT_GE(count, 10U);
+}
+
+TEST_F(EveryAllocationOfTheEngineClient, OfARunAndItsReport) {
+    ASSERT_TRUE(NextRuns());
+    const unsigned count = Everywhere(
+        [] {
+            (void)Ask(kItem, 300);
+            tagKivoOmInspectionResult result{};
+            std::strcpy(result.name, kItem);
+            std::strcpy(result.status, "success");
+            (void)InspectReportResult(&result);
+        },
+        NextRuns);
+    EXPECT_GE(count, 10U);
+}
