@@ -48,7 +48,7 @@ def shortened(build: pathlib.Path, folder: pathlib.Path) -> None:
     assert run.returncode == 1, run.stdout
     shortest = re.search(r"shortest: \S+ --schedule (\S+) \((\d+) choices of (\d+)\)", run.stdout)
     assert shortest is not None, run.stdout
-    assert int(shortest[2]) * 10 < int(shortest[3]), run.stdout
+    assert int(shortest[2]) * 4 < int(shortest[3]), run.stdout
     again = simulate(build, "--images", str(images), "--quiet", "--schedule", shortest[1])
     pathlib.Path(shortest[1]).unlink()
     assert again.returncode == 1, again.stdout

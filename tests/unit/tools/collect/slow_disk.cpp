@@ -15,8 +15,8 @@ namespace {
 // The last name of what the link leads to.
 std::string NameBehind(const std::string& link) {
     std::array<char, PATH_MAX> path{};
-    (void)readlink(link.c_str(), path.data(), path.size() - 1);
-    const std::string text = path.data();
+    const ssize_t size = readlink(link.c_str(), path.data(), path.size());
+    const std::string text(path.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
     return text.substr(text.rfind('/') + 1);
 }
 
