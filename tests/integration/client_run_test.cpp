@@ -15,11 +15,13 @@ namespace {
 class ClientRun : public Client {
 protected:
     Child StartLosingServer(int requests) {
+        const auto starts = TheSession().ServerStarts();
         Child server({LOSING_SERVER_PROGRAM, std::to_string(requests)});
         EXPECT_TRUE(Eventually([this] {
             const auto state = TheSession().State("x", seconds(1));
             return !state && state.Failure().code == ErrorCode::kRefused;
         }));
+        EXPECT_TRUE(Eventually([this, starts] { return TheSession().ServerStarts() > starts; }));
         return server;
     }
 

@@ -52,7 +52,7 @@ def shortened(build: pathlib.Path, folder: pathlib.Path) -> None:
     again = simulate(build, "--images", str(images), "--quiet", "--schedule", shortest[1])
     pathlib.Path(shortest[1]).unlink()
     assert again.returncode == 1, again.stdout
-    wrong = re.compile(r'VIOLATION: .*instead of "log 3 \(13\) "ResultMgr: add requester ')
+    wrong = re.compile(r'VIOLATION: .*instead of "log 3 \(13\) ResultMgr: "add requester ')
     assert wrong.search(run.stdout) and wrong.search(again.stdout), again.stdout
 
 
