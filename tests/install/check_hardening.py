@@ -1,14 +1,17 @@
 #!/usr/bin/python3
-"""Reads from the binaries below the given folders how they are hardened (cmake/Hardening.cmake), by readelf. Prints one line for
-each thing that is missing, and how many binaries have all.
-    check_hardening.py FOLDER..."""
+"""Reads from the binaries below the given folders how they are hardened (cmake/Hardening.cmake), by readelf.
+
+Prints one line for each thing that is missing, and how many binaries have all.
+    check_hardening.py FOLDER...
+"""
 
 import re
 import subprocess
 import sys
 from pathlib import Path
 
-# With _FORTIFY_SOURCE the compiler replaces each call of these; of the other functions those that it cannot prove to fit.
+# With _FORTIFY_SOURCE the compiler replaces each call of these; of the other functions those that it cannot prove to
+# fit.
 ALWAYS_REPLACED = {"printf", "fprintf", "dprintf", "vprintf", "vfprintf", "syslog"}
 # These have calls that are replaced; small libraries may have none.
 MUST_HAVE_REPLACED = re.compile(r"^(ominspect.*|libominspect.so|libkivo_om_log_client.*|libkivo_os_msg.*)$")
@@ -24,7 +27,8 @@ LANDINGS = {
 
 
 def readelf(*arguments: str) -> str:
-    return subprocess.run(["readelf", "-W", *arguments], check=True, capture_output=True, text=True, errors="replace").stdout
+    done = subprocess.run(["readelf", "-W", *arguments], check=True, capture_output=True, text=True, errors="replace")
+    return done.stdout
 
 
 class Binary:
@@ -54,7 +58,8 @@ class Binary:
 
     def called_by_address(self) -> set[int]:
         """The functions that others may call, and those whose address stands in the data."""
-        called = {int(fields[1], 16) for fields in self.symbols if fields[3] == "FUNC" and fields[6] not in ("UND", "ABS")}
+        called = {int(fields[1], 16) for fields in self.symbols
+                  if fields[3] == "FUNC" and fields[6] not in ("UND", "ABS")}
         for line in readelf("-r", str(self.path)).splitlines():
             found = re.match(r"[0-9a-f]+ +[0-9a-f]+ R_\w+_RELATIVE +([0-9a-f]+)", line)
             if found:
@@ -71,7 +76,8 @@ class Binary:
             missing.append("its stack can hold code")
         if re.search(r"LOAD.* RWE ", self.segments) or "TEXTREL" in self.dynamic:
             missing.append("its code can be written to")
-        if not self.field("Type").startswith("DYN") or (self.is_program and not re.search(r"FLAGS_1.*PIE", self.dynamic)):
+        is_movable = self.field("Type").startswith("DYN")
+        if not is_movable or (self.is_program and not re.search(r"FLAGS_1.*PIE", self.dynamic)):
             missing.append("it lies at a fixed address (no PIE)")
         if "__stack_chk_fail" not in self.needed and not HAS_NO_FRAMES.match(self.path.name):
             missing.append("no function watches its stack (stack protector)")
@@ -94,7 +100,8 @@ class Binary:
             return ["there is no function that is called by address"]
         if without and not (self.path.name == HALF_MARKED and len(without) < len(goals) / 2):
             shown = ", ".join(f"{begin + goal:#x}" for goal in sorted(without)[:5])
-            return [f"{len(without)} of {len(goals)} goals of calls are not marked (control-flow protection), as {shown}"]
+            return [f"{len(without)} of {len(goals)} goals of calls are not marked (control-flow protection), "
+                    f"as {shown}"]
         return []
 
 
