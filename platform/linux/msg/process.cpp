@@ -95,7 +95,7 @@ void Dismantle(Process& process, Reader::Lock& lock) {
     }
     process.tasks.clear();
     if (process.state == BusState::kStopping) {
-        process.unsent.WriteOut(process.bus.get(), lock);
+        Unsent::WriteOut(process.bus.get(), lock);
     }
     process.unsent.Clear();
     process.bus.reset();

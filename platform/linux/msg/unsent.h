@@ -31,7 +31,7 @@ public:
 
     // Before the process leaves the bus: writes what waits, with the lock released meanwhile. A daemon that does not
     // take it is given up after a while.
-    void WriteOut(sd_bus* bus, std::unique_lock<std::mutex>& lock);
+    static void WriteOut(sd_bus* bus, std::unique_lock<std::mutex>& lock);
 
     void Clear();
 
