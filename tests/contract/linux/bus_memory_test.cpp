@@ -13,7 +13,6 @@
 #include "linux/asker.h"
 #include "linux/log_reader.h"
 #include "linux/memory_shortage.h"
-#include "linux/no_descriptors.h"
 #include "support/private_bus.h"
 #include "support/raw_connection.h"
 #include "thread_starter.h"
@@ -125,7 +124,7 @@ TEST_F(OsMsgMemoryTest, AThreadThatFoundNoDescriptorTriesAgain) {
     std::atomic<uint32_t> second{OS_MSG_ERR_NO_MEMORY};
     const Gate between;
     {
-        const NoDescriptors none;
+        const NoEvents none;
         StartThread([&, between] {
             first = Ask("peer", "echo").result;
             between.Pass();
@@ -152,7 +151,7 @@ TEST_F(OsMsgMemoryTest, ATaskWhoseThreadCannotBeMadeLeavesItsNameToTheNext) {
 TEST_F(DetachedTest, AProcessThatFoundNoDescriptorJoinsLater) {
     OsMsgRegLogFunc([](const char*) {});
     {
-        const NoDescriptors none;
+        const NoEvents none;
         EXPECT_EQ(OsProcAttach("tester"), OS_MSG_ERR_NO_MEMORY);
     }
     OsMsgRegLogFunc(nullptr);

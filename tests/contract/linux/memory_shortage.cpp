@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
@@ -19,6 +20,7 @@ struct Failures {
 };
 
 std::atomic<int> g_reads{0};
+std::atomic<bool> g_noEvents{false};
 Failures g_allocations;
 Failures g_threads;
 
@@ -53,6 +55,14 @@ void support::FailThreads(int count, int before) {
     Set(g_threads, count, before);
 }
 
+support::NoEvents::NoEvents() {
+    g_noEvents = true;
+}
+
+support::NoEvents::~NoEvents() {
+    g_noEvents = false;
+}
+
 int support::FailuresToCome() {
     return g_reads + g_allocations.count + g_threads.count;
 }
@@ -67,6 +77,15 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
                                                                      void* (*entry)(void*), void* argument) {
     static const auto real = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return Fails(g_threads) ? EAGAIN : real(thread, attributes, entry, argument);
+}
+
+extern "C" __attribute__((visibility("default"))) int eventfd(unsigned int count, int flags) noexcept {
+    static const auto real = reinterpret_cast<decltype(&eventfd)>(dlsym(RTLD_NEXT, "eventfd"));
+    if (g_noEvents) {
+        errno = EMFILE;
+        return -1;
+    }
+    return real(count, flags);
 }
 
 void* operator new(size_t size) {

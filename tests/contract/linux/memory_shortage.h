@@ -1,4 +1,4 @@
-// Lets calls of the libraries under test find no memory, or no room for a thread.
+// Lets calls of the libraries under test find no memory, no room for a thread, or no descriptor.
 #pragma once
 
 namespace support {
@@ -12,7 +12,18 @@ void FailAllocations(int count, int before = 0);
 /// So many of the next threads, whoever asks for them, cannot be made; those of `before` are.
 void FailThreads(int count, int before = 0);
 
-/// How many of them are still to come.
+/// While it lives, no thread gets an eventfd(2). The process keeps its other descriptors: sanitizers need some.
+class NoEvents {
+public:
+    NoEvents();
+    ~NoEvents();
+    NoEvents(const NoEvents&) = delete;
+    NoEvents& operator=(const NoEvents&) = delete;
+    NoEvents(NoEvents&&) = delete;
+    NoEvents& operator=(NoEvents&&) = delete;
+};
+
+/// How many of the counted failures are still to come.
 int FailuresToCome();
 
 }  // namespace support
