@@ -43,8 +43,8 @@ std::optional<Error> InFile(const std::string& path, const std::optional<Error>&
 
 class Properties {
 public:
-    explicit Properties(const Library& library) : library_(library) {}
-    ~Properties() { library_.property_free_all(&first_); }
+    explicit Properties(const Library& library) : mosquitto_(library) {}
+    ~Properties() { mosquitto_.property_free_all(&first_); }
     Properties(const Properties&) = delete;
     Properties& operator=(const Properties&) = delete;
 
@@ -52,7 +52,7 @@ public:
     const mosquitto_property* Get() const { return first_; }
 
 private:
-    const Library& library_;
+    const Library& mosquitto_;
     mosquitto_property* first_ = nullptr;
 };
 
@@ -72,7 +72,7 @@ std::string Broker::TextOf(int code) const {
     if (!said_.empty() && code != MOSQ_ERR_CONN_LOST) {
         return said_;
     }
-    return code == MOSQ_ERR_ERRNO ? SystemText(errno) : library_->strerror(code);
+    return code == MOSQ_ERR_ERRNO ? SystemText(errno) : mosquitto_->strerror(code);
 }
 
 std::optional<Error> Broker::Open(LineUser& user, const Outgoing& will) {
@@ -81,7 +81,7 @@ std::optional<Error> Broker::Open(LineUser& user, const Outgoing& will) {
     if (!library) {
         return library.Failure();
     }
-    library_ = *library;
+    mosquitto_ = *library;
     said_.clear();
     lost_.clear();
     if (auto error = Make(will)) {
@@ -99,50 +99,50 @@ std::optional<Error> Broker::Open(LineUser& user, const Outgoing& will) {
 }
 
 std::optional<Error> Broker::Make(const Outgoing& will) {
-    client_.reset(library_->make(settings_.client.c_str(), true, this));
+    client_.reset(mosquitto_->make(settings_.client.c_str(), true, this));
     if (!client_) {
         return SystemError();
     }
-    library_->connect_v5_callback_set(client_.get(),
-                                      [](mosquitto*, void* self, int reason, int, const mosquitto_property*) {
-                                          static_cast<Broker*>(self)->OnConnect(reason);
-                                      });
-    library_->disconnect_v5_callback_set(
+    mosquitto_->connect_v5_callback_set(client_.get(),
+                                        [](mosquitto*, void* self, int reason, int, const mosquitto_property*) {
+                                            static_cast<Broker*>(self)->OnConnect(reason);
+                                        });
+    mosquitto_->disconnect_v5_callback_set(
         client_.get(), [](mosquitto*, void* self, int reason, const mosquitto_property*) {
             auto& broker = *static_cast<Broker*>(self);
             if (broker.lost_.empty()) {
-                broker.lost_ = reason >= 0x80 ? broker.library_->reason_string(reason) : broker.TextOf(reason);
+                broker.lost_ = reason >= 0x80 ? broker.mosquitto_->reason_string(reason) : broker.TextOf(reason);
             }
         });
-    library_->publish_v5_callback_set(
+    mosquitto_->publish_v5_callback_set(
         client_.get(), [](mosquitto*, void* self, int number, int reason, const mosquitto_property*) {
             auto& broker = *static_cast<Broker*>(self);
-            broker.user_->Acked(number, reason >= 0x80 ? broker.library_->reason_string(reason) : "");
+            broker.user_->Acked(number, reason >= 0x80 ? broker.mosquitto_->reason_string(reason) : "");
         });
-    library_->subscribe_v5_callback_set(
+    mosquitto_->subscribe_v5_callback_set(
         client_.get(), [](mosquitto*, void* self, int, int count, const int* granted, const mosquitto_property*) {
             auto& broker = *static_cast<Broker*>(self);
             if (count > 0 && granted[0] >= 0x80) {
                 broker.lost_ =
-                    std::string("requests cannot be subscribed to: ") + broker.library_->reason_string(granted[0]);
+                    std::string("requests cannot be subscribed to: ") + broker.mosquitto_->reason_string(granted[0]);
             }
         });
-    library_->message_v5_callback_set(client_.get(), [](mosquitto*, void* self, const mosquitto_message* message,
-                                                        const mosquitto_property* properties) {
+    mosquitto_->message_v5_callback_set(client_.get(), [](mosquitto*, void* self, const mosquitto_message* message,
+                                                          const mosquitto_property* properties) {
         static_cast<Broker*>(self)->OnMessage(*message, properties);
     });
-    library_->log_callback_set(client_.get(), [](mosquitto*, void* self, int level, const char* words) {
+    mosquitto_->log_callback_set(client_.get(), [](mosquitto*, void* self, int level, const char* words) {
         if (level == MOSQ_LOG_ERR) {
             static_cast<Broker*>(self)->said_ = words;
         }
     });
-    int code = library_->int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    int code = mosquitto_->int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
     if (code == MOSQ_ERR_SUCCESS) {
-        code = library_->int_option(client_.get(), MOSQ_OPT_RECEIVE_MAXIMUM, kMostIncoming);
+        code = mosquitto_->int_option(client_.get(), MOSQ_OPT_RECEIVE_MAXIMUM, kMostIncoming);
     }
     if (code == MOSQ_ERR_SUCCESS) {
-        code = library_->will_set(client_.get(), will.topic.c_str(), static_cast<int>(will.payload.size()),
-                                  will.payload.data(), kQos, will.isRetained);
+        code = mosquitto_->will_set(client_.get(), will.topic.c_str(), static_cast<int>(will.payload.size()),
+                                    will.payload.data(), kQos, will.isRetained);
     }
     return code == MOSQ_ERR_SUCCESS ? SetSecrets() : std::optional(OtherError(TextOf(code)));
 }
@@ -161,7 +161,7 @@ std::optional<Error> Broker::SetSecrets() {
         const std::string user = content->substr(0, end);
         std::string password = content->substr(std::min(end + 1, content->size()));
         password.erase(std::min(password.find('\n'), password.size()));
-        const int code = library_->username_pw_set(client_.get(), user.c_str(), password.c_str());
+        const int code = mosquitto_->username_pw_set(client_.get(), user.c_str(), password.c_str());
         if (user.empty() || code != MOSQ_ERR_SUCCESS) {
             return InFile(settings_.login,
                           OtherError("the user stands in the first line, the password in the second one"));
@@ -174,25 +174,25 @@ std::optional<Error> Broker::SetSecrets() {
         return error;
     }
     const auto path = [](const std::string& one) { return one.empty() ? nullptr : one.c_str(); };
-    const int code = library_->tls_set(client_.get(), path(settings_.authority), nullptr, path(settings_.certificate),
-                                       path(settings_.key), NoPassPhrase);
+    const int code = mosquitto_->tls_set(client_.get(), path(settings_.authority), nullptr, path(settings_.certificate),
+                                         path(settings_.key), NoPassPhrase);
     return code == MOSQ_ERR_SUCCESS ? std::nullopt
                                     : std::optional(OtherError("authority, certificate or key cannot be read: " +
-                                                               std::string(library_->strerror(code))));
+                                                               std::string(mosquitto_->strerror(code))));
 }
 
 std::optional<Error> Broker::Connect() {
-    Properties properties(*library_);
-    int code = library_->property_add_int32(properties.Out(), MQTT_PROP_MAXIMUM_PACKET_SIZE, kMostPacket);
+    Properties properties(*mosquitto_);
+    int code = mosquitto_->property_add_int32(properties.Out(), MQTT_PROP_MAXIMUM_PACKET_SIZE, kMostPacket);
     if (code == MOSQ_ERR_SUCCESS) {
         // Only the connecting function that waits takes properties. Without a host it goes no further than to keep
         // them.
-        (void)library_->connect_bind_v5(client_.get(), nullptr, 0, 0, nullptr, properties.Get());
+        (void)mosquitto_->connect_bind_v5(client_.get(), nullptr, 0, 0, nullptr, properties.Get());
         const bool isUnix = settings_.host.empty();
         isConnecting_ = true;
         code =
-            library_->connect_bind_async(client_.get(), (isUnix ? settings_.socket : settings_.host).c_str(),
-                                         isUnix ? 0 : settings_.port, static_cast<int>(settings_.keepAlive), nullptr);
+            mosquitto_->connect_bind_async(client_.get(), (isUnix ? settings_.socket : settings_.host).c_str(),
+                                           isUnix ? 0 : settings_.port, static_cast<int>(settings_.keepAlive), nullptr);
     }
     if (code == MOSQ_ERR_SUCCESS || code == MOSQ_ERR_CONN_PENDING) {
         return std::nullopt;
@@ -233,17 +233,17 @@ void Broker::Close(bool politely) {
     isOpen_ = false;
     lookup_.reset();
     if (client_ && politely) {
-        (void)library_->disconnect(client_.get());
+        (void)mosquitto_->disconnect(client_.get());
     }
     client_.reset();
 }
 
 int Broker::Fd() const {
-    return lookup_ ? lookup_->done.Get() : client_ && user_ != nullptr ? library_->socket(client_.get()) : -1;
+    return lookup_ ? lookup_->done.Get() : client_ && user_ != nullptr ? mosquitto_->socket(client_.get()) : -1;
 }
 
 short Broker::Events() const {
-    if (lookup_ || !(isConnecting_ || library_->want_write(client_.get()))) {
+    if (lookup_ || !(isConnecting_ || mosquitto_->want_write(client_.get()))) {
         return POLLIN;
     }
     return POLLIN | POLLOUT;
@@ -266,12 +266,12 @@ void Broker::Handle(short events) {
     const bool wasConnecting = isConnecting_;
     if ((events & POLLOUT) != 0) {
         isConnecting_ = false;
-        Check(library_->loop_write(client_.get(), 1));
+        Check(mosquitto_->loop_write(client_.get(), 1));
     }
     // The handshake of TLS is carried on by the function that reads.
     if (user_ != nullptr &&
         ((events & (POLLIN | POLLHUP | POLLERR)) != 0 || (wasConnecting && !settings_.authority.empty()))) {
-        Check(library_->loop_read(client_.get(), 1));
+        Check(mosquitto_->loop_read(client_.get(), 1));
     }
     // An open line may still have something to read; one that is only being opened comes to nothing. The library's TLS
     // takes the socket's error for itself and would try on for ever.
@@ -282,7 +282,7 @@ void Broker::Handle(short events) {
 
 void Broker::Tend() {
     if (client_ && user_ != nullptr && !lookup_ && !isConnecting_) {
-        Check(library_->loop_misc(client_.get()));
+        Check(mosquitto_->loop_misc(client_.get()));
     }
 }
 
@@ -317,7 +317,7 @@ void Broker::OnConnect(int reason) {
         isOpen_ = true;
         user_->Opened();
     } else {
-        lost_ = std::string("the broker refuses: ") + library_->reason_string(reason);
+        lost_ = std::string("the broker refuses: ") + mosquitto_->reason_string(reason);
     }
 }
 
@@ -327,14 +327,14 @@ void Broker::OnMessage(const mosquitto_message& message, const mosquitto_propert
     incoming.payload.assign(static_cast<const char*>(message.payload), static_cast<std::size_t>(message.payloadlen));
     incoming.isRetained = message.retain;
     char* response = nullptr;
-    (void)library_->property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &response, false);
+    (void)mosquitto_->property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &response, false);
     if (response != nullptr) {
         incoming.responseTopic = response;
         std::free(response);
     }
     void* correlation = nullptr;
     std::uint16_t size = 0;
-    (void)library_->property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &correlation, &size, false);
+    (void)mosquitto_->property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &correlation, &size, false);
     if (correlation != nullptr) {
         incoming.correlation.assign(static_cast<const char*>(correlation), size);
         std::free(correlation);
@@ -346,16 +346,16 @@ Result<int> Broker::Publish(const Outgoing& message) {
     if (!client_ || user_ == nullptr) {
         return OtherError("there is no connection");
     }
-    Properties properties(*library_);
+    Properties properties(*mosquitto_);
     if (!message.correlation.empty() &&
-        library_->property_add_binary(properties.Out(), MQTT_PROP_CORRELATION_DATA, message.correlation.data(),
-                                      static_cast<std::uint16_t>(message.correlation.size())) != MOSQ_ERR_SUCCESS) {
+        mosquitto_->property_add_binary(properties.Out(), MQTT_PROP_CORRELATION_DATA, message.correlation.data(),
+                                        static_cast<std::uint16_t>(message.correlation.size())) != MOSQ_ERR_SUCCESS) {
         return SystemError(ENOMEM);
     }
     int number = 0;
     const int code =
-        library_->publish_v5(client_.get(), &number, message.topic.c_str(), static_cast<int>(message.payload.size()),
-                             message.payload.data(), kQos, message.isRetained, properties.Get());
+        mosquitto_->publish_v5(client_.get(), &number, message.topic.c_str(), static_cast<int>(message.payload.size()),
+                               message.payload.data(), kQos, message.isRetained, properties.Get());
     switch (code) {
         case MOSQ_ERR_SUCCESS:
             return number;
@@ -363,7 +363,7 @@ Result<int> Broker::Publish(const Outgoing& message) {
         case MOSQ_ERR_MALFORMED_UTF8:
         case MOSQ_ERR_PAYLOAD_SIZE:
         case MOSQ_ERR_OVERSIZE_PACKET:
-            return WrongUse(library_->strerror(code));
+            return WrongUse(mosquitto_->strerror(code));
         default:
             return OtherError(TextOf(code));
     }
@@ -371,7 +371,7 @@ Result<int> Broker::Publish(const Outgoing& message) {
 
 std::optional<Error> Broker::Subscribe(const std::string& topic) {
     const int code =
-        library_->subscribe_v5(client_.get(), nullptr, topic.c_str(), kQos, MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr);
+        mosquitto_->subscribe_v5(client_.get(), nullptr, topic.c_str(), kQos, MQTT_SUB_OPT_SEND_RETAIN_NEVER, nullptr);
     return code == MOSQ_ERR_SUCCESS ? std::nullopt : std::optional(OtherError(TextOf(code)));
 }
 

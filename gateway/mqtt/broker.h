@@ -70,7 +70,7 @@ private:
     void OnMessage(const mosquitto_message& message, const mosquitto_property* properties);
 
     const BrokerSettings settings_;
-    const Library* library_ = nullptr;
+    const Library* mosquitto_ = nullptr;
     LineUser* user_ = nullptr;  // null while it is closed
     std::unique_ptr<mosquitto, Destroy> client_;
     std::shared_ptr<Lookup> lookup_;
