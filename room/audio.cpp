@@ -242,7 +242,7 @@ Finding CheckSpeaker(const AudioSettings& settings, SoundProbe& probe) {
         return Unknown(settings.playback + " opens; name its mixer in the room's file to have its volume looked at");
     }
     const std::string mixer = settings.mixer.empty() ? "hw:" + std::to_string(device->card) : settings.mixer;
-    const Finding volume = JudgeVolumes(settings, mixer, probe);
+    Finding volume = JudgeVolumes(settings, mixer, probe);
     if (volume.status == Status::Success) {
         return Success(NameOf(*device) + (error ? " is in use, " : " opens, ") + volume.text);
     }

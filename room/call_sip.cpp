@@ -17,7 +17,6 @@
 namespace room {
 namespace {
 
-using ominspect::OtherError;
 using ominspect::SystemError;
 
 // The largest datagram; over a stream the same is taken, and no answer to OPTIONS comes near it.

@@ -19,7 +19,6 @@ namespace room {
 namespace {
 
 using ominspect::Error;
-using ominspect::OtherError;
 using ominspect::Result;
 using ominspect::SystemError;
 using ominspect::UniqueFd;

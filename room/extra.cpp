@@ -87,9 +87,9 @@ std::optional<double> Uptime(const KernelFiles& files) {
 
 // The device's folder below /sys/bus/usb/devices; empty when it is not there.
 std::string FolderOf(const UsbDevice& device, const KernelFiles& files) {
-    const std::string all = "/sys/bus/usb/devices";
+    const std::string all = "/sys/bus/usb/devices/";
     for (const std::string& name : files.Names(all)) {
-        const std::string folder = all + '/' + name;
+        std::string folder = all + name;
         const auto vendor = files.Text(folder + "/idVendor");
         const auto product = files.Text(folder + "/idProduct");
         if (vendor && product && *vendor + ':' + *product == device.id) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include <linux/ethtool.h>
 #include <linux/if_arp.h>
@@ -98,7 +99,7 @@ void AddRoute(std::vector<Link>& links, rtnl_route* route) {
 
 class System : public NetworkProbe {
 public:
-    explicit System(const KernelFiles& files) : files_(files), socket_(nl_socket_alloc(), nl_socket_free) {
+    explicit System(KernelFiles files) : files_(std::move(files)), socket_(nl_socket_alloc(), nl_socket_free) {
         connected_ = socket_ ? nl_connect(socket_.get(), NETLINK_ROUTE) : -NLE_NOMEM;
     }
 

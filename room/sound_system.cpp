@@ -7,6 +7,7 @@
 #include <limits>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include <alsa/asoundlib.h>
 
@@ -85,7 +86,7 @@ int SetUp(snd_pcm_t* pcm, Format& format) {
 template <typename Sample>
 void Append(std::vector<float>& out, const std::vector<std::uint8_t>& bytes, std::size_t samples) {
     const auto* from = reinterpret_cast<const Sample*>(bytes.data());
-    const double full = static_cast<double>(std::numeric_limits<Sample>::max());
+    const auto full = static_cast<double>(std::numeric_limits<Sample>::max());
     std::transform(from, from + samples, std::back_inserter(out),
                    [full](Sample sample) { return static_cast<float>(static_cast<double>(sample) / full); });
 }
@@ -101,25 +102,24 @@ Result<std::vector<float>> ReadSecond(snd_pcm_t* pcm, const Format& format) {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     for (std::size_t frames = 0; frames < wanted;) {
         snd_pcm_sframes_t got = snd_pcm_readi(pcm, block.data(), kBlock);
-        if (got == -EAGAIN || got == 0) {
-            if (std::chrono::steady_clock::now() >= end) {
-                return ominspect::OtherError("no sound comes");
-            }
-            // The library's own wait may never end where a device says that it is ready, and has nothing.
-            std::this_thread::sleep_for(kPause);
-            continue;
-        }
-        if (got < 0 && snd_pcm_recover(pcm, static_cast<int>(got), 1) < 0) {
-            return AlsaError(static_cast<int>(got));
-        }
         if (got > 0) {
             const std::size_t count = static_cast<std::size_t>(got) * format.channels;
             format.sample == SND_PCM_FORMAT_S16 ? Append<std::int16_t>(samples, block, count)
                                                 : Append<std::int32_t>(samples, block, count);
             frames += static_cast<std::size_t>(got);
+            continue;
         }
+        if (std::chrono::steady_clock::now() >= end) {
+            return ominspect::OtherError("no sound comes");
+        }
+        if (got < 0 && got != -EAGAIN && snd_pcm_recover(pcm, static_cast<int>(got), 1) < 0) {
+            return AlsaError(static_cast<int>(got));
+        }
+        // The library's own wait may never end where a device says that it is ready, and has nothing.
+        std::this_thread::sleep_for(kPause);
     }
-    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(format.rate / 4 * format.channels));
+    const std::size_t dropped = std::size_t{format.rate} / 4 * format.channels;
+    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(dropped));
     return samples;
 }
 
@@ -192,7 +192,7 @@ VolumeControl ReadVolume(snd_mixer_elem_t* element) {
 
 class System : public SoundProbe {
 public:
-    explicit System(const KernelFiles& files) : files_(files) { (void)snd_lib_error_set_handler(Silence); }
+    explicit System(KernelFiles files) : files_(std::move(files)) { (void)snd_lib_error_set_handler(Silence); }
 
     // Lines such as "00-03: HDMI 0 : HDMI 0 : playback 1 : capture 1".
     std::vector<SoundDevice> Devices(Direction direction) override {
@@ -275,11 +275,12 @@ public:
 
     std::vector<std::string> EchoCancellers() override {
         std::vector<std::string> found;
-        const std::string folder = "/sys/bus/usb/devices";
+        const std::string folder = "/sys/bus/usb/devices/";
         for (const std::string& device : files_.Names(folder)) {
-            const auto bytes = files_.Bytes(folder + '/' + device + "/descriptors");
+            const std::string path = folder + device;
+            const auto bytes = files_.Bytes(path + "/descriptors");
             if (bytes && CancelsEcho({reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()})) {
-                found.push_back(files_.Text(folder + '/' + device + "/product").value_or("USB device " + device));
+                found.push_back(files_.Text(path + "/product").value_or("USB device " + device));
             }
         }
         for (const std::string& card : Cards()) {
