@@ -1,5 +1,5 @@
 # The toolchain of preset arm64: Debian's cross compiler, its libraries beside those of the building machine
-# (/usr/lib/aarch64-linux-gnu), and QEMU for the tests. ./scripts/arm64 makes a system that has them.
+# (/usr/lib/aarch64-linux-gnu), and QEMU for the tests. ./scripts/foreign makes a system that has them.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

@@ -45,16 +45,18 @@ BENCH_PACKAGES=(libbenchmark-dev valgrind apache2-utils curl)
 INSTALL_TEST_PACKAGES=(
     mmdebstrap systemd-container dbus procps util-linux lintian python3-license-expression openssl iproute2
 )
-# To build for 64-bit Arm and to run the tests, in a system of its own (scripts/arm64): of the building machine's processor...
-ARM64_BUILD_PACKAGES=(
-    g++-aarch64-linux-gnu cmake ninja-build pkg-config ccache qemu-user-static dbus-daemon systemd procps dpkg-dev file
-    libarchive-tools libxml2-utils libcli11-dev python3 openssl sip-tester slapd socat iproute2
+# To build for other processors and to run the tests, in systems of their own (scripts/foreign): of the building machine's...
+FOREIGN_PACKAGES=(
+    cmake ninja-build pkg-config ccache dbus-daemon systemd procps libarchive-tools libxml2-utils libcli11-dev python3
+    python3-jeepney openssl sip-tester slapd socat iproute2
 )
+ARM64_BUILD_PACKAGES=(g++-aarch64-linux-gnu qemu-user-static dpkg-dev file "${FOREIGN_PACKAGES[@]}")
+I386_BUILD_PACKAGES=(g++ "${FOREIGN_PACKAGES[@]}")
 # ... and the libraries of the other one. CLI11 is headers only, the same for each.
 for package in "${BUILD_PACKAGES[@]}" libgtest-dev; do
     case "$package" in
         libcli11-dev) ;;
-        lib*-dev) ARM64_BUILD_PACKAGES+=("$package:arm64") ;;
+        lib*-dev) ARM64_BUILD_PACKAGES+=("$package:arm64") I386_BUILD_PACKAGES+=("$package") ;;
     esac
 done
 # What the demo's checks are, and what looks into its package.

@@ -13,10 +13,10 @@
 /* Whether standard error leads to the journal: it says which socket is its own. Any thread. */
 static inline int OmJournalListens(void) {
     const char* stream = getenv("JOURNAL_STREAM");
-    unsigned long device = 0;
-    unsigned long inode = 0;
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
     struct stat error;
-    return stream != NULL && sscanf(stream, "%lu:%lu", &device, &inode) == 2 && fstat(STDERR_FILENO, &error) == 0 &&
+    return stream != NULL && sscanf(stream, "%llu:%llu", &device, &inode) == 2 && fstat(STDERR_FILENO, &error) == 0 &&
            error.st_dev == device && error.st_ino == inode;
 }
 

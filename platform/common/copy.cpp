@@ -100,7 +100,8 @@ uint64_t CopyInKernel(const Copy& copy, uint64_t limit) {
 uint32_t CopyByHand(const Copy& copy, uint64_t limit) {
     std::array<char, kBufferSize> buffer;
     while (limit > 0) {
-        const ssize_t got = read(copy.src.Get(), buffer.data(), static_cast<size_t>(std::min(limit, kBufferSize)));
+        const ssize_t got =
+            read(copy.src.Get(), buffer.data(), static_cast<size_t>(std::min<uint64_t>(limit, kBufferSize)));
         if (got == 0) {
             return 0;  // the end, or the source became shorter
         }

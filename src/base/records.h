@@ -16,7 +16,7 @@ struct tagKivoOmInspectionRequestMsg {
     char name[OM_INSPECT_NAME_SIZE];  //  0: item name, NUL-terminated
     uint32_t len;                     // 32: bytes of `data` that count
     uint32_t reserved;                // 36: zero
-    const char* data;                 // 40: the request's JSON text, NUL-terminated, not owned
+    alignas(8) const char* data;      // 40: the request's JSON text, NUL-terminated, not owned
 };
 
 /// A JSON text, not owned. `text` must be NUL-terminated; what follows its first NUL is not read.

@@ -49,7 +49,7 @@ void ConfigTransfer::String2Uint32(const std::string& s, unsigned int& out) {
         return;
     }
     try {
-        out = static_cast<unsigned int>(std::stoul(s));  // its low 32 bits
+        out = static_cast<unsigned int>(std::stoull(s));  // the low 32 of its 64 bits
     } catch (const std::invalid_argument&) {
         INSPECT_ERROR("%s err,[%s] Invalid_argument.", kName, s.c_str());
     } catch (const std::out_of_range&) {

@@ -22,7 +22,9 @@ tagKivoOmInspectionItem ReadItem(tinyxml2::XMLElement* element) {
     tagKivoOmInspectionItem item{};
     ConfigTransfer::TransStringAttr(element, "name", static_cast<char*>(item.name), sizeof(item.name));
     ConfigTransfer::TransStringAttr(element, "level", static_cast<char*>(item.level), sizeof(item.level));
-    ConfigTransfer::TransBitAttr(element, {"isSync"}, item.featureBits);
+    long bits = 0;
+    ConfigTransfer::TransBitAttr(element, {"isSync"}, bits);
+    item.featureBits = bits;
     return item;
 }
 

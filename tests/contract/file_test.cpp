@@ -27,7 +27,7 @@ protected:
         return dir_ / name;
     }
 
-    static void SetTimes(const std::string& path, int64_t seconds, int64_t nanoseconds) {
+    static void SetTimes(const std::string& path, int64_t seconds, long nanoseconds) {
         const timespec stamp{seconds, nanoseconds};
         const timespec both[] = {stamp, stamp};
         ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), both, 0), 0);

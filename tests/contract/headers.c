@@ -19,6 +19,9 @@
 #include "ominspect/perfdata.h"
 #include "ominspect/records.h"
 
+// Addresses have 8 bytes, or 4.
+#define ADDRESS sizeof(void*)
+
 #define SIZE(type, bytes) _Static_assert(sizeof(type) == (bytes), "size of " #type)
 #define FIELD(type, field, offset, bytes)                                                \
     _Static_assert(offsetof(type, field) == (offset), "offset of " #field " in " #type); \
@@ -90,7 +93,7 @@ _Static_assert(sizeof(OM_INSPECT_TASK_NAME) == sizeof("iom_srv_task"), "task nam
 
 // ---- messages ----
 
-SIZE(struct TagMsgBlock, 168);
+SIZE(struct TagMsgBlock, 160 + ADDRESS);
 FIELD(struct TagMsgBlock, msgType, 0, 4);
 FIELD(struct TagMsgBlock, uid, 4, 4);
 FIELD(struct TagMsgBlock, reserved0, 8, 4);
@@ -106,20 +109,20 @@ FIELD(struct TagMsgBlock, param, 92, 4);
 FIELD(struct TagMsgBlock, reserved4, 96, 44);
 FIELD(struct TagMsgBlock, replyTaskName, 140, 16);
 FIELD(struct TagMsgBlock, dataLen, 156, 4);
-FIELD(struct TagMsgBlock, data, 160, 8);
+FIELD(struct TagMsgBlock, data, 160, ADDRESS);
 
-SIZE(struct OsTaskDescriptor, 48);
+SIZE(struct OsTaskDescriptor, 32 + 2 * ADDRESS);
 FIELD(struct OsTaskDescriptor, name, 0, 24);
 FIELD(struct OsTaskDescriptor, reserved, 24, 4);
 FIELD(struct OsTaskDescriptor, queueDepth, 28, 4);
-FIELD(struct OsTaskDescriptor, handler, 32, 8);
-FIELD(struct OsTaskDescriptor, entry, 40, 8);
+FIELD(struct OsTaskDescriptor, handler, 32, ADDRESS);
+FIELD(struct OsTaskDescriptor, entry, 32 + ADDRESS, ADDRESS);
 
-SIZE(struct OsMsgEvent, 32);
+SIZE(struct OsMsgEvent, 24 + ADDRESS);
 FIELD(struct OsMsgEvent, taskName, 0, 16);
 FIELD(struct OsMsgEvent, eventId, 16, 4);
 FIELD(struct OsMsgEvent, dataLen, 20, 4);
-FIELD(struct OsMsgEvent, data, 24, 8);
+FIELD(struct OsMsgEvent, data, 24, ADDRESS);
 
 SIZE(struct OsMsgSubscription, 56);
 FIELD(struct OsMsgSubscription, eventId, 0, 4);
@@ -133,10 +136,10 @@ _Static_assert(OS_MSG_EVENT_PROC_RESTART == 2097154, "event id of a process rest
 
 // ---- the other platform libraries ----
 
-SIZE(struct InspectHandlerRecord, 48);
+SIZE(struct InspectHandlerRecord, 32 + 2 * ADDRESS);
 FIELD(struct InspectHandlerRecord, name, 0, 32);
-FIELD(struct InspectHandlerRecord, handler, 32, 8);
-FIELD(struct InspectHandlerRecord, timeout, 40, 4);
+FIELD(struct InspectHandlerRecord, handler, 32, ADDRESS);
+FIELD(struct InspectHandlerRecord, timeout, 32 + ADDRESS, 4);
 
 SIZE(struct KivoOmLogCreation, 76);
 FIELD(struct KivoOmLogCreation, lineSize, 0, 4);
@@ -152,7 +155,7 @@ FIELD(struct OsFileStat, detectTime, 16, 8);
 FIELD(struct OsFileStat, mode, 24, 4);
 FIELD(struct OsFileStat, linkCount, 28, 4);
 
-SIZE(struct OsRwLock, 8);
+SIZE(struct OsRwLock, ADDRESS);
 
 SIZE(struct OsMemUsage, 16);
 FIELD(struct OsMemUsage, bytes, 0, 8);
@@ -165,11 +168,11 @@ FIELD(struct OsMonitorProInfo, timeout, 16, 4);
 SIZE(struct OsSigSet, 128);
 FIELD(struct OsSigSet, words, 0, 128);
 
-SIZE(struct OsTimerParam, 72);
+SIZE(struct OsTimerParam, 64 + ADDRESS);
 FIELD(struct OsTimerParam, mode, 0, 4);
 FIELD(struct OsTimerParam, reserved, 4, 44);
 FIELD(struct OsTimerParam, userData, 48, 8);
 FIELD(struct OsTimerParam, period, 56, 4);
 FIELD(struct OsTimerParam, repeat, 60, 4);
-FIELD(struct OsTimerParam, callback, 64, 8);
+FIELD(struct OsTimerParam, callback, 64, ADDRESS);
 SIZE(OsTimerId, 4);

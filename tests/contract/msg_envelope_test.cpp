@@ -24,8 +24,8 @@ protected:
     static TagMsgBlock Seen(const TagMsgBlock& message) {
         const support::Reply reply = Ask(message);
         TagMsgBlock seen{};
-        EXPECT_EQ(reply.data.size(), 168U);
-        if (reply.data.size() == sizeof(seen)) {
+        EXPECT_EQ(reply.data.size(), sizeof seen);
+        if (reply.data.size() == sizeof seen) {
             std::memcpy(&seen, reply.data.data(), sizeof(seen));
         }
         return seen;

@@ -38,7 +38,7 @@ public:
         param.period = period;
         param.repeat = repeat;
         param.callback = [](uint64_t userData) -> uint32_t {
-            ++g_counts.at(userData);
+            ++g_counts.at(static_cast<size_t>(userData));
             return 1;  // not used by anyone
         };
         EXPECT_EQ(OsTmrCreate(&param, &id_), 0U);

@@ -39,7 +39,7 @@ void Poll(pollfd* fds, nfds_t count, PollTimeout timeout) {
     if (timeout) {
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(*timeout);
         limit.tv_sec = seconds.count();
-        limit.tv_nsec = (*timeout - seconds).count();
+        limit.tv_nsec = static_cast<long>((*timeout - seconds).count());
     }
     ppoll(fds, count, timeout ? &limit : nullptr, nullptr);
 }

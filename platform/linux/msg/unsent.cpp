@@ -31,7 +31,7 @@ constexpr std::chrono::seconds kLeaveLimit{2};
 size_t Unsent::CountIn(sd_bus* bus) {
     uint64_t count = 0;
     (void)sd_bus_get_n_queued_write(bus, &count);
-    return count;
+    return static_cast<size_t>(count);
 }
 
 bool Unsent::HasRoom(size_t payload) const {

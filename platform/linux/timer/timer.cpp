@@ -165,7 +165,7 @@ private:
         const int64_t due = timers_.NextDue().value_or(0);
         itimerspec when{};
         when.it_value.tv_sec = due / kNanosecondsPerSecond;
-        when.it_value.tv_nsec = due % kNanosecondsPerSecond;
+        when.it_value.tv_nsec = static_cast<long>(due % kNanosecondsPerSecond);
         timerfd_settime(fd_, TFD_TIMER_ABSTIME, &when, nullptr);
     }
 

@@ -22,7 +22,7 @@ using namespace std::string_view_literals;
 
 static_assert(!std::is_copy_constructible_v<InspectMsgBlock> && !std::is_copy_assignable_v<InspectMsgBlock>);
 
-static_assert(sizeof(TagMsgBlock) == 168);
+static_assert(sizeof(TagMsgBlock) == 160 + sizeof(void*));
 static_assert(offsetof(TagMsgBlock, msgType) == 0);
 static_assert(offsetof(TagMsgBlock, uid) == 4);
 static_assert(offsetof(TagMsgBlock, reserved0) == 8);

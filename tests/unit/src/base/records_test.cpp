@@ -106,7 +106,7 @@ TEST(RecordsTest, ARequestHas48BytesAndPointsToItsText) {
     const char* text = "{}";
     const tagKivoOmInspectionRequestMsg request{"item", 0x01020304, 0, text};
     Bytes pointer(8);
-    std::memcpy(pointer.data(), &text, 8);
+    std::memcpy(pointer.data(), &text, sizeof text);
     EXPECT_EQ(BytesOf(request), Golden(48).Put(0, "item").Put(32, Bytes{4, 3, 2, 1}).Put(40, pointer).All());
 }
 

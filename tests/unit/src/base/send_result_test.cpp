@@ -31,7 +31,7 @@ TEST_F(SendASyncResultTest, SendsTheBytesToTheClient) {
 
 TEST_F(SendASyncResultTest, LeavesEverythingElseInTheEnvelopeZero) {
     SendASyncResult(0x01020304, {"client", "cli_reply"}, kPayload.data(), 3);
-    support::Bytes expected(168, 0);
+    support::Bytes expected(sizeof(TagMsgBlock), 0);
     const support::Bytes id{0x04, 0x03, 0x02, 0x01};
     std::copy(id.begin(), id.end(), expected.begin() + 48);
     const std::string proc = "client";

@@ -329,15 +329,16 @@ TEST_F(WylogBackupTest, ACollectionWorksOnTheFoldersThatItIsGiven) {
 }
 
 TEST_F(WylogBackupTest, OtherFilesAreCopiedWithTheirTimesOrSaidToLackThem) {
+    const auto then = fs::file_time_type::clock::from_sys(std::chrono::sys_seconds(std::chrono::hours(1)));
     for (const char* name : {"kernel.log", "a;b.log"}) {
         Write(std::string(kSource) + "/" + name, name);
-        fs::last_write_time(std::string(kSource) + "/" + name, fs::file_time_type(std::chrono::hours(1)));
+        fs::last_write_time(std::string(kSource) + "/" + name, then);
     }
     fs::create_directories(kBackup);
     CopyOtherWylogFiles(kSource, kBackup);
     EXPECT_EQ(BackedUp(), (Names{"a;b.log", "kernel.log"}));
-    EXPECT_EQ(fs::last_write_time(std::string(kBackup) + "/kernel.log"), fs::file_time_type(std::chrono::hours(1)));
-    EXPECT_NE(fs::last_write_time(std::string(kBackup) + "/a;b.log"), fs::file_time_type(std::chrono::hours(1)));
+    EXPECT_EQ(fs::last_write_time(std::string(kBackup) + "/kernel.log"), then);
+    EXPECT_NE(fs::last_write_time(std::string(kBackup) + "/a;b.log"), then);
     Lines lines = LogLines();
     std::erase(lines, "3 InspectFile 15: Copy file [kernel.log] success");
     EXPECT_EQ(lines, (Lines{"3 InspectFile 15: Copy file [a;b.log] success",

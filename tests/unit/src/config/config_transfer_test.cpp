@@ -1,6 +1,6 @@
 // Conversion of configuration attributes.
 //
-// The program is linked so that every strtoul of the server, which std::stoul calls, passes through here.
+// The program is linked so that every strtoull of the server, which std::stoull calls, passes through here.
 #include "config/config_transfer.h"
 
 #include <tinyxml2.h>
@@ -16,23 +16,23 @@ using support::LogLines;
 
 namespace {
 
-bool g_readsNumbers = true;  // else strtoul finds none
+bool g_readsNumbers = true;  // else strtoull finds none
 
 }  // namespace
 
 extern "C" {
 
-unsigned long __wrap_strtoul(const char* text, char** end, int base) {
+unsigned long long __wrap_strtoull(const char* text, char** end, int base) {
     if (g_readsNumbers) {
-        return std::strtoull(text, end, base);
+        return strtouq(text, end, base);  // the same function by another name
     }
     *end = const_cast<char*>(text);
     return 0;
 }
 
 // Its name in newer C libraries.
-unsigned long __wrap___isoc23_strtoul(const char* text, char** end, int base) {
-    return __wrap_strtoul(text, end, base);
+unsigned long long __wrap___isoc23_strtoull(const char* text, char** end, int base) {
+    return __wrap_strtoull(text, end, base);
 }
 }
 

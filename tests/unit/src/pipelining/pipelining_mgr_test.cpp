@@ -120,7 +120,7 @@ TEST_F(PipeliningMgrTest, TheEnvelopeIsZeroButForItsFields) {
     Register("item");
     support::OwnerAnswers("success", "");
     Run("item", "{}");
-    Bytes expected(168, 0);
+    Bytes expected(sizeof(TagMsgBlock), 0);
     expected[48] = 4;
     std::memcpy(&expected[56], "owner", 5);
     std::memcpy(&expected[72], "own_task", 8);

@@ -9,7 +9,7 @@
 using kivo::fake::Kind;
 using support::Lines;
 
-static_assert(sizeof(OsMsgEvent) == 32);
+static_assert(sizeof(OsMsgEvent) == 24 + sizeof(void*));
 static_assert(offsetof(OsMsgEvent, taskName) == 0);
 static_assert(offsetof(OsMsgEvent, eventId) == 16);
 static_assert(offsetof(OsMsgEvent, dataLen) == 20);
