@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include <CLI/CLI.hpp>
+
 #include "ominspect/journal.h"
 
 namespace room {

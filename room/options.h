@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 namespace room {
 
 constexpr const char* kProgram = "ominspect-room";

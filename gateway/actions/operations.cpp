@@ -2,6 +2,8 @@
 #include "actions/operations.h"
 
 #include <algorithm>
+#include <new>
+#include <system_error>
 
 #include "common/client_answers.h"
 #include "ominspect/client/group.h"
@@ -19,6 +21,30 @@ std::optional<std::chrono::milliseconds> DurationOf(const ItemOutcome& outcome) 
     }
     return std::chrono::duration_cast<std::chrono::milliseconds>(*outcome.end - *outcome.begin);
 }
+
+// Names whoever gave an order as the cause of its items' runs, until the end of the scope.
+class Claims {
+public:
+    Claims(Runs& runs, const Order& order) : runs_(runs), order_(order) {}
+    ~Claims() {
+        while (count_ > 0) {
+            runs_.Release(order_.items[--count_], order_.who);
+        }
+    }
+    Claims(const Claims&) = delete;
+    Claims& operator=(const Claims&) = delete;
+
+    void Make() {
+        for (; count_ < order_.items.size(); ++count_) {
+            runs_.Claim(order_.items[count_], order_.who);
+        }
+    }
+
+private:
+    Runs& runs_;
+    const Order& order_;
+    std::size_t count_ = 0;
+};
 
 }  // namespace
 
@@ -64,14 +90,24 @@ Result<std::uint64_t> Operations::Begin(Order order) {
     for (auto one = operations_.begin(); one != operations_.end() && operations_.size() >= kMostKept;) {
         one = (*one)->view.end ? operations_.erase(one) : std::next(one);
     }
-    auto& operation = *operations_.emplace_back(std::make_unique<Operation>());
+    auto made = std::make_unique<Operation>();
+    Operation& operation = *made;
     operation.order = std::move(order);
     operation.view.number = ++last_;
     operation.view.kind = operation.order.kind;
     operation.view.items = operation.order.items;
     operation.view.who = operation.order.who;
     operation.view.begin = std::chrono::system_clock::now();
-    operation.thread = std::jthread([this, &operation](const std::stop_token& cancel) { Work(cancel, operation); });
+    operations_.push_back(std::move(made));
+    try {
+        operation.thread = std::jthread([this, &operation](const std::stop_token& cancel) { Work(cancel, operation); });
+    } catch (const std::system_error&) {
+        operations_.pop_back();
+        return Error{ErrorCode::kRefused, "there is no thread for another operation"};
+    } catch (const std::bad_alloc&) {
+        operations_.pop_back();
+        throw;
+    }
     return operation.view.number;
 }
 
@@ -89,34 +125,32 @@ void Operations::Change(Operation& operation, const std::function<void(Operation
 }
 
 void Operations::Work(const std::stop_token& cancel, Operation& operation) {
-    Change(operation, [](OperationView&) {});
     std::optional<client::Error> error;
-    {
-        const auto session = link_.Get();
-        const client::Limit limit(operation.order.limit, cancel);
-        if (!session) {
-            error = client::BusLostError();
-        } else {
-            const bool isRun =
-                operation.order.kind == OperationKind::kRun || operation.order.kind == OperationKind::kGroup;
-            for (const std::string& item : operation.order.items) {
-                if (isRun) {
-                    runs_.Claim(item, operation.order.who);
-                }
-            }
-            error = Carry(*session, limit, operation);
-            for (const std::string& item : operation.order.items) {
-                if (isRun) {
-                    runs_.Release(item, operation.order.who);
-                }
-            }
-        }
+    try {
+        Change(operation, [](OperationView&) {});
+        error = CarryClaimed(cancel, operation);
+    } catch (const std::bad_alloc&) {
+        error = client::Error{client::ErrorCode::kInternal, "no memory"};  // a text that needs none
     }
     Change(operation, [&](OperationView& one) {
         one.error = error;
         one.waits = false;
         one.end = std::chrono::system_clock::now();
     });
+}
+
+std::optional<client::Error> Operations::CarryClaimed(const std::stop_token& cancel, Operation& operation) {
+    const auto session = link_.Get();
+    if (!session) {
+        return client::BusLostError();
+    }
+    const client::Limit limit(operation.order.limit, cancel);
+    if (operation.order.kind != OperationKind::kRun && operation.order.kind != OperationKind::kGroup) {
+        return Carry(*session, limit, operation);
+    }
+    Claims claims(runs_, operation.order);
+    claims.Make();
+    return Carry(*session, limit, operation);
 }
 
 std::optional<client::Error> Operations::Carry(client::Session& session, const client::Limit& limit,

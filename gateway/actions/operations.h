@@ -88,6 +88,7 @@ private:
 
     static json::Value JsonOf(const OperationView& operation);
     void Work(const std::stop_token& cancel, Operation& operation);
+    std::optional<client::Error> CarryClaimed(const std::stop_token& cancel, Operation& operation);
     std::optional<client::Error> Carry(client::Session& session, const client::Limit& limit, Operation& operation);
     std::optional<client::Error> CarryGroup(client::Session& session, const client::Limit& limit, Operation& operation);
     // Changes an operation and tells of it.

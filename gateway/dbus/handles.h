@@ -7,13 +7,12 @@
 
 #include <systemd/sd-bus.h>
 
+#include "common/bus_connection.h"
 #include "common/freed.h"
 
 namespace ominspect::gateway::dbus {
 
-// Without writing what waits: a daemon that hangs would be waited for without end.
-using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_close_unref>>;
-using Message = std::unique_ptr<sd_bus_message, Freed<sd_bus_message_unref>>;
+using Message = BusMessage;
 using Slot = std::unique_ptr<sd_bus_slot, Freed<sd_bus_slot_unref>>;
 
 constexpr const char* kName = "com.kivo.Inspect1";  // on the bus, and of the interface

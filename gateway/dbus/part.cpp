@@ -23,30 +23,7 @@ constexpr const char* kPart = "dbus";
 constexpr std::size_t kMostResults = 1024;
 constexpr std::chrono::seconds kRetryPeriod{2};
 constexpr int kStepMs = 500;
-constexpr std::uint64_t kCallLimitUs = 5'000'000;
-
-dbus::Bus Connect(int& result) {
-    sd_bus* raw = nullptr;
-    result = sd_bus_new(&raw);
-    dbus::Bus bus(raw);
-    if (result >= 0) {
-        result = sd_bus_set_address(raw, OsMsgBusAddress());
-    }
-    if (result >= 0) {
-        result = sd_bus_set_bus_client(raw, 1);
-    }
-    // No message here carries descriptors: a peer that sends some could use up this process's own.
-    if (result >= 0) {
-        result = sd_bus_negotiate_fds(raw, 0);
-    }
-    if (result >= 0) {
-        result = sd_bus_set_method_call_timeout(raw, kCallLimitUs);
-    }
-    if (result >= 0) {
-        result = sd_bus_start(raw);
-    }
-    return bus;
-}
+constexpr std::chrono::seconds kCallLimit{5};
 
 }  // namespace
 
@@ -114,8 +91,8 @@ void DBusPart::Fail(const char* what, int result) {
 }
 
 void DBusPart::Serve() {
-    int result = 0;
-    const dbus::Bus bus = Connect(result);
+    BusConnection bus;
+    int result = OpenBus(bus, kCallLimit);
     if (result < 0) {
         Fail("the bus cannot be reached", result);
         return;

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
+#include "http/arguments.h"
 #include "http/builtin.h"
 #include "http/document.h"
 #include "http/guard.h"
@@ -12,9 +12,7 @@
 namespace ominspect::gateway {
 namespace {
 
-constexpr std::size_t kMostRows = 1000;
 constexpr std::size_t kPictureRows = 50;
-constexpr unsigned kMostSeconds = 86400;
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
@@ -43,88 +41,14 @@ bool Matches(const std::vector<std::string>& road, const std::vector<std::string
                       [](const std::string& one, const std::string& other) { return one == "{}" || one == other; });
 }
 
-std::optional<std::uint64_t> NumberOf(const std::string& text) {
-    std::uint64_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && rest == end ? std::optional(number) : std::nullopt;
-}
-
-// The request's content, an object; an empty one counts as that.
-Result<json::Value> ContentOf(const Request& request) {
-    auto content = request.body.empty() ? Result<json::Value>(json::Value::Object()) : json::Value::Parse(request.body);
-    if (!content || !content->Read().IsObject()) {
-        return WrongUse("the content is no JSON object");
-    }
-    return content;
-}
-
-// Fills in what a run may be given; the error says what is wrong.
-std::optional<Error> ReadRun(json::View content, Order& order) {
-    if (const auto argument = content["argument"]) {
-        const auto text = argument.Text();
-        if (!text) {
-            return WrongUse("argument must be a text");
-        }
-        order.argument = *text;
-    }
-    if (const auto seconds = content["timeoutSeconds"]) {
-        const auto number = seconds.Number();
-        if (!number || *number < 1 || *number > kMostSeconds) {
-            return WrongUse("timeoutSeconds must be a number from 1 to " + std::to_string(kMostSeconds));
-        }
-        order.limit = std::chrono::seconds(static_cast<std::int64_t>(*number));
-    }
-    return std::nullopt;
-}
-
 Response Wrong(const Error& error) {
     return Problem(400, "request", error.text);
 }
 
-std::optional<Error> ReadTime(const Request& request, const char* name, std::optional<TimePoint>& time) {
-    if (const auto text = request.Query(name)) {
-        const auto decoded = Decoded(*text);
-        time = ParseTime(decoded.value_or(""), std::chrono::system_clock::now());
-        if (!time) {
-            return WrongUse(std::string(name) + " must be a time such as 2026-01-31T12:34:56Z, or an age such as 2h");
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<Error> ReadNumber(const Request& request, const char* name, std::optional<std::uint64_t>& number) {
-    if (const auto text = request.Query(name)) {
-        number = NumberOf(*text);
-        if (!number) {
-            return WrongUse(std::string(name) + " must be a number");
-        }
-    }
-    return std::nullopt;
-}
-
-Result<history::Filter> FilterOf(const Request& request) {
-    history::Filter filter;
-    std::optional<std::uint64_t> limit;
-    for (const auto& error : {ReadTime(request, "since", filter.since), ReadTime(request, "until", filter.until),
-                              ReadNumber(request, "before", filter.before), ReadNumber(request, "after", filter.after),
-                              ReadNumber(request, "limit", limit)}) {
-        if (error) {
-            return *error;
-        }
-    }
-    if (limit && (*limit < 1 || *limit > kMostRows)) {
-        return WrongUse("limit must be from 1 to " + std::to_string(kMostRows));
-    }
-    filter.limit = limit.value_or(filter.limit);
-    if (const auto item = request.Query("item")) {
-        filter.item = Decoded(*item);
-    }
-    if (const auto status = request.Query("status")) {
-        filter.status = Decoded(*status);
-    }
-    filter.isOldestFirst = filter.after.has_value();
-    return filter;
+Response SlowDown(std::chrono::seconds retryAfter) {
+    Response response = Problem(429, "slow-down", "too many wrong tokens came from this address");
+    response.headers.emplace_back("Retry-After", std::to_string(retryAfter.count()));
+    return response;
 }
 
 Response FindRows(const std::string& path, const history::Filter& filter) {
@@ -210,6 +134,9 @@ Answer Api::Find(Request& request) {
     if (!parts) {
         return Problem(400, "request", "the path is not well-formed");
     }
+    if (const auto error = DecodeQuery(request)) {
+        return Wrong(*error);
+    }
     if (auto refused = Identify(request)) {
         return *refused;
     }
@@ -254,9 +181,7 @@ std::optional<Response> Api::Identify(Request& request) {
     }
     const auto grant = access_.Check(authorization, cookie, request.source, gateway::Access::Clock::now());
     if (grant.retryAfter.count() > 0) {
-        Response response = Problem(429, "slow-down", "too many wrong tokens came from this address");
-        response.headers.emplace_back("Retry-After", std::to_string(grant.retryAfter.count()));
-        return response;
+        return SlowDown(grant.retryAfter);
     }
     request.role = grant.role;
     request.who = grant.who;
@@ -312,9 +237,7 @@ Answer Api::LogIn(const Request& request, const std::vector<std::string>& /*part
     }
     const auto grant = access_.LogIn(*secret, request.source, gateway::Access::Clock::now());
     if (grant.retryAfter.count() > 0) {
-        Response response = Problem(429, "slow-down", "too many wrong tokens came from this address");
-        response.headers.emplace_back("Retry-After", std::to_string(grant.retryAfter.count()));
-        return response;
+        return SlowDown(grant.retryAfter);
     }
     if (grant.role == Role::kNone) {
         return Problem(401, "token", "there is no such token");

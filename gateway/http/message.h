@@ -20,7 +20,7 @@ const char* WordOf(Role role);  // "none", "look", "act"
 struct Request {
     std::string method;
     std::string path;                            // not decoded
-    std::map<std::string, std::string> query;    // decoded
+    std::map<std::string, std::string> query;    // decoded by the time that a handler sees it
     std::map<std::string, std::string> headers;  // names in small letters
     std::string body;
     std::string source;  // who connects: "unix", or the peer's address

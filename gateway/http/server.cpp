@@ -7,6 +7,8 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
+#include <new>
+#include <string_view>
 #include <thread>
 
 #include <arpa/inet.h>
@@ -29,6 +31,13 @@ struct Exchange {
     Request request;
     std::optional<Response> response;  // of work that was done meanwhile
     bool isBegun = false;
+    bool isShort = false;  // there was no memory for that work
+};
+
+// A request that is being read from the library. Nothing may be thrown through its functions.
+struct Reading {
+    Request& request;
+    bool isShort = false;
 };
 
 std::string SourceOf(MHD_Connection* connection) {
@@ -43,17 +52,42 @@ std::string SourceOf(MHD_Connection* connection) {
     return text[0] == '\0' ? "unknown" : text.data();
 }
 
-MHD_Result TakeHeader(void* request, MHD_ValueKind /*kind*/, const char* name, const char* value) {
-    std::string key(name);
-    std::transform(key.begin(), key.end(), key.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    static_cast<Request*>(request)->headers[key] = value == nullptr ? "" : value;
+MHD_Result TakeHeader(void* cls, MHD_ValueKind /*kind*/, const char* name, const char* value) {
+    auto& reading = *static_cast<Reading*>(cls);
+    try {
+        std::string key(name);
+        std::transform(key.begin(), key.end(), key.begin(),
+                       [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+        reading.request.headers[key] = value == nullptr ? "" : value;
+    } catch (const std::bad_alloc&) {
+        reading.isShort = true;
+    }
     return MHD_YES;
 }
 
-MHD_Result TakeArgument(void* request, MHD_ValueKind /*kind*/, const char* name, const char* value) {
-    static_cast<Request*>(request)->query[name] = value == nullptr ? "" : value;
+MHD_Result TakeArgument(void* cls, MHD_ValueKind /*kind*/, const char* name, const char* value) {
+    auto& reading = *static_cast<Reading*>(cls);
+    try {
+        reading.request.query[name] = value == nullptr ? "" : value;
+    } catch (const std::bad_alloc&) {
+        reading.isShort = true;
+    }
     return MHD_YES;
+}
+
+// The answer to a request for which there is no memory; it takes none of this program's.
+MHD_Result SendNoMemory(MHD_Connection* connection) {
+    static constexpr std::string_view kBody =
+        R"({"type":"urn:ominspect:problem:memory","title":"Service Unavailable","status":503,"detail":"not enough memory"})";
+    MHD_Response* out =
+        MHD_create_response_from_buffer(kBody.size(), const_cast<char*>(kBody.data()), MHD_RESPMEM_PERSISTENT);
+    if (out == nullptr) {
+        return MHD_NO;
+    }
+    (void)MHD_add_response_header(out, MHD_HTTP_HEADER_CONTENT_TYPE, "application/problem+json");
+    const MHD_Result result = MHD_queue_response(connection, MHD_HTTP_SERVICE_UNAVAILABLE, out);
+    MHD_destroy_response(out);
+    return result;
 }
 
 void FreeBody(void* body) {
@@ -111,6 +145,8 @@ private:
     static ssize_t ReadLine(void* cls, std::uint64_t position, char* bytes, size_t size);
     static void FreeLine(void* cls);
 
+    static MHD_Result Take(const Door& door, MHD_Connection* connection, const char* url, const char* method,
+                           const char* data, size_t* size, void** state);
     static MHD_Result Begin(const Door& door, MHD_Connection* connection, const char* url, const char* method,
                             Exchange& exchange);
     MHD_Result Dispatch(MHD_Connection* connection, Exchange& exchange);
@@ -195,7 +231,11 @@ void HttpServer::Core::Work() {
         const Job job = std::move(jobs_.front());
         jobs_.pop_front();
         lock.unlock();
-        job.exchange->response = job.work();
+        try {
+            job.exchange->response = job.work();
+        } catch (const std::bad_alloc&) {
+            job.exchange->isShort = true;
+        }
         MHD_resume_connection(job.connection);
         lock.lock();
     }
@@ -203,7 +243,15 @@ void HttpServer::Core::Work() {
 
 MHD_Result HttpServer::Core::Access(void* cls, MHD_Connection* connection, const char* url, const char* method,
                                     const char* /*version*/, const char* data, size_t* size, void** state) {
-    const Door& door = *static_cast<Door*>(cls);
+    try {
+        return Take(*static_cast<Door*>(cls), connection, url, method, data, size, state);
+    } catch (const std::bad_alloc&) {
+        return SendNoMemory(connection);
+    }
+}
+
+MHD_Result HttpServer::Core::Take(const Door& door, MHD_Connection* connection, const char* url, const char* method,
+                                  const char* data, size_t* size, void** state) {
     if (*state == nullptr) {
         *state = new Exchange;
     }
@@ -216,6 +264,9 @@ MHD_Result HttpServer::Core::Access(void* cls, MHD_Connection* connection, const
         body.append(data, std::min(*size, kMostBody - std::min(body.size(), kMostBody)));
         *size = 0;
         return MHD_YES;
+    }
+    if (exchange.isShort) {
+        return SendNoMemory(connection);
     }
     if (exchange.response) {
         return door.core->Send(connection, exchange.request, *exchange.response);
@@ -231,9 +282,10 @@ MHD_Result HttpServer::Core::Begin(const Door& door, MHD_Connection* connection,
     request.path = url;
     request.isTls = door.isTls;
     request.source = door.isUnix ? "unix" : SourceOf(connection);
-    (void)MHD_get_connection_values(connection, MHD_HEADER_KIND, &TakeHeader, &request);
-    (void)MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &TakeArgument, &request);
-    return MHD_YES;
+    Reading reading{request};
+    (void)MHD_get_connection_values(connection, MHD_HEADER_KIND, &TakeHeader, &reading);
+    (void)MHD_get_connection_values(connection, MHD_GET_ARGUMENT_KIND, &TakeArgument, &reading);
+    return reading.isShort ? SendNoMemory(connection) : MHD_YES;
 }
 
 MHD_Result HttpServer::Core::Dispatch(MHD_Connection* connection, Exchange& exchange) {
@@ -248,8 +300,8 @@ MHD_Result HttpServer::Core::Dispatch(MHD_Connection* connection, Exchange& exch
     if (isEnding_ || jobs_.size() >= kMostWork) {
         return Send(connection, exchange.request, Problem(503, "busy", "too much is asked at once"));
     }
-    MHD_suspend_connection(connection);
     jobs_.push_back({connection, &exchange, std::move(std::get<Later>(answer).work)});
+    MHD_suspend_connection(connection);
     changed_.notify_one();
     return MHD_YES;
 }

@@ -122,7 +122,8 @@ test('wrong requests are told what is wrong', async () => {
     const wrong = await terminal.ask('DELETE', '/api/v1/items');
     assert.deepEqual([wrong.status, wrong.headers.allow], [405, 'GET']);
     assert.equal((await terminal.ask('GET', '/api/v1/items/%00')).status, 400);
-    for (const query of ['limit=0', 'limit=1001', 'limit=x', 'since=soon', 'before=-1']) {
+    assert.equal((await ask('GET', '/healthz?item=%zz')).status, 400);
+    for (const query of ['limit=0', 'limit=1001', 'limit=x', 'since=soon', 'before=-1', 'item=%zz', 'status=a%00b']) {
         assert.equal((await ask('GET', `/api/v1/history?${query}`)).status, 400, query);
     }
 });

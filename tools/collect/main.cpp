@@ -1,6 +1,8 @@
 // ominspect-collect: carries out the commands collect and doctor of ominspectctl, which runs it in its own place.
 #include <memory>
 
+#include <CLI/CLI.hpp>
+
 #include "collect_command.h"
 #include "common/command_line.h"
 #include "doctor/doctor_command.h"
@@ -15,7 +17,7 @@ void AddCollect(CLI::App& app, Chosen& chosen) {
     constexpr int kLongestLimit = 60;
     constexpr int kLongestTotal = 86400;
     const auto options = std::make_shared<CollectOptions>();
-    CLI::App* command = app.add_subcommand("collect", kCollectText);
+    CLI::App* command = app.add_subcommand(kCollectCommand, kCollectText);
     command->add_option("SOURCE", options->sources,
                         "Files and folders to collect instead of the configured entries; each in its own folder");
     command->add_option("--config", options->config, "Take the entries of another configuration file")
@@ -49,12 +51,24 @@ void AddCollect(CLI::App& app, Chosen& chosen) {
     command->callback([options, &chosen] { chosen = [options] { return RunCollect(*options); }; });
 }
 
+void AddDoctor(CLI::App& app, Chosen& chosen) {
+    const auto options = std::make_shared<doctor::DoctorOptions>();
+    CLI::App* command = app.add_subcommand(kDoctorCommand, kDoctorText);
+    command
+        ->add_option(
+            "--config", options->config,
+            "Look at this configuration file alone: what the server makes of each line, and who owns its items")
+        ->type_name("FILE");
+    AddJson(*command, options->json);
+    command->callback([options, &chosen] { chosen = [options] { return doctor::RunDoctor(*options); }; });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     OsMsgSetLogLevel(0);  // the commands tell by themselves what the message layer would
     return RunCommandLine(argc, argv, [](CLI::App& app, Chosen& chosen) {
         AddCollect(app, chosen);
-        doctor::AddDoctor(app, chosen);
+        AddDoctor(app, chosen);
     });
 }

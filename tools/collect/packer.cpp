@@ -189,7 +189,7 @@ private:
             if (auto error = AskToGoOn()) {
                 return error;
             }
-            const std::size_t wanted = std::min<std::uint64_t>(left, buffer_.size());
+            const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer_.size()));
             const std::size_t got = file.note.empty() ? Read(fd, wanted, left, file) : 0;
             std::fill(buffer_.begin() + static_cast<std::ptrdiff_t>(got),
                       buffer_.begin() + static_cast<std::ptrdiff_t>(wanted), '\0');

@@ -5,6 +5,8 @@
 #include <exception>
 #include <map>
 
+#include <CLI/CLI.hpp>
+
 #include "common/text.h"
 
 namespace ominspect {

@@ -6,7 +6,10 @@
 #include <functional>
 #include <string>
 
-#include <CLI/CLI.hpp>
+// The library takes seconds to compile: only files that declare options include it.
+namespace CLI {
+class App;
+}
 
 namespace ominspect {
 
@@ -24,7 +27,9 @@ enum ExitCode : int {
 using Chosen = std::function<ExitCode()>;
 
 // The commands of the program in libexec, as the help names them.
+constexpr const char* kCollectCommand = "collect";
 constexpr const char* kCollectText = "Gathers the device's logs into one package, without the server";
+constexpr const char* kDoctorCommand = "doctor";
 constexpr const char* kDoctorText =
     "Looks at bus, rights, server, owners, configuration, folders and clock, and says what to do";
 

@@ -4,7 +4,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,12 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct CheckOptions {
-    std::string item;
-    std::string cmd;
-    std::chrono::seconds limit{10};
-};
-
 // What the guidelines call it, and its exit code.
 struct State {
     const char* name;
@@ -35,7 +28,7 @@ struct State {
 constexpr State kOk{"OK", static_cast<ExitCode>(0)};
 constexpr State kWarning{"WARNING", static_cast<ExitCode>(1)};
 constexpr State kCritical{"CRITICAL", static_cast<ExitCode>(2)};
-constexpr State kUnknown{"UNKNOWN", static_cast<ExitCode>(3)};
+constexpr State kUnknown{"UNKNOWN", kCheckUnknown};
 
 // An item that took too long is in a critical state; what nobody could ask is unknown.
 State StateOf(const client::ItemResult& result) {
@@ -80,6 +73,8 @@ std::string Performance(double seconds, std::chrono::seconds limit) {
     return data.data();
 }
 
+}  // namespace
+
 ExitCode Check(const CheckOptions& options) {
     const client::Request request{options.item, options.cmd};
     if (const auto error = client::CheckRequest(request)) {
@@ -101,20 +96,6 @@ ExitCode Check(const CheckOptions& options) {
     history.Add(outcome->result, std::chrono::system_clock::now());
     SaveHistory(history);
     return Answer(options, StateOf(outcome->result), outcome->result.text, Performance(seconds, options.limit));
-}
-
-}  // namespace
-
-void AddCheck(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<CheckOptions>();
-    CLI::App* command = app.add_subcommand(
-        "check", "Runs an item and answers as a plugin of a monitoring system: one line, exit code 0 to 3");
-    command->add_option("ITEM", options->item, "Item name, at most 31 bytes")->required();
-    command->add_option("--cmd", options->cmd, "The item's argument, at most 127 bytes")->type_name("TEXT");
-    AddLimit(*command, options->limit, "Time limit, after which the item is stopped (default 10)");
-    command->callback([options, &chosen] { chosen = [options] { return Check(*options); }; });
-    // Wrong use is UNKNOWN.
-    SetWrongUse(*command, kUnknown.code);
 }
 
 }  // namespace ominspect::ctl

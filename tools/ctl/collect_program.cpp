@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -15,24 +14,12 @@
 #include "common/text.h"
 
 namespace ominspect::ctl {
-namespace {
-
-constexpr const char* kCollect = "collect";
-constexpr const char* kDoctor = "doctor";
-
-}  // namespace
 
 // The options that may stand before the command have no values.
 bool IsForCollectProgram(int argc, char** argv) {
     const std::vector<std::string_view> words(argv + std::min(argc, 1), argv + argc);
     const auto command = std::find_if(words.begin(), words.end(), [](auto word) { return !word.starts_with('-'); });
-    return command != words.end() && (*command == kCollect || *command == kDoctor);
-}
-
-void AddCollectProgram(CLI::App& app) {
-    for (const auto& [word, text] : {std::pair(kCollect, kCollectText), std::pair(kDoctor, kDoctorText)}) {
-        app.add_subcommand(word, text);
-    }
+    return command != words.end() && (*command == kCollectCommand || *command == kDoctorCommand);
 }
 
 ExitCode RunCollectProgram(char** argv) {

@@ -19,15 +19,6 @@
 namespace ominspect::ctl {
 namespace {
 
-struct GroupCommandOptions {
-    std::vector<std::string> items;
-    bool all = false;
-    std::string cmd;
-    std::chrono::seconds limit{3600};
-    bool waitForTurn = false;
-    bool json = false;
-};
-
 client::Result<std::vector<std::string>> ConfiguredItems(client::Session& session, const client::Limit& limit) {
     const auto catalogue = session.List(limit);
     if (!catalogue) {
@@ -67,7 +58,7 @@ private:
     std::shared_ptr<GroupDisplay> display_;
 };
 
-std::optional<client::Error> RunOn(client::Session& session, const GroupCommandOptions& options,
+std::optional<client::Error> RunOn(client::Session& session, const GroupOptions& options,
                                    const std::vector<std::string>& items, GroupDisplay& display,
                                    const client::Limit& limit) {
     History history;
@@ -93,7 +84,9 @@ std::optional<client::Error> RunOn(client::Session& session, const GroupCommandO
     return error;
 }
 
-ExitCode Group(const GroupCommandOptions& options) {
+}  // namespace
+
+ExitCode Group(const GroupOptions& options) {
     if (options.items.empty() != options.all) {
         return Fail({client::ErrorCode::kInvalidArgument, "give either item names or --all"}, options.json);
     }
@@ -135,20 +128,6 @@ ExitCode Group(const GroupCommandOptions& options) {
     Complain(error->code == client::ErrorCode::kGroupBusy ? error->text + " (16); --wait waits for its end"
                                                           : error->text);
     return ExitCodeOf(*error);
-}
-
-}  // namespace
-
-void AddGroup(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<GroupCommandOptions>();
-    CLI::App* command = app.add_subcommand("group", "Runs items as a group, and shows how they get on");
-    command->add_option("ITEM", options->items, "Item names, at most 31 bytes each");
-    command->add_flag("--all", options->all, "All configured items");
-    command->add_option("--cmd", options->cmd, "The items' argument, at most 127 bytes")->type_name("TEXT");
-    command->add_flag("--wait", options->waitForTurn, "Wait while the server runs another group of this name");
-    AddLimit(*command, options->limit, "Time limit of the whole run (default 3600)");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return Group(*options); }; });
 }
 
 }  // namespace ominspect::ctl

@@ -1,5 +1,6 @@
 // The command history: what the gateway has kept, without the server and without the bus.
-#include <memory>
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include "commands.h"
@@ -11,23 +12,13 @@
 namespace ominspect::ctl {
 namespace {
 
-struct HistoryOptions {
-    std::string item;
-    std::string status;
-    std::string since;
-    std::string until;
-    std::size_t limit = 50;
-    std::string file;
-    bool json = false;
-};
-
-constexpr std::size_t kMostRows = 100000;
-
 // Fills in a time; false when it is none.
 bool SetTime(std::optional<TimePoint>& time, const std::string& text, TimePoint now) {
     time = ParseTime(text, now);
     return text.empty() || time;
 }
+
+}  // namespace
 
 ExitCode ShowHistory(const HistoryOptions& options) {
     const auto now = std::chrono::system_clock::now();
@@ -55,24 +46,6 @@ ExitCode ShowHistory(const HistoryOptions& options) {
     }
     PrintLine(options.json ? HistoryJson(*rows) : HistoryTable(*rows));
     return kPassed;
-}
-
-}  // namespace
-
-void AddHistory(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<HistoryOptions>();
-    CLI::App* command = app.add_subcommand("history", "Shows what ominspect-gateway has kept, newest first");
-    command->add_option("ITEM", options->item, "One item's runs only, and the gaps");
-    command->add_option("--since", options->since, "From this time on: an age such as 2h or 3d, or a date and time")
-        ->type_name("TIME");
-    command->add_option("--until", options->until, "Up to this time")->type_name("TIME");
-    command->add_option("--status", options->status, "Only results with this status")->type_name("STATUS");
-    command->add_option("--limit", options->limit, "The most rows (default 50)")
-        ->type_name("N")
-        ->check(CLI::Range(std::size_t{1}, kMostRows));
-    command->add_option("--file", options->file, "Another history than the gateway's")->type_name("FILE");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return ShowHistory(*options); }; });
 }
 
 }  // namespace ominspect::ctl

@@ -1,6 +1,5 @@
 // The command list: configured and owned items, with their owners, states and last results.
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,12 +13,6 @@
 
 namespace ominspect::ctl {
 namespace {
-
-struct ListOptions {
-    std::chrono::seconds limit{10};
-    bool names = false;
-    bool json = false;
-};
 
 // The newer one of what the own commands and the gateway have seen.
 std::optional<LastResult> LastOf(const std::string& item, const History& own, const KeptHistory& kept) {
@@ -62,6 +55,8 @@ void ComplainOf(const client::Inventory& inventory) {
     }
 }
 
+}  // namespace
+
 ExitCode List(const ListOptions& options) {
     const client::Limit limit(options.limit);
     const auto session = client::Session::Open();
@@ -86,19 +81,6 @@ ExitCode List(const ListOptions& options) {
     PrintLine(options.json ? ListJson(*rows, inventory->configured, now) : ListTable(*rows, now));
     ComplainOf(*inventory);
     return kPassed;
-}
-
-}  // namespace
-
-void AddList(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<ListOptions>();
-    CLI::App* command = app.add_subcommand(
-        "list", "Lists the items, with their owners and last results: those that your commands saw, and the gateway's");
-    AddLimit(*command, options->limit, "Time limit (default 10)");
-    CLI::Option* names = command->add_flag("--names", options->names, "Print the names only, one in each line");
-    AddJson(*command, options->json);
-    names->excludes("--json");
-    command->callback([options, &chosen] { chosen = [options] { return List(*options); }; });
 }
 
 }  // namespace ominspect::ctl

@@ -1,5 +1,4 @@
 // The commands that ask once: state, reset and stop.
-#include <memory>
 #include <string>
 
 #include "commands.h"
@@ -10,18 +9,6 @@
 
 namespace ominspect::ctl {
 namespace {
-
-struct ItemOptions {
-    std::string item;
-    std::chrono::seconds limit{10};
-    bool json = false;
-};
-
-struct StopOptions {
-    std::uint32_t taskId = 0;
-    std::chrono::seconds limit{10};
-    bool json = false;
-};
 
 // Asks for an item's state, and looks for its owner where the server's answer leaves that open.
 client::Result<ShownState> Ask(client::Session& session, const std::string& item, const client::Limit& limit) {
@@ -49,7 +36,7 @@ ExitCode Show(const ItemOptions& options, ShownState state, const std::string& l
     return kPassed;
 }
 
-ExitCode State(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
+ExitCode AnswerState(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
     const auto state = Ask(session, options.item, limit);
     if (!state) {
         return Fail(options.item, state.Failure(), options.json);
@@ -57,7 +44,7 @@ ExitCode State(client::Session& session, const ItemOptions& options, const clien
     return Show(options, *state, StateTable(options.item, *state));
 }
 
-ExitCode Reset(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
+ExitCode SendReset(client::Session& session, const ItemOptions& options, const client::Limit& limit) {
     const auto before = Ask(session, options.item, limit);
     if (!before) {
         return Fail(options.item, before.Failure(), options.json);
@@ -70,6 +57,21 @@ ExitCode Reset(client::Session& session, const ItemOptions& options, const clien
     return Show(options, after,
                 text::Escaped(options.item) + (after == ShownState::kIdle ? " is idle" : " is idle or unknown"));
 }
+
+using ItemCommand = ExitCode (*)(client::Session&, const ItemOptions&, const client::Limit&);
+
+ExitCode OnItem(const ItemOptions& options, ItemCommand command) {
+    if (const auto error = client::CheckItemName(options.item)) {
+        return Fail(options.item, *error, options.json);
+    }
+    const auto session = client::Session::Open();
+    if (!session) {
+        return Fail(options.item, session.Failure(), options.json);
+    }
+    return command(**session, options, options.limit);
+}
+
+}  // namespace
 
 ExitCode Stop(const StopOptions& options) {
     const auto session = client::Session::Open();
@@ -89,45 +91,12 @@ ExitCode Stop(const StopOptions& options) {
     return *known ? kPassed : kFailed;
 }
 
-using ItemCommand = ExitCode (*)(client::Session&, const ItemOptions&, const client::Limit&);
-
-ExitCode OnItem(const ItemOptions& options, ItemCommand command) {
-    if (const auto error = client::CheckItemName(options.item)) {
-        return Fail(options.item, *error, options.json);
-    }
-    const auto session = client::Session::Open();
-    if (!session) {
-        return Fail(options.item, session.Failure(), options.json);
-    }
-    return command(**session, options, options.limit);
+ExitCode Reset(const ItemOptions& options) {
+    return OnItem(options, SendReset);
 }
 
-void AddItemCommand(CLI::App& app, Chosen& chosen, const char* name, const char* text, ItemCommand run) {
-    const auto options = std::make_shared<ItemOptions>();
-    CLI::App* command = app.add_subcommand(name, text);
-    command->add_option("ITEM", options->item, "Item name, at most 31 bytes")->required();
-    AddLimit(*command, options->limit, "Time limit (default 10)");
-    AddJson(*command, options->json);
-    command->callback([options, run, &chosen] { chosen = [options, run] { return OnItem(*options, run); }; });
-}
-
-}  // namespace
-
-void AddState(CLI::App& app, Chosen& chosen) {
-    AddItemCommand(app, chosen, "state", "Tells whether an item is idle", State);
-}
-
-void AddReset(CLI::App& app, Chosen& chosen) {
-    AddItemCommand(app, chosen, "reset", "Sets an item back to idle; whoever waits for it gets that", Reset);
-}
-
-void AddStop(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<StopOptions>();
-    CLI::App* command = app.add_subcommand("stop", "Stops a running group");
-    command->add_option("TASKID", options->taskId, "The group's task id, as 'ominspectctl group' shows it")->required();
-    AddLimit(*command, options->limit, "Time limit (default 10)");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return Stop(*options); }; });
+ExitCode ShowState(const ItemOptions& options) {
+    return OnItem(options, AnswerState);
 }
 
 }  // namespace ominspect::ctl

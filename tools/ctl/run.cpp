@@ -2,7 +2,6 @@
 #include "ominspect/client/run.h"
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,18 +19,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct RunCommandOptions {
-    std::vector<std::string> items;
-    std::string cmd;
-    std::chrono::seconds limit{310};  // the server gives an item's owner 300 s
-    bool sync = false;
-    bool json = false;
-};
-
 // Shows the results of a run: rows as they come, or one document at the end.
 class RunReport {
 public:
-    explicit RunReport(const RunCommandOptions& options)
+    explicit RunReport(const RunOptions& options)
         : json_(options.json),
           isRun_(client::KindOf({"", options.cmd}) == client::RequestKind::kRun),
           nameWidth_(NameWidth(options.items)),
@@ -118,8 +109,8 @@ client::Result<client::ItemResult> RunSynchronously(client::Session& session, co
     return RunInBackground(session, request, true, limit);
 }
 
-client::Result<client::ItemResult> RunOne(client::Session& session, const RunCommandOptions& options,
-                                          const std::string& item, const client::Limit& limit) {
+client::Result<client::ItemResult> RunOne(client::Session& session, const RunOptions& options, const std::string& item,
+                                          const client::Limit& limit) {
     const client::Request request{item, options.cmd};
     auto result =
         options.sync ? RunSynchronously(session, request, limit) : RunInBackground(session, request, false, limit);
@@ -148,7 +139,7 @@ std::optional<client::Error> EndOfRun(const client::Error& error) {
 }
 
 // Every item is answered for, by a result or an error.
-ExitCode RunAll(const RunCommandOptions& options, RunReport& report) {
+ExitCode RunAll(const RunOptions& options, RunReport& report) {
     for (const std::string& item : options.items) {
         if (const auto error = client::CheckRequest({item, options.cmd})) {
             return report.Add(item, *error);
@@ -180,28 +171,13 @@ ExitCode RunAll(const RunCommandOptions& options, RunReport& report) {
     return highest;
 }
 
-ExitCode Run(const RunCommandOptions& options) {
+}  // namespace
+
+ExitCode Run(const RunOptions& options) {
     RunReport report(options);
     const ExitCode code = RunAll(options, report);
     report.Finish();
     return code;
-}
-
-}  // namespace
-
-void AddRun(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<RunCommandOptions>();
-    CLI::App* command = app.add_subcommand("run", "Runs items, one after the other, and shows their results");
-    command->add_option("ITEM", options->items, "Item names, at most 31 bytes each")->required();
-    command
-        ->add_option("--cmd", options->cmd,
-                     R"(The item's argument, at most 127 bytes; "stop" stops it, "done" resets it)")
-        ->type_name("TEXT");
-    command->add_flag("--sync", options->sync,
-                      "Run synchronously: the server serves nobody else until the item's owner has answered");
-    AddLimit(*command, options->limit, "Time limit of each item, which is stopped then (default 310)");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return Run(*options); }; });
 }
 
 }  // namespace ominspect::ctl

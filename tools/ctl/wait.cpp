@@ -21,12 +21,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kPeriod{200};
 
-struct WaitOptions {
-    std::vector<std::string> items;
-    std::chrono::seconds limit{60};
-    bool json = false;
-};
-
 // What is not there yet.
 struct Missing {
     client::Error reason;
@@ -112,6 +106,8 @@ ExitCode Give(const WaitOptions& options, const client::Error& error, const std:
     return ExitCodeOf(error);
 }
 
+}  // namespace
+
 ExitCode Wait(const WaitOptions& options) {
     for (const std::string& item : options.items) {
         if (const auto error = client::CheckItemName(item)) {
@@ -147,17 +143,6 @@ ExitCode Wait(const WaitOptions& options) {
         }
         Pause(limit);
     }
-}
-
-}  // namespace
-
-void AddWait(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<WaitOptions>();
-    CLI::App* command = app.add_subcommand("wait", "Waits until the server is there, and an owner of each item");
-    command->add_option("ITEM", options->items, "Item names, at most 31 bytes each");
-    AddLimit(*command, options->limit, "Time limit (default 60)");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return Wait(*options); }; });
 }
 
 }  // namespace ominspect::ctl

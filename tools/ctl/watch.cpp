@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -25,16 +24,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct WatchOptions {
-    std::uint64_t count = 0;        // events after which to end; 0: none
-    std::chrono::seconds limit{0};  // 0: none
-    bool json = false;
-};
-
 // How long the end of the program may take when the output is stuck.
 constexpr unsigned kStuckSeconds = 3;
-
-constexpr int kMostEvents = 1000000000;
 
 // Prints the events of the session's thread, and what the waiting thread sees; tells the latter when it is over.
 class Printer {
@@ -106,7 +97,7 @@ private:
 };
 
 // Waits for the printer, a signal or the end of the time limit.
-ExitCode Wait(const WatchOptions& options, Printer& printer, Presence& presence, const EndSignals& signals) {
+ExitCode WaitForEnd(const WatchOptions& options, Printer& printer, Presence& presence, const EndSignals& signals) {
     constexpr std::chrono::milliseconds kLook{500};
     const Clock::time_point deadline = Clock::now() + options.limit;
     pollfd fds[] = {{printer.Fd(), POLLIN, 0}, {signals.Fd(), POLLIN, 0}};
@@ -127,6 +118,8 @@ ExitCode Wait(const WatchOptions& options, Printer& printer, Presence& presence,
     }
 }
 
+}  // namespace
+
 ExitCode Watch(const WatchOptions& options) {
     Printer printer(options);
     const EndSignals signals;  // before the session, whose threads inherit the mask
@@ -144,7 +137,7 @@ ExitCode Watch(const WatchOptions& options) {
         Complain(presence.AbsenceText() + "; waiting for it");  // no error: its events come once it starts
     }
 
-    const ExitCode code = Wait(options, printer, presence, signals);
+    const ExitCode code = WaitForEnd(options, printer, presence, signals);
     (void)alarm(kStuckSeconds);
     if (code == kUnreachable) {
         Complain("the bus was lost");
@@ -155,19 +148,6 @@ ExitCode Watch(const WatchOptions& options) {
     session->reset();
     SaveHistory(printer.Seen());
     return code;
-}
-
-}  // namespace
-
-void AddWatch(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<WatchOptions>();
-    CLI::App* command = app.add_subcommand("watch", "Shows runs as they begin and end, until Ctrl-C");
-    command->add_option("--count", options->count, "End after N events")
-        ->type_name("N")
-        ->check(CLI::Range(1, kMostEvents));
-    AddLimit(*command, options->limit, "End after this time; exit code 4 if --count was not reached");
-    AddJson(*command, options->json, "Print one JSON object per line");
-    command->callback([options, &chosen] { chosen = [options] { return Watch(*options); }; });
 }
 
 }  // namespace ominspect::ctl

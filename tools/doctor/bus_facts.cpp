@@ -2,8 +2,6 @@
 // over a connection of its own, which takes no name.
 #include "doctor/bus_facts.h"
 
-#include <systemd/sd-bus.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -11,6 +9,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/bus_connection.h"
 #include "common/freed.h"
 #include "doctor/person.h"
 #include "kivo/os_msg.h"
@@ -21,13 +20,10 @@ namespace ominspect::doctor {
 namespace {
 
 constexpr std::chrono::seconds kLimit{5};
-constexpr std::uint64_t kCallLimitUs = 2'000'000;
+constexpr std::chrono::seconds kCallLimit{2};
 constexpr const char* kServer = "com.kivo.proc." OM_INSPECT_PROC_NAME;
 constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
 
-// Without writing what waits: a daemon that hangs would be waited for without end.
-using Bus = std::unique_ptr<sd_bus, Freed<sd_bus_close_unref>>;
-using Message = std::unique_ptr<sd_bus_message, Freed<sd_bus_message_unref>>;
 using Credentials = std::unique_ptr<sd_bus_creds, Freed<sd_bus_creds_unref>>;
 
 class Errors {
@@ -42,17 +38,6 @@ public:
 private:
     sd_bus_error error_ = SD_BUS_ERROR_NULL;
 };
-
-Bus Connect() {
-    sd_bus* raw = nullptr;
-    if (sd_bus_new(&raw) < 0) {
-        return nullptr;
-    }
-    Bus bus(raw);
-    const bool connected = sd_bus_set_address(raw, OsMsgBusAddress()) >= 0 && sd_bus_set_bus_client(raw, 1) >= 0 &&
-                           sd_bus_start(raw) >= 0 && sd_bus_set_method_call_timeout(raw, kCallLimitUs) >= 0;
-    return connected ? std::move(bus) : nullptr;
-}
 
 // Reads a text property of the server.
 std::optional<std::string> Version(sd_bus* bus) {
@@ -71,7 +56,7 @@ std::optional<bool> IsGuarded(sd_bus* bus) {
     sd_bus_message* raw = nullptr;
     const int result = sd_bus_call_method(bus, kServer, "/com/kivo/policy", "org.freedesktop.DBus.Properties", "Get",
                                           error.Get(), &raw, "ss", "com.kivo.Policy", "None");
-    const Message reply(raw);
+    const BusMessage reply(raw);
     if (error.Has(SD_BUS_ERROR_ACCESS_DENIED)) {
         return true;
     }
@@ -82,8 +67,8 @@ std::optional<bool> IsGuarded(sd_bus* bus) {
 }
 
 std::optional<ServerFacts> LookAtServer() {
-    const Bus bus = Connect();
-    if (!bus) {
+    BusConnection bus;
+    if (OpenBus(bus, kCallLimit) < 0) {
         return std::nullopt;
     }
     sd_bus_creds* raw = nullptr;

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <ctime>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,11 +27,6 @@
 
 namespace ominspect::doctor {
 namespace {
-
-struct DoctorOptions {
-    std::string config;  // empty: the whole installation
-    bool json = false;
-};
 
 // Says why owners are not shown.
 void ComplainOf(const Result<client::Inventory>& owners) {
@@ -133,6 +127,8 @@ std::vector<Finding> LookAtInstallation() {
     return findings;
 }
 
+}  // namespace
+
 ExitCode RunDoctor(const DoctorOptions& options) {
     if (!options.config.empty()) {
         return LookAtFile(options.config, options.json);
@@ -144,20 +140,6 @@ ExitCode RunDoctor(const DoctorOptions& options) {
         (void)std::fputs(FindingsText(findings, WantsColours(stdout)).c_str(), stdout);
     }
     return IsAnythingWrong(findings) ? kFailed : kPassed;
-}
-
-}  // namespace
-
-void AddDoctor(CLI::App& app, Chosen& chosen) {
-    const auto options = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", kDoctorText);
-    command
-        ->add_option(
-            "--config", options->config,
-            "Look at this configuration file alone: what the server makes of each line, and who owns its items")
-        ->type_name("FILE");
-    AddJson(*command, options->json);
-    command->callback([options, &chosen] { chosen = [options] { return RunDoctor(*options); }; });
 }
 
 }  // namespace ominspect::doctor
