@@ -1,9 +1,10 @@
-// Makes one memory allocation fail: replaces the program's plain operators new and delete, all of them, so that
-// blocks are always freed as they were allocated.
+// Makes one memory allocation fail: replaces the program's plain operators new and delete, all of them.
 #include "support/alloc_failure.h"
 
 #include <cstdlib>
 #include <new>
+
+#include "support/delete_operators.h"
 
 namespace {
 
@@ -66,22 +67,4 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return AllocateNothrow(size);
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
 }

@@ -1,5 +1,4 @@
-// Replaces the program's plain operators new and delete, all of them, so that blocks are always freed as they were
-// allocated.
+// Replaces the program's plain operators new and delete, all of them.
 #include "support/nth_allocation.h"
 
 #include <dlfcn.h>
@@ -12,6 +11,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+
+#include "support/delete_operators.h"
 
 namespace {
 
@@ -148,22 +149,4 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 }
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return Allocate(size, __builtin_return_address(0));
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
 }

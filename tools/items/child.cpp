@@ -104,8 +104,8 @@ int Spawn(const CommandSpec& spec, int out, int err, pid_t& pid) {
 
 }  // namespace
 
-Child::Child(pid_t pid, UniqueFd exitFd, UniqueFd out, UniqueFd err)
-    : pid_(pid), exit_(std::move(exitFd)), out_{std::move(out), {}}, err_{std::move(err), {}} {}
+Child::Child(pid_t pid, UniqueFd exitFd, Stream out, Stream err)
+    : pid_(pid), exit_(std::move(exitFd)), out_(std::move(out)), err_(std::move(err)) {}
 
 Child::Child(Child&& other) noexcept
     : pid_(std::exchange(other.pid_, 0)),
@@ -131,6 +131,10 @@ Result<Child> Child::Start(const CommandSpec& spec) {
     if (!err) {
         return err.Failure();
     }
+    Stream outStream{std::move(out->read), {}};
+    Stream errStream{std::move(err->read), {}};
+    outStream.text.reserve(CommandOutput::kMaxOutput);
+    errStream.text.reserve(CommandOutput::kMaxOutput);
     pid_t pid = 0;
     if (const int number = Spawn(spec, out->write.Get(), err->write.Get(), pid); number != 0) {
         return SystemError(number);
@@ -142,7 +146,7 @@ Result<Child> Child::Start(const CommandSpec& spec) {
         (void)waitpid(pid, nullptr, 0);
         return error;
     }
-    return Child(pid, std::move(exitFd), std::move(out->read), std::move(err->read));
+    return Child(pid, std::move(exitFd), std::move(outStream), std::move(errStream));
 }
 
 bool Child::ReadSome(Stream& stream) {

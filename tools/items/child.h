@@ -16,7 +16,8 @@ namespace ominspect::items {
 // must not ignore SIGCHLD, or exit statuses are lost.
 class Child {
 public:
-    // Starts the command. The error has the system's number.
+    // Starts the command. The error has the system's number. Throws std::bad_alloc; a child that has started needs no
+    // memory any more.
     static Result<Child> Start(const CommandSpec& spec);
 
     // Ends the whole group at once if the leader has not been reaped.
@@ -49,7 +50,7 @@ private:
         std::string text;
     };
 
-    Child(pid_t pid, UniqueFd exitFd, UniqueFd out, UniqueFd err);
+    Child(pid_t pid, UniqueFd exitFd, Stream out, Stream err);
     static bool ReadSome(Stream& stream);
 
     pid_t pid_;  // 0 once reaped; until then neither it nor the group's number can name anything else

@@ -3,6 +3,7 @@
 #include "items/item_table.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "items/mapping.h"
@@ -13,11 +14,12 @@ namespace {
 
 constexpr std::string_view kEnding = "the owner is ending";
 constexpr std::string_view kTooMany = "too many requests wait";
+constexpr std::string_view kNoMemory = "not enough memory";
 
-tagKivoOmInspectionResult EndingResult(const ItemConfig& item) {
+tagKivoOmInspectionResult ResultOf(const ItemConfig& item, std::string_view status, std::string_view text) {
     tagKivoOmInspectionResult result{};
     item.name.copy(result.name, sizeof result.name - 1);
-    SetResult(result, "fail", kEnding);
+    SetResult(result, status, text);
     return result;
 }
 
@@ -62,7 +64,17 @@ CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argumen
             .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle};
 }
 
+// The run has ended, whether or not there is memory to say how.
 tagKivoOmInspectionResult ItemTable::TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome) {
+    try {
+        PublishValues(item, outcome);
+        return MakeResult(item.name, item.argv[0], item.limit, outcome);
+    } catch (const std::bad_alloc&) {
+        return ResultOf(item, "unknown", kNoMemory);
+    }
+}
+
+void ItemTable::PublishValues(const ItemConfig& item, const CommandOutcome& outcome) {
     const auto values = MeasuredBy(outcome);
     bool isTold = false;
     {
@@ -72,7 +84,6 @@ tagKivoOmInspectionResult ItemTable::TakeOutcome(const ItemConfig& item, const C
     if (isTold) {
         publish_(item.name, values);
     }
-    return MakeResult(item.name, item.argv[0], item.limit, outcome);
 }
 
 void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result) {
@@ -90,9 +101,11 @@ void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tag
     {
         const std::lock_guard lock(mutex_);
         if (MustWait(item)) {
-            if (Answer answer = defer_()) {
-                waiting_.push_back({&item, argument, std::move(answer)});
-            } else {
+            // An answer that was deferred is owed: what needs memory comes first.
+            const Waiting& waiting = waiting_.emplace_back(Waiting{&item, argument, std::make_shared<Answer>(), {}});
+            *waiting.answer = defer_();
+            if (!*waiting.answer) {
+                waiting_.pop_back();
                 SetResult(result, "fail", kTooMany);
             }
             return;
@@ -113,69 +126,95 @@ bool ItemTable::MustWait(const ItemConfig& item) const {
 }
 
 CommandRunner::Done ItemTable::Leave(const ItemConfig& item, CommandRunner::Id id) {
-    Answer answer = defer_();
-    if (!answer) {
-        return nullptr;
-    }
+    const auto answer = std::make_shared<Answer>();
+    auto done = DoneOf(item, answer);
     const std::lock_guard lock(mutex_);
     running_.emplace(&item, id);
+    *answer = defer_();
+    if (!*answer) {
+        running_.erase(&item);
+        return nullptr;
+    }
     ++left_;
-    return DoneOf(item, std::move(answer));
+    return done;
 }
 
 // The end of a synchronous run that was left.
-CommandRunner::Done ItemTable::DoneOf(const ItemConfig& item, Answer answer) {
+CommandRunner::Done ItemTable::DoneOf(const ItemConfig& item, std::shared_ptr<Answer> answer) {
     return [this, &item, answer = std::move(answer)](const CommandOutcome& outcome) {
         {
             const std::lock_guard lock(mutex_);
             running_.erase(&item);
             --left_;
         }
-        answer(TakeOutcome(item, outcome));
+        (*answer)(TakeOutcome(item, outcome));
         StartWaiting();
     };
 }
 
-// Starts what has waited and needs to wait no longer; when the runner shuts down, that is refused.
+// Starts what has waited and needs to wait no longer. What cannot be started is refused: nobody would start it later.
 void ItemTable::StartWaiting() {
-    std::deque<Waiting> refused;
+    std::list<Waiting> refused;
     {
         const std::lock_guard lock(mutex_);
         for (auto next = waiting_.begin(); next != waiting_.end() && left_ < maxLeft_;) {
-            if (running_.contains(next->item)) {
-                ++next;
+            const auto waiting = next++;
+            if (running_.contains(waiting->item)) {
                 continue;
             }
-            const auto id = runner_.Start(SpecOf(*next->item, next->argument), DoneOf(*next->item, next->answer));
-            if (id == 0) {
-                refused.swap(waiting_);
-                break;
+            waiting->refusal = TryStart(*waiting);
+            if (waiting->refusal.empty()) {
+                ++left_;
+                waiting_.erase(waiting);
+            } else {
+                refused.splice(refused.end(), waiting_, waiting);
             }
-            running_.emplace(next->item, id);
-            ++left_;
-            next = waiting_.erase(next);
         }
     }
     for (const Waiting& waiting : refused) {
-        waiting.answer(EndingResult(*waiting.item));
+        (*waiting.answer)(ResultOf(*waiting.item, "fail", waiting.refusal));
     }
+}
+
+// With the lock; the reason, if it is not started.
+std::string_view ItemTable::TryStart(const Waiting& waiting) {
+    try {
+        return Start(*waiting.item, waiting.argument, DoneOf(*waiting.item, waiting.answer)) ? "" : kEnding;
+    } catch (const std::bad_alloc&) {
+        return kNoMemory;
+    }
+}
+
+// With the lock. False when the runner shuts down. Throws std::bad_alloc, and has no effect then.
+bool ItemTable::Start(const ItemConfig& item, const std::string& argument, CommandRunner::Done done) {
+    const auto place = running_.emplace(&item, 0).first;
+    try {
+        place->second = runner_.Start(SpecOf(item, argument), std::move(done));
+    } catch (const std::bad_alloc&) {
+        running_.erase(place);
+        throw;
+    }
+    if (place->second == 0) {
+        running_.erase(place);
+        return false;
+    }
+    return true;
 }
 
 void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
     const std::lock_guard lock(mutex_);
     if (!running_.contains(&item)) {
-        const auto id = runner_.Start(SpecOf(item, argument), [this, &item](const CommandOutcome& outcome) {
+        const auto done = [this, &item](const CommandOutcome& outcome) {
             {
                 const std::lock_guard guard(mutex_);
                 running_.erase(&item);
             }
             report_(TakeOutcome(item, outcome));
-        });
-        if (id == 0) {
+        };
+        if (!Start(item, argument, done)) {
             SetResult(result, "fail", kEnding);
             return;
         }
-        running_.emplace(&item, id);
     }
     SetResult(result, "running", "");
 }

@@ -3,9 +3,10 @@
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -54,29 +55,35 @@ public:
     // argument of a run. An asynchronous item is answered with "running" and reported later; a request for one that
     // already runs joins that run. A synchronous item's command is waited for if it is short, else the answer is
     // deferred; the runs of one item follow each other, and at most maxParallel items run this way.
-    // One thread at a time.
+    // One thread at a time. Throws std::bad_alloc and std::system_error; then no run has begun, and no answer is
+    // deferred.
     bool Handle(const std::string& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     // Ends all commands, has their results reported or answered, and refuses further requests.
     void Shutdown();
 
 private:
+    struct Waiting {
+        const ItemConfig* item;
+        std::string argument;
+        std::shared_ptr<Answer> answer;
+        std::string_view refusal;  // why it is not started
+    };
+
     CommandSpec SpecOf(const ItemConfig& item, const std::string& argument) const;
     tagKivoOmInspectionResult TakeOutcome(const ItemConfig& item, const CommandOutcome& outcome);
+    void PublishValues(const ItemConfig& item, const CommandOutcome& outcome);
     void HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& result);
     void RunSync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
     bool MustWait(const ItemConfig& item) const;
     CommandRunner::Done Leave(const ItemConfig& item, CommandRunner::Id id);
-    CommandRunner::Done DoneOf(const ItemConfig& item, Answer answer);
+    CommandRunner::Done DoneOf(const ItemConfig& item, std::shared_ptr<Answer> answer);
     void StartWaiting();
+    std::string_view TryStart(const Waiting& waiting);
+    bool Start(const ItemConfig& item, const std::string& argument, CommandRunner::Done done);
     void RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     std::map<std::string, const ItemConfig*, std::less<>> items_;
-    struct Waiting {
-        const ItemConfig* item;
-        std::string argument;
-        Answer answer;
-    };
 
     const Report report_;
     const Publish publish_;
@@ -86,9 +93,9 @@ private:
     std::mutex mutex_;                       // guards the runs below, and measuring_
     std::set<const ItemConfig*> measuring_;  // whose last run has measured something
     std::map<const ItemConfig*, CommandRunner::Id> running_;
-    std::size_t left_ = 0;         // those of them that are synchronous, and were left to the runner
-    std::deque<Waiting> waiting_;  // synchronous
-    CommandRunner runner_;         // last: its thread uses the rest
+    std::size_t left_ = 0;        // those of them that are synchronous, and were left to the runner
+    std::list<Waiting> waiting_;  // synchronous
+    CommandRunner runner_;        // last: its thread uses the rest
 };
 
 }  // namespace ominspect::items

@@ -2,9 +2,11 @@
 #include "items/jobs.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -27,10 +29,13 @@ void Jobs::Add(Id id, CommandSpec spec, Done done, Clock::time_point requested) 
     job.requested = requested;
 }
 
-void Jobs::Adopt(Jobs other, Id id, Done done) {
-    Job& job = other.jobs_.front();
+void Jobs::Rename(Id id, Done done) {
+    Job& job = jobs_.front();
     job.id = id;
     job.done = std::move(done);
+}
+
+void Jobs::Take(Jobs& other) {
     jobs_.splice(jobs_.end(), other.jobs_);
 }
 
@@ -100,12 +105,18 @@ void Jobs::Advance(Clock::time_point now) {
 }
 
 void Jobs::StartJob(Job& job) {
-    if (auto child = Child::Start(job.spec)) {
-        job.child.emplace(std::move(*child));
-        job.readFrom = Clock::now() + kQuiet;
-    } else {
-        job.outcome = CommandOutcome{CommandOutcome::End::kNotStarted, child.Failure().number, {}};
+    int error = ENOMEM;
+    try {
+        auto child = Child::Start(job.spec);
+        if (child) {
+            job.child.emplace(std::move(*child));
+            job.readFrom = Clock::now() + kQuiet;
+            return;
+        }
+        error = child.Failure().number;
+    } catch (const std::bad_alloc&) {
     }
+    job.outcome = CommandOutcome{CommandOutcome::End::kNotStarted, error, {}};
 }
 
 void Jobs::EndJob(Job& job, CommandOutcome::End why, Clock::time_point now) const {
@@ -168,7 +179,16 @@ Jobs::Clock::time_point Jobs::NextDeadline() const {
     return next;
 }
 
+// Without memory for the descriptors a moment passes instead.
 void Jobs::Wait(int wake) {
+    try {
+        WaitFor(wake);
+    } catch (const std::bad_alloc&) {
+        (void)poll(nullptr, 0, static_cast<int>(kQuiet.count()));
+    }
+}
+
+void Jobs::WaitFor(int wake) {
     const auto now = Clock::now();
     Clock::time_point until = NextDeadline();
     std::vector<pollfd> fds{{wake, POLLIN, 0}};

@@ -19,7 +19,8 @@ struct RunnerSettings {
     std::chrono::milliseconds abandonGrace{5000};  // at shutdown, between SIGKILL and giving a process up
 };
 
-// Starts, watches, ends and reaps commands. Used by one thread, which calls Step and Wait in turn.
+// Starts, watches, ends and reaps commands. Used by one thread, which calls Step and Wait in turn. Only Add needs
+// memory and throws std::bad_alloc: a command for which there is none later counts as one that cannot be started.
 class Jobs {
 public:
     using Clock = std::chrono::steady_clock;
@@ -33,8 +34,11 @@ public:
     // A command that is to be run as soon as there is a place for it.
     void Add(Id id, CommandSpec spec, Done done, Clock::time_point requested);
 
-    // Goes on with the one command of `other`, under a new name and for somebody else.
-    void Adopt(Jobs other, Id id, Done done);
+    // The one command gets a new name, and its outcome is told to somebody else.
+    void Rename(Id id, Done done);
+
+    // Goes on with all commands of `other`.
+    void Take(Jobs& other);
 
     // Ends a command, or takes it out of the queue. Nothing happens if it has ended already.
     void Stop(Id id);
@@ -73,6 +77,7 @@ private:
     void EndJob(Job& job, CommandOutcome::End why, Clock::time_point now) const;
     static void ReapJob(Job& job);
     void Tell();
+    void WaitFor(int wake);
     [[nodiscard]] Clock::time_point NextDeadline() const;
 
     const RunnerSettings settings_;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -31,7 +32,7 @@ void Drain(int event) {
 }  // namespace
 
 CommandRunner::CommandRunner(const Settings& settings)
-    : settings_(settings), wake_(MakeEvent()), thread_([this] { Supervise(); }) {}
+    : settings_(settings), wake_(MakeEvent()), added_(settings), thread_([this] { Supervise(); }) {}
 
 CommandRunner::~CommandRunner() {
     Shutdown();
@@ -42,7 +43,8 @@ CommandRunner::Id CommandRunner::Start(CommandSpec spec, Done done) {
     if (closing_) {
         return 0;
     }
-    added_.push_back({++lastId_, std::move(spec), std::move(done), Jobs::Clock::now(), std::nullopt});
+    added_.Add(lastId_ + 1, std::move(spec), std::move(done), Jobs::Clock::now());
+    ++lastId_;
     Wake(wake_.Get());
     return lastId_;
 }
@@ -69,7 +71,10 @@ CommandRunner::Ran CommandRunner::Run(CommandSpec spec, const Leave& leave) {
         }
         if (id == 0 && jobs.IsAnySlow()) {
             id = NewId();
-            done = leave(id);
+            try {
+                done = leave(id);
+            } catch (const std::bad_alloc&) {
+            }
             if (done && HandOver(jobs, id, done)) {
                 return {std::nullopt, id};
             }
@@ -87,12 +92,13 @@ CommandRunner::Id CommandRunner::NewId() {
 }
 
 // Not while the runner shuts down: its supervisor may have ended.
-bool CommandRunner::HandOver(Jobs& jobs, Id id, const Done& done) {
+bool CommandRunner::HandOver(Jobs& jobs, Id id, Done& done) {
     const std::lock_guard lock(mutex_);
     if (closing_) {
         return false;
     }
-    added_.push_back({id, {}, done, {}, std::move(jobs)});
+    jobs.Rename(id, std::move(done));
+    added_.Take(jobs);
     Wake(wake_.Get());
     return true;
 }
@@ -133,21 +139,13 @@ void CommandRunner::Supervise() {
 // Whether the runner shuts down.
 bool CommandRunner::TakeOrders(Jobs& jobs) {
     Drain(wake_.Get());
-    std::vector<Order> added;
     std::vector<Id> stops;
     bool closing = false;
     {
         const std::lock_guard lock(mutex_);
-        added.swap(added_);
+        jobs.Take(added_);
         stops.swap(stops_);
         closing = closing_;
-    }
-    for (Order& order : added) {
-        if (order.begun) {
-            jobs.Adopt(std::move(*order.begun), order.id, std::move(order.done));
-        } else {
-            jobs.Add(order.id, std::move(order.spec), std::move(order.done), order.requested);
-        }
     }
     for (const Id id : stops) {
         jobs.Stop(id);

@@ -28,10 +28,12 @@ public:
     CommandRunner(const CommandRunner&) = delete;
     CommandRunner& operator=(const CommandRunner&) = delete;
 
-    // Starts a command as soon as there is a place for it. 0 when the runner shuts down: `done` is not called.
+    // Starts a command as soon as there is a place for it. 0 when the runner shuts down: `done` is not called. Throws
+    // std::bad_alloc, and has no effect then.
     Id Start(CommandSpec spec, Done done);
 
-    // Called once with the name that a command will have if it is left to the supervisor; who gives no Done keeps it.
+    // Called once with the name that a command will have if it is left to the supervisor; who gives no Done keeps it,
+    // and so does who throws std::bad_alloc.
     using Leave = std::function<Done(Id)>;
 
     // What came of Run: an outcome, or a command that was left under `id`, or neither: the runner shuts down.
@@ -42,7 +44,7 @@ public:
 
     // Runs a command on the calling thread, at once and beside all others: a short one saves two switches between
     // threads. A longer one is left to the supervisor, so that the caller is free again after 20 ms. A shutdown stops
-    // the command. Throws std::system_error when there is no descriptor left.
+    // the command. Throws std::system_error when there is no descriptor left, and std::bad_alloc.
     Ran Run(CommandSpec spec, const Leave& leave);
 
     // Ends a command's group, or takes it out of the queue. Nothing happens if it has ended already.
@@ -52,14 +54,6 @@ public:
     void Shutdown();
 
 private:
-    struct Order {
-        Id id;
-        CommandSpec spec;
-        Done done;
-        Jobs::Clock::time_point requested;
-        std::optional<Jobs> begun;  // it runs already
-    };
-
     // A thread within Run.
     class Caller {
     public:
@@ -82,13 +76,13 @@ private:
     void Supervise();
     bool TakeOrders(Jobs& jobs);
     Id NewId();
-    bool HandOver(Jobs& jobs, Id id, const Done& done);
+    bool HandOver(Jobs& jobs, Id id, Done& done);
 
     const Settings settings_;
     const UniqueFd wake_;
 
     std::mutex mutex_;  // guards the orders below, and the callers
-    std::vector<Order> added_;
+    Jobs added_;        // what the supervisor is to go on with
     std::vector<Id> stops_;
     bool closing_ = false;
     Id lastId_ = 0;

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -30,6 +32,9 @@ constexpr const char* kWatchTask = "owner_watch";
 constexpr std::size_t kArgumentSize = 128;
 constexpr std::uint32_t kLongestSilenceMs = 30000;
 constexpr int kSignOfLifeMs = 5000;
+// A result for which there is no memory is reported again: without it the item runs on until its limit.
+constexpr int kMoreReports = 10;
+constexpr std::chrono::milliseconds kReportPause{100};
 
 // The platform's functions carry no context, so these are global: the program's name, the one table, and the event of
 // the lost bus.
@@ -48,7 +53,11 @@ std::uint32_t HandleItem(const char* itemName, const char* request, tagKivoOmIns
 }
 
 void ReportItem(const tagKivoOmInspectionResult& result) {
-    const std::uint32_t code = InspectReportResult(&result);
+    std::uint32_t code = InspectReportResult(&result);
+    for (int i = 0; code == OS_MSG_ERR_NO_MEMORY && i < kMoreReports; ++i) {
+        std::this_thread::sleep_for(kReportPause);
+        code = InspectReportResult(&result);
+    }
     if (code == OS_MSG_OK) {
         return;
     }

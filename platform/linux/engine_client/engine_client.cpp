@@ -183,8 +183,8 @@ void RegisterAll() {
     }
 }
 
-// The item name and the request text of a run request; false when it is malformed.
-bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& request) {
+// The item name of a run request, into the result, and its text; false when it is malformed.
+bool ReadRunRequest(const TagMsgBlock& msg, tagKivoOmInspectionResult& result, std::string& request) {
     tagKivoOmInspectionRunHead head{};
     constexpr size_t kHeadSize = 36;
     static_assert(sizeof head == kHeadSize);
@@ -195,7 +195,7 @@ bool ReadRunRequest(const TagMsgBlock& msg, std::string& name, std::string& requ
     if (std::memchr(head.name, '\0', sizeof head.name) == nullptr || head.len > msg.dataLen - kHeadSize - 1) {
         return false;
     }
-    name = head.name;
+    strcpy_s(result.name, sizeof result.name, head.name);
     const auto* text = reinterpret_cast<const char*>(msg.data) + kHeadSize;
     request.assign(text, strnlen(text, head.len));
     return true;
@@ -206,7 +206,9 @@ void SetOutcome(tagKivoOmInspectionResult& result, const char* status, const cha
     strcpy_s(result.text, sizeof result.text, text);
 }
 
-void RunItem(const std::string& name, const std::string& request, tagKivoOmInspectionResult& result) {
+// Fills in the result, which has the item's name. Another code than 0: the run has failed.
+uint32_t RunItem(const std::string& request, tagKivoOmInspectionResult& result) {
+    const std::string name = result.name;
     InspectItemHandler handler = nullptr;
     {
         Client& client = TheClient();
@@ -216,30 +218,32 @@ void RunItem(const std::string& name, const std::string& request, tagKivoOmInspe
             handler = item->second.handler;
         }
     }
-    strcpy_s(result.name, sizeof result.name, name.c_str());
     if (handler == nullptr) {
         SetOutcome(result, "fail", "no support");
-        return;
+        return 0;
     }
-    const auto run = [&] { return handler(name.c_str(), request.c_str(), &result); };
-    if (Guarded(run) != 0) {
-        SetOutcome(result, "fail", "run err");
-    }
+    return handler(name.c_str(), request.c_str(), &result);
 }
 
+// The server waits for an answer, also when there is no memory to run the item.
 void AnswerRun(const TagMsgBlock& msg) {
     tagKivoOmInspectionResult result{};
-    std::string name;
-    std::string request;
-    const bool fromServer = std::string_view(msg.srcProcName) == OM_INSPECT_PROC_NAME;
-    if (!fromServer || !ReadRunRequest(msg, name, request)) {
+    ServedRun served{&msg};
+    bool isMalformed = std::string_view(msg.srcProcName) != OM_INSPECT_PROC_NAME;
+    const uint32_t code = Guarded([&] {
+        std::string request;
+        isMalformed = isMalformed || !ReadRunRequest(msg, result, request);
+        t_served = &served;
+        return isMalformed ? 0 : RunItem(request, result);
+    });
+    t_served = nullptr;
+    if (isMalformed) {
         OsMsgSynSendResp(&msg, nullptr, 0);
         return;
     }
-    ServedRun served{&msg};
-    t_served = &served;
-    RunItem(name, request, result);
-    t_served = nullptr;
+    if (code != 0) {
+        SetOutcome(result, "fail", "run err");
+    }
     if (!served.isDeferred) {
         OsMsgSynSendResp(&msg, &result, sizeof result);
     }

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/delete_operators.h"
+
 namespace {
 
 // Calls that fail after some that do not.
@@ -93,15 +95,14 @@ void* operator new(size_t size) {
     return block != nullptr ? block : throw std::bad_alloc();
 }
 
-// All forms whose memory the deletes below free, so that the address sanitizer sees them in pairs.
 void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return Fails(g_allocations) ? nullptr : std::malloc(size);
 }
 
-void operator delete(void* block) noexcept {
-    std::free(block);
+void* operator new[](size_t size) {
+    return operator new(size);
 }
 
-void operator delete(void* block, size_t /*size*/) noexcept {
-    std::free(block);
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
 }

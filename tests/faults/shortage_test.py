@@ -1,0 +1,213 @@
+"""Each allocation that an owner's program or the gateway makes on a road fails once, or no thread is to be had. The next
+request is carried out as always.
+
+OMINSPECT_FAILING_ALLOCATION is the library that lets an allocation fail, OMINSPECT_FAULT_SHIMS the one that refuses
+threads; the rest of the environment is that of tests/python/system.py.
+"""
+
+from __future__ import annotations
+
+import json
+import os
+import signal
+import struct
+import subprocess
+import threading
+import unittest
+from typing import Callable
+
+import ominspect
+from system import System, eventually
+
+ITEMS = """<Owner process="short_of_memory" maxParallel="1">
+    <Item name="now" timeout="10" isSync="true"><Command>/bin/echo</Command><Arg>fine | load=1</Arg></Item>
+    <Item name="soon" timeout="10" isSync="true"><Command>/bin/sh</Command><Arg>-c</Arg><Arg>sleep 0.1</Arg></Item>
+    <Item name="later" timeout="10" isSync="false"><Command>/bin/echo</Command><Arg>fine</Arg></Item>
+    <Item name="held" timeout="10" isSync="true"><Command>/bin/sh</Command><Arg>-c</Arg>
+        <Arg>touch begun; sleep 0.1</Arg></Item>
+</Owner>"""
+MOST = 1000
+
+
+class Shortage(System):
+    def setUp(self) -> None:
+        super().setUp()
+        self.left = self.folder / "left"
+        self.set_left(-1)
+        self.start_server()
+
+    def set_left(self, number: int) -> None:
+        """So many allocations succeed before one fails."""
+        with open(self.left, "r+b" if self.left.exists() else "wb", buffering=0) as file:
+            file.write(struct.pack("=i", number))
+
+    def has_failed(self) -> bool:
+        """Whether one has, and ends the shortage."""
+        failed: bool = struct.unpack("=i", self.left.read_bytes())[0] < 0
+        self.set_left(-1)
+        return failed
+
+    def start_short(self, command: list[str]) -> subprocess.Popen[bytes]:
+        """Starts a program whose allocations fail when they are told to."""
+        shims = os.environ["OMINSPECT_FAILING_ALLOCATION"] + " " + os.environ["OMINSPECT_FAULT_SHIMS"]
+        shortage = {"LD_PRELOAD": shims, "FAILING_ALLOCATION": str(self.left), "FAULT_FOLDER": str(self.folder)}
+        child = subprocess.Popen(command, cwd=self.folder, env={**os.environ, **shortage})
+        self.addCleanup(self.end, child)
+        return child
+
+    def start_items(self, start: Callable[[list[str]], subprocess.Popen[bytes]]) -> subprocess.Popen[bytes]:
+        (self.folder / "items.xml").write_text(ITEMS)
+        child = start([os.environ["OMINSPECT_BIN"] + "/ominspect-owner", str(self.folder / "items.xml")])
+        with ominspect.Session("ic-waits") as session:
+            self.assertTrue(eventually(lambda: any(
+                owner.registered for item in session.items() if item.name == "now" for owner in item.owners)))
+        return child
+
+    def everywhere(self, least: int, road: Callable[[], object], following: Callable[[], object]) -> None:
+        """Lets the first allocation fail, the second, and so on until the road needs no more."""
+        for number in range(MOST):
+            self.set_left(number)
+            road()
+            failed = self.has_failed()
+            with self.subTest(allocation=number):
+                following()
+            if not failed:
+                self.assertGreaterEqual(number, least)
+                return
+        self.fail("no end")
+
+
+class Owner(Shortage):
+    def setUp(self) -> None:
+        super().setUp()
+        self.owner = self.start_items(self.start_short)
+        self.requester = self.session()
+
+    def status_of(self, item: str) -> list[str]:
+        return [self.requester.run(item, limit=5).result.status]
+
+    def everywhere_in_runs(self, statuses: Callable[[], list[str]]) -> None:
+        def road() -> None:
+            # A result in any case: no run is left to its time limit.
+            self.assertLessEqual(set(statuses()), {"success", "fail", "unknown"})
+
+        def following() -> None:
+            self.assertEqual(set(statuses()), {"success"})
+            self.assertIsNone(self.owner.poll())
+        self.everywhere(20, road, following)
+        self.assertEqual(self.end(self.owner), 0)
+
+    def test_a_short_run(self) -> None:
+        self.everywhere_in_runs(lambda: self.status_of("now"))
+
+    def test_a_run_whose_answer_is_deferred(self) -> None:
+        self.everywhere_in_runs(lambda: self.status_of("soon"))
+
+    def test_a_run_in_the_background(self) -> None:
+        self.everywhere_in_runs(lambda: self.status_of("later"))
+
+    def test_a_run_that_waits_for_its_place(self) -> None:
+        other = self.session()
+
+        def statuses() -> list[str]:
+            begun = self.folder / "begun"
+            begun.unlink(missing_ok=True)
+            seen: list[str] = []
+            first = threading.Thread(target=lambda: seen.append(other.run("held", limit=5).result.status))
+            first.start()
+            self.assertTrue(eventually(lambda: begun.exists() or not first.is_alive()))
+            second = self.status_of("now")
+            first.join()
+            return seen + second
+        self.everywhere_in_runs(statuses)
+
+
+class Gateway(Shortage):
+    def setUp(self) -> None:
+        super().setUp()
+        self.start_items(self.start)
+        (self.folder / "tokens").touch(mode=0o600)
+        config = self.folder / "gateway.xml"
+        config.write_text(f'<Gateway refresh="3600"><History path="{self.folder}/history.db"/>'
+                          f'<Http tokens="{self.folder}/tokens"><Unix path="{self.folder}/http"/></Http>'
+                          f'<Collection enabled="false"/></Gateway>')
+        self.start_gateway()
+
+    def start_gateway(self) -> None:
+        self.gateway = self.start_short([os.environ["OMINSPECT_BIN"] + "/ominspect-gateway",
+                                         "--config", str(self.folder / "gateway.xml")])
+        self.assertTrue(eventually(lambda: self.ask("items") is not None))
+
+    def ask(self, path: str, *more: str) -> object:
+        """What the gateway answers; nothing when there is no usable answer."""
+        done = subprocess.run(["curl", "-sf", "--max-time", "5", "--unix-socket", str(self.folder / "http"), *more,
+                               f"http://localhost/api/v1/{path}"], capture_output=True, check=False)
+        return json.loads(done.stdout) if done.returncode == 0 else None
+
+    def http_status(self, path: str, *more: str) -> str:
+        done = subprocess.run(["curl", "-s", "-o", os.devnull, "-w", "%{http_code}", "--max-time", "5", "--unix-socket",
+                               str(self.folder / "http"), *more, f"http://localhost/api/v1/{path}"],
+                              capture_output=True, check=False, text=True)
+        return done.stdout
+
+    def everywhere_in_a_question(self, path: str) -> None:
+        def road() -> None:
+            self.assertIn(self.http_status(path), ("200", "503"))
+
+        def following() -> None:
+            self.assertIsNotNone(self.ask(path))
+            self.assertIsNone(self.gateway.poll())
+        self.everywhere(10, road, following)
+        self.assertEqual(self.end(self.gateway), 0)
+
+    def run_now(self) -> bool:
+        """Whether a run was begun, and ended with a result. One whose result is lost on its way ends with its limit."""
+        begun = self.ask("items/now/run", "-H", "Content-Type: application/json", "-d", '{"timeoutSeconds": 2}')
+        if not isinstance(begun, dict):
+            return False
+        number = begun["id"]
+        seen: list[dict[str, object]] = []
+
+        def has_ended() -> bool:
+            operation = self.ask(f"operations/{number}")
+            seen.append(operation if isinstance(operation, dict) else {})
+            return seen[-1].get("state") == "ended" or self.gateway.poll() is not None
+        self.assertTrue(eventually(has_ended))
+        return bool(seen[-1].get("results"))
+
+    def test_the_items(self) -> None:
+        self.everywhere_in_a_question("items")
+
+    def test_the_history(self) -> None:
+        self.everywhere_in_a_question("history")
+
+    def test_a_run(self) -> None:
+        deaths: list[int] = []
+
+        def following() -> None:
+            # The threads that follow the server end the process; the service manager starts it anew.
+            if self.gateway.poll() is not None:
+                self.assertEqual(self.gateway.returncode, -signal.SIGABRT)
+                deaths.append(self.gateway.pid)
+                self.start_gateway()
+            self.assertTrue(self.run_now())
+        self.everywhere(50, self.run_now, following)
+        gaps = [row for row in self.history() if row["text"] == "the gateway did not run"]
+        self.assertEqual(len(gaps), len(deaths))
+        self.assertEqual(self.end(self.gateway), 0)
+
+    def history(self) -> list[dict[str, object]]:
+        found = self.ask("history?limit=1000")
+        assert isinstance(found, dict)
+        return list(found["events"])
+
+    def test_an_operation_without_a_thread(self) -> None:
+        (self.folder / "no-threads").touch()
+        self.assertEqual(self.http_status("items/now/run", "-X", "POST"), "503")
+        (self.folder / "no-threads").unlink()
+        self.assertTrue(self.run_now())
+        self.assertEqual(self.end(self.gateway), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
