@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Plants mistakes in the server, one at a time, and says after how many seeds the simulator finds each.
+"""Plants mistakes in the server and the libraries, one at a time, and says after how many seeds the simulator finds each.
 
 usage: planted.py BUILD [NAME...]
 
@@ -19,52 +19,64 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 TREE = HERE.parent.parent
-IMAGE = "simulated_server"
+IMAGES = ("simulated_server", "simulated_owner", "simulated_requester")
+SOURCES = ("src", "client", "platform")
 
 
-def compile_commands(build: pathlib.Path) -> dict[str, list[str]]:
-    """The command for each source of the server's image, by the source's path in the tree."""
+def compile_commands(build: pathlib.Path, image: str) -> dict[str, list[str]]:
+    """The command for each source of an image, by the source's path in the tree."""
     entries = json.loads((build / "compile_commands.json").read_text())
     found = {}
     for entry in entries:
-        if f"{IMAGE}.dir/" in entry["command"]:
+        if f"{image}.dir/" in entry["command"]:
             source = pathlib.Path(entry["file"])
             found[str(source.relative_to(TREE))] = shlex.split(entry["command"])
     return found
+
+
+def link_command(build: pathlib.Path, image: str) -> list[str]:
+    target = f"tests/simulation/lib{image}.so"
+    commands = subprocess.run(
+        ["ninja", "-C", str(build), "-t", "commands", target], check=True, capture_output=True, text=True
+    ).stdout.splitlines()
+    return [word for word in shlex.split(commands[-1]) if word not in (":", "&&")]
 
 
 def object_of(command: list[str]) -> str:
     return command[command.index("-o") + 1]
 
 
-def build_image(build: pathlib.Path, folder: pathlib.Path, patch: pathlib.Path) -> None:
-    """Puts the images into the folder, the server's with the patch."""
-    shutil.copytree(TREE / "src", folder / "src")
+def build_image(build: pathlib.Path, folder: pathlib.Path, image: str, changed: list[str]) -> None:
+    """Puts an image into the folder, with the changed sources that it has."""
+    commands = compile_commands(build, image)
+    replaced = {}
+    for source in changed:
+        if source not in commands:
+            continue
+        text = commands[source]
+        for name in SOURCES:
+            text = [word.replace(str(TREE / name), str(folder / name)) for word in text]
+        mine = str(folder / f"{image}.{len(replaced)}.o")
+        replaced[object_of(text)] = mine
+        text[text.index("-o") + 1] = mine
+        subprocess.run(text, check=True, cwd=build)
+    library = f"lib{image}.so"
+    if not replaced:
+        shutil.copy(build / "tests" / "simulation" / library, folder)
+        return
+    link = [replaced.get(word, word) for word in link_command(build, image)]
+    link[link.index("-o") + 1] = str(folder / library)
+    subprocess.run(link, check=True, cwd=build)
+
+
+def build_images(build: pathlib.Path, folder: pathlib.Path, patch: pathlib.Path) -> None:
+    """Puts the images into the folder, with the patch."""
+    for name in SOURCES:
+        shutil.copytree(TREE / name, folder / name)
     subprocess.run(["patch", "-s", "-p1", "-d", folder, "-i", patch], check=True)
-    commands = compile_commands(build)
     changed = re.findall(r"^\+\+\+ b/(\S+)", patch.read_text(), re.MULTILINE)
-    objects: list[str] = []
-    for source, command in commands.items():
-        output = object_of(command)
-        if source in changed:
-            mine = str(folder / (str(len(objects)) + ".o"))
-            text = [word.replace(str(TREE / "src"), str(folder / "src")) for word in command]
-            text[text.index("-o") + 1] = mine
-            subprocess.run(text, check=True, cwd=build)
-            objects.append(mine)
-        else:
-            objects.append(output)
-    compiler = next(word for word in next(iter(commands.values())) if re.search(r"(\+\+|g\+\+.*|c\+\+)$", word))
-    libraries = subprocess.run(
-        ["pkg-config", "--libs", "libcjson", "tinyxml2"], check=True, capture_output=True, text=True
-    ).stdout.split()
-    script = f"-Wl,--version-script={HERE / 'images' / 'server.map'}"
-    subprocess.run(
-        [compiler, "-shared", script, "-o", str(folder / f"lib{IMAGE}.so"), *objects, *libraries],
-        check=True, cwd=build,
-    )
-    for other in ("libsimulated_owner.so", "libsimulated_requester.so"):
-        shutil.copy(build / "tests" / "simulation" / other, folder)
+    for image in IMAGES:
+        build_image(build, folder, image, changed)
 
 
 def find(build: pathlib.Path, patch: pathlib.Path) -> bool:
@@ -73,7 +85,7 @@ def find(build: pathlib.Path, patch: pathlib.Path) -> bool:
     assert limit is not None, patch
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        build_image(build, folder, patch)
+        build_images(build, folder, patch)
         run = subprocess.run(
             [str(build / "tests" / "simulation" / "simulate"), "--images", name, "--runs", limit[1], "--seed", "1",
              "--quiet", "--no-minimise"],

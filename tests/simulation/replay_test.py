@@ -43,7 +43,7 @@ def same(build: pathlib.Path, folder: pathlib.Path) -> None:
 def shortened(build: pathlib.Path, folder: pathlib.Path) -> None:
     images = folder / "images"
     images.mkdir()
-    planted.build_image(build, images, planted.HERE / "planted" / "requester-forgotten.patch")
+    planted.build_images(build, images, planted.HERE / "planted" / "requester-forgotten.patch")
     run = simulate(build, "--images", str(images), "--runs", "50", "--quiet")
     assert run.returncode == 1, run.stdout
     shortest = re.search(r"shortest: \S+ --schedule (\S+) \((\d+) choices of (\d+)\)", run.stdout)

@@ -22,6 +22,10 @@ void Report::Add(const Outcome& outcome) {
     starts_ += outcome.starts;
     requests_ += outcome.requests;
     years_ += static_cast<double>(outcome.time) / kYear;
+    busyYears_ += static_cast<double>(outcome.busy) / kYear;
+    for (const uint64_t count : outcome.faults) {
+        allFaults_ += count;
+    }
     for (size_t i = 0; i < faults_.size(); ++i) {
         faults_[i] += outcome.faults[i];
     }
@@ -35,6 +39,10 @@ void Report::Print(double seconds) const {
                 static_cast<double>(runs_) / seconds);
     std::printf("%llu turns, %llu messages to %llu servers, %llu steps compared with the model\n", Big(steps_),
                 Big(requests_), Big(starts_), Big(checks_));
+    std::printf(
+        "of each simulated year: %.0f messages, %.0f starts, %.0f faults; runs under way in %.1f percent of it\n",
+        static_cast<double>(requests_) / years_, static_cast<double>(starts_) / years_,
+        static_cast<double>(allFaults_) / years_, 100 * busyYears_ / years_);
     std::printf("faults:\n");
     for (size_t i = 0; i < faults_.size(); ++i) {
         std::printf("  %-28s %llu\n", NameOf(static_cast<Fault>(i)), Big(faults_[i]));

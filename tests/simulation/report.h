@@ -19,7 +19,9 @@ private:
     uint64_t checks_{};
     uint64_t starts_{};
     uint64_t requests_{};
+    uint64_t allFaults_{};
     double years_{};
+    double busyYears_{};
     std::array<uint64_t, static_cast<size_t>(Fault::kCount)> faults_{};
     std::array<uint64_t, kMaxStates> states_{};  // in how many runs
 };

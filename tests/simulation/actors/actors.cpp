@@ -23,6 +23,7 @@ const Manners& TheManners() {
 
 void Retire() {
     g_retired = true;
+    Wake(&g_retired);
 }
 
 bool IsRetired() {
@@ -32,6 +33,9 @@ bool IsRetired() {
 bool Rest() {
     const InPlatform platform;
     Point();
+    if (g_retired) {
+        return false;
+    }
     const Micros pause = g_manners.pause * (1 + Pick(64)) / 64;
     (void)Wait("a pause", &g_retired, Now() + pause);
     return !g_retired && CurrentProcess().Attached();

@@ -204,7 +204,7 @@ void Checker::OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t resu
         if (state > 1 || busy == busy_) {
             Violation(std::string("event 9 says ") + (busy ? "busy" : "idle") + " twice");
         }
-        busy_ = busy;
+        SetBusy(busy);
     }
     if (thread.locks.size() != 1 || !IsTable(thread.locks[0])) {
         Violation("broadcasts without the table's lock, or with more");
@@ -278,6 +278,7 @@ void Checker::OnThreadEnd(Thread& thread) {
 }
 
 void Checker::OnEnd(Process& process) {
+    SetBusy(false);
     ForEachThread([this, &process](const Thread& thread) {
         if (thread.process != &process) {
             return;
@@ -289,6 +290,14 @@ void Checker::OnEnd(Process& process) {
             Reached("server: killed while an owner was asked");
         }
     });
+}
+
+void Checker::SetBusy(bool busy) {
+    if (busy_) {
+        TheOutcome().busy += Now() - busySince_;
+    }
+    busy_ = busy;
+    busySince_ = Now();
 }
 
 void Checker::CompareTable() const {

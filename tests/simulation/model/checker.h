@@ -61,6 +61,7 @@ private:
     void Keep(Thread& thread, std::unique_ptr<Part> part);
     void Drop(Thread& thread);
     void Take(const Thread& thread, const Seen& seen);
+    void SetBusy(bool busy);
     void CompareTable() const;
     void CompareJobs() const;
 
@@ -72,6 +73,7 @@ private:
     std::map<uint64_t, std::unique_ptr<Part>> parts_;  // by the thread's number
     bool compares_ = true;
     bool busy_ = false;  // what event 9 said last
+    Micros busySince_ = 0;
 };
 
 }  // namespace sim::model

@@ -54,6 +54,7 @@ private:
     static void RestartLog();
     void StartServer();
     void StartActor(uint32_t number);
+    void AwaitItems() const;
     void ComeToRest();
     void ForgetItems();
     bool HasItems() const;
@@ -72,9 +73,9 @@ private:
 };
 
 void World::ChooseStyle() {
-    length_ = PickOf<Micros>(10 * kMinute, kHour, 6 * kHour, kDay, 7 * kDay, 40 * kDay);
+    length_ = PickOf<Micros>(10 * kMinute, kHour, 6 * kHour, kDay, 7 * kDay, 40 * kDay, 200 * kDay);
     Manners manners;
-    manners.pause = PickOf<Micros>(kMinute, kSecond, 10 * kSecond, 10 * kMinute, kHour);
+    manners.pause = PickOf<Micros>(kMinute, kSecond, 10 * kSecond, 10 * kMinute, kHour, 6 * kHour);
     // The more happens, the shorter.
     const Micros longest = manners.pause * 1000;
     length_ = length_ < longest ? length_ : longest;
@@ -265,8 +266,33 @@ bool World::HasItems() const {
            std::ranges::any_of(checker_->Model().table, [](const auto& entry) { return !IsGroup(entry.first); });
 }
 
+// Owners that use the library register their items anew with each server, once they have done what they are at. One
+// that has lost the bus ends.
+void World::AwaitItems() const {
+    const auto areRegistered = [this] {
+        bool registered = !server_->dead;
+        ForEachProcess([&](const Process& process) {
+            if (process.kind != "owner") {
+                return;
+            }
+            for (const ShownItem& item : process.items) {
+                registered = registered && (item.server == server_->Label() || !process.Attached());
+            }
+        });
+        return registered;
+    };
+    const Micros until = Now() + kHour;
+    while (!areRegistered()) {
+        if (Now() > until) {
+            Violation("an owner's items do not come back after the server's restart");
+        }
+        (void)Wait("owners to register", nullptr, Now() + 10 * kSecond);
+    }
+}
+
 void World::ComeToRest() {
     StopFaults();
+    AwaitItems();
     Retire();
     SetPreemption(0);
     SetBusSlowness(0);

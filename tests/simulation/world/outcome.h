@@ -37,6 +37,7 @@ struct Outcome {
     char text[4000];
     uint64_t sum;       // of the journal
     uint64_t time;      // simulated, in microseconds
+    uint64_t busy;      // of that time, while event 9 said that a run was under way
     uint64_t steps;     // turns that were given
     uint64_t checks;    // steps of the server that were compared with the model
     uint64_t starts;    // of the server
