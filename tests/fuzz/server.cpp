@@ -105,7 +105,8 @@ private:
         std::vector<unsigned char> payload = input.Block();
         TagMsgBlock message = Envelope(id, payload);
         message.msgType = flags & 1U;
-        message.param = param;
+        // Items have a limit: a synchronous request waits for the item with the empty name, without one for ever.
+        message.param = id == 2 ? param | 1U : param;
         if (raw) {
             Fill(message.srcProcName, names.substr(0, 16));
             Fill(message.srcTaskName, names.substr(std::min<std::size_t>(16, names.size()), 16));
