@@ -34,7 +34,7 @@ class Shortage(System):
         super().setUp()
         self.left = self.folder / "left"
         self.set_left(-1)
-        self.start_server()
+        self.server = self.start_server()
 
     def set_left(self, number: int) -> None:
         """So many allocations succeed before one fails."""
@@ -58,9 +58,7 @@ class Shortage(System):
     def start_items(self, start: Callable[[list[str]], subprocess.Popen[bytes]]) -> subprocess.Popen[bytes]:
         (self.folder / "items.xml").write_text(ITEMS)
         child = start([os.environ["OMINSPECT_BIN"] + "/ominspect-owner", str(self.folder / "items.xml")])
-        with ominspect.Session("ic-waits") as session:
-            self.assertTrue(eventually(lambda: any(
-                owner.registered for item in session.items() if item.name == "now" for owner in item.owners)))
+        self.await_items()
         return child
 
     def everywhere(self, least: int, road: Callable[[], object], following: Callable[[], object]) -> None:
@@ -120,6 +118,16 @@ class Owner(Shortage):
             first.join()
             return seen + second
         self.everywhere_in_runs(statuses)
+
+    def test_a_server_that_starts_anew(self) -> None:
+        def start_anew() -> None:
+            self.end(self.server)
+            self.server = self.start_server()
+            with ominspect.Session("ic-waits") as session:
+                self.assertTrue(eventually(lambda: {"now", "soon", "later", "held"} <= {
+                    item.name for item in session.items() for owner in item.owners if owner.registered}))
+        self.everywhere(20, start_anew, lambda: self.assertIsNone(self.owner.poll()))
+        self.assertEqual(self.end(self.owner), 0)
 
 
 class Gateway(Shortage):
@@ -192,7 +200,7 @@ class Gateway(Shortage):
                 self.start_gateway()
             self.assertTrue(self.run_now())
         self.everywhere(50, self.run_now, following)
-        gaps = [row for row in self.history() if row["text"] == "the gateway did not run"]
+        gaps = [row for row in self.history() if row.get("text") == "the gateway did not run"]
         self.assertEqual(len(gaps), len(deaths))
         self.assertEqual(self.end(self.gateway), 0)
 

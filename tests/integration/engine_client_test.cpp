@@ -1,9 +1,13 @@
 // The engine client library against a server that this test plays itself.
 #include "kivo/om_inspect_engine_client.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -77,6 +81,8 @@ InspectHandlerRecord Record(const std::string& name, InspectItemHandler handler,
     return record;
 }
 
+std::atomic<bool> g_refusesThreads = false;
+
 // The payload of a run request.
 std::string RunRequest(const std::string& item, const std::string& text) {
     std::string payload = item + std::string(32 - item.size(), '\0');
@@ -146,6 +152,18 @@ TEST_F(EngineClient, RegistersItsItemsWithTheirTimeLimits) {
     EXPECT_EQ(InspectRegHandler(records, 2), 0u);
     EXPECT_TRUE(EventuallyReceived({"2 1000 first", "2 0 second"}));
     EXPECT_EQ(g_replyTasks, (std::vector<std::string>{"items", "items"}));
+}
+
+TEST_F(EngineClient, MoreItemsThanTheServerTakesAtOnceNeedAThread) {
+    std::vector<InspectHandlerRecord> records;
+    for (int i = 0; i <= 200; ++i) {
+        records.push_back(Record("item" + std::to_string(i), Succeed));
+    }
+    g_refusesThreads = true;
+    EXPECT_EQ(InspectRegHandler(records.data(), 201), OS_MSG_ERR_NO_MEMORY);
+    EXPECT_EQ(InspectRegHandler(records.data(), 1), 0u);
+    g_refusesThreads = false;
+    EXPECT_TRUE(EventuallyReceived({"2 0 item0"}));
 }
 
 TEST_F(EngineClient, AnswersARunWithWhatItsHandlerFilledIn) {
@@ -470,3 +488,11 @@ TEST(InspectGetArgument, TakesTheCmdMemberOfTheRequest) {
 
 }  // namespace
 }  // namespace support
+
+// Called in the place of the C library's.
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*entry)(void*), void* argument) {
+    static const auto real = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return support::g_refusesThreads ? EAGAIN : real(thread, attributes, entry, argument);
+}

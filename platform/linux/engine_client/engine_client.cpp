@@ -2,9 +2,12 @@
 #include "kivo/om_inspect_engine_client.h"
 
 #include <cjson/cJSON.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -31,7 +34,7 @@ constexpr uint32_t kQueueDepth = 64;
 // its queue takes of one sender, since what does not fit is lost.
 constexpr uint32_t kItemsAtOnce = 200;
 constexpr uint32_t kServerLimitMs = 5000;
-constexpr std::chrono::milliseconds kFullQueuePause{50};
+constexpr std::chrono::milliseconds kPause{50};
 
 struct Item {
     InspectItemHandler handler;
@@ -48,6 +51,9 @@ struct Client {
     uint64_t lastRun = 0;
     uint32_t sentItems = 0;     // registered or taken back since the server was asked
     uint64_t registration = 0;  // of all items, with each server that starts; an earlier one gives up
+    bool hasThread = false;     // one that registers; it stays, as long as the process
+    uint64_t toRegister = 0;    // the registration that it has to make; 0: none
+    std::condition_variable serverCame;
 };
 
 // The run that this thread serves.
@@ -133,54 +139,88 @@ void ShowItems(const Client& client) {
     kivo::engine::SetItems(std::move(shown));
 }
 
-// Registers the items behind this name, at most so many. The name of the last one; empty when no items are left.
-std::string RegisterSome(Client& client, const std::string& behind) {
-    auto item = client.items.upper_bound(behind);
-    std::string last;
-    for (uint32_t count = 0; item != client.items.end() && count < kItemsAtOnce; ++item, ++count) {
-        SendRegistration(client.name, item->first, item->second);
-        last = item->first;
-    }
-    ShowItems(client);
-    return item != client.items.end() ? last : std::string();
+// Registers the items behind `last`, at most so many, and moves it on. The first error, with which it ends. Nothing is
+// left to do, either, when another server has come.
+uint32_t RegisterSome(uint64_t registration, std::string& last, bool& areMore) {
+    return Guarded([&] {
+        Client& client = TheClient();
+        const std::lock_guard<std::mutex> lock(client.lock);
+        auto item = client.registration == registration ? client.items.upper_bound(last) : client.items.end();
+        for (uint32_t count = 0; item != client.items.end() && count < kItemsAtOnce; ++item, ++count) {
+            std::string name = item->first;
+            const uint32_t sent = SendRegistration(client.name, name, item->second);
+            if (sent != OS_MSG_OK) {
+                return sent;
+            }
+            last = std::move(name);
+        }
+        ShowItems(client);
+        areMore = item != client.items.end();
+        return OS_MSG_OK;
+    });
 }
 
-// Registers the items behind this name as the server takes them. A server that leaves meanwhile is told of when it is
-// back.
-void RegisterOthers(std::string last, uint64_t registration) {
-    Client& client = TheClient();
-    while (!last.empty()) {
-        const uint32_t taken = AwaitServer();
-        if (taken == OS_MSG_ERR_QUEUE_FULL) {
-            std::this_thread::sleep_for(kFullQueuePause);
-        } else if (taken != OS_MSG_OK && taken != OS_MSG_ERR_TIMEOUT) {
+// Registers the items as the server takes them. A server that leaves meanwhile is told of when it is back.
+void RegisterAll(uint64_t registration) {
+    std::string last;
+    bool areMore = true;
+    bool hasTaken = true;  // the server, what was sent last
+    while (areMore) {
+        const uint32_t result = hasTaken ? RegisterSome(registration, last, areMore) : AwaitServer();
+        if (result == OS_MSG_OK) {
+            hasTaken = !hasTaken;
+        } else if (result == OS_MSG_ERR_NO_MEMORY || result == OS_MSG_ERR_QUEUE_FULL) {
+            std::this_thread::sleep_for(kPause);
+        } else if (result != OS_MSG_ERR_TIMEOUT) {
             return;
         }
-        if (taken == OS_MSG_OK) {
-            const std::lock_guard<std::mutex> lock(client.lock);
-            if (client.registration != registration) {
-                return;
-            }
-            last = RegisterSome(client, last);
-        }
     }
 }
 
-// Those that the server's queue does not take at once are left to another thread: the client's task has runs to serve,
-// for one of which the server may wait.
-void RegisterAll() {
+// The registering thread: with each server that comes, once more.
+void RegisterWithEach() {
     Client& client = TheClient();
-    const std::lock_guard<std::mutex> lock(client.lock);
-    const uint64_t registration = ++client.registration;
-    std::string last = RegisterSome(client, {});
-    if (!last.empty()) {
-        std::thread([last = std::move(last), registration] {
-            Guarded([&] {
-                RegisterOthers(last, registration);
-                return OS_MSG_OK;
-            });
-        }).detach();
+    std::unique_lock<std::mutex> lock(client.lock);
+    while (true) {
+        client.serverCame.wait(lock, [&] { return client.toRegister != 0; });
+        const uint64_t registration = std::exchange(client.toRegister, 0);
+        lock.unlock();
+        RegisterAll(registration);
+        lock.lock();
     }
+}
+
+// More items than the server's queue takes at once have a thread that registers them: the client's task has runs to
+// serve, for one of which the server may wait. It is made before the items are, so that a server's restart finds it.
+// With the lock.
+uint32_t PrepareFor(Client& client, size_t items) {
+    if (client.hasThread || items <= kItemsAtOnce) {
+        return OS_MSG_OK;
+    }
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);  // signals are for the program's own threads
+    const uint32_t made = Guarded([] {
+        std::thread(RegisterWithEach).detach();
+        return OS_MSG_OK;
+    });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    client.hasThread = made == OS_MSG_OK;
+    return made;
+}
+
+void ServerCame() {
+    Client& client = TheClient();
+    std::unique_lock<std::mutex> lock(client.lock);
+    const uint64_t registration = ++client.registration;
+    if (client.hasThread) {
+        client.toRegister = registration;
+        client.serverCame.notify_one();
+        return;
+    }
+    lock.unlock();
+    RegisterAll(registration);
 }
 
 // The item name of a run request, into the result, and its text; false when it is malformed.
@@ -253,7 +293,7 @@ uint32_t HandleMessage(TagMsgBlock* msg) {
     return Guarded([&] {
         const bool ofServer = std::string_view(msg->srcProcName) == OM_INSPECT_PROC_NAME;
         if (msg->msgId == OS_MSG_EVENT_PROC_RESTART && msg->msgType != 1 && ofServer) {
-            RegisterAll();
+            ServerCame();
         } else if (msg->msgId == OM_INSPECT_MSG_OWNER_RUN) {
             AnswerRun(*msg);
         } else {
@@ -279,7 +319,10 @@ uint32_t Register(const InspectHandlerRecord* records, uint32_t count) {
     if (client.name.empty()) {
         return OS_MSG_ERR_NOT_ATTACHED;
     }
-    uint32_t result = OS_MSG_OK;
+    uint32_t result = PrepareFor(client, client.items.size() + count);
+    if (result != OS_MSG_OK) {
+        return result;
+    }
     for (const InspectHandlerRecord* record = records; record != records + count; ++record) {
         const auto [item, isNew] =
             client.items.insert_or_assign(record->name, Item{record->handler, record->timeout, {}});
