@@ -51,9 +51,9 @@ uint32_t InspectClientInit(const char* clientName);
 
 /* Registers `count` items. PARAM: no records, or a bad one; then none is registered. An item that this process
  * registered before gets the new handler and time limit. NOT_ATTACHED: not initialised. When it returns, the bus has
- * passed the registrations on: a server that runs gets them before anything that is sent afterwards. A process with more
- * than 200 items gets a thread, which registers them again and stays; NO_MEMORY: none is to be had, then no item is
- * registered, or there is no memory for one of them. */
+ * passed the registrations on: a server that runs gets them before anything that is sent afterwards. A process with
+ * more than 200 items gets a thread, which registers them again and stays; NO_MEMORY: none is to be had, then no item
+ * is registered, or there is no memory for one of them. */
 uint32_t InspectRegHandler(const struct InspectHandlerRecord* records, uint32_t count);
 
 /* Takes an item back. PARAM: not registered by this process. */
