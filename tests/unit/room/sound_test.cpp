@@ -1,8 +1,11 @@
 // libasound for real: microphones made of files, by its plugins "file" and "null", and the kernel's lists of devices.
 #include "sound_probe.h"
 
+#include <alsa/asoundlib.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -16,6 +19,8 @@
 namespace {
 
 using namespace room;
+
+int g_overruns = 0;  // that the next readings report; -1: all of them
 
 // Two seconds of two channels, as the plugin "file" reads them.
 std::string Sound(const std::function<double(int frame, int channel)>& sample) {
@@ -88,6 +93,18 @@ TEST_F(Sounds, MicrophonesThatAreDead) {
               "fail: gone: no such device; check that it is plugged in, and its name in the room's file");
 }
 
+TEST_F(Sounds, AMicrophoneThatLosesSoundIsListenedToOn) {
+    g_overruns = 3;
+    EXPECT_EQ(Signal("noise"), "success: noise: 2 channels, the quietest at -50 dB");
+    EXPECT_EQ(g_overruns, 0);
+}
+
+TEST_F(Sounds, AMicrophoneThatOnlyLosesSoundIsGivenUp) {
+    g_overruns = -1;
+    EXPECT_EQ(Signal("noise"), "fail: noise cannot be used: no sound comes; unplug it and plug it in again");
+    g_overruns = 0;
+}
+
 TEST_F(Sounds, DevicesThatOpen) {
     EXPECT_EQ(support::Said(CheckMicLink({.capture = "noise"}, *probe_)), "success: noise is there");
     EXPECT_EQ(support::Said(CheckLineOut({.lineOut = "hanging"}, *probe_)),
@@ -144,3 +161,13 @@ TEST_F(Sounds, ASpeakerphoneOnTheUniversalBus) {
 }
 
 }  // namespace
+
+// Called in the place of libasound's.
+snd_pcm_sframes_t snd_pcm_readi(snd_pcm_t* pcm, void* buffer, snd_pcm_uframes_t size) {
+    static const auto real = reinterpret_cast<decltype(&snd_pcm_readi)>(dlsym(RTLD_NEXT, "snd_pcm_readi"));
+    if (g_overruns == 0) {
+        return real(pcm, buffer, size);
+    }
+    g_overruns -= g_overruns > 0 ? 1 : 0;
+    return -EPIPE;
+}
