@@ -43,6 +43,20 @@ TEST_F(CheckCommand, AnswersInOneLineWithPerformanceData) {
     EXPECT_EQ(check.output.substr(static_cast<size_t>(end)), "\n") << check.output;
 }
 
+TEST_F(CheckCommand, ShowsWhatTheItemHasMeasured) {
+    const Child server = StartServer();
+    const Child owner = StartScripts({{"none", "echo fine"},
+                                      {"loads", "echo 'fine | load=0.5;1;@2:5;0;64 free=70%'"},
+                                      {"quoted", "echo &quot;fine | 'it''s hot'=3c&quot;"}});
+    const auto measured = [&](const char* item) {
+        const std::string output = Ctl({"check", item, "--timeout", "20"}).output;
+        return output.substr(output.find(";;;0;20") + 7);
+    };
+    EXPECT_EQ(measured("loads"), " 'load'=0.5;1;@2:5;0;64 'free'=70%;;;;\n");
+    EXPECT_EQ(measured("quoted"), " 'it''s hot'=3c;;;;\n");
+    EXPECT_EQ(measured("none"), "\n");
+}
+
 // The first one ends only once the second has run.
 TEST_F(CheckCommand, TheSynchronousItemsOfAnOwnerRunBesideEachOther) {
     const Child server = StartServer();

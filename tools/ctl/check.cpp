@@ -2,15 +2,19 @@
 // Guidelines): one line on standard output, performance data behind a bar, and the state as exit code.
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "commands.h"
 #include "common/end_signals.h"
 #include "common/text.h"
 #include "history.h"
+#include "measured.h"
 #include "ominspect/client/run.h"
 #include "report.h"
 
@@ -65,12 +69,36 @@ ExitCode Answer(const CheckOptions& options, State state, std::string_view text,
     return state.code;
 }
 
-// label=value;warn;crit;min;max
-std::string Performance(double seconds, std::chrono::seconds limit) {
+std::string NumberText(double number) {
+    std::array<char, 32> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    return {digits.data(), end};
+}
+
+std::string NumberText(const std::optional<double>& number) {
+    return number ? NumberText(*number) : std::string();
+}
+
+// A label stands in quotes, and a quote in it twice.
+std::string LabelText(std::string_view label) {
+    std::string text = "'";
+    for (const char one : label) {
+        text.append(one == '\'' ? 2 : 1, one);
+    }
+    return text + '\'';
+}
+
+// 'label'=value;warn;crit;min;max, and blanks between them: what the item has measured, behind the time that it took.
+std::string Performance(double seconds, std::chrono::seconds limit, const std::vector<client::PerfValue>& values) {
     std::array<char, 64> data{};
     (void)std::snprintf(data.data(), data.size(), "time=%.3fs;;;0;%lld", seconds,
                         static_cast<long long>(limit.count()));
-    return data.data();
+    std::string text = data.data();
+    for (const client::PerfValue& value : values) {
+        text += ' ' + LabelText(value.label) + '=' + NumberText(value.value) + value.unit + ';' + value.warn + ';' +
+                value.crit + ';' + NumberText(value.min) + ';' + NumberText(value.max);
+    }
+    return text;
 }
 
 }  // namespace
@@ -81,12 +109,15 @@ ExitCode Check(const CheckOptions& options) {
         return Answer(options, kUnknown, error->text, "");
     }
     const Interrupt interrupt(kUnknown.code);  // before the session, whose threads inherit the mask
-    const auto session = client::Session::Open();
+    Measured measured(options.item);
+    const auto session = client::Session::Open({[&](const client::ItemResult& run) { measured.HearRun(run); }, {}, {}});
     if (!session) {
         return Answer(options, kUnknown, session.Failure().text, "");
     }
+    const client::Limit limit(options.limit, interrupt.Token());
+    measured.Listen(**session, limit);
     const auto begin = Clock::now();
-    const auto outcome = client::RunItem(**session, request, {}, {options.limit, interrupt.Token()});
+    const auto outcome = client::RunItem(**session, request, {}, limit);
     if (!outcome) {
         const bool late = outcome.Failure().code == client::ErrorCode::kTimeLimit;
         return Answer(options, late ? kCritical : kUnknown, outcome.Failure().text, "");
@@ -95,7 +126,12 @@ ExitCode Check(const CheckOptions& options) {
     History history;
     history.Add(outcome->result, std::chrono::system_clock::now());
     SaveHistory(history);
-    return Answer(options, StateOf(outcome->result), outcome->result.text, Performance(seconds, options.limit));
+    std::vector<client::PerfValue> values;
+    if (!client::IsUnknownItem(outcome->result)) {
+        values = measured.Values();
+    }
+    return Answer(options, StateOf(outcome->result), outcome->result.text,
+                  Performance(seconds, options.limit, values));
 }
 
 }  // namespace ominspect::ctl
