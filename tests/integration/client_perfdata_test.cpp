@@ -90,7 +90,10 @@ TEST_F(ClientPerfData, NeedsNoOtherEvents) {
     Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder_.Path().string()});
     const Child owner = StartMeasurer("one", "disk");
     ASSERT_FALSE(Subscribe(**session, "one"));
-    EXPECT_TRUE(Eventually([&] { return static_cast<bool>((*session)->Run({"disk", "a=1"}, kEnough)); }));
+    EXPECT_TRUE(Eventually([&] {
+        const auto reply = (*session)->Run({"disk", "a=1"}, kEnough);
+        return reply && reply->result.text == "OK";  // the server is there, and the item registered
+    }));
     EXPECT_TRUE(Eventually([&] { return !Told().empty(); }));
 }
 

@@ -19,9 +19,10 @@ std::string LogFolder(const char* otherwise) {
 
 Places ThePlaces() {
     constexpr const char* kDeviceConfig = "/zq_product/etc/config/om/inspect_config.xml";
-    constexpr const char* kInstalledConfig = OMINSPECT_CONFIG_DIR "/inspect_config.xml";
-    if (access(kDeviceConfig, F_OK) != 0 && access(kInstalledConfig, F_OK) == 0) {
-        return {kInstalledConfig, OMINSPECT_STATE_DIR "/diag/log", LogFolder(OMINSPECT_LOG_DIR), false};
+    // An installation without its file runs with the built-in items.
+    if (access(kDeviceConfig, F_OK) != 0 && access(OMINSPECT_CONFIG_DIR, F_OK) == 0) {
+        return {OMINSPECT_CONFIG_DIR "/inspect_config.xml", OMINSPECT_STATE_DIR "/diag/log",
+                LogFolder(OMINSPECT_LOG_DIR), false};
     }
     return {kDeviceConfig, kDeviceArea, LogFolder("/var/log/kivo"), true};
 }

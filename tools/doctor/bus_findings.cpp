@@ -32,18 +32,22 @@ Finding JudgeConnection(const BusFacts& facts) {
                               : "KIVO_BUS_ADDRESS names this bus: start it, or unset the variable for the system bus"};
 }
 
-Finding JudgeRights(const BusFacts& facts, const Person& person, bool hasPolicyFile) {
+Finding JudgeRights(const BusFacts& facts, const Person& person, const std::string& policyAdvice) {
     const std::string user = "user " + person.name;
     const std::string group = std::string("group ") + kAskers;
     if (!facts.joinFailure) {
-        return {Verdict::kGood, "rights", user + " may ask"};
+        const bool isGuarded = facts.server && facts.server->isGuarded.value_or(false);
+        const bool mayOwn = !isGuarded || person.isRoot || person.isOwner;
+        return {Verdict::kGood, "rights",
+                user + (mayOwn ? " may ask and own items"
+                               : std::string(" may ask; owning items takes the group ") + kOwners)};
     }
     if (!IsDenied(facts)) {
         return {Verdict::kUnknown, "rights", "not known without the bus"};
     }
     if (person.isRoot || person.isMember) {
         return {Verdict::kFailure, "rights", "the bus lets nobody ask: it does not have the inspection system's policy",
-                hasPolicyFile ? "systemctl reload dbus" : "install the package ominspect, which brings the policy"};
+                policyAdvice};
     }
     if (person.isListed) {
         return {Verdict::kFailure, "rights", user + " is in the " + group + ", but this login is older",
@@ -138,8 +142,8 @@ Finding JudgeOwners(const Sorted& sorted, const std::vector<std::string>& silent
 
 }  // namespace
 
-std::vector<Finding> JudgeBus(const BusFacts& facts, const Person& person, bool hasPolicyFile) {
-    std::vector<Finding> findings{JudgeConnection(facts), JudgeRights(facts, person, hasPolicyFile)};
+std::vector<Finding> JudgeBus(const BusFacts& facts, const Person& person, const std::string& policyAdvice) {
+    std::vector<Finding> findings{JudgeConnection(facts), JudgeRights(facts, person, policyAdvice)};
     if (!facts.server || !facts.server->isGuarded) {
         findings.push_back({Verdict::kUnknown, "policy", "not known without an answer of the server"});
     } else if (*facts.server->isGuarded) {

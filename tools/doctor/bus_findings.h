@@ -1,6 +1,7 @@
 // Bus, rights, policy, server and owners: what is right about them, and what to do about the rest.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "doctor/bus_facts.h"
@@ -9,8 +10,8 @@
 
 namespace ominspect::doctor {
 
-// `hasPolicyFile`: the policy is installed where the bus reads it.
-std::vector<Finding> JudgeBus(const BusFacts& facts, const Person& person, bool hasPolicyFile);
+// `policyAdvice`: what helps where the bus does not have the policy.
+std::vector<Finding> JudgeBus(const BusFacts& facts, const Person& person, const std::string& policyAdvice);
 
 // `version`: that of this program.
 std::vector<Finding> JudgeServer(const BusFacts& facts, const std::string& version);

@@ -97,11 +97,18 @@ bool IsAsSchemaHasIt(const std::string& config) {
     return !errors || errors->empty();
 }
 
-bool HasPolicyFile() {
+// What helps where the bus does not have the policy. The system bus reads two folders only, whatever the prefix is.
+std::string PolicyAdvice() {
     constexpr const char* kName = "/com.kivo.proc.conf";
-    constexpr std::array kFolders{OMINSPECT_POLICY_DIR, "/usr/share/dbus-1/system.d", "/etc/dbus-1/system.d"};
-    return std::ranges::any_of(
-        kFolders, [](const char* folder) { return access((std::string(folder) + kName).c_str(), R_OK) == 0; });
+    constexpr const char* kOwnFolder = "/etc/dbus-1/system.d";
+    const auto isIn = [](const char* folder) { return access((std::string(folder) + kName).c_str(), R_OK) == 0; };
+    if (isIn("/usr/share/dbus-1/system.d") || isIn(kOwnFolder)) {
+        return "systemctl reload dbus";
+    }
+    if (isIn(OMINSPECT_POLICY_DIR)) {
+        return std::string("ln -s " OMINSPECT_POLICY_DIR) + kName + ' ' + kOwnFolder + "; systemctl reload dbus";
+    }
+    return "install the package ominspect, which brings the policy";
 }
 
 std::vector<Finding> LookAtInstallation() {
@@ -113,7 +120,7 @@ std::vector<Finding> LookAtInstallation() {
     const BusFacts bus = LookAtBus(configured);
     const std::string user = bus.server ? bus.server->user : "";
 
-    std::vector<Finding> findings = JudgeBus(bus, ThisPerson(), HasPolicyFile());
+    std::vector<Finding> findings = JudgeBus(bus, ThisPerson(), PolicyAdvice());
     const auto append = [&findings](std::vector<Finding> more) {
         findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     };

@@ -64,6 +64,9 @@ Person ThisPerson() {
         person.isListed = IsListed(uid, *group);
         person.isMember = IsMember(*group);
     }
+    if (const auto group = GroupId(kOwners)) {
+        person.isOwner = IsMember(*group);
+    }
     return person;
 }
 

@@ -7,14 +7,16 @@
 
 namespace ominspect::doctor {
 
-// The group whose members may ask.
+// The groups whose members may ask, and own items.
 inline constexpr const char* kAskers = "ominspect";
+inline constexpr const char* kOwners = "ominspect-owner";
 
 struct Person {
     std::string name;  // "alice", or the id where it has no name
     bool isRoot = false;
-    bool isListed = false;  // the group's list has the user now
-    bool isMember = false;  // this process is in the group: it was started after that
+    bool isListed = false;  // the askers' list has the user now
+    bool isMember = false;  // this process is in their group: it was started after that
+    bool isOwner = false;   // it is in the owners' group
 };
 
 // The user of this process.

@@ -44,10 +44,12 @@ Finding JudgeFolder(const std::string& subject, const std::string& path, const s
                     unsigned long long leastFree) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
+        if (errno == EACCES) {
+            return {Verdict::kUnknown, subject, path + ": not visible to this user"};
+        }
         return errno == ENOENT
                    ? Finding{Verdict::kUnknown, subject, path + ": not there; it is made when something is written"}
-                   : Finding{Verdict::kWarning, subject, path + ": " + SystemText(errno),
-                             "look at the rights of the folders above it"};
+                   : Finding{Verdict::kWarning, subject, path + ": " + SystemText(errno), "look at the path above it"};
     }
     if (!S_ISDIR(status.st_mode)) {
         return {Verdict::kWarning, subject, path + ": not a folder", "remove it, and restart the server"};

@@ -13,8 +13,7 @@ namespace client = ominspect::client;
 
 namespace {
 
-constexpr bool kWithPolicyFile = true;
-constexpr bool kWithoutPolicyFile = false;
+constexpr const char* kAdvice = "bring the policy";
 
 const Person kStranger{"alice"};
 const Person kListed{"alice", false, true, false};
@@ -73,59 +72,64 @@ std::string ItemsText(const BusFacts& facts) {
 }
 
 TEST(BusFindings, AllIsGoodForAMemberOnTheSystemBus) {
-    EXPECT_EQ(TextOf(JudgeBus(Working(), kMember, kWithPolicyFile)),
+    EXPECT_EQ(TextOf(JudgeBus(Working(), kMember, kAdvice)),
               "ok       bus     the system bus at unix:path=/bus\n"
-              "ok       rights  user alice may ask\n"
+              "ok       rights  user alice may ask; owning items takes the group ominspect-owner\n"
               "ok       policy  in force\n");
+}
+
+TEST(BusFindings, TheOwnersGroupMayOwnItemsAsRootMay) {
+    Person owner = kMember;
+    owner.isOwner = true;
+    EXPECT_EQ(JudgeBus(Working(), owner, kAdvice)[1].text, "user alice may ask and own items");
+    EXPECT_EQ(JudgeBus(Working(), kRoot, kAdvice)[1].text, "user root may ask and own items");
 }
 
 TEST(BusFindings, AnotherBusIsNamedByItsAddress) {
     BusFacts facts = Working();
     facts.isSystemBus = false;
     facts.server->isGuarded = false;
-    EXPECT_EQ(TextOf(JudgeBus(facts, kRoot, kWithoutPolicyFile)),
+    EXPECT_EQ(TextOf(JudgeBus(facts, kRoot, kAdvice)),
               "ok       bus     unix:path=/bus\n"
-              "ok       rights  user root may ask\n"
+              "ok       rights  user root may ask and own items\n"
               "warning  policy  none: whoever reaches this bus may be the server, or an owner\n"
               "                 -> right for a trial on a bus of one's own; else use the system bus\n");
 }
 
 TEST(BusFindings, ABusThatCannotBeReachedIsAFailure) {
     BusFacts facts = NotJoined(client::ErrorCode::kBusUnreachable);
-    EXPECT_EQ(TextOf(JudgeBus(facts, kMember, kWithPolicyFile)),
+    EXPECT_EQ(TextOf(JudgeBus(facts, kMember, kAdvice)),
               "failure  bus     the cause\n"
               "                 -> systemctl start dbus\n"
               "unknown  rights  not known without the bus\n"
               "unknown  policy  not known without an answer of the server\n");
     facts.isSystemBus = false;
-    EXPECT_TRUE(JudgeBus(facts, kMember, kWithPolicyFile)[0].advice.starts_with("KIVO_BUS_ADDRESS names this bus"));
+    EXPECT_TRUE(JudgeBus(facts, kMember, kAdvice)[0].advice.starts_with("KIVO_BUS_ADDRESS names this bus"));
 }
 
 TEST(BusFindings, WhoIsRefusedLearnsWhatIsMissing) {
     const BusFacts facts = NotJoined(client::ErrorCode::kDenied);
-    const auto rights = [&](const Person& person, bool hasFile) {
-        return TextOf({JudgeBus(facts, person, hasFile)[1]});
-    };
-    EXPECT_EQ(rights(kStranger, kWithPolicyFile),
+    const auto rights = [&](const Person& person) { return TextOf({JudgeBus(facts, person, kAdvice)[1]}); };
+    EXPECT_EQ(rights(kStranger),
               "failure  rights  user alice is not in the group ominspect\n"
               "                 -> usermod -aG ominspect alice, then log in again\n");
-    EXPECT_EQ(rights(kListed, kWithPolicyFile),
+    EXPECT_EQ(rights(kListed),
               "failure  rights  user alice is in the group ominspect, but this login is older\n"
               "                 -> log in again\n");
     const std::string nobody =
         "failure  rights  the bus lets nobody ask: it does not have the inspection system's policy\n"
         "                 -> ";
-    EXPECT_EQ(rights(kMember, kWithPolicyFile), nobody + "systemctl reload dbus\n");
-    EXPECT_EQ(rights(kRoot, kWithoutPolicyFile), nobody + "install the package ominspect, which brings the policy\n");
-    EXPECT_EQ(JudgeBus(facts, kStranger, kWithPolicyFile)[0].verdict, Verdict::kGood) << "the bus itself is there";
+    EXPECT_EQ(rights(kMember), nobody + "bring the policy\n");
+    EXPECT_EQ(rights(kRoot), nobody + "bring the policy\n");
+    EXPECT_EQ(JudgeBus(facts, kStranger, kAdvice)[0].verdict, Verdict::kGood) << "the bus itself is there";
 }
 
 TEST(BusFindings, ThePolicyIsNotKnownWithoutTheServersAnswer) {
     BusFacts facts = Working();
     facts.server->isGuarded.reset();
-    EXPECT_EQ(JudgeBus(facts, kMember, kWithPolicyFile)[2].verdict, Verdict::kUnknown);
+    EXPECT_EQ(JudgeBus(facts, kMember, kAdvice)[2].verdict, Verdict::kUnknown);
     facts.server.reset();
-    EXPECT_EQ(JudgeBus(facts, kMember, kWithPolicyFile)[2].verdict, Verdict::kUnknown);
+    EXPECT_EQ(JudgeBus(facts, kMember, kAdvice)[2].verdict, Verdict::kUnknown);
 }
 
 TEST(ServerFindings, NameVersionProcessAndUser) {

@@ -105,6 +105,17 @@ TEST_F(PlaceFindings, AFolderOfAnotherUserOrNotForWritingIsAWarning) {
     EXPECT_EQ(JudgeFolder("log", "closed", self_, kAnyRoom).verdict, Verdict::kWarning);
 }
 
+TEST_F(PlaceFindings, AFolderThatTheUserMayNotSeeIsUnknown) {
+    constexpr uid_t kNobody = 65534;
+    ASSERT_EQ(mkdir("closed", 0), 0);
+    const uid_t before = geteuid();
+    ASSERT_TRUE(before != 0 || seteuid(kNobody) == 0);
+    const Finding found = JudgeFolder("log", "closed/below", self_, kAnyRoom);
+    ASSERT_EQ(seteuid(before), 0);
+    EXPECT_EQ(found.verdict, Verdict::kUnknown);
+    EXPECT_EQ(found.text, "closed/below: not visible to this user");
+}
+
 TEST_F(PlaceFindings, AFolderWithoutRoomIsAWarning) {
     const Finding found = JudgeFolder("log", ".", self_, 1ULL << 62U);
     EXPECT_EQ(found.verdict, Verdict::kWarning);
