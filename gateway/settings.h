@@ -8,12 +8,12 @@
 //           <Host name="room12.example.org"/>
 //       </Http>
 //       <Collection enabled="true" folder="/var/lib/ominspect-gateway/collection"
-//       config="/etc/ominspect/inspect_config.xml"/>
+//                   config="/etc/ominspect/inspect_config.xml"/>
 //       <DBus enabled="true"/>
 //       <Metrics enabled="true"/>
 //       <Mqtt enabled="true" terminal="room12" host="broker.example.org" authority="/etc/ominspect/mqtt-ca.pem"
-//       certificate="/etc/ominspect/mqtt.pem" key="/etc/ominspect/mqtt.key" login="/etc/ominspect/mqtt.login"
-//       rate="10">
+//             certificate="/etc/ominspect/mqtt.pem" key="/etc/ominspect/mqtt.key" login="/etc/ominspect/mqtt.login"
+//             rate="10">
 //           <Role name="helpdesk" collect="true"><Run item="clock"/><Run item="disk_*"/></Role>
 //       </Mqtt>
 //   </Gateway>

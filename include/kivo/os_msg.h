@@ -166,7 +166,7 @@ uint32_t OsMsgSynDeferResp(const struct TagMsgBlock* msg);
 /* ---- events ---- */
 
 /* Sends an event to all who subscribed to it; nothing is sent while nobody has. `scope` must be 1: the whole device.
- * Nobody takes an event with the id of a process restart for a restart. NO_TASK: this process has no such task. */
+ * An event with the id of a process restart is never treated as one. NO_TASK: this process has no such task. */
 uint32_t OsMsgBroadcastEvent(const struct OsMsgEvent* event, uint32_t scope);
 
 /* Subscribes a task to `count` events, each delivered to its queue as an asynchronous message whose id is the

@@ -3,8 +3,7 @@
 // The server fills the one instance when it starts. A component of another process that drives collections has an
 // instance of its own, empty until that component loads it:
 //   1. InspectConfigMgr* config = InspectConfigMgr::GetInstance();   null: no memory
-//   2. config->InitInspectConfig();                                  once; a second call appends the file's entries
-//   again
+//   2. config->InitInspectConfig();                                  once: a second call appends
 //   3. config->GetLogCollectList();                                  the entries; what to do with them: collect.h
 // A fresh object (InspectConfigMgr config;) loads as well and leaves the instance alone; but the built-in tables are
 // handed out once per process: whoever falls back to them later gets empty lists.

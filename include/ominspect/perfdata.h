@@ -35,12 +35,11 @@ struct OmInspectPerfValue {
     char label[OM_INSPECT_PERF_LABEL_SIZE]; /*   0: never empty */
     char unit[OM_INSPECT_PERF_UNIT_SIZE];   /*  64: "s", "ms", "us", "%", "B", "KB", "MB", "GB", "TB", "c" for what only
                                                     rises, another one, or empty */
-    char warn[OM_INSPECT_PERF_RANGE_SIZE]; /*  80: range of the plugin convention, such as "10" or "@5:10"; may be empty
-                                            */
-    char crit[OM_INSPECT_PERF_RANGE_SIZE]; /* 112: the same */
-    double value;                          /* 144: IEEE 754, finite */
-    double min;                            /* 152: the least that it can be; NaN: not told */
-    double max;                            /* 160: the most; NaN: not told */
+    char warn[OM_INSPECT_PERF_RANGE_SIZE];  /*  80: a range of the convention, such as "10" or "@5:10", or empty */
+    char crit[OM_INSPECT_PERF_RANGE_SIZE];  /* 112: the same */
+    double value;                           /* 144: IEEE 754, finite */
+    double min;                             /* 152: the least that it can be; NaN: not told */
+    double max;                             /* 160: the most; NaN: not told */
 };
 
 #ifdef __cplusplus

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// The group of a group request: the one of which the first of the request texts that names a member of any group
-/// names a member; "unknown_group" if none does, or if a text before it has no name.
+/// The group of a group request: that of the first request text that names a member of one; "unknown_group" if none
+/// does, or if a text before it has no name.
 std::string GetGroupName(const std::vector<std::string>& requestTexts);
 
 /// The names of all groups: "unknown_group", then those of the catalogue in order.

@@ -24,7 +24,7 @@ constexpr unsigned int kNotRegistered = 12;
 constexpr unsigned int kCopyFailed = 13;
 constexpr unsigned int kNoBuffer = 14;
 constexpr uint32_t kOwnerTimeoutMs = INSPECT_OWNER_TIMEOUT_MS;
-constexpr uint32_t kSendFailedCode = 0x80020001;  // what the log line names the failed start by
+constexpr uint32_t kSendFailedCode = 0x80020001;  // the code of the failed start in the log line
 
 /// Holds the registry lock for reading or for writing.
 class RegistryHold {

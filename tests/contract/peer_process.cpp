@@ -1,4 +1,3 @@
-// The process that stands at the other end of the bus in the tests of the message layer.
 #include "peer_process.h"
 
 #include <cstring>

@@ -4,9 +4,8 @@
 // socket, which keeps nothing beyond its process), and looks with a subscriber of its own:
 //   1. all terminals connect; until the broker has the state of all;
 //   2. each has `events` results to tell at once; until all have arrived;
-//   3. the broker is killed, each terminal has five more results meanwhile, and the broker comes back; until the
-//   fleet's
-//      state is right again, and until everything has arrived.
+//   3. the broker is killed, each terminal has five more results meanwhile, and the broker comes back; until the state
+//      of the fleet is right again, and until everything has arrived.
 // Prints what it measured. Exit code 1: something was lost, came out of order, or never came.
 #include <mosquitto.h>
 #include <mqtt_protocol.h>

@@ -1,4 +1,3 @@
-// Reads a package back, for tests.
 #include "support/archive_reader.h"
 
 #include <algorithm>

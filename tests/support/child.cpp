@@ -1,4 +1,3 @@
-// A child process of a test: started, watched, ended.
 #include "support/child.h"
 
 #include <fcntl.h>

@@ -1,4 +1,3 @@
-// Messages as the bus delivers them to a handler.
 #include "support/envelope.h"
 
 #include <algorithm>

@@ -1,4 +1,3 @@
-// What the server does under which of its locks.
 #include "support/lock_trace.h"
 
 #include <pthread.h>

@@ -1,4 +1,3 @@
-// A message bus of the test's own.
 #include "support/private_bus.h"
 #include "support/eventually.h"
 

@@ -1,4 +1,3 @@
-// Builds and shows the records that travel in payloads.
 #include "support/records.h"
 
 #include <cstdio>

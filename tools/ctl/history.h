@@ -26,7 +26,7 @@ public:
     // Of the bus at KIVO_BUS_ADDRESS.
     History();
 
-    // Takes note of a result. One that is none (its status is "running", "idle" or empty) is passed over.
+    // Takes note of a result. Those with the status "running", "idle" or none are skipped.
     void Add(const client::ItemResult& result, TimePoint time);
 
     // Adds the new results to what the file holds by now. Nothing to save, or no place to save it, is no error.

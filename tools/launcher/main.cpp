@@ -28,7 +28,7 @@ constexpr const char* kHelp =
     "Runs the inspection server until SIGTERM or SIGINT.\n"
     "\n"
     "  --hosted        run the server as a host process does: without heartbeat and log backup\n"
-    "  --library PATH  the server's shared object (default: libominspect.so beside this program)\n"
+    "  --library PATH  the server's shared object (default: the installed libominspect.so)\n"
     "  --version       print the version and end\n"
     "  --help          print this text and end\n"
     "\n"

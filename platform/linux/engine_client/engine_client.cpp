@@ -120,7 +120,7 @@ void AwaitServerIfMany(std::unique_lock<std::mutex>& lock) {
     lock.lock();
 }
 
-// A server that comes after the look at the connection is registered with, too, once its coming is told.
+// If a server appears after this look at the connection, the item is registered with it once its start is told.
 uint32_t SendRegistration(const std::string& client, const std::string& name, Item& item) {
     item.server = kivo::msg::ConnectionOf(OM_INSPECT_PROC_NAME);
     const uint32_t sent = SendToServer(OM_INSPECT_MSG_REGISTER, item.timeout, client, name.c_str(), name.size() + 1);

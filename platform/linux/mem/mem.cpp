@@ -1,6 +1,7 @@
 // Each block has a header that names its unit, so that freeing needs no search.
 #include "kivo/os_mem.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -25,7 +26,8 @@ class Account {
 public:
     // Never destroyed: blocks may still be freed while the process ends.
     static Account& Instance() {
-        static auto* account = new Account;
+        alignas(Account) static std::array<std::byte, sizeof(Account)> place;
+        static auto* const account = new (place.data()) Account;  // takes no memory
         return *account;
     }
 

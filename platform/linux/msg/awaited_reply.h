@@ -34,8 +34,8 @@ public:
     // What Wait waited for.
     [[nodiscard]] sd_bus_message* Reply() const { return reply_.get(); }
 
-    // To be shown every message that comes in. Whether it claims to be a reply that is awaited; others need not see it.
-    // What does not come from the process that was asked is ignored.
+    // To be called for every message that comes in. Returns whether it claims to be a reply that is awaited; others
+    // need not see it. What does not come from the process that was asked is ignored.
     static bool Take(Process& process, sd_bus_message* message);
 
 private:

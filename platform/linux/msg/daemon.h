@@ -38,8 +38,8 @@ public:
     // Sends a question, which may be null for want of memory. A negative errno on failure. Throws std::bad_alloc.
     int Ask(sd_bus* bus, const MessagePtr& question, Answer answer);
 
-    // To be shown every message that comes in. Whether it claims to answer a question; nobody else should see it. What
-    // others send in the daemon's name is not believed, and the question stays open.
+    // To be called for every message that comes in. Returns whether it claims to answer a question; nobody else should
+    // see it. What others send in the daemon's name is not believed, and the question stays open.
     bool TakeAnswer(sd_bus_message* message);
 
     void Clear() { asked_.clear(); }

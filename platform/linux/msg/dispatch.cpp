@@ -1,4 +1,4 @@
-// Sees every message before sd-bus does, which would believe more than is right.
+// Looks at every message before sd-bus does, which trusts senders that it should not.
 #include <new>
 
 #include "msg/log.h"

@@ -172,7 +172,7 @@ std::optional<uint32_t> Peers::UidOf(const std::string& connection) {
     return std::nullopt;
 }
 
-// Of a connection that is there the daemon may still not know the user; it is then nobody's.
+// The daemon may not know the user of a connection that exists; it then has no user.
 void Peers::TakeUid(const std::string& connection, sd_bus_message* answer) {
     std::optional<uint32_t> uid;
     if (sd_bus_message_is_method_error(answer, SD_BUS_ERROR_NAME_HAS_NO_OWNER) <= 0) {

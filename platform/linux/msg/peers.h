@@ -51,7 +51,7 @@ public:
     // as a call of `identified`. Throws std::bad_alloc.
     std::optional<uint32_t> UidOf(const std::string& connection);
 
-    // To be shown every message that comes in. Whether it claims to be the daemon's news of a name.
+    // To be called for every message that comes in. Returns whether it claims to be the daemon's news of a name.
     bool TakeChange(sd_bus_message* message);
 
     // Whether a sender, identified or about to be, is still there.

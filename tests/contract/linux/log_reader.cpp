@@ -1,4 +1,3 @@
-// The log files of a test, and what it writes to standard error.
 #include "linux/log_reader.h"
 
 #include <fcntl.h>

@@ -1,4 +1,3 @@
-// Plays the service manager at the other end of the notify protocol.
 #include "linux/service_manager.h"
 
 #include <sys/socket.h>

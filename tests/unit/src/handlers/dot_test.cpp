@@ -1,5 +1,9 @@
 // Usage reports: accepted and ignored.
 #include "handlers/handlers.h"
+
+#include <cstring>
+#include <memory>
+
 #include "support/envelope.h"
 #include "support/journal_text.h"
 #include "support/platform_test.h"
@@ -12,13 +16,16 @@ using InspectDotTest = support::PlatformTest;
 
 }  // namespace
 
-TEST_F(InspectDotTest, ReportsLeaveTheReplyEmpty) {
-    std::unique_ptr<unsigned char[]> reply;
-    unsigned int replyLength = 0;
+TEST_F(InspectDotTest, ReportsLeaveTheReplyAsItIs) {
+    auto reply = std::make_unique<unsigned char[]>(3);
+    const unsigned char* const before = reply.get();
+    std::memcpy(reply.get(), "abc", 3);
+    unsigned int replyLength = 3;
     Inspect::SetInspectDotReportInfo(support::Envelope(14, "payload").Get(), reply, replyLength);
     Inspect::NotifyInspectDotPackage(support::Envelope(16, "payload").Get(), reply, replyLength);
-    EXPECT_EQ(reply, nullptr);
-    EXPECT_EQ(replyLength, 0U);
+    ASSERT_EQ(reply.get(), before);
+    EXPECT_EQ(std::memcmp(reply.get(), "abc", 3), 0);
+    EXPECT_EQ(replyLength, 3U);
     EXPECT_EQ(support::Steps(), Lines{});
 }
 
