@@ -169,7 +169,7 @@ int FindItem(sd_bus* /*bus*/, const char* path, const char* /*interface*/, void*
         return 0;
     }
     // The functions of the table only read.
-    *found = const_cast<ShownItem*>(&item->second);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    *found = const_cast<ShownItem*>(&item->second);
     return 1;
 }
 
@@ -244,7 +244,7 @@ int Interface::TellChanges(const char* path, const char* interface, const std::v
     std::vector<char*> list;
     list.reserve(names.size() + 1);
     for (const char* name : names) {
-        list.push_back(const_cast<char*>(name));  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+        list.push_back(const_cast<char*>(name));
     }
     list.push_back(nullptr);
     return names.empty() ? 0 : sd_bus_emit_properties_changed_strv(bus_, path, interface, list.data());

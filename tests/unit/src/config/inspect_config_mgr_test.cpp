@@ -238,7 +238,7 @@ TEST_F(InspectConfigMgrTest, AnotherFileIsReadAsTheDevicesIs) {
 }
 
 // None of them is waited for: nobody writes into the pipe.
-class NoRegularFileTest : public InspectConfigMgrTest {
+class InspectConfigMgrFileTest : public InspectConfigMgrTest {
 protected:
     void SetUp() override {
         InspectConfigMgrTest::SetUp();
@@ -254,17 +254,17 @@ protected:
     }
 };
 
-TEST_F(NoRegularFileTest, APipeCountsAsUnreadable) {
+TEST_F(InspectConfigMgrFileTest, APipeCountsAsUnreadable) {
     ASSERT_EQ(mkfifo(kFile, 0600), 0);
     ExpectUnreadable();
 }
 
-TEST_F(NoRegularFileTest, AFolderCountsAsUnreadable) {
+TEST_F(InspectConfigMgrFileTest, AFolderCountsAsUnreadable) {
     ASSERT_EQ(mkdir(kFile, 0700), 0);
     ExpectUnreadable();
 }
 
-TEST_F(NoRegularFileTest, ADeviceCountsAsUnreadable) {
+TEST_F(InspectConfigMgrFileTest, ADeviceCountsAsUnreadable) {
     ASSERT_EQ(symlink("/dev/zero", kFile), 0);
     ExpectUnreadable();
 }

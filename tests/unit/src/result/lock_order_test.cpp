@@ -10,7 +10,7 @@ using support::LockTrace;
 
 namespace {
 
-class LockOrderTest : public support::ServerTest {
+class ResultMgrLockOrderTest : public support::ServerTest {
 protected:
     void SetUp() override {
         ServerTest::SetUp();
@@ -25,7 +25,7 @@ protected:
 
 }  // namespace
 
-TEST_F(LockOrderTest, HoldsForAGroupThatIsStoppedAndForATimeLimit) {
+TEST_F(ResultMgrLockOrderTest, HoldsForAGroupThatIsStoppedAndForATimeLimit) {
     g_resultMgr.AddGroup({"unknown_group"});
     AddItem("stopped");
     AddItem("late", 2000);
