@@ -1,5 +1,5 @@
-"""Each allocation that an owner's program or the gateway makes on a road fails once, or no thread is to be had. The next
-request is carried out as always.
+"""Each allocation that an owner's program or the gateway makes on a road fails once, or no thread is to be had. The
+next request is carried out as always.
 
 OMINSPECT_FAILING_ALLOCATION is the library that lets an allocation fail, OMINSPECT_FAULT_SHIMS the one that refuses
 threads; the rest of the environment is that of tests/python/system.py.

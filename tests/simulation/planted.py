@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Plants mistakes in the server and the libraries, one at a time, and says after how many seeds the simulator finds each.
+"""Plants mistakes in the server and the libraries, one at a time, and says after how many seeds each is found.
 
 usage: planted.py BUILD [NAME...]
 
@@ -49,7 +49,7 @@ def object_of(command: list[str]) -> str:
 def build_image(build: pathlib.Path, folder: pathlib.Path, image: str, changed: list[str]) -> None:
     """Puts an image into the folder, with the changed sources that it has."""
     commands = compile_commands(build, image)
-    replaced = {}
+    replaced: dict[str, str] = {}
     for source in changed:
         if source not in commands:
             continue
