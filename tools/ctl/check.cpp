@@ -71,7 +71,7 @@ ExitCode Answer(const CheckOptions& options, State state, std::string_view text,
 
 std::string NumberText(double number) {
     std::array<char, 32> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     return {digits.data(), end};
 }
 
