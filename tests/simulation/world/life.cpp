@@ -1,6 +1,7 @@
 // First the run's own style is chosen: which faults it has, how its actors behave, how long it lasts. Few things at a
 // time go deeper than all at once.
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,6 +59,8 @@ private:
     void ComeToRest();
     void ForgetItems();
     bool HasItems() const;
+    bool AnswersAtRest();
+    bool IsAtRest();
 
     WorldImages images_;
     Process* director_{};
@@ -122,7 +125,7 @@ void World::StartServer() {
         {
             const InPlatform platform;
             Reached("server: ended by itself");
-            checker->StopComparing();
+            checker->BeginEnd();
         }
         end();
     });
@@ -250,7 +253,7 @@ void World::ForgetItems() {
     if (!CurrentProcess().Attached()) {
         (void)JoinRaw("director", [](TagMsgBlock* /*message*/) { return 0U; });
     }
-    for (const auto& [name, entry] : std::map(checker_->Model().table)) {
+    for (const std::string& name : checker_->Names()) {
         if (IsGroup(name)) {
             continue;
         }
@@ -262,8 +265,40 @@ void World::ForgetItems() {
 
 // What waited in the server's queue may register some anew.
 bool World::HasItems() const {
-    return checker_->Compares() &&
-           std::ranges::any_of(checker_->Model().table, [](const auto& entry) { return !IsGroup(entry.first); });
+    return std::ranges::any_of(checker_->Names(), [](const std::string& name) { return !IsGroup(name); });
+}
+
+// No allocation fails any more, nothing is under way: only a server that was killed just then may stay without an
+// answer.
+bool World::AnswersAtRest() {
+    constexpr uint32_t kPatienceMs = 10000;
+    const Process* const asked = server_;
+    const std::string item = std::string(OwnedItem(0)) + '\0';
+    const TagMsgBlock message = ToServer(7, item);
+    TagMsgBlock* reply = nullptr;
+    const InProcess process;
+    const uint32_t result = OsMsgSynSend(&message, &reply, kPatienceMs);
+    if (result != OS_MSG_OK) {
+        const InPlatform platform;
+        if (asked == server_ && !asked->dead) {
+            Violation("at rest the server does not say whether an item is idle: " + std::to_string(result));
+        }
+        return false;
+    }
+    uint32_t state = 0;
+    if (reply->dataLen == sizeof state) {
+        std::memcpy(&state, reply->data, sizeof state);
+    }
+    OsMsgSynRespFree(reply);
+    if (state != 1) {
+        const InPlatform platform;
+        Violation("at rest the server says of an item that is not there: " + std::to_string(state));
+    }
+    return true;
+}
+
+bool World::IsAtRest() {
+    return !server_->dead && checker_->IsAtRest(*server_) && !HasItems();
 }
 
 // Owners that use the library register their items anew with each server, once they have done what they are at. One
@@ -292,6 +327,7 @@ void World::AwaitItems() const {
 
 void World::ComeToRest() {
     StopFaults();
+    server_->failAllocationIn = 0;
     AwaitItems();
     Retire();
     SetPreemption(0);
@@ -318,7 +354,7 @@ void World::ComeToRest() {
         }
         ForgetItems();
         (void)Wait("rest", nullptr, Now() + 2 * kMinute);
-    } while (server_->dead || HasItems() || !checker_->IsAtRest(*server_));
+    } while (!IsAtRest() || !AnswersAtRest() || !IsAtRest());
     checker_->CheckRest(*server_, spareBlocks_);
     over_ = true;
 }
