@@ -51,6 +51,7 @@ private:
     void ChooseFaults();
     void Direct();
     void Disturb();
+    static void KillNow(Process& victim);
     static void KillOne(Fault fault, const std::string& kind);
     static void RestartLog();
     void StartServer();
@@ -169,7 +170,17 @@ void World::StartActor(uint32_t number) {
     };
 }
 
-// Kills one of them at one of its next platform calls.
+void World::KillNow(Process& victim) {
+    ForEachThread([&victim](const Thread& thread) {
+        if (thread.process == &victim && victim.kind == "requester" && std::strcmp(thread.waitsFor, "a reply") == 0 &&
+            thread.state == Thread::State::kBlocked) {
+            Reached("client: killed while it asked");
+        }
+    });
+    KillProcess(victim);
+}
+
+// Kills one of them at one of its next platform calls, or at once, also while all its threads wait.
 void World::KillOne(Fault fault, const std::string& kind) {
     std::vector<Process*> all;
     ForEachProcess([&](Process& process) {
@@ -180,7 +191,11 @@ void World::KillOne(Fault fault, const std::string& kind) {
     if (!all.empty()) {
         Process& victim = *all[Pick(static_cast<uint32_t>(all.size()))];
         victim.killedBy = fault;
-        victim.killIn = 1 + Pick(PickOf(300U, 10U));
+        if (OneIn(3)) {
+            KillNow(victim);
+        } else {
+            victim.killIn = 1 + Pick(PickOf(300U, 10U));
+        }
     }
 }
 
