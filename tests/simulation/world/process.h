@@ -98,7 +98,6 @@ struct Process {
     std::vector<ShownItem> items;
 
     // Memory:
-    int64_t bytes{};
     int64_t blocks{};
     uint64_t failAllocationIn{};  // allocations until one fails; 0: never
     bool ranOutOfMemory{};
