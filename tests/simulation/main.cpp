@@ -74,7 +74,26 @@ std::filesystem::path Below(const std::filesystem::path& folder, const std::stri
     return path;
 }
 
-int RunOne(Runner& runner, Choices choices, const Options& options) {
+// What a life of a seed did wrong, how to live it again, and a shorter one that goes wrong in the same way.
+void TellFailure(Runner& runner, uint64_t seed, const Outcome& outcome, const Options& options) {
+    // The next life takes the outcome's place.
+    const std::string text = outcome.text;
+    const Schedule whole = ScheduleOf(outcome);
+    std::printf("VIOLATION: %s\n  again:    ./scripts/simulate --seed %llu --runs 1\n", text.c_str(), Big(seed));
+    if (!options.minimise) {
+        return;
+    }
+    std::fflush(stdout);  // what follows takes a while
+    const Schedule small = Minimise(runner, whole, 1000);
+    const std::string path =
+        (std::filesystem::temp_directory_path() / ("simulate-" + std::to_string(seed) + ".schedule")).string();
+    if (WriteSchedule(path, small, text.substr(0, text.find('\n')))) {
+        std::printf("  shortest: ./scripts/simulate --schedule %s (%zu choices of %zu)\n", path.c_str(),
+                    CountChoices(small), CountChoices(whole));
+    }
+}
+
+const Outcome& LiveOne(Runner& runner, Choices choices, const Options& options) {
     const double begin = RealSeconds();
     const Outcome& outcome = runner.RunOne(std::move(choices), options.journal);
     Report report;
@@ -83,27 +102,26 @@ int RunOne(Runner& runner, Choices choices, const Options& options) {
         report.Print(RealSeconds() - begin);
     }
     std::printf("journal %016llx\n", Big(outcome.sum));
-    if (outcome.violated) {
-        std::printf("VIOLATION: %s\n", outcome.text);
-    }
-    return outcome.violated ? 1 : 0;
+    return outcome;
 }
 
-void TellFailure(Runner& runner, uint64_t seed, const Options& options) {
-    const Outcome& outcome = runner.RunOne(Choices(seed));
-    std::printf("VIOLATION: %s\n  again:    ./scripts/simulate --seed %llu --runs 1\n", outcome.text, Big(seed));
-    if (!options.minimise) {
-        return;
+int RunSeed(Runner& runner, const Options& options) {
+    const Outcome& outcome = LiveOne(runner, Choices(options.seed), options);
+    if (!outcome.violated) {
+        return 0;
     }
-    const std::string text = outcome.text;
-    const Schedule whole = ScheduleOf(outcome);
-    const Schedule small = Minimise(runner, whole, 1000);
-    const std::string path =
-        (std::filesystem::temp_directory_path() / ("simulate-" + std::to_string(seed) + ".schedule")).string();
-    if (WriteSchedule(path, small, text.substr(0, text.find('\n')))) {
-        std::printf("  shortest: ./scripts/simulate --schedule %s (%zu choices of %zu)\n", path.c_str(),
-                    CountChoices(small), CountChoices(whole));
+    TellFailure(runner, options.seed, outcome, options);
+    return 1;
+}
+
+// A schedule was told with its command, and is as short as it gets.
+int RunSchedule(Runner& runner, const Schedule& schedule, const Options& options) {
+    const Outcome& outcome = LiveOne(runner, Choices(schedule), options);
+    if (!outcome.violated) {
+        return 0;
     }
+    std::printf("VIOLATION: %s\n", outcome.text);
+    return 1;
 }
 
 int RunMany(Runner& runner, const Options& options) {
@@ -136,7 +154,8 @@ int RunMany(Runner& runner, const Options& options) {
         return 0;
     }
     std::printf("found after %llu seeds\n", Big(failed + 1));
-    TellFailure(runner, options.seed + failed, options);
+    const uint64_t seed = options.seed + failed;
+    TellFailure(runner, seed, runner.RunOne(Choices(seed)), options);
     return 1;
 }
 
@@ -178,10 +197,10 @@ int Simulate(int argc, char** argv) {
     Runner runner({server, owner, requester}, sideBySide);
 
     if (!options.schedule.empty()) {
-        return RunOne(runner, Choices(schedule), options);
+        return RunSchedule(runner, schedule, options);
     }
     if (options.runs == 1 && options.minutes <= 0) {
-        return RunOne(runner, Choices(options.seed), options);
+        return RunSeed(runner, options);
     }
     return RunMany(runner, options);
 }

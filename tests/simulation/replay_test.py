@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """The promises about repeating: the same seed gives the same journal to the byte, and a failing life gets shorter and
-still fails.
+still fails, be it one of many or the only one.
 
 usage: replay_test.py BUILD same|shortened
 """
@@ -40,20 +40,36 @@ def same(build: pathlib.Path, folder: pathlib.Path) -> None:
     assert len(different) == len(SEEDS), "two seeds gave the same journal"
 
 
+def shortest_of(output: str) -> tuple[str, ...]:
+    """The path of the shortened schedule, its choices, and those of the whole life."""
+    shortest = re.search(r"shortest: \S+ --schedule (\S+) \((\d+) choices of (\d+)\)", output)
+    assert shortest is not None, output
+    return shortest.groups()
+
+
 def shortened(build: pathlib.Path, folder: pathlib.Path) -> None:
     images = folder / "images"
     images.mkdir()
     planted.build_images(build, images, planted.HERE / "planted" / "requester-forgotten.patch")
-    run = simulate(build, "--images", str(images), "--runs", "50", "--quiet")
-    assert run.returncode == 1, run.stdout
-    shortest = re.search(r"shortest: \S+ --schedule (\S+) \((\d+) choices of (\d+)\)", run.stdout)
-    assert shortest is not None, run.stdout
-    assert int(shortest[2]) * 4 < int(shortest[3]), run.stdout
-    again = simulate(build, "--images", str(images), "--quiet", "--schedule", shortest[1])
-    pathlib.Path(shortest[1]).unlink()
-    assert again.returncode == 1, again.stdout
     wrong = re.compile(r'VIOLATION: .*instead of "log 3 \(13\) ResultMgr: "add requester ')
-    assert wrong.search(run.stdout) and wrong.search(again.stdout), again.stdout
+    run = simulate(build, "--images", str(images), "--runs", "50", "--quiet")
+    assert run.returncode == 1 and wrong.search(run.stdout), run.stdout
+    shortest, few, many = shortest_of(run.stdout)
+    assert int(few) * 4 < int(many), run.stdout
+    schedule = pathlib.Path(shortest).read_bytes()
+    pathlib.Path(shortest).unlink()
+
+    again = re.search(r"again: +\S+ (.+)", run.stdout)
+    assert again is not None, run.stdout
+    one = simulate(build, "--images", str(images), "--quiet", *again[1].split())
+    assert one.returncode == 1 and wrong.search(one.stdout) and again[0] in one.stdout, one.stdout
+    assert shortest_of(one.stdout) == (shortest, few, many), one.stdout
+    assert pathlib.Path(shortest).read_bytes() == schedule
+
+    replayed = simulate(build, "--images", str(images), "--quiet", "--schedule", shortest)
+    pathlib.Path(shortest).unlink()
+    assert replayed.returncode == 1 and wrong.search(replayed.stdout), replayed.stdout
+    assert "shortest:" not in replayed.stdout, replayed.stdout
 
 
 def main() -> int:

@@ -35,9 +35,11 @@ std::string PickRequest() {
         case 23:
             text.resize(Pick(static_cast<uint32_t>(text.size())));
             break;
-        case 22:
-            text = std::string(1 + Pick(500), static_cast<char>(1 + Pick(255)));
+        case 22: {
+            const uint32_t length = 1 + Pick(500);
+            text = std::string(length, static_cast<char>(1 + Pick(255)));
             break;
+        }
         case 21:
             text = R"({"cmd":"run"})";
             break;

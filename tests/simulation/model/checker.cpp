@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
+#include "common/msg_rules.h"
 #include "world/journal.h"
 #include "world/outcome.h"
 
@@ -106,8 +108,19 @@ Checker::Checker(const Image& image)
     }
 }
 
-Part* Checker::PartOf(const Thread& thread) const {
-    return compares_ ? static_cast<Part*>(thread.script) : nullptr;
+// After a failed allocation the server gives up what it was doing, in the middle.
+bool Checker::Compares(const Process& process) {
+    if (compares_ && process.ranOutOfMemory) {
+        compares_ = false;
+        for (const auto& [name, entry] : state_.table) {
+            counts_[name] = entry.startCount;
+        }
+    }
+    return compares_ && !ends_;
+}
+
+Part* Checker::PartOf(const Thread& thread) {
+    return Compares(*thread.process) ? static_cast<Part*>(thread.script) : nullptr;
 }
 
 void Checker::Keep(Thread& thread, std::unique_ptr<Part> part) {
@@ -121,9 +134,6 @@ void Checker::Drop(Thread& thread) {
 }
 
 void Checker::Take(const Thread& thread, const Seen& seen) {
-    if (thread.process->ranOutOfMemory) {
-        StopComparing();
-    }
     if (Part* const part = PartOf(thread)) {
         ++TheOutcome().checks;
         part->Take(seen);
@@ -131,6 +141,10 @@ void Checker::Take(const Thread& thread, const Seen& seen) {
 }
 
 void Checker::OnLog(Thread& thread, uint32_t level, const char* unit, uint32_t module, const std::string& text) {
+    const auto job = jobThreads_.find(thread.number);
+    if (job != jobThreads_.end() && text.starts_with("start wait[")) {
+        job->second.waitsSince = Now();
+    }
     Take(thread, {.kind = Kind::kLog, .number = level, .module = module, .unit = unit, .text = text});
 }
 
@@ -145,15 +159,11 @@ void Checker::OnLock(Thread& thread, const void* mutex) {
               : thread.locks.size() > 2 || (thread.locks.size() == 2 && !IsTable(thread.locks[0]))) {
         Violation(std::string("takes the lock of the ") + (table ? "table" : "jobs") + " with another one held");
     }
-    if (!compares_) {
+    if (!Compares(*thread.process)) {
         return;
     }
     if (PartOf(thread) == nullptr) {
         Violation("touches the tables, which is not its business");
-    }
-    if (thread.process->ranOutOfMemory) {
-        StopComparing();
-        return;
     }
     if (table) {
         CompareTable();
@@ -165,11 +175,13 @@ void Checker::OnLock(Thread& thread, const void* mutex) {
 
 void Checker::OnUnlock(Thread& thread, const void* mutex) {
     const bool table = IsTable(mutex);
-    if ((!table && !IsJobs(mutex)) || !compares_) {
+    if (!table && !IsJobs(mutex)) {
         return;
     }
-    if (thread.process->ranOutOfMemory) {
-        StopComparing();
+    if (!Compares(*thread.process)) {
+        if (table && !ends_) {
+            NoteCounts();
+        }
         return;
     }
     Take(thread, {.kind = table ? Kind::kUnlockTable : Kind::kUnlockJobs});
@@ -240,11 +252,14 @@ void Checker::OnSleep(Thread& thread, uint32_t seconds) {
 
 void Checker::OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) {
     const auto id = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(argument));
+    if (created != nullptr && id != 0) {
+        jobThreads_[created->number].job = id;
+    }
     if (PartOf(thread) == nullptr) {
         return;
     }
     Take(thread, {.kind = Kind::kCreate, .number = id, .result = result});
-    if (created != nullptr && compares_) {
+    if (created != nullptr && Compares(*thread.process)) {
         auto part = std::make_unique<Part>(state_);
         part->BeginJob(id);
         Keep(*created, std::move(part));
@@ -256,9 +271,12 @@ void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, BytesView da
         return;
     }
     ++TheOutcome().requests;
-    auto part = std::make_unique<Part>(state_);
-    part->BeginMessage(message, data);
-    Keep(thread, std::move(part));
+    handled_ = kivo::TokenOf(message);
+    if (Compares(*thread.process)) {
+        auto part = std::make_unique<Part>(state_);
+        part->BeginMessage(message, data);
+        Keep(thread, std::move(part));
+    }
 }
 
 void Checker::OnHandled(Thread& thread, uint32_t result) {
@@ -269,12 +287,17 @@ void Checker::OnHandled(Thread& thread, uint32_t result) {
     if (!thread.locks.empty()) {
         Violation("a handler returns with a lock held");
     }
+    if (thread.process->owed.contains(*handled_)) {
+        Violation("a handler returns without a reply");
+    }
+    handled_.reset();
     Drop(thread);
 }
 
 void Checker::OnThreadEnd(Thread& thread) {
     Take(thread, {.kind = Kind::kEnd});
     Drop(thread);
+    jobThreads_.erase(thread.number);
 }
 
 void Checker::OnEnd(Process& process) {
@@ -320,49 +343,121 @@ void Checker::CompareJobs() const {
     }
 }
 
-bool Checker::IsAtRest(const Process& process) const {
-    if (!compares_) {
-        return true;
+// Without the model: the count of an item's runs goes from 255 to 0.
+void Checker::NoteCounts() {
+    const auto note = [](void* context, const SimEntry& entry) {
+        auto& checker = *static_cast<Checker*>(context);
+        uint8_t& count = checker.counts_[entry.name];
+        checker.state_.wrapped = checker.state_.wrapped || (count == 255 && entry.startCount == 0);
+        count = entry.startCount;
+    };
+    (void)visitTable_(note, this);
+}
+
+std::vector<std::string> Checker::Names() const {
+    std::vector<std::string> names;
+    const auto note = [](void* context, const SimEntry& entry) {
+        static_cast<std::vector<std::string>*>(context)->emplace_back(entry.name);
+    };
+    if (!ends_) {
+        (void)visitTable_(note, &names);
     }
-    const bool handles = parts_.size() > state_.jobs.size();
-    const bool waits = std::ranges::any_of(process.tasks, [](const auto& task) { return !task->queue.empty(); });
-    return !handles && !waits && std::ranges::all_of(state_.jobs, [](const auto& entry) {
-        const Job& job = entry.second;
-        return job.kind == Job::Kind::kWait && job.timeout == 0 && !job.stopFlag;
+    return names;
+}
+
+// Without the model: a timer that has waited for longer than any item's limit has none. One that is to stop ends soon.
+bool Checker::HasOnlyTimers() const {
+    constexpr Micros kLongest = 600 * kSecond;
+    bool stopped = false;
+    const auto note = [](void* context, const SimJob& job) {
+        bool& any = *static_cast<bool*>(context);
+        any = any || job.stopFlag;
+    };
+    visitJobs_(note, &stopped);
+    return !stopped && std::ranges::all_of(jobThreads_, [](const auto& entry) {
+        const std::optional<Micros>& since = entry.second.waitsSince;
+        return since && Now() - *since > kLongest;
     });
 }
 
-// A map's node is one block, and so is a text that does not fit into its string.
-int64_t Checker::SpareBlocks(const Process& process) const {
-    const auto blocksOf = [](const std::string& name) { return name.size() > 15 ? 2 : 1; };
-    int64_t known = 0;
-    for (const auto& [name, entry] : state_.table) {
-        known += blocksOf(name) + (entry.requesters.HadSome() ? 1 : 0);
+bool Checker::IsAtRest(const Process& process) {
+    const bool waits = std::ranges::any_of(process.tasks, [](const auto& task) { return !task->queue.empty(); });
+    if (handled_ || waits || ends_) {
+        return false;
     }
-    for (const auto& [name, owner] : state_.registry) {
-        known += blocksOf(name);
+    if (!Compares(process)) {
+        return HasOnlyTimers();
+    }
+    return parts_.size() <= state_.jobs.size() && std::ranges::all_of(state_.jobs, [](const auto& entry) {
+               const Job& job = entry.second;
+               return job.kind == Job::Kind::kWait && job.timeout == 0 && !job.stopFlag;
+           });
+}
+
+// A map's node is one block, and so is a text that does not fit into its string. Without the model the registry counts
+// as empty, which it is when all items were taken back.
+int64_t Checker::SpareBlocks(const Process& process) {
+    static constexpr auto kBlocksOf = [](const std::string& name) { return name.size() > 15 ? 2 : 1; };
+    int64_t known = 0;
+    const auto add = [](void* context, const SimEntry& entry) {
+        *static_cast<int64_t*>(context) += kBlocksOf(entry.name) + (entry.requesters.first != nullptr ? 1 : 0);
+    };
+    (void)visitTable_(add, &known);
+    if (Compares(process)) {
+        for (const auto& [name, owner] : state_.registry) {
+            known += kBlocksOf(name);
+        }
     }
     return process.blocks - known;
 }
 
-void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBlocks) const {
-    if (!compares_) {
-        return;
+// A start that was cut short by a failed allocation leaves fewer.
+void Checker::CheckBlocks(const Process& process, int64_t spareBlocks) {
+    const int64_t blocks = SpareBlocks(process);
+    if (blocks > spareBlocks || (blocks < spareBlocks && Compares(process))) {
+        Violation("at rest the server has " + std::to_string(blocks) + " blocks of memory instead of " +
+                  std::to_string(spareBlocks));
     }
-    if (spareBlocks && state_.jobs.empty() && SpareBlocks(process) != *spareBlocks) {
-        Violation("at rest the server has " + std::to_string(SpareBlocks(process)) + " blocks of memory instead of " +
-                  std::to_string(*spareBlocks));
-    }
-    CompareTable();
-    CompareJobs();
+}
+
+void Checker::CheckTable() const {
+    const auto check = [](void* /*context*/, const SimEntry& entry) {
+        if (entry.startCount != 0 || entry.requesters.count != 0) {
+            Violation(std::string("at rest there are runs or requesters of ") + entry.name);
+        }
+    };
     // A count that has wrapped leaves its entry's run behind.
-    if ((state_.runningCount != 0 || busy_) && !state_.wrapped) {
+    if ((visitTable_(check, nullptr) != 0 || busy_) && !state_.wrapped) {
         Violation("at rest the server is busy");
     }
-    for (const auto& [name, entry] : state_.table) {
-        if (entry.startCount != 0 || !entry.requesters.All().empty()) {
-            Violation("at rest there are runs or requesters of " + name);
+}
+
+// Each job has its thread.
+void Checker::CheckJobs() const {
+    std::set<uint32_t> jobs;
+    for (const auto& [thread, job] : jobThreads_) {
+        jobs.insert(job.job);
+    }
+    const auto check = [](void* context, const SimJob& job) {
+        if (static_cast<std::set<uint32_t>*>(context)->erase(job.taskId) == 0) {
+            Violation("at rest job " + std::to_string(job.taskId) + " has no thread");
         }
+    };
+    visitJobs_(check, &jobs);
+    if (!jobs.empty()) {
+        Violation("at rest there is a thread of job " + std::to_string(*jobs.begin()) + ", which is not in the table");
+    }
+}
+
+void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBlocks) {
+    if (Compares(process)) {
+        CompareTable();
+        CompareJobs();
+    }
+    CheckTable();
+    CheckJobs();
+    if (spareBlocks && jobThreads_.empty()) {
+        CheckBlocks(process, *spareBlocks);
     }
     ForEachThread([&process](const Thread& thread) {
         if (thread.process == &process && !thread.locks.empty()) {

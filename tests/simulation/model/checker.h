@@ -1,5 +1,6 @@
 // Compares a server, action by action, with the model: each of its threads with its script, its tables with the model's
-// whenever one of their locks changes hands. Besides, what holds always: the order of locks, events that alternate.
+// whenever one of their locks changes hands. Besides, what holds always, also after a failed allocation, when the model
+// no longer knows what the server does: the order of locks, events that alternate, and that nothing is left at rest.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "images/probe.h"
 #include "model/part.h"
@@ -38,32 +40,40 @@ public:
     void OnThreadEnd(Thread& thread) override;
     void OnEnd(Process& process) override;
 
-    /// The server ran out of memory, or is about to end: what it does is not known exactly any more.
-    void StopComparing() { compares_ = false; }
-    bool Compares() const { return compares_; }
+    /// The server is about to end: its tables go.
+    void BeginEnd() { ends_ = true; }
+
+    /// The names in the server's own result table, past its lock.
+    std::vector<std::string> Names() const;
 
     /// How many blocks of memory the server has beyond those for what it has to know.
-    int64_t SpareBlocks(const Process& process) const;
+    int64_t SpareBlocks(const Process& process);
 
-    /// The world is at rest: nothing may be left but what the model knows of, and as many other blocks as at the start,
-    /// if that is known.
-    void CheckRest(const Process& process, std::optional<int64_t> spareBlocks) const;
+    /// The world is at rest, and all items were taken back: nothing may be left but wait timers that nobody can stop,
+    /// and as many other blocks as at the start, if that is known.
+    void CheckRest(const Process& process, std::optional<int64_t> spareBlocks);
 
     /// No message is handled or waits, and no job runs but wait timers that nobody can stop.
-    bool IsAtRest(const Process& process) const;
+    bool IsAtRest(const Process& process);
 
     const State& Model() const { return state_; }
 
 private:
     bool IsTable(const void* mutex) const { return mutex == tableLock_; }
     bool IsJobs(const void* mutex) const { return mutex == jobsLock_; }
-    Part* PartOf(const Thread& thread) const;
+    Part* PartOf(const Thread& thread);
     void Keep(Thread& thread, std::unique_ptr<Part> part);
     void Drop(Thread& thread);
     void Take(const Thread& thread, const Seen& seen);
     void SetBusy(bool busy);
+    bool Compares(const Process& process);
+    void NoteCounts();
+    bool HasOnlyTimers() const;
     void CompareTable() const;
     void CompareJobs() const;
+    void CheckTable() const;
+    void CheckJobs() const;
+    void CheckBlocks(const Process& process, int64_t spareBlocks);
 
     decltype(SimVisitTable)* visitTable_;
     decltype(SimVisitJobs)* visitJobs_;
@@ -71,7 +81,18 @@ private:
     const void* jobsLock_;
     State state_;
     std::map<uint64_t, std::unique_ptr<Part>> parts_;  // by the thread's number
-    bool compares_ = true;
+
+    // What is seen of the jobs' threads, without the model.
+    struct JobThread {
+        uint32_t job{};
+        std::optional<Micros> waitsSince{};  // it is a wait timer
+    };
+    std::map<uint64_t, JobThread> jobThreads_;  // by the thread's number
+    std::optional<uint64_t> handled_;           // the token of the message that is handled
+    std::map<std::string, uint8_t> counts_;     // of the runs, when the model no longer knows them
+
+    bool compares_ = true;  // false: an allocation of the server has failed
+    bool ends_ = false;
     bool busy_ = false;  // what event 9 said last
     Micros busySince_ = 0;
 };

@@ -123,7 +123,6 @@ void* Allocate(size_t size) {
     header->process = process;
     header->size = size;
     if (process != nullptr) {
-        process->bytes += static_cast<int64_t>(size);
         ++process->blocks;
     }
     return header + 1;
@@ -144,7 +143,6 @@ void Free(void* block) {
         GiveRaw(header);
         return;
     }
-    header->process->bytes -= static_cast<int64_t>(header->size);
     --header->process->blocks;
     std::memset(block, kGone, header->size);
     if (Header* const last = std::exchange(g_kept[g_nextKept], header)) {

@@ -1,6 +1,7 @@
 // First the run's own style is chosen: which faults it has, how its actors behave, how long it lasts. Few things at a
 // time go deeper than all at once.
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,7 @@ private:
     void ChooseFaults();
     void Direct();
     void Disturb();
+    static void KillNow(Process& victim);
     static void KillOne(Fault fault, const std::string& kind);
     static void RestartLog();
     void StartServer();
@@ -58,6 +60,8 @@ private:
     void ComeToRest();
     void ForgetItems();
     bool HasItems() const;
+    bool AnswersAtRest();
+    bool IsAtRest();
 
     WorldImages images_;
     Process* director_{};
@@ -122,7 +126,7 @@ void World::StartServer() {
         {
             const InPlatform platform;
             Reached("server: ended by itself");
-            checker->StopComparing();
+            checker->BeginEnd();
         }
         end();
     });
@@ -166,7 +170,17 @@ void World::StartActor(uint32_t number) {
     };
 }
 
-// Kills one of them at one of its next platform calls.
+void World::KillNow(Process& victim) {
+    ForEachThread([&victim](const Thread& thread) {
+        if (thread.process == &victim && victim.kind == "requester" && std::strcmp(thread.waitsFor, "a reply") == 0 &&
+            thread.state == Thread::State::kBlocked) {
+            Reached("client: killed while it asked");
+        }
+    });
+    KillProcess(victim);
+}
+
+// Kills one of them at one of its next platform calls, or at once, also while all its threads wait.
 void World::KillOne(Fault fault, const std::string& kind) {
     std::vector<Process*> all;
     ForEachProcess([&](Process& process) {
@@ -177,7 +191,11 @@ void World::KillOne(Fault fault, const std::string& kind) {
     if (!all.empty()) {
         Process& victim = *all[Pick(static_cast<uint32_t>(all.size()))];
         victim.killedBy = fault;
-        victim.killIn = 1 + Pick(PickOf(300U, 10U));
+        if (OneIn(3)) {
+            KillNow(victim);
+        } else {
+            victim.killIn = 1 + Pick(PickOf(300U, 10U));
+        }
     }
 }
 
@@ -250,7 +268,7 @@ void World::ForgetItems() {
     if (!CurrentProcess().Attached()) {
         (void)JoinRaw("director", [](TagMsgBlock* /*message*/) { return 0U; });
     }
-    for (const auto& [name, entry] : std::map(checker_->Model().table)) {
+    for (const std::string& name : checker_->Names()) {
         if (IsGroup(name)) {
             continue;
         }
@@ -262,8 +280,40 @@ void World::ForgetItems() {
 
 // What waited in the server's queue may register some anew.
 bool World::HasItems() const {
-    return checker_->Compares() &&
-           std::ranges::any_of(checker_->Model().table, [](const auto& entry) { return !IsGroup(entry.first); });
+    return std::ranges::any_of(checker_->Names(), [](const std::string& name) { return !IsGroup(name); });
+}
+
+// No allocation fails any more, nothing is under way: only a server that was killed just then may stay without an
+// answer.
+bool World::AnswersAtRest() {
+    constexpr uint32_t kPatienceMs = 10000;
+    const Process* const asked = server_;
+    const std::string item = std::string(OwnedItem(0)) + '\0';
+    const TagMsgBlock message = ToServer(7, item);
+    TagMsgBlock* reply = nullptr;
+    const InProcess process;
+    const uint32_t result = OsMsgSynSend(&message, &reply, kPatienceMs);
+    if (result != OS_MSG_OK) {
+        const InPlatform platform;
+        if (asked == server_ && !asked->dead) {
+            Violation("at rest the server does not say whether an item is idle: " + std::to_string(result));
+        }
+        return false;
+    }
+    uint32_t state = 0;
+    if (reply->dataLen == sizeof state) {
+        std::memcpy(&state, reply->data, sizeof state);
+    }
+    OsMsgSynRespFree(reply);
+    if (state != 1) {
+        const InPlatform platform;
+        Violation("at rest the server says of an item that is not there: " + std::to_string(state));
+    }
+    return true;
+}
+
+bool World::IsAtRest() {
+    return !server_->dead && checker_->IsAtRest(*server_) && !HasItems();
 }
 
 // Owners that use the library register their items anew with each server, once they have done what they are at. One
@@ -292,6 +342,11 @@ void World::AwaitItems() const {
 
 void World::ComeToRest() {
     StopFaults();
+    server_->failAllocationIn = 0;
+    // What owners do after a restart is seen best when nothing comes after it.
+    if ((disturbances_ & 1U) != 0 && OneIn(2)) {
+        KillNow(*server_);
+    }
     AwaitItems();
     Retire();
     SetPreemption(0);
@@ -318,7 +373,7 @@ void World::ComeToRest() {
         }
         ForgetItems();
         (void)Wait("rest", nullptr, Now() + 2 * kMinute);
-    } while (server_->dead || HasItems() || !checker_->IsAtRest(*server_));
+    } while (!IsAtRest() || !AnswersAtRest() || !IsAtRest());
     checker_->CheckRest(*server_, spareBlocks_);
     over_ = true;
 }

@@ -21,6 +21,7 @@ constexpr const char* kStates[] = {
     "bus: request refused, queue full",
     "bus: request timed out",
     "bus: server absent",
+    "client: killed while it asked",
     "group: all items final at once",
     "group: more than 32 texts",
     "group: no worker",

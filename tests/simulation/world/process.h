@@ -84,8 +84,8 @@ struct Process {
     std::string kind;
     bool dead{};
     bool busLost{};
-    uint64_t killIn{};  // platform calls until it is killed; 0: never
     Fault killedBy{};
+    uint64_t killIn{};  // platform calls until it is killed; 0: never
     Observer* observer{};
     std::function<void()> onEnd;  // called once, when it has ended in any way
 
@@ -98,12 +98,11 @@ struct Process {
     std::vector<ShownItem> items;
 
     // Memory:
-    int64_t bytes{};
     int64_t blocks{};
     uint64_t failAllocationIn{};  // allocations until one fails; 0: never
+    int64_t answers{};            // that it got and did not free
+    int64_t accounted{};          // blocks of OsMemMallocSetCharMon
     bool ranOutOfMemory{};
-    int64_t answers{};    // that it got and did not free
-    int64_t accounted{};  // blocks of OsMemMallocSetCharMon
 
     // Of the other libraries:
     bool timersStarted{};
