@@ -71,7 +71,7 @@ ExitCode Answer(const CheckOptions& options, State state, std::string_view text,
 
 std::string NumberText(double number) {
     std::array<char, 32> digits{};
-    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    auto* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     return {digits.data(), end};
 }
 
@@ -130,8 +130,7 @@ ExitCode Check(const CheckOptions& options) {
     if (!client::IsUnknownItem(outcome->result)) {
         values = measured.Values();
     }
-    return Answer(options, StateOf(outcome->result), outcome->result.text,
-                  Performance(seconds, options.limit, values));
+    return Answer(options, StateOf(outcome->result), outcome->result.text, Performance(seconds, options.limit, values));
 }
 
 }  // namespace ominspect::ctl
