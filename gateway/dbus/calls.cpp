@@ -101,12 +101,13 @@ int Calls::Take(sd_bus_message* message, Order order, sd_bus_error* error) {
     if (calls_.size() >= kMostCalls || ofCaller >= kMostOfOneCaller) {
         return sd_bus_error_set(error, NameOf(ErrorCode::kRefused), "as many calls wait for their results as may");
     }
+    const std::string rule = std::string("type='signal',sender='") + kDaemon + "',interface='" + kDaemon +
+                             "',member='NameOwnerChanged',arg0='" + sender + "',arg2=''";
+    // From here on nothing is thrown: the call would stay.
     Call& call =
         calls_.emplace_back(Call{this, Message(sd_bus_message_ref(message)), std::move(order), {}, nullptr, nullptr});
     int result = 0;
     if (sd_bus_message_get_expect_reply(message) > 0) {
-        const std::string rule = std::string("type='signal',sender='") + kDaemon + "',interface='" + kDaemon +
-                                 "',member='NameOwnerChanged',arg0='" + sender + "',arg2=''";
         sd_bus_slot* leaving = nullptr;
         result = sd_bus_add_match_async(bus_, &leaving, rule.c_str(), &Calls::OnLeft, nullptr, &call);
         call.leaving.reset(leaving);
@@ -124,8 +125,8 @@ int Calls::Take(sd_bus_message* message, Order order, sd_bus_error* error) {
 }
 
 int Calls::OnUser(sd_bus_message* reply, void* context, sd_bus_error* /*error*/) {
-    return Guarded([&] {
-        Call& call = *static_cast<Call*>(context);
+    Call& call = *static_cast<Call*>(context);
+    const int result = Guarded([&] {
         if (sd_bus_message_is_method_error(reply, nullptr) > 0) {
             call.calls->Forget(call);  // it has left
             return 0;
@@ -135,6 +136,11 @@ int Calls::OnUser(sd_bus_message* reply, void* context, sd_bus_error* /*error*/)
         call.calls->Begin(call, isKnown ? std::optional(user) : std::nullopt);
         return 0;
     });
+    if (result < 0) {
+        (void)sd_bus_reply_method_errno(call.message.get(), result, nullptr);
+        call.calls->Forget(call);
+    }
+    return result;
 }
 
 void Calls::Begin(Call& call, std::optional<std::uint32_t> user) {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -21,8 +22,9 @@ namespace {
 
 constexpr const char* kPart = "dbus";
 constexpr std::size_t kMostResults = 1024;
-constexpr std::chrono::seconds kRetryPeriod{2};
-constexpr int kStepMs = 500;
+constexpr std::chrono::milliseconds kRetryPeriod{2000};
+constexpr std::chrono::milliseconds kMemoryPeriod{50};  // a lack of memory mostly is over at once
+constexpr std::chrono::milliseconds kStep{500};
 constexpr std::chrono::seconds kCallLimit{5};
 
 }  // namespace
@@ -72,15 +74,19 @@ void DBusPart::Tell(const Event& event) {
 
 void DBusPart::Run() {
     while (!isEnding_) {
+        auto period = kRetryPeriod;
         try {
             Serve();
+        } catch (const std::bad_alloc& error) {
+            parts_.Set(kPart, PartState::kFailed, error.what());
+            period = kMemoryPeriod;
         } catch (const std::exception& error) {
             parts_.Set(kPart, PartState::kFailed, error.what());
         }
-        const auto retry = std::chrono::steady_clock::now() + kRetryPeriod;
+        const auto retry = std::chrono::steady_clock::now() + period;
         while (!isEnding_ && std::chrono::steady_clock::now() < retry) {
             pollfd wake{wake_.Get(), POLLIN, 0};
-            (void)poll(&wake, 1, kStepMs);
+            (void)poll(&wake, 1, static_cast<int>(std::min(kStep, period).count()));
             Calm();
         }
     }

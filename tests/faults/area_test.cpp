@@ -3,8 +3,10 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <memory>
 
 #include "faults.h"
 #include "support/own_root.h"
@@ -78,6 +80,15 @@ protected:
                         std::to_string(number)) == std::string(100, 'l');
     }
 
+    // As the kernel tells: its thread sleeps, and only what it waits for, or the end of the process, wakes it.
+    static bool BackupWaitsForItsDisk(const Child& server) {
+        const fs::directory_iterator threads("/proc/" + std::to_string(server.Pid()) + "/task");
+        return std::any_of(begin(threads), end(threads), [](const fs::directory_entry& thread) {
+            return Contents(thread.path() / "comm") == "wylog_backup\n" &&
+                   StatusLine(std::stoi(thread.path().filename()), "State").starts_with('D');
+        });
+    }
+
     const SmallDisk disk_;
 };
 
@@ -90,6 +101,17 @@ TEST_F(Area, ASourceThatHangsIsGivenUpAndTheOthersAreCollected) {
     EXPECT_TRUE(HasPackage());
     EXPECT_TRUE(Holds(collect.Output(), "failed: the source does not answer")) << collect.Output();
     EXPECT_TRUE(Holds(collect.Output(), "good: 1 file, 6 B, ")) << collect.Output();
+}
+
+// Itself, and what lies below it.
+TEST_F(Area, ThatHangsIsGivenUpAndLeavesNoPackage) {
+    const HangingMount mount(folder_ / "hanging");
+    for (const std::string area : {"hanging", "hanging/area"}) {
+        Child collect = Collect({folder_ / "good", "--area", folder_ / area});
+        EXPECT_EQ(collect.Wait(), 1) << collect.Output();
+        EXPECT_TRUE(Holds(collect.Output(), "the area " + folder_ / area + " does not answer\n")) << collect.Output();
+        EXPECT_FALSE(HasPackage());
+    }
 }
 
 TEST_F(Area, ThatIsFullSaysSoAndLeavesNoPackage) {
@@ -113,12 +135,27 @@ TEST_F(Area, ThatIsReadOnlyGivesAPackageThatSaysWhatIsMissing) {
     EXPECT_TRUE(Holds(collect.Output(), "incomplete: 1 path not copied")) << collect.Output();
 }
 
+// Neither one that an entry is to be copied to nor one on the way there.
 TEST_F(Area, ThatIsALinkIsNotWrittenThrough) {
+    const std::string area = folder_ / "area";
     WriteFile(folder_ / "elsewhere/kept", "kept");
-    fs::create_directory(folder_ / "area");
-    fs::create_directory_symlink(folder_ / "elsewhere", folder_ / "area/files");
-    Child collect = Collect({folder_ / "good", "--area", folder_ / "area"});
-    (void)collect.Wait();
+    fs::create_directory(area);
+    fs::create_directory_symlink(folder_ / "elsewhere", area + "/link");
+    std::string entries;
+    for (const std::string place : {"/link", "/link/below", "/own"}) {
+        entries +=
+            "<Log srcPath='" + folder_ / "good" + "' dstPath='" + area + place + "' timeout='5' isFolder='true'/>";
+    }
+    WriteFile(folder_ / "c.xml", "<c><LogCollect>" + entries + "</LogCollect></c>");
+    Child collect = Collect({"--config", folder_ / "c.xml", "--area", area});
+    EXPECT_EQ(collect.Wait(), 1);
+    for (const std::string place : {"/link", "/link/below"}) {
+        EXPECT_TRUE(
+            Holds(collect.Output(), "refused: the destination " + area + place + " is outside the area " + area + '\n'))
+            << collect.Output();
+    }
+    EXPECT_EQ(Contents(area + "/own/log"), "a line");
+    EXPECT_EQ(Contents(folder_ / "elsewhere/kept"), "kept");
     EXPECT_EQ(std::distance(fs::directory_iterator(folder_ / "elsewhere"), fs::directory_iterator()), 1)
         << collect.Output();
 }
@@ -134,6 +171,7 @@ TEST_F(BackupOnASmallDisk, ThatIsFullIsTriedAgainAndHoldsUpNoRun) {
     disk_.Empty();
     AddLogs(6, 5);
     EXPECT_TRUE(Eventually([this] { return IsBackedUp(6); })) << ServerLog();
+    EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");
     server.Signal(SIGTERM);
     EXPECT_EQ(server.Wait(), 0);
 }
@@ -150,6 +188,22 @@ TEST_F(BackupOnASmallDisk, ThatIsReadOnlyIsGivenUpAndHoldsUpNoRun) {
     server.Signal(SIGTERM);
     EXPECT_EQ(server.Wait(), 0);
     const Child again = StartOnTheDisk();
+    EXPECT_TRUE(Eventually([this] { return IsBackedUp(1); })) << ServerLog();
+}
+
+// The thread of the backup waits for the disk, and nobody waits for that thread.
+TEST_F(BackupOnASmallDisk, ThatHangsHoldsUpNeitherRunsNorTheEndAndGoesOnWithTheDisk) {
+    AddLogs(1, 5);
+    auto mount = std::make_unique<HangingMount>(disk_.Path() + "/device/data/inspect/diag");
+    Child server = StartOnTheDisk();
+    const Child owner = StartOwner("owner1", {"ok"});
+    ASSERT_TRUE(Eventually([&] { return BackupWaitsForItsDisk(server); })) << ServerLog();
+    EXPECT_EQ(Text(RunItem("ok")), "ok success/answered by owner1");
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.Wait(), 0) << server.Output();
+    const Child again = StartOnTheDisk();
+    ASSERT_TRUE(Eventually([&] { return BackupWaitsForItsDisk(again); })) << ServerLog();
+    mount.reset();
     EXPECT_TRUE(Eventually([this] { return IsBackedUp(1); })) << ServerLog();
 }
 

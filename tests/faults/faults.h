@@ -31,7 +31,7 @@ protected:
         memory_ = PrivateMemory(Pid());
     }
 
-    [[nodiscard]] const Child& Server() const { return *server_; }
+    [[nodiscard]] Child& Server() const { return *server_; }
     [[nodiscard]] pid_t Pid() const { return server_->Pid(); }
 
     // Has a run in the background; its results come as messages 0.

@@ -16,6 +16,8 @@ class LogFolder : public Faults {
 protected:
     static void SetUpTestSuite() { BecomeOwnRoot(); }
 
+    void StartAll(const std::string& folder) { Faults::StartAll(false, {"KIVO_LOG_DIR=" + folder}); }
+
     static bool Holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
     // Runs an item that nobody has, until its name stands in a text.
@@ -32,47 +34,43 @@ protected:
 TEST_F(LogFolder, ThatMayNotBeWrittenToSendsTheLogToStandardError) {
     const SmallDisk disk;
     disk.SetReadOnly(true);
-    Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + disk.Path() + "/log"});
-    ASSERT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
-    EXPECT_TRUE(EventuallyTold("one", [&] { return server.Output(); }));
-    server.Signal(SIGTERM);
-    EXPECT_EQ(server.Wait(), 0);
+    StartAll(disk.Path() + "/log");
+    EXPECT_TRUE(EventuallyTold("one", [this] { return Server().Output(); }));
+    ExpectNothingStays();
+    Server().Signal(SIGTERM);
+    EXPECT_EQ(Server().Wait(), 0);
 }
 
 TEST_F(LogFolder, ThatIsAFileSendsTheLogToStandardError) {
     WriteFile(Folder() + "/log", "a file");
-    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + Folder() + "/log"});
-    ASSERT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
-    EXPECT_TRUE(EventuallyTold("one", [&] { return server.Output(); }));
+    StartAll(Folder() + "/log");
+    EXPECT_TRUE(EventuallyTold("one", [this] { return Server().Output(); }));
     EXPECT_EQ(Contents(Folder() + "/log"), "a file");
+    ExpectNothingStays();
 }
 
 TEST_F(LogFolder, ThatIsDeletedIsMadeAnew) {
     const std::string folder = Folder() + "/log";
-    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder});
-    ASSERT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
-    const size_t descriptors = Descriptors(server.Pid());
+    StartAll(folder);
     for (const std::string item : {"one", "two"}) {
         fs::remove_all(folder);
         EXPECT_TRUE(EventuallyTold(item, [&] { return LogIn(folder); }));
     }
-    EXPECT_LE(Descriptors(server.Pid()), descriptors);
+    ExpectNothingStays();
 }
 
 // Also without room for a folder that is made anew.
 TEST_F(LogFolder, OnAFullDiskSendsTheLogToStandardErrorUntilThereIsRoom) {
     const SmallDisk disk;
     const std::string folder = disk.Path() + "/log";
-    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder});
-    ASSERT_TRUE(Eventually([] { return Send(7, "").code == 0; }));
-    const size_t descriptors = Descriptors(server.Pid());
+    StartAll(folder);
     EXPECT_TRUE(EventuallyTold("before", [&] { return LogIn(folder); }));
     disk.Fill();
-    EXPECT_TRUE(EventuallyTold("full", [&] { return server.Output(); }));
-    EXPECT_TRUE(Holds(server.Output(), "cannot write " + folder + "/inspect.log: ")) << server.Output();
+    EXPECT_TRUE(EventuallyTold("full", [this] { return Server().Output(); }));
+    EXPECT_TRUE(Holds(Server().Output(), "cannot write " + folder + "/inspect.log: ")) << Server().Output();
     disk.Empty();
     EXPECT_TRUE(EventuallyTold("after", [&] { return LogIn(folder); }));
-    EXPECT_LE(Descriptors(server.Pid()), descriptors);
+    ExpectNothingStays();
 }
 
 }  // namespace

@@ -16,6 +16,9 @@ import threading
 import unittest
 from typing import Callable
 
+from jeepney import DBusAddress, MessageType, new_method_call
+from jeepney.io.blocking import open_dbus_connection
+
 import ominspect
 from system import System, eventually
 
@@ -27,6 +30,7 @@ ITEMS = """<Owner process="short_of_memory" maxParallel="1">
         <Arg>touch begun; sleep 0.1</Arg></Item>
 </Owner>"""
 MOST = 1000
+TYPED = "com.kivo.Inspect1"
 
 
 class Shortage(System):
@@ -130,7 +134,7 @@ class Owner(Shortage):
         self.assertEqual(self.end(self.owner), 0)
 
 
-class Gateway(Shortage):
+class WithGateway(Shortage):
     def setUp(self) -> None:
         super().setUp()
         self.start_items(self.start)
@@ -157,12 +161,6 @@ class Gateway(Shortage):
                                f"http://localhost/api/v1/{path}"], capture_output=True, check=False)
         return json.loads(done.stdout) if done.returncode == 0 else None
 
-    def http_status(self, path: str, *more: str) -> str:
-        done = subprocess.run(["curl", "-s", "-o", os.devnull, "-w", "%{http_code}", "--max-time", "5", "--unix-socket",
-                               str(self.folder / "http"), *more, f"http://localhost/api/v1/{path}"],
-                              capture_output=True, check=False, text=True)
-        return done.stdout
-
     def started_anew(self) -> bool:
         """Whether the gateway has ended. The threads that follow the server end it without memory, and then the service
         manager starts it anew."""
@@ -172,6 +170,14 @@ class Gateway(Shortage):
         self.assertEqual(self.gateway.returncode, -signal.SIGABRT)
         self.start_gateway()
         return True
+
+
+class Gateway(WithGateway):
+    def http_status(self, path: str, *more: str) -> str:
+        done = subprocess.run(["curl", "-s", "-o", os.devnull, "-w", "%{http_code}", "--max-time", "5", "--unix-socket",
+                               str(self.folder / "http"), *more, f"http://localhost/api/v1/{path}"],
+                              capture_output=True, check=False, text=True)
+        return done.stdout
 
     def everywhere_in_a_question(self, path: str) -> None:
         deaths: list[bool] = []
@@ -226,6 +232,33 @@ class Gateway(Shortage):
         self.assertEqual(self.http_status("items/now/run", "-X", "POST"), "503")
         (self.folder / "no-threads").unlink()
         self.assertTrue(self.run_now())
+        self.assertEqual(self.end(self.gateway), 0)
+
+
+class TypedCalls(WithGateway):
+    def open_operations(self) -> list[object]:
+        found = self.ask("operations")
+        assert isinstance(found, dict)
+        return [operation for operation in found["operations"] if operation["state"] != "ended"]
+
+    def run_now(self) -> bool:
+        """Whether a run had a result, by a caller that has a limit of its own."""
+        call = new_method_call(DBusAddress("/com/kivo/Inspect1", TYPED, TYPED), "Run", "ss", ("now", ""))
+        with open_dbus_connection(bus=os.environ["KIVO_BUS_ADDRESS"]) as caller:
+            try:
+                reply = caller.send_and_get_reply(call, timeout=2)
+            except TimeoutError:
+                # Only an operation whose result was lost keeps its caller waiting; it ends with the caller.
+                self.assertTrue(self.gateway.poll() is not None or self.open_operations())
+                return False
+            return reply.header.message_type is MessageType.method_return and reply.body[0] == "success"
+
+    def test_a_run(self) -> None:
+        def following() -> None:
+            self.assertTrue(eventually(lambda: not self.started_anew() and self.run_now()))
+            self.assertTrue(eventually(lambda: not self.open_operations()))
+        self.assertTrue(eventually(self.run_now))
+        self.everywhere(50, self.run_now, following)
         self.assertEqual(self.end(self.gateway), 0)
 
 

@@ -159,6 +159,8 @@ private:
         const support::Outcome next = support::Run({OMINSPECTCTL_PROGRAM, "state", ItemOf(0, "ok")});
         const double seconds = SecondsSince(begin);
         good = Expect(next.exitCode == 0, "the next request is not answered") && good;
+        good = Expect(plan_.answerWithin == 0 || seconds <= plan_.answerWithin, "the next request is answered late") &&
+               good;
         good = Expect(support::Eventually([&] { return post_.Results() - before >= kShare; }) &&
                           post_.Results() - before == kShare,
                       "not as many of a flood are answered as one sender may have in the queue") &&
@@ -192,6 +194,10 @@ int RunSoak(int argc, char** argv) {
     app.add_option("--owners", plan.owners)->check(CLI::Range(1, 1000));
     app.add_option("--kill-every", plan.killEvery, "single runs from one death to the next")
         ->check(CLI::PositiveNumber);
+    app.add_option("--answer-within", plan.answerWithin,
+                   "seconds, for the next request after the flood (default: not asked for)")
+        ->check(CLI::PositiveNumber)
+        ->take_last();
     CLI11_PARSE(app, argc, argv);
     std::printf("seed %llu, %zu clients, %zu owners\n", static_cast<unsigned long long>(plan.seed), plan.clients,
                 plan.owners);

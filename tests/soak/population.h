@@ -19,6 +19,7 @@ struct Plan {
     size_t clients = 50;
     size_t owners = 20;
     int64_t killEvery = 100;  // single runs
+    double answerWithin = 0;  // seconds, for the next request after the flood; 0: any time
 };
 
 struct Deaths {

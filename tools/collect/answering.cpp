@@ -1,4 +1,4 @@
-// Sources that do not answer.
+// Sources and areas that do not answer.
 #include "answering.h"
 
 #include <sys/stat.h>

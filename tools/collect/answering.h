@@ -1,4 +1,4 @@
-// Sources that do not answer, such as a mount whose server has gone: who looks at one waits for ever.
+// Sources and areas that do not answer, such as a mount whose server has gone: who looks at one waits for ever.
 #pragma once
 
 #include <string>

@@ -15,6 +15,7 @@
 
 #include <unistd.h>
 
+#include "answering.h"
 #include "area.h"
 #include "common/end_signals.h"
 #include "common/live_lines.h"
@@ -158,10 +159,12 @@ public:
 
 private:
     std::optional<Error> OpenArea() {
-        if (!options_.area.empty()) {
-            collection_.area = AbsolutePath(options_.area);
-        } else if (options_.sources.empty()) {
-            collection_.area = ThePlaces().area;
+        if (!options_.area.empty() || options_.sources.empty()) {
+            const std::string area = options_.area.empty() ? ThePlaces().area : options_.area;
+            if (!Answers(area)) {
+                return OtherError("the area " + text::Escaped(area) + " does not answer");
+            }
+            collection_.area = options_.area.empty() ? area : AbsolutePath(area);
         } else {
             auto made = TemporaryArea::Make();
             if (!made) {
