@@ -2,6 +2,7 @@
 #include "ominspect/client/group.h"
 
 #include <algorithm>
+#include <exception>
 #include <string>
 
 #include "waiting.h"
@@ -47,6 +48,14 @@ bool AwaitEnd(Session& session, std::uint32_t taskId, const Limit& limit) {
     }
 }
 
+void StopQuietly(Session& session, std::uint32_t taskId) {
+    try {
+        (void)session.StopTask(taskId, kStopLimit);
+    } catch (const std::exception&) {
+        return;  // the first exception is told
+    }
+}
+
 // Stops a group that has not sent its record. The record may still come, once the items have stopped.
 Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error why) {
     const Limit limit(kStopLimit);
@@ -62,6 +71,33 @@ Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error 
     const bool ended = record && AwaitEnd(session, run.TaskId(), kStopLimit);
     why.text += ended ? "; the group was stopped" : "; the group was asked to stop, but items of it still run";
     return why;
+}
+
+// Sees a group that has started to its end. If that throws (only memory can lack here, or a function of the caller's
+// throws), the group is asked to stop: its name would else be taken until the server gives the group up.
+std::optional<Error> Attend(Session& session, GroupRun& run, std::size_t first, std::size_t count,
+                            const GroupOptions& options, const Limit& limit) {
+    try {
+        if (options.onStart) {
+            options.onStart(run.TaskId(), first, count);
+        }
+        const auto record = run.Await(limit);
+        if (!record) {
+            const ErrorCode code = record.Failure().code;
+            const bool gone = code == ErrorCode::kServerAbsent || code == ErrorCode::kBusUnreachable;
+            return gone ? record.Failure() : Break(session, run, options, record.Failure());
+        }
+        if (options.onRecord) {
+            options.onRecord(*record);
+        }
+        // This is done even if the caller has cancelled by now. If the server is too busy to answer, the stop is in its
+        // queue, and the results are there already.
+        (void)AwaitEnd(session, run.TaskId(), kStopLimit);
+        return std::nullopt;
+    } catch (...) {
+        StopQuietly(session, run.TaskId());
+        throw;
+    }
 }
 
 }  // namespace
@@ -83,21 +119,9 @@ std::optional<Error> RunGroup(Session& session, std::span<const Request> request
         if (!run) {
             return run.Failure();
         }
-        if (options.onStart) {
-            options.onStart(run->TaskId(), first, slice.size());
+        if (auto error = Attend(session, *run, first, slice.size(), options, limit)) {
+            return error;
         }
-        const auto record = run->Await(limit);
-        if (!record) {
-            const ErrorCode code = record.Failure().code;
-            const bool gone = code == ErrorCode::kServerAbsent || code == ErrorCode::kBusUnreachable;
-            return gone ? record.Failure() : Break(session, *run, options, record.Failure());
-        }
-        if (options.onRecord) {
-            options.onRecord(*record);
-        }
-        // This is done even if the caller has cancelled by now. If the server is too busy to answer, the stop is in its
-        // queue, and the results are there already.
-        (void)AwaitEnd(session, run->TaskId(), kStopLimit);
     }
     return std::nullopt;
 }

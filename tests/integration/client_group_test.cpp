@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <future>
+#include <new>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -69,6 +70,19 @@ TEST_F(ClientGroup, ACancelledGroupIsStoppedInTheServerAndStillTellsWhatItCameTo
     ASSERT_TRUE(record);
     EXPECT_EQ(record->items[0].result.status, "success");
     EXPECT_EQ(record->items[1].result.text, "stopped");
+}
+
+// As for a lack of memory. Nobody else could stop the group, and its name would be taken for minutes.
+TEST_F(ClientGroup, AGroupThatThrowsIsAskedToStop) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"until", "ok"});
+    GroupOptions options;
+    options.onStart = [](std::uint32_t, std::size_t, std::size_t) { throw std::bad_alloc(); };
+    EXPECT_THROW((void)RunGroup(TheSession(), std::vector<Request>{{"until", ""}}, options, kEnough), std::bad_alloc);
+    EXPECT_EQ(Requests("6"), 1);
+    options.onStart = {};
+    options.waitForTurn = true;
+    EXPECT_FALSE(RunGroup(TheSession(), std::vector<Request>{{"ok", ""}}, options, kEnough));
 }
 
 TEST_F(ClientGroup, NeedsNobodyToListen) {

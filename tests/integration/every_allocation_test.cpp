@@ -1,11 +1,14 @@
 // Each allocation that the requesters' library, the engine client library and the message layer below them make on a
 // road fails once, on whichever thread it is. After each failure the next request is carried out.
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <new>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "client_fixture.h"
 #include "kivo/om_inspect_engine_client.h"
@@ -122,6 +125,48 @@ uint32_t Succeed(const char* itemName, const char* /*request*/, tagKivoOmInspect
     return 0;
 }
 
+constexpr uint64_t kNoRun = 0;  // as InspectDeferRun has it
+constexpr uint64_t kEnd = UINT64_MAX;
+
+// The deferred run that the other thread has to answer; kEnd ends it.
+std::atomic<uint64_t> g_deferred{kNoRun};
+
+void HandOver(uint64_t run) {
+    g_deferred = run;
+    g_deferred.notify_one();
+}
+
+void AnswerWhatIsHandedOver(const char* item) {
+    for (;;) {
+        g_deferred.wait(kNoRun);
+        const uint64_t run = g_deferred.exchange(kNoRun);
+        if (run == kEnd) {
+            return;
+        }
+        tagKivoOmInspectionResult result{};
+        std::strcpy(result.name, item);
+        (void)Succeed(item, "", &result);
+        (void)InspectAnswerRun(run, &result);
+    }
+}
+
+// A run that cannot be deferred is answered at once.
+uint32_t DeferForTheOtherThread(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
+    uint64_t run = kNoRun;
+    if (InspectDeferRun(&run) == OS_MSG_OK) {
+        HandOver(run);
+        return 0;
+    }
+    return Succeed(itemName, request, result);
+}
+
+uint32_t DeferAndAnswer(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
+    uint64_t run = kNoRun;
+    const uint32_t deferred = InspectDeferRun(&run);
+    (void)Succeed(itemName, request, result);
+    return deferred == OS_MSG_OK ? InspectAnswerRun(run, result) : 0;
+}
+
 // This process is owner and server in one: what is said goes over the bus all the same.
 class EveryAllocationOfTheEngineClient : public testing::Test {
 protected:
@@ -137,10 +182,10 @@ protected:
 
     ~EveryAllocationOfTheEngineClient() override { OsProcDetach(); }
 
-    static InspectHandlerRecord Record(const char* name) {
+    static InspectHandlerRecord Record(const char* name, InspectItemHandler handler = Succeed) {
         InspectHandlerRecord record{};
         std::strcpy(record.name, name);
-        record.handler = Succeed;
+        record.handler = handler;
         record.timeout = 1000;
         return record;
     }
@@ -170,9 +215,16 @@ protected:
         return text;
     }
 
-    static bool NextRuns() {
-        const InspectHandlerRecord record = Record(kItem);
+    static bool NextRuns() { return NextRunsBy(Succeed); }
+
+    static bool NextRunsBy(InspectItemHandler handler) {
+        const InspectHandlerRecord record = Record(kItem, handler);
         return InspectRegHandler(&record, 1) == OS_MSG_OK && Ask(kItem, 60000) == kItem;
+    }
+
+    static unsigned EverywhereInARunBy(InspectItemHandler handler) {
+        EXPECT_TRUE(NextRunsBy(handler));
+        return Everywhere([] { (void)Ask(kItem, 300); }, [handler] { return NextRunsBy(handler); });
     }
 
     static constexpr const char* kItem = "ok_item_with_a_name_of_31_bytes";
@@ -205,4 +257,14 @@ TEST_F(EveryAllocationOfTheEngineClient, OfARunAndItsReport) {
         },
         NextRuns);
     EXPECT_GE(count, 10U);
+}
+
+TEST_F(EveryAllocationOfTheEngineClient, OfADeferredRunThatItsHandlerAnswers) {
+    EXPECT_GE(EverywhereInARunBy(DeferAndAnswer), 10U);
+}
+
+TEST_F(EveryAllocationOfTheEngineClient, OfADeferredRunThatAnotherThreadAnswers) {
+    std::jthread other(AnswerWhatIsHandedOver, kItem);
+    EXPECT_GE(EverywhereInARunBy(DeferForTheOtherThread), 10U);
+    HandOver(kEnd);
 }

@@ -27,7 +27,8 @@ struct GroupOptions {
 // Nothing on success. If it fails while a group runs, at the time limit for instance or when cancelled, it stops the
 // group and waits for some seconds. A record that arrives by then is given to onRecord, and the error says whether the
 // group has ended. The errors are those of Session::StartGroup and GroupRun::Await. All requests are checked before the
-// first group starts.
+// first group starts. What it throws, for a lack of memory or from a function of the options, comes after the group was
+// asked to stop.
 std::optional<Error> RunGroup(Session& session, std::span<const Request> requests, const GroupOptions& options,
                               const Limit& limit);
 
