@@ -1,7 +1,6 @@
 #include "mqtt/part.h"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 #include <poll.h>
@@ -41,8 +40,7 @@ mqtt::BrokerSettings BrokerOf(const MqttSettings& settings) {
 
 MqttPart::MqttPart(const MqttSettings& settings, const std::string& historyPath, const Picture& picture, Parts& parts,
                    Feed& feed)
-    : parts_(parts),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+    : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       backlog_(historyPath),
       broker_(BrokerOf(settings)),
       publisher_(
@@ -59,13 +57,9 @@ MqttPart::MqttPart(const MqttSettings& settings, const std::string& historyPath,
 void MqttPart::Start(Operations& operations, Collection* collection) {
     operations_ = &operations;
     collection_ = collection;
-    thread_ = std::thread([this] {
-        try {
-            Work();
-        } catch (const std::exception& error) {
-            parts_.Set(kPart, PartState::kFailed, error.what());
-        }
-    });
+    // What it throws, for a lack of memory, ends the process: it may come through the library, which is C and would
+    // keep its locks.
+    thread_ = std::thread([this] { Work(); });
 }
 
 void MqttPart::Stop() {

@@ -42,7 +42,6 @@ private:
     void Wait(mqtt::Publisher::Clock::time_point wake);
     void Wake();
 
-    Parts& parts_;
     Operations* operations_ = nullptr;
     Collection* collection_ = nullptr;
     UniqueFd wake_;
