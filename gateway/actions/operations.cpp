@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kMostAtOnce = 16;
 constexpr std::size_t kMostKept = 100;
+constexpr std::chrono::milliseconds kEventLimit{1000};  // for the news of a run's end, once its result is there
 
 std::optional<std::chrono::milliseconds> DurationOf(const ItemOutcome& outcome) {
     if (!outcome.begin || !outcome.end) {
@@ -182,6 +183,9 @@ std::optional<client::Error> Operations::Carry(client::Session& session, const c
         return outcome.Failure();
     }
     keep(outcome->result);
+    if (!client::IsUnknownItem(outcome->result)) {
+        runs_.AwaitEnd(item, operation.order.who, Runs::Clock::now() + kEventLimit);
+    }
     return std::nullopt;
 }
 
@@ -191,6 +195,7 @@ std::optional<client::Error> Operations::CarryGroup(client::Session& session, co
     for (const std::string& item : operation.order.items) {
         requests.push_back({item, operation.order.argument});
     }
+    std::vector<std::string> ran;
     client::GroupOptions options;
     options.waitForTurn = true;
     options.onRefused = [&] { Change(operation, [](OperationView& one) { one.waits = true; }); };
@@ -206,8 +211,18 @@ std::optional<client::Error> Operations::CarryGroup(client::Session& session, co
                 one.results.push_back({item.result, item.start, item.end});
             }
         });
+        for (const client::GroupItem& item : record.items) {
+            if (item.end && !client::IsUnknownItem(item.result)) {
+                ran.push_back(item.result.name);
+            }
+        }
     };
-    return client::RunGroup(session, requests, options, limit);
+    auto error = client::RunGroup(session, requests, options, limit);
+    const auto eventLimit = Runs::Clock::now() + kEventLimit;
+    for (const std::string& item : ran) {
+        runs_.AwaitEnd(item, operation.order.who, eventLimit);
+    }
+    return error;
 }
 
 json::Value Operations::JsonOf(const OperationView& operation) {

@@ -1,6 +1,8 @@
 // The duration is that of a clock which nobody sets.
 #include "model/runs.h"
 
+#include <algorithm>
+
 namespace ominspect::gateway {
 
 Event Runs::Take(const client::ItemResult& result, TimePoint now, Clock::time_point tick) {
@@ -13,7 +15,7 @@ Event Runs::Take(const client::ItemResult& result, TimePoint now, Clock::time_po
     if (result.status == "running") {
         event.kind = EventKind::kBegan;
         const auto claim = claims_.find(result.name);
-        event.cause = claim == claims_.end() ? "" : claim->second;
+        event.cause = claim == claims_.end() ? "" : claim->second.cause;
         event.begin = now;
         runs_[result.name] = {now, tick, event.cause};
         return event;
@@ -25,24 +27,38 @@ Event Runs::Take(const client::ItemResult& result, TimePoint now, Clock::time_po
         event.duration = std::chrono::duration_cast<std::chrono::milliseconds>(tick - run->second.tick);
         event.cause = run->second.cause;
         runs_.erase(run);
+        if (const auto claim = Find(event.item, event.cause); claim != claims_.end()) {
+            claim->second.hasEnded = true;
+            ended_.notify_all();
+        }
     }
     return event;
 }
 
 void Runs::Claim(const std::string& item, const std::string& cause) {
     const std::lock_guard lock(mutex_);
-    claims_.emplace(item, cause);
+    claims_.emplace(item, Claimed{cause});
 }
 
 void Runs::Release(const std::string& item, const std::string& cause) {
     const std::lock_guard lock(mutex_);
-    const auto [begin, end] = claims_.equal_range(item);
-    for (auto claim = begin; claim != end; ++claim) {
-        if (claim->second == cause) {
-            claims_.erase(claim);
-            return;
-        }
+    if (const auto claim = Find(item, cause); claim != claims_.end()) {
+        claims_.erase(claim);
     }
+}
+
+void Runs::AwaitEnd(const std::string& item, const std::string& cause, Clock::time_point limit) {
+    std::unique_lock lock(mutex_);
+    (void)ended_.wait_until(lock, limit, [&] {
+        const auto claim = Find(item, cause);
+        return claim == claims_.end() || claim->second.hasEnded;
+    });
+}
+
+Runs::Claims::iterator Runs::Find(const std::string& item, const std::string& cause) {
+    const auto [begin, end] = claims_.equal_range(item);
+    const auto claim = std::find_if(begin, end, [&](const auto& one) { return one.second.cause == cause; });
+    return claim == end ? claims_.end() : claim;
 }
 
 void Runs::Forget() {

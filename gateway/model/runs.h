@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <string>
@@ -23,6 +24,10 @@ public:
     void Claim(const std::string& item, const std::string& cause);
     void Release(const std::string& item, const std::string& cause);
 
+    // Waits until a run of that claim has ended here, too: whoever asked may have its result before the thread of the
+    // events comes to it. Not beyond the limit.
+    void AwaitEnd(const std::string& item, const std::string& cause, Clock::time_point limit);
+
     // The server is gone, and its runs with it.
     void Forget();
 
@@ -33,9 +38,18 @@ private:
         std::string cause;
     };
 
+    struct Claimed {
+        std::string cause;
+        bool hasEnded = false;  // a run of this claim
+    };
+    using Claims = std::multimap<std::string, Claimed>;
+
+    Claims::iterator Find(const std::string& item, const std::string& cause);
+
     std::mutex mutex_;  // guards everything below
+    std::condition_variable ended_;
     std::map<std::string, Run> runs_;
-    std::multimap<std::string, std::string> claims_;
+    Claims claims_;
 };
 
 }  // namespace ominspect::gateway

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "support/eventually.h"
+#include "support/process_state.h"
 
 namespace support {
 
@@ -82,6 +83,9 @@ Child& Child::operator=(Child&& other) noexcept {
 void Child::Signal(int signal) const {
     if (pid_ > 0 && !exitCode_) {
         kill(pid_, signal);
+        if (signal == SIGSTOP) {
+            Eventually([this] { return IsAtStandstill(pid_); });
+        }
     }
 }
 

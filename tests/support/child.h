@@ -24,6 +24,7 @@ public:
 
     [[nodiscard]] pid_t Pid() const { return pid_; }
 
+    // After SIGSTOP it stands still when this returns.
     void Signal(int signal) const;
 
     // SIGKILL, and reaped.

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <system_error>
 
 namespace support {
 
@@ -31,6 +32,19 @@ inline char StateOf(pid_t pid) {
 /// Whether a process exists and has not ended; an ended one may still wait to be reaped by somebody else.
 inline bool IsAlive(pid_t pid) {
     return StateOf(pid) != 'Z' && StateOf(pid) != 'X';
+}
+
+/// Whether no thread of a process runs: all are stopped, or it has ended. kill(2) returns before they are.
+inline bool IsAtStandstill(pid_t pid) {
+    std::error_code gone;
+    std::filesystem::directory_iterator thread("/proc/" + std::to_string(pid) + "/task", gone);
+    for (; !gone && thread != std::filesystem::directory_iterator(); thread.increment(gone)) {
+        const char state = StateOf(std::stoi(thread->path().filename()));
+        if (state != 'T' && state != 'Z' && state != 'X') {
+            return false;
+        }
+    }
+    return true;
 }
 
 /// How many descriptors a process has open.

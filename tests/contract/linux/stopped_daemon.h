@@ -5,6 +5,8 @@
 #include <signal.h>
 #include <systemd/sd-bus.h>
 
+#include "support/eventually.h"
+#include "support/process_state.h"
 #include "support/raw_connection.h"
 
 namespace support {
@@ -18,6 +20,7 @@ public:
         EXPECT_GE(sd_bus_creds_get_pid(credentials, &pid_), 0);
         sd_bus_creds_unref(credentials);
         EXPECT_EQ(kill(pid_, SIGSTOP), 0);
+        EXPECT_TRUE(Eventually([this] { return IsAtStandstill(pid_); }));
     }
     ~StoppedDaemon() { kill(pid_, SIGCONT); }
     StoppedDaemon(const StoppedDaemon&) = delete;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace ominspect;
 using namespace ominspect::gateway;
 using namespace std::chrono_literals;
@@ -50,6 +52,21 @@ TEST(Runs, ACauseIsThatOfWhoAskedForTheRun) {
     runs.Release("disk", "page");
     EXPECT_EQ(runs.Take({"disk", "fail", ""}, kTen, kTick).cause, "page");
     EXPECT_EQ(runs.Take({"disk", "running", "begin"}, kTen, kTick).cause, "");
+}
+
+TEST(Runs, TheEndOfAClaimedRunIsWaitedFor) {
+    Runs runs;
+    runs.Claim("disk", "page");
+    std::thread events([&] {
+        (void)runs.Take({"disk", "running", "begin"}, kTen, kTick);
+        EXPECT_EQ(runs.Take({"disk", "fail", ""}, kTen, kTick).cause, "page");
+    });
+    runs.AwaitEnd("disk", "page", Runs::Clock::now() + 1min);
+    runs.Release("disk", "page");
+    events.join();
+    runs.AwaitEnd("disk", "page", Runs::Clock::now() + 1min);  // nobody claims it
+    runs.Claim("disk", "page");
+    runs.AwaitEnd("disk", "page", Runs::Clock::now() + 1ms);  // nothing comes
 }
 
 }  // namespace
