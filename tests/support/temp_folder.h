@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <sstream>
 #include <string>
 #include <system_error>
 
@@ -22,7 +23,9 @@ inline void WriteFile(const std::filesystem::path& path, const std::string& text
 /// The text of a file; empty when there is none.
 inline std::string Contents(const std::filesystem::path& path) {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream text;  // in large pieces: the tests are not optimised
+    text << file.rdbuf();
+    return text.str();
 }
 
 /// An empty folder that is removed, with all that is in it, by the destructor.
