@@ -14,8 +14,9 @@ Event Runs::Take(const client::ItemResult& result, TimePoint now, Clock::time_po
     event.text = result.text;
     if (result.status == "running") {
         event.kind = EventKind::kBegan;
-        const auto claim = claims_.find(result.name);
-        event.cause = claim == claims_.end() ? "" : claim->second.cause;
+        const auto [first, last] = claims_.equal_range(result.name);
+        const auto claim = std::find_if(first, last, [](const auto& one) { return !one.second.hasEnded; });
+        event.cause = claim == last ? "" : claim->second.cause;
         event.begin = now;
         runs_[result.name] = {now, tick, event.cause};
         return event;
@@ -27,7 +28,7 @@ Event Runs::Take(const client::ItemResult& result, TimePoint now, Clock::time_po
         event.duration = std::chrono::duration_cast<std::chrono::milliseconds>(tick - run->second.tick);
         event.cause = run->second.cause;
         runs_.erase(run);
-        if (const auto claim = Find(event.item, event.cause); claim != claims_.end()) {
+        if (const auto claim = Find(event.item, event.cause, false); claim != claims_.end()) {
             claim->second.hasEnded = true;
             ended_.notify_all();
         }
@@ -55,9 +56,10 @@ void Runs::AwaitEnd(const std::string& item, const std::string& cause, Clock::ti
     });
 }
 
-Runs::Claims::iterator Runs::Find(const std::string& item, const std::string& cause) {
+Runs::Claims::iterator Runs::Find(const std::string& item, const std::string& cause, bool alsoEnded) {
     const auto [begin, end] = claims_.equal_range(item);
-    const auto claim = std::find_if(begin, end, [&](const auto& one) { return one.second.cause == cause; });
+    const auto claim = std::find_if(
+        begin, end, [&](const auto& one) { return one.second.cause == cause && (alsoEnded || !one.second.hasEnded); });
     return claim == end ? claims_.end() : claim;
 }
 

@@ -44,7 +44,8 @@ private:
     };
     using Claims = std::multimap<std::string, Claimed>;
 
-    Claims::iterator Find(const std::string& item, const std::string& cause);
+    // The first claim of this cause, an ended one included or not; end() when there is none.
+    Claims::iterator Find(const std::string& item, const std::string& cause, bool alsoEnded = true);
 
     std::mutex mutex_;  // guards everything below
     std::condition_variable ended_;

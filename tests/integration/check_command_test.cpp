@@ -1,5 +1,6 @@
 // The command check: what a monitoring system reads.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <utility>
 
@@ -55,6 +56,18 @@ TEST_F(CheckCommand, ShowsWhatTheItemHasMeasured) {
     EXPECT_EQ(measured("loads"), " 'load'=0.5;1;@2:5;0;64 'free'=70%;;;;\n");
     EXPECT_EQ(measured("quoted"), " 'it''s hot'=3c;;;;\n");
     EXPECT_EQ(measured("none"), "\n");
+}
+
+// It is another item's; asking it takes nothing off the time limit.
+TEST_F(CheckCommand, AnOwnerThatHangsHoldsUpNoOtherItem) {
+    const Child server = StartServer();
+    const Child hung = StartOwner("hung", {"other"});
+    const Child owner = StartScripts({{"load", "echo 'fine | load=1'"}});
+    hung.Signal(SIGSTOP);
+    const Outcome check = Ctl({"check", "load", "--timeout", "1"});
+    hung.Signal(SIGCONT);
+    EXPECT_EQ(check.exitCode, 0);
+    EXPECT_EQ(Head(check.output), "load OK - fine");
 }
 
 // The first one ends only once the second has run.

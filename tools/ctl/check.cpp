@@ -114,10 +114,9 @@ ExitCode Check(const CheckOptions& options) {
     if (!session) {
         return Answer(options, kUnknown, session.Failure().text, "");
     }
-    const client::Limit limit(options.limit, interrupt.Token());
-    measured.Listen(**session, limit);
+    measured.Listen(**session, interrupt.Token());
     const auto begin = Clock::now();
-    const auto outcome = client::RunItem(**session, request, {}, limit);
+    const auto outcome = client::RunItem(**session, request, {}, {options.limit, interrupt.Token()});
     if (!outcome) {
         const bool late = outcome.Failure().code == client::ErrorCode::kTimeLimit;
         return Answer(options, late ? kCritical : kUnknown, outcome.Failure().text, "");

@@ -1,12 +1,10 @@
 // The events of an owner and those of the server come to one thread, in the order in which the bus had them.
 #include "measured.h"
 
-#include <utility>
-
 namespace ominspect::ctl {
 
-void Measured::Listen(client::Session& session, const client::Limit& limit) {
-    const auto inventory = session.OwnersOf({}, limit);
+void Measured::Listen(client::Session& session, const std::stop_token& cancel) {
+    const auto inventory = session.OwnersOf({}, {std::chrono::milliseconds(500), cancel});
     if (!inventory || session.Subscribe()) {
         return;
     }

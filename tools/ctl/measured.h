@@ -4,7 +4,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <stop_token>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ominspect/client/session.h"
@@ -17,8 +19,9 @@ class Measured {
 public:
     explicit Measured(std::string item) : item_(std::move(item)) {}
 
-    // Begins to listen. Where the owner cannot be found, nothing is heard.
-    void Listen(client::Session& session, const client::Limit& limit);
+    // Begins to listen, in half a second at most where other processes hang. Where the owner cannot be found, nothing
+    // is heard.
+    void Listen(client::Session& session, const std::stop_token& cancel);
 
     // For the session's events onRun.
     void HearRun(const client::ItemResult& result);

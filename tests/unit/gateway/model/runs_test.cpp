@@ -54,6 +54,17 @@ TEST(Runs, ACauseIsThatOfWhoAskedForTheRun) {
     EXPECT_EQ(runs.Take({"disk", "running", "begin"}, kTen, kTick).cause, "");
 }
 
+TEST(Runs, AClaimWhoseRunHasEndedIsNotTheNextOnes) {
+    Runs runs;
+    runs.Claim("disk", "page");
+    runs.Claim("disk", "fleet");
+    runs.Claim("disk", "fleet");
+    for (const char* cause : {"page", "fleet", "fleet", ""}) {
+        EXPECT_EQ(runs.Take({"disk", "running", "begin"}, kTen, kTick).cause, cause);
+        EXPECT_EQ(runs.Take({"disk", "fail", ""}, kTen, kTick).cause, cause);
+    }
+}
+
 TEST(Runs, TheEndOfAClaimedRunIsWaitedFor) {
     Runs runs;
     runs.Claim("disk", "page");
