@@ -47,7 +47,7 @@ public:
           metrics_(MakeMetrics()),
           perfListener_(metrics_ ? std::make_unique<PerfListener>(*metrics_, parts_) : nullptr),
           watcher_({settings.process, settings.refresh}, link_, runs_, picture_, parts_, feed_, perfListener_.get()),
-          operations_(link_, runs_, feed_),
+          operations_(link_, runs_, picture_, feed_),
           dbus_(picture_, operations_, parts_) {
         feed_.Subscribe([this](const Event& event) { picture_.Apply(event); });
         feed_.Subscribe([this](const Event& event) { hub_.Tell(event); });

@@ -163,8 +163,11 @@ std::optional<client::Error> Operations::Carry(client::Session& session, const c
     switch (operation.order.kind) {
         case OperationKind::kGroup:
             return CarryGroup(session, limit, operation);
-        case OperationKind::kReset:
-            return session.Reset(item, limit);
+        case OperationKind::kReset: {
+            auto error = session.Reset(item, limit);
+            picture_.SetUnclear(item);  // the server tells nobody
+            return error;
+        }
         case OperationKind::kStop: {
             const auto result = session.Stop(item, limit);
             if (!result) {

@@ -16,6 +16,7 @@
 #include "common/json.h"
 #include "common/times.h"
 #include "model/feed.h"
+#include "model/picture.h"
 #include "model/runs.h"
 #include "watch/link.h"
 
@@ -58,7 +59,8 @@ const char* StateWordOf(const OperationView& operation);  // "waiting", "going-o
 // Any thread.
 class Operations {
 public:
-    Operations(Link& link, Runs& runs, Feed& feed) : link_(link), runs_(runs), feed_(feed) {}
+    Operations(Link& link, Runs& runs, Picture& picture, Feed& feed)
+        : link_(link), runs_(runs), picture_(picture), feed_(feed) {}
     ~Operations();
     Operations(const Operations&) = delete;
     Operations& operator=(const Operations&) = delete;
@@ -96,6 +98,7 @@ private:
 
     Link& link_;
     Runs& runs_;
+    Picture& picture_;
     Feed& feed_;
     mutable std::mutex mutex_;  // guards everything below, and what is in an operation but its order
     std::list<std::unique_ptr<Operation>> operations_;

@@ -158,6 +158,27 @@ void Picture::SetUnclear(const std::string& item) {
     unclear_.insert(item);
 }
 
+void Picture::SetHeldUnclear() {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [name, item] : state_.items) {
+        if (item.state == ItemState::kNotIdle) {
+            unclear_.insert(name);
+        }
+    }
+}
+
+void Picture::SetAllUnclear() {
+    const std::lock_guard lock(mutex_);
+    ++version_;
+    for (auto& [name, item] : state_.items) {
+        if (item.state == ItemState::kRunning) {
+            item.state = ItemState::kNotIdle;
+            item.runningSince.reset();
+        }
+        unclear_.insert(name);
+    }
+}
+
 void Picture::Read(const std::function<void(const State&)>& look) const {
     const std::lock_guard lock(mutex_);
     look(state_);

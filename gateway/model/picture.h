@@ -68,6 +68,11 @@ public:
     // happens to it; empty: there is none.
     std::string TakeUnclear();
     void SetUnclear(const std::string& item);
+    // The server tells nobody that an item was reset, as each is at the end of its group: all that are not idle become
+    // unclear.
+    void SetHeldUnclear();
+    // Events were lost, so that a run may have ended: no item is said to run, and all are unclear.
+    void SetAllUnclear();
 
     // Looks at the state; `look` must not wait.
     void Read(const std::function<void(const State&)>& look) const;

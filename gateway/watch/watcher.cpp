@@ -166,6 +166,7 @@ void Watcher::TellServer(bool present) {
 
 void Watcher::LookForItems(client::Session& session) {
     nextLook_ = Clock::now() + settings_.refresh;
+    picture_.SetHeldUnclear();
     const auto inventory = session.Items(kAskLimit);
     if (!inventory) {
         return;  // a server that is too busy is asked again; one that is gone is told of elsewhere
@@ -211,6 +212,7 @@ void Watcher::TellLost(const client::Session& session) {
         gap.begin = gap.time;
         gap.text = std::to_string(lost - lost_) + " events of the server were lost";
         lost_ = lost;
+        picture_.SetAllUnclear();
         feed_.Post(std::move(gap));
     }
 }

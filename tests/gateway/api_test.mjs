@@ -4,6 +4,7 @@ import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import net from 'node:net';
 import { after, before, test } from 'node:test';
+import { setTimeout as pause } from 'node:timers/promises';
 import { Contract, isValid } from './contract.mjs';
 import { ACT, LOOK, Terminal, eventually } from './system.mjs';
 
@@ -90,14 +91,22 @@ test('what goes on can be stopped, once', async () => {
     assert.ok((await ask('GET', '/api/v1/operations')).json.operations.length > 0);
 });
 
-test('an item is stopped and reset', async () => {
-    const run = await ask('POST', '/api/v1/items/long_run/run');
-    await eventually('the run', async () => (await ask('GET', '/api/v1/items/long_run')).json.state === 'running');
-    await terminal.outcome(await ask('POST', '/api/v1/items/long_run/stop'));
-    await terminal.outcome(run);
-    const reset = await terminal.outcome(await ask('POST', '/api/v1/items/long_run/reset'));
-    assert.equal(reset.error, undefined);
-    await eventually('idle', async () => (await ask('GET', '/api/v1/items/long_run')).json.state === 'idle');
+test('an item is stopped and reset, by whomever', async () => {
+    const resets = [
+        async () => assert.equal((await terminal.outcome(await ask('POST', '/api/v1/items/long_run/reset'))).error, undefined),
+        async () => assert.equal(terminal.ctl('reset', 'long_run').status, 0),
+    ];
+    for (const reset of resets) {
+        const run = await ask('POST', '/api/v1/items/long_run/run');
+        await eventually('the run', async () => (await ask('GET', '/api/v1/items/long_run')).json.state === 'running');
+        await terminal.outcome(await ask('POST', '/api/v1/items/long_run/stop'));
+        await terminal.outcome(run);
+        await eventually('its result', async () => (await ask('GET', '/api/v1/items/long_run')).json.state === 'not-idle');
+        await pause(1000);  // longer than the gateway waits before it asks for a state
+        assert.equal((await ask('GET', '/api/v1/items/long_run')).json.state, 'not-idle');
+        await reset();
+        await eventually('idle', async () => (await ask('GET', '/api/v1/items/long_run')).json.state === 'idle');
+    }
 });
 
 test('wrong requests are told what is wrong', async () => {

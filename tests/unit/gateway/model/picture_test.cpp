@@ -110,6 +110,36 @@ TEST_F(PictureTest, StatesAreAskedForAfterEachThingThatHappens) {
     EXPECT_EQ(picture.TakeUnclear(), "conf");
 }
 
+TEST_F(PictureTest, WhatIsNotIdleCanBeAskedForAgain) {
+    (void)picture.SetInventory(Two());
+    picture.Apply(Of(EventKind::kResult, "own", "success", 1));
+    picture.Apply(Of(EventKind::kBegan, "conf", "running"));
+    while (!picture.TakeUnclear().empty()) {
+    }
+    picture.SetHeldUnclear();
+    EXPECT_EQ(picture.TakeUnclear(), "own");
+    EXPECT_EQ(picture.TakeUnclear(), "");
+    EXPECT_TRUE(picture.SetState("own", client::ItemState::kIdleOrUnknown));
+    picture.SetHeldUnclear();
+    EXPECT_EQ(picture.TakeUnclear(), "") << "it is idle";
+}
+
+TEST_F(PictureTest, LostEventsEndWhatWasSaidToRun) {
+    (void)picture.SetInventory(Two());
+    picture.Apply(Of(EventKind::kBegan, "own", "running"));
+    while (!picture.TakeUnclear().empty()) {
+    }
+    const auto version = picture.Version();
+    picture.SetAllUnclear();
+    EXPECT_GT(picture.Version(), version);
+    EXPECT_EQ(View("own").state, ItemState::kNotIdle);
+    EXPECT_FALSE(View("own").runningSince);
+    EXPECT_EQ(picture.TakeUnclear(), "conf");
+    EXPECT_EQ(picture.TakeUnclear(), "own");
+    EXPECT_TRUE(picture.SetState("own", client::ItemState::kIdleOrUnknown));
+    EXPECT_EQ(View("own").state, ItemState::kIdle);
+}
+
 TEST_F(PictureTest, AServerThatLeavesTakesTheRunsWithIt) {
     (void)picture.SetInventory(Two());
     picture.Apply(Of(EventKind::kServer, "", "up", 1));
