@@ -18,14 +18,17 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kivo/os_file.h"
 #include "ominspect/collect.h"
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -38,12 +41,10 @@ struct Options {
     std::string folder = fs::temp_directory_path();
 };
 
-fs::path g_folder;  // holds everything, removed at the end
+std::optional<support::TempFolder> g_folder;  // holds everything, removed by exit(3)
 
 [[noreturn]] void Fail(const std::string& what) {
     (void)std::fprintf(stderr, "copy_run: %s failed\n", what.c_str());
-    std::error_code ignored;
-    fs::remove_all(g_folder, ignored);
     std::exit(1);
 }
 
@@ -175,8 +176,8 @@ void Print(const std::string& title, const std::vector<Contender>& contenders) {
 }
 
 void CompareLargeFile(const Options& options) {
-    const fs::path source = g_folder / "large";
-    const fs::path target = g_folder / "large_copy";
+    const fs::path source = *g_folder / "large";
+    const fs::path target = *g_folder / "large_copy";
     MakeLargeFile(source, options.mebibytes);
     std::vector<Contender> contenders{
         {"OsCopyFile", [&] { return OsCopyFile(source.c_str(), target.c_str()) == 0; }},
@@ -197,9 +198,9 @@ void CompareLargeFile(const Options& options) {
 }
 
 void CompareTree(const Options& options) {
-    const fs::path source = g_folder / "tree";
-    const fs::path target = g_folder / "tree_copy";
-    const fs::path touched = g_folder / "touched";
+    const fs::path source = *g_folder / "tree";
+    const fs::path target = *g_folder / "tree_copy";
+    const fs::path touched = *g_folder / "touched";
     MakeTree(source, options.files);
     MakeTree(touched, options.files);
     const auto collect = [&] {
@@ -235,14 +236,16 @@ void CompareTree(const Options& options) {
 
 int main(int argc, char** argv) {
     const Options options = ParseOptions(argc, argv);
-    std::string folder = options.folder + "/copy_run-XXXXXX";
-    Check(mkdtemp(folder.data()) != nullptr, "making a folder in " + options.folder);
-    g_folder = folder;
-    Check(fs::space(g_folder).available > (2 * options.mebibytes + 512) << 20U, "finding room for two large files");
-    std::printf("%s, shared blocks: %s, %llu rounds\n", options.folder.c_str(), SharesBlocks(g_folder) ? "yes" : "no",
-                static_cast<unsigned long long>(options.rounds));
+    try {
+        g_folder.emplace(options.folder);
+    } catch (const std::exception&) {
+        Fail("making a folder in " + options.folder);
+    }
+    Check(fs::space(g_folder->Path()).available > (2 * options.mebibytes + 512) << 20U,
+          "finding room for two large files");
+    std::printf("%s, shared blocks: %s, %llu rounds\n", options.folder.c_str(),
+                SharesBlocks(g_folder->Path()) ? "yes" : "no", static_cast<unsigned long long>(options.rounds));
     CompareLargeFile(options);
     CompareTree(options);
-    fs::remove_all(g_folder);
     return 0;
 }

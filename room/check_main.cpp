@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "call/credentials.h"
 #include "common/program_path.h"
 #include "common/schema.h"
 #include "common/table.h"
 #include "common/text.h"
-#include "credentials.h"
 #include "item.h"
 #include "once.h"
 #include "options.h"

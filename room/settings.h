@@ -10,14 +10,14 @@
 #include <string>
 #include <string_view>
 
-#include "audio.h"
 #include "board.h"
-#include "call_settings.h"
-#include "camera.h"
+#include "call/call_settings.h"
 #include "common/error.h"
 #include "extra.h"
-#include "media.h"
-#include "network.h"
+#include "media/audio.h"
+#include "media/camera.h"
+#include "media/media.h"
+#include "network/network.h"
 
 namespace room {
 

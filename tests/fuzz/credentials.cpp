@@ -1,5 +1,5 @@
 // A file with a user and a password. A mistake has a text.
-#include "credentials.h"
+#include "call/credentials.h"
 
 #include <cstddef>
 #include <cstdint>

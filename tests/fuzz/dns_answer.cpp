@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "dns.h"
+#include "network/dns.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 2) {

@@ -2,7 +2,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ras.h"
+#include "call/ras.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::uint16_t kSequence = 0x1234;

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "sip_options.h"
+#include "call/sip_options.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t kMaxSize = 65536;

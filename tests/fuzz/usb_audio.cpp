@@ -1,5 +1,5 @@
 // The descriptors of a USB device.
-#include "usb_audio.h"
+#include "media/usb_audio.h"
 
 #include <cstddef>
 

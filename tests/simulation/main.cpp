@@ -15,6 +15,7 @@
 #include "report.h"
 #include "runner.h"
 #include "schedule.h"
+#include "support/temp_folder.h"
 
 using namespace sim;
 
@@ -43,30 +44,6 @@ double RealSeconds() {
 unsigned long long Big(uint64_t number) {
     return number;
 }
-
-// The device's paths lie below the working folder, and there is nothing.
-class OwnFolder {
-public:
-    OwnFolder() {
-        std::string path = (std::filesystem::temp_directory_path() / "simulate.XXXXXX").string();
-        if (mkdtemp(path.data()) == nullptr) {
-            std::perror("simulate: mkdtemp");
-            std::exit(2);
-        }
-        path_ = path;
-    }
-    ~OwnFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    OwnFolder(const OwnFolder&) = delete;
-    OwnFolder& operator=(const OwnFolder&) = delete;
-
-    const std::filesystem::path& Path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 std::filesystem::path Below(const std::filesystem::path& folder, const std::string& name) {
     std::filesystem::path path = folder / name;
@@ -188,7 +165,7 @@ int Simulate(int argc, char** argv) {
     const std::filesystem::path images = options.images.empty()
                                              ? std::filesystem::canonical("/proc/self/exe").parent_path()
                                              : std::filesystem::absolute(options.images);
-    const OwnFolder folder;
+    const support::TempFolder folder;  // the device's paths lie below it, and there is nothing
     std::filesystem::current_path(folder.Path());
     Images server((images / "libsimulated_server.so").string(), Below(folder.Path(), "server").string(), 12);
     Images owner((images / "libsimulated_owner.so").string(), Below(folder.Path(), "owner").string(), 12);

@@ -2,11 +2,18 @@
 #include "area.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
+#include <set>
 #include <system_error>
+#include <thread>
 #include <utility>
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 
 namespace ominspect::collect {
 
@@ -94,6 +101,37 @@ bool Overlap(const std::string& one, const std::string& other) {
     const std::string first = ResolvedPath(one);
     const std::string second = ResolvedPath(other);
     return IsInside(first, second) || IsInside(second, first);
+}
+
+bool Answers(const std::string& path) {
+    constexpr std::chrono::seconds kPatience{2};
+    static std::set<std::string> silent;
+    if (silent.contains(path)) {
+        return false;
+    }
+    std::packaged_task<void()> look([path] {
+        struct stat status {};
+        (void)stat(path.c_str(), &status);
+    });
+    const std::future<void> seen = look.get_future();
+    std::thread(std::move(look)).detach();
+    if (seen.wait_for(kPatience) == std::future_status::ready) {
+        return true;
+    }
+    silent.insert(path);
+    return false;
+}
+
+std::optional<std::uint64_t> FreeBytes(const std::string& path) {
+    struct statvfs status {};
+    fs::path existing = path;
+    while (statvfs(existing.c_str(), &status) != 0) {
+        if (existing == existing.parent_path()) {
+            return std::nullopt;
+        }
+        existing = existing.parent_path();
+    }
+    return std::uint64_t{status.f_bavail} * status.f_frsize;
 }
 
 }  // namespace ominspect::collect

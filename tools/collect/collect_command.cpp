@@ -15,7 +15,6 @@
 
 #include <unistd.h>
 
-#include "answering.h"
 #include "area.h"
 #include "common/end_signals.h"
 #include "common/live_lines.h"
@@ -28,7 +27,6 @@
 #include "package.h"
 #include "places.h"
 #include "redaction.h"
-#include "room.h"
 
 namespace ominspect::collect {
 namespace {

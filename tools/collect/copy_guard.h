@@ -13,7 +13,6 @@
 #include <sys/stat.h>
 
 #include "common/fd.h"
-#include "copy_rules.h"
 #include "entry.h"
 #include "intercept.h"
 

@@ -11,7 +11,6 @@
 #include <sys/types.h>
 
 #include "common/fd.h"
-#include "copy_rules.h"
 #include "entry.h"
 
 namespace ominspect::collect {

@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "answering.h"
 #include "area.h"
 #include "common/fd.h"
 #include "copy_process.h"

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "common/end_signals.h"
-#include "copy_rules.h"
 #include "entry.h"
 
 namespace ominspect::collect {

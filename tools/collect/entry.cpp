@@ -3,12 +3,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 
+#include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <tinyxml2.h>
 
-#include "answering.h"
 #include "area.h"
 #include "intercept.h"
 #include "kivo/om_log_client.h"
@@ -71,6 +72,13 @@ std::string UniquePlace(const std::string& area, const std::string& source, cons
 
 }  // namespace
 
+bool CopyRules::Excludes(const std::string& path) const {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    return std::any_of(exclude.begin(), exclude.end(), [&](const std::string& pattern) {
+        return fnmatch(pattern.c_str(), path.c_str(), 0) == 0 || fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+    });
+}
+
 const char* OutcomeWord(Outcome outcome) {
     switch (outcome) {
         case Outcome::kComplete:
@@ -101,6 +109,22 @@ bool MirrorsFolder(const Entry& entry) {
 std::chrono::seconds LimitOf(const Entry& entry) {
     constexpr std::uint32_t kLongest = 60;
     return std::chrono::seconds(std::min(entry.limit, kLongest));
+}
+
+std::uint64_t ReplacedBytes(const std::vector<Entry>& entries) {
+    std::uint64_t bytes = 0;
+    for (const Entry& entry : entries) {
+        std::error_code error;
+        for (std::filesystem::recursive_directory_iterator file(entry.destination, error), end; !error && file != end;
+             file.increment(error)) {
+            std::error_code ignored;
+            if (std::filesystem::is_regular_file(file->symlink_status(ignored))) {
+                const std::uintmax_t size = file->file_size(ignored);
+                bytes += ignored ? 0 : size;
+            }
+        }
+    }
+    return bytes;
 }
 
 const char* KindWord(InspectCopyFunction copy) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,6 +24,18 @@ struct Entry {
     std::string destination;
     std::uint32_t limit = 0;  // seconds; more than 60 count as 60
     InspectCopyFunction copy = nullptr;
+};
+
+// What the user allows a collection to take.
+struct CopyRules {
+    std::string area;                  // the folder that everything is copied into, in its plain form
+    std::vector<std::string> exclude;  // patterns of fnmatch(3)
+    std::string package;               // the unfinished package's path, links followed: it never goes into itself
+    std::uint64_t bytesLeft = std::numeric_limits<std::uint64_t>::max();  // that may be copied
+    bool dryRun = false;                                                  // count only, and change nothing
+
+    // Whether a pattern matches the path below its source, or its last name alone.
+    bool Excludes(const std::string& path) const;
 };
 
 // One path that was not collected, and why.
@@ -80,6 +93,9 @@ bool MirrorsFolder(const Entry& entry);
 
 // The time after which the copy is ended.
 std::chrono::seconds LimitOf(const Entry& entry);
+
+// Bytes of the old copies that the entries' copies replace.
+std::uint64_t ReplacedBytes(const std::vector<Entry>& entries);
 
 // "folder", "file" or "system log": what the entry is configured as.
 const char* KindWord(InspectCopyFunction copy);

@@ -1,5 +1,5 @@
 // The call program's settings: where they are found, and what each value is called.
-#include "call_choices.h"
+#include "call/call_choices.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The element Call of the room's file: what is taken, and what each mistake is called.
-#include "call_settings.h"
+#include "call/call_settings.h"
 
 #include <gtest/gtest.h>
 

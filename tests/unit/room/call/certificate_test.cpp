@@ -1,5 +1,5 @@
 // What is said of certificates, and from how many days on.
-#include "certificate.h"
+#include "call/certificate.h"
 
 #include <gtest/gtest.h>
 

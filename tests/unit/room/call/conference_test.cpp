@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "call.h"
+#include "call/call.h"
 #include "certificates.h"
 #include "loopback.h"
 #include "support/child.h"

@@ -1,5 +1,5 @@
 // The credentials' file: what it may hold, and who may read it.
-#include "credentials.h"
+#include "call/credentials.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "call.h"
+#include "call/call.h"
 #include "loopback.h"
 
 using namespace room;

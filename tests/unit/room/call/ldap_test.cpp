@@ -10,7 +10,7 @@
 
 #include <sys/stat.h>
 
-#include "call.h"
+#include "call/call.h"
 #include "certificates.h"
 #include "loopback.h"
 #include "support/child.h"

@@ -1,5 +1,5 @@
 // Names, connections and streams: what is said of those that hang or fail.
-#include "net.h"
+#include "call/net.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The bytes of the gatekeeper discovery. Those of the request are what a protocol analyser reads as meant (docs).
-#include "ras.h"
+#include "call/ras.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The request that is sent, and what is taken for an answer to it.
-#include "sip_options.h"
+#include "call/sip_options.h"
 
 #include <gtest/gtest.h>
 

@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "call.h"
+#include "call/call.h"
+#include "call/sip_options.h"
 #include "certificates.h"
 #include "loopback.h"
-#include "sip_options.h"
 #include "support/child.h"
 #include "support/eventually.h"
 #include "support/temp_folder.h"

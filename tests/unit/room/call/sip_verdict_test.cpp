@@ -1,5 +1,5 @@
 // What each kind of answer says of a server.
-#include "sip_verdict.h"
+#include "call/sip_verdict.h"
 
 #include <gtest/gtest.h>
 

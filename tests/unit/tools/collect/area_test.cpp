@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "collect/area.h"
+#include "support/eventually.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect::collect;
@@ -83,6 +84,15 @@ TEST_F(AreaTest, APlaceIsRelativeToTheArea) {
     EXPECT_FALSE(PlaceIn("/area", "/other/a"));
     EXPECT_FALSE(PlaceIn("/area", "/area/a/../b"));
     EXPECT_FALSE(PlaceIn("/area", "area/a"));
+}
+
+// Others use the same disk: until nobody has changed it between the two questions.
+TEST_F(AreaTest, FreeBytesAreThoseOfTheFirstFolderThatExists) {
+    for (const std::string& path : {work_.Path().string(), work_ / "not/there/yet"}) {
+        EXPECT_TRUE(
+            support::Eventually([&] { return FreeBytes(path) == std::filesystem::space(work_.Path()).available; }));
+    }
+    EXPECT_FALSE(FreeBytes("nowhere"));
 }
 
 }  // namespace

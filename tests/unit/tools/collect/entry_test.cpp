@@ -100,4 +100,35 @@ TEST_F(EntryTest, OfAFileAreReadByTheServersLoader) {
     EXPECT_TRUE(missing.Failure().text.starts_with("missing.xml: ")) << missing.Failure().text;
 }
 
+TEST_F(EntryTest, ReplacedBytesAreThoseOfTheFilesInTheOldCopies) {
+    WriteFile("outside", "12345678");
+    WriteFile("first/a", "1");
+    WriteFile("first/deep/b", "12");
+    std::filesystem::create_symlink(work_ / "outside", "first/link");
+    WriteFile("second/c", "1234");
+    const std::vector<Entry> entries{
+        {"", "first", 0, nullptr}, {"", "missing", 0, nullptr}, {"", "second", 0, nullptr}};
+    EXPECT_EQ(ReplacedBytes(entries), 7U);
+    EXPECT_EQ(ReplacedBytes({}), 0U);
+}
+
+TEST(CopyRulesTest, APatternMatchesThePathOrItsLastName) {
+    CopyRules rules;
+    rules.exclude = {"sub/deep/*.log", "*.core"};
+    EXPECT_TRUE(rules.Excludes("sub/deep/a.log"));
+    EXPECT_TRUE(rules.Excludes("sub/deep/a.core"));
+    EXPECT_TRUE(rules.Excludes("a.core"));
+    EXPECT_FALSE(rules.Excludes("deep/a.log"));
+    EXPECT_FALSE(rules.Excludes("a.core/b"));
+    EXPECT_FALSE(CopyRules().Excludes("a.core"));
+}
+
+TEST(CopyRulesTest, AStarMatchesSlashesToo) {
+    CopyRules rules;
+    rules.exclude = {"s*/a.log"};
+    EXPECT_TRUE(rules.Excludes("sub/a.log"));
+    EXPECT_TRUE(rules.Excludes("sub/deep/a.log"));
+    EXPECT_FALSE(rules.Excludes("sub/deep/b.log"));
+}
+
 }  // namespace
