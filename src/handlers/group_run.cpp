@@ -28,33 +28,54 @@ constexpr unsigned int kStopRounds = INSPECT_GROUP_STOP_ROUNDS;  // of one secon
 
 using Items = tagKivoOmInspectionDataItem[OM_INSPECT_GROUP_SLOTS];
 
-// Waits for the items with these indexes. When the job is asked to stop, asks their owners to stop them, once.
-void AwaitItems(std::vector<std::size_t> pending, Items& items, const TaskData& task) {
+// The items that the job has started and holds. To let go of one needs no memory, so that none is held for ever.
+struct Pending {
+    explicit Pending(std::size_t most) {
+        indexes.reserve(most);
+        name.reserve(OM_INSPECT_NAME_SIZE);
+    }
+
+    std::vector<std::size_t> indexes;
+    std::string name;  // of the one that is asked for
+};
+
+// Waits for the items. When the job is asked to stop, asks their owners to stop them, once.
+void AwaitItems(Pending& pending, Items& items, const TaskData& task) {
     bool stopping = false;
-    while (!pending.empty()) {
+    while (!pending.indexes.empty()) {
         if (!stopping && task.stopFlag) {
             stopping = true;
-            for (const std::size_t index : pending) {
-                Inspect::StopItem(items[index].result.name);
+            for (const std::size_t index : pending.indexes) {
+                (void)RunGuarded(kLogUnit, "stop of an item", [&] { Inspect::StopItem(items[index].result.name); });
             }
         }
         sleep(1);
-        std::erase_if(pending, [&items](std::size_t index) {
-            return g_resultMgr.UnLockResult(items[index].result.name, items[index]) != 0;
+        std::erase_if(pending.indexes, [&](std::size_t index) {
+            pending.name = items[index].result.name;
+            return g_resultMgr.UnLockResult(pending.name, items[index]) != 0;
         });
     }
+}
+
+// Whether the item runs and must be waited for. Without memory it fails like an item whose owner does not answer.
+bool StartItem(const std::string& text, tagKivoOmInspectionDataItem& item) {
+    bool runs = false;
+    if (!RunGuarded(kLogUnit, "start of an item", [&] { runs = Inspect::InspectSingle(text, item) == 0; })) {
+        item.result = MakeResult(item.result.name, "fail", "run err");
+    }
+    return runs;
 }
 
 void RunItems(std::vector<std::string>& texts, tagKivoOmInspectionGroupResult& record, const TaskData& task) {
     texts.resize(std::min<std::size_t>(texts.size(), OM_INSPECT_GROUP_SLOTS));
     record.count = static_cast<uint32_t>(texts.size());
-    std::vector<std::size_t> pending;
+    Pending pending(texts.size());
     for (std::size_t index = 0; index < texts.size() && !task.stopFlag; ++index) {
-        if (Inspect::InspectSingle(texts[index], record.items[index]) == 0) {
-            pending.push_back(index);
+        if (StartItem(texts[index], record.items[index])) {
+            pending.indexes.push_back(index);
         }
     }
-    AwaitItems(std::move(pending), record.items, task);
+    AwaitItems(pending, record.items, task);
 }
 
 void AwaitStop(const TaskData& task) {
@@ -103,6 +124,6 @@ void Inspect::RunGroup(GroupRequest request, TaskData& task) {
     });
     g_resultMgr.StopGroup(request.groupName);
     for (const std::string& text : request.texts) {
-        ResetItem(text);
+        (void)RunGuarded(kLogUnit, "reset of an item", [&text] { ResetItem(text); });
     }
 }

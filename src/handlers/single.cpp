@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/guard.h"
 #include "base/log.h"
 #include "base/send_result.h"
 #include "handlers/handlers.h"
@@ -30,13 +31,16 @@ void SendItem(const tagKivoOmInspectionDataItem& item, const InspectClientMsg& c
 // A requester of an item that runs gets two results: "running", and the final one.
 void RunSingle(const std::string& requestJson, const InspectClientMsg& client) {
     tagKivoOmInspectionDataItem item{};
+    std::string name;
+    name.reserve(sizeof(item.result.name));  // to let go of the item after its end needs no memory
     const bool wait = Inspect::InspectSingle(requestJson, item) == kWait;
     SendItem(item, client);
     if (!wait) {
         return;
     }
-    const std::string name = item.result.name;
-    g_resultMgr.AddRequesterMsg(name, client);
+    name = item.result.name;
+    // Without memory for it there is no progress for the requester, but still a result.
+    (void)RunGuarded(kLogUnit, "adding a requester", [&] { g_resultMgr.AddRequesterMsg(name, client); });
     do {
         sleep(1);
     } while (g_resultMgr.UnLockResult(name, item) == 0);
