@@ -9,7 +9,9 @@ from __future__ import annotations
 
 import json
 import os
+import pwd
 import signal
+import socket
 import struct
 import subprocess
 import threading
@@ -20,7 +22,7 @@ from jeepney import DBusAddress, MessageType, new_method_call
 from jeepney.io.blocking import open_dbus_connection
 
 import ominspect
-from system import System, eventually
+from system import System, eventually, listens
 
 ITEMS = """<Owner process="short_of_memory" maxParallel="1">
     <Item name="now" timeout="10" isSync="true"><Command>/bin/echo</Command><Arg>fine | load=1</Arg></Item>
@@ -135,6 +137,8 @@ class Owner(Shortage):
 
 
 class WithGateway(Shortage):
+    MORE = ""  # of the gateway's configuration
+
     def setUp(self) -> None:
         super().setUp()
         self.start_items(self.start)
@@ -142,7 +146,7 @@ class WithGateway(Shortage):
         config = self.folder / "gateway.xml"
         config.write_text(f'<Gateway refresh="3600"><History path="{self.folder}/history.db"/>'
                           f'<Http tokens="{self.folder}/tokens"><Unix path="{self.folder}/http"/></Http>'
-                          f'<Collection enabled="false"/></Gateway>')
+                          f'<Collection enabled="false"/>{self.MORE.format(folder=self.folder)}</Gateway>')
         self.start_gateway()
 
     def start_gateway(self) -> None:
@@ -160,6 +164,11 @@ class WithGateway(Shortage):
         done = subprocess.run(["curl", "-sf", "--max-time", "5", "--unix-socket", str(self.folder / "http"), *more,
                                f"http://localhost/api/v1/{path}"], capture_output=True, check=False)
         return json.loads(done.stdout) if done.returncode == 0 else None
+
+    def history(self) -> list[dict[str, object]]:
+        found = self.ask("history?limit=1000")
+        assert isinstance(found, dict)
+        return list(found["events"])
 
     def started_anew(self) -> bool:
         """Whether the gateway has ended. The threads that follow the server end it without memory, and then the service
@@ -222,11 +231,6 @@ class Gateway(WithGateway):
         self.assertEqual(len(gaps), sum(deaths))
         self.assertEqual(self.end(self.gateway), 0)
 
-    def history(self) -> list[dict[str, object]]:
-        found = self.ask("history?limit=1000")
-        assert isinstance(found, dict)
-        return list(found["events"])
-
     def test_an_operation_without_a_thread(self) -> None:
         (self.folder / "no-threads").touch()
         self.assertEqual(self.http_status("items/now/run", "-X", "POST"), "503")
@@ -259,6 +263,76 @@ class TypedCalls(WithGateway):
             self.assertTrue(eventually(lambda: not self.open_operations()))
         self.assertTrue(eventually(self.run_now))
         self.everywhere(50, self.run_now, following)
+        self.assertEqual(self.end(self.gateway), 0)
+
+
+class Mqtt(WithGateway):
+    ROOT = "ominspect/room12"
+    MORE = ('<Mqtt enabled="true" terminal="room12" socket="{folder}/broker" position="{folder}/position" rate="1000">'
+            '<Role name="desk"><Run item="now"/></Role></Mqtt>')
+
+    def setUp(self) -> None:
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = str(probe.getsockname()[1])
+        self.requests = 0
+        super().setUp()
+
+    def start_gateway(self) -> None:
+        if not (self.folder / "broker.conf").exists():
+            self.start_broker()
+        super().start_gateway()
+
+    def start_broker(self) -> None:
+        user = pwd.getpwuid(os.getuid()).pw_name
+        (self.folder / "broker.conf").write_text(
+            f"user {user}\nallow_anonymous true\npersistence false\nlog_dest none\n"
+            f"listener 0 {self.folder}/broker\nlistener {self.port} 127.0.0.1\n")
+        self.start(["/usr/sbin/mosquitto", "-c", str(self.folder / "broker.conf")])
+        self.assertTrue(eventually(lambda: listens(self.folder / "broker")))
+        with open(self.folder / "told", "wb") as told:
+            listener = subprocess.Popen(["mosquitto_sub", *self.client(), "-t", f"{self.ROOT}/#", "-F", "%t %p"],
+                                        stdout=told)
+        self.addCleanup(self.end, listener)
+
+        def is_subscribed() -> bool:
+            self.publish("mark", "")
+            return bool(self.told("mark"))
+        self.assertTrue(eventually(is_subscribed))
+
+    def client(self) -> list[str]:
+        return ["-V", "5", "-h", "127.0.0.1", "-p", self.port, "-q", "1"]
+
+    def publish(self, topic: str, payload: str, *more: str) -> None:
+        subprocess.run(["mosquitto_pub", *self.client(), "-t", f"{self.ROOT}/{topic}", "-m", payload, *more],
+                       check=False, stderr=subprocess.DEVNULL)
+
+    def told(self, topic: str) -> list[str]:
+        """The payloads that came there so far."""
+        lines = (self.folder / "told").read_text().split("\n")[:-1]
+        start = f"{self.ROOT}/{topic} "
+        return [line[len(start):] for line in lines if line.startswith(start)]
+
+    def run_now(self) -> bool:
+        """Whether a run was carried out. A request is answered, or the gateway ends."""
+        self.requests += 1
+        place = f"reply/{self.requests}"
+        self.publish("run/desk", '{"item": "now"}', "-D", "publish", "response-topic", f"{self.ROOT}/{place}")
+
+        def states() -> list[str]:
+            return [json.loads(answer)["state"] for answer in self.told(place)]
+        self.assertTrue(eventually(lambda: self.gateway.poll() is not None or states()))
+        # Of a result that was lost on its way nobody tells.
+        return eventually(lambda: self.gateway.poll() is not None or "ended" in states(), 3) and "ended" in states()
+
+    def test_a_run(self) -> None:
+        def following() -> None:
+            self.assertTrue(eventually(lambda: not self.started_anew() and self.run_now()))
+        self.assertTrue(eventually(self.run_now))
+        self.everywhere(50, self.run_now, following)
+        # What the history holds was told, whatever ended in between.
+        kept = {event["seq"] for event in self.history()}
+        self.assertTrue(eventually(lambda: kept <= {json.loads(event).get("seq") for event in self.told("events")}))
         self.assertEqual(self.end(self.gateway), 0)
 
 

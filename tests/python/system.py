@@ -33,7 +33,7 @@ def eventually(condition: Callable[[], object], seconds: float = 20) -> bool:
     return True
 
 
-def _listens(path: Path) -> bool:
+def listens(path: Path) -> bool:
     """Whether a server takes connections there; its socket is there a moment before it does."""
     with socket.socket(socket.AF_UNIX) as probe:
         try:
@@ -55,7 +55,7 @@ class System(unittest.TestCase):
         os.environ["KIVO_LOG_DIR"] = str(self.folder / "log")
         self.bus = self.start(["dbus-daemon", "--config-file=" + os.environ["OMINSPECT_BUS_CONFIG"],
                                "--address=" + address, "--nofork", "--nopidfile"])
-        self.assertTrue(eventually(lambda: _listens(self.folder / "bus")))
+        self.assertTrue(eventually(lambda: listens(self.folder / "bus")))
 
     def start(self, command: List[str]) -> subprocess.Popen[bytes]:
         """Starts a process in the background; it ends with the test."""
