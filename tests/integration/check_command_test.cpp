@@ -48,6 +48,7 @@ TEST_F(CheckCommand, ShowsWhatTheItemHasMeasured) {
     const Child server = StartServer();
     const Child owner = StartScripts({{"none", "echo fine"},
                                       {"loads", "echo 'fine | load=0.5;1;@2:5;0;64 free=70%'"},
+                                      {"timed", "echo 'fine | time=0.1s'"},
                                       {"quoted", "echo &quot;fine | 'it''s hot'=3c&quot;"}});
     const auto measured = [&](const char* item) {
         const std::string output = Ctl({"check", item, "--timeout", "20"}).output;
@@ -56,6 +57,7 @@ TEST_F(CheckCommand, ShowsWhatTheItemHasMeasured) {
     EXPECT_EQ(measured("loads"), " 'load'=0.5;1;@2:5;0;64 'free'=70%;;;;\n");
     EXPECT_EQ(measured("quoted"), " 'it''s hot'=3c;;;;\n");
     EXPECT_EQ(measured("none"), "\n");
+    EXPECT_EQ(Ctl({"check", "timed"}).output, "timed OK - fine | 'time'=0.1s;;;;\n");
 }
 
 // It is another item's; asking it takes nothing off the time limit.
@@ -104,6 +106,8 @@ TEST_F(CheckCommand, GivesEachStatusItsState) {
         EXPECT_EQ(check.exitCode, row.code) << row.item;
         EXPECT_EQ(Head(check.output), row.head);
     }
+    Child full({"/bin/sh", "-c", "exec \"$0\" check good >/dev/full", OMINSPECTCTL_PROGRAM});
+    EXPECT_EQ(full.Wait(), 3) << "nobody could read the answer";
 }
 
 TEST_F(CheckCommand, IsCriticalWhenTheLimitPasses) {
@@ -118,8 +122,12 @@ TEST_F(CheckCommand, IsUnknownWithoutAServerAndAfterWrongUse) {
     const Outcome absent = Ctl({"check", "ok"});
     EXPECT_EQ(absent.exitCode, 3);
     EXPECT_TRUE(Holds(absent.output, "ok UNKNOWN - server absent")) << absent.output;
-    EXPECT_EQ(Ctl({"check"}).exitCode, 3);
-    EXPECT_EQ(Ctl({"check", "ok", "--timeout", "never"}).exitCode, 3);
+    const Outcome itemless = Ctl({"check"});
+    EXPECT_EQ(itemless.exitCode, 3);
+    EXPECT_EQ(itemless.output, "UNKNOWN - ITEM is required\n");
+    const Outcome odd = Ctl({"check", "ok", "--timeout", "never"});
+    EXPECT_EQ(odd.exitCode, 3);
+    EXPECT_TRUE(odd.output.starts_with("UNKNOWN - ")) << odd.output;
     EXPECT_EQ(Ctl({"check", std::string(32, 'x')}).exitCode, 3);
     EXPECT_EQ(Ctl({"run"}).exitCode, 2);  // the others have a code of their own
 }

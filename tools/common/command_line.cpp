@@ -31,10 +31,22 @@ std::string WrongWord(const std::string& word) {
     return (word.starts_with('-') ? "no such option: " : "no such command: ") + text::Escaped(word);
 }
 
-// Commands whose exit code of wrong use is another than kWrongUse.
-std::map<std::string, ExitCode>& WrongUses() {
-    static std::map<std::string, ExitCode> codes;
-    return codes;
+// How a command tells that it has no answer, where that is not as usual.
+struct NoAnswer {
+    ExitCode code;
+    std::string head;
+};
+
+std::map<std::string, NoAnswer>& NoAnswers() {
+    static std::map<std::string, NoAnswer> all;
+    return all;
+}
+
+// That of the command on the command line; null: it tells it as usual.
+const NoAnswer* NoAnswerOf(const CLI::App& app) {
+    const auto commands = app.get_subcommands();
+    const auto own = commands.empty() ? NoAnswers().end() : NoAnswers().find(commands.front()->get_name());
+    return own != NoAnswers().end() ? &own->second : nullptr;
 }
 
 // Prints what a parse ended with, which may be the help, and gives the exit code.
@@ -42,9 +54,12 @@ int Refuse(const CLI::App& app, const CLI::Error& end) {
     if (app.exit(end) == 0) {
         return kPassed;
     }
-    const auto commands = app.get_subcommands();
-    const auto own = commands.empty() ? WrongUses().end() : WrongUses().find(commands.front()->get_name());
-    return own != WrongUses().end() ? own->second : kWrongUse;
+    const NoAnswer* const own = NoAnswerOf(app);
+    if (own == nullptr) {
+        return kWrongUse;
+    }
+    (void)std::printf("%s%s\n", own->head.c_str(), end.what());
+    return own->code;
 }
 
 int Run(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& add) {
@@ -71,7 +86,8 @@ int Run(int argc, char** argv, const std::function<void(CLI::App&, Chosen&)>& ad
     const ExitCode code = chosen();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         Complain("cannot write the output");
-        return code == kPassed ? kFailed : code;
+        const NoAnswer* const own = NoAnswerOf(app);
+        return code != kPassed ? code : own != nullptr ? own->code : kFailed;
     }
     return code;
 }
@@ -87,8 +103,8 @@ int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App&, Ch
     }
 }
 
-void SetWrongUse(CLI::App& command, ExitCode code) {
-    WrongUses()[command.get_name()] = code;
+void SetNoAnswer(CLI::App& command, ExitCode code, const std::string& head) {
+    NoAnswers()[command.get_name()] = {code, head};
 }
 
 void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text) {

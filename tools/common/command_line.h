@@ -36,8 +36,9 @@ constexpr const char* kDoctorText =
 // Lets `add` declare the commands, parses the arguments, runs what they chose, and gives the exit code.
 int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App& app, Chosen& chosen)>& add);
 
-// The exit code of wrong arguments of a command, instead of kWrongUse.
-void SetWrongUse(CLI::App& command, ExitCode code);
+// For a command whose exit codes are its own: the one of wrong arguments and of an answer that cannot be written. Of
+// wrong arguments one line on standard output tells, too, with `head` before it.
+void SetNoAnswer(CLI::App& command, ExitCode code, const std::string& head);
 
 // --timeout SECONDS, from one second to a day.
 void AddLimit(CLI::App& command, std::chrono::seconds& limit, const std::string& text);

@@ -52,7 +52,7 @@ void AddCheck(CLI::App& app, Chosen& chosen) {
     command->add_option("--cmd", options->cmd, "The item's argument, at most 127 bytes")->type_name("TEXT");
     AddLimit(*command, options->limit, "Time limit, after which the item is stopped (default 10)");
     Offer(*command, chosen, options, Check);
-    SetWrongUse(*command, kCheckUnknown);
+    SetNoAnswer(*command, kCheckUnknown, "UNKNOWN - ");
 }
 
 void AddGroup(CLI::App& app, Chosen& chosen) {

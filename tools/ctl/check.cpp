@@ -88,15 +88,18 @@ std::string LabelText(std::string_view label) {
     return text + '\'';
 }
 
-// 'label'=value;warn;crit;min;max, and blanks between them: what the item has measured, behind the time that it took.
+// 'label'=value;warn;crit;min;max, and blanks between them: what the item has measured, behind the time that the answer
+// took. An item that has measured a time itself tells that one.
 std::string Performance(double seconds, std::chrono::seconds limit, const std::vector<client::PerfValue>& values) {
     std::array<char, 64> data{};
-    (void)std::snprintf(data.data(), data.size(), "time=%.3fs;;;0;%lld", seconds,
-                        static_cast<long long>(limit.count()));
+    if (std::none_of(values.begin(), values.end(), [](const auto& one) { return one.label == "time"; })) {
+        (void)std::snprintf(data.data(), data.size(), "time=%.3fs;;;0;%lld", seconds,
+                            static_cast<long long>(limit.count()));
+    }
     std::string text = data.data();
     for (const client::PerfValue& value : values) {
-        text += ' ' + LabelText(value.label) + '=' + NumberText(value.value) + value.unit + ';' + value.warn + ';' +
-                value.crit + ';' + NumberText(value.min) + ';' + NumberText(value.max);
+        text += (text.empty() ? "" : " ") + LabelText(value.label) + '=' + NumberText(value.value) + value.unit + ';' +
+                value.warn + ';' + value.crit + ';' + NumberText(value.min) + ';' + NumberText(value.max);
     }
     return text;
 }
