@@ -1,7 +1,8 @@
 // The message handlers, one per message id; all have the signature that server/dispatch.h describes and run on
 // the server task's thread, one message at a time.
 //
-// A message that lacks the payload its handler needs is answered with an empty reply; nothing is logged.
+// A message that lacks the payload its handler needs is answered with an empty reply, that of id 7 with 2; nothing is
+// logged.
 #pragma once
 
 #include <memory>

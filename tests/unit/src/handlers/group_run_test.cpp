@@ -321,20 +321,41 @@ TEST_F(GroupRunTest, TextsWithoutANameAreTheEmptyItem) {
 }
 
 TEST_F(GroupRunTest, ARunThatRanOutOfMemoryBringsTheGroupAndItsItemsToRest) {
-    const std::string name(29, 'n');  // its copy takes 30 bytes, like nothing else
-    AddItem(name);
-    g_resultMgr.SetResultStatic(name, "success");
+    AddItem("item");
+    g_resultMgr.SetResultStatic("item", "success");
     EXPECT_EQ(g_resultMgr.StartGroup("unknown_group"), 1U);
     TaskData task;
-    Inspect::GroupRequest request{{support::Request(name, "go")}, {"client", "cli_reply"}, "unknown_group"};
-    const support::AllocFailure failure(support::AllocFailure::Kind::kThrowing, 30);
+    Inspect::GroupRequest request{{support::Request("item", "go")}, {"client", "cli_reply"}, "unknown_group"};
+    // Before the first item: room for a name of 32 bytes and its end.
+    const support::AllocFailure failure(support::AllocFailure::Kind::kThrowing, 33);
     Inspect::RunGroup(std::move(request), task);
     EXPECT_TRUE(failure.Happened());
     const Lines lines = support::LogLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 inspect_dealmsg 19: group run given up: std::bad_alloc"), 1);
     EXPECT_EQ(Stored("unknown_group"), "unknown_group|success|unknown_group");
-    EXPECT_EQ(Stored(name), name + "|idle|init");
+    EXPECT_EQ(Stored("item"), "item|idle|init");
     EXPECT_TRUE(Records().empty());
+}
+
+TEST_F(GroupRunTest, AnItemWithoutMemoryForItsStartFailsAndTheOthersRun) {
+    const std::string name(29, 'n');  // its copy takes 30 bytes, like nothing else
+    AddItem(name);
+    AddItem("item");
+    support::OwnerAnswers("success", "fine");
+    EXPECT_EQ(g_resultMgr.StartGroup("unknown_group"), 1U);
+    TaskData task;
+    Inspect::GroupRequest request{
+        {support::Request(name, "go"), support::Request("item", "go")}, {"client", "cli_reply"}, "unknown_group"};
+    const support::AllocFailure failure(support::AllocFailure::Kind::kThrowing, 30);
+    Inspect::RunGroup(std::move(request), task);
+    EXPECT_TRUE(failure.Happened());
+    const Lines lines = support::LogLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "1 inspect_dealmsg 19: start of an item given up: std::bad_alloc"),
+              1);
+    ASSERT_EQ(Records().size(), 1U);
+    const auto record = Record(Records()[0]);
+    EXPECT_EQ(support::Show(record.items[0].result), name + "|fail|run err");
+    EXPECT_EQ(support::Show(record.items[1].result), "item|success|fine");
 }
 
 // ---- the stop routine ----
