@@ -12,6 +12,15 @@ set(OMINSPECT_CONFIG_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/ominspect)
 set(OMINSPECT_STATE_DIR /var/lib/ominspect)
 set(OMINSPECT_LOG_DIR /var/log/ominspect)
 set(OMINSPECT_LIBEXEC_DIR ${CMAKE_INSTALL_FULL_LIBEXECDIR}/ominspect)
+# Debian's zsh looks for what packages bring in a folder of its own, and elsewhere as others do.
+set(OMINSPECT_ZSH_DIR ${CMAKE_INSTALL_FULL_DATADIR}/zsh/site-functions)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(OMINSPECT_ZSH_DIR /usr/share/zsh/vendor-completions)
+endif()
+# The units hide these folders from what they run, so an installation there cannot be started by them.
+if(CMAKE_INSTALL_PREFIX MATCHES "^/(home|root|tmp|var/tmp|run/user)(/|$)")
+    message(WARNING "The service manager's units cannot run what lies below ${CMAKE_INSTALL_PREFIX}")
+endif()
 
 # Where the schemas are, as seen from a program in the given folder.
 function(find_schemas target folder)
@@ -59,6 +68,33 @@ function(install_configured source component folder)
         set(kind PROGRAMS)
     endif()
     install(${kind} ${configured} DESTINATION ${folder} COMPONENT ${component})
+endfunction()
+
+# install_placed(<component> <folder> [PROGRAMS] <file>...): texts that name places, as Debian's packages have them. For another
+# prefix they name those of the installation.
+function(install_placed component folder)
+    cmake_parse_arguments(arg "PROGRAMS" "" "" ${ARGN})
+    set(kind FILES)
+    if(arg_PROGRAMS)
+        set(kind PROGRAMS)
+    endif()
+    foreach(source IN LISTS arg_UNPARSED_ARGUMENTS)
+        get_filename_component(source ${source} ABSOLUTE)
+        get_filename_component(name ${source} NAME)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
+        file(READ ${source} text)
+        string(REPLACE "/zq_product/etc/" "/zq_product/ETC/" text "${text}") # the device's own
+        string(REPLACE "/etc/ominspect" "${OMINSPECT_CONFIG_DIR}" text "${text}")
+        string(REPLACE "/zq_product/ETC/" "/zq_product/etc/" text "${text}")
+        string(REPLACE "/usr/libexec/ominspect" "${OMINSPECT_LIBEXEC_DIR}" text "${text}")
+        string(REPLACE "/usr/share/zsh/vendor-completions" "${OMINSPECT_ZSH_DIR}" text "${text}")
+        foreach(place bash-completion dbus-1 doc ominspect)
+            string(REPLACE "/usr/share/${place}/" "${CMAKE_INSTALL_FULL_DATADIR}/${place}/" text "${text}")
+        endforeach()
+        set(placed ${CMAKE_CURRENT_BINARY_DIR}/placed/${component}/${folder}/${name})
+        file(GENERATE OUTPUT ${placed} CONTENT "${text}")
+        install(${kind} ${placed} DESTINATION ${folder} COMPONENT ${component})
+    endforeach()
 endfunction()
 
 # Units and policy name the prefix of the configuration.

@@ -52,7 +52,7 @@ struct HttpSettings {
     std::vector<std::string> unixPaths{"/run/ominspect-gateway/http.sock"};
     std::vector<TcpAddress> tcp{{"127.0.0.1", 8642}};
     std::vector<std::string> hosts;
-    std::string tokens = "/etc/ominspect/gateway.tokens";
+    std::string tokens = OMINSPECT_CONFIG_DIR "/gateway.tokens";
     std::string certificate;  // both empty: without TLS
     std::string key;
 };

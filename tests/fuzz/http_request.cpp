@@ -22,7 +22,7 @@ struct World {
     Picture picture;
     Parts parts{[](const std::string&, const Part&) {}};
     Hub hub{0, [](std::uint64_t, std::size_t) { return std::optional<std::vector<history::Row>>(); }};
-    Operations operations{link, runs, feed};
+    Operations operations{link, runs, picture, feed};
     Metrics metrics{{picture, parts, "1", [] { return GatewayFigures{}; }}};
     Api api{{picture, parts, hub, operations, nullptr, &metrics, "", {"room12"}, [] { return json::Value::Object(); }},
             {{Role::kAct, "desk", kSecret}, {Role::kLook, "page", "abcdefghij0123456789"}}};

@@ -29,7 +29,7 @@ TEST(GatewaySettings, AnEmptyFileMeansTheBuiltInSettings) {
     ASSERT_EQ(settings->http.tcp.size(), 1U);
     EXPECT_EQ(settings->http.tcp[0].address, "127.0.0.1");
     EXPECT_EQ(settings->http.tcp[0].port, 8642);
-    EXPECT_EQ(settings->http.tokens, "/etc/ominspect/gateway.tokens");
+    EXPECT_EQ(settings->http.tokens, OMINSPECT_CONFIG_DIR "/gateway.tokens");
     EXPECT_TRUE(settings->collection.isOn);
     EXPECT_TRUE(settings->dbus.isOn);
     EXPECT_TRUE(settings->metrics.isOn);
