@@ -30,7 +30,7 @@ int RunMain(int (*body)(int argc, char** argv), int argc, char** argv) noexcept 
     try {
         return body(argc, argv);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
+        (void)std::fprintf(stderr, "%s\n", failure.what());
         return 1;
     }
 }
@@ -39,7 +39,7 @@ void Check(bool good, const char* what) {
     if (good) {
         return;
     }
-    std::fprintf(stderr, "%s failed\n", what);
+    (void)std::fprintf(stderr, "%s failed\n", what);
     std::exit(1);
 }
 

@@ -74,7 +74,7 @@ private:
         const support::Outcome outcome = support::Run(command);
         const double millis = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
         if (outcome.exitCode != 0) {
-            std::fputs(outcome.output.c_str(), stderr);
+            (void)std::fputs(outcome.output.c_str(), stderr);
         }
         Check(outcome.exitCode == 0, command[0].c_str());
         return millis;

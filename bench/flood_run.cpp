@@ -102,7 +102,7 @@ int Measure(int argc, char** argv) {
     Print("while the flood lasts, by a new client", fresh);
     Print("right after", after);
     std::printf("%-48s%10zu\n", "log lines of refused messages", LinesWith(server.Output(), "dropped"));
-    std::fputs(flood.Output().c_str(), stdout);
+    (void)std::fputs(flood.Output().c_str(), stdout);
     std::printf("%-48s%10lu\n", "private memory before, KiB", before);
     std::printf("%-48s%10lu\n", "private memory a second after, KiB", bench::PrivateKilobytes(server.Pid()));
     sd_bus_flush_close_unref(bus);

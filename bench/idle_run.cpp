@@ -150,7 +150,7 @@ int MeasureAll(int argc, char** argv) {
     for (const Agent& agent : agents) {
         before.push_back(CostOf(agent.process));
         if (before.back().resident == 0) {
-            std::fprintf(stderr, "%s does not run: %s\n", agent.name.c_str(), agent.process.Output().c_str());
+            (void)std::fprintf(stderr, "%s does not run: %s\n", agent.name.c_str(), agent.process.Output().c_str());
         }
         Check(before.back().resident > 0, "starting an agent");
     }

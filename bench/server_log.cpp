@@ -51,7 +51,7 @@ std::size_t bench::ServerLogLines() {
 }
 
 // What the server calls instead of the fake's. It has formatted the line already. The linker asks for the name.
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)
 extern "C" void __wrap_KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint8_t module,
                                                 uint32_t line, const char* format, ...)
     __attribute__((format(printf, 6, 7)));
@@ -68,4 +68,4 @@ void __wrap_KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle /*handle*/, 
              std::strcmp(format, "%s") == 0 ? va_arg(args, const char*) : format);
     va_end(args);
 }
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier, cert-dcl37-c, cert-dcl51-cpp)

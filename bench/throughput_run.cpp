@@ -248,7 +248,7 @@ void PrintLine(std::size_t clients, std::size_t owners, const char* road, const 
         std::printf("%11s%11s", "-", "-");
     }
     std::printf("%9lu\n", sum.threads);
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
 }
 
 void MeasureLoad(sd_event* event, std::size_t clientCount, std::size_t owners, double seconds, pid_t server,
