@@ -1,0 +1,3 @@
+set(ROOMS low high)
+set(low_SEES)
+set(high_SEES low)
