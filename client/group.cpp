@@ -73,8 +73,8 @@ Error Break(Session& session, GroupRun& run, const GroupOptions& options, Error 
     return why;
 }
 
-// Sees a group that has started to its end. If that throws (only memory can lack here, or a function of the caller's
-// throws), the group is asked to stop: its name would else be taken until the server gives the group up.
+// Sees a group that has started to its end. If that throws (memory is short, or a function of the caller throws), the
+// group is asked to stop; otherwise its name would stay taken until the server gives the group up.
 std::optional<Error> Attend(Session& session, GroupRun& run, std::size_t first, std::size_t count,
                             const GroupOptions& options, const Limit& limit) {
     try {

@@ -1,5 +1,5 @@
-// Made in the order in which they need each other, ended in the other one: first those who ask, then the watcher, then
-// the feed, which tells the rest, and at last the history.
+// The parts are made in the order in which they depend on each other, and ended in the reverse order: first those that
+// ask, then the watcher, then the feed, which tells the rest, and finally the history.
 #include "gateway.h"
 
 #include <cerrno>
@@ -34,7 +34,7 @@ namespace {
 
 constexpr int kRoundMs = 1000;
 constexpr unsigned kTickSeconds = 15;
-constexpr unsigned kGiveBackSecond = 5;  // of these: soon after the start, too
+constexpr unsigned kGiveBackSecond = 5;  // within each kTickSeconds; the first time soon after the start
 
 class Gateway {
 public:
@@ -183,7 +183,7 @@ private:
         return figures;
     }
 
-    // What a listener missed. Read on the thread that asks.
+    // What a listener missed, read on the thread that asks.
     std::optional<std::vector<history::Row>> Missed(std::uint64_t after, std::size_t limit) const {
         if (!settings_.history.isOn) {
             return std::nullopt;

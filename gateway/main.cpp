@@ -34,7 +34,7 @@ void Complain(const std::string& text) {
     (void)std::fprintf(stderr, "%sominspect-gateway: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), text.c_str());
 }
 
-// The file was read without a mistake. The schema says the same by other means, and is what editors know.
+// The file was read without a mistake. The schema states the rules that the reader enforces; editors use it.
 int Check(const std::string& path) {
     const auto schema = ProgramBeside(OMINSPECT_SCHEMAS "/gateway.xsd");
     const auto errors = schema ? SchemaErrors(*schema, path) : schema.Failure();

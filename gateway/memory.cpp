@@ -19,7 +19,7 @@ int GiveBackSegments(dl_phdr_info* object, std::size_t /*size*/, void* /*context
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
         const ElfW(Phdr)& segment = object->dlpi_phdr[i];
-        // What is or was writable is not in the file as it is in memory.
+        // Memory that is or was writable may differ from the file.
         if (segment.p_type == PT_LOAD && (segment.p_flags & PF_W) == 0) {
             const std::uintptr_t begin = (object->dlpi_addr + segment.p_vaddr + page - 1) & ~(page - 1);
             const std::uintptr_t end = (object->dlpi_addr + segment.p_vaddr + segment.p_filesz) & ~(page - 1);

@@ -1,4 +1,4 @@
-// What the gateway does to stay small: it rests nearly always.
+// What the gateway does to stay small, as it is idle nearly always.
 #pragma once
 
 namespace ominspect::gateway {

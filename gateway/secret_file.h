@@ -8,7 +8,7 @@
 
 namespace ominspect::gateway {
 
-// An error when others than the file's owner and group can read or change it. A file that is not there is none.
+// An error when others than the file's owner and group can read or change it. A missing file is no error.
 std::optional<Error> CheckSecret(const std::string& path);
 
 }  // namespace ominspect::gateway

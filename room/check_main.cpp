@@ -39,7 +39,7 @@ ominspect::Result<Settings> ReadSettings(const Options& options) {
     return settings;
 }
 
-// The schema says what the program's own reader does by other means, and is what editors know.
+// The schema states the rules that the reader enforces; editors use it.
 bool IsAsTheSchemaHasIt(const std::string& path) {
     const auto schema = ominspect::ProgramBeside(OMINSPECT_SCHEMAS "/room.xsd");
     const auto errors = schema ? ominspect::SchemaErrors(*schema, path) : schema.Failure();
@@ -53,7 +53,7 @@ bool IsAsTheSchemaHasIt(const std::string& path) {
     return errors->empty();
 }
 
-// Whether the file with the secrets, if one is named, can be used by whoever asks.
+// Whether the user who runs this can use the file with the secrets, if one is named.
 bool HasCredentials(const std::string& path, const Settings& settings) {
     const auto& server = settings.call.ldapServer;
     if (!server || server->credentials.empty()) {
@@ -113,7 +113,7 @@ int AnswerWith(const Finding& finding) {
     return Print(finding.text + "\n", 3);
 }
 
-// A mistake in the file is an answer, too: whoever asks is to know why nothing is looked at.
+// A mistake in the file is answered too, so that the requester learns why nothing was checked.
 int Answer(const ominspect::Result<Settings>& settings, const std::string& name) {
     if (!settings) {
         return AnswerWith(Unknown(settings.Failure().text));

@@ -99,7 +99,8 @@ std::string FolderOf(const UsbDevice& device, const KernelFiles& files) {
     return {};
 }
 
-// What the package manager would upgrade, of the lists that it has; it asks nobody for new ones. Nothing when it fails.
+// How many packages the package manager would upgrade by the lists that it has; it fetches no new ones. Nothing when it
+// fails.
 std::optional<long long> CountUpgrades(const std::string& manager) {
     constexpr std::chrono::seconds kLimit{50};
     static constexpr const char* kScript =
@@ -212,7 +213,7 @@ Finding CheckUpdates(const KernelFiles& files) {
 }
 
 Finding CheckUsb(const ExtraSettings& settings, const KernelFiles& files) {
-    // Who came back within the last minutes of a long run may do so again.
+    // A device that came back within the last ten minutes of a long uptime may drop out again.
     constexpr double kLongRun = 3600;
     constexpr long long kJustBackMs = 600000;
     constexpr long long kMinuteMs = 60000;

@@ -1,4 +1,4 @@
-// Items that rooms need and the server's list lacks. Those are served that the room's file names.
+// Items that rooms need and the server's list lacks. Only those that the room's file names are served.
 #pragma once
 
 #include <string>

@@ -51,7 +51,7 @@ std::optional<ominspect::items::OwnerConfig> ListItems(const std::string& progra
     list.emplace_back("--list");
     const CommandOutcome outcome = RunToEnd(list);
     if (outcome.end != CommandOutcome::End::kExited || outcome.code != kPassed) {
-        // It does not know that what it says ends in the journal.
+        // The checking program does not know that its complaints end in the journal.
         (void)std::fprintf(stderr, "%s%s", OmJournalPrefix(OM_JOURNAL_ERROR), outcome.output.err.c_str());
         return std::nullopt;
     }

@@ -27,10 +27,10 @@ public:
     Collection(const Collection&) = delete;
     Collection& operator=(const Collection&) = delete;
 
-    // Refused: one goes on.
+    // Refused: a collection is under way already.
     std::optional<Error> Begin(const std::string& who);
 
-    // Stops what goes on, and removes the package.
+    // Stops a collection that is under way, and removes the package.
     void Delete();
 
     json::Value Document() const;

@@ -23,7 +23,7 @@ std::optional<std::chrono::milliseconds> DurationOf(const ItemOutcome& outcome) 
     return std::chrono::duration_cast<std::chrono::milliseconds>(*outcome.end - *outcome.begin);
 }
 
-// Names whoever gave an order as the cause of its items' runs, until the end of the scope.
+// Until the end of the scope, the one who gave the order counts as the cause of its items' runs.
 class Claims {
 public:
     Claims(Runs& runs, const Order& order) : runs_(runs), order_(order) {}

@@ -65,17 +65,17 @@ public:
     Operations(const Operations&) = delete;
     Operations& operator=(const Operations&) = delete;
 
-    // Begins what is ordered and gives its number. InvalidArgument; Refused: too many go on at once.
+    // Begins an operation and gives its number. InvalidArgument; Refused: too many are under way.
     Result<std::uint64_t> Begin(Order order);
 
     // An operation's document; nothing when it is not known (any more).
     std::optional<json::Value> Find(std::uint64_t number) const;
     json::Value All() const;
 
-    // Those that have changed after the change of this number.
+    // The operations that have changed since the change of this number.
     std::vector<OperationView> Changed(std::uint64_t after) const;
 
-    // Stops what it has started. False: there is no such operation that goes on.
+    // Stops what the operation has started. False: no such operation is under way.
     bool Stop(std::uint64_t number);
 
     // Stops all, and waits for their ends.

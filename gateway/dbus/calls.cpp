@@ -1,5 +1,5 @@
-// The bus is asked for two things of a caller, in this order: to tell when it leaves, and which user it is. So one that
-// has left before the first counts is noticed by the second. Both answers count only if they are the daemon's own.
+// For each caller the bus is asked two things, in this order: to tell when the caller leaves, and which user it is. If
+// it leaves before the first takes effect, the second reveals that. Answers count only if they are the daemon's own.
 #include "dbus/calls.h"
 
 #include <algorithm>

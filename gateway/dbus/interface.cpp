@@ -1,4 +1,4 @@
-// What changes between two looks is told as what it came to; results are told one by one.
+// Of what changes between two looks only the outcome is told; results are told one by one.
 #include "dbus/interface.h"
 
 #include <algorithm>
@@ -115,7 +115,7 @@ int Command(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     });
 }
 
-// Who may call is the bus policy's to say.
+// The bus policy decides who may call.
 const sd_bus_vtable kTable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD_WITH_ARGS("ListItems", SD_BUS_NO_ARGS, SD_BUS_RESULT("a(sossst)", items), ListItems,
@@ -260,7 +260,7 @@ int Interface::Update() {
     ShownItems items;
     Look(server, items);
     int result = 0;
-    // An object is there while its end is told.
+    // An object must still exist while its removal is told.
     for (auto item = items_.begin(); item != items_.end();) {
         if (items.contains(item->first)) {
             ++item;

@@ -23,7 +23,7 @@ namespace {
 constexpr const char* kPart = "dbus";
 constexpr std::size_t kMostResults = 1024;
 constexpr std::chrono::milliseconds kRetryPeriod{2000};
-constexpr std::chrono::milliseconds kMemoryPeriod{50};  // a lack of memory mostly is over at once
+constexpr std::chrono::milliseconds kMemoryPeriod{50};  // a lack of memory is usually over at once
 constexpr std::chrono::milliseconds kStep{500};
 constexpr std::chrono::seconds kCallLimit{5};
 

@@ -102,7 +102,7 @@ Times TimesOf(const OperationView& operation, const ShownItem* item) {
     if (isWithin(item->lastBegin)) {
         return {item->lastBegin, item->lastEnd};
     }
-    // The result has come, the news of it not yet.
+    // The result has come, but not yet the event that tells of it.
     if (isWithin(item->runningSince)) {
         times.begin = item->runningSince;
     }
@@ -114,7 +114,7 @@ std::uint32_t DoneOf(const OperationView& operation, const ShownItems& items) {
         const auto item = items.find(PathOf(name));
         return item != items.end() && item->second.lastEnd >= Microseconds(operation.begin);
     };
-    // A group's results come all at once, the news of each item as it happens.
+    // A group's results come all at once, but each item's event as soon as the item has ended.
     const auto told = operation.kind == OperationKind::kGroup && !operation.end
                           ? std::count_if(operation.items.begin(), operation.items.end(), isDone)
                           : 0;

@@ -1,5 +1,5 @@
-// A full disk: rows that go free pages of the database for new ones, but to let them go the write-ahead log needs room
-// itself. So a file beside the database holds some back, which is given up for that.
+// On a full disk, deleting rows makes room for new ones, but the deletion itself needs room in the write-ahead log. A
+// second file reserves that room and is given up then.
 #include "history/store.h"
 
 #include <filesystem>
@@ -17,10 +17,10 @@ namespace {
 
 constexpr off_t kHeldRoom = 512 << 10;
 constexpr std::uint64_t kRoomToGrow = 2 << 20;
-// Of rows that go at once: the log of their deletion fits into the room that is held back.
+// How many rows are deleted at once: the log of their deletion fits into the reserved room.
 constexpr int kMostAtOnce = 500;
 
-// Connections that only read need the log to be there when nobody writes.
+// Connections that only read need the log to exist even while nobody writes.
 void KeepLog(sqlite::Database& database) {
     int on = 1;
     (void)sqlite3_file_control(database.Get(), "main", SQLITE_FCNTL_PERSIST_WAL, &on);
@@ -72,7 +72,7 @@ std::optional<Error> Store::Prepare(const std::string& bus) {
         return error;
     }
     KeepLog(database_);
-    // Every page is looked at once in a life: damage shows now rather than in an answer.
+    // Every page is checked once at the start, so that damage shows now and not in an answer.
     auto check = database_.Prepare("PRAGMA quick_check(1)");
     if (!check) {
         return check.Failure();
@@ -104,7 +104,7 @@ std::optional<Error> Store::Prepare(const std::string& bus) {
     return SetBus(bus);
 }
 
-// A disk that is full keeps nobody from opening a database that says so already.
+// A database that already names this bus is not written, so a full disk does not keep it from being opened.
 std::optional<Error> Store::SetBus(const std::string& bus) {
     auto same = database_.Prepare("SELECT 1 FROM meta WHERE key='bus' AND value=?1");
     if (!same) {
@@ -197,7 +197,7 @@ bool Store::MakeRoom() {
     (void)std::filesystem::remove(RoomOf(path_), ignored);
     BeginLogAnew();
     if (!isCapped_) {
-        // From now on new rows take the place of old ones: the file grows no more, so that its log finds room.
+        // From now on new rows replace old ones: the file does not grow any more, which leaves room for its log.
         const auto pages = database_.Ask("PRAGMA page_count");
         isCapped_ = pages && database_.Ask("PRAGMA max_page_count=" + std::to_string(*pages));
     }

@@ -32,15 +32,15 @@ public:
     // Until when the terminal is known to have been watched; nothing in a new database.
     std::optional<TimePoint> WatchedUntil();
 
-    // All of them, or none: they are kept when this returns, whatever becomes of the process. `now` goes down as the
+    // All of them, or none: they are kept when this returns, whatever becomes of the process. `now` is noted as the
     // time until which the terminal was watched.
     std::optional<Error> Write(std::span<const Event> events, TimePoint now);
 
-    // Lets go of what is older or more than wanted, a bounded number of rows at once; true: there is more to do.
+    // Deletes rows that are too old or too many, a bounded number at once; true: there are more to delete.
     Result<bool> Retain(const Retention& retention, TimePoint now);
 
-    // After an error that IsFull: lets the oldest rows go, for which some room is held back, and grows no more. False:
-    // none could be let go.
+    // After an error that IsFull: gives up the reserved room, deletes the oldest rows, and lets the file grow no more.
+    // False: none could be deleted.
     bool MakeRoom();
     static bool IsFull(const Error& error);
 

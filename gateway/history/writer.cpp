@@ -1,5 +1,5 @@
-// Whoever waits for an event to be kept waits for one short transaction: old rows go and the log is folded in when
-// nothing is to be written.
+// A caller that waits for an event to be kept waits for one short transaction only: old rows are deleted, and the log
+// is written back, when no event is to be written.
 #include "history/writer.h"
 
 #include <iterator>
@@ -144,7 +144,7 @@ void Writer::Fail(const Error& error, std::size_t lost) {
     retry_ = Clock::now() + settings_.retryPeriod;
     parts_.Set(kPart, PartState::kFailed, settings_.path + ": " + error.text + "; results are not kept");
     if (!Store::IsFull(error)) {
-        store_.reset();  // what is wrong with it may be gone with the connection
+        store_.reset();  // a new connection may be free of the fault
     }
 }
 

@@ -23,7 +23,7 @@ public:
         std::string bus;
         Retention retention;
         std::chrono::milliseconds retryPeriod{5000};  // while nothing can be kept
-        // How exactly it is known afterwards until when a gateway that was killed had watched.
+        // After a gateway was killed, the time until which it had watched is known to within this period.
         std::chrono::milliseconds signPeriod{60000};
     };
 

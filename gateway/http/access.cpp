@@ -1,4 +1,4 @@
-// All tokens are compared whole, whichever is right: the time tells nothing.
+// Every token is compared in full, so that the time taken reveals nothing.
 #include "http/access.h"
 
 #include <algorithm>

@@ -57,7 +57,7 @@ private:
     };
     struct Failures {
         unsigned count = 0;
-        Clock::time_point until;  // nothing is looked at before
+        Clock::time_point until;  // until then all attempts are refused
         Clock::time_point last;
     };
 

@@ -1,4 +1,4 @@
-// One row of the table says all of a road: method, path, and the role that it takes.
+// Each row of the table describes one route: method, path and required role.
 #include "http/api.h"
 
 #include <algorithm>
@@ -35,7 +35,7 @@ Response JsonResponse(int status, const json::Value& document) {
     return TextResponse(status, "application/json", document.Print());
 }
 
-// Whether a path goes along a road's: "{}" stands for one part.
+// Whether a path is that of a route, in which "{}" stands for any one part.
 bool Matches(const std::vector<std::string>& road, const std::vector<std::string>& parts) {
     return std::equal(road.begin(), road.end(), parts.begin(), parts.end(),
                       [](const std::string& one, const std::string& other) { return one == "{}" || one == other; });
@@ -166,10 +166,11 @@ Answer Api::Find(Request& request) {
     return Problem(404, "absent", "there is nothing of this name");
 }
 
-// Fills in who asks. A refusal is for those who guess; who shows nothing is nobody.
+// Fills in who asks. Only a source that has tried too many wrong tokens is refused here; without a valid token a
+// request has no role.
 std::optional<Response> Api::Identify(Request& request) {
     if (request.IsUnix()) {
-        // Its mode lets those in who may ask on the bus as well.
+        // The socket's mode admits only those who may ask on the bus as well.
         request.role = Role::kAct;
         request.who = "local";
         return std::nullopt;
@@ -201,7 +202,7 @@ Answer Api::Take(Request& request, const Road& road, const std::vector<std::stri
     return (this->*road.handle)(request, parts);
 }
 
-// The table holds all of them by one type, whatever each of them needs.
+// The table holds all handlers, so that they have one type, whatever each of them needs.
 // NOLINTBEGIN(readability-make-member-function-const, readability-convert-member-functions-to-static)
 
 Answer Api::Healthz(const Request& /*request*/, const std::vector<std::string>& /*parts*/) {

@@ -1,4 +1,4 @@
-// What is answered to whom: the roads of HTTP, and who may go them.
+// What is answered to whom: the HTTP routes, and who may use them.
 #pragma once
 
 #include <functional>

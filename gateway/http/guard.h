@@ -1,4 +1,4 @@
-// Whether a request may be looked at: pages from elsewhere, which a browser lets send requests, can neither read nor
+// Whether a request may be handled. Browsers let pages from elsewhere send requests: such pages can neither read nor
 // act.
 #pragma once
 

@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t kMostListeners = 500;
 constexpr std::size_t kMostFrames = 512;
 constexpr std::size_t kMostBytes = 512UL * 1024UL;
-// Of the history that a listener is given again; whoever missed more asks for the state instead.
+// Rows of the history that a listener is given again; one that missed more asks for the state instead.
 constexpr std::size_t kMostBacklog = 400;
 
 using Frame = std::shared_ptr<const std::string>;
@@ -109,7 +109,7 @@ void Hub::Put(const std::shared_ptr<Listener>& listener, const Frame& frame) {
         return;
     }
     if (listener->frames_.size() >= kMostFrames || listener->bytes_ + frame->size() > kMostBytes) {
-        // What it has taken a part of must go out whole.
+        // A frame of which the listener has taken a part must go out whole.
         const Frame first = listener->frames_.front();
         listener->frames_.clear();
         listener->bytes_ = 0;

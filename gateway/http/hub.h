@@ -58,7 +58,7 @@ public:
     void Remove(const std::shared_ptr<Listener>& listener);
 
     void Tell(const Event& event);
-    // Shows every listener that the line is open, and itself who is gone.
+    // Sends each listener a sign that the line is open, and so finds those that are gone.
     void Tick();
     // Ends all; no more come.
     void Close();

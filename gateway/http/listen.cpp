@@ -1,4 +1,4 @@
-// Addresses of this machine's own loopback are for those who are on it; all others are for everybody.
+// Only this machine reaches the addresses of its loopback; all others count as reached by everybody.
 #include "http/listen.h"
 
 #include <algorithm>
@@ -63,7 +63,7 @@ Result<UniqueFd> OpenUnix(const std::string& path) {
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
     UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    // What an earlier life has left; a file of another kind stays and is in the way.
+    // Removes a socket that an earlier process left; any other file stays, and binding fails.
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
         (void)unlink(path.c_str());

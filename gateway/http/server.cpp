@@ -75,7 +75,7 @@ MHD_Result TakeArgument(void* cls, MHD_ValueKind /*kind*/, const char* name, con
     return MHD_YES;
 }
 
-// The answer to a request for which there is no memory; it takes none of this program's.
+// The answer to a request for which there is no memory; sending it allocates nothing in this program.
 MHD_Result SendNoMemory(MHD_Connection* connection) {
     static constexpr std::string_view kBody =
         R"({"type":"urn:ominspect:problem:memory","title":"Service Unavailable","status":503,"detail":"not enough memory"})";

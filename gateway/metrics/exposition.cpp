@@ -1,4 +1,4 @@
-// A document has thousands of lines, so they are put together without a detour.
+// A document has thousands of lines, so they are appended to the text directly.
 #include "metrics/exposition.h"
 
 #include <algorithm>

@@ -51,16 +51,16 @@ public:
 
     // What a process says that an item has measured. It counts when the process owns the item.
     void TakePerfData(const std::string& process, const client::PerfData& perfData);
-    // Lets go of what was measured by those who do not own the item any more.
+    // Forgets what was measured by processes that no longer own the item.
     void ForgetFormerOwners();
-    // Whether the items measure as much as can be shown.
+    // Whether the items measure so much that no more can be shown.
     bool IsFull();
 
     // The document, in the text format. It is made anew when something has happened, and each second; it stays in
     // memory only while it is asked for again within that time.
     Text Document(Clock::time_point now);
 
-    // Lets go of a document that nobody has asked for of late: it is large.
+    // Frees a document that nobody has asked for recently: it is large.
     void Tidy(Clock::time_point now);
 
 private:

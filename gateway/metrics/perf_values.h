@@ -19,13 +19,13 @@ public:
     // All items together; names and labels come from outside.
     static constexpr std::size_t kMost = 4096;
 
-    // Takes what a process says of an item, in the place of what was said before. False: it would be too many.
+    // Takes what a process says of an item, instead of what was said before. False: these would be too many values.
     bool Set(const std::string& process, const client::PerfData& perfData);
 
     // Keeps what `isOwner` is true for.
     void Retain(const std::function<bool(const std::string& process, const std::string& item)>& isOwner);
 
-    // Whether there is not room for the most that an item may measure.
+    // Whether an item that measures as much as it may would no longer find room.
     bool IsFull() const;
 
     void Print(Exposition& out) const;

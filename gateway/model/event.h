@@ -16,7 +16,7 @@ enum class EventKind {
     kServer,  // the server came ("up") or left ("away")
     kBusy,    // the server became "busy" or "idle"
     kGap,     // from `begin` to `time` nobody watched; `text` says why
-    // Passing ones: whoever misses them asks for the state.
+    // Passing ones: a consumer that misses one asks for the state.
     kBegan,      // a run of `item` began
     kItems,      // items, owners or states have changed
     kPart,       // a part of the gateway has another state; `item` is its name

@@ -1,5 +1,5 @@
-// An event is told when it is kept: what a consumer has seen survives the process. A disk that hangs delays events by
-// `kPatience` and no more; it then has them later than the consumers.
+// An event is told once it is kept, so that what a consumer has seen survives the process. A disk that hangs delays
+// events by at most `kPatience`; then the consumers have them before the disk has.
 #include "model/feed.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The one way of all events: numbered, kept, and then told to every consumer in the same order.
+// The one path of all events: they are numbered, kept, and then told to every consumer in the same order.
 #pragma once
 
 #include <atomic>
@@ -45,13 +45,13 @@ public:
     void Subscribe(Consumer consumer) { consumers_.push_back(std::move(consumer)); }
     void Start();
 
-    // Tells what is posted by now and ends.
+    // Tells what was posted so far, and ends.
     void Stop();
 
     // Any thread, without waiting. When nobody keeps up, the event is lost, and a gap is told in its place.
     void Post(Event event);
 
-    // Rises as long as the feed lives, when it is woken.
+    // Rises with each wake-up of the feed; if it does not, the feed hangs.
     std::uint64_t Rounds() const { return rounds_; }
     void Wake();
 

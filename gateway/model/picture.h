@@ -61,15 +61,15 @@ public:
     // False: nothing has changed.
     bool SetInventory(const client::Inventory& inventory);
     bool SetState(const std::string& name, client::ItemState state);
-    // Of the time before the gateway; a newer one stays.
+    // The last result from before the gateway's start; a newer one stays.
     void SetLast(const std::string& name, const LastResult& last);
 
-    // An item of which the server must be asked whether it is idle, which it is not named for again until something
-    // happens to it; empty: there is none.
+    // An item of which the server must be asked whether it is idle; empty: there is none. The same item is not named
+    // again until something has happened to it.
     std::string TakeUnclear();
     void SetUnclear(const std::string& item);
-    // The server tells nobody that an item was reset, as each is at the end of its group: all that are not idle become
-    // unclear.
+    // The server tells nobody when an item is reset, which also happens to each item at the end of its group. So all
+    // items that are not idle become unclear.
     void SetHeldUnclear();
     // Events were lost, so that a run may have ended: no item is said to run, and all are unclear.
     void SetAllUnclear();

@@ -1,4 +1,4 @@
-// The duration is that of a clock which nobody sets.
+// Durations are measured by a clock that nobody sets.
 #include "model/runs.h"
 
 #include <algorithm>

@@ -20,12 +20,12 @@ public:
     // What event 8 means, received now: a run that began, or one that ended.
     Event Take(const client::ItemResult& result, TimePoint now, Clock::time_point tick);
 
-    // The next run of the item that begins is asked for by `cause`. Until it is released.
+    // The next run of the item that begins counts as asked for by `cause`, until the claim is released.
     void Claim(const std::string& item, const std::string& cause);
     void Release(const std::string& item, const std::string& cause);
 
-    // Waits until a run of that claim has ended here, too: whoever asked may have its result before the thread of the
-    // events comes to it. Not beyond the limit.
+    // Waits, at most until the limit, for the end of a run of that claim to arrive here too: the one who asked may have
+    // the result before the thread of the events sees it.
     void AwaitEnd(const std::string& item, const std::string& cause, Clock::time_point limit);
 
     // The server is gone, and its runs with it.
@@ -44,7 +44,7 @@ private:
     };
     using Claims = std::multimap<std::string, Claimed>;
 
-    // The first claim of this cause, an ended one included or not; end() when there is none.
+    // The first claim of this cause; end() when there is none. With `alsoEnded`, ended claims count too.
     Claims::iterator Find(const std::string& item, const std::string& cause, bool alsoEnded = true);
 
     std::mutex mutex_;  // guards everything below

@@ -18,7 +18,7 @@ public:
     // An empty path: there is no history, and what does not fit into memory is gone.
     explicit Backlog(std::string historyPath) : path_(std::move(historyPath)) {}
 
-    // An event that is told now; passing ones count for nothing. Any thread, without waiting.
+    // Takes an event that is told now; passing ones are ignored. Any thread; never waits.
     void Tell(const Event& event);
 
     // The events after a number, oldest first; none: there are none. By one thread.

@@ -32,7 +32,7 @@ bool IsAddress(const std::string& host) {
            inet_pton(AF_INET6, host.c_str(), ignored.data()) == 1;
 }
 
-// Refused keys ask nobody at a terminal for a pass phrase.
+// A key with a pass phrase is refused: nobody at a terminal is asked for it.
 int NoPassPhrase(char* /*phrase*/, int /*size*/, int /*isWritten*/, void* /*client*/) {
     return 0;
 }
@@ -273,8 +273,8 @@ void Broker::Handle(short events) {
         ((events & (POLLIN | POLLHUP | POLLERR)) != 0 || (wasConnecting && !settings_.authority.empty()))) {
         Check(mosquitto_->loop_read(client_.get(), 1));
     }
-    // An open line may still have something to read; one that is only being opened comes to nothing. The library's TLS
-    // takes the socket's error for itself and would try on for ever.
+    // An open line may still have something to read; a line that is just being opened has failed. The library's TLS
+    // would consume the socket's error and try again for ever.
     if (user_ != nullptr && (events & (POLLHUP | POLLERR)) != 0 && (!isOpen_ || (events & POLLIN) == 0)) {
         Lose(isOpen_ ? "the broker has ended the connection" : "the connection was refused");
     }
@@ -301,7 +301,7 @@ void Broker::Lose(const std::string& why) {
         if (!said_.empty() && said_ != why) {
             text += ": " + said_;
         }
-        // A broker that does not take it says so with one of several alerts, or just leaves.
+        // A broker that refuses the certificate says so with one of several alerts, or just closes the connection.
         if (text.find("certificate") == std::string::npos) {
             text += "; the broker may not accept the certificate";
         }

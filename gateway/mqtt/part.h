@@ -31,7 +31,7 @@ public:
     // `collection` may be null. Both must live until Stop.
     void Start(Operations& operations, Collection* collection);
 
-    // Takes leave of the broker, which takes two seconds at most.
+    // Disconnects from the broker in order, in two seconds at most.
     void Stop();
 
 private:

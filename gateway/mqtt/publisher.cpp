@@ -1,5 +1,5 @@
-// The state comes first, so that a fleet's is soon right again; of four messages one is an event all the same, so that
-// no flood of states keeps the events back.
+// State is sent before events, so that the picture of a fleet is soon right again. Still, one message in four is an
+// event, so that no flood of states keeps the events back.
 #include "mqtt/publisher.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ constexpr auto kNever = Publisher::Clock::time_point::max();
 
 }  // namespace
 
-// A position beyond all numbers that were given is one of events that were never kept, whose numbers are given anew.
+// A position beyond all numbers given so far belongs to events that were never kept; their numbers are given anew.
 Publisher::Publisher(Settings settings, const Picture& picture, Backlog& backlog, Line& line, Carrier* carrier, Say say,
                      std::uint64_t told, Clock::time_point now)
     : settings_(std::move(settings)),

@@ -42,13 +42,13 @@ public:
     Publisher(Settings settings, const Picture& picture, Backlog& backlog, Line& line, Carrier* carrier, Say say,
               std::uint64_t told, Clock::time_point now);
 
-    // Any thread, without waiting: something happened. For those who have a thread to wake.
+    // Takes an event that has just happened. Any thread; never waits.
     void Tell(const Event& event);
 
-    // Does what is to be done now, and says when it wants to be called again though nothing happens.
+    // Does what is due now, and says when it must be called again even if nothing happens.
     Clock::time_point Go(Clock::time_point now);
 
-    // Says goodbye; then Go until it IsOver.
+    // Begins the farewell; then Go is to be called until it IsOver.
     void BeginEnd(Clock::time_point now);
     bool IsOver() const { return isOver_; }
 

@@ -61,7 +61,7 @@ Outgoing Requests::TakeAnswer() {
 
 void Requests::Take(const Incoming& request) {
     const Asker asker{request.responseTopic, request.correlation};
-    // One that the broker keeps would be carried out again and again.
+    // A retained request would be carried out with every connection.
     if (!topics_.IsReply(asker.topic) || asker.correlation.size() > kMostCorrelation || request.isRetained) {
         ++unanswerable_;
         return;

@@ -1,5 +1,5 @@
-// What may be asked for over the broker, and the answers. Who may publish to a role's topic has the role: that is the
-// broker's to say. What a role may is said here.
+// What may be asked for over the broker, and the answers. The broker decides who may publish to a role's topic, and
+// thus who has the role; what a role may do is decided here.
 #pragma once
 
 #include <cstdint>

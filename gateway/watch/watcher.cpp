@@ -126,7 +126,7 @@ void Watcher::Serve() {
     }
 }
 
-// The next session needs the process's one place on the bus.
+// Leaves the bus: the process has one place there, which the next session needs.
 void Watcher::Leave() {
     std::weak_ptr<client::Session> left = link_.Get();
     link_.Set(nullptr);

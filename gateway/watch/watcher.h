@@ -17,7 +17,7 @@
 
 namespace ominspect::gateway {
 
-// Who also uses the session. Called on the watcher's thread.
+// Another user of the session. Called on the watcher's thread.
 class Follower {
 public:
     virtual ~Follower() = default;

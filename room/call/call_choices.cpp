@@ -161,7 +161,7 @@ Finding CheckMaxIncomingBandwidth(const CallSettings& settings) {
     if (*kbps < settings.maxIncomingBandwidth->min) {
         return Warn(text + ", less than " + Kbps(settings.maxIncomingBandwidth->min) + "; raise it");
     }
-    // A room that calls with more than it takes is a mistake of its set-up, if the other setting is known.
+    // If the other setting is known: a room whose own calls may use more than it accepts is set up wrongly.
     const auto own = settings.defaultBandwidth ? ReadKbps(settings.defaultBandwidth, "") : Result<unsigned>(0U);
     if (own && *kbps < *own) {
         return Warn(text + ", less than this room's own calls (" + Kbps(*own) + "); raise it");

@@ -75,7 +75,7 @@ int LeaveOpen(Sockbuf_IO_Desc* /*description*/) {
     return 0;  // the channel is the exchange's
 }
 
-// The library is never to wait by itself: there is always something to read, if only the end of the time.
+// So the library never waits by itself: reading always gives something, if only the error that the time is over.
 int Control(Sockbuf_IO_Desc* /*description*/, int option, void* /*argument*/) {
     return option == LBER_SB_OPT_DATA_READY ? 1 : 0;
 }
@@ -161,7 +161,7 @@ private:
         }
         channel_.stream = std::move(session->stream);
         certificate_ = JudgeCertificate(session->certificate, wanted, server_.trust);
-        // Nothing is told to a server that may be another's.
+        // No credentials are sent to a server that may be somebody else's.
         if (certificate_ && certificate_->status == Status::Fail) {
             return FailOf(name_, certificate_->text);
         }
@@ -221,7 +221,7 @@ private:
             case LDAP_INVALID_DN_SYNTAX:
                 return FailOf(name_, Bound() + ", but there is no such base; check base and rights");
             case LDAP_INSUFFICIENT_ACCESS:
-            case LDAP_OPERATIONS_ERROR:  // what an anonymous search gets from some
+            case LDAP_OPERATIONS_ERROR:  // some servers answer an anonymous search so
                 return FailOf(name_, Bound() + ", but may not search the base; check credentials and rights");
             case LDAP_REFERRAL:
                 return Warn(name_ + ": " + Bound() + ", and sends elsewhere for the base; name that server");
@@ -303,7 +303,7 @@ Finding CheckServer(const LdapServer& server, const Deadline& deadline) {
     if (!fd) {
         return FailOf(name, fd.Failure().text);
     }
-    // Neither the computer's nor a user's file decides what is looked at.
+    // The configuration files of the library, the computer's and the user's, must not change what is checked.
     (void)setenv("LDAPNOINIT", "1", 1);
     return Exchange(server, credentials, deadline).Run(std::move(*fd));
 }

@@ -9,7 +9,7 @@
 //       <Gatekeeper host="gk.example.org" port="1719"/>     or <H323Peer host="mcu.example.org" port="1720"/>
 //       <ConferenceServer host="meet.example.org" port="443" tls="true" warnDays="21" failDays="3"/>
 //       <LdapServer host="ldap.example.org" security="startTls" base="dc=example,dc=org"
-//       credentials="/etc/ominspect/ldap"/>
+//                   credentials="/etc/ominspect/ldap"/>
 //   </Call>
 //
 // Call: `limit`, the whole seconds (1 to 8, default 5) that a check of servers takes at most.

@@ -19,7 +19,7 @@ namespace {
 
 using ominspect::SystemError;
 
-// The largest datagram; over a stream the same is taken, and no answer to OPTIONS comes near it.
+// The largest datagram, and the limit for streams too; no answer to OPTIONS comes near it.
 constexpr std::size_t kMaxMessage = 64UL * 1024UL;
 // Messages that belong to other requests, or are none, before the server is given up.
 constexpr unsigned kMaxStrangers = 256;
@@ -30,7 +30,7 @@ constexpr std::chrono::milliseconds kT2{4000};
 std::string RandomText() {
     std::array<unsigned char, 12> bytes{};
     if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-        // Then only the clock makes it different, which is enough to tell one request from the next.
+        // Then only the clock makes the text differ, which is enough to tell one request from the next.
         const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
         std::copy_n(reinterpret_cast<const unsigned char*>(&now), sizeof now, bytes.begin());
     }

@@ -1,13 +1,16 @@
 // Any final answer proves that a SIP element took the request and worked on it; what it says decides the rest (RFC
 // 3261, 21):
 //
-//   2xx, 3xx                    good
-//   401, 407                    good: it wants to know who asks
-//   405, 501                    good: it knows SIP, and has no use for OPTIONS
-//   404, 410, 484, 485, 604     about the user, not about the server: good, but "warn" when the room's own was asked
-//   for 480, 486, 487, 600, 603,    about what is behind the server at the moment: good 606 403 it refuses this
-//   computer: "warn" other 4xx                   it does not understand the request, or did not get through (408, 483):
-//   "warn" other 5xx                   it says that it cannot serve: "fail"
+// clang-format off
+//   2xx, 3xx                       good
+//   401, 407                       good: it wants to know who asks
+//   405, 501                       good: it knows SIP, and has no use for OPTIONS
+//   404, 410, 484, 485, 604        about the user, not about the server: good, but "warn" when the room's own was asked for
+//   480, 486, 487, 600, 603, 606   about what is behind the server at the moment: good
+//   403                            it refuses this computer: "warn"
+//   other 4xx                      it does not understand the request, or did not get through (408, 483): "warn"
+//   other 5xx                      it says that it cannot serve: "fail"
+// clang-format on
 #include "call/sip_verdict.h"
 
 #include <algorithm>

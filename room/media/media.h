@@ -11,7 +11,7 @@
 namespace room {
 
 //   <Media mainOutput="HDMI-A-1" mainMode="3840x2160@60" auxOutput="HDMI-A-2" auxMode="1920x1080@60"
-//   input="/dev/video2"/>
+//          input="/dev/video2"/>
 struct MediaSettings {
     std::string mainOutput{};  // the connector; empty: the first with a display
     std::string mainMode{};    // the beginning of the mode that is expected; empty: any

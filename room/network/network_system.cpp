@@ -165,8 +165,8 @@ public:
         return PingAddress(address, linkIndex);
     }
 
-    // An entry from before counts only once the kernel has confirmed it, which it does for its own part within seven
-    // seconds of a datagram.
+    // An entry from before counts only once the kernel has confirmed it, which the kernel does within seven seconds
+    // after a datagram was sent.
     bool IsNeighbour(const std::string& address, int linkIndex) override {
         constexpr std::chrono::milliseconds kPatience{7500};
         constexpr std::chrono::milliseconds kStep{50};

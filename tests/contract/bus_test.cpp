@@ -1,4 +1,3 @@
-// What the tests of the message layer share.
 #include "bus_test.h"
 
 #include <algorithm>

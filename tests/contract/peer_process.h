@@ -7,7 +7,7 @@
 //   silent   never answers, but passes the message on to the task that its replyTaskName names at the sender
 //   collect  keeps message ids, in a queue of 4; answers id kReport with all of them so far, in order, and on id
 //            kVisitGate asks task "gate" of the sender and goes on once that has answered
-//   relay    carries out an Order: sends, asks or broadcasts, and answers with an PeerOutcome
+//   relay    carries out an Order: sends, asks or broadcasts, and answers with a PeerOutcome
 //   die      ends as after SIGKILL, without an answer
 //   leave    asks the task runner to end, without an answer
 #pragma once

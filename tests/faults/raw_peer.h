@@ -36,7 +36,7 @@ public:
 
     /// Sends a message that wants a reply, and does not look for it.
     void AskOnly(uint32_t id, const std::string& payload) const {
-        uint64_t cookie = 0;  // who does not want it wants no reply
+        uint64_t cookie = 0;  // a call without a cookie would ask for no reply
         EXPECT_GE(sd_bus_send(Get(), Call(id, payload).get(), &cookie), 0);
         EXPECT_GE(sd_bus_flush(Get()), 0);
     }

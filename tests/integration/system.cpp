@@ -1,4 +1,3 @@
-// The whole system for one test.
 #include "system.h"
 #include "support/eventually.h"
 

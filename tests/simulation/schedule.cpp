@@ -30,7 +30,7 @@ void Trim(Schedule& schedule) {
     }
 }
 
-// Tries changes of a schedule, and keeps those after which it still goes wrong.
+// Tries changes of a schedule, and keeps those after which the run still goes wrong.
 class Search {
 public:
     Search(Runner& runner, Schedule schedule, size_t runs)

@@ -1,4 +1,3 @@
-// As much of the platform as the result table and the background jobs need.
 #include "support/bare_platform.h"
 
 #include <cstdarg>

@@ -1,4 +1,3 @@
-// Part of a test in a child process of its own.
 #include "support/forked.h"
 
 #include <grp.h>

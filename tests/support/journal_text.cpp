@@ -1,4 +1,3 @@
-// The fake platform's journal as lines of text.
 #include "support/journal_text.h"
 
 #include <algorithm>

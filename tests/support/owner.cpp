@@ -1,4 +1,3 @@
-// A scripted owner of inspection items.
 #include "support/owner.h"
 
 #include <string>

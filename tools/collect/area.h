@@ -46,8 +46,8 @@ bool IsInside(const std::string& path, const std::string& folder);
 // Whether one of the two paths, links followed, lies inside the other or is the same.
 bool Overlap(const std::string& one, const std::string& other);
 
-// Whether the system can say within two seconds what is at the path, if anything: of a mount whose server has gone it
-// never says. A path that did not answer is not asked again, and the thread that asks is left behind. For one thread.
+// Whether the system says within two seconds what is at the path, if anything: for a mount whose server is gone it
+// never does. A path that did not answer is not asked again, and the thread that asks is left behind. For one thread.
 bool Answers(const std::string& path);
 
 // Bytes that this user can still write where the path is, or will be; nothing when the system does not tell.

@@ -128,7 +128,8 @@ public:
     explicit Command(const CollectOptions& options) : options_(options) {}
 
     ExitCode Run() {
-        // A file-size limit is then an error like a full disk, and a closed pipe behind the progress ends nothing.
+        // So a file-size limit is an error like a full disk, and a closed pipe of the progress does not end the
+        // program.
         (void)std::signal(SIGXFSZ, SIG_IGN);
         (void)std::signal(SIGPIPE, SIG_IGN);
         collection_.host = HostName();
@@ -276,7 +277,7 @@ private:
         return IsComplete(collection_, {}) ? kPassed : kFailed;
     }
 
-    // A full disk is no place to find out that the logs do not fit.
+    // Finds out beforehand whether the logs fit, and not only when the disk is full.
     std::optional<Error> LookForRoom() {
         const auto room = FreeBytes(collection_.area);
         const auto reports = Count({[](const Progress&) {}, [](std::size_t, const EntryReport&) {}});

@@ -1,5 +1,5 @@
 // A descriptor of the kind O_PATH opens nothing: neither a device nor a pipe notices, and the kernel tells where it
-// really leads. The platform then gets the path /proc/self/fd/N, which no one can bend.
+// really leads. The platform then gets the path /proc/self/fd/N, which nobody can redirect.
 #include "copy_guard.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ UniqueFd OpenBelow(int base, const std::string& path) {
     return folder;
 }
 
-// The platform refuses everything but regular files with the same number. This says more.
+// The platform refuses everything but regular files with one and the same number; this text says more.
 std::string Reason(const struct stat& source, std::uint32_t error) {
     return error == EINVAL && !S_ISREG(source.st_mode) ? "not a regular file" : SystemText(static_cast<int>(error));
 }

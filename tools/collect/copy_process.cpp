@@ -44,8 +44,8 @@ void Tell(int fd, const char* kind, std::string_view first, std::string_view sec
     }
 }
 
-// The lines that a copy has other times than its source: the copy functions would have had to set them by a command
-// that takes no such name. They have been set (see FileCalls).
+// Whether a line says that a copy's times could not be set: the copy functions refuse to give some names to touch(1).
+// FileCalls has set the times.
 bool IsAboutTimes(std::string_view line) {
     return line == "file path contains danger char, skip!" ||
            (line.starts_with("change file [") && line.ends_with("] time fail")) ||

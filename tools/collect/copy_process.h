@@ -21,7 +21,7 @@ public:
     // Starts the copy. To be called while the program has one thread only.
     static Result<std::unique_ptr<CopyProcess>> Start(const Entry& entry, const CopyRules& rules);
 
-    // Starts the product's hook for logs of its own, which does as it likes.
+    // Starts the product's hook for logs of its own; nothing guards what it does.
     static Result<std::unique_ptr<CopyProcess>> StartVendorHook();
     ~CopyProcess();
     CopyProcess(const CopyProcess&) = delete;

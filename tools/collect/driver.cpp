@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kTick{200};  // between two looks at the progress
 
-// A copy that was told to end has this long to finish its file. One that was killed gets the same to disappear.
+// A copy that was told to end has this long to finish its file. One that was killed has as long to disappear.
 constexpr std::chrono::seconds kPatience{3};
 
 bool IsMissing(const std::string& path) {

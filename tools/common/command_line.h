@@ -36,8 +36,8 @@ constexpr const char* kDoctorText =
 // Lets `add` declare the commands, parses the arguments, runs what they chose, and gives the exit code.
 int RunCommandLine(int argc, char** argv, const std::function<void(CLI::App& app, Chosen& chosen)>& add);
 
-// For a command whose exit codes are its own: the one of wrong arguments and of an answer that cannot be written. Of
-// wrong arguments one line on standard output tells, too, with `head` before it.
+// For a command with exit codes of its own: `code` stands for wrong arguments and for an answer that cannot be written.
+// Wrong arguments are told on standard output too, in one line that begins with `head`.
 void SetNoAnswer(CLI::App& command, ExitCode code, const std::string& head);
 
 // --timeout SECONDS, from one second to a day.

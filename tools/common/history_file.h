@@ -45,8 +45,8 @@ struct Row {
     std::string cause;  // who asked for a run, where that is known
 };
 
-// {"seq","time","kind","item","status","text","begin","durationMs","cause"}, without what the row has not. `kind`
-// stands in for the row's own word.
+// {"seq","time","kind","item","status","text","begin","durationMs","cause"}; members that the row lacks are left out.
+// `kind` stands in for the row's own word.
 json::Value JsonOf(const Row& row, const char* kind = nullptr);
 
 // Whether a status is that of a result: not "running", "idle" or empty.

@@ -93,7 +93,7 @@ bool OutputFile::Rename() {
     if (errno != EINVAL && errno != ENOSYS) {
         return false;
     }
-    // A file system without that: a link fails as well when the name is taken.
+    // The file system does not have this call. A hard link also fails when the name is taken.
     if (link(temporary_.c_str(), path_.c_str()) != 0) {
         return false;
     }

@@ -9,8 +9,8 @@
 
 namespace ominspect {
 
-// What is not as the schema has it, a line each: "line 3: ...", as the validator says it. At most some hundred. The
-// error says why nothing can be told: no validator, no schema, no file.
+// Where the file breaks the schema, a line each: "line 3: ...", in the validator's words. At most some hundred. The
+// error says why the file could not be checked: no validator, no schema, no file.
 Result<std::vector<std::string>> SchemaErrors(const std::string& schema, const std::string& file);
 
 }  // namespace ominspect

@@ -38,7 +38,7 @@ std::string PathOfHistory() {
     if (state.empty() || state[0] != '/') {
         const std::string home = Environment("HOME");
         std::error_code ignored;
-        // A service's user may have a home that is not there, and that nobody wants to have.
+        // The home of a service's user may not exist, and must not be made then.
         if (home.empty() || home[0] != '/' || !std::filesystem::is_directory(home, ignored)) {
             return {};
         }

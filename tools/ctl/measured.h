@@ -19,8 +19,8 @@ class Measured {
 public:
     explicit Measured(std::string item) : item_(std::move(item)) {}
 
-    // Begins to listen, in half a second at most where other processes hang. Where the owner cannot be found, nothing
-    // is heard.
+    // Begins to listen; takes at most half a second, even if other processes hang. Where the owner cannot be found,
+    // nothing is heard.
     void Listen(client::Session& session, const std::stop_token& cancel);
 
     // For the session's events onRun.

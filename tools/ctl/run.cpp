@@ -91,7 +91,7 @@ client::Result<client::ItemResult> RunInBackground(client::Session& session, con
     return std::move(outcome->result);
 }
 
-// Keeps the server from everybody else until the item's owner has answered.
+// The server serves nobody else until the item's owner has answered.
 client::Result<client::ItemResult> RunSynchronously(client::Session& session, const client::Request& request,
                                                     const client::Limit& limit) {
     auto reply = session.Run(request, limit);

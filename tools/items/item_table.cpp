@@ -101,7 +101,7 @@ void ItemTable::RunSync(const ItemConfig& item, const std::string& argument, tag
     {
         const std::lock_guard lock(mutex_);
         if (MustWait(item)) {
-            // An answer that was deferred is owed: what needs memory comes first.
+            // Once an answer is deferred it must be given, so what needs memory comes first.
             const Waiting& waiting = waiting_.emplace_back(Waiting{&item, argument, std::make_shared<Answer>(), {}});
             *waiting.answer = defer_();
             if (!*waiting.answer) {

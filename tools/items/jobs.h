@@ -34,7 +34,7 @@ public:
     // A command that is to be run as soon as there is a place for it.
     void Add(Id id, CommandSpec spec, Done done, Clock::time_point requested);
 
-    // The one command gets a new name, and its outcome is told to somebody else.
+    // Gives the only command another name; `done` is now told of its outcome.
     void Rename(Id id, Done done);
 
     // Goes on with all commands of `other`.
@@ -46,7 +46,7 @@ public:
     // Whether a command has run for so long that its output is read while it runs.
     [[nodiscard]] bool IsAnySlow() const;
 
-    // Ends all; who does not end in time is given up.
+    // Ends all commands; one that does not end in time is given up.
     void StopAll();
 
     // Moves every command on as far as the time and the ended processes allow, and tells the outcomes whose time has

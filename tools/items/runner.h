@@ -32,8 +32,8 @@ public:
     // std::bad_alloc, and has no effect then.
     Id Start(CommandSpec spec, Done done);
 
-    // Called once with the name that a command will have if it is left to the supervisor; who gives no Done keeps it,
-    // and so does who throws std::bad_alloc.
+    // Called once with the name that a command will have if it is left to the supervisor. If it returns no Done or
+    // throws std::bad_alloc, the command stays with the calling thread.
     using Leave = std::function<Done(Id)>;
 
     // What came of Run: an outcome, or a command that was left under `id`, or neither: the runner shuts down.

@@ -65,7 +65,7 @@ void ReportItem(const tagKivoOmInspectionResult& result) {
                        text::Escaped(result.name).c_str(), OsMsgResultText(code));
 }
 
-// The owner's one way to say that an answer comes later. An answer to a requester that has left is nobody's loss.
+// The owner's one way to say that an answer comes later. If the requester has left, the answer is dropped silently.
 ItemTable::Answer DeferAnswer() {
     std::uint64_t run = 0;
     if (InspectDeferRun(&run) != OS_MSG_OK) {
@@ -81,7 +81,7 @@ void PublishPerfData(const std::string& item, const std::vector<client::PerfValu
     event.eventId = OM_INSPECT_EVENT_PERFDATA;
     event.dataLen = static_cast<std::uint32_t>(data.size());
     event.data = data.data();
-    // The result tells of a bus that is gone.
+    // If the bus is gone, sending the result fails, which is told.
     (void)OsMsgBroadcastEvent(&event, 1);
 }
 

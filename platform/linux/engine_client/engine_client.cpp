@@ -139,8 +139,8 @@ void ShowItems(const Client& client) {
     kivo::engine::SetItems(std::move(shown));
 }
 
-// Registers the items behind `last`, at most so many, and moves it on. The first error, with which it ends. Nothing is
-// left to do, either, when another server has come.
+// Registers at most kItemsAtOnce items after `last` and moves `last` on. Stops at the first error, which it returns,
+// and when another server has come.
 uint32_t RegisterSome(uint64_t registration, std::string& last, bool& areMore) {
     return Guarded([&] {
         Client& client = TheClient();
@@ -160,11 +160,12 @@ uint32_t RegisterSome(uint64_t registration, std::string& last, bool& areMore) {
     });
 }
 
-// Registers the items as the server takes them. A server that leaves meanwhile is told of when it is back.
+// Registers the items as the server takes them. If the server leaves meanwhile, all items are registered again when it
+// is back.
 void RegisterAll(uint64_t registration) {
     std::string last;
     bool areMore = true;
-    bool hasTaken = true;  // the server, what was sent last
+    bool hasTaken = true;  // whether the server has taken what was sent last
     while (areMore) {
         const uint32_t result = hasTaken ? RegisterSome(registration, last, areMore) : AwaitServer();
         if (result == OS_MSG_OK) {
@@ -177,7 +178,7 @@ void RegisterAll(uint64_t registration) {
     }
 }
 
-// The registering thread: with each server that comes, once more.
+// The registering thread: registers all items with each server that starts.
 void RegisterWithEach() {
     Client& client = TheClient();
     std::unique_lock<std::mutex> lock(client.lock);

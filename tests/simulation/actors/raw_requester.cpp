@@ -1,4 +1,4 @@
-// The form of each reply is known; what it says is the model's business.
+// Checks only the form of each reply; the model checks what it says.
 #include <cstring>
 
 #include "actors/actors.h"

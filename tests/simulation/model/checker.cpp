@@ -205,7 +205,7 @@ void Checker::OnTime(Thread& thread, uint64_t time) {
     Take(thread, {.kind = Kind::kTime, .time = time});
 }
 
-// Nothing that the server does may send the same state of business twice.
+// The server must never tell twice in a row that it is busy, or that it is idle.
 void Checker::OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t result) {
     if (id == 9) {
         uint32_t state = 2;
@@ -426,7 +426,7 @@ void Checker::CheckTable() const {
             Violation(std::string("at rest there are runs or requesters of ") + entry.name);
         }
     };
-    // A count that has wrapped leaves its entry's run behind.
+    // After a count has wrapped, its entry's run is never counted as ended.
     if ((visitTable_(check, nullptr) != 0 || busy_) && !state_.wrapped) {
         Violation("at rest the server is busy");
     }

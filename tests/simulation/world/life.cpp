@@ -80,7 +80,7 @@ void World::ChooseStyle() {
     length_ = PickOf<Micros>(10 * kMinute, kHour, 6 * kHour, kDay, 7 * kDay, 40 * kDay, 200 * kDay);
     Manners manners;
     manners.pause = PickOf<Micros>(kMinute, kSecond, 10 * kSecond, 10 * kMinute, kHour, 6 * kHour);
-    // The more happens, the shorter.
+    // The more happens, the shorter the life.
     const Micros longest = manners.pause * 1000;
     length_ = length_ < longest ? length_ : longest;
     manners.lies = OneIn(4);
@@ -316,8 +316,8 @@ bool World::IsAtRest() {
     return !server_->dead && checker_->IsAtRest(*server_) && !HasItems();
 }
 
-// Owners that use the library register their items anew with each server, once they have done what they are at. One
-// that has lost the bus ends.
+// Owners that use the library register their items anew with each server, once they have finished what they are doing.
+// One that has lost the bus ends.
 void World::AwaitItems() const {
     const auto areRegistered = [this] {
         bool registered = !server_->dead;
