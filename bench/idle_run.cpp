@@ -107,10 +107,9 @@ void AddAgents(const support::TempFolder& folder, std::vector<Agent>& agents) {
 std::pair<double, Child> StartServer(sd_bus* bus, const support::TempFolder& folder) {
     const auto begin = Clock::now();
     Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + folder.Path().string()});
-    while (bench::SizeOfAnswer(bus, bench::ServerCall(bus, 7, "ok")) != sizeof(uint32_t)) {
-        Check(Clock::now() - begin < std::chrono::seconds(10), "waiting for the server");
-        usleep(100);
-    }
+    const auto serves = [bus] { return bench::SizeOfAnswer(bus, bench::ServerCall(bus, 7, "ok")) == sizeof(uint32_t); };
+    Check(support::Eventually(serves, std::chrono::seconds(10), std::chrono::microseconds(100)),
+          "waiting for the server");
     return {std::chrono::duration<double, std::milli>(Clock::now() - begin).count(), std::move(server)};
 }
 

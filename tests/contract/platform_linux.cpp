@@ -11,6 +11,7 @@
 #include "linux/log_reader.h"
 #include "linux/service_manager.h"
 #include "platform_control.h"
+#include "support/eventually.h"
 #include "support/temp_folder.h"
 
 namespace support {
@@ -44,15 +45,7 @@ void ContractTest::TearDown() {
 }
 
 bool WaitFor(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        const timespec pause{0, 2'000'000};
-        nanosleep(&pause, nullptr);
-    }
-    return true;
+    return support::Eventually(condition);
 }
 
 uint64_t SystemClock() {

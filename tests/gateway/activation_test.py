@@ -9,9 +9,10 @@ import os
 import socket
 import subprocess
 import tempfile
-import time
 import unittest
 from pathlib import Path
+
+from system import eventually
 
 TOKEN = "look-0123456789abcdef012"
 
@@ -108,20 +109,14 @@ class Activation(unittest.TestCase):
         self.addCleanup(os.environ.pop, "LISTEN_FDS")
         child = subprocess.Popen(self.program, text=True, stderr=subprocess.PIPE)
         self.addCleanup(self.end, child)
-        end = time.monotonic() + 20
-        while not (self.folder / "configured").exists():
-            self.assertLess(time.monotonic(), end)
-            time.sleep(0.01)
+        self.assertTrue(eventually((self.folder / "configured").exists))
 
     def test_systemds_own_program(self) -> None:
         place = self.folder / "activated"
         child = subprocess.Popen(["systemd-socket-activate", "-l", str(place), *self.program], text=True,
                                  stderr=subprocess.PIPE)
         self.addCleanup(self.end, child)
-        end = time.monotonic() + 20
-        while not place.exists():
-            self.assertLess(time.monotonic(), end)
-            time.sleep(0.01)
+        self.assertTrue(eventually(place.exists))
         # The first connection starts it.
         self.assertEqual(self.status("--unix-socket", str(place), "http://localhost/api/v1/items"), "200")
 

@@ -5,13 +5,13 @@
 #include <deque>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "items.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
 #include "roles.h"
+#include "support/eventually.h"
 
 namespace soak {
 
@@ -106,8 +106,8 @@ InspectHandlerRecord Record(const std::string& name, InspectItemHandler handler)
 int RunOwner(size_t number) {
     const std::string name = "soak-owner" + std::to_string(number);
     // The bus may not have noticed yet that the owner before was killed.
-    while (OsProcAttach(name.c_str()) == OS_MSG_ERR_NAME_TAKEN) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!support::Eventually([&name] { return OsProcAttach(name.c_str()) != OS_MSG_ERR_NAME_TAKEN; })) {
+        return kFailed;
     }
     std::vector<InspectHandlerRecord> records{Record(ItemOf(number, "ok"), Ok), Record(ItemOf(number, "also_ok"), Ok),
                                               Record(ItemOf(number, "sync"), Ok), Record(ItemOf(number, "slow"), Slow),

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -44,7 +45,7 @@ std::vector<char*> Pointers(const std::vector<std::string>& texts) {
 }  // namespace
 
 Child::Child(const std::vector<std::string>& command, const std::vector<std::string>& extraEnvironment) {
-    std::string path = "/tmp/inspect-test-XXXXXX";
+    std::string path = std::filesystem::temp_directory_path() / "inspect-test-XXXXXX";
     const int output = mkostemp(path.data(), O_CLOEXEC | O_APPEND);
     if (output < 0) {
         throw std::runtime_error("no temporary file");

@@ -17,6 +17,7 @@
 #include "kivo/os_lock.h"
 #include "result/result_mgr.h"
 #include "support/bare_platform.h"
+#include "support/eventually.h"
 #include "support/records.h"
 #include "task/inspacet_task.h"
 
@@ -53,9 +54,7 @@ struct Last {
         Expect(g_locked == 1, "the job table is destroyed under its lock");
         g_tablesGone = true;
         g_tablesGone.notify_all();
-        while (InspacetTask::HasLiveJobs()) {
-            usleep(1000);
-        }
+        Expect(support::Eventually([] { return !InspacetTask::HasLiveJobs(); }), "the jobs end");
         Expect(g_jobCalls == (g_case == Case::kLiveJob ? 100 : 0), "the live job made all its calls");
         Expect(g_refusals == (g_case == Case::kLiveJob ? 100 : 0), "each refused job was logged");
         Expect(g_timeouts == (g_case == Case::kTimeLimit ? 1 : 0), "the time limit was noted in the table");
