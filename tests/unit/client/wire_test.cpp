@@ -27,19 +27,19 @@ std::string Encoded(std::string_view item, std::string_view cmd) {
     return request ? *request : "error: " + request.Failure().text;
 }
 
-TEST(RequestText, HoldsNameAndCmd) {
+TEST(WireRequestText, HoldsNameAndCmd) {
     EXPECT_EQ(Encoded("conf_sip_ft", "deep"), R"({"name":"conf_sip_ft","cmd":"deep"})");
 }
 
-TEST(RequestText, EscapesWhatWouldEndAString) {
+TEST(WireRequestText, EscapesWhatWouldEndAString) {
     EXPECT_EQ(Encoded("a\"b\\c", "\n\x01\xC3\xA4"), "{\"name\":\"a\\\"b\\\\c\",\"cmd\":\"\\n\\u0001\xC3\xA4\"}");
 }
 
-TEST(RequestText, TakesTheLongestNameAndCmd) {
+TEST(WireRequestText, TakesTheLongestNameAndCmd) {
     EXPECT_EQ(Encoded(std::string(31, 'n'), std::string(127, 'c')).size(), 178U);
 }
 
-TEST(RequestText, RefusesWhatDoesNotFit) {
+TEST(WireRequestText, RefusesWhatDoesNotFit) {
     EXPECT_EQ(Encoded(std::string(32, 'n'), ""), "error: the item name is longer than 31 bytes");
     EXPECT_EQ(Encoded("a", std::string(128, 'c')), "error: the cmd is longer than 127 bytes");
     EXPECT_EQ(Encoded("", ""), "error: the item name is empty");
@@ -70,7 +70,7 @@ std::string PerfMistake(const std::vector<unsigned char>& event) {
     return perfData ? "taken" : perfData.Failure().text;
 }
 
-TEST(PerfDataRecord, GivesTheValues) {
+TEST(WirePerfDataRecord, GivesTheValues) {
     const auto perfData = wire::DecodePerfData(PerfEvent("disk", 2, 2));
     ASSERT_TRUE(perfData);
     EXPECT_EQ(perfData->item, "disk");
@@ -87,7 +87,7 @@ TEST(PerfDataRecord, GivesTheValues) {
     EXPECT_EQ(wire::DecodePerfData(PerfEvent("disk", 64, 64))->values.size(), 64U);
 }
 
-TEST(PerfDataRecord, RefusesWhatIsNone) {
+TEST(WirePerfDataRecord, RefusesWhatIsNone) {
     EXPECT_EQ(PerfMistake({}), "values of 0 bytes");
     EXPECT_EQ(PerfMistake(std::vector<unsigned char>(39)), "values of 39 bytes");
     EXPECT_EQ(PerfMistake(PerfEvent("", 1, 1)), "values without the item's name");
@@ -113,7 +113,7 @@ TEST(PerfDataRecord, RefusesWhatIsNone) {
     EXPECT_EQ(PerfMistake(infinite), "a value that is none");
 }
 
-TEST(RunReplyRecord, GivesTheItemsResult) {
+TEST(WireRunReplyRecord, GivesTheItemsResult) {
     const auto reply = wire::DecodeRunReply(Record("load", "warn", "LOAD WARNING"), "load");
     ASSERT_TRUE(reply);
     EXPECT_FALSE(reply->isPending);
@@ -122,7 +122,7 @@ TEST(RunReplyRecord, GivesTheItemsResult) {
     EXPECT_EQ(reply->result.text, "LOAD WARNING");
 }
 
-TEST(RunReplyRecord, WithoutANameMeansThatTheItemRuns) {
+TEST(WireRunReplyRecord, WithoutANameMeansThatTheItemRuns) {
     const auto reply = wire::DecodeRunReply(Record("", "fail", "no support"), "disk");
     ASSERT_TRUE(reply);
     EXPECT_TRUE(reply->isPending);
@@ -130,7 +130,7 @@ TEST(RunReplyRecord, WithoutANameMeansThatTheItemRuns) {
     EXPECT_EQ(reply->result.status, "running");
 }
 
-TEST(RunReplyRecord, WithNoSupportMeansAnUnknownItem) {
+TEST(WireRunReplyRecord, WithNoSupportMeansAnUnknownItem) {
     const auto reply = wire::DecodeRunReply(Record("nosuch", "fail", "no support"), "nosuch");
     ASSERT_TRUE(reply);
     EXPECT_FALSE(reply->isPending);
@@ -139,16 +139,16 @@ TEST(RunReplyRecord, WithNoSupportMeansAnUnknownItem) {
     EXPECT_FALSE(IsUnknownItem({"nosuch", "fail", "run err"}));
 }
 
-TEST(RunReplyRecord, OfAnotherItemIsMalformed) {
+TEST(WireRunReplyRecord, OfAnotherItemIsMalformed) {
     EXPECT_EQ(wire::DecodeRunReply(Record("a", "success", ""), "b").Failure().code, ErrorCode::kMalformedReply);
     EXPECT_EQ(wire::DecodeRunReply(Record("", "success", ""), "b").Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(RunReplyRecord, EmptyIsARefusal) {
+TEST(WireRunReplyRecord, EmptyIsARefusal) {
     EXPECT_EQ(wire::DecodeRunReply({}, "a").Failure().code, ErrorCode::kRefused);
 }
 
-TEST(ResultRecord, OfAnotherSizeIsMalformed) {
+TEST(WireResultRecord, OfAnotherSizeIsMalformed) {
     auto record = Record("a", "success", "");
     record.resize(191);
     EXPECT_EQ(wire::DecodeResult(record).Failure().code, ErrorCode::kMalformedReply);
@@ -156,7 +156,7 @@ TEST(ResultRecord, OfAnotherSizeIsMalformed) {
     EXPECT_EQ(wire::DecodeResult(record).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(ResultRecord, WithATextThatDoesNotEndIsMalformed) {
+TEST(WireResultRecord, WithATextThatDoesNotEndIsMalformed) {
     const std::vector<std::pair<std::size_t, std::size_t>> fields{{0, 32}, {32, 32}, {64, 128}};
     for (const auto& [offset, size] : fields) {
         auto record = Record("a", "success", "t");
@@ -167,7 +167,7 @@ TEST(ResultRecord, WithATextThatDoesNotEndIsMalformed) {
     }
 }
 
-TEST(GroupText, HoldsOneTextPerRequestAndAnEmptyOne) {
+TEST(WireGroupText, HoldsOneTextPerRequestAndAnEmptyOne) {
     const std::vector<Request> requests{{"a", "go"}, {"b", ""}};
     const auto payload = wire::EncodeGroup(requests);
     ASSERT_TRUE(payload);
@@ -175,7 +175,7 @@ TEST(GroupText, HoldsOneTextPerRequestAndAnEmptyOne) {
     EXPECT_EQ(*payload, std::string(expected, sizeof expected));
 }
 
-TEST(GroupText, RefusesWhatIsNoGroup) {
+TEST(WireGroupText, RefusesWhatIsNoGroup) {
     EXPECT_EQ(wire::EncodeGroup({}).Failure().text, "the group is empty");
     EXPECT_EQ(wire::EncodeGroup(std::vector<Request>(33, Request{"a", ""})).Failure().text,
               "the group has more than 32 items");
@@ -189,7 +189,7 @@ std::vector<unsigned char> Number(std::uint32_t number) {
     return bytes;
 }
 
-TEST(GroupReply, IsATaskIdOrARefusal) {
+TEST(WireGroupReply, IsATaskIdOrARefusal) {
     EXPECT_EQ(*wire::DecodeGroupReply(Number(17)), 17U);
     EXPECT_EQ(*wire::DecodeGroupReply(Number(0xFFFFFFFF)), 0xFFFFFFFF);
     EXPECT_EQ(wire::DecodeGroupReply(Number(16)).Failure().code, ErrorCode::kGroupBusy);
@@ -200,7 +200,7 @@ TEST(GroupReply, IsATaskIdOrARefusal) {
     EXPECT_EQ(wire::DecodeGroupReply(std::vector<unsigned char>(8)).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(StopReply, IsZeroForAKnownTask) {
+TEST(WireStopReply, IsZeroForAKnownTask) {
     EXPECT_TRUE(*wire::DecodeStopReply(Number(0)));
     EXPECT_FALSE(*wire::DecodeStopReply(Number(1)));
     EXPECT_EQ(wire::DecodeStopReply(Number(2)).Failure().code, ErrorCode::kMalformedReply);
@@ -230,7 +230,7 @@ private:
     std::vector<unsigned char> bytes_;
 };
 
-TEST(GroupRecordBytes, GiveTaskItemsAndTimes) {
+TEST(WireGroupRecordBytes, GiveTaskItemsAndTimes) {
     GroupBytes bytes(4711, 2);
     bytes.Item(0, "a", "success", "fine").Put<std::uint64_t>(32 + 192, 1000).Put<std::uint64_t>(32 + 200, 3500);
     const auto record = wire::DecodeGroupRecord(bytes.Bytes());
@@ -247,7 +247,7 @@ TEST(GroupRecordBytes, GiveTaskItemsAndTimes) {
     EXPECT_FALSE(record->items[1].end);
 }
 
-TEST(GroupRecordBytes, ThatAreNoRecordAreMalformed) {
+TEST(WireGroupRecordBytes, ThatAreNoRecordAreMalformed) {
     EXPECT_EQ(wire::DecodeGroupRecord(std::vector<unsigned char>(6687)).Failure().code, ErrorCode::kMalformedReply);
     EXPECT_TRUE(wire::DecodeGroupRecord(GroupBytes(17, 32).Bytes()));
     EXPECT_EQ(wire::DecodeGroupRecord(GroupBytes(17, 33).Bytes()).Failure().code, ErrorCode::kMalformedReply);
@@ -256,7 +256,7 @@ TEST(GroupRecordBytes, ThatAreNoRecordAreMalformed) {
     EXPECT_EQ(wire::DecodeGroupRecord(absurd.Bytes()).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(GroupRecordBytes, WithATextThatDoesNotEndStillGiveTheOtherItems) {
+TEST(WireGroupRecordBytes, WithATextThatDoesNotEndStillGiveTheOtherItems) {
     GroupBytes bytes(17, 2);
     bytes.Item(0, "a", "", "").Item(1, "b", "success", "fine");
     std::memset(bytes.Bytes().data() + 32 + 32, 'x', 32);
@@ -268,7 +268,7 @@ TEST(GroupRecordBytes, WithATextThatDoesNotEndStillGiveTheOtherItems) {
     EXPECT_EQ(record->items[1].result.text, "fine");
 }
 
-TEST(MalformedRecord, SaysWhomItConcerns) {
+TEST(WireMalformedRecord, SaysWhomItConcerns) {
     EXPECT_EQ(wire::ItemOf(Record("load", "success", "")), "load");
     auto unended = Record("load", "success", "");
     std::memset(unended.data() + 64, 'x', 128);
@@ -281,7 +281,7 @@ TEST(MalformedRecord, SaysWhomItConcerns) {
     EXPECT_EQ(wire::TaskOf(std::vector<unsigned char>(3)), std::nullopt);
 }
 
-TEST(ItemListBytes, GiveNameLevelAndMode) {
+TEST(WireItemListBytes, GiveNameLevelAndMode) {
     std::vector<unsigned char> bytes(12296);
     std::memcpy(bytes.data(), "conf_sip_ft", 11);
     std::memcpy(bytes.data() + 32, "error", 5);
@@ -301,7 +301,7 @@ TEST(ItemListBytes, GiveNameLevelAndMode) {
     EXPECT_FALSE((*items)[1].isSync);
 }
 
-TEST(ItemListBytes, ThatAreNoListAreMalformed) {
+TEST(WireItemListBytes, ThatAreNoListAreMalformed) {
     EXPECT_EQ(wire::DecodeList({}).Failure().code, ErrorCode::kMalformedReply);
     EXPECT_EQ(wire::DecodeList(std::vector<unsigned char>(12295)).Failure().code, ErrorCode::kMalformedReply);
     std::vector<unsigned char> bytes(12296);
@@ -315,12 +315,12 @@ TEST(ItemListBytes, ThatAreNoListAreMalformed) {
     EXPECT_EQ(wire::DecodeList(bytes).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(ItemCount, IsFourBytes) {
+TEST(WireItemCount, IsFourBytes) {
     EXPECT_EQ(*wire::DecodeCount(Number(300)), 300U);
     EXPECT_EQ(wire::DecodeCount({}).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(StateReply, HasThreeAnswers) {
+TEST(WireStateReply, HasThreeAnswers) {
     const auto decode = [](unsigned char value) {
         return wire::DecodeStateReply(std::vector<unsigned char>{value, 0, 0, 0});
     };
@@ -330,36 +330,36 @@ TEST(StateReply, HasThreeAnswers) {
     EXPECT_EQ(decode(3).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(StateReply, OfAnotherSizeIsMalformed) {
+TEST(WireStateReply, OfAnotherSizeIsMalformed) {
     EXPECT_EQ(wire::DecodeStateReply({}).Failure().code, ErrorCode::kMalformedReply);
     EXPECT_EQ(wire::DecodeStateReply(std::vector<unsigned char>(5)).Failure().code, ErrorCode::kMalformedReply);
 }
 
-TEST(BusyEvent, IsZeroForBusyAndOneForIdle) {
+TEST(WireBusyEvent, IsZeroForBusyAndOneForIdle) {
     EXPECT_TRUE(*wire::DecodeBusy(std::vector<unsigned char>{0, 0, 0, 0}));
     EXPECT_FALSE(*wire::DecodeBusy(std::vector<unsigned char>{1, 0, 0, 0}));
     EXPECT_FALSE(wire::DecodeBusy(std::vector<unsigned char>{2, 0, 0, 0}));
     EXPECT_FALSE(wire::DecodeBusy(std::vector<unsigned char>{0}));
 }
 
-TEST(KindOfRequest, IsACommandForStopAndDone) {
+TEST(WireKindOfRequest, IsACommandForStopAndDone) {
     EXPECT_EQ(KindOf({"x", "stop"}), RequestKind::kCommand);
     EXPECT_EQ(KindOf({"x", "done"}), RequestKind::kCommand);
     EXPECT_EQ(KindOf({"x", ""}), RequestKind::kRun);
     EXPECT_EQ(KindOf({"stop", "stop now"}), RequestKind::kRun);
 }
 
-TEST(RunEvent, SaysThatARunBeganInTheServersOwnWords) {
+TEST(WireRunEvent, SaysThatARunBeganInTheServersOwnWords) {
     EXPECT_TRUE(wire::IsBeginning({"x", "running", "begin"}));
     EXPECT_FALSE(wire::IsBeginning({"x", "running", "half of it"}));
     EXPECT_FALSE(wire::IsBeginning({"x", "success", "begin"}));
 }
 
-TEST(UnknownItem, IsNamed) {
+TEST(WireUnknownItem, IsNamed) {
     EXPECT_EQ(UnknownItemText("nosuch"), "item unknown: no process has registered \"nosuch\" with the server");
 }
 
-TEST(ErrorWords, AreStable) {
+TEST(WireErrorWords, AreStable) {
     EXPECT_STREQ(ErrorWord(ErrorCode::kInvalidArgument), "invalid-argument");
     EXPECT_STREQ(ErrorWord(ErrorCode::kAlreadyOpen), "already-open");
     EXPECT_STREQ(ErrorWord(ErrorCode::kBusUnreachable), "bus-unreachable");

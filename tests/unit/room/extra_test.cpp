@@ -11,7 +11,7 @@ using namespace room;
 using support::Machine;
 using support::Said;
 
-TEST(DiskSpace, OfEveryNamedDisk) {
+TEST(ExtraDiskSpace, OfEveryNamedDisk) {
     const Machine machine;
     machine.Set("/data/file", "");
     EXPECT_EQ(Said(CheckDiskSpace({}, machine.Files())), "unknown: the room's file names no disk");
@@ -29,7 +29,7 @@ TEST(DiskSpace, OfEveryNamedDisk) {
               "fail: /gone has no space that could be told; is it mounted?");
 }
 
-TEST(Memory, ThatProgramsCanStillGet) {
+TEST(ExtraMemory, ThatProgramsCanStillGet) {
     const Machine machine;
     ExtraSettings settings;
     settings.available = 10;
@@ -46,7 +46,7 @@ TEST(Memory, ThatProgramsCanStillGet) {
               "unknown: the kernel does not tell how much memory there is");
 }
 
-class Updates : public testing::Test {
+class ExtraUpdates : public testing::Test {
 protected:
     // A package manager that prints this and ends with this code.
     void Manager(const std::string& output, int code) const {
@@ -59,7 +59,7 @@ protected:
     Machine machine_;
 };
 
-TEST_F(Updates, AreCounted) {
+TEST_F(ExtraUpdates, AreCounted) {
     EXPECT_EQ(Look(), "unknown: this system has no apt-get that could tell");
     Manager("0 upgraded", 0);
     EXPECT_EQ(Look(), "success: nothing could be upgraded, by the lists that are here");
@@ -69,13 +69,13 @@ TEST_F(Updates, AreCounted) {
     EXPECT_EQ(Look(), "unknown: apt-get does not tell what could be upgraded; run apt-get --simulate upgrade");
 }
 
-TEST_F(Updates, ARestartThatIsWaitedFor) {
+TEST_F(ExtraUpdates, ARestartThatIsWaitedFor) {
     Manager("Inst a", 0);
     machine_.Set("/run/reboot-required", "*** System restart required ***");
     EXPECT_EQ(Look(), "warn: upgraded packages wait for a restart; restart the computer");
 }
 
-TEST(Usb, NamedDevices) {
+TEST(ExtraUsb, NamedDevices) {
     const Machine machine;
     ExtraSettings settings;
     EXPECT_EQ(Said(CheckUsb(settings, machine.Files())), "unknown: the room's file names no USB device");
@@ -95,7 +95,7 @@ TEST(Usb, NamedDevices) {
     EXPECT_EQ(Said(CheckUsb(settings, machine.Files())), "success: camera (046d:085c) is there");
 }
 
-TEST(Uptime, Days) {
+TEST(ExtraUptime, Days) {
     const Machine machine;
     ExtraSettings settings;
     settings.maxDays = 30;

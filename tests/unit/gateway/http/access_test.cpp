@@ -30,7 +30,7 @@ protected:
     Access::Clock::time_point now = kStart;
 };
 
-TEST(Tokens, AreReadLineByLine) {
+TEST(AccessTokens, AreReadLineByLine) {
     const auto tokens = ParseTokens("# who\n\nlook screen " + std::string(kLook) + "\n act\thelpdesk " + kAct);
     ASSERT_TRUE(tokens) << tokens.Failure().text;
     ASSERT_EQ(tokens->size(), 2U);
@@ -40,7 +40,7 @@ TEST(Tokens, AreReadLineByLine) {
     EXPECT_EQ((*tokens)[1].secret, kAct);
 }
 
-TEST(Tokens, MistakesAreToldWithTheirLineAndWithoutTheSecret) {
+TEST(AccessTokens, MistakesAreToldWithTheirLineAndWithoutTheSecret) {
     EXPECT_EQ(MistakeOf("look screen"), "line 1: a token is \"ROLE NAME SECRET\"");
     EXPECT_EQ(MistakeOf("#\nroot me 0123456789012345678901234"),
               "line 2: the role 'root' is neither \"look\" nor \"act\"");
@@ -51,7 +51,7 @@ TEST(Tokens, MistakesAreToldWithTheirLineAndWithoutTheSecret) {
     EXPECT_EQ(MistakeOf("act me " + std::string(kAct) + " more"), "line 1: a token is \"ROLE NAME SECRET\"");
 }
 
-TEST(Tokens, OfAFileThatEverybodyReadsAreRefused) {
+TEST(AccessTokens, OfAFileThatEverybodyReadsAreRefused) {
     const support::TempFolder folder;
     const std::string path = folder / "tokens";
     EXPECT_EQ(LoadTokens(path)->size(), 0U) << "no file, no tokens";

@@ -20,7 +20,7 @@ namespace {
 
 const Host kServer{"sip.example.org", 5060};
 
-TEST(Deadline, IsOverAtItsEndAndIsSharedInEqualParts) {
+TEST(NetDeadline, IsOverAtItsEndAndIsSharedInEqualParts) {
     EXPECT_TRUE(Deadline(0ms).IsOver());
     EXPECT_EQ(Deadline(-1s).Left(), 0ms);
     const Deadline hour(1h);
@@ -30,14 +30,14 @@ TEST(Deadline, IsOverAtItsEndAndIsSharedInEqualParts) {
     EXPECT_GT(hour.Share(0).Left(), 59min);
 }
 
-TEST(Deadline, IsShownInSeconds) {
+TEST(NetDeadline, IsShownInSeconds) {
     EXPECT_EQ(Deadline(5s).Text(), "5 s");
     EXPECT_EQ(Deadline(2500ms).Text(), "2.5 s");
     EXPECT_EQ(Deadline(1249ms).Text(), "1.2 s");
     EXPECT_EQ(Deadline(1ms).Text(), "0.1 s");
 }
 
-TEST(Resolve, ANameServerThatIsSilentHoldsNobodyUp) {
+TEST(NetResolve, ANameServerThatIsSilentHoldsNobodyUp) {
     std::promise<void> end;
     const auto silent = [wait = end.get_future().share()](const char*, const char*, const addrinfo*, addrinfo**) {
         wait.wait();
@@ -49,7 +49,7 @@ TEST(Resolve, ANameServerThatIsSilentHoldsNobodyUp) {
     EXPECT_EQ(addresses.Failure().text, "name not resolved in 0.1 s; check the name server");
 }
 
-TEST(Resolve, WhyThereIsNoAddressIsSaid) {
+TEST(NetResolve, WhyThereIsNoAddressIsSaid) {
     const auto textOf = [](int code) {
         const auto lookup = [code](const char*, const char*, const addrinfo*, addrinfo**) {
             errno = EMFILE;
@@ -64,7 +64,7 @@ TEST(Resolve, WhyThereIsNoAddressIsSaid) {
     EXPECT_EQ(textOf(EAI_FAIL), "name not resolved: Non-recoverable failure in name resolution");
 }
 
-TEST(Resolve, AddressesAreTakenAsTheyAre) {
+TEST(NetResolve, AddressesAreTakenAsTheyAre) {
     const auto addresses = Resolve({"127.0.0.1", 5060}, SOCK_STREAM, Deadline(10s));
     ASSERT_TRUE(addresses);
     ASSERT_EQ(addresses->size(), 1U);
@@ -79,7 +79,7 @@ TEST(Resolve, AddressesAreTakenAsTheyAre) {
     EXPECT_FALSE(IsAddress("localhost"));
 }
 
-TEST(Resolve, AtMostEightAddressesAreTaken) {
+TEST(NetResolve, AtMostEightAddressesAreTaken) {
     const auto many = [](const char*, const char*, const addrinfo*, addrinfo** list) {
         addrinfo* all = nullptr;
         for (int i = 0; i < 12; ++i) {
@@ -100,14 +100,14 @@ TEST(Resolve, AtMostEightAddressesAreTaken) {
     EXPECT_EQ(addresses->size(), 8U);
 }
 
-TEST(Connect, ARefusalIsSaid) {
+TEST(NetConnect, ARefusalIsSaid) {
     const auto closed = loopback::BindStream();
     const auto fd = Connect({"127.0.0.1", closed.port}, Deadline(10s));
     ASSERT_FALSE(fd);
     EXPECT_EQ(fd.Failure().text, "Connection refused");
 }
 
-TEST(Connect, EachAddressIsTried) {
+TEST(NetConnect, EachAddressIsTried) {
     const auto closed = loopback::BindStream();
     const auto open = loopback::Listen();
     std::vector<SocketAddress> addresses;
@@ -121,7 +121,7 @@ TEST(Connect, EachAddressIsTried) {
 }
 
 // A listener whose queue is full answers no connection at all.
-TEST(Connect, AServerThatTakesNoConnectionIsGivenUp) {
+TEST(NetConnect, AServerThatTakesNoConnectionIsGivenUp) {
     auto full = loopback::BindStream();
     ASSERT_EQ(listen(full.fd.Get(), 0), 0);
     const auto address = Resolve({"127.0.0.1", full.port}, SOCK_STREAM, Deadline(10s))->front();
@@ -135,7 +135,7 @@ TEST(Connect, AServerThatTakesNoConnectionIsGivenUp) {
     EXPECT_EQ(fd.Failure().text, "no answer to the connection in 0.2 s");
 }
 
-TEST(Stream, AServerThatSaysNothingIsGivenUp) {
+TEST(NetStream, AServerThatSaysNothingIsGivenUp) {
     const auto silent = loopback::Listen();
     auto fd = Connect({"127.0.0.1", silent.port}, Deadline(10s));
     ASSERT_TRUE(fd);
@@ -144,7 +144,7 @@ TEST(Stream, AServerThatSaysNothingIsGivenUp) {
     EXPECT_EQ(stream->Read({&byte, 1}, Deadline(100ms)).Failure().text, "no answer in 0.1 s");
 }
 
-TEST(Stream, AServerThatTakesNothingIsGivenUp) {
+TEST(NetStream, AServerThatTakesNothingIsGivenUp) {
     const auto silent = loopback::Listen();
     auto fd = Connect({"127.0.0.1", silent.port}, Deadline(10s));
     ASSERT_TRUE(fd);
@@ -154,7 +154,7 @@ TEST(Stream, AServerThatTakesNothingIsGivenUp) {
     EXPECT_EQ(error->text, "takes nothing in 0.2 s");
 }
 
-TEST(Stream, AServerThatNeverStopsTalkingEndsWithTheTime) {
+TEST(NetStream, AServerThatNeverStopsTalkingEndsWithTheTime) {
     const auto server = loopback::Server::OnStream([](int peer) {
         while (loopback::Send(peer, std::string(65536, 'x'))) {
         }
@@ -171,7 +171,7 @@ TEST(Stream, AServerThatNeverStopsTalkingEndsWithTheTime) {
     EXPECT_EQ(got.Failure().text, "no answer in 0.2 s");
 }
 
-TEST(Stream, TheEndOfTheConnectionIsToldFromSilence) {
+TEST(NetStream, TheEndOfTheConnectionIsToldFromSilence) {
     const auto server = loopback::Server::OnStream([](int peer) { (void)loopback::ReadSome(peer); });
     auto fd = Connect({"127.0.0.1", server.Port()}, Deadline(10s));
     ASSERT_TRUE(fd);

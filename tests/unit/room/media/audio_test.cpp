@@ -48,7 +48,7 @@ public:
     std::string asked;
 };
 
-TEST(MicLink, ADeviceThatIsThere) {
+TEST(AudioMicLink, ADeviceThatIsThere) {
     Scripted system;
     EXPECT_EQ(Said(CheckMicLink({}, system)), "success: hw:1,0 (USB Audio) is there");
     EXPECT_EQ(Said(CheckMicLink({.capture = "table"}, system)), "success: table is there");
@@ -57,7 +57,7 @@ TEST(MicLink, ADeviceThatIsThere) {
     EXPECT_EQ(Said(CheckMicLink({}, system)), "success: hw:1,0 (USB Audio) is there, and in use");
 }
 
-TEST(MicLink, ADeviceThatIsNotThereOrDoesNotOpen) {
+TEST(AudioMicLink, ADeviceThatIsNotThereOrDoesNotOpen) {
     Scripted system;
     for (const int number : {ENOENT, ENODEV, ENXIO}) {
         system.refusal = Refusal(number);
@@ -75,7 +75,7 @@ TEST(MicLink, ADeviceThatIsNotThereOrDoesNotOpen) {
               "unknown: this machine has no device that captures sound, and the room's file names none");
 }
 
-TEST(MicSignal, EveryChannelAgainstTheNoiseFloor) {
+TEST(AudioMicSignal, EveryChannelAgainstTheNoiseFloor) {
     Scripted system;
     EXPECT_EQ(Said(CheckMicSignal({}, system)), "success: hw:1,0 (USB Audio): 2 channels, the quietest at -52 dB");
     EXPECT_EQ(Said(CheckMicSignal({.noiseFloor = 52}, system)),
@@ -88,7 +88,7 @@ TEST(MicSignal, EveryChannelAgainstTheNoiseFloor) {
               "fail: table: no signal on any of 1 channel (-90 dB, floor -75); check mute switch and cable");
 }
 
-TEST(MicSignal, ADeviceThatCannotBeRecorded) {
+TEST(AudioMicSignal, ADeviceThatCannotBeRecorded) {
     Scripted system;
     system.recording = Refusal(EBUSY);
     EXPECT_EQ(Said(CheckMicSignal({.capture = "table"}, system)),
@@ -104,7 +104,7 @@ TEST(MicSignal, ADeviceThatCannotBeRecorded) {
               "unknown: this machine has no device that captures sound, and the room's file names none");
 }
 
-TEST(Speaker, DeviceAndVolume) {
+TEST(AudioSpeaker, DeviceAndVolume) {
     Scripted system;
     EXPECT_EQ(Said(CheckSpeaker({}, system)), "success: hw:0,3 (HDMI 0) opens, volume 71 %");
     EXPECT_EQ(system.asked, "hw:0");
@@ -122,7 +122,7 @@ TEST(Speaker, DeviceAndVolume) {
     EXPECT_EQ(Said(CheckSpeaker({}, system)), "fail: PCM of mixer hw:0 is at 0 %, at least 1 wanted; turn it up");
 }
 
-TEST(Speaker, WhatCannotBeTold) {
+TEST(AudioSpeaker, WhatCannotBeTold) {
     Scripted system;
     EXPECT_EQ(Said(CheckSpeaker({.playback = "room"}, system)),
               "unknown: room opens; name its mixer in the room's file to have its volume looked at");
@@ -138,7 +138,7 @@ TEST(Speaker, WhatCannotBeTold) {
               "unknown: this machine has no device that plays sound, and the room's file names none");
 }
 
-TEST(EchoCancellation, ByADeviceOrBySoftware) {
+TEST(AudioEchoCancellation, ByADeviceOrBySoftware) {
     Scripted system;
     EXPECT_EQ(Said(CheckEchoCancellation({}, system)),
               "unknown: no device here says that it cancels echoes, and the room's file names no software for it");
@@ -148,7 +148,7 @@ TEST(EchoCancellation, ByADeviceOrBySoftware) {
     EXPECT_EQ(Said(CheckEchoCancellation({}, system)), "success: Table Phone cancels echoes");
 }
 
-TEST(Lines, JackAndDevice) {
+TEST(AudioLines, JackAndDevice) {
     Scripted system;
     EXPECT_EQ(Said(CheckLineIn({}, system)), "unknown: no line input is known here, and the room's file names none");
     EXPECT_EQ(Said(CheckLineOut({.lineOut = "hw:2,0"}, system)),
@@ -166,7 +166,7 @@ TEST(Lines, JackAndDevice) {
               "fail: hw:2,0: no such device; check that it is plugged in, and its name in the room's file");
 }
 
-TEST(SoundLevel, TheMeanIsNotHeard) {
+TEST(AudioSoundLevel, TheMeanIsNotHeard) {
     const std::vector<float> samples{0.5F, 0.1F, 0.5F, -0.1F, 0.5F, 0.1F, 0.5F, -0.1F};
     const std::vector<double> levels = ChannelLevels(samples, 2);
     ASSERT_EQ(levels.size(), 2U);

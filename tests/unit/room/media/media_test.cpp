@@ -19,7 +19,7 @@ public:
         {"DP-1", false, ""}, {"HDMI-A-1", true, "3840x2160@60"}, {"HDMI-A-2", true, "1920x1080@60"}}};
 };
 
-TEST(MainOut, TheFirstDisplayOrTheNamedOne) {
+TEST(MediaMainOut, TheFirstDisplayOrTheNamedOne) {
     Scripted card;
     EXPECT_EQ(Said(CheckMainOut({}, card)), "success: HDMI-A-1 sends 3840x2160@60");
     EXPECT_EQ(Said(CheckMainOut({.mainOutput = "HDMI-A-2", .mainMode = "1920x1080"}, card)),
@@ -38,7 +38,7 @@ TEST(MainOut, TheFirstDisplayOrTheNamedOne) {
               "fail: no display connected to any connector; check the cables, and that a display is on");
 }
 
-TEST(MainOut, WithoutACard) {
+TEST(MediaMainOut, WithoutACard) {
     Scripted card;
     card.connectors->clear();
     EXPECT_EQ(Said(CheckMainOut({}, card)), "unknown: this machine has no graphics card with connectors");
@@ -48,7 +48,7 @@ TEST(MainOut, WithoutACard) {
               "unknown: the graphics card cannot be asked: Permission denied; this user needs the group \"video\"");
 }
 
-TEST(AuxOut, TheSecondDisplayOrTheNamedOne) {
+TEST(MediaAuxOut, TheSecondDisplayOrTheNamedOne) {
     Scripted card;
     EXPECT_EQ(Said(CheckAuxOut({}, card)), "success: HDMI-A-2 sends 1920x1080@60");
     EXPECT_EQ(Said(CheckAuxOut({.mainOutput = "HDMI-A-2"}, card)), "success: HDMI-A-1 sends 3840x2160@60");
@@ -60,9 +60,9 @@ TEST(AuxOut, TheSecondDisplayOrTheNamedOne) {
     EXPECT_EQ(Said(CheckAuxOut({}, card)), "unknown: no second display, and the room's file names none");
 }
 
-class MainIn : public testing::Test {
+class MediaMainIn : public testing::Test {
 protected:
-    MainIn() {
+    MediaMainIn() {
         support::VideoScript& script = Script();
         script.card = "HDMI Input";
         script.inputs[0].capabilities = V4L2_IN_CAP_DV_TIMINGS;
@@ -78,12 +78,12 @@ protected:
     support::ScriptedVideos videos_;
 };
 
-TEST_F(MainIn, ASignal) {
+TEST_F(MediaMainIn, ASignal) {
     videos_.scripts["/dev/video0"];
     EXPECT_EQ(Said(CheckMainIn({}, videos_)), "success: /dev/video2 (HDMI Input) gets 1920x1080@60");
 }
 
-TEST_F(MainIn, NoSignalOrABadOne) {
+TEST_F(MediaMainIn, NoSignalOrABadOne) {
     for (const auto& [error, said] :
          {std::pair(ENOLINK, "fail: /dev/video2 (HDMI Input): no signal; check the cable, and that the source is on"),
           std::pair(
@@ -105,7 +105,7 @@ TEST_F(MainIn, NoSignalOrABadOne) {
     EXPECT_EQ(Said(CheckMainIn({}, videos_)), "fail: /dev/video2 (HDMI Input): no power; check the source");
 }
 
-TEST_F(MainIn, WithoutOne) {
+TEST_F(MediaMainIn, WithoutOne) {
     EXPECT_EQ(
         Said(CheckMainIn({.input = "/dev/video7"}, videos_)),
         "fail: /dev/video7: No such file or directory; check that it is plugged in, and its name in the room's file");

@@ -47,14 +47,14 @@ public:
     Link& Eth0() { return links->at(2); }
 };
 
-TEST(Wired, AllIsWell) {
+TEST(NetworkWired, AllIsWell) {
     Scripted system;
     EXPECT_EQ(Said(CheckWired({}, system)),
               "success: eth0 has 192.0.2.7; gateway 192.0.2.1 answers; name server answers; clock synchronised");
     EXPECT_EQ(system.asked, std::vector<std::string>{"192.0.2.53 "});
 }
 
-TEST(Wired, WithoutAnInterface) {
+TEST(NetworkWired, WithoutAnInterface) {
     Scripted system;
     EXPECT_EQ(Said(CheckWired({.wired = "eth9"}, system)),
               "fail: eth9: no such interface; check the adapter, or its name in the room's file");
@@ -66,7 +66,7 @@ TEST(Wired, WithoutAnInterface) {
     EXPECT_EQ(Said(CheckWired({}, system)), "unknown: the kernel does not list its interfaces: out of order");
 }
 
-TEST(Wired, WhatStandsInTheWayIsSaidFirst) {
+TEST(NetworkWired, WhatStandsInTheWayIsSaidFirst) {
     Scripted system;
     system.Eth0().addresses.clear();
     EXPECT_EQ(Said(CheckWired({}, system)), "fail: eth0 has a carrier, but no address; check DHCP");
@@ -77,7 +77,7 @@ TEST(Wired, WhatStandsInTheWayIsSaidFirst) {
     EXPECT_TRUE(system.asked.empty());
 }
 
-TEST(Wired, TheGateway) {
+TEST(NetworkWired, TheGateway) {
     Scripted system;
     system.echoes = Echoes{5, 4};
     EXPECT_EQ(Said(CheckWired({}, system)), "warn: gateway 192.0.2.1 answers 4 of 5 times; check cable and switch");
@@ -92,7 +92,7 @@ TEST(Wired, TheGateway) {
               "warn: eth0 has no gateway: nothing beyond its network is reachable; check DHCP");
 }
 
-TEST(Wired, TheNameServers) {
+TEST(NetworkWired, TheNameServers) {
     Scripted system;
     system.servers = {"192.0.2.53", "192.0.2.54"};
     system.answers["192.0.2.54"] = DnsAnswer::Silent;
@@ -111,7 +111,7 @@ TEST(Wired, TheNameServers) {
     EXPECT_EQ(system.asked.size(), 3U);
 }
 
-TEST(Wired, TheClock) {
+TEST(NetworkWired, TheClock) {
     Scripted system;
     system.clock = ClockState::NotSynchronised;
     EXPECT_EQ(Said(CheckWired({}, system)), "warn: the clock is not synchronised; check the time server");
@@ -120,7 +120,7 @@ TEST(Wired, TheClock) {
     EXPECT_TRUE(Said(CheckWired({}, system)).starts_with("success: eth0"));
 }
 
-TEST(Wireless, AssociationAndSignal) {
+TEST(NetworkWireless, AssociationAndSignal) {
     Scripted system;
     EXPECT_EQ(Said(CheckWireless({}, system)), "success: wlan0 is in 'Room 5' with -61 dBm");
     EXPECT_EQ(Said(CheckWireless({.signal = 61}, system)), "success: wlan0 is in 'Room 5' with -61 dBm");
@@ -144,7 +144,7 @@ TEST(Wireless, AssociationAndSignal) {
               "unknown: the kernel does not list its wireless interfaces: out of order");
 }
 
-TEST(LanMode, AgainstWhatIsExpected) {
+TEST(NetworkLanMode, AgainstWhatIsExpected) {
     Scripted system;
     EXPECT_EQ(Said(CheckLanMode({}, system)), "success: eth0: 1000 Mbit/s full duplex");
     EXPECT_EQ(Said(CheckLanMode({.speed = 1000}, system)), "success: eth0: 1000 Mbit/s full duplex");

@@ -10,9 +10,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-class Progress : public testing::Test {
+class GroupProgressTest : public testing::Test {
 protected:
-    Progress() { progress_.Begin(4711, 0, 3); }
+    GroupProgressTest() { progress_.Begin(4711, 0, 3); }
 
     static GroupItem Item(const char* name, const char* status, const char* text, int start = 0, int end = 0) {
         GroupItem item{{name, status, text}, false, std::nullopt, std::nullopt};
@@ -29,14 +29,14 @@ protected:
     GroupProgress progress_{{"load", "disk", "x"}};
 };
 
-TEST_F(Progress, ItemsWaitForTheirTurn) {
+TEST_F(GroupProgressTest, ItemsWaitForTheirTurn) {
     EXPECT_EQ(progress_.Head(), "ITEM  STATUS         TIME  TEXT");
     EXPECT_EQ(progress_.Line(0), "load  waiting           -  ");
     EXPECT_EQ(progress_.Summary(), "0 of 3 done");
     EXPECT_FALSE(progress_.Passed());
 }
 
-TEST_F(Progress, EventsMoveAnItemFromRunningToDone) {
+TEST_F(GroupProgressTest, EventsMoveAnItemFromRunningToDone) {
     EXPECT_TRUE(progress_.OnRun({"disk", "running", "begin"}, now_));
     EXPECT_EQ(progress_.Line(1), "disk  running           -  ");
     EXPECT_EQ(progress_.Line(1, now_ + milliseconds(1500)), "disk  running     1500 ms  ");
@@ -46,14 +46,14 @@ TEST_F(Progress, EventsMoveAnItemFromRunningToDone) {
     EXPECT_EQ(progress_.Summary(), "1 of 3 done");
 }
 
-TEST_F(Progress, AnEventThatTellsNothingNewIsNoNews) {
+TEST_F(GroupProgressTest, AnEventThatTellsNothingNewIsNoNews) {
     EXPECT_TRUE(progress_.OnRun({"disk", "success", "OK"}, now_));
     EXPECT_FALSE(progress_.OnRun({"disk", "success", "OK"}, now_));
     EXPECT_FALSE(progress_.OnRun({"other", "success", "OK"}, now_));
     EXPECT_FALSE(progress_.OnRun({"unknown_group", "running", "unknown_group"}, now_));
 }
 
-TEST_F(Progress, TheRecordHasTheLastWord) {
+TEST_F(GroupProgressTest, TheRecordHasTheLastWord) {
     progress_.OnRun({"load", "success", "LOAD OK"}, now_);
     progress_.OnRun({"disk", "running", "begin"}, now_);
     const auto changed =
@@ -69,7 +69,7 @@ TEST_F(Progress, TheRecordHasTheLastWord) {
     EXPECT_FALSE(progress_.Passed());
 }
 
-TEST_F(Progress, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
+TEST_F(GroupProgressTest, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
     progress_.OnRecord({4711, {Item("load", "success", "OK"), Item("disk", "success", ""), Item("x", "success", "")}});
     EXPECT_FALSE(progress_.OnRun({"load", "running", "begin"}, now_));
     EXPECT_FALSE(progress_.OnRun({"load", "fail", "other"}, now_));
@@ -77,7 +77,7 @@ TEST_F(Progress, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
     EXPECT_TRUE(progress_.Passed());
 }
 
-TEST_F(Progress, AMalformedResultIsAFailure) {
+TEST_F(GroupProgressTest, AMalformedResultIsAFailure) {
     GroupItem malformed = Item("load", "success", "text without an end");
     malformed.isMalformed = true;
     progress_.OnRecord({4711, {malformed, Item("disk", "success", ""), Item("x", "success", "")}});
@@ -85,21 +85,21 @@ TEST_F(Progress, AMalformedResultIsAFailure) {
     EXPECT_FALSE(progress_.Passed());
 }
 
-TEST_F(Progress, AllItemsMustHaveEndedWithSuccessToPass) {
+TEST_F(GroupProgressTest, AllItemsMustHaveEndedWithSuccessToPass) {
     progress_.OnRecord({4711, {Item("load", "success", ""), Item("disk", "success", ""), Item("x", "success", "")}});
     EXPECT_TRUE(progress_.Passed());
     progress_.OnRecord({4711, {Item("load", "success", ""), Item("disk", "warn", ""), Item("x", "success", "")}});
     EXPECT_FALSE(progress_.Passed());
 }
 
-TEST_F(Progress, AnItemOfAStoppedGroupDidNotRun) {
+TEST_F(GroupProgressTest, AnItemOfAStoppedGroupDidNotRun) {
     progress_.OnRecord({4711, {Item("load", "success", "OK"), Item("disk", "fail", "stopped"), Item("", "", "")}});
     EXPECT_EQ(progress_.Line(2), "x     not run           -  ");
     EXPECT_EQ(progress_.Summary(), "2 of 3 done, 1 not run");
     EXPECT_FALSE(progress_.Passed());
 }
 
-TEST_F(Progress, TheDocumentHoldsResultsAndGroups) {
+TEST_F(GroupProgressTest, TheDocumentHoldsResultsAndGroups) {
     progress_.OnRecord({4711, {Item("load", "success", "OK", 1000, 1250), Item("disk", "fail", "no support")}});
     EXPECT_EQ(progress_.Document().Print(),
               R"({"results":[{"item":"load","status":"success","text":"OK","durationMs":250,)"

@@ -18,7 +18,7 @@ RunRow Row(const char* name, const char* status, const char* text, int ms = 7) {
     return {{name, status, text}, std::chrono::milliseconds(ms)};
 }
 
-TEST(RunTable, AlignsItsColumns) {
+TEST(OutputRunTable, AlignsItsColumns) {
     EXPECT_EQ(NameWidth({"conf_sip_ft", "x"}), 11U);
     EXPECT_EQ(NameWidth({"x"}), 4U);
     EXPECT_EQ(RunHead(11), "ITEM         STATUS         TIME  TEXT");
@@ -26,37 +26,37 @@ TEST(RunTable, AlignsItsColumns) {
     EXPECT_EQ(RunLine(11, Row("x", "warn", "t", 123456)), "x            warn      123456 ms  t");
 }
 
-TEST(RunTable, CountsCharactersAndNotBytes) {
+TEST(OutputRunTable, CountsCharactersAndNotBytes) {
     const char* name = "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4";
     EXPECT_EQ(NameWidth({name}), 5U);
     EXPECT_EQ(RunLine(6, Row(name, "warn", "t")), std::string(name) + "   warn           7 ms  t");
 }
 
-TEST(RunTable, ShowsControlCharactersEscaped) {
+TEST(OutputRunTable, ShowsControlCharactersEscaped) {
     EXPECT_EQ(NameWidth({"a\nbcd"}), 6U);
     EXPECT_EQ(RunLine(4, Row("a\nb", "\x1B[2J", "t\xFF")), "a\\nb  \\u{1B}[2J       7 ms  t\\xff");
 }
 
-TEST(RunTable, HasADashForAnUnknownTime) {
+TEST(OutputRunTable, HasADashForAnUnknownTime) {
     EXPECT_EQ(RunLine(4, {{"disk", "running", ""}, std::nullopt}), "disk  running           -  ");
 }
 
-TEST(RunTable, SaysThatAnItemIsUnknown) {
+TEST(OutputRunTable, SaysThatAnItemIsUnknown) {
     EXPECT_EQ(RunLine(4, Row("x", "fail", "no support")),
               "x     fail           7 ms  no support (item unknown: no process has registered \"x\" with the server)");
 }
 
-TEST(RunJson, IsOneObjectPerItem) {
+TEST(OutputRunJson, IsOneObjectPerItem) {
     EXPECT_EQ(RunJson(Row("load", "success", "LOAD \"OK\"")).Print(),
               R"({"item":"load","status":"success","text":"LOAD \"OK\"","durationMs":7})");
 }
 
-TEST(RunJson, IsValidUtf8WhateverTheOwnerWrote) {
+TEST(OutputRunJson, IsValidUtf8WhateverTheOwnerWrote) {
     EXPECT_EQ(RunJson(Row("a\xFF", "x\n", "\xC3")).Print(),
               "{\"item\":\"a\xEF\xBF\xBD\",\"status\":\"x\\n\",\"text\":\"\xEF\xBF\xBD\",\"durationMs\":7}");
 }
 
-TEST(RunJson, HoldsNothingThatATerminalWouldObey) {
+TEST(OutputRunJson, HoldsNothingThatATerminalWouldObey) {
     EXPECT_EQ(RunJson(Row("a", "b",
                           "\xC2\x9B"
                           "2J"))
@@ -64,19 +64,19 @@ TEST(RunJson, HoldsNothingThatATerminalWouldObey) {
               R"({"item":"a","status":"b","text":"\u009b2J","durationMs":7})");
 }
 
-TEST(RunJson, HasAHintWhereOneHelps) {
+TEST(OutputRunJson, HasAHintWhereOneHelps) {
     const std::string row = RunJson(Row("x", "fail", "no support")).Print();
     EXPECT_EQ(row, R"({"item":"x","status":"fail","text":"no support","durationMs":7,)"
                    R"("hint":"item unknown: no process has registered \"x\" with the server"})");
 }
 
-TEST(State, IsUnknownWhenItMayBeIdleAndNobodyShowsTheItem) {
+TEST(OutputState, IsUnknownWhenItMayBeIdleAndNobodyShowsTheItem) {
     EXPECT_EQ(StateOf(ItemState::kNotIdle, false), ShownState::kNotIdle);
     EXPECT_EQ(StateOf(ItemState::kIdleOrUnknown, true), ShownState::kIdle);
     EXPECT_EQ(StateOf(ItemState::kIdleOrUnknown, false), ShownState::kUnknown);
 }
 
-TEST(State, IsShownAsATableAndAsJson) {
+TEST(OutputState, IsShownAsATableAndAsJson) {
     EXPECT_EQ(StateTable("load", ShownState::kIdle), "ITEM  STATE\nload  idle");
     EXPECT_EQ(StateTable("load", ShownState::kUnknown), "ITEM  STATE\nload  unknown");
     EXPECT_EQ(StateTable("load", ShownState::kNotIdle), "ITEM  STATE\nload  not idle (running, or holding a result)");
@@ -87,7 +87,7 @@ TEST(State, IsShownAsATableAndAsJson) {
               R"(server, as far as the owners on the bus show"})");
 }
 
-TEST(AgeText, HasTheLargestUnitThatFits) {
+TEST(OutputAgeText, HasTheLargestUnitThatFits) {
     using std::chrono::seconds;
     EXPECT_EQ(Age(seconds(0)), "0 s ago");
     EXPECT_EQ(Age(seconds(59)), "59 s ago");
@@ -98,14 +98,14 @@ TEST(AgeText, HasTheLargestUnitThatFits) {
     EXPECT_EQ(Age(seconds(86400 * 3)), "3 d ago");
 }
 
-TEST(ErrorJson, NamesTheItemAndTheError) {
+TEST(OutputErrorJson, NamesTheItemAndTheError) {
     EXPECT_EQ(ErrorJson("load", {ErrorCode::kServerAbsent, "not there"}).Print(),
               R"({"item":"load","error":{"code":"server-absent","text":"not there"}})");
 }
 
-class EventOutput : public testing::Test {
+class OutputEvent : public testing::Test {
 protected:
-    EventOutput() {
+    OutputEvent() {
         (void)setenv("TZ", "UTC0", 1);
         tzset();
     }
@@ -113,7 +113,7 @@ protected:
     const TimePoint time_{std::chrono::milliseconds(1000000000007)};
 };
 
-TEST_F(EventOutput, IsOneLineForPeople) {
+TEST_F(OutputEvent, IsOneLineForPeople) {
     EXPECT_EQ(RunEventLine(time_, {"load", "running", "be\ngin"}),
               "01:46:40.007  run   load                             running   be\\ngin");
     EXPECT_EQ(BusyEventLine(time_, true), "01:46:40.007  busy");
@@ -122,7 +122,7 @@ TEST_F(EventOutput, IsOneLineForPeople) {
     EXPECT_EQ(ServerEventLine(time_, false), "01:46:40.007  server left");
 }
 
-TEST(List, ShowsOwnersAndTheAgeOfResults) {
+TEST(OutputList, ShowsOwnersAndTheAgeOfResults) {
     const TimePoint time{std::chrono::milliseconds(1000000000007)};
     const LastResult last{"warn", "LOAD\nWARNING", time};
     const LastResult later{"fail", "no support", time + std::chrono::hours(1)};  // the clock was set back
@@ -147,7 +147,7 @@ TEST(List, ShowsOwnersAndTheAgeOfResults) {
         R"({"item":"","isConfigured":true,"level":"","isSync":false,"owners":[]}],"total":300})");
 }
 
-TEST_F(EventOutput, IsOneJsonObjectPerLine) {
+TEST_F(OutputEvent, IsOneJsonObjectPerLine) {
     EXPECT_EQ(RunEventJson(time_, {"load", "running", "be\ngin"}),
               R"({"time":"2001-09-09T01:46:40.007Z","event":"run","item":"load","status":"running","text":"be\ngin"})");
     EXPECT_EQ(BusyEventJson(time_, true), R"({"time":"2001-09-09T01:46:40.007Z","event":"busy"})");
@@ -155,7 +155,7 @@ TEST_F(EventOutput, IsOneJsonObjectPerLine) {
     EXPECT_EQ(ServerEventJson(time_, false), R"({"time":"2001-09-09T01:46:40.007Z","event":"server","present":false})");
 }
 
-TEST(ExitCodes, FollowTheError) {
+TEST(OutputExitCodes, FollowTheError) {
     EXPECT_EQ(ExitCodeOf({ErrorCode::kInvalidArgument, ""}), 2);
     EXPECT_EQ(ExitCodeOf({ErrorCode::kBusUnreachable, ""}), 3);
     EXPECT_EQ(ExitCodeOf({ErrorCode::kServerAbsent, ""}), 3);
