@@ -7,6 +7,7 @@
 #include "result/result_mgr.h"
 #include "support/owner.h"
 #include "support/platform_test.h"
+#include "support/records.h"
 
 namespace support {
 
@@ -30,6 +31,13 @@ protected:
         DeleteAtEnd(name);
         g_resultMgr.AddItem(name, timeout, Owner());
         kivo::fake::ClearJournal();
+    }
+
+    /// What the result table holds of an item; "||" for an unknown one.
+    static std::string Stored(const std::string& name) {
+        tagKivoOmInspectionDataItem item{};
+        g_resultMgr.GetResultStatic(name, item);
+        return Show(item.result);
     }
 
     void DeleteAtEnd(const std::string& name) { m_items.push_back(name); }

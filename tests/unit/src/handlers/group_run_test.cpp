@@ -84,12 +84,6 @@ protected:
         }
         return names;
     }
-
-    static std::string Stored(const std::string& name) {
-        tagKivoOmInspectionDataItem item{};
-        g_resultMgr.GetResultStatic(name, item);
-        return support::Show(item.result);
-    }
 };
 
 }  // namespace

@@ -37,12 +37,6 @@ protected:
         return Call(Inspect::SyncDealSingle, message);
     }
 
-    static std::string Stored(const std::string& name) {
-        tagKivoOmInspectionDataItem item{};
-        g_resultMgr.GetResultStatic(name, item);
-        return support::Show(item.result);
-    }
-
     tagKivoOmInspectionDataItem m_item{};
 };
 

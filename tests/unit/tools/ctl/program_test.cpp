@@ -1,42 +1,21 @@
-// The programs' command lines: exit codes and messages that need no message bus.
+// The program's command line: exit codes and messages that need no message bus.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "support/child.h"
+#include "programs.h"
 #include "support/temp_folder.h"
+
+using programs::Holds;
+using programs::RunProgram;
 
 namespace {
 
-struct Outcome {
-    int code;
-    std::string out;
-    std::string err;
-};
+using CtlProgram = programs::WithoutBus;
 
-Outcome RunProgram(const std::vector<std::string>& argv) {
-    const support::TempFolder folder;
-    const std::string out = folder / "out";
-    const std::string err = folder / "err";
-    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$0\" \"$@\" >'" + out + "' 2>'" + err + "'"};
-    command.insert(command.end(), argv.begin(), argv.end());
-    const int code = support::Run(command).exitCode;
-    return {code, support::Contents(out), support::Contents(err)};
-}
-
-bool Holds(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-class Programs : public testing::Test {
-protected:
-    void SetUp() override { (void)setenv("KIVO_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1); }
-};
-
-TEST_F(Programs, CtlHelpNamesTheExitCodes) {
+TEST_F(CtlProgram, HelpNamesTheExitCodes) {
     const auto help = RunProgram({PROGRAM_CTL, "--help"});
     EXPECT_EQ(help.code, 0);
     for (const char* line : {"  0    passed", "  1    a check failed", "  2    wrong use", "  3    the server",
@@ -45,7 +24,7 @@ TEST_F(Programs, CtlHelpNamesTheExitCodes) {
     }
 }
 
-TEST_F(Programs, CtlAnswersWrongUseWithTwo) {
+TEST_F(CtlProgram, AnswersWrongUseWithTwo) {
     EXPECT_EQ(RunProgram({PROGRAM_CTL}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "fly"}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run"}).code, 2);
@@ -66,7 +45,7 @@ TEST_F(Programs, CtlAnswersWrongUseWithTwo) {
     }
 }
 
-TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
+TEST_F(CtlProgram, RefusesWhatDoesNotFitBeforeItSends) {
     const auto name = RunProgram({PROGRAM_CTL, "run", std::string(32, 'n')});
     EXPECT_EQ(name.code, 2);
     EXPECT_TRUE(Holds(name.err, "the item name is longer than 31 bytes"));
@@ -83,21 +62,21 @@ TEST_F(Programs, CtlRefusesWhatDoesNotFitBeforeItSends) {
     EXPECT_EQ(RunProgram({PROGRAM_CTL, "run", ""}).code, 2);
 }
 
-TEST_F(Programs, CtlSaysWhichNumbersItTakes) {
+TEST_F(CtlProgram, SaysWhichNumbersItTakes) {
     const auto none = RunProgram({PROGRAM_CTL, "watch", "--count", "0"});
     EXPECT_EQ(none.code, 2);
     EXPECT_EQ(none.err,
               "ominspectctl: --count: Value 0 not in range 1 to 1000000000\nRun with --help for more information.\n");
 }
 
-TEST_F(Programs, CtlAnswersForEveryItemOfARun) {
+TEST_F(CtlProgram, AnswersForEveryItemOfARun) {
     const auto run = RunProgram({PROGRAM_CTL, "run", "load", "disk", "--json"});
     EXPECT_TRUE(Holds(run.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << run.out;
     EXPECT_TRUE(Holds(run.out, "{\"item\":\"disk\",\"error\":{\"code\":\"bus-unreachable\"")) << run.out;
     EXPECT_TRUE(Holds(run.err, "ominspectctl: disk: bus unreachable at unix:path=/nonexistent/bus: ")) << run.err;
 }
 
-TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
+TEST_F(CtlProgram, AnswersAMissingBusWithThree) {
     for (const char* command : {"run", "state", "reset"}) {
         const auto outcome = RunProgram({PROGRAM_CTL, command, "load", "--json"});
         EXPECT_EQ(outcome.code, 3) << command;
@@ -117,13 +96,13 @@ TEST_F(Programs, CtlAnswersAMissingBusWithThree) {
     EXPECT_TRUE(watch.out.starts_with("{\"error\":{\"code\":\"bus-unreachable\"")) << watch.out;
 }
 
-TEST_F(Programs, CtlSaysThatItCannotWrite) {
+TEST_F(CtlProgram, SaysThatItCannotWrite) {
     const auto outcome = RunProgram({"/bin/sh", "-c", "exec \"$0\" run a --json >/dev/full", PROGRAM_CTL});
     EXPECT_EQ(outcome.code, 3);
     EXPECT_TRUE(Holds(outcome.err, "cannot write the output"));
 }
 
-TEST_F(Programs, CtlHelpNamesTheCommandsOfTheOtherProgram) {
+TEST_F(CtlProgram, HelpNamesTheCommandsOfTheOtherProgram) {
     const auto help = RunProgram({PROGRAM_CTL, "--help"});
     EXPECT_TRUE(Holds(help.out, "  collect ")) << help.out;
     EXPECT_TRUE(Holds(help.out, "  doctor ")) << help.out;
@@ -137,7 +116,7 @@ TEST_F(Programs, CtlHelpNamesTheCommandsOfTheOtherProgram) {
     EXPECT_TRUE(Holds(doctor.out, "--config FILE ")) << doctor.out;
 }
 
-TEST_F(Programs, CtlSaysWhichProgramItCannotRun) {
+TEST_F(CtlProgram, SaysWhichProgramItCannotRun) {
     const support::TempFolder folder;
     const std::string ctl = folder / "bin/ominspectctl";
     std::filesystem::create_directories(folder / "bin");
@@ -152,105 +131,12 @@ TEST_F(Programs, CtlSaysWhichProgramItCannotRun) {
     EXPECT_EQ(RunProgram({ctl, "--version"}).code, 0) << "the other commands do not need it";
 }
 
-TEST_F(Programs, CtlNeedsNeitherTheServerNorTheLibrariesOfPackages) {
+TEST_F(CtlProgram, NeedsNeitherTheServerNorTheLibrariesOfPackages) {
     const auto libraries = RunProgram({"/usr/bin/env", "LD_TRACE_LOADED_OBJECTS=1", PROGRAM_CTL});
     EXPECT_TRUE(Holds(libraries.out, "libc.so")) << libraries.out;
     for (const char* library : {"libominspect.so", "libarchive", "libcrypto"}) {
         EXPECT_FALSE(Holds(libraries.out, library)) << library;
     }
-}
-
-TEST_F(Programs, OwnerChecksTheShippedFiles) {
-    for (const char* name : {"system", "service"}) {
-        const auto outcome = RunProgram({PROGRAM_OWNER, "--check", std::string(SHIPPED_OWNERS "/") + name + ".xml"});
-        EXPECT_EQ(outcome.code, 0) << outcome.err;
-        EXPECT_TRUE(Holds(outcome.out, "synchronous")) << name;
-    }
-}
-
-TEST_F(Programs, OwnerChecksAFileAgainstItsSchema) {
-    const support::WorkingFolder work;
-    support::WriteFile("o.xml", "<Owner process='p'><Item name='a'><Command>/bin/a\nb</Command></Item></Owner>");
-    const auto refused = RunProgram({PROGRAM_OWNER, "--check", "o.xml"});
-    EXPECT_EQ(refused.code, 2);
-    EXPECT_TRUE(refused.err.starts_with("ominspect-owner: o.xml: line 1: Element 'Command': ")) << refused.err;
-    const auto unchecked = support::Run({PROGRAM_OWNER, "--check", "o.xml"}, {"PATH=/nowhere"});
-    EXPECT_EQ(unchecked.exitCode, 0);
-    EXPECT_TRUE(Holds(unchecked.output,
-                      "ominspect-owner: not checked against the schema: xmllint: No such file or directory\n"))
-        << unchecked.output;
-}
-
-TEST_F(Programs, OwnerAnswersAMistakeWithTwo) {
-    const auto outcome = RunProgram({PROGRAM_OWNER, "/dev/null"});
-    EXPECT_EQ(outcome.code, 2);
-    EXPECT_EQ(outcome.err, "ominspect-owner: /dev/null: not a regular file\n");
-    EXPECT_EQ(RunProgram({PROGRAM_OWNER}).code, 2);
-    EXPECT_EQ(RunProgram({PROGRAM_OWNER, "--fly", "x"}).code, 2);
-}
-
-TEST_F(Programs, OwnerAnswersAMissingBusWithThree) {
-    const auto outcome = RunProgram({PROGRAM_OWNER, SHIPPED_OWNERS "/system.xml"});
-    EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.err, "ominspect-owner: cannot join the message bus: "));
-}
-
-class Launcher : public Programs {
-protected:
-    void SetUp() override {
-        Programs::SetUp();
-        (void)unsetenv("FAKE_SERVER_RESULT");
-    }
-};
-
-TEST_F(Launcher, CallsTheServersMain) {
-    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.out, "main called\n");
-}
-
-TEST_F(Launcher, SaysWhyTheServerEnded) {
-    (void)setenv("FAKE_SERVER_RESULT", "0x80020007", 1);
-    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
-    EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.err, "ominspect: the server ended: "));
-    EXPECT_TRUE(Holds(outcome.err, "(0x80020007)"));
-}
-
-TEST_F(Launcher, TakesAnUnaskedEndOfTheHostedServerForAFailure) {
-    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", FAKE_SERVER});
-    EXPECT_EQ(outcome.code, 3);
-    EXPECT_EQ(outcome.out, "KivoInspectTaskMain called\n");
-    EXPECT_TRUE(Holds(outcome.err, "ended by itself"));
-}
-
-TEST_F(Launcher, NeedsTheLibrary) {
-    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", "/nonexistent/lib.so"});
-    EXPECT_EQ(outcome.code, 3);
-    EXPECT_TRUE(Holds(outcome.err, "ominspect: cannot load the server: /nonexistent/lib.so"));
-}
-
-TEST_F(Launcher, NeedsTheEntryFunction) {
-    const auto process = RunProgram({PROGRAM_LAUNCHER, "--library", EMPTY_LIBRARY});
-    EXPECT_EQ(process.code, 3);
-    EXPECT_TRUE(Holds(process.err, "has no function main\n"));
-    const auto hosted = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", EMPTY_LIBRARY});
-    EXPECT_EQ(hosted.code, 3);
-    EXPECT_TRUE(Holds(hosted.err, "has no function KivoInspectTaskMain\n"));
-}
-
-TEST_F(Launcher, AnswersWrongUseWithTwo) {
-    const auto option = RunProgram({PROGRAM_LAUNCHER, "--fly"});
-    EXPECT_EQ(option.code, 2);
-    EXPECT_TRUE(option.err.ends_with("'--fly'\nTry 'ominspect --help'.\n")) << option.err;
-    const auto argument = RunProgram({PROGRAM_LAUNCHER, "now"});
-    EXPECT_EQ(argument.code, 2);
-    EXPECT_EQ(argument.err, "ominspect: unexpected argument 'now'\nTry 'ominspect --help'.\n");
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--library"}).code, 2);
-    const auto help = RunProgram({PROGRAM_LAUNCHER, "--help"});
-    EXPECT_EQ(help.code, 0);
-    EXPECT_TRUE(help.out.starts_with("Usage: ominspect ")) << help.out;
-    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).out, "ominspect 0.1.0\n");
 }
 
 }  // namespace

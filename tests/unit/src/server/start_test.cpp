@@ -1,8 +1,8 @@
 // Start of the request layer.
 //
 // The program is linked so that InspectConfigMgr::GetInstance passes through here.
-#include "handlers/handlers.h"
 #include "server/start.h"
+#include "handlers/handlers.h"
 
 #include "ominspect/config.h"
 

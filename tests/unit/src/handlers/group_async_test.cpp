@@ -31,12 +31,6 @@ protected:
         return Call(Inspect::ASyncDealGroup, message);
     }
 
-    static std::string Stored(const std::string& name) {
-        tagKivoOmInspectionDataItem item{};
-        g_resultMgr.GetResultStatic(name, item);
-        return support::Show(item.result);
-    }
-
     // Lets a group that runs come to its end.
     static void StopAndFinish(uint32_t taskId) {
         InspacetTask::StopTask(taskId, false);

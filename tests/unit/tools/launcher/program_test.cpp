@@ -1,0 +1,71 @@
+// The server's launcher, with a stand-in for the server.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "programs.h"
+
+using programs::Holds;
+using programs::RunProgram;
+
+namespace {
+
+class LauncherProgram : public programs::WithoutBus {
+protected:
+    void SetUp() override {
+        WithoutBus::SetUp();
+        (void)unsetenv("FAKE_SERVER_RESULT");
+    }
+};
+
+TEST_F(LauncherProgram, CallsTheServersMain) {
+    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.out, "main called\n");
+}
+
+TEST_F(LauncherProgram, SaysWhyTheServerEnded) {
+    (void)setenv("FAKE_SERVER_RESULT", "0x80020007", 1);
+    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_TRUE(Holds(outcome.err, "ominspect: the server ended: "));
+    EXPECT_TRUE(Holds(outcome.err, "(0x80020007)"));
+}
+
+TEST_F(LauncherProgram, TakesAnUnaskedEndOfTheHostedServerForAFailure) {
+    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", FAKE_SERVER});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_EQ(outcome.out, "KivoInspectTaskMain called\n");
+    EXPECT_TRUE(Holds(outcome.err, "ended by itself"));
+}
+
+TEST_F(LauncherProgram, NeedsTheLibrary) {
+    const auto outcome = RunProgram({PROGRAM_LAUNCHER, "--library", "/nonexistent/lib.so"});
+    EXPECT_EQ(outcome.code, 3);
+    EXPECT_TRUE(Holds(outcome.err, "ominspect: cannot load the server: /nonexistent/lib.so"));
+}
+
+TEST_F(LauncherProgram, NeedsTheEntryFunction) {
+    const auto process = RunProgram({PROGRAM_LAUNCHER, "--library", EMPTY_LIBRARY});
+    EXPECT_EQ(process.code, 3);
+    EXPECT_TRUE(Holds(process.err, "has no function main\n"));
+    const auto hosted = RunProgram({PROGRAM_LAUNCHER, "--hosted", "--library", EMPTY_LIBRARY});
+    EXPECT_EQ(hosted.code, 3);
+    EXPECT_TRUE(Holds(hosted.err, "has no function KivoInspectTaskMain\n"));
+}
+
+TEST_F(LauncherProgram, AnswersWrongUseWithTwo) {
+    const auto option = RunProgram({PROGRAM_LAUNCHER, "--fly"});
+    EXPECT_EQ(option.code, 2);
+    EXPECT_TRUE(option.err.ends_with("'--fly'\nTry 'ominspect --help'.\n")) << option.err;
+    const auto argument = RunProgram({PROGRAM_LAUNCHER, "now"});
+    EXPECT_EQ(argument.code, 2);
+    EXPECT_EQ(argument.err, "ominspect: unexpected argument 'now'\nTry 'ominspect --help'.\n");
+    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--library"}).code, 2);
+    const auto help = RunProgram({PROGRAM_LAUNCHER, "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.starts_with("Usage: ominspect ")) << help.out;
+    EXPECT_EQ(RunProgram({PROGRAM_LAUNCHER, "--version"}).out, "ominspect 0.1.0\n");
+}
+
+}  // namespace
