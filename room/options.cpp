@@ -19,7 +19,7 @@ constexpr const char* kFooter =
     "  0    ended as asked; --once: every status is \"success\"\n"
     "  1    --once: any other status\n"
     "  2    wrong use, or a mistake in the file\n"
-    "  3    the message bus is not reachable, or the process name is taken\n"
+    "  3    the message bus is not reachable, the process name is taken, or this user may not own items\n"
     "  130  --once: ended by Ctrl-C or SIGTERM, which ends what is under way";
 
 }  // namespace

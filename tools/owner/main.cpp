@@ -34,11 +34,11 @@ constexpr const char* kFooter =
     "A command is run without a shell, in a process group of its own that is ended with it; INSPECT_ITEM and\n"
     "INSPECT_CMD hold the item's name and the request's argument. Its exit status 0, 1, 2 or another gives the\n"
     "status \"success\", \"warn\", \"fail\" or \"unknown\", the first line of its output the text. The limit of an\n"
-    "asynchronous item counts from the request, the time it waits for a free place included. A synchronous item\n"
-    "holds up the owner's other requests while it runs.\n"
+    "asynchronous item counts from the request, the time it waits for a free place included. Synchronous items run\n"
+    "beside each other, too; each holds up the owner's other requests for some 20 ms at most.\n"
     "\n"
-    "Exit code: 0 ended as asked, 2 wrong use or a mistake in the file, 3 the message bus is not reachable or the\n"
-    "process name is taken.";
+    "Exit code: 0 ended as asked, 2 wrong use or a mistake in the file, 3 the message bus is not reachable, the\n"
+    "process name is taken, or this user may not own items.";
 
 // The file was read without a mistake. The schema says the same by other means, and is what editors know.
 int Check(const std::string& path, const OwnerConfig& config) {
