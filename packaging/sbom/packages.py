@@ -43,6 +43,11 @@ class MadePackage:
         held = {name.decode() for name in re.findall(rb"lib[\w+-]+\.so\.\d+(?=\0)", content)}
         return linked + sorted(held.difference(linked, own))
 
+    def depends(self) -> list[tuple[str, list[str]]]:
+        """What the field Depends asks for: each text, and the names of the packages that it leaves the choice of."""
+        texts = [text.strip() for text in self.fields.get("Depends", "").split(",") if text.strip()]
+        return [(text, [re.split(r"[ (:]", name.strip())[0] for name in text.split("|")]) for text in texts]
+
     def has_programs(self) -> bool:
         return any(self.needed(path) for path in self.paths)
 
@@ -80,6 +85,11 @@ class DebianPackages:
             if owners:
                 return next(iter(owners.values()))
         raise SystemExit(f"sbom: a program needs {name}, and no package has it")
+
+    def provided_by(self, name: str) -> list[str]:
+        """The other names of an installed package."""
+        provides = run("dpkg-query", "--show", "--showformat", "${Provides},", name)
+        return [other.split()[0] for other in provides.split(",") if other.strip()]
 
     def describe(self, name: str) -> dict[str, str]:
         keys = ("name", "version", "architecture", "maintainer", "homepage", "source", "source_version")

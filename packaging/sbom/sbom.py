@@ -6,7 +6,8 @@
 What is in the packages is read from the packages. What they are made of is read from where it was noted: the libraries
 from the programs themselves (as the linker wrote them down), what was compiled in from the compiler's list of headers
 (ninja -t deps), and whose file that is, of which version and under which licence, from dpkg and the copyright files of
-the packages. The same packages give the same bytes: the only time in it is SOURCE_DATE_EPOCH.
+the packages. What else the packages need to run stands in their field Depends: it need not be on the building machine,
+so it has a name and no version. The same packages give the same bytes: the only time in it is SOURCE_DATE_EPOCH.
 """
 from __future__ import annotations
 
@@ -38,12 +39,12 @@ def checksums(data: bytes) -> list[dict[str, str]]:
     ]
 
 
-def purl(vendor: str, name: str, version: str, architecture: str) -> dict[str, str]:
-    escaped = version.replace("+", "%2B").replace(":", "%3A")
+def purl(vendor: str, name: str, version: str = "", architecture: str = "") -> dict[str, str]:
+    escaped = "@" + version.replace("+", "%2B").replace(":", "%3A") if version else ""
     return {
         "referenceCategory": "PACKAGE-MANAGER",
         "referenceType": "purl",
-        "referenceLocator": f"pkg:deb/{vendor}/{name}@{escaped}?arch={architecture}",
+        "referenceLocator": f"pkg:deb/{vendor}/{name}{escaped}" + (f"?arch={architecture}" if architecture else ""),
     }
 
 
@@ -72,11 +73,14 @@ class Document:
         self._packages: dict[str, Entry] = {}
         self._files: list[Entry] = []
         self._relations: set[tuple[str, str, str]] = set()
+        self._comments: dict[tuple[str, str, str], str] = {}  # on some of the relations
 
     def content(self) -> Entry:
         for package in self._made:
             self._add_made(package)
             self._add_files(package)
+        for package in self._made:
+            self._add_called(package)
         self._add_compiled()
         version = self._made[0].fields["Version"]
         name = f"ominspect-{version}-{self._architecture}"
@@ -97,11 +101,13 @@ class Document:
             "packages": [self._packages[key] for key in sorted(self._packages)],
             "files": sorted(self._files, key=itemgetter("SPDXID")),
             "hasExtractedLicensingInfos": self._licences.extracted(),
-            "relationships": [
-                {"spdxElementId": first, "relationshipType": kind, "relatedSpdxElement": second}
-                for first, kind, second in sorted(self._relations)
-            ],
+            "relationships": [self._relation(*relation) for relation in sorted(self._relations)],
         }
+
+    def _relation(self, first: str, kind: str, second: str) -> Entry:
+        entry = {"spdxElementId": first, "relationshipType": kind, "relatedSpdxElement": second}
+        comment = self._comments.get((first, kind, second))
+        return {**entry, "comment": comment} if comment else entry
 
     @staticmethod
     def _id(package: MadePackage) -> str:
@@ -160,6 +166,20 @@ class Document:
                 if other != self._id(package):
                     self._relations.add((self._id(package), "DEPENDS_ON", other))
 
+    def _add_called(self, package: MadePackage) -> None:
+        """What the field Depends asks for and no linker knows of: programs, services, modules."""
+        key = self._id(package)
+        on = [to for first, kind, to in self._relations if (first, kind) == (key, "DEPENDS_ON")]
+        linked = {self._packages[to]["name"] for to in on}
+        for name in sorted(linked):
+            linked.update(self._debian.provided_by(name))
+        made = {other.fields["Package"]: self._id(other) for other in self._made}
+        for text, names in package.depends():
+            if not linked.intersection(names):
+                relation = (key, "DEPENDS_ON", made.get(names[0]) or self._named(names[0]))
+                self._relations.add(relation)
+                self._comments[relation] = "Depends: " + text
+
     def _add_compiled(self) -> None:
         headers = compiled_headers(self._build)
         if not headers:
@@ -169,6 +189,22 @@ class Document:
         for kind, names in (("BUILD_DEPENDENCY_OF", self._debian.owners(headers)), ("BUILD_TOOL_OF", tools)):
             for name in set(names.values()):
                 self._relations.update((self._installed(name), kind, program) for program in programs)
+
+    def _named(self, name: str) -> str:
+        """The entry of a package of Debian of which the field Depends has the name and, maybe, the least version."""
+        key = identifier("Debian", name)
+        self._packages[key] = {
+            "SPDXID": key,
+            "name": name,
+            "downloadLocation": NONE,
+            "filesAnalyzed": False,
+            "licenseConcluded": NONE,
+            "licenseDeclared": NONE,
+            "copyrightText": NONE,
+            "comment": "the machine on which the package is installed decides on the version",
+            "externalRefs": [purl("debian", name)],
+        }
+        return key
 
     def _installed(self, name: str) -> str:
         """The entry of a package of Debian."""
