@@ -122,10 +122,12 @@ TEST_F(CheckCommand, IsUnknownWithoutAServerAndAfterWrongUse) {
     const Outcome absent = Ctl({"check", "ok"});
     EXPECT_EQ(absent.exitCode, 3);
     EXPECT_TRUE(Holds(absent.output, "ok UNKNOWN - server absent")) << absent.output;
-    const Outcome itemless = Ctl({"check"});
+    const std::string answerOnly = "exec \"$0\" \"$@\" 2>/dev/null";
+    const Outcome itemless = support::Run({"/bin/sh", "-c", answerOnly, OMINSPECTCTL_PROGRAM, "check"});
     EXPECT_EQ(itemless.exitCode, 3);
     EXPECT_EQ(itemless.output, "UNKNOWN - ITEM is required\n");
-    const Outcome odd = Ctl({"check", "ok", "--timeout", "never"});
+    const Outcome odd =
+        support::Run({"/bin/sh", "-c", answerOnly, OMINSPECTCTL_PROGRAM, "check", "ok", "--timeout", "never"});
     EXPECT_EQ(odd.exitCode, 3);
     EXPECT_TRUE(odd.output.starts_with("UNKNOWN - ")) << odd.output;
     EXPECT_EQ(Ctl({"check", std::string(32, 'x')}).exitCode, 3);
