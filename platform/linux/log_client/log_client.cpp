@@ -180,33 +180,46 @@ std::string FormatText(const char* format, va_list args) {
     return text;
 }
 
-void LogText(KivoOmLogHandle handle, Record record, const char* format, va_list args) try {
+// What is said of a lost line needs no memory: mostly that is what was missing.
+void LogText(KivoOmLogHandle handle, Record record, const char* format, va_list args) noexcept try {
     const std::string text = FormatText(format, args);
     record.text = text;
     LogClient::Instance().Write(handle, record);
-} catch (const std::exception& failure) {
-    WriteToStandardError(std::string("om_log_client: ") + failure.what());
+} catch (const std::bad_alloc&) {
+    WriteToStandardError("om_log_client: no memory, a line is lost");
+} catch (...) {
+    WriteToStandardError("om_log_client: a line is lost");
+}
+
+// What a function that answers with a number does; nothing is thrown out of it.
+template <typename Function>
+uint32_t Guarded(Function&& function) noexcept {
+    try {
+        return function();
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    } catch (...) {
+        return EIO;
+    }
 }
 
 }  // namespace
 
-uint32_t KivoOmLogClientInit(const char* clientName, size_t length) try {
+uint32_t KivoOmLogClientInit(const char* clientName, size_t length) {
     if (clientName == nullptr || length == 0 || length > kMaxClientName) {
         return EINVAL;
     }
-    LogClient::Instance().Init(std::string(clientName, length));
-    return 0;
-} catch (const std::bad_alloc&) {
-    return ENOMEM;
+    return Guarded([&] {
+        LogClient::Instance().Init(std::string(clientName, length));
+        return 0U;
+    });
 }
 
-uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle) try {
+uint32_t KivoOmLogCreateLog(const struct KivoOmLogCreation* creation, KivoOmLogHandle* handle) {
     if (creation == nullptr || handle == nullptr || !kivo::IsValid(*creation)) {
         return EINVAL;
     }
-    return LogClient::Instance().Create(*creation, *handle);
-} catch (const std::bad_alloc&) {
-    return ENOMEM;
+    return Guarded([&] { return LogClient::Instance().Create(*creation, *handle); });
 }
 
 void KivoOmLogModuleLogRecord(uint8_t level, KivoOmLogHandle handle, const char* unit, uint8_t module, uint32_t line,
@@ -226,5 +239,5 @@ void KivoOmLogGeneralLogRecord(uint8_t level, KivoOmLogHandle handle, const char
 }
 
 uint32_t KivoOmLogClientUnInit(void) {
-    return LogClient::Instance().UnInit();
+    return Guarded([] { return LogClient::Instance().UnInit(); });
 }

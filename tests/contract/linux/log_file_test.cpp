@@ -16,6 +16,7 @@
 #include "kivo/om_log_client.h"
 #include "linux/file_size_limit.h"
 #include "linux/log_reader.h"
+#include "linux/memory_shortage.h"
 #include "platform_control.h"
 #include "thread_starter.h"
 
@@ -253,6 +254,44 @@ TEST_F(LogFileTest, ReinitialisationWhileOthersLogLosesNoLine) {
     for (uint32_t i = 0; i < 900; ++i) {
         EXPECT_EQ(all[i], i);
     }
+}
+
+// However many allocations in a row find no memory, and whichever is the first: what cannot be logged is lost, and
+// nothing is thrown.
+TEST_F(LogFileTest, AShortageOfMemoryLosesLinesAndNothingElse) {
+    setenv("KIVO_LOG_MANAGER_UNITS", "unit", 1);  // all roads of a line
+    const KivoOmLogHandle handle = Create();
+    const std::string text(600, 'r');  // longer than what is formatted without memory
+    for (const int inARow : {1, 2, 5, 1000}) {
+        for (int before = 0; before < 20; ++before) {
+            support::StandardError error;
+            support::FailAllocations(inARow, before);
+            Log(handle, 1, text);
+            KivoOmLogGeneralLogRecord(1, handle, "unit", 2, "%s", text.c_str());
+            support::FailAllocations(0);
+            Log(handle, 3, "the next one");
+            const auto lines = error.Lines();
+            const auto has = [&](const char* line) {
+                return std::find(lines.begin(), lines.end(), line) != lines.end();
+            };
+            EXPECT_TRUE(before > 0 || has("om_log_client: no memory, a line is lost")) << inARow;
+            EXPECT_EQ(Numbers(lines).back(), 3U) << inARow << " after " << before;
+            EXPECT_EQ(NumbersIn("contract.log").back(), 3U) << inARow << " after " << before;
+        }
+    }
+    unsetenv("KIVO_LOG_MANAGER_UNITS");
+}
+
+TEST_F(LogFileTest, WithoutMemoryThereIsNoNewLog) {
+    for (int before = 0; before < 20; ++before) {
+        KivoOmLogHandle handle = 0;
+        support::FailAllocations(1000, before);
+        const uint32_t result = TryCreate(handle);
+        support::FailAllocations(0);
+        EXPECT_TRUE(result == 0 || result == ENOMEM) << result << " after " << before;
+        Log(Create(), 1);
+    }
+    EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>(20, 1));
 }
 
 TEST_F(LogFileTest, ErrorsOfNamedUnitsGoToStandardErrorAsWell) {
