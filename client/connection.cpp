@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -121,14 +122,37 @@ Result<std::string> Send(TagMsgBlock msg, std::string payload, std::chrono::mill
 
 // Work that another thread waits for and may abandon.
 struct Call {
-    std::mutex mutex;  // guards `reply`
+    std::mutex mutex;  // guards what follows `done`
     std::condition_variable_any done;
     std::optional<Result<std::string>> reply;
+    bool noMemory = false;  // the work has ended without a reply
+
+    // With the lock.
+    [[nodiscard]] bool HasEnded() const { return noMemory || reply.has_value(); }
 
     bool IsOver() {
         const std::lock_guard lock(mutex);
-        return reply.has_value();
+        return HasEnded();
     }
+
+    // For the call's own thread, out of which nothing may be thrown.
+    void Do(const std::function<Result<std::string>()>& work) noexcept {
+        try {
+            auto result = work();
+            const std::lock_guard lock(mutex);
+            reply = std::move(result);
+        } catch (const std::bad_alloc&) {
+            const std::lock_guard lock(mutex);
+            noMemory = true;
+        } catch (...) {
+            const std::lock_guard lock(mutex);
+            reply = Error{ErrorCode::kInternal, "internal error"};  // short enough to need no memory
+        }
+        done.notify_all();
+    }
+
+    // Once it is over.
+    Result<std::string> Take() { return noMemory ? throw std::bad_alloc() : std::move(*reply); }
 };
 
 Connection::Connection(Events events) : events_(std::move(events)) {}
@@ -276,31 +300,29 @@ Result<std::string> Connection::Cancellable(std::function<Result<std::string>()>
         return cancelled;
     }
     const auto call = std::make_shared<Call>();
-    std::thread worker;
+    // Made before there is a thread: leaving one behind needs no memory.
+    std::list<Abandoned> place;
+    place.push_back({call, {}});
+    std::thread& worker = place.front().thread;
     try {
-        worker = std::thread([call, work = std::move(work)] {
-            auto reply = work();
-            const std::lock_guard lock(call->mutex);
-            call->reply = std::move(reply);
-            call->done.notify_all();
-        });
+        worker = std::thread([call, work = std::move(work)] { call->Do(work); });
     } catch (const std::system_error&) {
         return Error{ErrorCode::kInternal, "no thread for the request"};
     }
     std::unique_lock lock(call->mutex);
-    const auto isThere = [&] { return call->reply.has_value(); };
+    const auto isThere = [&] { return call->HasEnded(); };
     if (call->done.wait(lock, cancel, isThere) || call->done.wait_for(lock, grace, isThere)) {
         lock.unlock();
         worker.join();
-        return std::move(*call->reply);
+        return call->Take();
     }
     lock.unlock();
-    Abandon(call, std::move(worker));
+    Abandon(place);
     return cancelled;
 }
 
 // Joins at the same time the threads that have ended by now.
-void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
+void Connection::Abandon(std::list<Abandoned>& place) {
     const std::lock_guard lock(mutex_);
     abandoned_.remove_if([](Abandoned& send) {
         const bool over = send.call->IsOver();
@@ -309,7 +331,7 @@ void Connection::Abandon(std::shared_ptr<Call> call, std::thread thread) {
         }
         return over;
     });
-    abandoned_.push_back({std::move(call), std::move(thread)});
+    abandoned_.splice(abandoned_.end(), place);
 }
 
 std::optional<Error> Connection::PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload) {

@@ -44,7 +44,8 @@ public:
     std::optional<Error> PostByLane(std::size_t lane, std::uint32_t msgId, std::string payload);
 
     // Calls `work` on a new thread and gives its result. After a cancellation it waits for `grace` and then gives up;
-    // the thread then ends by itself, which must not take long after OsProcDetach.
+    // the thread then ends by itself, which must not take long after OsProcDetach. Throws std::bad_alloc, also when
+    // `work` did.
     Result<std::string> Cancellable(std::function<Result<std::string>()> work, const std::stop_token& cancel,
                                     std::chrono::milliseconds grace = {});
 
@@ -90,7 +91,7 @@ private:
         std::thread thread;
     };
 
-    void Abandon(std::shared_ptr<Call> call, std::thread thread);
+    void Abandon(std::list<Abandoned>& place);
 
     using PerfDataTaker = std::shared_ptr<const std::function<void(const PerfData&)>>;
 

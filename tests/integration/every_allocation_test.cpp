@@ -1,12 +1,16 @@
 // Each allocation that the requesters' library, the engine client library and the message layer below them make on a
 // road fails once, on whichever thread it is. After each failure the next request is carried out.
+#include <unistd.h>
+
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <new>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -15,6 +19,7 @@
 #include "kivo/os_msg.h"
 #include "ominspect/client/run.h"
 #include "support/nth_allocation.h"
+#include "support/process_state.h"
 
 using namespace support;
 
@@ -48,6 +53,35 @@ unsigned Everywhere(const std::function<void()>& road, const std::function<bool(
     return kMostAllocations;
 }
 
+// What the test does for itself in the middle of a road.
+template <typename Step>
+auto Uncountedly(const Step& step) {
+    const Uncounted own;
+    return step();
+}
+
+long Threads() {
+    return std::stol(StatusLine(getpid(), "Threads"));
+}
+
+// Stops a process for as long as it lives.
+class Standstill {
+public:
+    explicit Standstill(const Child& child) : child_(child) {
+        const Uncounted own;
+        child_.Signal(SIGSTOP);
+    }
+    ~Standstill() {
+        const Uncounted own;
+        child_.Signal(SIGCONT);
+    }
+    Standstill(const Standstill&) = delete;
+    Standstill& operator=(const Standstill&) = delete;
+
+private:
+    const Child& child_;
+};
+
 class EveryAllocationOfTheClient : public Client {
 protected:
     EveryAllocationOfTheClient() : server_(StartServer()), owner_(StartOwner({"ok_item_with_a_name_of_31_bytes"})) {}
@@ -64,6 +98,8 @@ protected:
         ASSERT_TRUE(NextRuns());
         EXPECT_GE(::Everywhere([&] { road(TheSession()); }, [this] { return NextRuns(); }), least);
     }
+
+    [[nodiscard]] const Child& TheServer() const { return server_; }
 
     const Request kRequest{"ok_item_with_a_name_of_31_bytes", "an argument that is longer than 15 bytes"};
 
@@ -94,6 +130,45 @@ TEST_F(EveryAllocationOfTheClient, OfQuestions) {
         (void)session.State(kRequest.item, kShort);
         (void)session.List(kShort);
     });
+}
+
+// A call that can be cancelled is made on a thread of its own.
+TEST_F(EveryAllocationOfTheClient, OfCallsThatCanBeCancelled) {
+    Everywhere(30, [&](Session& session) {
+        const std::stop_source source;
+        const Limit limit(kShort, source.get_token());
+        (void)session.Run(kRequest, limit);
+        (void)session.State(kRequest.item, limit);
+        (void)session.Items({seconds(5), source.get_token()});
+    });
+}
+
+// The server stands still, so the call's thread is left behind.
+TEST_F(EveryAllocationOfTheClient, OfACallThatIsCancelled) {
+    ASSERT_TRUE(NextRuns());
+    const auto threads = Threads();
+    unsigned cancelled = 0;
+    Everywhere(5, [&](Session& session) {
+        std::stop_source source;
+        const Standstill standstill(TheServer());
+        EXPECT_TRUE(Uncountedly([&] { return Eventually([&] { return Threads() <= threads; }); }));
+        std::atomic<bool> over{false};
+        const auto canceller = Uncountedly([&] {
+            return std::jthread([&] {
+                const Uncounted own;
+                while (!over && Threads() <= threads + 1) {  // it is one itself
+                }
+                source.request_stop();
+            });
+        });
+        try {
+            const auto state = session.State(kRequest.item, {kShort, source.get_token()});
+            cancelled += !state && state.Failure().code == ErrorCode::kCancelled ? 1 : 0;
+        } catch (const std::bad_alloc&) {
+        }
+        over = true;
+    });
+    EXPECT_GE(cancelled, 1U);
 }
 
 TEST_F(EveryAllocationOfTheClient, OfTheInventory) {
