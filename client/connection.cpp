@@ -203,10 +203,19 @@ std::uint32_t Connection::HandleMail(TagMsgBlock* msg) {
 }
 
 std::uint32_t Connection::HandleEvent(TagMsgBlock* msg) {
-    if (Connection* connection = Addressee(*msg)) {
-        connection->TellEvent(*msg);
-    } else if (Connection* other = g_connection.load(); other != nullptr && msg->msgId == OM_INSPECT_EVENT_PERFDATA) {
-        other->TellPerfData(*msg);
+    Connection* const own = g_connection.load();
+    if (own == nullptr) {
+        return 0;
+    }
+    try {
+        if (Addressee(*msg) != nullptr) {
+            own->TellEvent(*msg);
+        } else if (msg->msgId == OM_INSPECT_EVENT_PERFDATA) {
+            own->TellPerfData(*msg);
+        }
+    } catch (...) {
+        ++own->thrownEvents_;
+        throw;
     }
     return 0;
 }
@@ -382,8 +391,8 @@ Result<bool> Connection::CheckPresence(const Limit& limit) {
     }
 }
 
-std::uint64_t Connection::LostEvents() {
-    return OsMsgDroppedCount(kEventTask);
+std::uint64_t Connection::LostEvents() const {
+    return OsMsgDroppedCount(kEventTask) + thrownEvents_;
 }
 
 std::optional<Error> Connection::SubscribePerfData(std::string_view process,

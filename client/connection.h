@@ -1,6 +1,7 @@
 // A session's connection to the bus: it sends requests and receives results and events.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -59,7 +60,7 @@ public:
     // Begins to receive what a process says that its items measure.
     std::optional<Error> SubscribePerfData(std::string_view process, std::function<void(const PerfData&)> take);
 
-    static std::uint64_t LostEvents();
+    [[nodiscard]] std::uint64_t LostEvents() const;
 
     Inbox& Mail() { return inbox_; }
 
@@ -84,7 +85,8 @@ private:
 
     const Events events_;
     Inbox inbox_;
-    bool joined_ = false;  // this object has joined the bus for the process
+    std::atomic<std::uint64_t> thrownEvents_{0};  // events whose function threw, mostly for want of memory
+    bool joined_ = false;                         // this object has joined the bus for the process
     // Work whose caller was cancelled. A send ends at its limit or when the process leaves the bus.
     struct Abandoned {
         std::shared_ptr<Call> call;

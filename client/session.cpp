@@ -271,11 +271,8 @@ std::optional<Error> Session::Subscribe() {
     return connection_->SubscribeEvents();
 }
 
-// It needs no data of the session, since the platform has one connection per process. It is a member because it needs a
-// session that is open.
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static)
 std::uint64_t Session::LostEvents() const {
-    return Connection::LostEvents();
+    return connection_->LostEvents();
 }
 
 }  // namespace ominspect::client

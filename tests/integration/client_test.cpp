@@ -104,6 +104,18 @@ TEST_F(Client, CancelledCallsAreJoinedOnceTheyHaveEnded) {
     })) << mappings();
 }
 
+// A function that finds no memory throws; what it was told counts as lost.
+TEST_F(Client, AnEventWhoseFunctionThrowsIsCountedAsLost) {
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok"});
+    EXPECT_EQ(TheSession().LostEvents(), 0U);
+    slow_ = [] { throw std::bad_alloc(); };
+    ASSERT_TRUE(TheSession().Run({"ok", ""}, kEnough));
+    EXPECT_TRUE(Eventually([this] { return Saw("ok success"); }));  // the next one
+    EXPECT_EQ(TheSession().LostEvents(), 1U);
+    EXPECT_FALSE(Saw("ok running"));
+}
+
 TEST_F(Client, ALostBusEndsTheWait) {
     const Child server = StartServer();
     const Child owner = StartOwner({"later"});

@@ -1,4 +1,6 @@
 // Looks at every message before sd-bus does, which trusts senders that it should not.
+#include <algorithm>
+#include <memory>
 #include <new>
 
 #include "msg/log.h"
@@ -9,11 +11,28 @@ namespace kivo::msg {
 
 namespace {
 
+// Which tasks an event was for is not known without memory: all that have subscribed to any count it, so that none
+// believes that it has seen everything.
+void CountLossEverywhere(Process& process) {
+    const auto hasSubscribed = [&process](const std::shared_ptr<Task>& task) {
+        return std::ranges::any_of(process.events, [&task](const auto& source) {
+            return std::ranges::any_of(source.second.subscribers,
+                                       [&task](const auto& subscriber) { return subscriber.second == task; });
+        });
+    };
+    for (const auto& [name, task] : process.tasks) {
+        if (hasSubscribed(task)) {
+            task->CountLoss();
+        }
+    }
+    Log(kLogWarning, "no memory: an event is lost");
+}
+
 void TakeEvent(Process& process, sd_bus_message* signal) {
     try {
         DeliverEvent(process, signal);
     } catch (const std::bad_alloc&) {
-        Log(kLogWarning, "no memory: an event is lost");
+        CountLossEverywhere(process);
     }
 }
 

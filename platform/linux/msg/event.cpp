@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/msg_rules.h"
+#include "msg/log.h"
 #include "msg/names.h"
 #include "msg/process.h"
 
@@ -136,6 +137,33 @@ uint32_t Subscribe(Process& process, Reader::Lock& lock, const OsMsgSubscription
     return SubscribeToSource(process, lock, {proc, task}, {subscription.eventId, receiver});
 }
 
+// What an event tells its receivers, beside the receiver.
+struct Arrival {
+    uint32_t id;
+    const std::string& proc;
+    const std::string& task;
+    const void* data;
+    size_t size;
+    const char* connection;
+};
+
+// One receiver without memory does not cost the others the event.
+void Give(Task& receiver, const Arrival& event) {
+    try {
+        auto message = std::make_unique<Incoming>();
+        TagMsgBlock& block = message->block;
+        block.msgId = event.id;
+        WriteName(block.srcProcName, event.proc);
+        WriteName(block.srcTaskName, event.task);
+        WriteName(block.replyTaskName, event.task);
+        SetPayload(*message, event.data, event.size);
+        receiver.Deliver(std::move(message), event.connection);
+    } catch (const std::bad_alloc&) {
+        receiver.CountLoss();
+        Log(kLogWarning, "no memory: task %s loses event %u", receiver.name.c_str(), event.id);
+    }
+}
+
 }  // namespace
 
 void kivo::msg::DeliverEvent(Process& process, sd_bus_message* signal) {
@@ -159,17 +187,9 @@ void kivo::msg::DeliverEvent(Process& process, sd_bus_message* signal) {
             continue;
         }
         for (const auto& [eventId, receiver] : source->second.subscribers) {
-            if (eventId != id) {
-                continue;
+            if (eventId == id) {
+                Give(*receiver, {id, proc, task, data, size, connection});
             }
-            auto message = std::make_unique<Incoming>();
-            TagMsgBlock& block = message->block;
-            block.msgId = id;
-            WriteName(block.srcProcName, proc);
-            WriteName(block.srcTaskName, task);
-            WriteName(block.replyTaskName, task);
-            SetPayload(*message, data, size);
-            receiver->Deliver(std::move(message), connection);
         }
     }
 }

@@ -87,7 +87,8 @@ int StartDispatch(Process& process);
 // Shows the version of this process, if it has one. A negative errno on failure.
 int PublishVersion(Process& process);
 
-// Gives an event to the tasks that subscribed to it. Throws std::bad_alloc.
+// Gives an event to the tasks that subscribed to it; one that finds no memory for it counts it as lost. Throws
+// std::bad_alloc before any task has been given it.
 void DeliverEvent(Process& process, sd_bus_message* signal);
 
 // Asks a process that has just appeared for its events, if a task has subscribed to some.

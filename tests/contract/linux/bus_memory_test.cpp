@@ -117,6 +117,30 @@ TEST_F(OsMsgMemoryTest, AProcessThatAppearsWithoutMemoryIsNoticedWithTheNextMess
     EXPECT_STREQ(inbox.All().back().envelope.srcProcName, "late");
 }
 
+TEST_F(OsMsgMemoryTest, AnEventThatFindsNoMemoryIsCountedAsLost) {
+    const Inbox inbox = WaitingInbox();
+    const RawConnection publisher;
+    publisher.Take("com.kivo.proc.publisher");
+    const OsMsgSubscription event{8, 0, "publisher", "task", "inbox"};
+    ASSERT_EQ(OsMsgSubscribeEvent(&event, 1, 0), OS_MSG_OK);
+    size_t sent = 0;
+    const auto arrived = [&inbox] { return inbox.Count() - 1; };  // the first was no event
+    for (int before = 0; arrived() < 3; ++before) {
+        ASSERT_LT(before, 20);
+        sd_bus_message* raw = nullptr;
+        ASSERT_GE(sd_bus_message_new_signal(publisher.Get(), &raw, "/com/kivo/task/task", "com.kivo.Msg", "Event"), 0);
+        const RawMessage signal(raw);
+        ASSERT_GE(sd_bus_message_append(raw, "uay", 8, 1, 'x'), 0);
+        FailAllocations(1, before);
+        ASSERT_GE(sd_bus_send(publisher.Get(), raw, nullptr), 0);
+        ASSERT_GE(sd_bus_flush(publisher.Get()), 0);
+        ++sent;
+        EXPECT_TRUE(WaitFor([&] { return arrived() + OsMsgDroppedCount("inbox") == sent; })) << before;
+        FailAllocations(0);
+    }
+    EXPECT_GT(OsMsgDroppedCount("inbox"), 2U);
+}
+
 // A thread waits at a descriptor of its own, which it gets when it first waits.
 TEST_F(OsMsgMemoryTest, AThreadThatFoundNoDescriptorTriesAgain) {
     const Peer peer("peer");

@@ -24,7 +24,7 @@ namespace ominspect::client {
 
 // Functions that a session calls when something happens; each may be empty. They are called one after the other on a
 // thread of the session's, and must neither destroy the session nor throw. While one runs, later events wait in a
-// bounded queue; Session::LostEvents counts those that did not fit.
+// bounded queue; Session::LostEvents counts those that did not fit, that found no memory, or whose function threw.
 struct Events {
     std::function<void(const ItemResult&)> onRun;  // event 8: a run began or ended
     std::function<void(bool busy)> onBusy;         // event 9: the server became busy, or idle
@@ -149,7 +149,7 @@ public:
     // How often the server has appeared on the bus since the session was opened.
     std::uint64_t ServerStarts() const;
 
-    // The number of events that were lost because the event functions were too slow.
+    // The number of events that were lost: because the event functions were too slow, or for want of memory.
     std::uint64_t LostEvents() const;
 
 private:
