@@ -33,10 +33,11 @@ int Subscribers::Publish(sd_bus* bus) {
 void Subscribers::Clear() {
     object_.reset();
     connections_.clear();
+    everybody_ = false;
 }
 
 bool Subscribers::Wanted() const {
-    return !connections_.empty() || std::chrono::steady_clock::now() < settled_;
+    return everybody_ || !connections_.empty() || std::chrono::steady_clock::now() < settled_;
 }
 
 int Subscribers::OnSubscribe(sd_bus_message* message, void* self, sd_bus_error* error) {
@@ -47,6 +48,10 @@ int Subscribers::OnSubscribe(sd_bus_message* message, void* self, sd_bus_error* 
     try {
         static_cast<Subscribers*>(self)->connections_.emplace(sender);
     } catch (const std::bad_alloc&) {
+        // One that wants no answer does not ask again.
+        if (sd_bus_message_get_expect_reply(message) <= 0) {
+            static_cast<Subscribers*>(self)->everybody_ = true;
+        }
         return sd_bus_error_set_const(error, SD_BUS_ERROR_NO_MEMORY, "out of memory");
     }
     return sd_bus_reply_method_return(message, nullptr);

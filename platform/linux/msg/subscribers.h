@@ -28,7 +28,8 @@ public:
     // To be called when a connection has ended.
     void Forget(const std::string& connection) { connections_.erase(connection); }
 
-    // Whether events are to be sent: somebody has subscribed, or may be about to because this process is new.
+    // Whether events are to be sent: somebody has subscribed, or may be about to because this process is new, or
+    // may have subscribed without being noted.
     [[nodiscard]] bool Wanted() const;
 
 private:
@@ -39,6 +40,7 @@ private:
 
     SlotPtr object_;
     std::unordered_set<std::string> connections_;
+    bool everybody_ = false;  // there was no memory to note somebody: events are always sent from then on
     std::chrono::steady_clock::time_point settled_;  // until then events are always sent
 };
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bus_test.h"
+#include "linux/memory_shortage.h"
 #include "support/raw_connection.h"
 #include "thread_starter.h"
 
@@ -143,6 +144,24 @@ TEST_F(OsMsgSubscriberTest, AProcessThatHasSettledSendsItsEventsWhileSomebodySub
     ASSERT_EQ(Subscribe("tester", "task", 3), OS_MSG_OK);
     EXPECT_TRUE(listener.Hears(3));
     EXPECT_TRUE(inbox_.Await(1));
+}
+
+// A process that outlives this one's restart asks again without waiting for an answer.
+TEST_F(OsMsgSubscriberTest, ASubscriberForWhomThereWasNoMemoryMissesNothing) {
+    Listener listener;
+    uint32_t id = 100;
+    ASSERT_TRUE(WaitFor([&] { return !listener.Hears(++id); }));
+    sd_bus_message* call = nullptr;
+    ASSERT_GE(sd_bus_message_new_method_call(listener.Get(), &call, "com.kivo.proc.tester", kProcessPath,
+                                             kPublisherInterface, "Subscribe"),
+              0);
+    const RawMessage question(call);
+    ASSERT_GE(sd_bus_message_set_expect_reply(call, 0), 0);
+    FailAllocations(1);
+    ASSERT_GE(sd_bus_send(listener.Get(), call, nullptr), 0);
+    ASSERT_GE(sd_bus_flush(listener.Get()), 0);
+    ASSERT_TRUE(WaitFor([] { return FailuresToCome() == 0; }));
+    EXPECT_TRUE(listener.Hears(8));
 }
 
 TEST_F(OsMsgSubscriberTest, AnEventOvertakesNoReplyAndNoReplyOvertakesAnEvent) {
