@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,10 @@ struct CommandSpec {
     std::chrono::milliseconds limit{0};
     // The outcome is told this long after the request at the earliest.
     std::chrono::milliseconds settle{0};
+    // Asked right before that, on the thread that tells it: when it may be told. After `now`: it is asked again then;
+    // otherwise it is told. Empty: at once. Must not throw.
+    using Time = std::chrono::steady_clock::time_point;
+    std::function<Time(Time now)> release{};
 };
 
 // The beginning of what a command wrote, each stream at most kMaxOutput bytes; the rest was read and dropped.

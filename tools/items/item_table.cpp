@@ -61,7 +61,8 @@ CommandSpec ItemTable::SpecOf(const ItemConfig& item, const std::string& argumen
             .item = item.name,
             .argument = argument,
             .limit = item.limit,
-            .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle};
+            .settle = item.isSync ? std::chrono::milliseconds(0) : times_.settle,
+            .release = {}};
 }
 
 // The run has ended, whether or not there is memory to say how.
@@ -93,7 +94,7 @@ void ItemTable::HandleStop(const ItemConfig& item, tagKivoOmInspectionResult& re
         SetResult(result, "fail", "not running");
         return;
     }
-    runner_.Stop(found->second);
+    runner_.Stop(found->second.id);
     SetResult(result, "success", "stopping");
 }
 
@@ -129,7 +130,7 @@ CommandRunner::Done ItemTable::Leave(const ItemConfig& item, CommandRunner::Id i
     const auto answer = std::make_shared<Answer>();
     auto done = DoneOf(item, answer);
     const std::lock_guard lock(mutex_);
-    running_.emplace(&item, id);
+    running_.emplace(&item, Running{id, {}});
     *answer = defer_();
     if (!*answer) {
         running_.erase(&item);
@@ -187,35 +188,46 @@ std::string_view ItemTable::TryStart(const Waiting& waiting) {
 
 // With the lock. False when the runner shuts down. Throws std::bad_alloc, and has no effect then.
 bool ItemTable::Start(const ItemConfig& item, const std::string& argument, CommandRunner::Done done) {
-    const auto place = running_.emplace(&item, 0).first;
+    const auto place = running_.emplace(&item, Running{}).first;
     try {
-        place->second = runner_.Start(SpecOf(item, argument), std::move(done));
+        CommandSpec spec = SpecOf(item, argument);
+        if (!item.isSync) {
+            spec.release = [this, &item](auto now) { return Release(item, now); };
+        }
+        place->second.id = runner_.Start(std::move(spec), std::move(done));
     } catch (const std::bad_alloc&) {
         running_.erase(place);
         throw;
     }
-    if (place->second == 0) {
+    if (place->second.id == 0) {
         running_.erase(place);
         return false;
     }
     return true;
 }
 
+// When the outcome of an asynchronous run may be reported. If it may now, the run is over: no request joins it any
+// more.
+ItemTable::Clock::time_point ItemTable::Release(const ItemConfig& item, Clock::time_point now) {
+    const std::lock_guard lock(mutex_);
+    const auto run = running_.find(&item);
+    const auto free = run->second.answered + times_.settle;
+    if (free <= now) {
+        running_.erase(run);
+    }
+    return free;
+}
+
 void ItemTable::RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result) {
     const std::lock_guard lock(mutex_);
     if (!running_.contains(&item)) {
-        const auto done = [this, &item](const CommandOutcome& outcome) {
-            {
-                const std::lock_guard guard(mutex_);
-                running_.erase(&item);
-            }
-            report_(TakeOutcome(item, outcome));
-        };
+        const auto done = [this, &item](const CommandOutcome& outcome) { report_(TakeOutcome(item, outcome)); };
         if (!Start(item, argument, done)) {
             SetResult(result, "fail", kEnding);
             return;
         }
     }
+    running_.at(&item).answered = Clock::now();
     SetResult(result, "running", "");
 }
 

@@ -41,7 +41,8 @@ public:
     struct Times {
         std::chrono::milliseconds termGrace{2000};
         // A report that comes before the server has handled the answer "running" is overwritten by that answer. So no
-        // report follows sooner than this.
+        // report follows sooner than this, also after the last request that joined the run: of a server that has
+        // forgotten the run, that is the first.
         std::chrono::milliseconds settle{500};
     };
 
@@ -63,6 +64,12 @@ public:
     void Shutdown();
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Running {
+        CommandRunner::Id id = 0;
+        Clock::time_point answered;  // when a request was last answered with "running"
+    };
     struct Waiting {
         const ItemConfig* item;
         std::string argument;
@@ -81,6 +88,7 @@ private:
     void StartWaiting();
     std::string_view TryStart(const Waiting& waiting);
     bool Start(const ItemConfig& item, const std::string& argument, CommandRunner::Done done);
+    Clock::time_point Release(const ItemConfig& item, Clock::time_point now);
     void RunAsync(const ItemConfig& item, const std::string& argument, tagKivoOmInspectionResult& result);
 
     std::map<std::string, const ItemConfig*, std::less<>> items_;
@@ -92,7 +100,7 @@ private:
     const std::size_t maxLeft_;
     std::mutex mutex_;                       // guards the runs below, and measuring_
     std::set<const ItemConfig*> measuring_;  // whose last run has measured something
-    std::map<const ItemConfig*, CommandRunner::Id> running_;
+    std::map<const ItemConfig*, Running> running_;
     std::size_t left_ = 0;        // those of them that are synchronous, and were left to the runner
     std::list<Waiting> waiting_;  // synchronous
     CommandRunner runner_;        // last: its thread uses the rest

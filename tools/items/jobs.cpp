@@ -27,6 +27,7 @@ void Jobs::Add(Id id, CommandSpec spec, Done done, Clock::time_point requested) 
     job.spec = std::move(spec);
     job.done = std::move(done);
     job.requested = requested;
+    job.settled = requested + job.spec.settle;
 }
 
 void Jobs::Rename(Id id, Done done) {
@@ -153,7 +154,10 @@ void Jobs::Tell() {
     std::list<Job> told;
     for (auto job = jobs_.begin(); job != jobs_.end();) {
         const auto next = std::next(job);
-        if (job->outcome && now >= job->requested + job->spec.settle) {
+        if (job->outcome && now >= job->settled && job->spec.release) {
+            job->settled = job->spec.release(now);
+        }
+        if (job->outcome && now >= job->settled) {
             told.splice(told.end(), jobs_, job);
         }
         job = next;
@@ -167,7 +171,7 @@ Jobs::Clock::time_point Jobs::NextDeadline() const {
     auto next = Clock::time_point::max();
     for (const Job& job : jobs_) {
         if (job.outcome) {
-            next = std::min(next, job.requested + job.spec.settle);
+            next = std::min(next, job.settled);
         } else if (!job.ending) {
             next = std::min(next, job.requested + job.spec.limit);
         } else if (!job.killed) {

@@ -64,6 +64,7 @@ private:
         CommandSpec spec;
         Done done;
         Clock::time_point requested;
+        Clock::time_point settled;  // its outcome is not told before
         std::optional<Child> child;
         Clock::time_point readFrom;                 // while it runs: when its output is looked at first
         std::optional<CommandOutcome::End> ending;  // why its group is being ended

@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <fstream>
 #include <future>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/eventually.h"
@@ -21,11 +24,12 @@ class ItemTableTest : public testing::Test {
 protected:
     void SetUp() override { Make(1); }
 
-    void Make(unsigned maxParallel) {
+    void Make(unsigned maxParallel, std::chrono::milliseconds settle = 1ms) {
         config_ = {
             "p",
             maxParallel,
             {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
+             Item("ends", false, "until [ -e '" + Log() + "' ]; do sleep 0.01; done; echo OVER"),
              // Counts its starts and waits to be ended.
              Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
              Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000"),
@@ -42,7 +46,7 @@ protected:
                 reports_.push_back(line);
             },
             [this, keep] { return mayDefer_ ? ItemTable::Answer(keep) : nullptr; },
-            ItemTable::Times{.termGrace = 1s, .settle = 1ms});
+            ItemTable::Times{.termGrace = 1s, .settle = settle});
     }
 
     static ItemConfig Item(const std::string& name, bool isSync, const std::string& script) {
@@ -127,6 +131,19 @@ TEST_F(ItemTableTest, LetASecondRequestJoinTheRun) {
     EXPECT_EQ(Ask("long", "stop"), "success: stopping");
     EXPECT_TRUE(Reported("long: fail: stopped"));
     EXPECT_EQ(support::Contents(Log()), "start\n");
+}
+
+// A server that has started anew takes a report before its answer for nothing.
+TEST_F(ItemTableTest, NoReportFollowsTheAnswerToAJoiningRequestAtOnce) {
+    constexpr auto kSettle = 500ms;
+    Make(1, kSettle);
+    EXPECT_EQ(Ask("ends"), "running: ");
+    std::this_thread::sleep_for(kSettle);  // the first answer was handled long ago
+    const auto joined = std::chrono::steady_clock::now();
+    EXPECT_EQ(Ask("ends"), "running: ");
+    std::ofstream(Log()).close();
+    ASSERT_TRUE(Reported("ends: success: OVER"));
+    EXPECT_GE(std::chrono::steady_clock::now(), joined + kSettle);
 }
 
 TEST_F(ItemTableTest, StopOnlyWhatRuns) {
