@@ -2,6 +2,7 @@
 #include "result/result_mgr.h"
 
 #include "base/log.h"
+#include "base/serving.h"
 #include "kivo/os_bounds.h"
 #include "task/inspacet_task.h"
 
@@ -9,14 +10,14 @@ namespace {
 
 constexpr LogUnit kLogUnit{"ResultMgr", 13};
 
-// Destroys the one instance when the process exits, unless a background job may still use it: that job and the table
-// then end with the process.
+// Destroys the one instance when the process exits, unless a background job or the server's task may still use it: they
+// and the table then end with the process.
 union Global {
     Global() : value() {}
     Global(const Global&) = delete;
     Global& operator=(const Global&) = delete;
     ~Global() {
-        if (!InspacetTask::HasLiveJobs()) {
+        if (!InspacetTask::HasLiveJobs() && !Serving::IsUnderWay()) {
             value.~ResultMgr();
         }
     }

@@ -103,5 +103,5 @@ private:
 };
 
 /// The one instance, made during static initialisation. It is destroyed when the process exits, unless a background job
-/// still runs then, which may use it until the process has ended.
+/// still runs then, or the server's task inside a host process: both may use it until the process has ended.
 extern ResultMgr& g_resultMgr;

@@ -5,6 +5,7 @@
 
 #include "base/guard.h"
 #include "base/log.h"
+#include "base/serving.h"
 #include "collect/wylog_backup.h"
 #include "handlers/group_catalogue.h"
 #include "handlers/handlers.h"
@@ -65,6 +66,7 @@ void Inspect::Init() {
 }
 
 uint32_t InspectTaskEntry() noexcept {
+    const Serving serving;
     constexpr LogUnit kLogUnit{"inspect_server", 18};
     INSPECT_ERROR("InspectTaskEntry start... ");
     RunGuarded(kLogUnit, "start", [] {
@@ -78,6 +80,7 @@ uint32_t InspectTaskEntry() noexcept {
 }
 
 uint32_t InspectThreadEntry() noexcept {
+    const Serving serving;
     constexpr LogUnit kLogUnit{"inspect_server_thread", 25};
     INSPECT_INFO("InspectThreadEntry start... ");
     RunGuarded(kLogUnit, "start", [] {

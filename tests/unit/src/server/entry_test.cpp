@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/log.h"
+#include "base/serving.h"
 #include "kivo/os_msg.h"
 #include "kivo/os_thread.h"
 #include "server/dispatch.h"
@@ -28,7 +29,8 @@ namespace {
 
 std::vector<OsTaskDescriptor> g_descriptors;
 bool g_initThrows = false;
-int g_flushes = 0;  // of standard output
+bool g_wasServing = false;  // when the result table was prepared
+int g_flushes = 0;          // of standard output
 
 class EntryTest : public support::PlatformTest {
 protected:
@@ -36,6 +38,7 @@ protected:
         PlatformTest::SetUp();
         g_descriptors.clear();
         g_initThrows = false;
+        g_wasServing = false;
     }
 
     // Lets the server run until all its threads wait, then makes its process leave the bus.
@@ -108,6 +111,7 @@ int __wrap_fflush(std::FILE* stream) {
 void __real__ZN9ResultMgr4InitEv(void* self);
 void __wrap__ZN9ResultMgr4InitEv(void* self) {
     InspectModuleLog(3, "test", 0, 0, "ResultMgr::Init");
+    g_wasServing = Serving::IsUnderWay();
     if (g_initThrows) {
         throw std::bad_alloc();
     }
@@ -194,6 +198,17 @@ TEST_F(EntryTest, ThreadEntryInitialisesAllButTheUsageReportsThenServes) {
                                         kDefaultsTaken,
                                         kOwnItem,
                                         {"OsMsgTaskRoutineByName(iom_srv_task)"}}));
+}
+
+// What the task uses must outlast it.
+TEST_F(EntryTest, EitherTaskServesFromItsEntryToItsEnd) {
+    for (const OsTaskEntry entry : {InspectTaskEntry, InspectThreadEntry}) {
+        g_wasServing = false;
+        EXPECT_FALSE(Serving::IsUnderWay());
+        entry();
+        EXPECT_TRUE(g_wasServing);
+        EXPECT_FALSE(Serving::IsUnderWay());
+    }
 }
 
 TEST_F(EntryTest, OnlyTheProcessFormStartsTheSystemLogBackup) {

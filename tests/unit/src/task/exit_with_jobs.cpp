@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "base/log.h"
+#include "base/serving.h"
 #include "kivo/os_lock.h"
 #include "result/result_mgr.h"
 #include "support/bare_platform.h"
@@ -29,7 +30,7 @@ public:
 
 namespace {
 
-enum class Case { kLiveJob, kTimeLimit, kNoJob };
+enum class Case { kLiveJob, kTimeLimit, kNoJob, kServing };
 
 constinit Case g_case = Case::kNoJob;
 constinit std::atomic<bool> g_jobRuns{false};
@@ -40,6 +41,7 @@ constinit std::atomic<int> g_timeouts{0};     // log lines that a time limit was
 constinit thread_local bool t_exits = false;  // the main thread, once main has returned
 constinit std::atomic<int> g_locked{0};       // how often it took the job table's lock since
 constinit std::atomic<int> g_destroyed{0};    // registries' locks
+constinit std::atomic<int> g_served{0};       // runs by the server's task, after the tables are gone
 
 void Expect(bool condition, const char* what) {
     if (!condition) {
@@ -58,7 +60,11 @@ struct Last {
         Expect(g_jobCalls == (g_case == Case::kLiveJob ? 100 : 0), "the live job made all its calls");
         Expect(g_refusals == (g_case == Case::kLiveJob ? 100 : 0), "each refused job was logged");
         Expect(g_timeouts == (g_case == Case::kTimeLimit ? 1 : 0), "the time limit was noted in the table");
-        Expect(g_destroyed == (g_case == Case::kNoJob ? 1 : 0), "the result table was destroyed if no job was alive");
+        Expect(g_destroyed == (g_case == Case::kNoJob ? 1 : 0), "the result table was destroyed if nothing used it");
+        while (g_case == Case::kServing && Serving::IsUnderWay()) {
+            usleep(1000);
+        }
+        Expect(g_served == (g_case == Case::kServing ? 100 : 0), "the server's task handled its messages");
     }
 };
 [[gnu::init_priority(101)]] const Last g_last;
@@ -93,6 +99,22 @@ void Run(const char* name) {
     std::strncpy(request.name, name, sizeof(request.name) - 1);
     tagKivoOmInspectionDataItem item{};
     g_resultMgr.GetResult(request, item);
+}
+
+// The thread of the server's task in a host process: it is in the middle of its messages when the host ends.
+void* Serve(void* /*argument*/) {
+    const Serving serving;
+    Run("at_once");
+    g_jobRuns = true;
+    g_jobRuns.notify_all();
+    g_tablesGone.wait(false);
+    for (int run = 0; run < 100; ++run) {
+        tagKivoOmInspectionRequestMsg request{"at_once", 3, 0, "{}"};
+        tagKivoOmInspectionDataItem item{};
+        g_resultMgr.GetResult(request, item);
+        g_served += std::strcmp(item.result.status, "success") == 0 ? 1 : 0;
+    }
+    return nullptr;
 }
 
 }  // namespace
@@ -145,10 +167,16 @@ int main(int argc, char** argv) {
         g_case = Case::kTimeLimit;
         Run("later");
         g_jobRuns.wait(false);
+    } else if (name == "serving") {
+        g_case = Case::kServing;
+        pthread_t thread{};
+        Expect(pthread_create(&thread, nullptr, Serve, nullptr) == 0 && pthread_detach(thread) == 0,
+               "a thread is made");
+        g_jobRuns.wait(false);
     } else if (name == "no_job") {
         Run("at_once");
     } else {
-        std::fprintf(stderr, "usage: exit_with_jobs live_job | time_limit | no_job\n");
+        std::fprintf(stderr, "usage: exit_with_jobs live_job | time_limit | serving | no_job\n");
         return 2;
     }
     t_exits = true;
