@@ -2,6 +2,7 @@
 // not answer holds up neither the others nor this process's messages.
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <list>
@@ -79,8 +80,10 @@ int AskDaemon(sd_bus* bus, const char* method, const char* argument, Clock::time
     }
     BusError error;
     sd_bus_message* received = nullptr;
+    // sd_bus_call takes a limit of 0 for its own default, which is far longer.
+    const uint64_t left = LeftOf(deadline);
     if (result >= 0) {
-        result = sd_bus_call(bus, call.get(), LeftOf(deadline), error.Out(), &received);
+        result = left > 0 ? sd_bus_call(bus, call.get(), left, error.Out(), &received) : -ETIMEDOUT;
     }
     answer.reset(received);
     return result;

@@ -6,13 +6,16 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -232,6 +235,21 @@ TEST(InspectOwnedItems, ADaemonThatHangsIsNotWaitedForBeyondTheLimit) {
     });
     EXPECT_TRUE(WaitFor([&asked] { return asked == OS_MSG_ERR_NO_BUS; }));
     bus.Signal(SIGCONT);
+}
+
+// A question without a limit of its own would be waited for as long as sd-bus likes.
+TEST(InspectOwnedItems, NothingIsAskedOnceTheLimitIsOver) {
+    const PrivateBus bus;
+    std::set<std::string> questions;
+    g_onQuestion = [&](sd_bus* /*bus*/, const std::string& asked) {
+        questions.insert(asked);
+        if (asked == "ListNames") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(kShort));
+        }
+    };
+    (void)InspectForEachOwnedItem([](const InspectOwnedItem* /*item*/, void* /*context*/) {}, nullptr, kShort);
+    g_onQuestion = nullptr;
+    EXPECT_EQ(questions, (std::set<std::string>{"Hello", "ListNames"}));
 }
 
 TEST(OsProcJoining, ASilentBusIsWaitedForAsleep) {
