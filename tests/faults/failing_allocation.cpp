@@ -1,5 +1,6 @@
-// For LD_PRELOAD: lets one allocation of a program fail. The file that FAILING_ALLOCATION names has an int32_t, which
-// is how many succeed before it; it becomes -1 by the failure. While it is negative, all succeed.
+// For LD_PRELOAD: lets allocations of a program fail. The file that FAILING_ALLOCATION names has two int32_t: how many
+// succeed before the first that fails, and how many more fail after that one. The first becomes -1 by the last failure.
+// While it is negative, all succeed.
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -16,27 +17,41 @@ namespace {
 using Count = std::atomic<int32_t>;
 static_assert(sizeof(Count) == sizeof(int32_t) && Count::is_always_lock_free);
 
-Count g_none{-1};
+struct Shortage {
+    Count left;
+    Count more;
+};
+
+Shortage g_none{-1, 0};
 
 // The first allocations come before the constructors of this library.
-Count& Left() {
-    static Count* const left = [] {
+Shortage& TheShortage() {
+    static Shortage* const shortage = [] {
         const char* path = std::getenv("FAILING_ALLOCATION");
         const int fd = path != nullptr ? open(path, O_RDWR | O_CLOEXEC) : -1;
-        void* place = fd < 0 ? MAP_FAILED : mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        void* place = fd < 0 ? MAP_FAILED : mmap(nullptr, sizeof(Shortage), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         if (fd >= 0) {
             (void)close(fd);
         }
-        return place == MAP_FAILED ? &g_none : static_cast<Count*>(place);
+        return place == MAP_FAILED ? &g_none : static_cast<Shortage*>(place);
     }();
-    return *left;
+    return *shortage;
+}
+
+// Takes one off a number that is at least this; what it was.
+int32_t Take(Count& count, int32_t least) {
+    int32_t value = count.load();
+    while (value >= least && !count.compare_exchange_weak(value, value - 1)) {
+    }
+    return value;
 }
 
 bool Fails() {
-    int32_t left = Left().load();
-    while (left >= 0 && !Left().compare_exchange_weak(left, left - 1)) {
+    Shortage& shortage = TheShortage();
+    if (shortage.left.load() == 0 && Take(shortage.more, 1) > 0) {
+        return true;
     }
-    return left == 0;
+    return Take(shortage.left, 0) == 0;
 }
 
 void* Allocate(size_t size) {

@@ -1,5 +1,5 @@
 """Each allocation that an owner's program or the gateway makes on a road fails once, or no thread is to be had. The
-next request is carried out as always.
+server meets a shortage that lasts. The next request is carried out as always.
 
 OMINSPECT_FAILING_ALLOCATION is the library that lets an allocation fail, OMINSPECT_FAULT_SHIMS the one that refuses
 threads; the rest of the environment is that of tests/python/system.py.
@@ -42,14 +42,14 @@ class Shortage(System):
         self.set_left(-1)
         self.server = self.start_server()
 
-    def set_left(self, number: int) -> None:
-        """So many allocations succeed before one fails."""
+    def set_left(self, number: int, in_a_row: int = 1) -> None:
+        """So many allocations succeed before one fails, or several in a row do."""
         with open(self.left, "r+b" if self.left.exists() else "wb", buffering=0) as file:
-            file.write(struct.pack("=i", number))
+            file.write(struct.pack("=ii", number, in_a_row - 1))
 
     def has_failed(self) -> bool:
         """Whether one has, and ends the shortage."""
-        failed: bool = struct.unpack("=i", self.left.read_bytes())[0] < 0
+        failed: bool = struct.unpack("=ii", self.left.read_bytes())[0] < 0
         self.set_left(-1)
         return failed
 
@@ -79,6 +79,30 @@ class Shortage(System):
                 self.assertGreaterEqual(number, least)
                 return
         self.fail("no end")
+
+
+class Server(Shortage):
+    def setUp(self) -> None:
+        super().setUp()
+        self.start_items(self.start)
+        self.requester = self.session()
+
+    def start(self, command: list[str]) -> subprocess.Popen[bytes]:
+        return self.start_short(command) if command[0].endswith("/ominspect") else super().start(command)
+
+    def test_fifty_allocations_in_a_row(self) -> None:
+        """Also what the server says of a failure finds no memory."""
+        for number in range(0, 40, 4):
+            with self.subTest(allocation=number):
+                self.set_left(number, in_a_row=50)
+                try:
+                    self.requester.run("now", limit=0.3)
+                except ominspect.Error:
+                    pass  # no answer, or none in time
+                self.set_left(-1)
+                self.assertIsNone(self.server.poll())
+                self.assertEqual(self.requester.run("now", limit=20).result.status, "success")
+        self.assertEqual(self.end(self.server), 0)
 
 
 class Owner(Shortage):
