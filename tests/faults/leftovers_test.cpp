@@ -12,6 +12,12 @@ protected:
         owner_ = std::make_unique<Child>(StartOwner("owner1", items));
     }
 
+    // As after its end.
+    void RegisterAnew(const std::vector<std::string>& items) {
+        owner_->Kill();
+        owner_ = std::make_unique<Child>(StartOwner("owner1", items));
+    }
+
     static void Report(const std::string& item, const char* text) {
         tagKivoOmInspectionResult report{};
         std::snprintf(report.name, sizeof report.name, "%s", item.c_str());
@@ -77,6 +83,76 @@ TEST_F(Leftovers, TheTimerOfAResetRunEndsTheNextOne) {
     EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
     EXPECT_EQ(AwaitResult(), "later fail/timeout");
     ASSERT_EQ(Waits("later"), 2U);
+    ExpectNothingStays();
+}
+
+// An owner that has ended is started again, and registers while its item runs.
+TEST_F(Leftovers, AnOwnerThatRegistersAgainEndsTheRunAsIdleAndLeavesItsTimer) {
+    Begin({"later:3000"});
+    Start("later");
+    EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
+    ASSERT_TRUE(Eventually([&] { return Waits("later") == 1; }));
+    RegisterAnew({"later:600000"});
+    EXPECT_EQ(AwaitResult(), "later idle/init");
+    Start("later");
+    EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
+    EXPECT_EQ(AwaitResult(), "later fail/timeout");  // the first run's
+    ExpectServing();
+}
+
+// The reply tells of no item, and the run is held until the owner takes the item back.
+TEST_F(Leftovers, ASynchronousRunThatGoesOnIsHeldUntilTheItemIsTakenBack) {
+    Begin({"later:1000"});
+    EXPECT_EQ(Text(RunItem("later")), " fail/no support");
+    EXPECT_TRUE(Eventually([] { return Text(RunItem("later")) == "later fail/timeout"; }));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Text(RunItem("later")), "later fail/timeout");
+    }
+    EXPECT_EQ(Waits("later"), 1U);  // the owner was asked once
+    TakeEvents();
+    ExpectServing();
+    EXPECT_TRUE(EventuallyEvents({"ok running/begin", "ok success/answered by well"}));  // nothing says busy or idle
+    Send(3, std::string("later", 6));
+    ExpectNothingStays();
+}
+
+TEST_F(Leftovers, AReportThatOvertakesTheAnswerIsLost) {
+    Begin({"early:1000"});
+    Start("early");
+    EXPECT_EQ(AwaitResult(), "early running/answered by owner1");
+    EXPECT_EQ(AwaitResult(), "early fail/timeout");
+    ExpectNothingStays();
+}
+
+// A group resets its items when it ends, whoever runs them by then.
+TEST_F(Leftovers, TheEndOfAGroupEndsTheRunOfAnotherAsIdle) {
+    Begin({"later:2000"});
+    const Reply started = Send(19, RequestText("later") + '\0' + '\0');
+    uint32_t taskId = 0;
+    ASSERT_EQ(started.data.size(), sizeof taskId);
+    std::memcpy(&taskId, started.data.data(), sizeof taskId);
+    ASSERT_TRUE(Eventually([&] { return Waits("later") == 1; }));
+    Report("later", "done");
+    AwaitMessage(1);
+    Start("later");
+    EXPECT_EQ(AwaitResult(), "later running/answered by owner1");
+    Send(6, "", taskId);
+    EXPECT_EQ(AwaitResult(), "later idle/answered by owner1");
+    ExpectNothingStays();  // once the limit is over
+}
+
+// A report counts whoever sends it: this program's own comes before its next message.
+TEST_F(Leftovers, AReportForAnIdleItemMakesItNotIdleUntilItIsReset) {
+    Begin({"later:1000"});
+    EXPECT_EQ(Send(7, "later").data[0], 1);
+    tagKivoOmInspectionResult late{};
+    std::snprintf(late.name, sizeof late.name, "later");
+    std::snprintf(late.status, sizeof late.status, "success");
+    Post(5, std::string(reinterpret_cast<const char*>(&late), sizeof late), kServer, kServerTask);
+    EXPECT_EQ(Send(7, "later").data[0], 0);
+    Start("later", "done");
+    EXPECT_EQ(AwaitResult(), "later /done");
+    EXPECT_EQ(Send(7, "later").data[0], 1);
     ExpectNothingStays();
 }
 

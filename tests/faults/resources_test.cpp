@@ -85,6 +85,21 @@ TEST_F(Resources, WithoutThreadsGroupsAreRefusedAndSynchronousRunsGoOn) {
     ExpectNothingStays();
 }
 
+// There is no time limit without a thread for it: the run fails at once, and the item stays as it is.
+TEST_F(Resources, WithoutAThreadForItsTimerARunFailsAndItsItemIsHeldUntilItIsTakenBack) {
+    StartWithShims();
+    const Child owner = StartOwner("owner1", {"later:1000"});
+    SwitchOn("no-threads");
+    EXPECT_EQ(Text(RunItem("later")), "later fail/wait err");
+    SwitchOff("no-threads");
+    EXPECT_EQ(Text(RunItem("later")), "later fail/wait err");
+    TakeEvents();
+    ExpectServing();
+    EXPECT_TRUE(EventuallyEvents({"ok running/begin", "ok success/answered by well"}));  // nothing says busy or idle
+    Send(3, std::string("later", 6));
+    ExpectNothingStays();
+}
+
 // The clock shows when a run was, and decides nothing.
 TEST_F(Resources, AClockThatIsSetEndsNoRunAndProlongsNone) {
     StartWithShims();

@@ -5,6 +5,7 @@
 // What an item does when it is run is its behaviour, or else in its name:
 //     ok*      answers "success"           warn*   answers "warn"
 //     later*   answers "running"; the result is reported on message 100, whose payload is the 192-byte record
+//     early*   reports "success", which the server has handled before the owner answers "running"
 //     never*   does not answer             die*    is gone before it answers
 //     until*   answers "running"; reports "fail", "stopped" when it is asked to stop
 //     size_N   answers with N bytes, all 'x' but for the two NULs that end name and status
@@ -85,12 +86,23 @@ uint32_t AnswerBytes(const TagMsgBlock& msg, size_t size) {
     return OsMsgSynSendResp(&msg, bytes.data(), static_cast<uint32_t>(size));
 }
 
-uint32_t ReportStopped(const std::string& item) {
+uint32_t Report(const std::string& item, const char* status, const char* text) {
     tagKivoOmInspectionResult result{};
     Put(result.name, item);
-    Put(result.status, "fail");
-    Put(result.text, "stopped");
+    Put(result.status, status);
+    Put(result.text, text);
     return SendToServer(5, 0, &result, sizeof result);
+}
+
+// The server serves the messages of one sender in order: its answer to a last one says that the others are done.
+void AwaitServer() {
+    TagMsgBlock block{};
+    Put(block.dstProcName, "ominspect");
+    Put(block.dstTaskName, "iom_srv_task");
+    block.msgId = 7;
+    TagMsgBlock* resp = nullptr;
+    OsMsgSynSend(&block, &resp, 60000);
+    OsMsgSynRespFree(resp);
 }
 
 uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::string& behaviour, bool stop) {
@@ -102,7 +114,12 @@ uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::stri
     }
     if (StartsWith(behaviour, "until") && stop) {
         Answer(msg, item, "success");
-        return ReportStopped(item);
+        return Report(item, "fail", "stopped");
+    }
+    if (StartsWith(behaviour, "early")) {
+        Report(item, "success", "too early");
+        AwaitServer();
+        return Answer(msg, item, "running");
     }
     if (StartsWith(behaviour, "later") || StartsWith(behaviour, "until")) {
         return Answer(msg, item, "running");
@@ -129,17 +146,6 @@ uint32_t Handle(TagMsgBlock* msg) {
         request.find(R"("cmd":"stop")") != std::string::npos || request.find(R"("cmd": "stop")") != std::string::npos;
     const auto named = g_behaviours.find(item);
     return Behave(*msg, item, named == g_behaviours.end() ? item : named->second, stop);
-}
-
-// The server serves the messages of one sender in order: its answer to a last one says that the others are done.
-void AwaitServer() {
-    TagMsgBlock block{};
-    Put(block.dstProcName, "ominspect");
-    Put(block.dstTaskName, "iom_srv_task");
-    block.msgId = 7;
-    TagMsgBlock* resp = nullptr;
-    OsMsgSynSend(&block, &resp, 60000);
-    OsMsgSynRespFree(resp);
 }
 
 uint32_t Entry() {
