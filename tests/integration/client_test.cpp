@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <stop_token>
 #include <string>
 #include <thread>
@@ -136,6 +137,17 @@ TEST_F(Client, EventsTellWhatTheServerDoes) {
     EXPECT_TRUE(Eventually([this] { return Saw("busy") && Saw("ok running") && Saw("ok success") && Saw("idle"); }));
     CloseSession();
     EXPECT_FALSE(Saw("bus lost"));
+}
+
+TEST_F(Client, AnEventThatThereIsNoMemoryForCountsAsLost) {
+    slow_ = [] { throw std::bad_alloc(); };
+    const Child server = StartServer();
+    const Child owner = StartOwner({"ok"});
+    EXPECT_EQ(TheSession().LostEvents(), 0U);
+    ASSERT_TRUE(TheSession().Run({"ok", ""}, kEnough));
+    EXPECT_TRUE(Eventually([this] { return Saw("ok success"); }));
+    EXPECT_FALSE(Saw("ok running"));
+    EXPECT_EQ(TheSession().LostEvents(), 1U);
 }
 
 // Another container may have a process with the same id.
