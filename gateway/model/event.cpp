@@ -42,6 +42,14 @@ std::optional<history::Kind> StoredKind(EventKind kind) {
     }
 }
 
+Event EventNow(EventKind kind, const char* status) {
+    Event event;
+    event.kind = kind;
+    event.time = std::chrono::system_clock::now();
+    event.status = status;
+    return event;
+}
+
 Event EventOf(const history::Row& row) {
     Event event;
     for (const EventKind kind : {EventKind::kResult, EventKind::kServer, EventKind::kBusy, EventKind::kGap}) {

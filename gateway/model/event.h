@@ -41,7 +41,11 @@ struct Event {
     std::optional<std::chrono::milliseconds> duration;
     std::string document;   // JSON
     std::uint64_t seq = 0;  // of a kept event, rising; given by the feed
+    bool isLoss = false;    // a gap: what the server told is lost, so that the picture may be wrong
 };
+
+// One of which nothing else is known.
+Event EventNow(EventKind kind, const char* status = "");
 
 // The event that a row of the history was.
 Event EventOf(const history::Row& row);

@@ -47,17 +47,23 @@ void Feed::Post(Event event) {
             lostSince_ = lostSince_.value_or(event.time);
             return;
         }
-        if (lostSince_) {
-            Event gap;
-            gap.kind = EventKind::kGap;
-            gap.begin = std::exchange(lostSince_, std::nullopt);
-            gap.time = event.time;
-            gap.text = "more events than the gateway could take";
-            posted_.push_back(std::move(gap));
-        }
+        AddGap(event.time);
         posted_.push_back(std::move(event));
     }
     changed_.notify_one();
+}
+
+void Feed::AddGap(TimePoint end) {
+    if (lostSince_) {
+        Event gap;
+        gap.kind = EventKind::kGap;
+        gap.begin = lostSince_;
+        gap.time = end;
+        gap.text = "more events than the gateway could take";
+        gap.isLoss = true;
+        posted_.push_back(std::move(gap));
+        lostSince_.reset();
+    }
 }
 
 void Feed::Wake() {
@@ -77,6 +83,7 @@ void Feed::Run() {
         }
         isWoken_ = false;
         ++rounds_;
+        AddGap(std::chrono::system_clock::now());
         std::deque<Event> events;
         events.swap(posted_);
         lock.unlock();

@@ -48,7 +48,8 @@ public:
     // Tells what was posted so far, and ends.
     void Stop();
 
-    // Any thread, without waiting. When nobody keeps up, the event is lost, and a gap is told in its place.
+    // Any thread, without waiting. When nobody keeps up, the event is lost, and a gap is told in its place, as soon as
+    // the feed is woken.
     void Post(Event event);
 
     // Rises with each wake-up of the feed; if it does not, the feed hangs.
@@ -62,6 +63,8 @@ public:
 private:
     void Run();
     void Tell(std::deque<Event>& events);
+    // What was lost becomes a gap. The caller holds the lock.
+    void AddGap(TimePoint end);
 
     Keeper* const keeper_;
     std::vector<Consumer> consumers_;

@@ -55,6 +55,16 @@ ItemView& Picture::Item(const std::string& name) {
     return found->second;
 }
 
+void Picture::EndRuns() {
+    for (auto& [name, item] : state_.items) {
+        if (item.state == ItemState::kRunning) {
+            item.state = ItemState::kNotIdle;
+            item.runningSince.reset();
+            unclear_.insert(name);
+        }
+    }
+}
+
 void Picture::Apply(const Event& event) {
     const std::lock_guard lock(mutex_);
     ++version_;
@@ -71,6 +81,14 @@ void Picture::Apply(const Event& event) {
         }
     } else if (event.kind == EventKind::kBusy) {
         state_.server.isBusy = event.status == "busy";
+        if (!state_.server.isBusy) {
+            EndRuns();  // the server tells their ends before; what is left had an end that was lost
+        }
+    } else if (event.kind == EventKind::kGap && event.isLoss) {
+        EndRuns();
+        for (const auto& [name, item] : state_.items) {
+            unclear_.insert(name);
+        }
     } else if (event.kind == EventKind::kBegan) {
         ItemView& item = Item(event.item);
         item.state = ItemState::kRunning;
@@ -164,18 +182,6 @@ void Picture::SetHeldUnclear() {
         if (item.state == ItemState::kNotIdle) {
             unclear_.insert(name);
         }
-    }
-}
-
-void Picture::SetAllUnclear() {
-    const std::lock_guard lock(mutex_);
-    ++version_;
-    for (auto& [name, item] : state_.items) {
-        if (item.state == ItemState::kRunning) {
-            item.state = ItemState::kNotIdle;
-            item.runningSince.reset();
-        }
-        unclear_.insert(name);
     }
 }
 

@@ -57,6 +57,7 @@ struct State {
 // Any thread. Events come from the feed, what is asked for from the watcher.
 class Picture {
 public:
+    // After a gap that is a loss no item is said to run, and all are unclear.
     void Apply(const Event& event);
     // False: nothing has changed.
     bool SetInventory(const client::Inventory& inventory);
@@ -71,8 +72,6 @@ public:
     // The server tells nobody when an item is reset, which also happens to each item at the end of its group. So all
     // items that are not idle become unclear.
     void SetHeldUnclear();
-    // Events were lost, so that a run may have ended: no item is said to run, and all are unclear.
-    void SetAllUnclear();
 
     // Looks at the state; `look` must not wait.
     void Read(const std::function<void(const State&)>& look) const;
@@ -82,6 +81,8 @@ public:
 
 private:
     ItemView& Item(const std::string& name);
+    // No item is said to run any more; those that were are unclear.
+    void EndRuns();
 
     mutable std::mutex mutex_;  // guards everything below
     State state_;

@@ -19,14 +19,6 @@ constexpr std::chrono::milliseconds kRetryPeriod{2000};
 constexpr std::chrono::seconds kAskLimit{5};
 constexpr std::size_t kStatesAtOnce = 32;
 
-Event At(EventKind kind, const char* status = "") {
-    Event event;
-    event.kind = kind;
-    event.time = std::chrono::system_clock::now();
-    event.status = status;
-    return event;
-}
-
 }  // namespace
 
 Watcher::Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Parts& parts, Feed& feed,
@@ -37,7 +29,8 @@ Watcher::Watcher(Settings settings, Link& link, Runs& runs, Picture& picture, Pa
       picture_(picture),
       parts_(parts),
       feed_(feed),
-      follower_(follower) {}
+      follower_(follower),
+      news_(runs, feed) {}
 
 Watcher::~Watcher() {
     Stop();
@@ -82,17 +75,8 @@ void Watcher::Run() {
     } while (Pause(kRetryPeriod));
 }
 
-client::Events Watcher::EventsOfSession() {
-    return {[this](const client::ItemResult& result) {
-                feed_.Post(runs_.Take(result, std::chrono::system_clock::now(), Runs::Clock::now()));
-            },
-            [this](bool busy) { feed_.Post(At(EventKind::kBusy, busy ? "busy" : "idle")); },
-            [this] { busLost_ = true; }};
-}
-
 void Watcher::Serve() {
-    busLost_ = false;
-    auto opened = client::Session::Open(EventsOfSession(), settings_.process);
+    auto opened = client::Session::Open(news_.EventsOfSession(), settings_.process);
     if (!opened) {
         parts_.Set(kPart, PartState::kFailed, opened.Failure().text);
         return;
@@ -104,12 +88,11 @@ void Watcher::Serve() {
     }
     parts_.Set(kPart, PartState::kOk);
     if (const auto since = std::exchange(blindSince_, std::nullopt)) {
-        Event gap = At(EventKind::kGap);
+        Event gap = EventNow(EventKind::kGap);
         gap.begin = since;
         gap.text = "the message bus was away";
         feed_.Post(std::move(gap));
     }
-    lost_ = 0;
     if (follower_ != nullptr) {
         follower_->Begin();
     }
@@ -119,8 +102,8 @@ void Watcher::Serve() {
     TellServer(presence.IsPresent());
     do {
         Round(*session, presence);
-    } while (!busLost_ && Pause(kStep));
-    if (busLost_) {
+    } while (!news_.IsBusLost() && Pause(kStep));
+    if (news_.IsBusLost()) {
         parts_.Set(kPart, PartState::kFailed, client::BusLostError().text);
         blindSince_ = std::chrono::system_clock::now();
     }
@@ -130,7 +113,7 @@ void Watcher::Serve() {
 void Watcher::Leave() {
     std::weak_ptr<client::Session> left = link_.Get();
     link_.Set(nullptr);
-    if (busLost_) {
+    if (news_.IsBusLost()) {
         TellServer(false);
     }
     while (!left.expired()) {
@@ -140,7 +123,7 @@ void Watcher::Leave() {
 
 void Watcher::Round(client::Session& session, Presence& presence) {
     presence.Follow([this](bool present) { TellServer(present); });
-    TellLost(session);
+    news_.TellLost(session.LostEvents());
     if (!serverUp_.value_or(false)) {
         return;
     }
@@ -159,7 +142,7 @@ void Watcher::TellServer(bool present) {
         runs_.Forget();
     }
     if (serverUp_ != present) {
-        feed_.Post(At(EventKind::kServer, present ? "up" : "away"));
+        feed_.Post(EventNow(EventKind::kServer, present ? "up" : "away"));
     }
     serverUp_ = present;
 }
@@ -206,19 +189,8 @@ void Watcher::AskStates(client::Session& session) {
     }
 }
 
-void Watcher::TellLost(const client::Session& session) {
-    if (const std::uint64_t lost = session.LostEvents(); lost != lost_) {
-        Event gap = At(EventKind::kGap);
-        gap.begin = gap.time;
-        gap.text = std::to_string(lost - lost_) + " events of the server were lost";
-        lost_ = lost;
-        picture_.SetAllUnclear();
-        feed_.Post(std::move(gap));
-    }
-}
-
 void Watcher::TellItems() {
-    feed_.Post(At(EventKind::kItems));
+    feed_.Post(EventNow(EventKind::kItems));
 }
 
 }  // namespace ominspect::gateway

@@ -1,7 +1,6 @@
 // Watches the server: turns what the client library tells into events, and asks for what nobody tells.
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
@@ -14,6 +13,7 @@
 #include "model/picture.h"
 #include "model/runs.h"
 #include "watch/link.h"
+#include "watch/news.h"
 
 namespace ominspect::gateway {
 
@@ -53,12 +53,10 @@ private:
     void Run();
     // Serves one connection, from its opening to its end.
     void Serve();
-    client::Events EventsOfSession();
     void Round(client::Session& session, Presence& presence);
     void TellServer(bool present);
     void LookForItems(client::Session& session);
     void AskStates(client::Session& session);
-    void TellLost(const client::Session& session);
     void TellItems();
     // False: it is time to end.
     bool Pause(std::chrono::milliseconds time);
@@ -71,14 +69,12 @@ private:
     Parts& parts_;
     Feed& feed_;
     Follower* const follower_;
+    News news_;
 
     // ---- of the watcher's thread ----
     std::optional<bool> serverUp_;
     std::optional<TimePoint> blindSince_;  // the bus is gone
-    std::uint64_t lost_ = 0;
     Clock::time_point nextLook_;
-
-    std::atomic<bool> busLost_{false};
 
     std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;

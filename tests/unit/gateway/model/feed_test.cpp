@@ -95,20 +95,23 @@ TEST(Feed, WhatItCannotTakeIsAGap) {
     EXPECT_EQ(feed.LostEvents(), 5U);
     std::mutex mutex;
     std::vector<std::string> told;
+    int losses = 0;
     feed.Subscribe([&](const Event& event) {
         const std::lock_guard lock(mutex);
         told.push_back(event.text);
+        losses += event.isLoss ? 1 : 0;
     });
     const auto count = [&] {
         const std::lock_guard lock(mutex);
         return told.size();
     };
     feed.Start();
-    ASSERT_TRUE(support::Eventually([&] { return count() == 16384; }));
+    ASSERT_TRUE(support::Eventually([&] { return count() == 16384 + 1; })) << "nothing is posted after it";
     feed.Post(Of(EventKind::kBusy));
     feed.Stop();
     ASSERT_EQ(count(), 16384U + 2U);
     EXPECT_EQ(told[16384], "more events than the gateway could take");
+    EXPECT_EQ(losses, 1);
 }
 
 TEST(Feed, ShowsThatItLives) {

@@ -130,7 +130,11 @@ TEST_F(PictureTest, LostEventsEndWhatWasSaidToRun) {
     while (!picture.TakeUnclear().empty()) {
     }
     const auto version = picture.Version();
-    picture.SetAllUnclear();
+    Event gap = Of(EventKind::kGap, "", "");
+    picture.Apply(gap);
+    EXPECT_EQ(View("own").state, ItemState::kRunning) << "only the history has this gap";
+    gap.isLoss = true;
+    picture.Apply(gap);
     EXPECT_GT(picture.Version(), version);
     EXPECT_EQ(View("own").state, ItemState::kNotIdle);
     EXPECT_FALSE(View("own").runningSince);
@@ -138,6 +142,19 @@ TEST_F(PictureTest, LostEventsEndWhatWasSaidToRun) {
     EXPECT_EQ(picture.TakeUnclear(), "own");
     EXPECT_TRUE(picture.SetState("own", client::ItemState::kIdleOrUnknown));
     EXPECT_EQ(View("own").state, ItemState::kIdle);
+}
+
+TEST_F(PictureTest, NothingRunsInAnIdleServer) {
+    (void)picture.SetInventory(Two());
+    picture.Apply(Of(EventKind::kBusy, "", "busy", 1));
+    picture.Apply(Of(EventKind::kBegan, "own", "running"));
+    while (!picture.TakeUnclear().empty()) {
+    }
+    picture.Apply(Of(EventKind::kBusy, "", "idle", 2));
+    EXPECT_EQ(View("own").state, ItemState::kNotIdle);
+    EXPECT_FALSE(View("own").runningSince);
+    EXPECT_EQ(picture.TakeUnclear(), "own");
+    EXPECT_EQ(picture.TakeUnclear(), "");
 }
 
 TEST_F(PictureTest, AServerThatLeavesTakesTheRunsWithIt) {
