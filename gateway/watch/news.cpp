@@ -24,6 +24,7 @@ void News::TellLost(std::uint64_t lost) {
     gap.text = std::to_string(lost - lost_) + " events of the server were lost";
     gap.isLoss = true;
     lost_ = lost;
+    runs_.Forget();
     feed_.Post(std::move(gap));
 }
 

@@ -17,7 +17,8 @@ public:
     // The functions of another session, on whose thread they are called.
     client::Events EventsOfSession();
 
-    // To be called now and then with the number of events that the session has lost so far: a loss becomes a gap.
+    // To be called now and then with the number of events that the session has lost so far: a loss becomes a gap, and
+    // the runs that were under way are those of nobody any more.
     void TellLost(std::uint64_t lost);
 
     // Since the present session began.

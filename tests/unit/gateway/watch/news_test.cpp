@@ -57,6 +57,18 @@ TEST_F(NewsTest, ALossIsAGapOnce) {
     EXPECT_EQ(told[1].text, "1 events of the server were lost");
 }
 
+// The end of the run and the next one's beginning may have been lost.
+TEST_F(NewsTest, AResultAfterALossHasNoBegin) {
+    runs.Claim("disk", "page");
+    session.onRun({"disk", "running", "begin"});
+    news.TellLost(2);
+    session.onRun({"disk", "success", "of another run"});
+    const Event& result = Told().back();
+    EXPECT_FALSE(result.begin);
+    EXPECT_FALSE(result.duration);
+    EXPECT_EQ(result.cause, "");
+}
+
 TEST_F(NewsTest, AnotherSessionHasLostNothing) {
     news.TellLost(3);
     session.onBusLost();
