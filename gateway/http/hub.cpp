@@ -58,43 +58,55 @@ void Hub::Wake(Listener& listener) {
     }
 }
 
-bool Hub::Fill(Listener& listener, std::uint64_t after, std::uint64_t until) {
+std::optional<std::deque<Hub::Frame>> Hub::Missed(std::uint64_t after, std::uint64_t until) const {
+    std::deque<Frame> frames;
     if (after == until) {
-        return true;
+        return frames;
     }
     const auto rows = after < until ? backlog_(after, kMostBacklog + 1) : std::nullopt;
-    if (!rows || rows->size() > kMostBacklog || (!rows->empty() && rows->front().seq != after + 1)) {
-        return false;
+    if (!rows || rows->empty() || rows->size() > kMostBacklog || rows->front().seq != after + 1) {
+        return std::nullopt;
     }
     for (const history::Row& row : *rows) {
         if (row.seq <= until) {
-            const Frame frame = MakeFrame(FrameOf(EventOf(row)));
-            listener.bytes_ += frame->size();
-            listener.frames_.push_back(frame);
+            frames.push_back(MakeFrame(FrameOf(EventOf(row))));
         }
     }
-    return !rows->empty();
+    return frames;
 }
 
+// It is among the listeners before the history is read, which may wait for its disk: what is told meanwhile waits
+// behind what comes from there.
 std::shared_ptr<Listener> Hub::Add(std::optional<std::uint64_t> after, Listener::Wake wake) {
-    const std::lock_guard lock(mutex_);
-    if (isClosed_ || listeners_.size() >= kMostListeners) {
-        return nullptr;
-    }
     auto listener = std::make_shared<Listener>();
     listener->wake_ = std::move(wake);
-    const std::uint64_t told = told_;
-    std::string hello = "retry: 2000\n";
-    if (after && !Fill(*listener, *after, told)) {
-        listener->frames_.clear();
-        listener->bytes_ = 0;
-        hello += "\nevent: reset\ndata: {\"reason\":\"not all that was missed is known\"}\n\n";
+    std::uint64_t told = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        if (isClosed_ || listeners_.size() >= kMostListeners) {
+            return nullptr;
+        }
+        told = told_;
+        listeners_.insert(listener);
     }
-    hello += "id: " + std::to_string(told) + "\nevent: hello\ndata: {\"seq\":" + std::to_string(told) + "}\n\n";
-    const Frame frame = MakeFrame(std::move(hello));
-    listener->bytes_ += frame->size();
-    listener->frames_.push_back(frame);
-    listeners_.insert(listener);
+    try {
+        auto first = after ? Missed(*after, told) : std::deque<Frame>();
+        std::string hello = "retry: 2000\n";
+        if (!first) {
+            first.emplace();
+            hello += "\nevent: reset\ndata: {\"reason\":\"not all that was missed is known\"}\n\n";
+        }
+        hello += "id: " + std::to_string(told) + "\nevent: hello\ndata: {\"seq\":" + std::to_string(told) + "}\n\n";
+        first->push_back(MakeFrame(std::move(hello)));
+        const std::lock_guard own(listener->mutex_);
+        for (const Frame& frame : *first) {
+            listener->bytes_ += frame->size();
+        }
+        listener->frames_.insert(listener->frames_.begin(), first->begin(), first->end());
+    } catch (...) {
+        Remove(listener);
+        throw;
+    }
     return listener;
 }
 

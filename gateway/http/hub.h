@@ -70,7 +70,8 @@ private:
     using Frame = Listener::Frame;
 
     void Put(const std::shared_ptr<Listener>& listener, const Frame& frame);
-    bool Fill(Listener& listener, std::uint64_t after, std::uint64_t until);
+    // What came after a number, up to another one; nothing when not all of it is known. It may wait for the history.
+    std::optional<std::deque<Frame>> Missed(std::uint64_t after, std::uint64_t until) const;
     static void Wake(Listener& listener);
 
     std::atomic<std::uint64_t> told_;

@@ -3,6 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <new>
+#include <semaphore>
+#include <thread>
+
 using namespace ominspect;
 using namespace ominspect::gateway;
 
@@ -51,8 +56,10 @@ protected:
     std::optional<std::vector<history::Row>> rows;
     std::uint64_t askedAfter = 0;
     int wakes = 0;
+    std::function<void()> whileReading = [] {};
     Hub hub{7, [this](std::uint64_t after, std::size_t limit) {
                 askedAfter = after;
+                whileReading();
                 if (rows && rows->size() > limit) {
                     rows->resize(limit);
                 }
@@ -108,6 +115,52 @@ TEST_F(HubTest, WhoMissedWhatIsNotKnownIsTold) {
         rows->push_back(RowOf(seq));
     }
     EXPECT_EQ(Taken(*Add(0)), reset) << "too much";
+}
+
+// The feed and the signs of life go on meanwhile.
+TEST_F(HubTest, AHistoryThatWaitsForItsDiskHoldsUpNobody) {
+    rows = {RowOf(6), RowOf(7), RowOf(8)};
+    const auto other = Add();
+    (void)Taken(*other);
+    std::binary_semaphore isReading{0};
+    std::binary_semaphore isDiskWell{0};
+    whileReading = [&] {
+        isReading.release();
+        isDiskWell.acquire();
+    };
+    std::shared_ptr<Listener> listener;
+    std::thread asking([&] { listener = Add(5); });
+    isReading.acquire();
+    hub.Tell(Numbered(8));
+    hub.Tick();
+    EXPECT_EQ(hub.Count(), 2U);
+    EXPECT_EQ(Taken(*other), std::string(kEight) + ":\n\n");
+    isDiskWell.release();
+    asking.join();
+    const std::string text = Taken(*listener);
+    EXPECT_TRUE(text.starts_with("id: 6\n")) << text;
+    EXPECT_TRUE(text.ends_with(std::string(kHelloAt7) + kEight + ":\n\n")) << text;
+    EXPECT_EQ(text.find("id: 8\n"), text.rfind("id: 8\n")) << "it is told once";
+}
+
+TEST_F(HubTest, OneThatFallsBehindWhileTheHistoryIsReadIsDropped) {
+    rows = {RowOf(6), RowOf(7)};
+    whileReading = [&] {
+        for (std::uint64_t seq = 8; seq < 8 + 600; ++seq) {
+            hub.Tell(Numbered(seq));
+        }
+    };
+    Listener::Taken last{};
+    const std::string text = Taken(*Add(5), last);
+    EXPECT_TRUE(text.starts_with("id: 6\n")) << text;
+    EXPECT_TRUE(text.ends_with(std::string(kHelloAt7) + "event: dropped\ndata: {\"reason\":\"too slow\"}\n\n")) << text;
+    EXPECT_EQ(last, Listener::Taken::kEnd);
+}
+
+TEST_F(HubTest, OneWhoseHistoryHasNoMemoryLeavesNothing) {
+    whileReading = [] { throw std::bad_alloc(); };
+    EXPECT_THROW((void)Add(5), std::bad_alloc);
+    EXPECT_EQ(hub.Count(), 0U);
 }
 
 TEST_F(HubTest, ASlowListenerIsDroppedAndToldSoAndOthersAreNot) {
