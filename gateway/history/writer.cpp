@@ -45,15 +45,21 @@ std::uint64_t Writer::LastSeq() {
 }
 
 void Writer::Keep(const Event& event) {
+    bool isFirstDropped = false;
     {
         const std::lock_guard lock(mutex_);
-        if (taken_.size() >= kMostTaken) {
+        if (taken_.size() < kMostTaken) {
+            taken_.push_back(event);
+        } else {
             ++lost_;
-            return;
+            isFirstDropped = !droppedSince_;
+            droppedSince_ = droppedSince_.value_or(event.time);
         }
-        taken_.push_back(event);
     }
     changed_.notify_one();
+    if (isFirstDropped && parts_.All()[kPart].state == PartState::kOk) {
+        parts_.Set(kPart, PartState::kDegraded, settings_.path + ": the disk is too slow; results are not kept");
+    }
 }
 
 void Writer::Settle(std::chrono::milliseconds limit) {
@@ -86,6 +92,10 @@ void Writer::Run() {
         const bool isEnding = isEnding_;
         std::vector<Event> events(std::make_move_iterator(taken_.begin()), std::make_move_iterator(taken_.end()));
         taken_.clear();
+        if (const auto dropped = std::exchange(droppedSince_, std::nullopt); dropped && !gapBegin_) {
+            gapBegin_ = dropped;
+            gapText_ = "more than the disk could take";
+        }
         isWriting_ = true;
         lock.unlock();
         if (!store_ && Clock::now() >= retry_) {

@@ -77,6 +77,7 @@ private:
     std::condition_variable changed_;
     std::condition_variable settled_;
     std::deque<Event> taken_;
+    std::optional<TimePoint> droppedSince_;  // as too many were taken
     bool isWriting_ = false;
     bool isEnding_ = false;
     std::thread thread_;

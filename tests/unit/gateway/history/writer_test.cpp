@@ -88,6 +88,24 @@ TEST_F(WriterTest, APlaceThatCannotBeWrittenIsToldAndTriedAgain) {
     EXPECT_EQ(Gaps()[0].text, "nothing could be kept: unable to open database file");
 }
 
+// It does not write yet, as one whose disk hangs.
+TEST_F(WriterTest, WhatIsTooMuchIsAGap) {
+    const auto writer = Make(SettingsOf(folder / "h.db"));
+    parts.Set("history", PartState::kOk);
+    for (std::uint64_t seq = 1; seq <= 8192 + 5; ++seq) {
+        writer->Keep(ResultOf(seq, "item", "success"));
+    }
+    EXPECT_EQ(writer->LostEvents(), 5U);
+    EXPECT_EQ(PartNow().state, PartState::kDegraded);
+    EXPECT_EQ(PartNow().text, folder / "h.db" + ": the disk is too slow; results are not kept");
+    writer->Start();
+    ASSERT_TRUE(Eventually([&] { return Gaps().size() == 1; }));
+    EXPECT_EQ(Gaps()[0].text, "more than the disk could take");
+    EXPECT_EQ(Gaps()[0].begin, ResultOf(8193, "", "").time);
+    EXPECT_TRUE(Eventually([&] { return PartNow().state == PartState::kOk; }));
+    EXPECT_EQ((*history::Reader::Open(folder / "h.db"))->Extent()->last, 8192U);
+}
+
 TEST_F(WriterTest, OldRowsGoByThemselves) {
     auto settings = SettingsOf(folder / "h.db");
     settings.retention.age = 1h;
