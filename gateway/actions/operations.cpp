@@ -5,6 +5,7 @@
 #include <new>
 #include <system_error>
 
+#include "actions/telling.h"
 #include "common/client_answers.h"
 #include "ominspect/client/group.h"
 #include "ominspect/client/run.h"
@@ -89,7 +90,7 @@ Result<std::uint64_t> Operations::Begin(Order order) {
     }
     // The oldest ones that have ended are forgotten.
     for (auto one = operations_.begin(); one != operations_.end() && operations_.size() >= kMostKept;) {
-        one = (*one)->view.end ? operations_.erase(one) : std::next(one);
+        one = (*one)->isOver ? operations_.erase(one) : std::next(one);
     }
     auto made = std::make_unique<Operation>();
     Operation& operation = *made;
@@ -133,11 +134,19 @@ void Operations::Work(const std::stop_token& cancel, Operation& operation) {
     } catch (const std::bad_alloc&) {
         error = client::Error{client::ErrorCode::kInternal, "no memory"};  // a text that needs none
     }
-    Change(operation, [&](OperationView& one) {
-        one.error = error;
-        one.waits = false;
-        one.end = std::chrono::system_clock::now();
+    {
+        const std::lock_guard lock(mutex_);
+        operation.view.error = std::move(error);
+        operation.view.waits = false;
+        operation.view.end = std::chrono::system_clock::now();
+        operation.view.change = ++changes_;
+    }
+    TellInAnyCase(feed_, EventKind::kOperation, [this, &operation] {
+        const std::lock_guard lock(mutex_);
+        return JsonOf(operation.view).Print();
     });
+    const std::lock_guard lock(mutex_);
+    operation.isOver = true;
 }
 
 std::optional<client::Error> Operations::CarryClaimed(const std::stop_token& cancel, Operation& operation) {

@@ -85,6 +85,7 @@ private:
     struct Operation {
         Order order;
         OperationView view;
+        bool isOver = false;  // its thread needs no lock any more
         std::jthread thread;
     };
 

@@ -43,14 +43,23 @@ void Feed::Post(Event event) {
     {
         const std::lock_guard lock(mutex_);
         if (posted_.size() >= kMostPosted) {
-            ++lost_;
-            lostSince_ = lostSince_.value_or(event.time);
+            NoteLoss(event.time);
             return;
         }
         AddGap(event.time);
         posted_.push_back(std::move(event));
     }
     changed_.notify_one();
+}
+
+void Feed::Lose() {
+    const std::lock_guard lock(mutex_);
+    NoteLoss(std::chrono::system_clock::now());
+}
+
+void Feed::NoteLoss(TimePoint time) {
+    ++lost_;
+    lostSince_ = lostSince_.value_or(time);
 }
 
 void Feed::AddGap(TimePoint end) {

@@ -51,6 +51,8 @@ public:
     // Any thread, without waiting. When nobody keeps up, the event is lost, and a gap is told in its place, as soon as
     // the feed is woken.
     void Post(Event event);
+    // The same for an event that there is no memory for: a gap is told in its place.
+    void Lose();
 
     // Rises with each wake-up of the feed; if it does not, the feed hangs.
     std::uint64_t Rounds() const { return rounds_; }
@@ -63,6 +65,8 @@ public:
 private:
     void Run();
     void Tell(std::deque<Event>& events);
+    // The caller holds the lock.
+    void NoteLoss(TimePoint time);
     // What was lost becomes a gap. The caller holds the lock.
     void AddGap(TimePoint end);
 

@@ -114,6 +114,18 @@ TEST(Feed, WhatItCannotTakeIsAGap) {
     EXPECT_EQ(losses, 1);
 }
 
+TEST(Feed, AnEventWithoutMemoryIsAGapToo) {
+    Feed feed(nullptr, 1);
+    std::vector<std::string> told;
+    feed.Subscribe([&](const Event& event) { told.push_back(event.text); });
+    feed.Lose();
+    feed.Post(Of(EventKind::kItems));
+    feed.Start();
+    feed.Stop();
+    EXPECT_EQ(told, (std::vector<std::string>{"more events than the gateway could take", ""}));
+    EXPECT_EQ(feed.LostEvents(), 1U);
+}
+
 TEST(Feed, ShowsThatItLives) {
     Feed feed(nullptr, 1);
     feed.Start();
