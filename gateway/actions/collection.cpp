@@ -3,12 +3,16 @@
 
 #include <csignal>
 #include <filesystem>
-#include <vector>
+#include <new>
+#include <system_error>
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include "actions/telling.h"
 #include "common/text.h"
 
 namespace ominspect::gateway {
@@ -59,7 +63,22 @@ void Collection::Join() {
     }
 }
 
-Result<pid_t> Collection::Spawn(UniqueFd& output) const {
+std::vector<std::string> Collection::Words() const {
+    std::vector<std::string> words{program_, "collect", "--output", package_, "--force", "--json", "--area", area_};
+    if (!config_.empty()) {
+        words.insert(words.end(), {"--config", config_});
+    }
+    return words;
+}
+
+// Nothing that the program was started for is thrown away: after the start it takes no memory.
+Result<pid_t> Collection::Spawn(std::vector<std::string> words, UniqueFd& output) const {
+    std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
     auto pipe = MakePipe();
     if (!pipe) {
         return pipe.Failure();
@@ -76,16 +95,6 @@ Result<pid_t> Collection::Spawn(UniqueFd& output) const {
     (void)sigemptyset(&none);
     (void)posix_spawnattr_setsigmask(&attributes, &none);
     (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    std::vector<std::string> words{program_, "collect", "--output", package_, "--force", "--json", "--area", area_};
-    if (!config_.empty()) {
-        words.insert(words.end(), {"--config", config_});
-    }
-    std::vector<char*> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
     pid_t child = 0;
     const int error = posix_spawn(&child, program_.c_str(), &actions, &attributes, arguments.data(), environ);
     (void)posix_spawn_file_actions_destroy(&actions);
@@ -97,6 +106,7 @@ Result<pid_t> Collection::Spawn(UniqueFd& output) const {
     return child;
 }
 
+// What may fail comes before anything is changed, but for the start of the program itself.
 std::optional<Error> Collection::Begin(const std::string& who) {
     const std::lock_guard begin(begin_);
     {
@@ -108,74 +118,98 @@ std::optional<Error> Collection::Begin(const std::string& who) {
     Join();
     {
         const std::lock_guard lock(mutex_);
-        state_ = State::kGoingOn;
-        who_ = who;
-        line_.clear();
-        exitCode_ = 0;
-        size_ = 0;
-        beginTime_ = std::chrono::system_clock::now();
-        end_.reset();
+        auto words = Words();
+        std::string name = who;
         std::error_code ignored;
         (void)fs::create_directories(folder_, ignored);
-        (void)fs::remove(package_, ignored);
         (void)fs::create_directories(area_, ignored);
-        UniqueFd output;
-        const auto child = Spawn(output);
+        try {
+            follower_ = std::thread([this] { Follow(); });
+        } catch (const std::system_error&) {
+            return Error{ErrorCode::kInternal, "there is no thread for a collection"};
+        }
+        state_ = State::kNone;
+        size_ = 0;
+        (void)unlink(package_.c_str());
+        const auto child = Spawn(std::move(words), output_);
+        who_.swap(name);
+        line_.clear();
+        exitCode_ = 0;
+        beginTime_ = std::chrono::system_clock::now();
+        end_.reset();
         if (child) {
             child_ = *child;
-            follower_ = std::thread([this, pid = *child, fd = std::move(output)] { Follow(pid, fd); });
+            state_ = State::kGoingOn;
         } else {
             state_ = State::kFailed;
-            line_ = "cannot run " + program_ + ": " + child.Failure().text;
             end_ = beginTime_;
+            line_ = "cannot run " + program_ + ": " + child.Failure().text;
         }
     }
-    Tell();
+    if (!Tell()) {
+        feed_.Lose();
+    }
     return std::nullopt;
 }
 
-void Collection::Follow(pid_t child, const UniqueFd& output) {
+// It waits for the lock until the program was started, or was not.
+void Collection::Follow() {
+    pid_t child = 0;
+    UniqueFd output;
+    {
+        const std::lock_guard lock(mutex_);
+        child = child_;
+        output = std::move(output_);
+    }
+    if (child == 0) {
+        return;
+    }
     (void)fcntl(output.Get(), F_SETFL, 0);  // this thread may wait
     std::string text;
     char bytes[512];
     for (ssize_t size = 0; (size = read(output.Get(), bytes, sizeof bytes)) > 0;) {
-        text.append(bytes, static_cast<std::size_t>(size));
-        for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
-            TakeLine(text.substr(0, std::min(end, kMostLine)));
-            text.erase(0, end + 1);
+        try {
+            text.append(bytes, static_cast<std::size_t>(size));
+            for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
+                TakeLine(text.substr(0, std::min(end, kMostLine)));
+                text.erase(0, end + 1);
+            }
+        } catch (const std::bad_alloc&) {
+            text.clear();  // the next line says how far it is, too
         }
     }
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    std::error_code none;
-    (void)fs::remove_all(area_, none);
+    try {
+        std::error_code none;
+        (void)fs::remove_all(area_, none);
+    } catch (const std::bad_alloc&) {
+        // The next collection uses it anew.
+    }
     {
         const std::lock_guard lock(mutex_);
         child_ = 0;
-        const auto size = fs::file_size(package_, none);
+        struct stat package {};
+        const bool isThere = stat(package_.c_str(), &package) == 0;
         exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        size_ = none ? 0 : size;
-        state_ = !none && exitCode_ <= kPartly ? State::kDone : State::kFailed;
+        size_ = isThere ? static_cast<std::uint64_t>(package.st_size) : 0;
+        state_ = isThere && exitCode_ <= kPartly ? State::kDone : State::kFailed;
         end_ = std::chrono::system_clock::now();
     }
-    Tell();
+    TellInAnyCase(feed_, EventKind::kCollection, [this] { return Document().Print(); });
 }
 
-void Collection::TakeLine(const std::string& line) {
+void Collection::TakeLine(std::string line) {
     {
         const std::lock_guard lock(mutex_);
-        line_ = line;
+        line_.swap(line);
     }
-    Tell();
+    (void)Tell();
 }
 
-void Collection::Tell() {
-    Event event;
-    event.kind = EventKind::kCollection;
-    event.time = std::chrono::system_clock::now();
-    event.document = Document().Print();
-    feed_.Post(std::move(event));
+bool Collection::Tell() {
+    return TryToTell(feed_, EventKind::kCollection, [this] { return Document().Print(); });
 }
 
 void Collection::Delete() {
@@ -189,12 +223,13 @@ void Collection::Delete() {
     Join();
     {
         const std::lock_guard lock(mutex_);
-        std::error_code ignored;
-        (void)fs::remove(package_, ignored);
+        (void)unlink(package_.c_str());
         state_ = State::kNone;
         size_ = 0;
     }
-    Tell();
+    if (!Tell()) {
+        feed_.Lose();
+    }
 }
 
 std::string Collection::Package() const {

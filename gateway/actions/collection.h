@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -27,7 +28,7 @@ public:
     Collection(const Collection&) = delete;
     Collection& operator=(const Collection&) = delete;
 
-    // Refused: a collection is under way already.
+    // Refused: a collection is under way already. Internal: there is no thread for it.
     std::optional<Error> Begin(const std::string& who);
 
     // Stops a collection that is under way, and removes the package.
@@ -41,10 +42,12 @@ public:
 private:
     enum class State { kNone, kGoingOn, kDone, kFailed };
 
-    Result<pid_t> Spawn(UniqueFd& output) const;
-    void Follow(pid_t child, const UniqueFd& output);
-    void TakeLine(const std::string& line);
-    void Tell();
+    std::vector<std::string> Words() const;
+    Result<pid_t> Spawn(std::vector<std::string> words, UniqueFd& output) const;
+    void Follow();
+    void TakeLine(std::string line);
+    // False: there was no memory for it.
+    bool Tell();
     void Join();
 
     const std::string program_;
@@ -63,6 +66,7 @@ private:
     int exitCode_ = 0;
     std::uint64_t size_ = 0;
     pid_t child_ = 0;  // 0: none
+    UniqueFd output_;  // the child's, until it is followed
     std::thread follower_;
 };
 

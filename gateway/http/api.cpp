@@ -419,7 +419,8 @@ Answer Api::CollectionState(const Request& /*request*/, const std::vector<std::s
 Answer Api::BeginCollection(const Request& request, const std::vector<std::string>& parts) {
     if (context_.collection != nullptr) {
         if (const auto error = context_.collection->Begin(request.who)) {
-            return Problem(409, "collection", error->text);
+            const bool goesOn = error->code == ErrorCode::kRefused;
+            return goesOn ? Problem(409, "collection", error->text) : Problem(503, "busy", error->text);
         }
     }
     Answer answer = CollectionState(request, parts);

@@ -139,17 +139,6 @@ TEST_F(Client, EventsTellWhatTheServerDoes) {
     EXPECT_FALSE(Saw("bus lost"));
 }
 
-TEST_F(Client, AnEventThatThereIsNoMemoryForCountsAsLost) {
-    slow_ = [] { throw std::bad_alloc(); };
-    const Child server = StartServer();
-    const Child owner = StartOwner({"ok"});
-    EXPECT_EQ(TheSession().LostEvents(), 0U);
-    ASSERT_TRUE(TheSession().Run({"ok", ""}, kEnough));
-    EXPECT_TRUE(Eventually([this] { return Saw("ok success"); }));
-    EXPECT_FALSE(Saw("ok running"));
-    EXPECT_EQ(TheSession().LostEvents(), 1U);
-}
-
 // Another container may have a process with the same id.
 TEST_F(Client, TakesAnotherNameWhenItsOwnIsTaken) {
     const std::string name = "ic-" + std::to_string(getpid());
