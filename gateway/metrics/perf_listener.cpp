@@ -13,6 +13,13 @@ constexpr std::size_t kMostProcesses = 128;
 }  // namespace
 
 void PerfListener::Look(client::Session& session, const client::Inventory& inventory) {
+    Look(inventory, [&](const std::string& process) {
+        return session.SubscribePerfData(
+            process, [this, process](const client::PerfData& perfData) { metrics_.TakePerfData(process, perfData); });
+    });
+}
+
+void PerfListener::Look(const client::Inventory& inventory, const Hear& hear) {
     std::set<std::string> owners;
     for (const client::Item& item : inventory.items) {
         for (const client::ItemOwner& owner : item.owners) {
@@ -20,6 +27,8 @@ void PerfListener::Look(client::Session& session, const client::Inventory& inven
         }
     }
     owners.erase(OM_INSPECT_PROC_NAME);
+    // One that comes back is asked for once more, which costs the bus daemon nothing.
+    std::erase_if(heard_, [&](const std::string& process) { return !owners.contains(process); });
     std::string wrong;
     for (const std::string& process : owners) {
         if (heard_.contains(process)) {
@@ -29,9 +38,7 @@ void PerfListener::Look(client::Session& session, const client::Inventory& inven
             wrong = "more than " + std::to_string(kMostProcesses) + " processes own items";
             break;
         }
-        const auto error = session.SubscribePerfData(
-            process, [this, process](const client::PerfData& perfData) { metrics_.TakePerfData(process, perfData); });
-        if (error) {
+        if (const auto error = hear(process)) {
             wrong = "what " + text::OneLine(process) + " measures is not heard: " + error->text;
         } else {
             heard_.insert(process);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -17,6 +18,10 @@ public:
 
     void Begin() override { heard_.clear(); }
     void Look(client::Session& session, const client::Inventory& inventory) override;
+
+    // Begins to hear the owners in the inventory that are not heard yet, and forgets who owns nothing any more.
+    using Hear = std::function<std::optional<client::Error>(const std::string& process)>;
+    void Look(const client::Inventory& inventory, const Hear& hear);
 
 private:
     Metrics& metrics_;
