@@ -170,8 +170,9 @@ Result<std::int64_t> Store::Delete(const std::string& which, int count) {
     return sqlite3_changes64(database_.Get());
 }
 
-Result<bool> Store::Retain(const Retention& retention, TimePoint now) {
-    const auto old = Delete("WHERE time<" + std::to_string(history::MsOf(now - retention.age)), kMostAtOnce);
+Result<bool> Store::Retain(const Retention& retention, std::optional<TimePoint> now) {
+    const auto old = now ? Delete("WHERE time<" + std::to_string(history::MsOf(*now - retention.age)), kMostAtOnce)
+                         : Result<std::int64_t>(0);
     if (!old) {
         return old.Failure();
     }

@@ -36,8 +36,9 @@ public:
     // time until which the terminal was watched.
     std::optional<Error> Write(std::span<const Event> events, TimePoint now);
 
-    // Deletes rows that are too old or too many, a bounded number at once; true: there are more to delete.
-    Result<bool> Retain(const Retention& retention, TimePoint now);
+    // Deletes rows that are too old or too many, a bounded number at once; true: there are more to delete. Without a
+    // time nothing is too old.
+    Result<bool> Retain(const Retention& retention, std::optional<TimePoint> now);
 
     // After an error that IsFull: gives up the reserved room, deletes the oldest rows, and lets the file grow no more.
     // False: none could be deleted.

@@ -2,6 +2,7 @@
 // is written back, when no event is to be written.
 #include "history/writer.h"
 
+#include <ctime>
 #include <iterator>
 #include <utility>
 
@@ -10,11 +11,20 @@ namespace {
 
 constexpr const char* kPart = "history";
 constexpr std::size_t kMostTaken = 8192;
+// What a clock is corrected by in a long life is less.
+constexpr std::chrono::hours kMostDrift{1};
+
+// Since the system's start, its sleep included; nobody sets it.
+std::chrono::nanoseconds Uptime() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_BOOTTIME, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
 
 }  // namespace
 
 Writer::Writer(Settings settings, Parts& parts, std::function<void(Event)> gap)
-    : settings_(std::move(settings)), parts_(parts), gap_(std::move(gap)) {
+    : settings_(std::move(settings)), parts_(parts), gap_(std::move(gap)), bootTime_(settings_.clock() - Uptime()) {
     TryToOpen();
 }
 
@@ -178,13 +188,19 @@ void Writer::EndGap() {
     }
 }
 
+std::optional<TimePoint> Writer::TrustedTime() const {
+    const TimePoint now = settings_.clock();
+    const auto drift = (now - Uptime()) - bootTime_;
+    return std::chrono::abs(drift) < kMostDrift ? std::optional(now) : std::nullopt;
+}
+
 void Writer::Tidy() {
     tidy_ = Clock::now() + settings_.signPeriod;
     if (!store_) {
         return;
     }
     for (int rounds = 0; rounds < 20; ++rounds) {
-        const auto more = store_->Retain(settings_.retention, std::chrono::system_clock::now());
+        const auto more = store_->Retain(settings_.retention, TrustedTime());
         if (!more || !*more) {
             break;
         }

@@ -25,6 +25,8 @@ public:
         std::chrono::milliseconds retryPeriod{5000};  // while nothing can be kept
         // After a gateway was killed, the time until which it had watched is known to within this period.
         std::chrono::milliseconds signPeriod{60000};
+        // By which rows become old.
+        std::function<TimePoint()> clock = [] { return std::chrono::system_clock::now(); };
     };
 
     // Opens the database; a failure is told as the state of the part "history", and it is tried again and again. `gap`
@@ -55,10 +57,15 @@ private:
     void Fail(const Error& error, std::size_t lost);
     void EndGap();
     void Tidy();
+    // The time; none while the clock is set away from what it was when the writer was made: all rows might be old by
+    // it.
+    std::optional<TimePoint> TrustedTime() const;
 
     const Settings settings_;
     Parts& parts_;
     const std::function<void(Event)> gap_;
+
+    const TimePoint bootTime_;  // of the system, by the clock as it was when the writer was made
 
     // ---- of the writer's thread, or before it runs ----
     std::unique_ptr<Store> store_;

@@ -1,6 +1,7 @@
 // The history's thread: it keeps, says what is wrong, and goes on when that is over.
 #include "history/writer.h"
 
+#include <atomic>
 #include <mutex>
 
 #include "history_test.h"
@@ -116,6 +117,31 @@ TEST_F(WriterTest, OldRowsGoByThemselves) {
     writer->Keep(ResultOf(1, "item", "success"));
     writer->Keep(fresh);
     EXPECT_TRUE(Eventually([&] { return SeqsOf(folder / "h.db") == std::vector<std::uint64_t>{2}; }));
+}
+
+TEST_F(WriterTest, AClockThatIsSetMakesNothingOld) {
+    auto settings = SettingsOf(folder / "h.db");
+    settings.retention.age = 24h;
+    std::atomic<std::chrono::seconds> added{0s};
+    std::atomic<int> looks{0};
+    settings.clock = [&] {
+        ++looks;
+        return std::chrono::system_clock::now() + added.load();
+    };
+    const auto writer = Make(settings);
+    writer->Start();
+    Event fresh = ResultOf(1, "item", "success");
+    fresh.time = std::chrono::system_clock::now();
+    writer->Keep(fresh);
+    writer->Settle(60s);
+    added = 24h * 365;
+    const int before = looks;
+    ASSERT_TRUE(Eventually([&] { return looks > before + 2; }));
+    EXPECT_EQ(SeqsOf(folder / "h.db"), std::vector<std::uint64_t>{1});
+    // Set right again: what is old goes.
+    added = 0s;
+    writer->Keep(ResultOf(2, "item", "old"));
+    EXPECT_TRUE(Eventually([&] { return SeqsOf(folder / "h.db") == std::vector<std::uint64_t>{1}; }));
 }
 
 class WriterOnAFullDisk : public WriterTest {
