@@ -194,11 +194,19 @@ class WithGateway(Shortage):
         assert isinstance(found, dict)
         return list(found["events"])
 
+    def shows_what_is(self) -> bool:
+        """Whether the item's state there is the server's."""
+        told = subprocess.run([os.environ["OMINSPECT_BIN"] + "/ominspectctl", "state", "now", "--json"],
+                              capture_output=True, check=False)
+        shown = self.ask("items/now")
+        return isinstance(shown, dict) and bool(json.loads(told.stdout)["state"] == shown["state"].replace("-", " "))
+
     def started_anew(self) -> bool:
         """Whether the gateway has ended. The threads that follow the server end it without memory, and then the service
-        manager starts it anew."""
+        manager starts it anew. One that goes on must show what is."""
         self.assertTrue(eventually(lambda: self.gateway.poll() is not None or self.ask("items") is not None))
         if self.gateway.poll() is None:
+            self.assertTrue(eventually(self.shows_what_is), self.ask("items/now"))
             return False
         self.assertEqual(self.gateway.returncode, -signal.SIGABRT)
         self.start_gateway()
