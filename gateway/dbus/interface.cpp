@@ -235,7 +235,7 @@ int Interface::Begin() {
 
 void Interface::Look(ShownServer& server, ShownItems& items) const {
     picture_.Read([&](const State& state) {
-        server = {state.server.isUp, state.server.isBusy};
+        server = {state.server.isUp, state.server.isBusy.value_or(false)};
         items = ItemsOf(state);
     });
 }

@@ -31,7 +31,11 @@ json::Value LastJson(const LastResult& last, TimePoint now) {
 
 json::Value ServerJson(const ServerView& server) {
     auto json = json::Value::Object();
-    json.Flag("isUp", server.isUp).Flag("isBusy", server.isBusy).Number("restarts", server.restarts);
+    json.Flag("isUp", server.isUp);
+    if (server.isBusy) {
+        json.Flag("isBusy", *server.isBusy);
+    }
+    json.Number("restarts", server.restarts);
     if (server.since != TimePoint()) {
         json.Text("since", UtcTime(server.since));
     }

@@ -111,7 +111,9 @@ std::string Metrics::Print() {
 
 void Metrics::PrintItems(Exposition& out, const State& state) {
     out.Gauge("ominspect_server_up", "Whether the inspection server is there.", state.server.isUp ? 1 : 0);
-    out.Gauge("ominspect_server_busy", "Whether the server runs an item.", state.server.isBusy ? 1 : 0);
+    if (state.server.isBusy) {
+        out.Gauge("ominspect_server_busy", "Whether the server runs an item.", *state.server.isBusy ? 1 : 0);
+    }
     out.Counter("ominspect_server_restarts_total", "Restarts of the server that the gateway saw.",
                 state.server.restarts);
     out.Gauge("ominspect_configured_items", "Items that the server's configuration names.", state.configured);

@@ -73,7 +73,7 @@ void Picture::Apply(const Event& event) {
         state_.server.restarts += state_.server.isUp && wasUp_ ? 1 : 0;
         wasUp_ = wasUp_ || state_.server.isUp;
         state_.server.since = event.time;
-        state_.server.isBusy = false;
+        state_.server.isBusy.reset();
         for (auto& [name, item] : state_.items) {
             item.state = ItemState::kUnknown;
             item.runningSince.reset();
@@ -81,15 +81,17 @@ void Picture::Apply(const Event& event) {
         }
     } else if (event.kind == EventKind::kBusy) {
         state_.server.isBusy = event.status == "busy";
-        if (!state_.server.isBusy) {
+        if (!*state_.server.isBusy) {
             EndRuns();  // the server tells their ends before; what is left had an end that was lost
         }
     } else if (event.kind == EventKind::kGap && event.isLoss) {
+        state_.server.isBusy.reset();
         EndRuns();
         for (const auto& [name, item] : state_.items) {
             unclear_.insert(name);
         }
     } else if (event.kind == EventKind::kBegan) {
+        state_.server.isBusy = true;
         ItemView& item = Item(event.item);
         item.state = ItemState::kRunning;
         item.runningSince = event.begin;

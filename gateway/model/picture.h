@@ -41,7 +41,7 @@ struct ItemView {
 
 struct ServerView {
     bool isUp = false;
-    bool isBusy = false;
+    std::optional<bool> isBusy;  // the server tells changes only: not known until the first one, nor after a loss
     std::uint64_t restarts = 0;  // that the gateway saw
     TimePoint since;             // of its last coming or leaving
 };

@@ -37,11 +37,17 @@ async function act(method, path, body) {
 
 // ---- what is wrong now ----
 
+// Not known until it changes.
+function busyWord(isBusy) {
+    if (isBusy === undefined) return 'there';
+    return isBusy ? 'busy' : 'idle';
+}
+
 function showConnection() {
     const line = at('connection');
     line.className = isConnected ? '' : 'stale';
     if (!state) line.textContent = isConnected ? '' : 'connecting';
-    else if (isConnected) line.textContent = state.server.isUp ? (state.server.isBusy ? 'The server is busy' : 'The server is idle') : 'The server is not there';
+    else if (isConnected) line.textContent = state.server.isUp ? `The server is ${busyWord(state.server.isBusy)}` : 'The server is not there';
     else line.textContent = `The connection is lost: this picture is of ${clockTime(state.time)}, ${age(new Date(lastSign).toISOString())}`;
 }
 

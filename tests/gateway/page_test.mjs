@@ -180,7 +180,7 @@ test('the server leaves and comes back', async () => {
     await shows('#past', /the server left/);
     assert.ok(await page.$eval(`${item('always_ok')} > button`, (button) => button.disabled));
     terminal.startServer();
-    await shows('#connection', /The server is idle/);
+    await shows('#connection', /The server is there/);
 });
 
 test('a lost connection is told with the age of the picture, and found again', async () => {
@@ -192,5 +192,5 @@ test('a lost connection is told with the age of the picture, and found again', a
     await page.waitForSelector('#login:not([hidden])', { timeout: 60000 });
     await page.type('#token', ACT);
     await page.keyboard.press('Enter');
-    await shows('#connection', /The server is idle/);
+    await shows('#connection', /The server is there/);
 });

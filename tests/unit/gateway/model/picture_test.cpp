@@ -157,6 +157,28 @@ TEST_F(PictureTest, NothingRunsInAnIdleServer) {
     EXPECT_EQ(picture.TakeUnclear(), "");
 }
 
+TEST_F(PictureTest, WhetherTheServerIsBusyIsKnownFromItsNextChangeOn) {
+    const auto isBusy = [this] {
+        std::optional<bool> value;
+        picture.Read([&](const State& state) { value = state.server.isBusy; });
+        return value;
+    };
+    picture.Apply(Of(EventKind::kServer, "", "up", 1));
+    EXPECT_EQ(isBusy(), std::nullopt);
+    picture.Apply(Of(EventKind::kResult, "own", "success", 2));
+    EXPECT_EQ(isBusy(), std::nullopt) << "another item may run";
+    picture.Apply(Of(EventKind::kBegan, "own", "running"));
+    EXPECT_EQ(isBusy(), true);
+    picture.Apply(Of(EventKind::kBusy, "", "idle", 3));
+    EXPECT_EQ(isBusy(), false);
+    picture.Apply(Of(EventKind::kBusy, "", "busy", 4));
+    EXPECT_EQ(isBusy(), true);
+    Event gap = Of(EventKind::kGap, "", "");
+    gap.isLoss = true;
+    picture.Apply(gap);
+    EXPECT_EQ(isBusy(), std::nullopt);
+}
+
 TEST_F(PictureTest, AServerThatLeavesTakesTheRunsWithIt) {
     (void)picture.SetInventory(Two());
     picture.Apply(Of(EventKind::kServer, "", "up", 1));
@@ -166,7 +188,7 @@ TEST_F(PictureTest, AServerThatLeavesTakesTheRunsWithIt) {
     EXPECT_EQ(View("own").state, ItemState::kUnknown);
     picture.Read([](const State& state) {
         EXPECT_FALSE(state.server.isUp);
-        EXPECT_FALSE(state.server.isBusy);
+        EXPECT_FALSE(state.server.isBusy.has_value());
         EXPECT_EQ(state.server.restarts, 0U);
         EXPECT_EQ(state.server.since, TimePoint(3s));
     });
