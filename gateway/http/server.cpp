@@ -26,10 +26,32 @@ constexpr std::size_t kMostBody = 64UL * 1024UL + 1;
 constexpr std::size_t kMostWork = 64;
 constexpr std::size_t kFrameBlock = 4096;
 
+// A connection that listens.
+struct Line {
+    Line(Hub& itsHub, MHD_Connection* itsConnection) : hub(itsHub), connection(itsConnection) {}
+    ~Line() {
+        if (listener) {
+            hub.Remove(listener);
+        }
+    }
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    Hub& hub;
+    MHD_Connection* const connection;
+    std::shared_ptr<Listener> listener;
+    // Guards the connection's suspension: the listener wakes it only after it was suspended.
+    std::mutex mutex;
+    bool isSuspended = false;
+    bool isWoken = false;
+};
+
 // One request from its head to its end.
 struct Exchange {
     Request request;
-    std::optional<Response> response;  // of work that was done meanwhile
+    // Of work that was done meanwhile: an answer, or a line that was opened.
+    std::optional<Response> response;
+    std::unique_ptr<Line> line;
     bool isBegun = false;
     bool isShort = false;  // there was no memory for that work
 };
@@ -120,20 +142,11 @@ private:
         MHD_Daemon* daemon = nullptr;
         UniqueFd socket;
     };
-    // A connection that listens.
-    struct Line {
-        Core* core;
-        std::shared_ptr<Listener> listener;
-        MHD_Connection* connection;
-        // Guards the connection's suspension: the listener wakes it only after it was suspended.
-        std::mutex mutex;
-        bool isSuspended = false;
-        bool isWoken = false;
-    };
     struct Job {
         MHD_Connection* connection;
         Exchange* exchange;
-        std::function<Response()> work;
+        std::function<void(Exchange&)> work;
+        bool isLine;  // connections bound these
     };
 
     static MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method,
@@ -151,7 +164,10 @@ private:
                             Exchange& exchange);
     MHD_Result Dispatch(MHD_Connection* connection, Exchange& exchange);
     MHD_Result Send(MHD_Connection* connection, const Request& request, const Response& response);
-    MHD_Result SendLine(MHD_Connection* connection, const Request& request, std::optional<std::uint64_t> after);
+    // Opens a line for the exchange, or gives it the answer that there can be none. It may wait for the history.
+    void OpenLine(MHD_Connection* connection, Exchange& exchange, std::optional<std::uint64_t> after);
+    MHD_Result SendResult(MHD_Connection* connection, Exchange& exchange);
+    static MHD_Result SendLine(MHD_Connection* connection, Exchange& exchange);
     void Work();
 
     const Settings settings_;
@@ -232,7 +248,7 @@ void HttpServer::Core::Work() {
         jobs_.pop_front();
         lock.unlock();
         try {
-            job.exchange->response = job.work();
+            job.work(*job.exchange);
         } catch (const std::bad_alloc&) {
             job.exchange->isShort = true;
         }
@@ -268,8 +284,8 @@ MHD_Result HttpServer::Core::Take(const Door& door, MHD_Connection* connection, 
     if (exchange.isShort) {
         return SendNoMemory(connection);
     }
-    if (exchange.response) {
-        return door.core->Send(connection, exchange.request, *exchange.response);
+    if (exchange.response || exchange.line) {
+        return door.core->SendResult(connection, exchange);
     }
     return door.core->Dispatch(connection, exchange);
 }
@@ -293,14 +309,23 @@ MHD_Result HttpServer::Core::Dispatch(MHD_Connection* connection, Exchange& exch
     if (const auto* response = std::get_if<Response>(&answer)) {
         return Send(connection, exchange.request, *response);
     }
+    Job job{connection, &exchange, {}, false};
     if (const auto* listen = std::get_if<gateway::Listen>(&answer)) {
-        return SendLine(connection, exchange.request, listen->after);
+        if (!listen->after) {
+            OpenLine(connection, exchange, std::nullopt);
+            return SendResult(connection, exchange);
+        }
+        job.isLine = true;
+        job.work = [this, connection, after = listen->after](Exchange& one) { OpenLine(connection, one, after); };
+    } else {
+        job.work = [work = std::move(std::get<Later>(answer).work)](Exchange& one) { one.response = work(); };
     }
     const std::lock_guard lock(mutex_);
-    if (isEnding_ || jobs_.size() >= kMostWork) {
+    const auto works = std::count_if(jobs_.begin(), jobs_.end(), [](const Job& one) { return !one.isLine; });
+    if (isEnding_ || (!job.isLine && static_cast<std::size_t>(works) >= kMostWork)) {
         return Send(connection, exchange.request, Problem(503, "busy", "too much is asked at once"));
     }
-    jobs_.push_back({connection, &exchange, std::move(std::get<Later>(answer).work)});
+    jobs_.push_back(std::move(job));
     MHD_suspend_connection(connection);
     changed_.notify_one();
     return MHD_YES;
@@ -333,11 +358,8 @@ MHD_Result HttpServer::Core::Send(MHD_Connection* connection, const Request& req
     return result;
 }
 
-MHD_Result HttpServer::Core::SendLine(MHD_Connection* connection, const Request& request,
-                                      std::optional<std::uint64_t> after) {
-    auto line = std::make_unique<Line>();
-    line->core = this;
-    line->connection = connection;
+void HttpServer::Core::OpenLine(MHD_Connection* connection, Exchange& exchange, std::optional<std::uint64_t> after) {
+    auto line = std::make_unique<Line>(hub_, connection);
     line->listener = hub_.Add(after, [raw = line.get()] {
         const std::lock_guard lock(raw->mutex);
         raw->isWoken = true;
@@ -345,16 +367,24 @@ MHD_Result HttpServer::Core::SendLine(MHD_Connection* connection, const Request&
             MHD_resume_connection(raw->connection);
         }
     });
-    if (!line->listener) {
-        return Send(connection, request, Problem(503, "busy", "as many listen to the events as may"));
+    if (line->listener) {
+        exchange.line = std::move(line);
+    } else {
+        exchange.response = Problem(503, "busy", "as many listen to the events as may");
     }
+}
+
+MHD_Result HttpServer::Core::SendResult(MHD_Connection* connection, Exchange& exchange) {
+    return exchange.line ? SendLine(connection, exchange) : Send(connection, exchange.request, *exchange.response);
+}
+
+MHD_Result HttpServer::Core::SendLine(MHD_Connection* connection, Exchange& exchange) {
     MHD_Response* out =
-        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kFrameBlock, &ReadLine, line.get(), &FreeLine);
+        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kFrameBlock, &ReadLine, exchange.line.get(), &FreeLine);
     if (out == nullptr) {
-        FreeLine(line.release());
         return MHD_NO;
     }
-    (void)line.release();
+    (void)exchange.line.release();
     (void)MHD_add_response_header(out, MHD_HTTP_HEADER_CONTENT_TYPE, "text/event-stream");
     (void)MHD_add_response_header(out, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
     (void)MHD_add_response_header(out, "X-Content-Type-Options", "nosniff");
@@ -387,8 +417,7 @@ ssize_t HttpServer::Core::ReadLine(void* cls, std::uint64_t /*position*/, char* 
 }
 
 void HttpServer::Core::FreeLine(void* cls) {
-    const std::unique_ptr<Line> line(static_cast<Line*>(cls));
-    line->core->hub_.Remove(line->listener);
+    delete static_cast<Line*>(cls);
 }
 
 void HttpServer::Core::CountConnection(void* door, MHD_Connection* /*connection*/, void** /*context*/,
