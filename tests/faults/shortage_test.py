@@ -190,9 +190,15 @@ class WithGateway(Shortage):
         return json.loads(done.stdout) if done.returncode == 0 else None
 
     def history(self) -> list[dict[str, object]]:
-        found = self.ask("history?limit=1000")
-        assert isinstance(found, dict)
-        return list(found["events"])
+        events: list[dict[str, object]] = []
+        before = ""
+        while True:
+            found = self.ask("history?limit=1000" + before)
+            assert isinstance(found, dict)
+            events += found["events"]
+            if "nextBefore" not in found:
+                return events
+            before = f"&before={found['nextBefore']}"
 
     def shows_what_is(self) -> bool:
         """Whether the item's state there is the server's."""
