@@ -43,7 +43,7 @@ std::string GetGroupName(const std::vector<std::string>& requestTexts) {
 std::vector<std::string> GetGroupList() {
     std::vector<std::string> names{kUnknownGroup};
     for (const auto& [group, members] : kGroups) {
-        names.push_back(group);
+        names.emplace_back(group);
     }
     return names;
 }

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
