@@ -32,7 +32,8 @@ std::string GetGroupName(const std::vector<std::string>& requestTexts) {
             if (JsonGetValue(&json, "name", name, sizeof(name)) != 0) {
                 return kUnknownGroup;
             }
-            if (std::find(members.begin(), members.end(), std::string_view(name)) != members.end()) {
+            // A group of fewer members has empty ones, which are nobody's name.
+            if (name[0] != '\0' && std::find(members.begin(), members.end(), std::string_view(name)) != members.end()) {
                 return group;
             }
         }
