@@ -26,8 +26,8 @@ inline constexpr std::array<DurationBound, 7> kDurationBounds{{
 class Durations {
 public:
     void Add(std::chrono::milliseconds duration) {
-        const auto bound = std::find_if(kDurationBounds.begin(), kDurationBounds.end(),
-                                        [&](const DurationBound& one) { return duration <= one.most; });
+        const auto* const bound = std::find_if(kDurationBounds.begin(), kDurationBounds.end(),
+                                               [&](const DurationBound& one) { return duration <= one.most; });
         ++counts_[static_cast<std::size_t>(bound - kDurationBounds.begin())];
         sum_ += duration;
     }
