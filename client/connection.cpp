@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include "failure.h"
@@ -315,6 +316,7 @@ Result<std::string> Connection::Cancellable(std::function<Result<std::string>()>
     std::thread& worker = place.front().thread;
     try {
         worker = std::thread([call, work = std::move(work)] { call->Do(work); });
+        (void)pthread_setname_np(worker.native_handle(), "inspect_call");
     } catch (const std::system_error&) {
         return Error{ErrorCode::kInternal, "no thread for the request"};
     }

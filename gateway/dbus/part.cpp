@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -40,6 +41,7 @@ void DBusPart::Start() {
         return;
     }
     thread_ = std::thread([this] { Run(); });
+    (void)pthread_setname_np(thread_.native_handle(), "typed_dbus");
 }
 
 void DBusPart::Stop() {

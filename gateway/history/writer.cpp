@@ -6,6 +6,8 @@
 #include <iterator>
 #include <utility>
 
+#include <pthread.h>
+
 namespace ominspect::gateway {
 namespace {
 
@@ -37,6 +39,7 @@ void Writer::Start() {
         EndGap();
     }
     thread_ = std::thread([this] { Run(); });
+    (void)pthread_setname_np(thread_.native_handle(), "history");
 }
 
 void Writer::Stop() {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <pthread.h>
+
 namespace ominspect::gateway {
 namespace {
 
@@ -26,6 +28,7 @@ Feed::~Feed() {
 
 void Feed::Start() {
     thread_ = std::thread([this] { Run(); });
+    (void)pthread_setname_np(thread_.native_handle(), "feed");
 }
 
 void Feed::Stop() {

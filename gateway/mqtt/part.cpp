@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -60,6 +61,7 @@ void MqttPart::Start(Operations& operations, Collection* collection) {
     // What it throws, for a lack of memory, ends the process: it may come through the library, which is C and would
     // keep its locks.
     thread_ = std::thread([this] { Work(); });
+    (void)pthread_setname_np(thread_.native_handle(), "mqtt");
 }
 
 void MqttPart::Stop() {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include <pthread.h>
+
 #include "common/client_answers.h"
 #include "common/text.h"
 
@@ -38,6 +40,7 @@ Watcher::~Watcher() {
 
 void Watcher::Start() {
     thread_ = std::thread([this] { Run(); });
+    (void)pthread_setname_np(thread_.native_handle(), "watch");
 }
 
 void Watcher::Stop() {

@@ -1,6 +1,7 @@
 // The functions call each other for every level of a tree. The guard around each keeps a failed allocation from ending
 // more than the level that it happened in.
 #include <dirent.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +29,7 @@ public:
     explicit TimerThread(CollectConfig& config) : m_config(config) {
         if (config.startTimer.exchange(false)) {
             m_thread = std::thread(CollectTimer, std::ref(config));
+            (void)pthread_setname_np(m_thread.native_handle(), "collect_timer");
         }
     }
     ~TimerThread() {

@@ -318,8 +318,11 @@ test('the bus leaves and comes back, and the gateway stays', async () => {
     await terminal.startBus();
     terminal.startServer();
     await eventually('health', async () => (await ask('GET', '/healthz')).status === 200);
-    const { json } = await ask('GET', '/api/v1/history?limit=20');
-    assert.ok(json.events.some((event) => event.kind === 'gap' && event.text === 'the message bus was away'));
+    // The history is written on a thread of its own.
+    await eventually('the gap', async () => {
+        const { json } = await ask('GET', '/api/v1/history?limit=100');
+        return json.events.some((event) => event.kind === 'gap' && event.text === 'the message bus was away');
+    });
 });
 
 test('SIGTERM ends it cleanly, with listeners', async () => {

@@ -203,7 +203,9 @@ uint32_t PrepareFor(Client& client, size_t items) {
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);  // signals are for the program's own threads
     const uint32_t made = Guarded([] {
-        std::thread(RegisterWithEach).detach();
+        std::thread thread(RegisterWithEach);
+        (void)pthread_setname_np(thread.native_handle(), "inspect_reg");
+        thread.detach();
         return OS_MSG_OK;
     });
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
