@@ -115,3 +115,12 @@ debian_sources() {
         [ ! -e "$file" ] || DEBIAN_SOURCES+=("$file")
     done
 }
+
+# debian_flags: sets CFLAGS, CXXFLAGS and LDFLAGS to Debian's own. They harden the programs, and keep this folder's name out of
+# them. What is installed is stripped, so nothing is compiled with debug information.
+debian_flags() {
+    local -x DEB_CFLAGS_STRIP=-g DEB_CXXFLAGS_STRIP=-g
+    CFLAGS="$(dpkg-buildflags --get CFLAGS) $(dpkg-buildflags --get CPPFLAGS)"
+    CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)"
+    LDFLAGS=$(dpkg-buildflags --get LDFLAGS)
+}
