@@ -120,7 +120,9 @@ void Hub::Put(const std::shared_ptr<Listener>& listener, const Frame& frame) {
     if (listener->isEnding_) {
         return;
     }
-    if (listener->frames_.size() >= kMostFrames || listener->bytes_ + frame->size() > kMostBytes) {
+    // Who has taken everything is not slow, however long the frame is.
+    const bool isBehind = !listener->frames_.empty();
+    if (isBehind && (listener->frames_.size() >= kMostFrames || listener->bytes_ + frame->size() > kMostBytes)) {
         // A frame of which the listener has taken a part must go out whole.
         const Frame first = listener->frames_.front();
         listener->frames_.clear();

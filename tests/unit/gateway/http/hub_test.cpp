@@ -70,6 +70,18 @@ protected:
     }
 };
 
+TEST_F(HubTest, AListenerThatIsNotBehindGetsAFrameOfAnyLength) {
+    const auto listener = Add();
+    (void)Taken(*listener);
+    Event longest = Numbered(8);
+    longest.text = std::string(1 << 20, 'x');
+    hub.Tell(longest);
+    EXPECT_NE(Taken(*listener).find(longest.text), std::string::npos);
+    hub.Tell(longest);
+    hub.Tell(Numbered(9));
+    EXPECT_NE(Taken(*listener).find("too slow"), std::string::npos) << "it is behind now";
+}
+
 TEST_F(HubTest, AListenerGetsWhatComes) {
     const auto listener = Add();
     EXPECT_EQ(Taken(*listener), kHelloAt7);
