@@ -57,14 +57,14 @@ std::string UserName(uid_t uid) {
     return found != nullptr ? found->pw_name : std::to_string(uid);
 }
 
-Person ThisPerson() {
+Person ThisPerson(const char* askers, const char* owners) {
     const uid_t uid = geteuid();
     Person person{UserName(uid), uid == 0};
-    if (const auto group = GroupId(kAskers)) {
+    if (const auto group = GroupId(askers)) {
         person.isListed = IsListed(uid, *group);
         person.isMember = IsMember(*group);
     }
-    if (const auto group = GroupId(kOwners)) {
+    if (const auto group = GroupId(owners)) {
         person.isOwner = IsMember(*group);
     }
     return person;

@@ -19,8 +19,8 @@ struct Person {
     bool isOwner = false;   // it is in the owners' group
 };
 
-// The user of this process.
-Person ThisPerson();
+// The user of this process; the groups have other names in tests.
+Person ThisPerson(const char* askers = kAskers, const char* owners = kOwners);
 
 // A user's name, or the id where it has none.
 std::string UserName(uid_t uid);

@@ -1,0 +1,76 @@
+// Which groups the user of this process is in, with groups that every system has.
+#include <grp.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "doctor/person.h"
+#include "support/forked.h"
+
+using namespace ominspect::doctor;
+
+namespace {
+
+constexpr const char* kNoGroup = "no-such-group";
+
+std::vector<gid_t> OwnGroups() {
+    std::vector<gid_t> groups(static_cast<std::size_t>(getgroups(0, nullptr)));
+    EXPECT_GE(getgroups(static_cast<int>(groups.size()), groups.data()), 0);
+    groups.push_back(getegid());
+    return groups;
+}
+
+// A group of the system that this process is not in.
+std::string ForeignGroup() {
+    const std::vector<gid_t> own = OwnGroups();
+    std::string name;
+    setgrent();
+    for (const group* each = getgrent(); each != nullptr && name.empty(); each = getgrent()) {
+        if (std::find(own.begin(), own.end(), each->gr_gid) == own.end() && each->gr_mem[0] == nullptr) {
+            name = each->gr_name;
+        }
+    }
+    endgrent();
+    return name;
+}
+
+std::string Memberships(const Person& person) {
+    return std::string(person.isListed ? "listed " : "") + (person.isMember ? "member " : "") +
+           (person.isOwner ? "owner" : "");
+}
+
+TEST(Person, IsInTheGroupOfItsProcess) {
+    const group* own = getgrgid(getegid());
+    ASSERT_NE(own, nullptr);
+    const std::string name = own->gr_name;
+    EXPECT_EQ(Memberships(ThisPerson(name.c_str(), kNoGroup)), "listed member ");
+    EXPECT_EQ(Memberships(ThisPerson(kNoGroup, name.c_str())), "owner");
+}
+
+TEST(Person, IsInNoGroupOfOthers) {
+    const std::string name = ForeignGroup();
+    ASSERT_NE(name, "");
+    EXPECT_EQ(Memberships(ThisPerson(name.c_str(), name.c_str())), "");
+    EXPECT_EQ(Memberships(ThisPerson(kNoGroup, kNoGroup)), "");
+}
+
+// As after `newgrp`, or where the list changed after the process was started.
+TEST(Person, IsInTheFurtherGroupsOfItsProcess) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root's rights";
+    }
+    const std::string name = ForeignGroup();
+    ASSERT_NE(name, "");
+    const gid_t id = getgrnam(name.c_str())->gr_gid;
+    EXPECT_EQ(support::InForkedChild([&] {
+                  return std::vector<std::string>{std::to_string(setgroups(1, &id)),
+                                                  Memberships(ThisPerson(name.c_str(), name.c_str()))};
+              }),
+              (std::vector<std::string>{"0", "member owner"}));
+}
+
+}  // namespace
