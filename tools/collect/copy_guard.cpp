@@ -236,10 +236,10 @@ dirent* CopyGuard::ReadFolder(OsDir* folder) {
     return entry;
 }
 
+// The source is never "/": that one overlaps with every destination.
 bool CopyGuard::IsPassedOver(const std::string& folder, const char* name) const {
-    const std::string path = (folder == "/" ? folder : folder + '/') + name;
-    const std::size_t root = sourceReal_ == "/" ? 1 : sourceReal_.size() + 1;
-    return path == rules_.package || rules_.Excludes(path.substr(root));
+    const std::string path = folder + '/' + name;
+    return path == rules_.package || rules_.Excludes(path.substr(sourceReal_.size() + 1));
 }
 
 std::uint32_t CopyGuard::CloseFolder(OsDir* folder) {

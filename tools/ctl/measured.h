@@ -26,13 +26,14 @@ public:
     // For the session's events onRun.
     void HearRun(const client::ItemResult& result);
 
+    // What an owner tells.
+    void Take(const client::PerfData& data);
+
     // The values of the run whose result has just come. An owner tells them before the run ends, and the server tells
     // of the end, so this waits for either, but not for longer than a second.
     std::vector<client::PerfValue> Values();
 
 private:
-    void Take(const client::PerfData& data);
-
     const std::string item_;
     std::mutex mutex_;  // guards the fields below
     std::condition_variable heard_;
