@@ -154,6 +154,10 @@ TEST_F(LogLineTest, TrailingLineEndsAreDropped) {
     EXPECT_EQ(TextOf("Fail to create dir: /data\n\r\n"), "Fail to create dir: /data");
 }
 
+TEST_F(LogLineTest, EmptyTextIsEmpty) {
+    EXPECT_EQ(TextOf(""), "");
+}
+
 TEST_F(LogLineTest, TextOfLineEndsOnlyIsEmpty) {
     EXPECT_EQ(TextOf("\n\n"), "");
 }
