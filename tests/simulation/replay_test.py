@@ -1,8 +1,12 @@
 #!/usr/bin/python3
-"""The promises about repeating: the same seed gives the same journal to the byte, and a failing life gets shorter and
-still fails, be it one of many or the only one.
+"""The promises about repeating: the same seed gives the same journal to the byte, in every build, and a failing life gets
+shorter and still fails, be it one of many or the only one.
 
-usage: replay_test.py BUILD same|shortened
+usage: replay_test.py BUILD same|sums|shortened
+       replay_test.py BUILD write-sums
+
+journal_sums has the sums of some journals. A change of the simulator, or of what the server does, may change them:
+write-sums writes them anew.
 """
 
 import pathlib
@@ -16,6 +20,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 import planted  # noqa: E402
 
 SEEDS = range(1, 9)
+SUMS = planted.HERE / "journal_sums"
 
 
 def simulate(build: pathlib.Path, *arguments: str) -> subprocess.CompletedProcess[str]:
@@ -38,6 +43,29 @@ def same(build: pathlib.Path, folder: pathlib.Path) -> None:
         assert first == journal(build, folder, "second", seed), f"seed {seed} gave two journals"
         different.add(first)
     assert len(different) == len(SEEDS), "two seeds gave the same journal"
+
+
+def journal_sums(build: pathlib.Path) -> str:
+    """A line for each seed, with the sum over its journal."""
+    lines = []
+    for seed in SEEDS:
+        run = simulate(build, "--seed", str(seed), "--quiet")
+        told = re.fullmatch(r"journal ([0-9a-f]{16})\n", run.stdout)
+        assert run.returncode == 0 and told is not None, run.stdout
+        lines.append(f"{seed} {told[1]}\n")
+    return "".join(lines)
+
+
+def sums(build: pathlib.Path, _: pathlib.Path) -> None:
+    now = journal_sums(build)
+    assert now == SUMS.read_text(), (
+        f"other journals than in {SUMS.name}. If a change of the simulator or the server is the reason, run "
+        f"tests/simulation/replay_test.py {build} write-sums; if not, the journal depends on the build:\n{now}"
+    )
+
+
+def write_sums(build: pathlib.Path, _: pathlib.Path) -> None:
+    SUMS.write_text(journal_sums(build))
 
 
 def shortest_of(output: str) -> tuple[str, ...]:
@@ -75,7 +103,8 @@ def shortened(build: pathlib.Path, folder: pathlib.Path) -> None:
 def main() -> int:
     build = pathlib.Path(sys.argv[1]).resolve()
     with tempfile.TemporaryDirectory() as name:
-        {"same": same, "shortened": shortened}[sys.argv[2]](build, pathlib.Path(name))
+        todo = {"same": same, "sums": sums, "write-sums": write_sums, "shortened": shortened}
+        todo[sys.argv[2]](build, pathlib.Path(name))
     return 0
 
 

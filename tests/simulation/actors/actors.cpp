@@ -9,6 +9,7 @@ namespace sim {
 namespace {
 
 Manners g_manners;
+bool g_libraries = false;
 bool g_retired = false;
 
 }  // namespace
@@ -19,6 +20,14 @@ void UseManners(const Manners& manners) {
 
 const Manners& TheManners() {
     return g_manners;
+}
+
+void LeaveItToLibraries() {
+    g_libraries = true;
+}
+
+bool IsLeftToLibraries() {
+    return g_libraries;
 }
 
 void Retire() {

@@ -23,6 +23,10 @@ struct Manners {
 void UseManners(const Manners& manners);
 const Manners& TheManners();
 
+/// Owners register no item anew by themselves from now on: only their library does.
+void LeaveItToLibraries();
+bool IsLeftToLibraries();
+
 /// The actors begin nothing new from now on.
 void Retire();
 bool IsRetired();

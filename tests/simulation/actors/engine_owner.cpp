@@ -13,18 +13,46 @@ namespace sim {
 
 namespace {
 
-// By process: the function of its image that reports.
-std::map<const Process*, decltype(InspectReportResult)*>& Reporters() {
-    static auto& reporters = *new std::map<const Process*, decltype(InspectReportResult)*>;
-    return reporters;
+// The functions of an image that an item's work calls.
+struct Library {
+    decltype(InspectReportResult)* report;
+    decltype(InspectDeferRun)* defer;
+    decltype(InspectAnswerRun)* answer;
+};
+
+// By process.
+std::map<const Process*, Library>& Libraries() {
+    static auto& libraries = *new std::map<const Process*, Library>;
+    return libraries;
+}
+
+// Answers a run later, on another thread, while the next ones are served.
+bool Defer(const Library& library, const std::string& item) {
+    uint64_t run = 0;
+    if (library.defer(&run) != OS_MSG_OK) {
+        return false;
+    }
+    const InPlatform platform;
+    Spawn(CurrentProcess(), "answer", [answer = library.answer, run, item] {
+        {
+            const InPlatform waiting;
+            (void)Wait("its own work", nullptr, Now() + Pick(PickOf(5000U, 60000U)) * kMilli);
+        }
+        const auto result = Utter(item, PickOf("success", "warn", "fail"), "deferred");
+        Reached(answer(run, &result) == OS_MSG_OK ? "owner: deferred answer" : "owner: deferred answer, nobody waits");
+    });
+    return true;
 }
 
 uint32_t RunItem(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
-    auto* const report = Reporters()[&CurrentProcess()];
+    const Library library = Libraries()[&CurrentProcess()];
     if (TheManners().lies && OneIn(8)) {
         return 1;
     }
-    RunOwned(itemName, request, *result, [report](const auto& record) { (void)report(&record); });
+    if (OneIn(4) && Defer(library, itemName)) {
+        return 0;
+    }
+    RunOwned(itemName, request, *result, [report = library.report](const auto& record) { (void)report(&record); });
     return 0;
 }
 
@@ -50,10 +78,17 @@ void RunEngineOwner(const Image& image, const std::string& name, uint32_t number
     auto* const remove = image.Find<decltype(InspectUnRegHandler)>("InspectUnRegHandler");
     {
         const InPlatform platform;
-        Reporters()[&CurrentProcess()] = image.Find<decltype(InspectReportResult)>("InspectReportResult");
+        Libraries()[&CurrentProcess()] = {image.Find<decltype(InspectReportResult)>("InspectReportResult"),
+                                          image.Find<decltype(InspectDeferRun)>("InspectDeferRun"),
+                                          image.Find<decltype(InspectAnswerRun)>("InspectAnswerRun")};
     }
-    if (OsProcAttach(name.c_str()) != OS_MSG_OK || init("own_task") != OS_MSG_OK) {
+    if (OsProcAttach(name.c_str()) != OS_MSG_OK) {
         return;
+    }
+    while (init("own_task") != OS_MSG_OK) {
+        if (!Rest()) {
+            return;
+        }
     }
     for (uint32_t i = 0; i < 3; ++i) {
         Register(add, OwnedItem(number * 2 + i));
@@ -62,7 +97,7 @@ void RunEngineOwner(const Image& image, const std::string& name, uint32_t number
         const char* const item = OwnedItem(number * 2 + Pick(3));
         if (TheManners().unregisters && OneIn(4)) {
             (void)remove(item);
-        } else if (OneIn(4)) {
+        } else if (OneIn(4) && !IsLeftToLibraries()) {
             Register(add, item);
         }
     }

@@ -2,6 +2,7 @@
 #include "actors/owner_deeds.h"
 
 #include "actors/actors.h"
+#include "model/ledger.h"
 #include "world/choices.h"
 #include "world/process.h"
 
@@ -30,10 +31,10 @@ void ReportLater(const std::string& item, const Report& report) {
     const uint32_t progress = OneIn(4) ? 1 + Pick(3) : 0;
     for (uint32_t i = 0; i < progress; ++i) {
         Pass(PickTime());
-        report(MakeRecord(item, "running", "step " + std::to_string(i)));
+        report(Utter(item, "running", "step " + std::to_string(i)));
     }
     Pass(PickTime());
-    report(MakeRecord(item, PickStatus(), "measured"));
+    report(Utter(item, PickStatus(), "measured"));
 }
 
 }  // namespace
@@ -46,36 +47,44 @@ tagKivoOmInspectionResult MakeRecord(const std::string& name, const std::string&
     return result;
 }
 
+tagKivoOmInspectionResult Utter(const std::string& name, const std::string& status, const std::string& text) {
+    static uint64_t last = 0;
+    const auto result = MakeRecord(name, status, text + " " + std::to_string(++last));
+    const InPlatform platform;
+    model::TheLedger().Say(model::WordsOf(result));
+    return result;
+}
+
 void RunOwned(const std::string& item, const std::string& request, tagKivoOmInspectionResult& result,
               const Report& report) {
     const bool stop = request.find("\"stop\"") != std::string::npos;
     if (stop && OneIn(2)) {
-        report(MakeRecord(item, "fail", "stopped"));
+        report(Utter(item, "fail", "stopped"));
     }
     switch (Pick(8)) {
         default:
-            result = MakeRecord(item, PickStatus(), "ok");
+            result = Utter(item, PickStatus(), "ok");
             break;
         case 2:
             Pass(PickTime());
-            result = MakeRecord(item, PickStatus(), "after a while");
+            result = Utter(item, PickStatus(), "after a while");
             break;
         case 3:
         case 4:
         case 5: {
-            result = MakeRecord(item, "running", "");
+            result = Utter(item, "running", "");
             const InPlatform platform;
             Spawn(CurrentProcess(), "worker", [item, report] { ReportLater(item, report); });
             break;
         }
         case 6:
-            result = MakeRecord(item, TheManners().silent ? "running" : "success", "nothing follows");
+            result = Utter(item, TheManners().silent ? "running" : "success", "nothing follows");
             break;
         case 7:
             if (TheManners().silent) {
                 Pass(301 * kSecond);
             }
-            result = MakeRecord(item, "success", "late");
+            result = Utter(item, "success", "late");
             break;
     }
 }

@@ -14,6 +14,9 @@ using Report = std::function<void(const tagKivoOmInspectionResult& result)>;
 
 tagKivoOmInspectionResult MakeRecord(const std::string& name, const std::string& status, const std::string& text);
 
+/// The same with a text that nobody else says, which the owner is about to tell the server, once.
+tagKivoOmInspectionResult Utter(const std::string& name, const std::string& status, const std::string& text);
+
 /// Runs an item: fills the result, at once or after a while. "running": `report` is called later, on another thread,
 /// once or more often; or never.
 void RunOwned(const std::string& item, const std::string& request, tagKivoOmInspectionResult& result,

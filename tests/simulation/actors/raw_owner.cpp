@@ -58,7 +58,7 @@ void AnswerLater(const TagMsgBlock& message, const std::string& item) {
             const InPlatform waiting;
             (void)Wait("its own work", nullptr, Now() + Pick(5000) * kMilli);
         }
-        const auto result = MakeRecord(item, "success", "deferred");
+        const auto result = Utter(item, "success", "deferred");
         (void)OsMsgSynSendResp(&message, &result, sizeof result);
     });
 }
@@ -92,7 +92,7 @@ void RegisterAll(uint32_t number) {
 void Babble(uint32_t number) {
     Count(Fault::kOwnerBabbles);
     const std::string item = PickItem();
-    auto result = MakeRecord(item, PickOf("running", "success", "idle", "fail"), "babble");
+    auto result = Utter(item, PickOf("running", "success", "idle", "fail"), "babble");
     switch (Pick(6)) {
         case 0:
             Post(5, std::string(Pick(400), 'b'));

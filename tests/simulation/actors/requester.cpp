@@ -5,7 +5,9 @@
 
 #include "actors/actors.h"
 #include "actors/items.h"
+#include "model/ledger.h"
 #include "world/choices.h"
+#include "world/events.h"
 #include "world/journal.h"
 
 namespace {
@@ -40,6 +42,25 @@ bool SimRest() {
 void SimViolation(const char* text) {
     const sim::InPlatform platform;
     sim::Violation(text);
+}
+
+uint64_t SimNow() {
+    return sim::model::TheLedger().Next();
+}
+
+void SimGive(const char* item, const char* status, const char* text, uint64_t since) {
+    const sim::InPlatform platform;
+    sim::model::TheLedger().Give(sim::CurrentProcess().name, {item, status, text}, since);
+}
+
+void SimTellRun(const char* item, const char* status, const char* text) {
+    const sim::InPlatform platform;
+    sim::TellEvent(8, sim::model::Words{item, status, text}.Describe());
+}
+
+void SimTellBusy(bool busy) {
+    const sim::InPlatform platform;
+    sim::TellEvent(9, busy ? "busy" : "idle");
 }
 
 void sim::RunRequester(const Image& image, const std::string& name) {

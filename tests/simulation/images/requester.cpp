@@ -4,6 +4,7 @@
 
 #include <array>
 #include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -62,12 +63,22 @@ void Judge(const char* what, const Request& request, const std::string& name) {
     }
 }
 
-bool RunOne(Session& session, bool& hasResult) {
+// By item: when the first request was made whose results may still come.
+using Pending = std::map<std::string, uint64_t>;
+
+void Give(const ItemResult& result, uint64_t since) {
+    SimGive(result.name.c_str(), result.status.c_str(), result.text.c_str(), since);
+}
+
+bool RunOne(Session& session, Pending& pending, bool& hasResult) {
     const Request request = PickRequest();
     const milliseconds limit = PickLimit();
     RunOptions options;
     options.join = SimPick(2) == 1;
     options.leaveRunning = SimPick(4) == 3;
+    const uint64_t begin = SimNow();
+    const uint64_t since = pending.emplace(request.item, begin).first->second;
+    options.onRunning = [since](const ItemResult& running) { Give(running, since); };
     const Clock clock(limit);
     const auto outcome = RunItem(session, request, options, limit);
     clock.Check("RunItem");
@@ -78,17 +89,21 @@ bool RunOne(Session& session, bool& hasResult) {
     if (KindOf(request) == RequestKind::kRun && outcome->result.status == "running") {
         SimViolation("RunItem gave a result that is not the last one");
     }
+    Give(outcome->result, since);
+    if (since == begin) {
+        pending.erase(request.item);
+    }
     hasResult = true;
     return true;
 }
 
 // Whoever got no result in time may ask for the next item at once, while the results of the first one are still to
 // come.
-bool RunInARow(Session& session) {
+bool RunInARow(Session& session, Pending& pending) {
     bool hasResult = false;
     bool goesOn = true;
     do {
-        goesOn = RunOne(session, hasResult);
+        goesOn = RunOne(session, pending, hasResult);
     } while (goesOn && !hasResult && SimPick(2) == 1);
     return goesOn;
 }
@@ -97,10 +112,14 @@ bool RunSync(Session& session) {
     const Request request = PickRequest();
     const milliseconds limit = PickLimit();
     const Clock clock(limit);
+    const uint64_t since = SimNow();
     const auto reply = session.Run(request, limit);
     clock.Check("Run");
     if (!reply) {
         return !IsEnd(reply.Failure());
+    }
+    if (!reply->isPending) {
+        Give(reply->result, since);
     }
     return true;
 }
@@ -117,7 +136,15 @@ bool RunSome(Session& session) {
     size_t known = 0;
     size_t expected = 0;
     options.onStart = [&](uint32_t /*taskId*/, size_t /*first*/, size_t started) { expected = started; };
+    const uint64_t since = SimNow();
     options.onRecord = [&](const GroupRecord& record) {
+        for (size_t i = 0; i < record.items.size() && record.items.size() == expected; ++i) {
+            const ItemResult& result = record.items[i].result;
+            if (!result.name.empty()) {  // it has begun
+                Judge("RunGroup", requests[known + i], result.name);
+                Give(result, since);
+            }
+        }
         known += record.items.size();
         if (record.items.size() != expected) {
             SimViolation("a group's record has another number of items than were asked for");
@@ -159,7 +186,7 @@ bool ResetOne(Session& session) {
     return !error || !IsEnd(*error);
 }
 
-bool DoOne(Session& session) {
+bool DoOne(Session& session, Pending& pending) {
     switch (SimPick(8)) {
         case 4:
         case 5:
@@ -169,20 +196,34 @@ bool DoOne(Session& session) {
         case 7:
             return SimPick(2) == 0 ? AskItems(session) : ResetOne(session);
         default:
-            return RunInARow(session);
+            return RunInARow(session, pending);
     }
+}
+
+// One session; false: the requester is to end. Without a subscription nothing must be told.
+bool UseSession(const char* name, Pending& pending) {
+    Events events;
+    events.onRun = [](const ItemResult& run) { SimTellRun(run.name.c_str(), run.status.c_str(), run.text.c_str()); };
+    events.onBusy = SimTellBusy;
+    auto session = Session::Open(events, name);
+    if (!session) {
+        return false;
+    }
+    if (SimPick(8) != 7) {
+        (void)(*session)->Subscribe();
+    }
+    while (SimRest() && DoOne(**session, pending)) {
+        if (SimPick(64) == 63) {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
 
 void SimRunRequester(const char* name) {
-    Events events;
-    events.onBusy = [](bool /*busy*/) {};
-    auto session = Session::Open(events, name);
-    if (!session) {
-        return;
-    }
-    (void)(*session)->Subscribe();
-    while (SimRest() && DoOne(**session)) {
+    Pending pending;
+    while (UseSession(name, pending)) {
     }
 }

@@ -15,6 +15,12 @@ void SimPickCommand(char* out, size_t size);
 bool SimRest();
 [[noreturn]] void SimViolation(const char* text);
 
+/// Now, in the order of all that happens; a result that the library gives of what was asked since then; an event.
+uint64_t SimNow();
+void SimGive(const char* item, const char* status, const char* text, uint64_t since);
+void SimTellRun(const char* item, const char* status, const char* text);
+void SimTellBusy(bool busy);
+
 /// In the image: opens a session under that name and makes requests until SimRest says no.
 void SimRunRequester(const char* name);
 }

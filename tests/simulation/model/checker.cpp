@@ -92,6 +92,8 @@ void CompareJob(void* context, const SimJob& job) {
     ++place.at;
 }
 
+constexpr const char* kHeartbeat = "heartbeat";
+
 std::string Receiver(const TagMsgBlock& message) {
     return std::string(message.dstProcName) + ":" + message.dstTaskName;
 }
@@ -112,6 +114,7 @@ Checker::Checker(const Image& image)
 bool Checker::Compares(const Process& process) {
     if (compares_ && process.ranOutOfMemory) {
         compares_ = false;
+        TheLedger().RunOutOfMemory();
         for (const auto& [name, entry] : state_.table) {
             counts_[name] = entry.startCount;
         }
@@ -141,6 +144,7 @@ void Checker::Take(const Thread& thread, const Seen& seen) {
 }
 
 void Checker::OnLog(Thread& thread, uint32_t level, const char* unit, uint32_t module, const std::string& text) {
+    witness_.OnLog(thread, text);
     const auto job = jobThreads_.find(thread.number);
     if (job != jobThreads_.end() && text.starts_with("start wait[")) {
         job->second.waitsSince = Now();
@@ -158,6 +162,9 @@ void Checker::OnLock(Thread& thread, const void* mutex) {
     if (table ? thread.locks.size() != 1
               : thread.locks.size() > 2 || (thread.locks.size() == 2 && !IsTable(thread.locks[0]))) {
         Violation(std::string("takes the lock of the ") + (table ? "table" : "jobs") + " with another one held");
+    }
+    if (table) {
+        witness_.OnTableLocked(thread);
     }
     if (!Compares(*thread.process)) {
         return;
@@ -221,6 +228,7 @@ void Checker::OnEvent(Thread& thread, uint32_t id, BytesView data, uint32_t resu
     if (thread.locks.size() != 1 || !IsTable(thread.locks[0])) {
         Violation("broadcasts without the table's lock, or with more");
     }
+    Witness::OnEvent(id, data);
     Take(thread, {.kind = Kind::kEvent, .number = id, .data = data, .result = result});
 }
 
@@ -234,11 +242,13 @@ void Checker::OnSend(Thread& thread, const TagMsgBlock& message, BytesView data,
 }
 
 void Checker::OnAsk(Thread& thread, const TagMsgBlock& message, BytesView data, uint32_t timeout) {
+    witness_.OnAsk(thread, data);
     const std::string receiver = Receiver(message);
     Take(thread, {.kind = Kind::kAsk, .number = message.msgId, .module = timeout, .text = receiver, .data = data});
 }
 
 void Checker::OnAnswer(Thread& thread, uint32_t result, BytesView reply) {
+    witness_.OnAnswer(thread, result, reply);
     Take(thread, {.kind = Kind::kAnswer, .result = result, .reply = reply});
 }
 
@@ -255,6 +265,9 @@ void Checker::OnCreate(Thread& thread, Thread* created, const void* argument, ui
     if (created != nullptr && id != 0) {
         jobThreads_[created->number].job = id;
     }
+    if (created == nullptr) {
+        witness_.OnNoThread(thread);
+    }
     if (PartOf(thread) == nullptr) {
         return;
     }
@@ -266,10 +279,42 @@ void Checker::OnCreate(Thread& thread, Thread* created, const void* argument, ui
     }
 }
 
+// The heartbeat is the only one that has a timer.
+void Checker::OnTimer(Thread& thread, uint32_t period, uint32_t result) {
+    if (thread.name != kHeartbeat) {
+        Violation("creates a timer, which is not its business");
+    }
+    hasTimer_ = result == 0;
+    heartbeat_ = thread.number;
+    if (Compares(*thread.process) && PartOf(thread) == nullptr) {
+        auto part = std::make_unique<Part>(state_);
+        part->BeginHeartbeat();
+        Keep(thread, std::move(part));
+    }
+    Take(thread, {.kind = Kind::kTimer, .number = period, .result = result});
+}
+
+void Checker::OnSubscribe(Thread& thread, uint32_t event, uint32_t result) {
+    refused_ = refused_ || result != OS_MSG_OK;
+    Take(thread, {.kind = Kind::kSubscribe, .number = event, .result = result});
+}
+
 void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) {
+    if (thread.task == kHeartbeat) {
+        if (const Part* const part = PartOf(thread); part != nullptr && !part->HasEnded()) {
+            Violation("handles the news of a restart before it has done with what came before");
+        }
+        if (Compares(*thread.process)) {
+            auto part = std::make_unique<Part>(state_);
+            part->BeginRestart(message);
+            Keep(thread, std::move(part));
+        }
+        return;
+    }
     if (thread.task != "iom_srv_task") {
         return;
     }
+    witness_.OnHandler(thread, message, data);
     ++TheOutcome().requests;
     handled_ = kivo::TokenOf(message);
     if (Compares(*thread.process)) {
@@ -280,10 +325,13 @@ void Checker::OnHandler(Thread& thread, const TagMsgBlock& message, BytesView da
 }
 
 void Checker::OnHandled(Thread& thread, uint32_t result) {
-    if (thread.task != "iom_srv_task") {
+    if (thread.task != kHeartbeat && thread.task != "iom_srv_task") {
         return;
     }
     Take(thread, {.kind = Kind::kHandled, .number = result});
+    if (thread.task == kHeartbeat) {
+        return;
+    }
     if (!thread.locks.empty()) {
         Violation("a handler returns with a lock held");
     }
@@ -295,8 +343,12 @@ void Checker::OnHandled(Thread& thread, uint32_t result) {
 }
 
 void Checker::OnThreadEnd(Thread& thread) {
-    Take(thread, {.kind = Kind::kEnd});
+    // A task's thread ends when its process leaves the bus.
+    if (thread.name != kHeartbeat) {
+        Take(thread, {.kind = Kind::kEnd});
+    }
     Drop(thread);
+    witness_.OnThreadEnd(thread);
     jobThreads_.erase(thread.number);
 }
 
@@ -388,7 +440,9 @@ bool Checker::IsAtRest(const Process& process) {
     if (!Compares(process)) {
         return HasOnlyTimers();
     }
-    return parts_.size() <= state_.jobs.size() && std::ranges::all_of(state_.jobs, [](const auto& entry) {
+    const auto isHeartbeat = [this](const auto& part) { return part.first == heartbeat_; };
+    const auto others = parts_.size() - static_cast<size_t>(std::ranges::count_if(parts_, isHeartbeat));
+    return others <= state_.jobs.size() && std::ranges::all_of(state_.jobs, [](const auto& entry) {
                const Job& job = entry.second;
                return job.kind == Job::Kind::kWait && job.timeout == 0 && !job.stopFlag;
            });
@@ -411,10 +465,10 @@ int64_t Checker::SpareBlocks(const Process& process) {
     return process.blocks - known;
 }
 
-// A start that was cut short by a failed allocation leaves fewer.
+// A start that was cut short by a failed allocation or a refused subscription leaves fewer.
 void Checker::CheckBlocks(const Process& process, int64_t spareBlocks) {
     const int64_t blocks = SpareBlocks(process);
-    if (blocks > spareBlocks || (blocks < spareBlocks && Compares(process))) {
+    if (blocks > spareBlocks || (blocks < spareBlocks && Compares(process) && !refused_)) {
         Violation("at rest the server has " + std::to_string(blocks) + " blocks of memory instead of " +
                   std::to_string(spareBlocks));
     }
@@ -449,6 +503,23 @@ void Checker::CheckJobs() const {
     }
 }
 
+// The timer of the heartbeat stays, and its task goes on, also without the timer or the subscription. A restart of the
+// log makes no other timer.
+void Checker::CheckHeartbeat(const Process& process) const {
+    const auto part = parts_.find(heartbeat_);
+    if (!IsThread(heartbeat_) || (part != parts_.end() && !part->second->HasEnded())) {
+        Violation("at rest the task of the heartbeat does not wait for messages");
+    }
+    if (process.timers.size() != (hasTimer_ ? 1 : 0)) {
+        Violation("at rest there are " + std::to_string(process.timers.size()) + " timers");
+    }
+    for (const auto& [id, timer] : process.timers) {
+        if (timer->param.period != 5 || timer->param.repeat != 1 || timer->deleted) {
+            Violation("at rest there is a timer of " + std::to_string(timer->param.period) + " s");
+        }
+    }
+}
+
 void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBlocks) {
     if (Compares(process)) {
         CompareTable();
@@ -456,6 +527,7 @@ void Checker::CheckRest(const Process& process, std::optional<int64_t> spareBloc
     }
     CheckTable();
     CheckJobs();
+    CheckHeartbeat(process);
     if (spareBlocks && jobThreads_.empty()) {
         CheckBlocks(process, *spareBlocks);
     }

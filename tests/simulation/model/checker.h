@@ -13,6 +13,7 @@
 #include "images/probe.h"
 #include "model/part.h"
 #include "model/state.h"
+#include "model/witness.h"
 #include "world/image.h"
 #include "world/observer.h"
 
@@ -35,6 +36,8 @@ public:
     void OnReply(Thread& thread, BytesView data, uint32_t result) override;
     void OnSleep(Thread& thread, uint32_t seconds) override;
     void OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) override;
+    void OnTimer(Thread& thread, uint32_t period, uint32_t result) override;
+    void OnSubscribe(Thread& thread, uint32_t event, uint32_t result) override;
     void OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) override;
     void OnHandled(Thread& thread, uint32_t result) override;
     void OnThreadEnd(Thread& thread) override;
@@ -73,6 +76,7 @@ private:
     void CompareJobs() const;
     void CheckTable() const;
     void CheckJobs() const;
+    void CheckHeartbeat(const Process& process) const;
     void CheckBlocks(const Process& process, int64_t spareBlocks);
 
     decltype(SimVisitTable)* visitTable_;
@@ -80,6 +84,10 @@ private:
     const void* tableLock_;
     const void* jobsLock_;
     State state_;
+    Witness witness_;
+    uint64_t heartbeat_ = 0;                           // its thread's number
+    bool hasTimer_ = false;                            // the heartbeat has its timer
+    bool refused_ = false;                             // a subscription was refused
     std::map<uint64_t, std::unique_ptr<Part>> parts_;  // by the thread's number
 
     // What is seen of the jobs' threads, without the model.

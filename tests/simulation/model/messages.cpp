@@ -12,22 +12,6 @@ using Kind = Action::Kind;
 
 namespace {
 
-// A payload as a name: up to its first NUL.
-std::string NameIn(BytesView data) {
-    return {data.begin(), std::find(data.begin(), data.end(), '\0')};
-}
-
-std::vector<std::string> TextsIn(BytesView data) {
-    std::vector<std::string> texts;
-    auto place = data.begin();
-    while (place != data.end() && *place != '\0') {
-        const auto end = std::find(place, data.end(), '\0');
-        texts.emplace_back(place, end);
-        place = end == data.end() ? end : end + 1;
-    }
-    return texts;
-}
-
 constexpr size_t kItemList = 12296;
 constexpr uint32_t kDefaultItems = 25;
 

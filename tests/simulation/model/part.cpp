@@ -17,6 +17,16 @@ void Part::BeginMessage(const TagMsgBlock& message, BytesView data) {
     script_->Start();
 }
 
+void Part::BeginHeartbeat() {
+    script_ = std::make_unique<Script<void>>(Heartbeat());
+    script_->Start();
+}
+
+void Part::BeginRestart(const TagMsgBlock& message) {
+    script_ = std::make_unique<Script<void>>(Restart(TextOf(message.srcProcName)));
+    script_->Start();
+}
+
 void Part::BeginJob(uint32_t id) {
     script_ = std::make_unique<Script<void>>(JobThread(id));
     script_->Start();
@@ -44,6 +54,14 @@ Expect Part::Log(uint32_t level, const char* unit, uint32_t module, std::string 
 
 Expect Part::CreateThread(uint32_t argument) {
     return {cursor_, Action{.kind = Action::Kind::kCreate, .number = argument}};
+}
+
+Expect Part::CreateTimer(uint32_t period) {
+    return {cursor_, Action{.kind = Action::Kind::kTimer, .number = period}};
+}
+
+Expect Part::Subscribe(uint32_t event) {
+    return {cursor_, Action{.kind = Action::Kind::kSubscribe, .number = event}};
 }
 
 Expect Part::Send(uint32_t id, const Client& client, BytesView data) {
@@ -88,6 +106,21 @@ bool ReadJson(const std::string& json, const char* key, size_t size, std::string
     }
     cJSON_Delete(tree);
     return fits;
+}
+
+std::string NameIn(BytesView data) {
+    return {data.begin(), std::find(data.begin(), data.end(), '\0')};
+}
+
+std::vector<std::string> TextsIn(BytesView data) {
+    std::vector<std::string> texts;
+    auto place = data.begin();
+    while (place != data.end() && *place != '\0') {
+        const auto end = std::find(place, data.end(), '\0');
+        texts.emplace_back(place, end);
+        place = end == data.end() ? end : end + 1;
+    }
+    return texts;
 }
 
 std::string GroupOf(const std::vector<std::string>& texts) {

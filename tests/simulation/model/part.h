@@ -24,6 +24,10 @@ public:
     void BeginMessage(const TagMsgBlock& message, BytesView data);
     void BeginJob(uint32_t id);
 
+    /// The task of the heartbeat begins with its timer, and handles the news of a restart.
+    void BeginHeartbeat();
+    void BeginRestart(const TagMsgBlock& message);
+
     /// The thread's next action.
     void Take(const Seen& seen);
 
@@ -71,14 +75,23 @@ private:
     Script<void> StopGroupEntry(std::string name);
     Script<void> Broadcast(uint32_t id, Bytes data);
 
+    // ---- the heartbeat (heartbeat.cpp) ----
+    Script<void> Heartbeat();
+    Script<void> Restart(std::string proc);
+
     // ---- single actions ----
     // GCC 12 destroys an aggregate twice that is made within a co_await, so they are made here.
     Expect Do(Action::Kind kind) { return {cursor_, Action{.kind = kind}}; }
     Expect Log(uint32_t level, const char* unit, uint32_t module, std::string text);
     Expect LogResult(uint32_t level, std::string text) { return Log(level, "ResultMgr", 13, std::move(text)); }
     Expect LogMessage(uint32_t level, std::string text) { return Log(level, "inspect_dealmsg", 19, std::move(text)); }
+    Expect LogHeartbeat(uint32_t level, std::string text) {
+        return Log(level, "inspect_heartbeat", 21, std::move(text));
+    }
     Expect Sleep(uint32_t seconds) { return {cursor_, Action{.kind = Action::Kind::kSleep, .number = seconds}}; }
     Expect CreateThread(uint32_t argument);
+    Expect CreateTimer(uint32_t period);
+    Expect Subscribe(uint32_t event);
     Expect Send(uint32_t id, const Client& client, BytesView data);
     Expect Ask(const Client& owner, Bytes data);
     Expect Reply(Bytes data);
@@ -93,6 +106,12 @@ private:
 
 /// A text of a request, by its key; false when there is none that fits.
 bool ReadJson(const std::string& json, const char* key, size_t size, std::string& out);
+
+/// A payload as a name: up to its first NUL.
+std::string NameIn(BytesView data);
+
+/// The texts of a group's request.
+std::vector<std::string> TextsIn(BytesView data);
 
 std::string GroupOf(const std::vector<std::string>& texts);
 

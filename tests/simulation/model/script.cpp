@@ -25,11 +25,14 @@ std::string Action::Describe() const {
                                              "reply",
                                              "sleep",
                                              "create a thread",
+                                             "create a timer",
+                                             "subscribe to an event",
                                              "end the handler",
                                              "end the thread"};
     std::string description = kNames[static_cast<size_t>(kind)];
     if (kind == Kind::kLog || kind == Kind::kEvent || kind == Kind::kSend || kind == Kind::kAsk ||
-        kind == Kind::kSleep || kind == Kind::kCreate || kind == Kind::kHandled) {
+        kind == Kind::kSleep || kind == Kind::kCreate || kind == Kind::kTimer || kind == Kind::kSubscribe ||
+        kind == Kind::kHandled) {
         description += " " + std::to_string(number);
     }
     if (kind == Kind::kLog || kind == Kind::kAsk) {

@@ -33,12 +33,15 @@ struct Action {
         kReply,
         kSleep,
         kCreate,
+        kTimer,
+        kSubscribe,
         kHandled,
         kEnd,
     };
 
     Kind kind{};
-    uint32_t number{};   // log: level; event, send, ask: id; sleep: seconds; create: the argument; handled: the result
+    uint32_t number{};   // log: level; event, send, ask: id; sleep: seconds; create: the argument; timer: the period;
+                         // subscribe: the event; handled: the result
     uint32_t module{};   // log: module; ask: time limit
     const char* unit{};  // log
     std::string text{};  // log: text; send, ask: process and task

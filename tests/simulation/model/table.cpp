@@ -113,7 +113,9 @@ Script<uint32_t> Part::AskOwner(Request request, Result* result) {
     const Seen& answer = co_await Do(Kind::kAnswer);
     if (answer.result != OS_MSG_OK) {
         const uint32_t code = answer.result;
-        Reached(code == OS_MSG_ERR_TIMEOUT ? "owner: silent for the limit" : "owner: gone");
+        Reached(code == OS_MSG_ERR_TIMEOUT     ? "owner: silent for the limit"
+                : code == OS_MSG_ERR_NO_MEMORY ? "owner: not asked, send failed"
+                                               : "owner: gone");
         co_await Log(1, "PipeliningMgr", 17, "OsMsgSynSend fail, start 80020001, ret = " + Hex(code) + " ");
         co_return 10;
     }
@@ -183,6 +185,9 @@ Script<uint32_t> Part::Begin(Entry* entry, bool withText, std::string text) {
         co_await Broadcast(8, BytesOf(&entry->result, sizeof entry->result));
     }
     ++entry->startCount;
+    if (entry->startCount > 200) {
+        Reached("item: joined by more than 200");
+    }
     if (entry->startCount == 0) {
         Reached("item: count wrapped");
         state_.wrapped = true;

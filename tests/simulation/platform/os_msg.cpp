@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "common/msg_rules.h"
+#include "model/ledger.h"
 #include "world/bus.h"
 #include "world/faults.h"
 #include "world/journal.h"
@@ -61,6 +62,14 @@ Delivery MakeDelivery(const Process& sender, const TagMsgBlock& message, bool sy
     return delivery;
 }
 
+// What a requester asks of the server; 0: it is none.
+model::Stamp NoteRequest(const Process& process, const TagMsgBlock& message) {
+    if (process.kind != "requester" || std::string_view(message.dstProcName) != "ominspect") {
+        return 0;
+    }
+    return model::TheLedger().Ask(process.name, message.msgId, PayloadOf(message));
+}
+
 void CheckLocks(const char* what) {
     if (!Self()->locks.empty()) {
         Violation(std::string(what) + " with a lock held");
@@ -75,13 +84,20 @@ uint32_t SynSend(const TagMsgBlock& message, TagMsgBlock** resp, uint32_t timeou
     if (!process.Attached()) {
         return process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_ERR_NOT_ATTACHED;
     }
+    if (process.observer != nullptr && IsDue(Fault::kSendFails)) {
+        return OS_MSG_ERR_NO_MEMORY;
+    }
     const auto request = std::make_shared<Request>();
     request->from = &process;
     request->fromName = process.name;
     request->toName = message.dstProcName;
     request->deadline = Now() + timeoutMs * kMilli;
+    const model::Stamp asked = NoteRequest(process, message);
     Ask(request, MakeDelivery(process, message, true));
     if (request->result == OS_MSG_OK) {
+        if (asked != 0 && message.msgId == 0) {
+            model::TheLedger().GetReply(process.name, request->reply, asked);
+        }
         auto reply = std::make_unique<Reply>();
         reply->data = std::move(request->reply);
         reply->envelope.msgId = message.msgId;
@@ -106,6 +122,7 @@ uint32_t AsynSend(const TagMsgBlock& message) {
     if (process.observer != nullptr && IsDue(Fault::kSendFails)) {
         return OS_MSG_ERR_NO_MEMORY;
     }
+    NoteRequest(process, message);
     Send(process, message.dstProcName, MakeDelivery(process, message, false));
     return OS_MSG_OK;
 }
@@ -172,6 +189,27 @@ void StartTask(Process& process, const std::shared_ptr<Task>& task) {
 void JoinTasks(Process& process) {
     WaitFor("its tasks to end", &process, kNever,
             [&process] { return std::ranges::all_of(process.tasks, [](const auto& task) { return task->ended; }); });
+}
+
+uint32_t Subscribe(Process& process, std::span<const OsMsgSubscription> subscriptions) {
+    if (!process.Attached()) {
+        return process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_ERR_NOT_ATTACHED;
+    }
+    if (IsDue(Fault::kSubscriptionFails)) {
+        return OS_MSG_ERR_NO_MEMORY;
+    }
+    for (const OsMsgSubscription& wanted : subscriptions) {
+        if (process.FindTask(ReadName(wanted.dstTaskName, sizeof wanted.dstTaskName)) == nullptr) {
+            return OS_MSG_ERR_NO_TASK;
+        }
+        const bool known = std::ranges::any_of(process.subscriptions, [&wanted](const auto& other) {
+            return std::memcmp(&other, &wanted, sizeof wanted) == 0;
+        });
+        if (!known) {
+            process.subscriptions.push_back(wanted);
+        }
+    }
+    return OS_MSG_OK;
 }
 
 uint32_t MayAttach(const Process& process, const char* name) {
@@ -246,6 +284,10 @@ uint32_t OsMsgSynSendResp(const TagMsgBlock* msg, const void* data, uint32_t dat
     const auto owed = process.owed.find(kivo::TokenOf(*msg));
     if (process.state == Process::State::kOff) {
         result = process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_ERR_NOT_ATTACHED;
+    } else if (owed != process.owed.end() && process.observer != nullptr && IsDue(Fault::kSendFails)) {
+        process.owed.erase(owed);
+        result = OS_MSG_ERR_NO_MEMORY;
+        Reached("reply: not sent");
     } else if (owed != process.owed.end()) {
         Answer(owed->second.request, OS_MSG_OK, CopyOf(reply));
         process.owed.erase(owed);
@@ -292,22 +334,12 @@ uint32_t OsMsgSubscribeEvent(const OsMsgSubscription* subscriptions, uint32_t co
     if (subscriptions == nullptr || count == 0 || flags != 0) {
         return OS_MSG_ERR_PARAM;
     }
-    Process& process = CurrentProcess();
-    if (!process.Attached()) {
-        return process.busLost ? OS_MSG_ERR_NO_BUS : OS_MSG_ERR_NOT_ATTACHED;
+    const uint32_t result = Subscribe(CurrentProcess(), {subscriptions, count});
+    Note({"subscribes to ", subscriptions->eventId, " ", result});
+    if (Observer* const observer = TheObserver()) {
+        observer->OnSubscribe(*Self(), subscriptions->eventId, result);
     }
-    for (const OsMsgSubscription& wanted : std::span(subscriptions, count)) {
-        if (process.FindTask(ReadName(wanted.dstTaskName, sizeof wanted.dstTaskName)) == nullptr) {
-            return OS_MSG_ERR_NO_TASK;
-        }
-        const bool known = std::ranges::any_of(process.subscriptions, [&wanted](const auto& other) {
-            return std::memcmp(&other, &wanted, sizeof wanted) == 0;
-        });
-        if (!known) {
-            process.subscriptions.push_back(wanted);
-        }
-    }
-    return OS_MSG_OK;
+    return result;
 }
 
 uint32_t OsProcAttach(const char* procName) {

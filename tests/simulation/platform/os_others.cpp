@@ -13,6 +13,7 @@
 #include "kivo/os_timer.h"
 #include "world/faults.h"
 #include "world/journal.h"
+#include "world/observer.h"
 #include "world/process.h"
 
 using namespace sim;
@@ -38,6 +39,25 @@ void RunTimer(Process& process, const std::shared_ptr<Timer>& timer, OsTimerId i
     process.timers.erase(id);
 }
 
+uint32_t CreateTimer(Process& process, const OsTimerParam* param, OsTimerId* id) {
+    if (param == nullptr || id == nullptr || !kivo::IsValid(*param)) {
+        return EINVAL;
+    }
+    if (!process.timersStarted) {
+        return EPERM;
+    }
+    if (IsDue(Fault::kTimerFails)) {
+        return ENOMEM;
+    }
+    const auto timer = std::make_shared<Timer>();
+    timer->param = *param;
+    timer->due = Now() + param->period * kSecond;
+    *id = ++process.lastTimer;
+    process.timers[*id] = timer;
+    Spawn(process, "timer", [&process, timer, number = *id] { RunTimer(process, timer, number); });
+    return 0;
+}
+
 // Stands before every accounted block.
 struct alignas(std::max_align_t) Header {
     Process* process;
@@ -58,20 +78,11 @@ uint32_t OsTmrManagerInit(uint32_t tick, uint32_t priority, uint32_t flags) {
 uint32_t OsTmrCreate(const OsTimerParam* param, OsTimerId* id) {
     const InPlatform platform;
     Point();
-    Process& process = CurrentProcess();
-    if (param == nullptr || id == nullptr || !kivo::IsValid(*param)) {
-        return EINVAL;
+    const uint32_t result = CreateTimer(CurrentProcess(), param, id);
+    if (Observer* const observer = TheObserver(); observer != nullptr && param != nullptr) {
+        observer->OnTimer(*Self(), param->period, result);
     }
-    if (!process.timersStarted) {
-        return EPERM;
-    }
-    const auto timer = std::make_shared<Timer>();
-    timer->param = *param;
-    timer->due = Now() + param->period * kSecond;
-    *id = ++process.lastTimer;
-    process.timers[*id] = timer;
-    Spawn(process, "timer", [&process, timer, number = *id] { RunTimer(process, timer, number); });
-    return 0;
+    return result;
 }
 
 uint32_t OsTmrDelete(OsTimerId id) {

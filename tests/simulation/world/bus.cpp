@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "common/msg_rules.h"
+#include "model/ledger.h"
 #include "world/choices.h"
+#include "world/events.h"
 #include "world/faults.h"
 #include "world/journal.h"
 #include "world/observer.h"
@@ -53,6 +55,9 @@ bool Enqueue(Task& task, Delivery delivery) {
         return true;
     }
     NoteDelivery("queue full: ", delivery);
+    if (delivery.event != 0) {
+        LoseEvent(*FindProcess(delivery.envelope.dstProcName), delivery.event);
+    }
     if (delivery.request == nullptr) {
         ++task.dropped;
         Reached("bus: message lost, queue full");
@@ -97,6 +102,10 @@ void Handle(Process& process, const Task& task, Delivery delivery) {
         }
     }
     NoteDelivery("handle ", delivery);
+    if (process.kind == "requester" && delivery.request == nullptr && envelope.msgId <= 1 &&
+        std::string_view(envelope.srcProcName) == "ominspect") {
+        model::TheLedger().GetMessage(process.name, envelope.msgId, delivery.data);
+    }
     if (Observer* const observer = TheObserver()) {
         observer->OnHandler(*Self(), envelope, delivery.data);
     }
@@ -107,6 +116,9 @@ void Handle(Process& process, const Task& task, Delivery delivery) {
     }
     if (Observer* const observer = TheObserver()) {
         observer->OnHandled(*Self(), result);
+    }
+    if (delivery.event != 0) {
+        CheckTold(process, delivery.event);
     }
     const auto owed = process.owed.find(token);
     if (owed != process.owed.end() && !owed->second.deferred) {
@@ -120,8 +132,9 @@ bool IsRestart(const OsMsgSubscription& wanted) {
 
 // An event goes to the very process that subscribed to it.
 void SendEvent(const std::string& from, Process& subscriber, const OsMsgSubscription& wanted, uint32_t id,
-               const std::string& task, const Bytes& data) {
+               const std::string& task, const Bytes& data, uint64_t number = 0) {
     Delivery delivery;
+    delivery.event = GetsEvents(from, wanted.dstTaskName) ? number : 0;
     delivery.envelope.uid = IsRestart(wanted) ? UINT32_MAX : 1000;
     delivery.envelope.msgId = id;
     kivo::WriteName(delivery.envelope.srcProcName, from);
@@ -131,8 +144,8 @@ void SendEvent(const std::string& from, Process& subscriber, const OsMsgSubscrip
     kivo::WriteName(delivery.envelope.replyTaskName, task);
     delivery.envelope.dataLen = static_cast<uint32_t>(data.size());
     delivery.data = data;
-    At(Arrival(from, subscriber.name), [&subscriber, delivery = std::move(delivery)] {
-        if (subscriber.Attached()) {
+    At(Arrival(from, subscriber.name), [&subscriber, joins = subscriber.joins, delivery = std::move(delivery)] {
+        if (subscriber.Attached() && subscriber.joins == joins) {
             Arrive(subscriber.name, delivery);
         }
     });
@@ -172,8 +185,9 @@ void AwaitArrivals(Process& process) {
 }
 
 void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data) {
+    const uint64_t number = NoteEvent(from.name, task, id, data);
     ForEachSubscription(from.name, id, task, [&](Process& subscriber, const OsMsgSubscription& wanted) {
-        SendEvent(from.name, subscriber, wanted, id, task, data);
+        SendEvent(from.name, subscriber, wanted, id, task, data, number);
     });
 }
 
@@ -214,6 +228,7 @@ void Answer(const std::shared_ptr<Request>& request, uint32_t result, Bytes repl
 void JoinBus(Process& process, const std::string& name) {
     process.name = name;
     process.state = Process::State::kOn;
+    ++process.joins;
     Note({"joins the bus as ", name});
     ForEachSubscription(name, OS_MSG_EVENT_PROC_RESTART, "", [&](Process& other, const OsMsgSubscription& wanted) {
         SendEvent(name, other, wanted, OS_MSG_EVENT_PROC_RESTART, "", {});
@@ -242,6 +257,7 @@ void LeaveBus(Process& process) {
     process.subscriptions.clear();
     process.owed.clear();
     process.items.clear();
+    process.untold.clear();
     for (const auto& request : std::vector(The().requests)) {
         if (request->to == &process) {
             Answer(request, OS_MSG_ERR_DIED, {});

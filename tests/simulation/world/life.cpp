@@ -104,8 +104,8 @@ void World::ChooseFaults() {
         uint32_t calls;
     };
     static constexpr Chance kChances[] = {
-        {Fault::kTimeLimit, 50}, {Fault::kQueueFull, 100}, {Fault::kNoThread, 20},
-        {Fault::kSlowDisk, 300}, {Fault::kSendFails, 100}, {Fault::kLateMessage, 30},
+        {Fault::kTimeLimit, 50},  {Fault::kQueueFull, 100},  {Fault::kNoThread, 20},  {Fault::kSlowDisk, 300},
+        {Fault::kSendFails, 100}, {Fault::kLateMessage, 30}, {Fault::kTimerFails, 2}, {Fault::kSubscriptionFails, 2},
     };
     for (const Chance& chance : kChances) {
         if (OneIn(5)) {
@@ -343,6 +343,7 @@ void World::AwaitItems() const {
 void World::ComeToRest() {
     StopFaults();
     server_->failAllocationIn = 0;
+    LeaveItToLibraries();
     // What owners do after a restart is seen best when nothing comes after it.
     if ((disturbances_ & 1U) != 0 && OneIn(2)) {
         KillNow(*server_);

@@ -30,6 +30,8 @@ public:
     virtual void OnReply(Thread& thread, BytesView data, uint32_t result) = 0;
     virtual void OnSleep(Thread& thread, uint32_t seconds) = 0;
     virtual void OnCreate(Thread& thread, Thread* created, const void* argument, uint32_t result) = 0;
+    virtual void OnTimer(Thread& thread, uint32_t period, uint32_t result) = 0;
+    virtual void OnSubscribe(Thread& thread, uint32_t event, uint32_t result) = 0;           // for the first one
     virtual void OnHandler(Thread& thread, const TagMsgBlock& message, BytesView data) = 0;  // it begins
     virtual void OnHandled(Thread& thread, uint32_t result) = 0;
     virtual void OnThreadEnd(Thread& thread) = 0;

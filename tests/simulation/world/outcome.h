@@ -22,6 +22,8 @@ enum class Fault : uint8_t {
     kOwnerLies,
     kOwnerBabbles,
     kSendFails,
+    kTimerFails,
+    kSubscriptionFails,
     kLogRestarts,
     kLateMessage,
     kCount,

@@ -41,6 +41,7 @@ struct Delivery {
     TagMsgBlock envelope{};
     Bytes data;
     std::shared_ptr<Request> request;  // null: asynchronous
+    uint64_t event{};                  // the number of an event that a session is to be told of
 };
 
 /// A task; its own address is the channel on which its loop waits.
@@ -74,6 +75,13 @@ struct ShownItem {
     std::string server;
 };
 
+/// An event that its event function is still to be told of.
+struct Untold {
+    uint64_t number{};
+    uint32_t id{};
+    std::string told;
+};
+
 class Observer;
 
 /// A process; its own address is the channel on which others wait for its tasks and for its end.
@@ -96,6 +104,8 @@ struct Process {
     std::vector<OsMsgSubscription> subscriptions;
     std::map<uint64_t, OwedReply> owed;  // by token
     std::vector<ShownItem> items;
+    std::deque<Untold> untold;
+    uint32_t joins{};  // how often it has joined
 
     // Memory:
     int64_t blocks{};
