@@ -112,13 +112,15 @@ std::vector<std::string> ListWylogFiles(const std::string& dir, bool wantAppLogs
 }
 
 void SortByTime(std::vector<std::string>& names, const std::string& dir) {
-    // The times are read once: files come and go while their names are sorted.
+    // The times are read once: files come and go while their names are sorted. What needs memory comes before any name
+    // is moved, so that none is lost without it.
     std::vector<std::pair<int64_t, std::string>> timed;
     timed.reserve(names.size());
-    for (std::string& name : names) {
-        const int64_t time = StatusOf(In(dir, name)).modifyTime;
-        timed.emplace_back(time, std::move(name));
+    for (const std::string& name : names) {
+        timed.emplace_back(StatusOf(In(dir, name)).modifyTime, std::string());
     }
+    std::transform(timed.begin(), timed.end(), names.begin(), timed.begin(),
+                   [](const auto& entry, auto& name) { return std::pair(entry.first, std::move(name)); });
     std::sort(timed.begin(), timed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::transform(timed.begin(), timed.end(), names.begin(), [](auto& entry) { return std::move(entry.second); });
 }

@@ -1,5 +1,6 @@
 // Log files on disk: rotation, reopening, and what happens when they cannot be written.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +19,7 @@
 #include "linux/log_reader.h"
 #include "linux/memory_shortage.h"
 #include "platform_control.h"
+#include "support/process_state.h"
 #include "thread_starter.h"
 
 namespace fs = std::filesystem;
@@ -292,6 +294,74 @@ TEST_F(LogFileTest, WithoutMemoryThereIsNoNewLog) {
         Log(Create(), 1);
     }
     EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>(20, 1));
+}
+
+// Each allocation fails once, of a line that finds the file full. Then the line is lost or on standard error, and the
+// next one is where it belongs.
+TEST_F(LogFileTest, WithoutMemoryForARotationTheNextLineIsWritten) {
+    const std::string text(200, 'r');
+    const auto descriptors = support::Descriptors(getpid());
+    bool happened = true;
+    int before = 0;
+    for (; happened && before < 200; ++before) {
+        const KivoOmLogHandle handle = Create(512, 2, 300);
+        Log(handle, 1, text);
+        std::vector<uint32_t> outside;
+        {
+            support::StandardError error;
+            support::FailAllocations(1, before);
+            Log(handle, 2, text);
+            happened = support::FailuresToCome() == 0;
+            support::FailAllocations(0);
+            Log(handle, 3, text);
+            outside = Numbers(error.Lines());
+        }
+        EXPECT_EQ(NumbersIn("contract.log"), std::vector<uint32_t>{3}) << before;
+        EXPECT_EQ(FileCount(), 2U) << before;
+        EXPECT_TRUE(outside.empty() || outside == std::vector<uint32_t>{2}) << before;
+        EXPECT_EQ(NumbersIn("contract.1.log"), std::vector<uint32_t>{happened ? 1U : 2U}) << before;
+        ASSERT_EQ(KivoOmLogClientUnInit(), 0U);
+        EXPECT_EQ(support::Descriptors(getpid()), descriptors) << before;
+        fs::remove_all(support::LogDirectory());
+        Init();
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_GE(before, 5);
+}
+
+// As the server does it when the operations log asks for it. A reopening that fails may be tried again, and what is
+// logged meanwhile is on standard error.
+TEST_F(LogFileTest, WithoutMemoryForAReopeningTheNextOneWorks) {
+    const auto reopen = [](KivoOmLogHandle& handle) {
+        const uint32_t result = KivoOmLogClientInit("suite_with_a_name_of_31_bytes_xx", 31);
+        return result == 0 ? TryCreate(handle) : result;
+    };
+    bool happened = true;
+    int before = 0;
+    std::vector<uint32_t> written;
+    for (; happened && before < 200; ++before) {
+        KivoOmLogHandle handle = Create();
+        Log(handle, 1);
+        written.push_back(1);
+        support::StandardError error;
+        support::FailAllocations(1, before);
+        EXPECT_EQ(KivoOmLogClientUnInit(), 0U);
+        const uint32_t result = reopen(handle);
+        happened = support::FailuresToCome() == 0;
+        support::FailAllocations(0);
+        EXPECT_TRUE(result == 0 || result == ENOMEM) << result << " after " << before;
+        Log(handle, 2);
+        if (result == 0) {
+            written.push_back(2);
+        }
+        EXPECT_EQ(Numbers(error.Lines()), result == 0 ? std::vector<uint32_t>{} : std::vector<uint32_t>{2}) << before;
+        EXPECT_EQ(reopen(handle), 0U) << before;
+        Log(handle, 3);
+        written.push_back(3);
+        EXPECT_EQ(NumbersIn("contract.log"), written) << before;
+    }
+    EXPECT_FALSE(happened);
+    EXPECT_GE(before, 5);
 }
 
 TEST_F(LogFileTest, ErrorsOfNamedUnitsGoToStandardErrorAsWell) {
