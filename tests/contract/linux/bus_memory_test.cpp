@@ -182,6 +182,31 @@ TEST_F(DetachedTest, AProcessThatFoundNoDescriptorJoinsLater) {
     EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK);
 }
 
+// It cannot join, or it knows all the same who is there; whichever allocation of its joining failed.
+TEST_F(DetachedTest, AProcessThatFoundNoMemoryOnceKnowsWhoIsThereWhenItHasJoined) {
+    const RawConnection process;
+    process.Take("com.kivo.proc.early");
+    OsMsgRegLogFunc([](const char*) {});
+    bool isOver = false;
+    for (int before = 0; !isOver; ++before) {
+        FailAllocations(1, before);
+        const uint32_t joined = OsProcAttach("tester");
+        isOver = FailuresToCome() > 0;
+        FailAllocations(0);
+        if (joined != OS_MSG_OK) {
+            ASSERT_EQ(joined, OS_MSG_ERR_NO_MEMORY) << before;
+            continue;
+        }
+        const Inbox inbox;
+        AddTask("inbox", inbox.Keep());
+        process.Post("tester", "inbox", 7);
+        ASSERT_TRUE(inbox.Await(1)) << before;
+        EXPECT_STREQ(inbox.All()[0].envelope.srcProcName, "early") << before;
+        OsProcDetach();
+    }
+    OsMsgRegLogFunc(nullptr);
+}
+
 // The first thread is the one that reads the bus, the next two are the tasks'.
 TEST_F(DetachedTest, ATaskRunnerThatLacksAThreadLeavesTheBus) {
     const std::array tasks{Describe("first", Inbox().Keep()), Describe("second", Inbox().Keep())};

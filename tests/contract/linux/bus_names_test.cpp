@@ -86,6 +86,17 @@ TEST_F(OsMsgNamesTest, WhoJoinsLaterSeesTheSameName) {
     EXPECT_EQ(SeenAs(sender), "aaa");
 }
 
+TEST_F(OsMsgNamesTest, WhoJoinsAgainKnowsNoNameThatWasGivenUpMeanwhile) {
+    const RawConnection sender;
+    sender.Take("com.kivo.proc.zzz");
+    EXPECT_EQ(SeenAs(sender), "zzz");
+    OsProcDetach();
+    sender.GiveUp("com.kivo.proc.zzz");
+    ASSERT_EQ(OsProcAttach("tester"), OS_MSG_OK);
+    AddTask("inbox", inbox_.Keep());
+    EXPECT_EQ(SeenAs(sender), "");
+}
+
 TEST_F(OsMsgNamesTest, BothNamesOfAProcessAreAnsweredTo) {
     const RawConnection process;
     process.Take("com.kivo.proc.aaa");
