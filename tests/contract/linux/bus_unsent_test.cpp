@@ -233,6 +233,7 @@ TEST_F(OsMsgUnsentTest, LeavingTheBusDoesNotWaitForADaemonThatHangs) {
     std::optional<StoppedDaemon> daemon(std::in_place, sink);
     uint32_t result = OS_MSG_OK;
     EXPECT_GE(Fill(kMiB, result), 15U);
+    (void)Fill(0, result);  // no room for anything is left
     StartThread([&left] {
         OsProcDetach();
         left = true;
@@ -240,6 +241,7 @@ TEST_F(OsMsgUnsentTest, LeavingTheBusDoesNotWaitForADaemonThatHangs) {
     EXPECT_TRUE(WaitFor([&left] { return left.load(); }));
     daemon.reset();
     EXPECT_TRUE(WaitFor([&] { return left.load() && !sink.IsThere("com.kivo.proc.tester"); }));
+    EXPECT_EQ(OsProcAttach("tester"), OS_MSG_OK) << "what was not sent takes no room any more";
 }
 
 TEST_F(OsMsgUnsentTest, IsSentBeforeTheProcessLeavesABusThatTakesIt) {
