@@ -99,6 +99,12 @@ Stamp Ledger::Ask(const std::string& proc, uint32_t id, BytesView payload) {
     if (id != 0 && id != 18 && id != 19) {
         return now;
     }
+    // Hundreds may ask the same at once.
+    Request request{proc, id, {payload.begin(), payload.end()}};
+    if (request == lastRequest_) {
+        return now;
+    }
+    lastRequest_ = std::move(request);
     if (id == 0) {
         // If the owner reports later, it is a requester of the item with the empty name, should there be one.
         asked_.emplace(std::pair(proc, std::string()), now);

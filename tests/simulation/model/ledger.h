@@ -83,6 +83,14 @@ private:
         std::unordered_map<std::string, Stamp> texts;
     };
 
+    struct Request {
+        std::string proc;
+        uint32_t id{};
+        Bytes payload;
+
+        bool operator==(const Request&) const = default;
+    };
+
     static void Replace(Item& item, Stamp now) { item.replaced.push_back(now); }
     bool IsSo(const Words& words, Stamp since) const;
     void Get(const std::string& proc, const Words& words, Stamp since);
@@ -91,6 +99,7 @@ private:
     bool outOfMemory_ = false;
     std::map<std::string, Item> items_;
     std::multiset<std::string> said_;
+    Request lastRequest_;
     std::map<std::pair<std::string, std::string>, Stamp> asked_;  // first, by process and item
     std::map<std::string, std::unordered_map<std::string, Stamp>> got_;
 };

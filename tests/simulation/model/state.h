@@ -87,14 +87,7 @@ struct State {
 /// A text in a field of a record, as far as it goes.
 template <size_t size>
 std::string TextOf(const char (&field)[size]) {
-    std::string text;
-    for (const char byte : field) {
-        if (byte == '\0') {
-            break;
-        }
-        text += byte;
-    }
-    return text;
+    return {field, strnlen(field, size)};
 }
 
 /// Copies a text that fits, with its NUL; leaves the empty text otherwise. What stands behind it stays.

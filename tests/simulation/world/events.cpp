@@ -37,13 +37,17 @@ bool GetsEvents(const std::string& process, const std::string& task) {
 
 uint64_t NoteEvent(const std::string& from, const std::string& task, uint32_t id, const Bytes& data) {
     ++g_last;
+    std::string told;
     ForEachProcess([&](Process& subscriber) {
         const auto isOf = [&](const OsMsgSubscription& wanted) {
             return wanted.eventId == id && from == wanted.srcProcName && task == wanted.srcTaskName &&
                    GetsEvents(from, wanted.dstTaskName);
         };
         if (subscriber.Attached() && std::ranges::any_of(subscriber.subscriptions, isOf)) {
-            subscriber.untold.push_back({g_last, id, ToldOf(id, data)});
+            if (told.empty()) {
+                told = ToldOf(id, data);
+            }
+            subscriber.untold.push_back({g_last, id, told});
         }
     });
     return g_last;
