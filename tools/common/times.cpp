@@ -56,10 +56,11 @@ std::optional<TimePoint> ParseTime(const std::string& text, TimePoint now) {
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, number);
     constexpr std::int64_t kMostAge = 1000000000;
+    constexpr std::int64_t kReach = 9000000000;  // seconds on either side of 1970 that a TimePoint surely holds
     if (error == std::errc() && end - rest == 1 && number >= 0 && number <= kMostAge) {
         for (const auto& [letter, unit] :
              {std::pair('s', 1), std::pair('m', 60), std::pair('h', 3600), std::pair('d', 86400)}) {
-            if (*rest == letter) {
+            if (*rest == letter && number * unit <= kReach) {
                 return now - std::chrono::seconds(number * unit);
             }
         }
@@ -70,7 +71,9 @@ std::optional<TimePoint> ParseTime(const std::string& text, TimePoint now) {
         if (last != nullptr && *last == '\0') {
             fields.tm_isdst = -1;
             const bool isUtc = std::string_view(format).ends_with('Z');
-            return std::chrono::system_clock::from_time_t(isUtc ? timegm(&fields) : mktime(&fields));
+            const std::time_t seconds = isUtc ? timegm(&fields) : mktime(&fields);
+            const bool isReached = seconds >= -kReach && seconds <= kReach;
+            return isReached ? std::optional(std::chrono::system_clock::from_time_t(seconds)) : std::nullopt;
         }
     }
     return std::nullopt;

@@ -26,6 +26,16 @@ TEST(Times, OfPeopleAreLocal) {
     EXPECT_EQ(LocalDate(kTime), "2001-09-09 03:46");
 }
 
+// From 1684 to 2255.
+TEST(Times, BeyondWhatATimePointHoldsAreRefused) {
+    for (const char* text : {"1015-01-31T12:35:56Z", "9999-12-31 23:59", "2300-01-01", "1000000000d", "200000d"}) {
+        EXPECT_FALSE(ParseTime(text, TimePoint())) << text;
+    }
+    EXPECT_TRUE(ParseTime("1700-01-01T00:00:00Z", TimePoint()));
+    EXPECT_TRUE(ParseTime("2250-12-31T23:59:59Z", TimePoint()));
+    EXPECT_TRUE(ParseTime("100000d", TimePoint()));
+}
+
 TEST(Times, AreReadAsAgesAndAsDates) {
     const TimePoint now{1769862896s};  // 2026-01-31T12:34:56Z
     EXPECT_EQ(ParseTime("90s", now), now - 90s);
