@@ -19,6 +19,7 @@ namespace {
 using namespace ominspect;
 using namespace ominspect::gateway;
 
+constexpr int kFailed = 1;  // what is no mistake of anybody's, and may be over at the next start
 constexpr int kWrongUse = 2;
 constexpr int kCannotServe = 3;
 constexpr const char* kDefaultConfig = OMINSPECT_CONFIG_DIR "/gateway.xml";
@@ -27,8 +28,8 @@ constexpr const char* kFooter =
     "Without --config, " OMINSPECT_CONFIG_DIR
     "/gateway.xml counts if it is there, else the built-in settings.\n"
     "\n"
-    "Exit code: 0 ended as asked, 2 wrong use or a mistake in the file, 3 it must not, or cannot, listen where it is\n"
-    "told to.";
+    "Exit code: 0 ended as asked, 1 no memory or no thread at its start, 2 wrong use or a mistake in the file, 3 it must\n"
+    "not, or cannot, listen where it is told to.";
 
 void Complain(const std::string& text) {
     (void)std::fprintf(stderr, "%sominspect-gateway: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), text.c_str());
@@ -90,6 +91,6 @@ int main(int argc, char** argv) {
         return Main(argc, argv);
     } catch (const std::exception& error) {
         Complain(error.what());
-        return kCannotServe;
+        return kFailed;
     }
 }

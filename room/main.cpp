@@ -12,6 +12,7 @@
 #include "common/text.h"
 #include "items/config.h"
 #include "items/jobs.h"
+#include "items/mapping.h"
 #include "items/service.h"
 #include "ominspect/journal.h"
 #include "options.h"
@@ -41,8 +42,8 @@ CommandOutcome RunToEnd(std::vector<std::string> argv) {
 }
 
 // The items as the checking program lists them: one line each, with its name, its limit in seconds, and "sync" or
-// "async". Nothing when it does not; the reason was said.
-std::optional<ominspect::items::OwnerConfig> ListItems(const std::string& program, const Options& options) {
+// "async". The exit code; the reason was said for any but kPassed.
+int ListItems(const std::string& program, const Options& options, ominspect::items::OwnerConfig& config) {
     std::vector<std::string> command{program};
     if (!options.config.empty()) {
         command.insert(command.end(), {"--config", options.config});
@@ -50,13 +51,19 @@ std::optional<ominspect::items::OwnerConfig> ListItems(const std::string& progra
     std::vector<std::string> list = command;
     list.emplace_back("--list");
     const CommandOutcome outcome = RunToEnd(list);
-    if (outcome.end != CommandOutcome::End::kExited || outcome.code != kPassed) {
+    if (outcome.end == CommandOutcome::End::kExited && outcome.code == kWrongUse) {
         // The checking program does not know that its complaints end in the journal.
         (void)std::fprintf(stderr, "%s%s", OmJournalPrefix(OM_JOURNAL_ERROR), outcome.output.err.c_str());
-        return std::nullopt;
+        return kWrongUse;
     }
-    ominspect::items::OwnerConfig config{"room", kMaxParallel, {}};
+    if (outcome.end != CommandOutcome::End::kExited || outcome.code != kPassed) {
+        // Nobody has made a mistake: another start may succeed.
+        const auto result = ominspect::items::MakeResult("list", program, kListLimit, outcome);
+        Complain("cannot list the items: " + std::string(result.text));
+        return kUnreachable;
+    }
     std::istringstream lines(outcome.output.out);
+    lines.exceptions(std::ios::badbit);  // or the list would end where memory does
     std::string name;
     std::string kind;
     for (unsigned limit = 0; lines >> name >> limit >> kind;) {
@@ -64,7 +71,7 @@ std::optional<ominspect::items::OwnerConfig> ListItems(const std::string& progra
         answer.insert(answer.end(), {"--answer", name});
         config.items.push_back({name, std::chrono::seconds(limit), kind == "sync", std::move(answer)});
     }
-    return config;
+    return kPassed;
 }
 
 int Main(int argc, char** argv) {
@@ -85,11 +92,11 @@ int Main(int argc, char** argv) {
         Complain("cannot run " + ominspect::text::Escaped(*program) + ": " + ominspect::SystemText(errno));
         return kUnreachable;
     }
-    const auto config = ListItems(*program, options);
-    if (!config) {
-        return kWrongUse;
+    ominspect::items::OwnerConfig config{"room", kMaxParallel, {}};
+    if (const int code = ListItems(*program, options, config); code != kPassed) {
+        return code;
     }
-    if (const auto error = ominspect::items::Serve(kProgram, *config)) {
+    if (const auto error = ominspect::items::Serve(kProgram, config)) {
         Complain(error->text);
         return kUnreachable;
     }

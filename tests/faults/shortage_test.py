@@ -2,7 +2,8 @@
 server meets a shortage that lasts. The next request is carried out as always.
 
 OMINSPECT_FAILING_ALLOCATION is the library that lets an allocation fail, OMINSPECT_FAULT_SHIMS the one that refuses
-threads; the rest of the environment is that of tests/python/system.py.
+threads. OMINSPECT_ROOM is ominspect-room with the C++ library as a library, the rest of the
+environment that of tests/python/system.py.
 """
 
 from __future__ import annotations
@@ -16,7 +17,7 @@ import struct
 import subprocess
 import threading
 import unittest
-from typing import Callable
+from typing import IO, Callable
 
 from jeepney import DBusAddress, MessageType, new_method_call
 from jeepney.io.blocking import open_dbus_connection
@@ -31,7 +32,7 @@ ITEMS = """<Owner process="short_of_memory" maxParallel="1">
     <Item name="held" timeout="10" isSync="true"><Command>/bin/sh</Command><Arg>-c</Arg>
         <Arg>touch begun; sleep 0.1</Arg></Item>
 </Owner>"""
-MOST = 1000
+MOST = 2000
 TYPED = "com.kivo.Inspect1"
 
 
@@ -53,11 +54,11 @@ class Shortage(System):
         self.set_left(-1)
         return failed
 
-    def start_short(self, command: list[str]) -> subprocess.Popen[bytes]:
+    def start_short(self, command: list[str], errors: IO[bytes] | None = None) -> subprocess.Popen[bytes]:
         """Starts a program whose allocations fail when they are told to."""
         shims = os.environ["OMINSPECT_FAILING_ALLOCATION"] + " " + os.environ["OMINSPECT_FAULT_SHIMS"]
         shortage = {"LD_PRELOAD": shims, "FAILING_ALLOCATION": str(self.left), "FAULT_FOLDER": str(self.folder)}
-        child = subprocess.Popen(command, cwd=self.folder, env={**os.environ, **shortage})
+        child = subprocess.Popen(command, cwd=self.folder, env={**os.environ, **shortage}, stderr=errors)
         self.addCleanup(self.end, child)
         return child
 
@@ -160,22 +161,76 @@ class Owner(Shortage):
         self.assertEqual(self.end(self.owner), 0)
 
 
+class Room(Shortage):
+    ITEM = "conf_dndswitch_ft"
+
+    def setUp(self) -> None:
+        super().setUp()
+        (self.folder / "room.xml").write_text('<Room><Network wired="none0"/></Room>')
+
+    def start_room(self) -> bool:
+        """Whether it serves. It serves all items, or says why it cannot, whatever lacks memory: itself, or the program
+        that looks."""
+        with open(self.folder / "said", "wb") as said:
+            self.room = self.start_short(
+                [os.environ["OMINSPECT_ROOM"], "--config", str(self.folder / "room.xml")], said)
+        self.assertTrue(eventually(lambda: self.room.poll() is not None or " items\n" in self.said()), self.said())
+        serves = self.room.poll() is None
+        if self.room.poll() != -signal.SIGABRT:
+            # Another start may serve, so it must not end as with a mistake, after which the service manager lets it be.
+            self.assertIn(" serves 25 items\n" if serves else "ominspect-room: ", self.said())
+            self.assertIn(self.room.poll(), (None, 3), self.said())
+        return serves
+
+    def said(self) -> str:
+        return (self.folder / "said").read_text()
+
+    def test_a_start(self) -> None:
+        aborts: list[bool] = []
+
+        def road() -> None:
+            if self.start_room():
+                self.assertIn(self.end(self.room), (0, 3))
+            aborts.append(self.room.poll() == -signal.SIGABRT)
+        self.everywhere(100, road, lambda: None)
+        # Nobody catches what the libraries throw before the program begins; after that it ends in order.
+        self.assertNotIn(True, aborts[aborts.index(False):])
+
+    def test_a_run(self) -> None:
+        self.assertTrue(self.start_room())
+        requester = self.session()
+
+        def status() -> str:
+            return requester.run(self.ITEM, limit=5).result.status
+        self.assertTrue(eventually(lambda: status() == "unknown"))  # as the room's file asks for nothing
+        self.everywhere(20, lambda: self.assertIn(status(), ("unknown", "fail")),
+                        lambda: self.assertEqual(status(), "unknown"))
+        self.assertEqual(self.end(self.room), 0)
+
+
 class WithGateway(Shortage):
     MORE = ""  # of the gateway's configuration
 
     def setUp(self) -> None:
         super().setUp()
+        (self.folder / "collected").write_text("a log")
+        (self.folder / "entries.xml").write_text(
+            f'<Diagnose><LogCollect><Log srcPath="{self.folder}/collected" dstPath="{self.folder}/copy" timeout="5" '
+            'isFolder="false"/></LogCollect></Diagnose>')
         self.start_items(self.start)
         (self.folder / "tokens").touch(mode=0o600)
         config = self.folder / "gateway.xml"
         config.write_text(f'<Gateway refresh="3600"><History path="{self.folder}/history.db"/>'
                           f'<Http tokens="{self.folder}/tokens"><Unix path="{self.folder}/http"/></Http>'
-                          f'<Collection enabled="false"/>{self.MORE.format(folder=self.folder)}</Gateway>')
+                          f'<Collection folder="{self.folder}/collection" config="{self.folder}/entries.xml"/>'
+                          f'{self.MORE.format(folder=self.folder)}</Gateway>')
         self.start_gateway()
 
+    def command(self) -> list[str]:
+        return [os.environ["OMINSPECT_BIN"] + "/ominspect-gateway", "--config", str(self.folder / "gateway.xml")]
+
     def start_gateway(self) -> None:
-        self.gateway = self.start_short([os.environ["OMINSPECT_BIN"] + "/ominspect-gateway",
-                                         "--config", str(self.folder / "gateway.xml")])
+        self.gateway = self.start_short(self.command())
         self.assertTrue(eventually(self.is_well))
 
     def is_well(self) -> bool:
@@ -219,30 +274,22 @@ class WithGateway(Shortage):
         return True
 
 
-class Gateway(WithGateway):
+class WithOrders(WithGateway):
     def http_status(self, path: str, *more: str) -> str:
         done = subprocess.run(["curl", "-s", "-o", os.devnull, "-w", "%{http_code}", "--max-time", "5", "--unix-socket",
-                               str(self.folder / "http"), *more, f"http://localhost/api/v1/{path}"],
+                               str(self.folder / "http"), "--path-as-is", *more, f"http://localhost/{path}"],
                               capture_output=True, check=False, text=True)
         return done.stdout
 
-    def everywhere_in_a_question(self, path: str) -> None:
-        deaths: list[bool] = []
+    def begin(self, path: str, order: str) -> int | None:
+        """The number of the operation that was begun."""
+        begun = self.ask(path, "-H", "Content-Type: application/json", "-d", order)
+        return begun["id"] if isinstance(begun, dict) else None
 
-        def road() -> None:
-            status = self.http_status(path)
-            deaths.append(status == "000" and self.started_anew())
-            self.assertTrue(deaths[-1] or status in ("200", "503"), status)
-        self.everywhere(10, road, lambda: self.assertIsNotNone(self.ask(path)))
-        self.assertLess(sum(deaths), 5)  # of other threads than those that answer
-        self.assertEqual(self.end(self.gateway), 0)
-
-    def run_now(self) -> bool:
-        """Whether a run was begun, and ended with a result. One whose result is lost on its way ends with its limit."""
-        begun = self.ask("items/now/run", "-H", "Content-Type: application/json", "-d", '{"timeoutSeconds": 2}')
-        if not isinstance(begun, dict):
+    def has_results(self, number: int | None) -> bool:
+        """Whether the operation ended with results. One whose result is lost on its way ends with its limit."""
+        if number is None:
             return False
-        number = begun["id"]
         seen: list[dict[str, object]] = []
 
         def has_ended() -> bool:
@@ -252,29 +299,115 @@ class Gateway(WithGateway):
         self.assertTrue(eventually(has_ended))
         return bool(seen[-1].get("results"))
 
+    def run_now(self) -> bool:
+        return self.has_results(self.begin("items/now/run", '{"timeoutSeconds": 2}'))
+
+    def everywhere_in_an_order(self, road: Callable[[], object], following: Callable[[], object]) -> None:
+        """The gateway may end, but for what was ordered nobody waits, and the next order is carried out."""
+        deaths: list[bool] = []
+
+        def next_order() -> None:
+            deaths.append(self.started_anew())
+            self.assertTrue(eventually(following))
+        self.everywhere(30, road, next_order)
+        gaps = [row for row in self.history() if row.get("text") == "the gateway did not run"]
+        self.assertEqual(len(gaps), sum(deaths))
+        self.assertEqual(self.end(self.gateway), 0)
+
+
+class Gateway(WithOrders):
+    def everywhere_in_a_question(self, path: str, of: str = "api/v1/") -> None:
+        deaths: list[bool] = []
+
+        def road() -> None:
+            status = self.http_status(of + path)
+            deaths.append(status == "000" and self.started_anew())
+            self.assertTrue(deaths[-1] or status in ("200", "503"), status)
+        self.everywhere(10, road, lambda: self.assertEqual(self.http_status(of + path), "200"))
+        self.assertLess(sum(deaths), 5)  # of other threads than those that answer
+        self.assertEqual(self.end(self.gateway), 0)
+
+    def test_a_start(self) -> None:
+        """A start that fails is one that the service manager tries again."""
+        self.assertEqual(self.end(self.gateway), 0)
+
+        def start() -> None:
+            with open(self.folder / "said", "wb") as said:
+                self.gateway = self.start_short(self.command(), said)
+            self.assertTrue(eventually(lambda: self.gateway.poll() is not None or self.ask("health")))
+        self.everywhere(50, start, lambda: self.assertIn(self.end(self.gateway), (0, 1, -signal.SIGABRT)))
+
     def test_the_items(self) -> None:
         self.everywhere_in_a_question("items")
 
     def test_the_history(self) -> None:
         self.everywhere_in_a_question("history")
 
-    def test_a_run(self) -> None:
-        deaths: list[bool] = []
+    def test_the_metrics(self) -> None:
+        self.everywhere_in_a_question("metrics", of="")
 
-        def following() -> None:
-            deaths.append(self.started_anew())
-            self.assertTrue(self.run_now())
-        self.everywhere(50, self.run_now, following)
-        gaps = [row for row in self.history() if row.get("text") == "the gateway did not run"]
-        self.assertEqual(len(gaps), sum(deaths))
-        self.assertEqual(self.end(self.gateway), 0)
+    def test_the_whole_picture(self) -> None:
+        self.everywhere_in_a_question("picture")
+
+    def test_a_run(self) -> None:
+        self.everywhere_in_an_order(self.run_now, self.run_now)
+
+    def collect(self) -> bool:
+        """Whether there is a package afterwards."""
+        if self.http_status("api/v1/collection", "-X", "POST") != "202":
+            return False
+        seen: list[object] = []
+
+        def has_ended() -> bool:
+            collection = self.ask("collection")
+            seen.append(collection["state"] if isinstance(collection, dict) else None)
+            return seen[-1] in ("done", "failed") or self.gateway.poll() is not None
+        self.assertTrue(eventually(has_ended))
+        return seen[-1] == "done" and self.http_status("api/v1/collection/package") == "200"
+
+    def test_the_collection(self) -> None:
+        """What is begun ends in any case: the unit tests' CollectionTest."""
+        self.assertTrue(self.collect())
+        self.everywhere_in_a_question("collection")
 
     def test_an_operation_without_a_thread(self) -> None:
         (self.folder / "no-threads").touch()
-        self.assertEqual(self.http_status("items/now/run", "-X", "POST"), "503")
+        self.assertEqual(self.http_status("api/v1/items/now/run", "-X", "POST"), "503")
         (self.folder / "no-threads").unlink()
         self.assertTrue(self.run_now())
         self.assertEqual(self.end(self.gateway), 0)
+
+
+class GatewayOrders(WithOrders):
+    def stop(self) -> bool:
+        return self.has_results(self.begin("items/now/stop", "{}"))
+
+    def test_a_stop(self) -> None:
+        self.everywhere_in_an_order(self.stop, self.stop)
+
+    def test_a_reset(self) -> None:
+        def reset() -> bool:
+            number = self.begin("items/now/reset", "{}")
+            self.has_results(number)
+            operation = self.ask(f"operations/{number}")
+            return isinstance(operation, dict) and operation["state"] == "ended" and "error" not in operation
+        self.everywhere_in_an_order(reset, reset)
+
+
+class GatewayEvents(WithOrders):
+    def hears(self) -> bool:
+        """Whether a listener gets what the history has."""
+        command = ["curl", "-sfN", "--max-time", "5", "--unix-socket", str(self.folder / "http"),
+                   "http://localhost/api/v1/events?after=0"]
+        with subprocess.Popen(command, stdout=subprocess.PIPE) as listener:
+            assert listener.stdout is not None
+            heard = listener.stdout.read(1)
+            listener.kill()
+        return bool(heard)
+
+    def test_the_events(self) -> None:
+        self.assertTrue(eventually(lambda: self.run_now() and self.hears()))
+        self.everywhere_in_an_order(lambda: (self.hears(), self.run_now()), self.hears)
 
 
 class TypedCalls(WithGateway):
