@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "bus_envelope.h"
 #include "input.h"
 #include "kivo/os_msg.h"
 #include "small_daemon.h"
@@ -89,22 +90,18 @@ std::string Message(fuzz::Input& input) {
 
 // A call whose arguments are right in form.
 std::string Call(fuzz::Input& input) {
-    std::string body;
-    fuzz::AppendNumber(body, input.Number(4));
-    fuzz::AppendNumber(body, input.Number(4));
-    for (int i = 0; i < 2; ++i) {
-        std::string name(input.Take(input.Number(1) % 24));
+    const auto name = [&input] {
+        std::string text(input.Take(input.Number(1) % 24));
         std::replace_if(
-            name.begin(), name.end(), [](unsigned char c) { return c == 0 || c >= 0x80; }, '?');
-        fuzz::AppendText(body, name);
-    }
+            text.begin(), text.end(), [](unsigned char c) { return c == 0 || c >= 0x80; }, '?');
+        return text;
+    };
+    fuzz::BusEnvelope call{"inbox", "", input.Number(4), input.Number(4), name(), name(), {}};
     const std::vector<unsigned char> payload = input.Block();
-    fuzz::AppendNumber(body, static_cast<std::uint32_t>(payload.size()));
-    body.append(payload.begin(), payload.end());
-    BusMessage message(BusMessage::kCall, Daemon().NextSerial(), (input.Number(1) & 1U) != 0);
-    message.Text(BusMessage::kPath, 'o', "/com/kivo/task/inbox").Text(BusMessage::kInterface, 's', "com.kivo.Msg");
-    message.Text(BusMessage::kMember, 's', "Send").Text(BusMessage::kSender, 's', Sender(input.Number(1)));
-    return message.Body("uussay", body).Bytes();
+    call.payload = {reinterpret_cast<const char*>(payload.data()), payload.size()};
+    const bool wantsReply = (input.Number(1) & 1U) != 0;
+    call.sender = Sender(input.Number(1));
+    return fuzz::CallOf(call, Daemon().NextSerial(), wantsReply).Bytes();
 }
 
 // A process of which the messages are read is asked something, and answers anything.
@@ -125,15 +122,7 @@ void AskPeer(fuzz::Input& input) {
 // Whether the message layer still reads: it answers, whatever it answers.
 bool IsAlive() {
     const std::uint32_t serial = Daemon().NextSerial();
-    std::string body;
-    fuzz::AppendNumber(body, kProbe);
-    fuzz::AppendNumber(body, 0);
-    fuzz::AppendText(body, "");
-    fuzz::AppendText(body, "");
-    fuzz::AppendNumber(body, 0);
-    BusMessage probe(BusMessage::kCall, serial, true);
-    probe.Text(BusMessage::kPath, 'o', "/com/kivo/task/inbox").Text(BusMessage::kInterface, 's', "com.kivo.Msg");
-    probe.Text(BusMessage::kMember, 's', "Send").Text(BusMessage::kSender, 's', ":1.77").Body("uussay", body);
+    BusMessage probe = fuzz::CallOf({"inbox", ":1.77", kProbe, 0, "", "", {}}, serial, true);
     return Daemon().Ask(probe, serial);
 }
 

@@ -1,9 +1,14 @@
 // A request to the gateway, as its HTTP library hands it on: METHOD PATH, headers, an empty line and the body. Whoever
 // has no token gets nothing but what is open to all.
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 
+#include <unistd.h>
+
 #include "common/json.h"
+#include "history/store.h"
 #include "http/api.h"
 #include "input.h"
 
@@ -14,19 +19,99 @@ namespace {
 
 constexpr const char* kSecret = "0123456789abcdefghij";
 
-// All that a request can reach, without a bus: whatever is ordered fails.
+// Where the history and the package of a collection are.
+struct Folder {
+    std::string path = "/dev/shm/ominspect-fuzz-http-" + std::to_string(getpid());
+    std::string history = path + "/history.db";
+
+    Folder() {
+        std::filesystem::create_directories(path);
+        bool setAside = false;
+        auto store = Store::Open(history, "bus", setAside);
+        fuzz::Check(static_cast<bool>(store));
+        std::vector<Event> events;
+        for (const char* item : {"disk", "clock", "\xff", "disk"}) {
+            Event& event = events.emplace_back(EventNow(EventKind::kResult, "success"));
+            event.item = item;
+            event.text = "87 %\n\"";
+            event.seq = events.size();
+        }
+        events.push_back(EventNow(EventKind::kGap));
+        events.back().seq = events.size();
+        fuzz::Check(!(*store)->Write(events, std::chrono::system_clock::now()));
+    }
+};
+
+const Folder& TheFolder() {
+    static const Folder folder;
+    return folder;
+}
+
+// All that a request can reach, without a bus: whatever is ordered fails. The parts that may be switched off are there,
+// or are not.
 struct World {
+    explicit World(bool areOff)
+        : api({picture,
+               parts,
+               hub,
+               operations,
+               areOff ? nullptr : &collection,
+               areOff ? nullptr : &metrics,
+               areOff ? "" : TheFolder().history,
+               {"room12"},
+               [] { return json::Value::Object(); }},
+              {{Role::kAct, "desk", kSecret}, {Role::kLook, "page", "abcdefghij0123456789"}}) {
+        client::Inventory inventory;
+        inventory.items = {{"disk", client::ConfiguredItem{"disk", "warn", true}, {}}, {"\xff", {}, {}}};
+        inventory.configured = 1;
+        (void)picture.SetInventory(inventory);
+    }
+
     Feed feed{nullptr, 1};
     Runs runs;
     Link link;
     Picture picture;
     Parts parts{[](const std::string&, const Part&) {}};
-    Hub hub{0, [](std::uint64_t, std::size_t) { return std::optional<std::vector<history::Row>>(); }};
+    Hub hub{5, [](std::uint64_t after, std::size_t limit) -> std::optional<std::vector<history::Row>> {
+                history::Filter filter;
+                filter.after = after;
+                filter.limit = limit;
+                filter.isOldestFirst = true;
+                auto reader = history::Reader::Open(TheFolder().history);
+                auto rows = reader ? (*reader)->Find(filter) : reader.Failure();
+                return rows ? std::optional(std::move(*rows)) : std::nullopt;
+            }};
     Operations operations{link, runs, picture, feed};
+    Collection collection{"/nowhere/collector", WithPackage(), "", feed};
     Metrics metrics{{picture, parts, "1", [] { return GatewayFigures{}; }}};
-    Api api{{picture, parts, hub, operations, nullptr, &metrics, "", {"room12"}, [] { return json::Value::Object(); }},
-            {{Role::kAct, "desk", kSecret}, {Role::kLook, "page", "abcdefghij0123456789"}}};
+    Api api;
+
+private:
+    static std::string WithPackage() {
+        std::filesystem::create_directories(TheFolder().path + "/collection");
+        std::ofstream(TheFolder().path + "/collection/logs.tar.zst") << "package";
+        return TheFolder().path + "/collection";
+    }
 };
+
+// A listener gets frames that end, and no more than it takes.
+void CheckListener(Hub& hub, const Listen& listen) {
+    const auto listener = hub.Add(listen.after, [] {});
+    fuzz::Check(listener != nullptr);
+    hub.Tell(EventNow(EventKind::kBusy, "busy"));
+    std::string heard;
+    for (;;) {
+        char bytes[100];
+        std::size_t count = 0;
+        if (listener->Take(bytes, sizeof bytes, count) != Listener::Taken::kSome) {
+            break;
+        }
+        fuzz::Check(count > 0 && count <= sizeof bytes);
+        heard.append(bytes, count);
+    }
+    fuzz::Check(heard.ends_with("\n\n"));
+    hub.Remove(listener);
+}
 
 std::string_view Line(std::string_view& text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -74,9 +159,9 @@ void CheckResponse(const Response& response) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    World world;
     fuzz::Input input(data, size);
     const std::uint32_t flags = input.Number(1);
+    World world((flags & 8U) != 0);
     Request request = Parsed(input.Rest());
     request.source = (flags & 1U) != 0 ? "unix" : "192.0.2." + std::to_string(flags);
     request.isTls = (flags & 2U) != 0;
@@ -89,6 +174,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckResponse(*response);
     } else if (const auto* later = std::get_if<Later>(&answer)) {
         CheckResponse(later->work());
+    } else if (const auto* listen = std::get_if<Listen>(&answer)) {
+        CheckListener(world.hub, *listen);
     }
     return 0;
 }

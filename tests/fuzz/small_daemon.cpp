@@ -224,11 +224,16 @@ void SmallDaemon::Answer(const std::string& member, std::uint32_t serial, const 
         answer.Body("s", body);
     } else if (member == "ListNames") {
         std::string names;
-        AppendText(names, "com.kivo.proc.peer");
+        const std::lock_guard lock(mutex_);
+        for (const auto& [name, owner] : owners_) {
+            AppendText(names, name);
+        }
         AppendNumber(body, static_cast<std::uint32_t>(names.size()));
         answer.Body("as", body + names);
     } else if (member == "GetNameOwner") {
-        AppendText(body, argument == "com.kivo.proc.peer" ? kPeer : ":1.1");
+        const std::lock_guard lock(mutex_);
+        const auto owner = owners_.find(argument);
+        AppendText(body, owner != owners_.end() ? owner->second : ":1.1");
         answer.Body("s", body);
     } else if (member == "GetId") {
         AppendText(body, "0123456789abcdef0123456789abcdef");
@@ -256,6 +261,11 @@ void SmallDaemon::SendLast(const std::string& bytes) {
     Send(bytes);
     const std::lock_guard lock(mutex_);
     (void)shutdown(connection_, SHUT_RDWR);
+}
+
+void SmallDaemon::Add(const std::string& process, const std::string& connection) {
+    const std::lock_guard lock(mutex_);
+    owners_["com.kivo.proc." + process] = connection;
 }
 
 void SmallDaemon::PeerAnswers(std::string signature, std::string body) {

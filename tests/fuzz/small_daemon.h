@@ -54,11 +54,20 @@ public:
     // Sends what may be the beginning of a message only, and ends the connection.
     void SendLast(const std::string& bytes);
 
-    // What the peer answers to the calls that it gets: a body of this signature.
+    // Another process is on the bus, as this connection, for whoever connects from now on.
+    void Add(const std::string& process, const std::string& connection);
+
+    // What the other processes answer to the calls that they get: a body of this signature.
     void PeerAnswers(std::string signature, std::string body);
 
     // Sends a call, and waits for its answer of whatever kind. False: the connection has been ended.
     bool Ask(BusMessage& call, std::uint32_t serial);
+
+    // Whether this call, or one after it, was answered.
+    bool HasAnswerTo(std::uint32_t serial) {
+        const std::lock_guard lock(mutex_);
+        return answered_ >= serial;
+    }
 
     std::uint32_t NextSerial() { return ++serial_; }
 
@@ -78,6 +87,7 @@ private:
     bool isEnded_ = false;
     std::string signature_;
     std::string body_;
+    std::map<std::string, std::string> owners_{{"com.kivo.proc.peer", kPeer}};  // of names on the bus
     std::thread thread_;
 };
 
