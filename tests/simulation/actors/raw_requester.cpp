@@ -1,4 +1,4 @@
-// Checks only the form of each reply; the model checks what it says.
+// Checks only the form of each reply; the model checks what is sent, the ledger what is got.
 #include <cstring>
 
 #include "actors/actors.h"

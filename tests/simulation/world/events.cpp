@@ -2,6 +2,7 @@
 #include "world/events.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "actors/actors.h"
 #include "model/ledger.h"
@@ -22,10 +23,8 @@ std::string ToldOf(uint32_t id, const Bytes& data) {
     if (id == 9) {
         return data.front() == 0 ? "busy" : "idle";
     }
-    const bool ends = data[31] == 0 && data[63] == 0 && data[191] == 0;
-    const bool all = ends || (std::find(data.begin(), data.begin() + 32, 0) != data.begin() + 32 &&
-                              std::find(data.begin() + 32, data.begin() + 64, 0) != data.begin() + 64 &&
-                              std::find(data.begin() + 64, data.end(), 0) != data.end());
+    const auto ends = [&data](size_t from, size_t to) { return std::memchr(&data[from], 0, to - from) != nullptr; };
+    const bool all = ends(0, 32) && ends(32, 64) && ends(64, 192);
     return all ? model::WordsOf(BytesView(data)).Describe() : std::string();
 }
 
