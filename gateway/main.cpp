@@ -28,8 +28,8 @@ constexpr const char* kFooter =
     "Without --config, " OMINSPECT_CONFIG_DIR
     "/gateway.xml counts if it is there, else the built-in settings.\n"
     "\n"
-    "Exit code: 0 ended as asked, 1 no memory or no thread at its start, 2 wrong use or a mistake in the file, 3 it must\n"
-    "not, or cannot, listen where it is told to.";
+    "Exit code: 0 ended as asked, 1 no memory or no thread at its start, 2 wrong use or a mistake in the file,\n"
+    "3 it must not, or cannot, listen where it is told to.";
 
 void Complain(const std::string& text) {
     (void)std::fprintf(stderr, "%sominspect-gateway: %s\n", OmJournalPrefix(OM_JOURNAL_ERROR), text.c_str());

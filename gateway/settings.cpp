@@ -33,7 +33,7 @@ std::string ReadPath(const Element& element, const Attributes& attributes, std::
     if (found == attributes.end()) {
         return fallback;
     }
-    const std::string path = ReadName(element, attributes, attribute, max);
+    std::string path = ReadName(element, attributes, attribute, max);
     if (path[0] != '/') {
         throw Mistake{found->second.line, std::string(attribute) + " " + Quoted(path) + " must be an absolute path"};
     }

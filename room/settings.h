@@ -33,7 +33,7 @@ struct Settings {
 };
 
 // Parses a text. The error of a mistake is "line N: what is wrong".
-ominspect::Result<Settings> ParseSettings(std::string_view xml);
+ominspect::Result<Settings> ParseSettings(std::string_view text);
 
 // The same for a file; the error begins with the path.
 ominspect::Result<Settings> LoadSettings(const std::string& path);

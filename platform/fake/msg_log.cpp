@@ -15,7 +15,7 @@ void kivo::fake::LogLine(Lock& lock, const Process& process, uint32_t level, con
     if (log != nullptr) {
         log(text.c_str());
     } else {
-        std::fprintf(stderr, "%s\n", text.c_str());
+        (void)std::fprintf(stderr, "%s\n", text.c_str());
     }
     lock.lock();
 }

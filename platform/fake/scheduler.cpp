@@ -26,8 +26,8 @@ Lock Hold() {
 }
 
 void Die(const std::string& text) {
-    std::fprintf(stderr, "fake platform: %s\n", text.c_str());
-    std::fflush(stderr);
+    (void)std::fprintf(stderr, "fake platform: %s\n", text.c_str());
+    (void)std::fflush(stderr);
     std::abort();
 }
 

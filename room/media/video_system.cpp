@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/videodev2.h>
@@ -109,7 +110,7 @@ private:
 
 class System : public VideoProbe {
 public:
-    explicit System(const KernelFiles& files) : files_(files) {}
+    explicit System(KernelFiles files) : files_(std::move(files)) {}
 
     std::vector<std::string> Devices() override {
         static constexpr std::string_view kPrefix = "video";

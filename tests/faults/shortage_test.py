@@ -297,8 +297,9 @@ class WithOrders(WithGateway):
         """Whether the operation ended with results. One whose result is lost on its way ends with its limit."""
         if number is None:
             return False
-        self.assertTrue(eventually(lambda: self.ended(number) is not None))
-        return bool((self.ended(number) or {}).get("results"))
+        begun = number
+        self.assertTrue(eventually(lambda: self.ended(begun) is not None))
+        return bool((self.ended(begun) or {}).get("results"))
 
     def run_now(self) -> bool:
         return self.has_results(self.begin("items/now/run", '{"timeoutSeconds": 2}'))
@@ -384,10 +385,11 @@ class GatewayOrders(WithOrders):
         number = self.begin("items/now/stop", "{}")
         if number is None:
             return False
+        begun = number
         # One whose result is lost on its way goes on to its limit, which is far away; it can be ended.
-        if not eventually(lambda: self.ended(number) is not None, 3):
-            self.http_status(f"api/v1/operations/{number}/stop", "-X", "POST")
-        return self.has_results(number)
+        if not eventually(lambda: self.ended(begun) is not None, 3):
+            self.http_status(f"api/v1/operations/{begun}/stop", "-X", "POST")
+        return self.has_results(begun)
 
     def test_a_stop(self) -> None:
         self.everywhere_in_an_order(self.stop, self.stop)

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""The promises about repeating: the same seed gives the same journal to the byte, in every build, and a failing life gets
-shorter and still fails, be it one of many or the only one.
+"""The promises about repeating: the same seed gives the same journal to the byte, in every build, and a failing life
+gets shorter and still fails, be it one of many or the only one.
 
 usage: replay_test.py BUILD same|sums|shortened
        replay_test.py BUILD write-sums

@@ -174,7 +174,7 @@ std::string FormatText(const char* format, va_list args) {
         text.assign(buffer.data(), static_cast<size_t>(length));
     } else {
         text.resize(static_cast<size_t>(length));
-        std::vsnprintf(text.data(), text.size() + 1, format, again);
+        (void)std::vsnprintf(text.data(), text.size() + 1, format, again);
     }
     va_end(again);
     return text;

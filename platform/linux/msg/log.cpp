@@ -23,7 +23,7 @@ void ToStandardError(uint32_t level, const char* text) {
     const char* prefix = OmJournalPrefix(level == kLogError     ? OM_JOURNAL_ERROR
                                          : level == kLogWarning ? OM_JOURNAL_WARNING
                                                                 : OM_JOURNAL_INFO);
-    std::snprintf(line.data(), line.size(), "%skivo_os_msg: %s", prefix, text);
+    (void)std::snprintf(line.data(), line.size(), "%skivo_os_msg: %s", prefix, text);
     WriteToStandardError(line.data());
 }
 
@@ -39,7 +39,7 @@ void Log(uint32_t level, const char* format, ...) {
     std::array<char, kLineSize> line{};
     va_list args;
     va_start(args, format);
-    std::vsnprintf(line.data(), line.size(), format, args);
+    (void)std::vsnprintf(line.data(), line.size(), format, args);
     va_end(args);
     // A text that came from a peer must not break the line.
     for (char& byte : line) {
