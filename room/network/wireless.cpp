@@ -48,7 +48,8 @@ int SignalOf(nl_sock* socket, int family, std::uint32_t interface) {
         nlattr* nested = attributes[NL80211_ATTR_STA_INFO];
         if (nested != nullptr && nla_parse_nested(station.data(), NL80211_STA_INFO_MAX, nested, nullptr) == 0 &&
             station[NL80211_STA_INFO_SIGNAL] != nullptr) {
-            signal = static_cast<int>(static_cast<std::int8_t>(nla_get_u8(station[NL80211_STA_INFO_SIGNAL])));
+            const std::uint8_t byte = nla_get_u8(station[NL80211_STA_INFO_SIGNAL]);
+            signal = byte < 0x80 ? byte : byte - 0x100;  // dBm as a signed byte
         }
     });
     return signal;

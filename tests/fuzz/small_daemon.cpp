@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -140,6 +141,9 @@ SmallDaemon::SmallDaemon() {
 void SmallDaemon::Serve(int listener) {
     for (;;) {
         connection_ = accept(listener, nullptr, nullptr);
+        if (connection_ < 0) {  // interrupted
+            continue;
+        }
         if (LogOn()) {
             while (ReadMessage()) {
             }
@@ -167,6 +171,9 @@ bool SmallDaemon::ReadBytes(std::string& out, std::size_t size) const {
     while (size > 0) {
         char buffer[4096];
         const ssize_t count = read(connection_, buffer, std::min(size, sizeof(buffer)));
+        if (count < 0 && errno == EINTR) {  // the fuzzer's timer
+            continue;
+        }
         if (count <= 0) {
             return false;
         }
@@ -250,6 +257,9 @@ void SmallDaemon::Send(const std::string& bytes) {
     const std::lock_guard lock(mutex_);
     for (std::size_t at = 0; at < bytes.size() && connection_ >= 0;) {
         const ssize_t count = send(connection_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
         if (count <= 0) {
             return;
         }
