@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "client_fixture.h"
+#include "everywhere.h"
 #include "kivo/om_inspect_engine_client.h"
 #include "kivo/os_msg.h"
 #include "ominspect/client/run.h"
@@ -25,33 +26,7 @@ using namespace support;
 
 namespace {
 
-constexpr unsigned kMostAllocations = 3000;
 constexpr milliseconds kShort{500};  // for what was lost with the allocation
-
-// Lets the first allocation fail, the second, and so on until the road needs no more; `next` must hold each time. How
-// many there were.
-unsigned Everywhere(const std::function<void()>& road, const std::function<bool()>& next) {
-    for (unsigned number = 0; number < kMostAllocations; ++number) {
-        bool happened = false;
-        {
-            const NthAllocation shortage(number);
-            try {
-                road();
-            } catch (const std::bad_alloc&) {  // a C++ library may say so
-            }
-            happened = shortage.Happened();
-        }
-        if (!next()) {
-            ADD_FAILURE() << "after allocation " << number;
-            return number;
-        }
-        if (!happened) {
-            return number;
-        }
-    }
-    ADD_FAILURE() << "no end";
-    return kMostAllocations;
-}
 
 // What the test does for itself in the middle of a road.
 template <typename Step>
@@ -96,7 +71,7 @@ protected:
 
     void Everywhere(unsigned least, const std::function<void(Session& session)>& road) {
         ASSERT_TRUE(NextRuns());
-        EXPECT_GE(::Everywhere([&] { road(TheSession()); }, [this] { return NextRuns(); }), least);
+        EXPECT_GE(support::Everywhere([&] { road(TheSession()); }, [this] { return NextRuns(); }), least);
     }
 
     [[nodiscard]] const Child& TheServer() const { return server_; }
@@ -178,7 +153,7 @@ TEST_F(EveryAllocationOfTheClient, OfTheInventory) {
 // A session that could not be opened leaves the bus, and the next one can be.
 TEST_F(EveryAllocationOfTheClient, OfASession) {
     CloseSession();
-    const unsigned count = ::Everywhere(
+    const unsigned count = support::Everywhere(
         [] {
             auto session = Session::Open();
             if (session) {

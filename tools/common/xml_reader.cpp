@@ -97,7 +97,7 @@ std::string_view ReadWord(const Attributes& attributes, std::string_view attribu
         return *words.begin();
     }
     const auto& [value, line] = found->second;
-    const auto word = std::find(words.begin(), words.end(), value);
+    const auto* const word = std::find(words.begin(), words.end(), value);
     if (word == words.end()) {
         std::string all;
         for (const std::string_view known : words) {
