@@ -16,7 +16,6 @@ using fuzz::Check;
 
 constexpr std::uint32_t kProbe = 0x7fffffff;
 constexpr std::uint32_t kEvent = 8;
-constexpr int kInputsOfOneConnection = 5000;
 constexpr int kMostSteps = 6;
 
 fuzz::SmallDaemon& Daemon() {
@@ -129,11 +128,7 @@ bool IsAlive() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static int inputs = 0;
-    if (inputs++ % kInputsOfOneConnection == 0) {
-        OsProcDetach();
-        Attach();
-    }
+    fuzz::JoinNowAndThen(Attach);
     fuzz::Input input(data, size);
     for (int step = 0; step < kMostSteps && !input.IsEmpty(); ++step) {
         switch (input.Number(1) % 16) {

@@ -18,7 +18,6 @@ using fuzz::Check;
 constexpr const char* kServer = ":1.9";
 constexpr const char* kTask = "items";
 constexpr std::uint32_t kRunRequest = 4;
-constexpr int kInputsOfOneConnection = 5000;
 constexpr int kMostSteps = 8;
 constexpr std::size_t kNameSize = 32;
 
@@ -111,11 +110,7 @@ bool IsAlive() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static int inputs = 0;
-    if (inputs++ % kInputsOfOneConnection == 0) {
-        OsProcDetach();
-        Attach();
-    }
+    fuzz::JoinNowAndThen(Attach);
     fuzz::Input input(data, size);
     for (int step = 0; step < kMostSteps && !input.IsEmpty(); ++step) {
         const std::uint32_t which = input.Number(1) % 16;

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <thread>
 
+#include "kivo/os_msg.h"
+
 namespace fuzz {
 
 // A message of D-Bus (little-endian), put together by hand: sd-bus would not write a wrong one.
@@ -90,5 +92,16 @@ private:
     std::map<std::string, std::string> owners_{{"com.kivo.proc.peer", kPeer}};  // of names on the bus
     std::thread thread_;
 };
+
+// One connection serves 5,000 inputs; then the process leaves the bus, and `attach` joins it again.
+template <typename Attach>
+void JoinNowAndThen(const Attach& attach) {
+    constexpr int kInputsOfOneConnection = 5000;
+    static int inputs = 0;
+    if (inputs++ % kInputsOfOneConnection == 0) {
+        OsProcDetach();
+        attach();
+    }
+}
 
 }  // namespace fuzz
