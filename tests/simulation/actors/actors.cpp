@@ -24,6 +24,9 @@ const Manners& TheManners() {
 
 void LeaveItToLibraries() {
     g_libraries = true;
+    g_manners.lies = false;
+    g_manners.slow = false;
+    g_manners.silent = false;
 }
 
 bool IsLeftToLibraries() {

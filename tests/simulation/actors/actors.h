@@ -18,12 +18,13 @@ struct Manners {
     bool silent = false;       // owners may never report, or never answer
     bool unregisters = false;  // owners take their items back
     bool floods = false;       // requesters send hundreds of messages at once
+    bool dawdles = false;      // event functions take minutes
 };
 
 void UseManners(const Manners& manners);
 const Manners& TheManners();
 
-/// Owners register no item anew by themselves from now on: only their library does.
+/// Owners register no item anew by themselves from now on: only their library does. Nobody keeps the server waiting.
 void LeaveItToLibraries();
 bool IsLeftToLibraries();
 

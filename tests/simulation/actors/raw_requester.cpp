@@ -4,6 +4,7 @@
 #include "actors/actors.h"
 #include "actors/items.h"
 #include "actors/raw.h"
+#include "ominspect/messages.h"
 #include "world/choices.h"
 #include "world/journal.h"
 #include "world/outcome.h"
@@ -12,7 +13,11 @@ namespace sim {
 
 namespace {
 
-uint32_t Ignore(TagMsgBlock* /*message*/) {
+// One that has registered an item leaves its runs unanswered.
+uint32_t Ignore(TagMsgBlock* message) {
+    if (IsLeftToLibraries() && message->msgId == OM_INSPECT_MSG_OWNER_RUN) {
+        (void)OsMsgSynSendResp(message, nullptr, 0);
+    }
     return 0;
 }
 

@@ -7,9 +7,11 @@
 #include <string_view>
 #include <utility>
 
+#include "actors/actors.h"
 #include "common/msg_rules.h"
 #include "model/ledger.h"
 #include "world/bus.h"
+#include "world/events.h"
 #include "world/faults.h"
 #include "world/journal.h"
 #include "world/observer.h"
@@ -152,7 +154,9 @@ uint32_t BroadcastEvent(const OsMsgEvent& event, uint32_t scope) {
 std::shared_ptr<Task> MakeTask(const OsTaskDescriptor& descriptor) {
     auto task = std::make_shared<Task>();
     task->name = ReadName(descriptor.name, sizeof descriptor.name);
-    task->queueDepth = descriptor.queueDepth;
+    // A life has too few events to fill the queue of an event function that dawdles.
+    const bool small = GetsEvents("ominspect", task->name) && TheManners().dawdles;
+    task->queueDepth = small ? 16 : descriptor.queueDepth;
     task->handler = descriptor.handler;
     task->entry = descriptor.entry;
     return task;

@@ -18,10 +18,20 @@ namespace sim {
 
 namespace {
 
+// A message that is held up behind another one. It is still with its sender, and is lost with it or with its receiver.
+struct Held {
+    const Process* from{};
+    const Process* to{};  // null: there was none
+    std::function<void()> lose;
+    bool lost{};
+};
+
 struct Bus {
     std::map<std::pair<std::string, std::string>, Micros> arrivals;  // the last one of each pair
-    std::vector<std::shared_ptr<Request>> requests;                  // those that wait
+    std::vector<std::shared_ptr<Held>> held;
+    std::vector<std::shared_ptr<Request>> requests;  // those that wait
     uint64_t lastToken{};
+    uint64_t number{};  // how often it was lost
 };
 
 Bus& The() {
@@ -29,11 +39,53 @@ Bus& The() {
     return bus;
 }
 
-// When a message arrives that is sent now, or at `wanted`, if that is later than the pair's last one.
-Micros Arrival(const std::string& from, const std::string& to, Micros wanted = 0) {
+// When something arrives that is sent now.
+struct Arrival {
+    Micros at{};
+    bool isHeld{};
+};
+
+// At `wanted`, if that is not 0, but not before the pair's last one.
+Arrival ArrivalOf(const std::string& from, const std::string& to, Micros wanted = 0) {
+    const Micros own = wanted != 0 ? wanted : Now() + Delay();
     Micros& last = The().arrivals[{from, to}];
-    last = std::max({last, wanted != 0 ? wanted : Now() + Delay()});
-    return last;
+    const Arrival arrival{std::max(last, own), wanted != 0 || last > own};
+    last = arrival.at;
+    return arrival;
+}
+
+// Carries out `arrive` when a message arrives that is sent now, or `lose` as soon as it is lost. What is on the bus
+// itself goes with that.
+Micros Travel(const Process& from, const std::string& to, std::function<void()> arrive, std::function<void()> lose) {
+    const Arrival arrival = ArrivalOf(from.name, to);
+    std::shared_ptr<Held> held;
+    if (arrival.isHeld) {
+        held = std::make_shared<Held>(&from, FindProcess(to), std::move(lose));
+        The().held.push_back(held);
+    }
+    At(arrival.at, [bus = The().number, held, arrive = std::move(arrive)] {
+        if (held != nullptr) {
+            std::erase(The().held, held);
+        }
+        if (bus == The().number && !(held != nullptr && held->lost)) {
+            arrive();
+        }
+    });
+    return arrival.at;
+}
+
+// What it has sent that is held up, and what is for it.
+void LoseHeld(const Process& process) {
+    for (const auto& held : The().held) {
+        if (!held->lost && (held->from == &process || held->to == &process)) {
+            Reached("bus: message lost with one of its ends");
+            held->lost = true;
+            held->lose();
+        }
+    }
+    std::erase_if(The().arrivals, [&process](const auto& entry) {
+        return entry.first.first == process.name || entry.first.second == process.name;
+    });
 }
 
 void NoteDelivery(const char* what, const Delivery& delivery) {
@@ -43,13 +95,22 @@ void NoteDelivery(const char* what, const Delivery& delivery) {
          {reinterpret_cast<const char*>(delivery.data.data()), delivery.data.size()});
 }
 
+// The news of a restart is never lost: a queue holds it once for each process.
+bool IsRestart(const Delivery& delivery) {
+    return delivery.sender == 0;
+}
+
 // Puts a message into the queue; false when that is full.
 bool Enqueue(Task& task, Delivery delivery) {
-    const bool senderWaits = std::any_of(task.queue.begin(), task.queue.end(), [&delivery](const Delivery& other) {
-        return std::string_view(other.envelope.srcProcName) == delivery.envelope.srcProcName;
-    });
-    if (kivo::HasRoom(task.queue.size(), 1, task.queueDepth, senderWaits) &&
-        !(task.name == "iom_srv_task" && IsDue(Fault::kQueueFull))) {
+    const auto waits = [&task](const auto& isSuch) { return std::ranges::any_of(task.queue, isSuch); };
+    const std::string_view name = delivery.envelope.srcProcName;
+    if (IsRestart(delivery) &&
+        waits([name](const Delivery& other) { return IsRestart(other) && name == other.envelope.srcProcName; })) {
+        return true;
+    }
+    const bool senderWaits = waits([&delivery](const Delivery& other) { return other.sender == delivery.sender; });
+    if (IsRestart(delivery) || (kivo::HasRoom(task.queue.size(), 1, task.queueDepth, senderWaits) &&
+                                !(task.name == "iom_srv_task" && IsDue(Fault::kQueueFull)))) {
         task.queue.push_back(std::move(delivery));
         Wake(&task);
         return true;
@@ -57,6 +118,7 @@ bool Enqueue(Task& task, Delivery delivery) {
     NoteDelivery("queue full: ", delivery);
     if (delivery.event != 0) {
         LoseEvent(*FindProcess(delivery.envelope.dstProcName), delivery.event);
+        Reached("event: lost, queue full");
     }
     if (delivery.request == nullptr) {
         ++task.dropped;
@@ -131,24 +193,34 @@ bool IsRestart(const OsMsgSubscription& wanted) {
 }
 
 // An event goes to the very process that subscribed to it.
-void SendEvent(const std::string& from, Process& subscriber, const OsMsgSubscription& wanted, uint32_t id,
+void SendEvent(const Process& from, Process& subscriber, const OsMsgSubscription& wanted, uint32_t id,
                const std::string& task, const Bytes& data, uint64_t number = 0) {
     Delivery delivery;
-    delivery.event = GetsEvents(from, wanted.dstTaskName) ? number : 0;
+    delivery.sender = IsRestart(wanted) ? 0 : from.Connection();
+    delivery.event = GetsEvents(from.name, wanted.dstTaskName) ? number : 0;
     delivery.envelope.uid = IsRestart(wanted) ? UINT32_MAX : 1000;
     delivery.envelope.msgId = id;
-    kivo::WriteName(delivery.envelope.srcProcName, from);
+    kivo::WriteName(delivery.envelope.srcProcName, from.name);
     kivo::WriteName(delivery.envelope.srcTaskName, task);
     kivo::WriteName(delivery.envelope.dstProcName, subscriber.name);
     kivo::WriteName(delivery.envelope.dstTaskName, wanted.dstTaskName);
     kivo::WriteName(delivery.envelope.replyTaskName, task);
     delivery.envelope.dataLen = static_cast<uint32_t>(data.size());
     delivery.data = data;
-    At(Arrival(from, subscriber.name), [&subscriber, joins = subscriber.joins, delivery = std::move(delivery)] {
-        if (subscriber.Attached() && subscriber.joins == joins) {
+    const auto isThere = [&subscriber, joins = subscriber.joins] {
+        return subscriber.Attached() && subscriber.joins == joins;
+    };
+    const auto lose = [isThere, &subscriber, event = delivery.event] {
+        if (isThere()) {
+            LoseEvent(subscriber, event);
+        }
+    };
+    const auto arrive = [isThere, &subscriber, delivery = std::move(delivery)] {
+        if (isThere()) {
             Arrive(subscriber.name, delivery);
         }
-    });
+    };
+    (void)Travel(from, subscriber.name, arrive, lose);
 }
 
 void ForEachSubscription(const std::string& from, uint32_t id, const std::string& task,
@@ -167,27 +239,30 @@ void ForEachSubscription(const std::string& from, uint32_t id, const std::string
 }  // namespace
 
 void Send(Process& from, const std::string& to, Delivery delivery) {
-    const Micros arrival = Arrival(from.name, to);
+    delivery.sender = from.Connection();
+    const auto lose = [request = delivery.request] {
+        if (request != nullptr) {
+            Answer(request, OS_MSG_ERR_DIED, {});
+        }
+    };
+    const auto arrive = [to, delivery = std::move(delivery)] { Arrive(to, delivery); };
+    const Micros arrival = Travel(from, to, arrive, lose);
     Self()->lastArrival = arrival;
-    At(arrival, [to, delivery = std::move(delivery)] { Arrive(to, delivery); });
+    from.lastArrival = std::max(from.lastArrival, arrival);
 }
 
 void AwaitArrivals(Process& process) {
     if (!Self()->locks.empty()) {
         Violation("waits for the bus with a lock held");
     }
-    Micros last = 0;
-    for (const auto& [pair, arrival] : The().arrivals) {
-        last = pair.first == process.name ? std::max(last, arrival) : last;
-    }
     // At that very time messages may arrive after those who wait for it.
-    WaitFor("the bus", &process, last + 1, [&process] { return !process.Attached(); });
+    WaitFor("the bus", &process, process.lastArrival + 1, [&process] { return !process.Attached(); });
 }
 
 void Broadcast(Process& from, const std::string& task, uint32_t id, const Bytes& data) {
     const uint64_t number = NoteEvent(from.name, task, id, data);
     ForEachSubscription(from.name, id, task, [&](Process& subscriber, const OsMsgSubscription& wanted) {
-        SendEvent(from.name, subscriber, wanted, id, task, data, number);
+        SendEvent(from, subscriber, wanted, id, task, data, number);
     });
 }
 
@@ -217,7 +292,14 @@ void Answer(const std::shared_ptr<Request>& request, uint32_t result, Bytes repl
     if (request->deadline > Now() && IsDue(Fault::kTimeLimit)) {
         wanted = request->deadline - 1 + Pick(3);
     }
-    At(Arrival(request->toName, request->fromName, wanted), [request, result, reply = std::move(reply)] {
+    // An error is the bus's own word.
+    const Arrival arrival = result == OS_MSG_OK ? ArrivalOf(request->toName, request->fromName, wanted)
+                                                : Arrival{wanted != 0 ? wanted : Now() + Delay()};
+    request->isHeld = arrival.isHeld;
+    At(arrival.at, [request, number = ++request->answers, result, reply = std::move(reply)] {
+        if (request->answers != number) {
+            return;
+        }
         request->done = true;
         request->result = result;
         request->reply = reply;
@@ -231,7 +313,7 @@ void JoinBus(Process& process, const std::string& name) {
     ++process.joins;
     Note({"joins the bus as ", name});
     ForEachSubscription(name, OS_MSG_EVENT_PROC_RESTART, "", [&](Process& other, const OsMsgSubscription& wanted) {
-        SendEvent(name, other, wanted, OS_MSG_EVENT_PROC_RESTART, "", {});
+        SendEvent(process, other, wanted, OS_MSG_EVENT_PROC_RESTART, "", {});
     });
 }
 
@@ -258,8 +340,11 @@ void LeaveBus(Process& process) {
     process.owed.clear();
     process.items.clear();
     process.untold.clear();
+    process.lastArrival = 0;
+    LoseHeld(process);
     for (const auto& request : std::vector(The().requests)) {
         if (request->to == &process) {
+            request->decided = request->decided && !request->isHeld;
             Answer(request, OS_MSG_ERR_DIED, {});
         }
         if (request->from == &process) {
@@ -282,6 +367,7 @@ void LoseBus() {
         }
     });
     The().arrivals.clear();
+    ++The().number;
 }
 
 uint32_t RunLoop(Process& process, const std::shared_ptr<Task>& task) {

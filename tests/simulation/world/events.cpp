@@ -53,7 +53,6 @@ uint64_t NoteEvent(const std::string& from, const std::string& task, uint32_t id
 }
 
 void LoseEvent(Process& subscriber, uint64_t number) {
-    Reached("event: lost, queue full");
     std::erase_if(subscriber.untold, [number](const Untold& event) { return event.number == number; });
 }
 
@@ -79,8 +78,8 @@ void TellEvent(uint32_t id, const std::string& told) {
     }
     Reached("event: told");
     untold.pop_front();
-    if (TheManners().slow && OneIn(100)) {
-        (void)Wait("its own work", nullptr, Now() + Pick(600) * kSecond);
+    if (TheManners().dawdles && !IsRetired() && OneIn(100)) {
+        (void)Wait("its own work", nullptr, Now() + Pick(3600) * kSecond);
     }
 }
 

@@ -15,7 +15,7 @@ bool GetsEvents(const std::string& process, const std::string& task);
 /// The server broadcasts: a number for the event.
 uint64_t NoteEvent(const std::string& from, const std::string& task, uint32_t id, const Bytes& data);
 
-/// A full queue refuses it.
+/// A full queue refuses it, or it is lost on its way.
 void LoseEvent(Process& subscriber, uint64_t number);
 
 /// The session's task has handled it.

@@ -27,7 +27,7 @@ private:
 class Images {
 public:
     /// Copies go to `folder` and are removed from there at once.
-    Images(std::string path, std::string folder, size_t count);
+    Images(const std::string& path, std::string folder, size_t count);
 
     /// One that was not used before; loads another if there is none.
     const Image& Take();
@@ -35,7 +35,7 @@ public:
 private:
     void Load();
 
-    std::string path_;
+    std::string loaded_;  // of the shared object: what is loaded
     std::string folder_;
     std::vector<Image> images_;
     size_t taken_ = 0;

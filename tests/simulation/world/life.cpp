@@ -89,6 +89,7 @@ void World::ChooseStyle() {
     manners.silent = OneIn(4);
     manners.unregisters = OneIn(3);
     manners.floods = OneIn(16);
+    manners.dawdles = OneIn(8);
     UseManners(manners);
     actors_ = 2 + Pick(7);
     SetPreemption(PickOf(0U, 300U, 30U, 5U));

@@ -16,6 +16,7 @@ Outcome* g_outcome = nullptr;
 
 // Every state that a run can reach, as the model and the world name them.
 constexpr const char* kStates[] = {
+    "bus: message lost with one of its ends",
     "bus: message lost, queue full",
     "bus: reply to a sender that left",
     "bus: request refused, queue full",

@@ -30,6 +30,8 @@ struct Request {
     std::string toName;
     Micros deadline{};
     bool decided{};  // the answer is on its way
+    bool isHeld{};   // it is held up, and is lost with the process that gave it
+    uint64_t answers{};
     bool done{};
     bool senderLeft{};
     uint32_t result = OS_MSG_OK;
@@ -42,6 +44,7 @@ struct Delivery {
     Bytes data;
     std::shared_ptr<Request> request;  // null: asynchronous
     uint64_t event{};                  // the number of an event that a session is to be told of
+    uint64_t sender{};                 // its connection; 0: the bus itself
 };
 
 /// A task; its own address is the channel on which its loop waits.
@@ -105,7 +108,8 @@ struct Process {
     std::map<uint64_t, OwedReply> owed;  // by token
     std::vector<ShownItem> items;
     std::deque<Untold> untold;
-    uint32_t joins{};  // how often it has joined
+    uint32_t joins{};      // how often it has joined
+    Micros lastArrival{};  // of what it has sent
 
     // Memory:
     int64_t blocks{};
@@ -126,6 +130,7 @@ struct Process {
     uint64_t lastHandle{};  // of a thread
 
     bool Attached() const { return state == State::kOn; }
+    uint64_t Connection() const { return uint64_t{number} << 32U | joins; }
     std::shared_ptr<Task> FindTask(const std::string& taskName) const;
     std::string Label() const { return kind + std::to_string(number); }
 };
