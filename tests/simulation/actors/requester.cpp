@@ -5,10 +5,13 @@
 
 #include "actors/actors.h"
 #include "actors/items.h"
+#include "model/checker.h"
 #include "model/ledger.h"
 #include "world/choices.h"
 #include "world/events.h"
 #include "world/journal.h"
+#include "world/outcome.h"
+#include "world/process.h"
 
 namespace {
 
@@ -61,6 +64,23 @@ void SimTellRun(const char* item, const char* status, const char* text) {
 void SimTellBusy(bool busy) {
     const sim::InPlatform platform;
     sim::TellEvent(9, busy ? "busy" : "idle");
+}
+
+SimTask SimStateOfTask(uint32_t taskId) {
+    const sim::InPlatform platform;
+    const sim::Process* const server = sim::FindProcess("ominspect");
+    const auto* const checker =
+        server == nullptr ? nullptr : dynamic_cast<const sim::model::Checker*>(server->observer);
+    const auto isStopping = checker == nullptr ? std::nullopt : checker->IsStopping(taskId);
+    if (!isStopping) {
+        return SimTask::kUnknown;
+    }
+    return *isStopping ? SimTask::kStopping : SimTask::kGoesOn;
+}
+
+void SimReached(const char* state) {
+    const sim::InPlatform platform;
+    sim::Reached(state);
 }
 
 void sim::RunRequester(const Image& image, const std::string& name) {

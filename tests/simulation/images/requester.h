@@ -21,6 +21,13 @@ void SimGive(const char* item, const char* status, const char* text, uint64_t si
 void SimTellRun(const char* item, const char* status, const char* text);
 void SimTellBusy(bool busy);
 
+/// What the server that is there knows of a task. After a cancellation the requester asks past the bus.
+enum class SimTask { kUnknown, kStopping, kGoesOn };
+SimTask SimStateOfTask(uint32_t taskId);
+
+/// Notes that a state was reached.
+void SimReached(const char* state);
+
 /// In the image: opens a session under that name and makes requests until SimRest says no.
 void SimRunRequester(const char* name);
 }

@@ -49,6 +49,9 @@ public:
     /// The names in the server's own result table, past its lock.
     std::vector<std::string> Names() const;
 
+    /// Whether a job of the server's own table was asked to stop, past its lock; nothing when there is no such job.
+    std::optional<bool> IsStopping(uint32_t taskId) const;
+
     /// How many blocks of memory the server has beyond those for what it has to know.
     int64_t SpareBlocks(const Process& process);
 

@@ -18,6 +18,23 @@ std::vector<std::string> Checker::Names() const {
     return names;
 }
 
+std::optional<bool> Checker::IsStopping(uint32_t taskId) const {
+    struct Wanted {
+        uint32_t taskId;
+        std::optional<bool> isStopping{};
+    } wanted{taskId};
+    const auto note = [](void* context, const SimJob& job) {
+        auto& asked = *static_cast<Wanted*>(context);
+        if (job.taskId == asked.taskId) {
+            asked.isStopping = job.stopFlag;
+        }
+    };
+    if (!ends_) {
+        visitJobs_(note, &wanted);
+    }
+    return wanted.isStopping;
+}
+
 // Without the model: a timer that has waited for longer than any item's limit has none. One that is to stop ends soon.
 bool Checker::HasOnlyTimers() const {
     constexpr Micros kLongest = 600 * kSecond;

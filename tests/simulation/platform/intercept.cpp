@@ -1,9 +1,14 @@
-// What the code under test calls beside the platform: locks, condition variables, threads and clocks of the C library,
-// and operators new and delete. The definitions here win, as the program comes first among the modules.
+// What the code under test calls beside the platform: locks, condition variables, futexes, threads and clocks of the C
+// library, and operators new and delete. The definitions here win, as the program comes first among the modules.
 //
 // The program has one thread of the operating system, so outside of the simulated threads there is nothing to lock.
+#include <dlfcn.h>
+#include <linux/futex.h>
 #include <pthread.h>
+#include <sys/single_threaded.h>
+#include <sys/syscall.h>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -15,6 +20,7 @@
 #include "world/faults.h"
 #include "world/journal.h"
 #include "world/observer.h"
+#include "world/outcome.h"
 #include "world/process.h"
 
 using namespace sim;
@@ -43,6 +49,31 @@ int WaitCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, Micros unti
     }
     pthread_mutex_lock(mutex);
     return woken ? 0 : ETIMEDOUT;
+}
+
+long Futex(const int* word, int operation, int value, bool hasLimit) {
+    const InPlatform platform;
+    switch (operation & FUTEX_CMD_MASK) {
+        case FUTEX_WAIT:
+            if (hasLimit) {
+                break;
+            }
+            if (*word != value) {
+                errno = EAGAIN;
+                return -1;
+            }
+            if (CurrentProcess().kind == "requester") {
+                Reached("client: waited for the cancelling thread");
+            }
+            (void)Wait("a futex", word);
+            return 0;
+        case FUTEX_WAKE:
+            Wake(word);
+            return 0;
+        default:
+            break;
+    }
+    Violation("the simulator itself: no futex operation " + std::to_string(operation));
 }
 
 // Stands before every block; the sizes keep what follows aligned.
@@ -237,18 +268,26 @@ SIM_EXPORT int pthread_cond_destroy(pthread_cond_t* /*condition*/) noexcept {
     return 0;
 }
 
-SIM_EXPORT int pthread_setname_np(pthread_t /*thread*/, const char* name) noexcept {
+SIM_EXPORT int pthread_setname_np(pthread_t thread, const char* name) noexcept {
     const InPlatform platform;
-    if (Thread* const me = Self()) {
-        me->name = name;
-    }
+    ForEachThread([thread, name](Thread& each) {
+        if (each.number == thread) {
+            each.name = name;
+        }
+    });
     return 0;
+}
+
+SIM_EXPORT pthread_t pthread_self() noexcept {
+    const Thread* const me = Self();
+    return me == nullptr ? 0 : me->number;
 }
 
 SIM_EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* /*attributes*/, void* (*entry)(void*),
                               void* argument) noexcept {
     const InPlatform platform;
     Point();
+    __libc_single_threaded = 0;  // the C++ library leaves out what wakes other threads while there are none
     *thread = Spawn(CurrentProcess(), "thread", [entry, argument] { entry(argument); }).number;
     return 0;
 }
@@ -268,6 +307,25 @@ SIM_EXPORT int clock_gettime(clockid_t clock, timespec* time) noexcept {
     time->tv_sec = static_cast<time_t>(now / kSecond);
     time->tv_nsec = static_cast<long>(now % kSecond * 1000);
     return 0;
+}
+
+// By a futex the C++ library waits for what has no lock: the destructor of a std::stop_callback for its function, which
+// runs on another thread, or a static object for its initialisation.
+SIM_EXPORT long syscall(long number, ...) noexcept {  // NOLINT(cert-dcl50-cpp): as the C library has it
+    constexpr size_t kMost = 6;
+    long arguments[kMost];
+    std::va_list list;
+    va_start(list, number);
+    for (long& argument : arguments) {
+        argument = va_arg(list, long);
+    }
+    va_end(list);
+    if (number == SYS_futex && Self() != nullptr) {
+        return Futex(reinterpret_cast<const int*>(arguments[0]), static_cast<int>(arguments[1]),
+                     static_cast<int>(arguments[2]), arguments[3] != 0);
+    }
+    static auto* const real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
+    return real(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4], arguments[5]);
 }
 
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -96,6 +96,9 @@ uint32_t SynSend(const TagMsgBlock& message, TagMsgBlock** resp, uint32_t timeou
     request->deadline = Now() + timeoutMs * kMilli;
     const model::Stamp asked = NoteRequest(process, message);
     Ask(request, MakeDelivery(process, message, true));
+    if (request->result == OS_MSG_ERR_NOT_ATTACHED && process.kind == "requester") {
+        Reached("client: left while it asked");
+    }
     if (request->result == OS_MSG_OK) {
         if (asked != 0 && message.msgId == 0) {
             model::TheLedger().GetReply(process.name, request->reply, asked);
