@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "engine_client_items.h"
 #include "kivo/os_msg.h"
 #include "support/child.h"
 #include "support/eventually.h"
@@ -58,12 +59,6 @@ bool EventuallyReceived(const std::vector<std::string>& expected) {
     return complete;
 }
 
-uint32_t Succeed(const char* itemName, const char* request, tagKivoOmInspectionResult* result) {
-    std::snprintf(result->status, sizeof result->status, "success");
-    std::snprintf(result->text, sizeof result->text, "%s got %s", itemName, request);
-    return 0;
-}
-
 uint32_t GiveUp(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* result) {
     std::snprintf(result->status, sizeof result->status, "success");
     return 1;
@@ -71,14 +66,6 @@ uint32_t GiveUp(const char* /*itemName*/, const char* /*request*/, tagKivoOmInsp
 
 uint32_t Throw(const char* /*itemName*/, const char* /*request*/, tagKivoOmInspectionResult* /*result*/) {
     throw std::runtime_error("a handler's own trouble");
-}
-
-InspectHandlerRecord Record(const std::string& name, InspectItemHandler handler, uint32_t timeout = 0) {
-    InspectHandlerRecord record{};
-    std::copy(name.begin(), name.end(), record.name);
-    record.handler = handler;
-    record.timeout = timeout;
-    return record;
 }
 
 std::atomic<bool> g_refusesThreads = false;
@@ -402,59 +389,6 @@ TEST(EngineClientOfAnotherProcess, AnswersRunRequestsOfTheServerOnly) {
     ASSERT_NE(resp, nullptr);
     EXPECT_EQ(resp->dataLen, 0u);
     OsMsgSynRespFree(resp);
-    OsProcDetach();
-}
-
-// A server in a connection of its own. It lives from the construction on, and keeps the messages that reach it.
-class RawServer : public RawConnection {
-public:
-    RawServer() {
-        EXPECT_GE(sd_bus_add_filter(Get(), nullptr, OnMessage, this), 0);
-        Take("com.kivo.proc.ominspect");
-    }
-
-    // The messages so far, each as "id param payload to the task that gets answers".
-    std::vector<std::string> Received() {
-        while (sd_bus_process(Get(), nullptr) > 0) {
-        }
-        return received_;
-    }
-
-private:
-    static int OnMessage(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-        uint32_t id = 0;
-        uint32_t param = 0;
-        const char* source = nullptr;
-        const char* answers = nullptr;
-        const void* data = nullptr;
-        size_t size = 0;
-        if (sd_bus_message_is_method_call(message, "com.kivo.Msg", "Send") <= 0) {
-            return 0;
-        }
-        EXPECT_STREQ(sd_bus_message_get_path(message), "/com/kivo/task/iom_5fsrv_5ftask");
-        EXPECT_GE(sd_bus_message_read(message, "uuss", &id, &param, &source, &answers), 0);
-        EXPECT_GE(sd_bus_message_read_array(message, 'y', &data, &size), 0);
-        static_cast<RawServer*>(self)->received_.push_back(std::to_string(id) + " " + std::to_string(param) + " " +
-                                                           static_cast<const char*>(data) + " to " + answers);
-        return 1;
-    }
-
-    std::vector<std::string> received_;
-};
-
-TEST(EngineClientOfAnotherProcess, RegistersItsItemsAgainWithEveryServerThatStarts) {
-    const PrivateBus bus;
-    ASSERT_EQ(OsProcAttach("owner"), 0u);
-    ASSERT_EQ(InspectClientInit("items"), 0u);
-    const InspectHandlerRecord records[] = {Record("first", Succeed, 1000), Record("second", Succeed),
-                                            Record("third", Succeed)};
-    EXPECT_EQ(InspectRegHandler(records, 3), 0u);
-    for (int life = 0; life < 2; ++life) {
-        RawServer server;
-        EXPECT_TRUE(Eventually([&server] { return server.Received().size() >= 3; }));
-        EXPECT_EQ(server.Received(),
-                  (std::vector<std::string>{"2 1000 first to items", "2 0 second to items", "2 0 third to items"}));
-    }
     OsProcDetach();
 }
 
