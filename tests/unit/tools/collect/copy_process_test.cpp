@@ -89,6 +89,11 @@ TEST_F(CopyProcessTest, TakesInLinesUpToWarningsAndWhatToolsPrint) {
     EXPECT_EQ(lines, (Lines{"a warning", "first", "no line end"}));
 }
 
+TEST_F(CopyProcessTest, TakesInASingleByte) {
+    CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig&) { (void)std::fputc('x', stderr); });
+    EXPECT_EQ(process.Messages().list, (Lines{"x"}));
+}
+
 TEST_F(CopyProcessTest, CutsALineThatGoesOn) {
     CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig&) {
         (void)std::fprintf(stderr, "%s\nnext\n", std::string(5000, 'x').c_str());
