@@ -28,8 +28,10 @@ constexpr const char* kArgument = "an argument that is longer than 15 bytes";
 class EveryAllocationOfItems : public testing::Test {
 protected:
     EveryAllocationOfItems() : config_{"p", 1, {}} {
+        // Both outputs are longer than what a string holds without memory of its own.
+        const std::string outputs = "echo 'as it should be | load=1'; echo 'nothing to complain of' >&2";
         config_.items = {Item("at_once", true, "echo fine"), Item("soon", true, "sleep 0.05"),
-                         Item("later", false, "echo 'fine | load=1'"), Item("long", false, "sleep 1000")};
+                         Item("later", false, outputs), Item("long", false, "sleep 1000")};
         Make();
     }
 
