@@ -38,6 +38,11 @@ TEST_F(CollectProgram, TheTimeForAllEntriesEndsTheSlowOneAndLeavesTheOthersOut) 
     EXPECT_LT(NumberAt(entry, "files"), 1000U);
 }
 
+TEST_F(CollectProgram, TheTimeForAllEntriesIsADayAtMost) {
+    WriteFile("one", "x");
+    EXPECT_EQ(Run({"one", "--total-timeout", "86400", "--output", "p.tar.zst"}), 0) << Contents("err");
+}
+
 TEST_F(CollectProgram, TakesWhatFitsAndWhatIsNotExcluded) {
     WriteFile("logs/a.log", std::string(900, 'x'));
     WriteFile("logs/sub/b.log", std::string(900, 'x'));

@@ -26,6 +26,8 @@ TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
         {{"one", "--timeout", "0"}, ""},
         {{"one", "--timeout", "61"}, ""},
         {{"--timeout", "5"}, ""},
+        {{"one", "--total-timeout", "0"}, "--total-timeout"},
+        {{"one", "--total-timeout", "86401"}, "--total-timeout"},
         {{'/' + std::string(255, 'x')}, "the path is longer than 255 bytes: /xxx"},
         {{"one", "--output", "one"}, "ominspectctl: one exists; --force replaces it\n"},
         {{"one", "--output", work_.Path(), "--force"}, "Is a directory"},
