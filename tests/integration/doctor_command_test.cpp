@@ -1,4 +1,7 @@
 // What doctor knows of the owners of a configuration's items, beside what the unit tests say of the file.
+#include <pwd.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include "programs.h"
@@ -116,6 +119,8 @@ protected:
                                        : outcome.output.substr(begin, outcome.output.find('\n', at) - begin);
     }
 
+    static std::string Me() { return getpwuid(geteuid())->pw_name; }
+
     Outcome Look() const { return support::Run(CommandLine({"doctor"}), {"KIVO_LOG_DIR=" + Folder()}); }
 };
 
@@ -128,7 +133,7 @@ TEST_F(DoctorLooksAround, NamesServerOwnersAndFolders) {
     EXPECT_TRUE(Holds(About("rights", outcome), " may ask")) << outcome.output;
     EXPECT_TRUE(Holds(About("policy", outcome), "warning  policy         none: whoever reaches this bus"))
         << outcome.output;
-    EXPECT_TRUE(Holds(About("server", outcome), ", process " + std::to_string(server.Pid()) + ", user "))
+    EXPECT_TRUE(Holds(About("server", outcome), ", process " + std::to_string(server.Pid()) + ", user " + Me()))
         << outcome.output;
     EXPECT_TRUE(About("server", outcome).starts_with("ok ")) << outcome.output;
     EXPECT_TRUE(Holds(About("owners", outcome), "ok       owners         test_owner (5 items)")) << outcome.output;
