@@ -2,9 +2,11 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "programs.h"
+#include "support/raw_connection.h"
 
 namespace support {
 namespace {
@@ -109,6 +111,25 @@ TEST_F(ItemsCommand, WaitReturnsWhenTheServerAndTheItemsAreThere) {
     EXPECT_EQ(forItems.Wait(), 0) << forItems.Output();
     EXPECT_EQ(forItems.Output(), "{\"missing\":[]}\n");
     EXPECT_EQ(Ctl({"run", "always_ok", "later_ok"}).exitCode, 0);
+}
+
+TEST_F(ItemsCommand, WaitGoesOnOverABusThatComesBack) {
+    const std::string address = "unix:path=" + Folder() + "/bus";
+    const std::string anyAddress = "unix:tmpdir=/tmp";
+    const std::string file = Folder() + "/bus.conf";
+    std::string config = Contents(PRIVATE_BUS_CONFIG);
+    WriteFile(file, config.replace(config.find(anyAddress), anyAddress.size(), address));
+    std::optional<PrivateBus> bus(std::in_place, file);
+    Child wait(CommandLine({"wait"}), {"KIVO_BUS_ADDRESS=" + address});  // the daemon's own has its identity, too
+    {
+        const RawConnection observer;
+        const std::string name = "com.kivo.proc.ic._3" + std::to_string(wait.Pid());
+        ASSERT_TRUE(Eventually([&] { return observer.IsThere(name); }));
+    }
+    bus.reset();
+    bus.emplace(file);
+    const Child server({OMINSPECT_PROGRAM}, {"KIVO_LOG_DIR=" + Folder()});
+    EXPECT_EQ(wait.Wait(), 0) << wait.Output();
 }
 
 TEST_F(ItemsCommand, WaitSaysWhatIsMissing) {
