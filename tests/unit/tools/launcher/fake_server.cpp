@@ -1,7 +1,11 @@
 // A stand-in for the server's shared object: its entries answer with the number in FAKE_SERVER_RESULT.
+// With FAKE_SERVER_STAYS, its main is asked to end and does not.
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+
+#include <unistd.h>
 
 namespace {
 
@@ -14,6 +18,12 @@ std::uint32_t Answer(const char* entry) {
 }  // namespace
 
 [[gnu::visibility("default")]] int main() {
+    if (std::getenv("FAKE_SERVER_STAYS") != nullptr) {
+        (void)std::raise(SIGTERM);
+        for (;;) {
+            (void)pause();
+        }
+    }
     return static_cast<int>(Answer("main"));
 }
 

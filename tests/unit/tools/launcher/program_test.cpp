@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "programs.h"
 
@@ -37,6 +38,21 @@ TEST_F(LauncherProgram, TakesAnUnaskedEndOfTheHostedServerForAFailure) {
     EXPECT_EQ(outcome.code, 3);
     EXPECT_EQ(outcome.out, "KivoInspectTaskMain called\n");
     EXPECT_TRUE(Holds(outcome.err, "ended by itself"));
+}
+
+TEST_F(LauncherProgram, EndsAServerThatDoesNotEndAfterTenRequestsASecondApart) {
+    const char* options = std::getenv("ASAN_OPTIONS");
+    const auto outcome =
+        RunProgram({"/usr/bin/env", "LD_PRELOAD=" HASTY_ALARM, "FAKE_SERVER_STAYS=1",
+                    std::string("ASAN_OPTIONS=verify_asan_link_order=0:") + (options != nullptr ? options : ""),
+                    PROGRAM_LAUNCHER, "--library", FAKE_SERVER});
+    EXPECT_EQ(outcome.code, 4);
+    std::string alarms;
+    for (int request = 0; request < 10; ++request) {
+        alarms += "alarm in 1 s\n";
+    }
+    EXPECT_EQ(outcome.out, alarms);
+    EXPECT_EQ(outcome.err, "ominspect: the server does not end; it is ended where it is\n");
 }
 
 TEST_F(LauncherProgram, NeedsTheLibrary) {
