@@ -1,5 +1,6 @@
 // The configuration file, folders and clock.
 #include <sys/stat.h>
+#include <sys/timex.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -18,6 +19,10 @@ using support::WriteFile;
 namespace {
 
 constexpr unsigned long long kAnyRoom = 0;
+
+// What the kernel says of its clock.
+int g_clockState = TIME_OK;
+int g_clockStatus = 0;
 
 class PlaceFindings : public testing::Test {
 protected:
@@ -135,4 +140,21 @@ TEST(ClockFinding, AClockThatRunsByItselfIsAWarning) {
     EXPECT_EQ(found.text, "2026-01-01T00:00:00Z, not synchronised");
 }
 
+TEST(ClockFinding, AClockIsSynchronisedWhenTheKernelSaysSoInBothWays) {
+    g_clockState = TIME_INS;
+    g_clockStatus = STA_PLL;
+    EXPECT_TRUE(IsClockSynchronised());
+    g_clockStatus = STA_PLL | STA_UNSYNC;
+    EXPECT_FALSE(IsClockSynchronised());
+    g_clockState = TIME_ERROR;
+    g_clockStatus = STA_PLL;
+    EXPECT_FALSE(IsClockSynchronised());
+}
+
 }  // namespace
+
+// Called in the place of the C library's.
+extern "C" int adjtimex(timex* state) noexcept {
+    state->status = g_clockStatus;
+    return g_clockState;
+}
