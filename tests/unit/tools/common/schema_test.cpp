@@ -114,6 +114,13 @@ TEST_F(Schema, ABrokenFileIsAnError) {
     EXPECT_TRUE(errors[0].starts_with("line 2: ")) << errors[0];
 }
 
+// The checking program shows the line, too.
+TEST_F(Schema, WhatABrokenLineSaysIsNoError) {
+    const auto errors = OwnerErrors("<Owner process='p'>no error : at all</Item>");
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_TRUE(errors[0].starts_with("line 1: Opening and ending tag mismatch")) << errors[0];
+}
+
 TEST_F(Schema, ANameThatLooksLikeAnOptionIsAFile) {
     WriteFile("--version", "<Owner/>");
     EXPECT_FALSE(Errors("ominspect-owner.xsd", "--version").empty());
