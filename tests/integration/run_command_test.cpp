@@ -119,6 +119,18 @@ TEST_F(RunCommand, ARunThatSomebodyLeftIsWaitedForAndItsAnswerIsNotShown) {
     EXPECT_TRUE(Holds(run.Output(), "until  fail")) << run.Output();
 }
 
+TEST_F(RunCommand, TheResultOfARunThatTheServerDoesNotLetGoIsSaidToBeAnothers) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"later:1000"});
+    RunItem("later");  // which the server counts for ever
+    ASSERT_TRUE(EventuallyText("later", "timeout"));
+    const Outcome run = Ctl({"run", "later"});
+    EXPECT_TRUE(Holds(run.output, "later: another run of it is under way; it is run again after that\n")) << run.output;
+    EXPECT_TRUE(Holds(run.output, "later: this is the result of another run, which the server does not let go\n"))
+        << run.output;
+    EXPECT_TRUE(Holds(run.output, "timeout")) << run.output;
+}
+
 TEST_F(RunCommand, AResetSucceedsAndSaysWhatItIs) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();
