@@ -54,16 +54,15 @@ std::optional<std::string> Version(sd_bus* bus) {
 std::optional<bool> IsGuarded(sd_bus* bus) {
     Errors error;
     sd_bus_message* raw = nullptr;
-    const int result = sd_bus_call_method(bus, kServer, "/com/kivo/policy", "org.freedesktop.DBus.Properties", "Get",
-                                          error.Get(), &raw, "ss", "com.kivo.Policy", "None");
+    (void)sd_bus_call_method(bus, kServer, "/com/kivo/policy", "org.freedesktop.DBus.Properties", "Get", error.Get(),
+                             &raw, "ss", "com.kivo.Policy", "None");
     const BusMessage reply(raw);
     if (error.Has(SD_BUS_ERROR_ACCESS_DENIED)) {
         return true;
     }
-    const bool isAnswered =
-        result >= 0 || !(error.Has(SD_BUS_ERROR_NO_REPLY) || error.Has(SD_BUS_ERROR_TIMEOUT) ||
-                         error.Has(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.Has(SD_BUS_ERROR_NAME_HAS_NO_OWNER));
-    return isAnswered ? std::optional(false) : std::nullopt;
+    const bool isUnanswered = error.Has(SD_BUS_ERROR_NO_REPLY) || error.Has(SD_BUS_ERROR_TIMEOUT) ||
+                              error.Has(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.Has(SD_BUS_ERROR_NAME_HAS_NO_OWNER);
+    return isUnanswered ? std::nullopt : std::optional(false);
 }
 
 std::optional<ServerFacts> LookAtServer() {
