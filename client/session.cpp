@@ -30,6 +30,39 @@ wire::Bytes BytesOf(const std::string& text) {
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
+// A request whose results are expected. What is thrown while it is sent leaves none behind, as it would hold its lane
+// for ever.
+class Expected {
+public:
+    Expected(Inbox& mail, const Request& request)
+        : mail_(mail), address_{0, request.item}, lane_(mail.Expect(request.item, KindOf(request))) {
+        address_.lane = lane_.value_or(0);
+        end_ = lane_ ? &Inbox::Withdraw : nullptr;
+    }
+    ~Expected() {
+        if (end_ != nullptr) {
+            (mail_.*end_)(address_);
+        }
+    }
+    Expected(const Expected&) = delete;
+    Expected& operator=(const Expected&) = delete;
+
+    // Nothing when too many wait for the item.
+    [[nodiscard]] std::optional<std::size_t> Lane() const { return lane_; }
+
+    // Its results may come.
+    void IsSent() { end_ = &Inbox::Forget; }
+
+    // Somebody else waits for them.
+    void IsTaken() { end_ = nullptr; }
+
+private:
+    Inbox& mail_;
+    Address address_;
+    std::optional<std::size_t> lane_;
+    void (Inbox::*end_)(const Address&) = nullptr;  // what it needs when this goes
+};
+
 // Waits with `take` for a message, as long as the server is there.
 template <typename T, typename Take>
 Result<T> AwaitMail(Connection& connection, const Limit& limit, Take take) {
@@ -149,16 +182,19 @@ Result<BackgroundRun> Session::Start(const Request& request, const Limit& limit)
     }
     Inbox& mail = connection_->Mail();
     const std::uint64_t life = mail.ServerLife();
-    const auto lane = mail.Expect(request.item, KindOf(request));
+    Expected expected(mail, request);
+    const auto lane = expected.Lane();
     if (!lane) {
         return Error{ErrorCode::kInvalidArgument,
                      "this session waits for " + std::to_string(Inbox::kLanes) + " results of the item already"};
     }
     if (auto error = connection_->PostByLane(*lane, OM_INSPECT_MSG_START, std::move(*text))) {
-        mail.Withdraw({*lane, request.item});
         return *error;
     }
-    return BackgroundRun(*connection_, request, *lane, life);
+    expected.IsSent();
+    BackgroundRun run(*connection_, request, *lane, life);
+    expected.IsTaken();
+    return run;
 }
 
 Result<ItemResult> Session::Stop(std::string_view item, const Limit& limit) {

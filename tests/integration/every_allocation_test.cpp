@@ -93,6 +93,27 @@ TEST_F(EveryAllocationOfTheClient, OfARunInTheBackground) {
     Everywhere(20, [&](Session& session) { (void)RunItem(session, kRequest, {}, kShort); });
 }
 
+// A request that could not be made keeps none of the ways by which the results of its item come, of which there are 16.
+TEST_F(EveryAllocationOfTheClient, OfManyRunsThatDoNotBegin) {
+    const auto start = [this] {
+        try {
+            (void)TheSession().Start(kRequest, kShort);
+        } catch (const std::bad_alloc&) {
+        }
+    };
+    for (int round = 0; round < 40; ++round) {
+        bool happened = true;
+        for (unsigned number = 0; happened; ++number) {
+            const NthAllocation shortage(number);
+            start();
+            happened = shortage.Happened();
+        }
+    }
+    const auto next = RunItem(TheSession(), kRequest, {}, kEnough);
+    ASSERT_TRUE(next) << next.Failure().text;
+    EXPECT_EQ(next->result.status, "success");
+}
+
 TEST_F(EveryAllocationOfTheClient, OfStopAndReset) {
     Everywhere(20, [&](Session& session) {
         (void)session.Stop(kRequest.item, kShort);
