@@ -1,9 +1,12 @@
 // For LD_PRELOAD: lets allocations of a program fail. The file that FAILING_ALLOCATION names has two int32_t: how many
 // succeed before the first that fails, and how many more fail after that one. The first becomes -1 by the last failure.
-// While it is negative, all succeed.
+// While it is negative, all succeed. With FAILING_ALLOCATION_PROGRAM they fail in the program of this name alone, and
+// not in those that it starts.
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include <fcntl.h>
@@ -24,11 +27,16 @@ struct Shortage {
 
 Shortage g_none{-1, 0};
 
+bool IsSpared() {
+    const char* const program = std::getenv("FAILING_ALLOCATION_PROGRAM");
+    return program != nullptr && std::strcmp(program, program_invocation_short_name) != 0;
+}
+
 // The first allocations come before the constructors of this library.
 Shortage& TheShortage() {
     static Shortage* const shortage = [] {
         const char* path = std::getenv("FAILING_ALLOCATION");
-        const int fd = path != nullptr ? open(path, O_RDWR | O_CLOEXEC) : -1;
+        const int fd = path != nullptr && !IsSpared() ? open(path, O_RDWR | O_CLOEXEC) : -1;
         void* place = fd < 0 ? MAP_FAILED : mmap(nullptr, sizeof(Shortage), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         if (fd >= 0) {
             (void)close(fd);

@@ -11,6 +11,7 @@ import signal
 import socket
 import subprocess
 import unittest
+from pathlib import Path
 from typing import Callable
 
 from jeepney import DBusAddress, MessageType, new_method_call
@@ -118,6 +119,19 @@ class WithOrders(WithGateway):
     def run_now(self) -> bool:
         return self.has_results(self.begin("items/now/run", '{"timeoutSeconds": 2}'))
 
+    def collect(self) -> bool:
+        """Whether there is a package afterwards."""
+        if self.http_status("api/v1/collection", "-X", "POST") != "202":
+            return False
+        seen: list[object] = []
+
+        def has_ended() -> bool:
+            collection = self.ask("collection")
+            seen.append(collection["state"] if isinstance(collection, dict) else None)
+            return seen[-1] in ("done", "failed") or self.gateway.poll() is not None
+        self.assertTrue(eventually(has_ended))
+        return seen[-1] == "done" and self.http_status("api/v1/collection/package") == "200"
+
     def everywhere_in_an_order(self, road: Callable[[], object], following: Callable[[], object]) -> None:
         """The gateway may end, but for what was ordered nobody waits, and the next order is carried out."""
         deaths: list[bool] = []
@@ -168,21 +182,7 @@ class Gateway(WithOrders):
     def test_a_run(self) -> None:
         self.everywhere_in_an_order(self.run_now, self.run_now)
 
-    def collect(self) -> bool:
-        """Whether there is a package afterwards."""
-        if self.http_status("api/v1/collection", "-X", "POST") != "202":
-            return False
-        seen: list[object] = []
-
-        def has_ended() -> bool:
-            collection = self.ask("collection")
-            seen.append(collection["state"] if isinstance(collection, dict) else None)
-            return seen[-1] in ("done", "failed") or self.gateway.poll() is not None
-        self.assertTrue(eventually(has_ended))
-        return seen[-1] == "done" and self.http_status("api/v1/collection/package") == "200"
-
     def test_the_collection(self) -> None:
-        """What is begun ends in any case: the unit tests' CollectionTest."""
         self.assertTrue(self.collect())
         self.everywhere_in_a_question("collection")
 
@@ -215,6 +215,95 @@ class GatewayOrders(WithOrders):
             operation = self.ask(f"operations/{number}")
             return isinstance(operation, dict) and operation["state"] == "ended" and "error" not in operation
         self.everywhere_in_an_order(reset, reset)
+
+
+class WithListener(WithOrders):
+    """What an order comes to is heard of, not asked for: each question would need memory on the road."""
+    MORE = '<DBus enabled="false"/>'  # which would hear of it, too
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.listener: subprocess.Popen[bytes] | None = None
+        self.heard = self.folder / "heard"
+
+    def listen(self) -> bool:
+        """Begins to hear what is told from now on."""
+        if self.listener is not None:
+            self.end(self.listener)
+        with open(self.heard, "wb") as heard:
+            self.listener = subprocess.Popen(
+                ["curl", "-sfN", "--unix-socket", str(self.folder / "http"), "http://localhost/api/v1/events"],
+                stdout=heard)
+        self.addCleanup(self.end, self.listener)
+        return eventually(lambda: "event: hello" in self.heard.read_text())
+
+    def await_news(self, *words: str) -> None:
+        """Waits until one of them was told, or there is nobody to tell it."""
+        assert self.listener is not None
+        listener = self.listener
+        self.assertTrue(eventually(lambda: any(word in self.heard.read_text() for word in words)
+                                   or listener.poll() is not None))
+
+
+class GatewayStoppedRuns(WithListener):
+    def setUp(self) -> None:
+        super().setUp()
+        self.number = 0
+
+    def goes_on(self) -> bool:
+        """Whether the item's command does."""
+        process = self.folder / "endless"
+        return process.exists() and Path("/proc", process.read_text().strip()).exists()
+
+    def stop_operation(self) -> str:
+        return self.http_status(f"api/v1/operations/{self.number}/stop", "-X", "POST")
+
+    def is_over(self) -> bool:
+        return self.ended(self.number) is not None or self.stop_operation() == "404"
+
+    def begin_run(self) -> bool:
+        """Whether a run goes on whose end is listened for. Those before have ended."""
+        self.assertTrue(eventually(self.is_over))
+        if self.goes_on():  # nobody was left to stop it
+            self.assertTrue(self.has_results(self.begin("items/endless/stop", "{}")))
+            self.assertTrue(eventually(lambda: not self.goes_on()))
+        (self.folder / "endless").unlink(missing_ok=True)
+        number = self.begin("items/endless/run", '{"timeoutSeconds": 300}') if self.listen() else None
+        if number is None:
+            return False
+        self.number = number
+        self.assertTrue(eventually(self.goes_on))
+        return True
+
+    def stop_run(self) -> None:
+        """A stop that is taken ends the operation, long before its limit."""
+        if self.stop_operation() == "202":
+            self.await_news(f'"id":{self.number},"operation":"run","state":"ended"')
+
+    def test_a_run_that_is_stopped(self) -> None:
+        self.assertTrue(self.begin_run())
+        self.everywhere_in_an_order(self.stop_run, self.begin_run)
+
+
+class GatewayCollections(WithListener):
+    ALONE = True
+
+    def collect_unasked(self) -> None:
+        """One that is begun ends."""
+        if self.http_status("api/v1/collection", "-X", "POST") == "202":
+            self.await_news('"state":"done"', '"state":"failed"')
+
+    def collect_next(self) -> bool:
+        """Whether there is a package of the next one. That before does not go on for ever."""
+        def goes_on() -> bool:
+            collection = self.ask("collection")
+            return not isinstance(collection, dict) or collection["state"] == "going-on"
+        self.assertTrue(eventually(lambda: not goes_on()))
+        return self.collect() and self.listen()
+
+    def test_a_collection(self) -> None:
+        self.assertTrue(self.collect_next())
+        self.everywhere_in_an_order(self.collect_unasked, self.collect_next)
 
 
 class GatewayEvents(WithOrders):

@@ -9,6 +9,7 @@ from __future__ import annotations
 import os
 import struct
 import subprocess
+from pathlib import Path
 from typing import IO, Callable
 
 from system import System
@@ -19,11 +20,15 @@ ITEMS = """<Owner process="short_of_memory" maxParallel="1">
     <Item name="later" timeout="10" isSync="false"><Command>/bin/echo</Command><Arg>fine</Arg></Item>
     <Item name="held" timeout="10" isSync="true"><Command>/bin/sh</Command><Arg>-c</Arg>
         <Arg>touch begun; sleep 0.1</Arg></Item>
+    <Item name="endless" timeout="270" isSync="true"><Command>/bin/sh</Command><Arg>-c</Arg>
+        <Arg>echo $$ &gt; shell; mv shell endless; exec sleep 1000</Arg></Item>
 </Owner>"""
 MOST = 2000
 
 
 class Shortage(System):
+    ALONE = False  # whether the programs that it starts are spared
+
     def setUp(self) -> None:
         super().setUp()
         self.left = self.folder / "left"
@@ -45,6 +50,8 @@ class Shortage(System):
         """Starts a program whose allocations fail when they are told to."""
         shims = os.environ["OMINSPECT_FAILING_ALLOCATION"] + " " + os.environ["OMINSPECT_FAULT_SHIMS"]
         shortage = {"LD_PRELOAD": shims, "FAILING_ALLOCATION": str(self.left), "FAULT_FOLDER": str(self.folder)}
+        if self.ALONE:
+            shortage["FAILING_ALLOCATION_PROGRAM"] = Path(command[0]).name
         child = subprocess.Popen(command, cwd=self.folder, env={**os.environ, **shortage}, stderr=errors)
         self.addCleanup(self.end, child)
         return child
