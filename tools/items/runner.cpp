@@ -139,14 +139,11 @@ void CommandRunner::Supervise() {
 // Whether the runner shuts down.
 bool CommandRunner::TakeOrders(Jobs& jobs) {
     Drain(wake_.Get());
-    std::vector<Id> stops;
-    bool closing = false;
-    {
-        const std::lock_guard lock(mutex_);
-        jobs.Take(added_);
-        stops.swap(stops_);
-        closing = closing_;
-    }
+    std::unique_lock lock(mutex_);
+    jobs.Take(added_);
+    const std::vector<Id> stops = std::exchange(stops_, {});
+    const bool closing = closing_;
+    lock.unlock();
     for (const Id id : stops) {
         jobs.Stop(id);
     }
