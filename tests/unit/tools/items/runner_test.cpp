@@ -309,11 +309,13 @@ TEST_F(RunnerTest, StopsTheCommandsOfItsCallersBeforeItsShutdownReturns) {
             told.push_back(std::move(outcome));
         });
     };
-    const auto deaf = run(Sleeper("a", "trap '' TERM; "));
+    const std::string leader = folder_ / "leader";
+    const auto deaf = run(Sleeper("a", "trap '' TERM; echo $$ >'" + leader + "'; "));
     const auto ordinary = run(Sleeper("b"));
     const pid_t first = PidOf("a");
     const pid_t second = PidOf("b");
     runner.Shutdown();
+    EXPECT_FALSE(support::IsAlive(PidOf("leader"))) << "its caller is still in Run";
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
     EXPECT_TRUE(support::Eventually([&] {
         const std::lock_guard lock(mutex);
