@@ -18,17 +18,21 @@ namespace sim {
 
 namespace {
 
-// A message that is held up behind another one. It is still with its sender, and is lost with it or with its receiver.
-struct Held {
+// A message on its way. One that is held up, as behind another one, is still with its sender, and is lost with it or
+// with its receiver.
+struct Travelling {
     const Process* from{};
     const Process* to{};  // null: there was none
+    std::pair<std::string, std::string> pair;
+    Micros arrival{};
+    bool isHeld{};
     std::function<void()> lose;
-    bool lost{};
+    bool isLost{};
 };
 
 struct Bus {
     std::map<std::pair<std::string, std::string>, Micros> arrivals;  // the last one of each pair
-    std::vector<std::shared_ptr<Held>> held;
+    std::vector<std::shared_ptr<Travelling>> travelling;
     std::vector<std::shared_ptr<Request>> requests;  // those that wait
     uint64_t lastToken{};
     uint64_t number{};  // how often it was lost
@@ -58,34 +62,36 @@ Arrival ArrivalOf(const std::string& from, const std::string& to, Micros wanted 
 // itself goes with that.
 Micros Travel(const Process& from, const std::string& to, std::function<void()> arrive, std::function<void()> lose) {
     const Arrival arrival = ArrivalOf(from.name, to);
-    std::shared_ptr<Held> held;
-    if (arrival.isHeld) {
-        held = std::make_shared<Held>(&from, FindProcess(to), std::move(lose));
-        The().held.push_back(held);
-    }
-    At(arrival.at, [bus = The().number, held, arrive = std::move(arrive)] {
-        if (held != nullptr) {
-            std::erase(The().held, held);
-        }
-        if (bus == The().number && !(held != nullptr && held->lost)) {
+    const auto message = std::make_shared<Travelling>(&from, FindProcess(to), std::pair(from.name, to), arrival.at,
+                                                      arrival.isHeld, std::move(lose));
+    The().travelling.push_back(message);
+    At(arrival.at, [bus = The().number, message, arrive = std::move(arrive)] {
+        std::erase(The().travelling, message);
+        if (bus == The().number && !message->isLost) {
             arrive();
         }
     });
     return arrival.at;
 }
 
-// What it has sent that is held up, and what is for it.
+// What it has sent that is held up, and what is for it. What its next stay on the bus sends does not overtake the rest.
 void LoseHeld(const Process& process) {
-    for (const auto& held : The().held) {
-        if (!held->lost && (held->from == &process || held->to == &process)) {
-            Reached("bus: message lost with one of its ends");
-            held->lost = true;
-            held->lose();
-        }
-    }
     std::erase_if(The().arrivals, [&process](const auto& entry) {
         return entry.first.first == process.name || entry.first.second == process.name;
     });
+    for (const auto& message : std::vector(The().travelling)) {
+        if (message->isLost || (message->from != &process && message->to != &process)) {
+            continue;
+        }
+        if (message->isHeld) {
+            Reached("bus: message lost with one of its ends");
+            message->isLost = true;
+            message->lose();
+        } else {
+            Micros& last = The().arrivals[message->pair];
+            last = std::max(last, message->arrival);
+        }
+    }
 }
 
 void NoteDelivery(const char* what, const Delivery& delivery) {
