@@ -345,6 +345,8 @@ void Checker::OnThreadEnd(Thread& thread) {
     // A task's thread ends when its process leaves the bus.
     if (thread.name != kHeartbeat) {
         Take(thread, {.kind = Kind::kEnd});
+    } else if (thread.process->Attached()) {
+        Violation("the heartbeat ends");
     }
     Drop(thread);
     witness_.OnThreadEnd(thread);
