@@ -2,6 +2,7 @@
 // and bytes that are no message at all. After each input the message layer still answers, or has noticed that the bus
 // is gone.
 #include <array>
+#include <atomic>
 #include <string>
 
 #include "bus_envelope.h"
@@ -23,7 +24,10 @@ fuzz::SmallDaemon& Daemon() {
     return daemon;
 }
 
+std::atomic<bool> g_isHandled{false};
+
 std::uint32_t Handle(TagMsgBlock* message) {
+    g_isHandled = true;
     for (const char* name :
          {message->srcProcName, message->srcTaskName, message->dstTaskName, message->replyTaskName}) {
         Check(std::char_traits<char>::find(name, OS_MSG_NAME_SIZE, '\0') != nullptr);
@@ -128,7 +132,11 @@ bool IsAlive() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::JoinNowAndThen(Attach);
+    // Without the check, inputs that nobody reads would pass.
+    fuzz::JoinNowAndThen([] {
+        Attach();
+        Check(IsAlive() && g_isHandled);
+    });
     fuzz::Input input(data, size);
     for (int step = 0; step < kMostSteps && !input.IsEmpty(); ++step) {
         switch (input.Number(1) % 16) {

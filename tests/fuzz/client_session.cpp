@@ -1,6 +1,7 @@
 // What reaches a requester's session: mail and events in the server's name and in others', and answers to what it asks.
 // Results that it passes on have texts that end, and the session still works afterwards.
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -29,7 +30,10 @@ fuzz::SmallDaemon& Daemon() {
     return daemon;
 }
 
+std::atomic<bool> g_isTold{false};
+
 void CheckResult(const ItemResult& result) {
+    g_isTold = true;
     const auto isText = [](const std::string& text, std::size_t field) {
         return text.size() < field && text.find('\0') == std::string::npos;
     };
@@ -117,10 +121,22 @@ void Ask(Session& session, fuzz::Input& input) {
     }
 }
 
-bool IsAlive() {
-    const std::uint32_t serial = Daemon().NextSerial();
-    fuzz::BusMessage probe = fuzz::CallOf({kMail, kServer, 4711, 0, "", "", {}}, serial, true);
-    return Daemon().Ask(probe, serial);
+bool IsAlive(Session& session) {
+    std::string idle;
+    fuzz::AppendBytes(idle, std::string{1, 0, 0, 0});
+    Daemon().PeerAnswers("ay", idle);
+    return static_cast<bool>(session.State("disk", kLimit));
+}
+
+// Without this, inputs that nobody reads would pass.
+void CheckThatEventsArrive(Session& session) {
+    const std::string record(192, '\0');
+    const fuzz::BusEnvelope event{"iom_5fsrv_5ftask", kServer, 8, 0, "", "", record};
+    Daemon().Send(fuzz::EventOf(event, Daemon().NextSerial()).Bytes());
+    for (int i = 0; i < 1000 && !g_isTold; ++i) {
+        Check(IsAlive(session));
+    }
+    Check(g_isTold);
 }
 
 }  // namespace
@@ -131,6 +147,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (inputs++ % kInputsOfOneConnection == 0) {
         session.reset();
         session = Open();
+        CheckThatEventsArrive(*session);
     }
     fuzz::Input input(data, size);
     for (int step = 0; step < kMostSteps && !input.IsEmpty(); ++step) {
@@ -140,6 +157,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             Tell(input);
         }
     }
-    Check(IsAlive());
+    Check(IsAlive(*session));
     return 0;
 }

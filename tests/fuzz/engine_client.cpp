@@ -1,6 +1,7 @@
 // What an owner's process gets: requests to run an item, by whoever sends them, and the server's restarts. Handlers see
 // texts that end, and the next request is answered.
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <string>
 
@@ -26,8 +27,11 @@ fuzz::SmallDaemon& Daemon() {
     return daemon;
 }
 
+std::atomic<bool> g_isHandled{false};
+
 // What the request says decides how it is answered.
 std::uint32_t Handle(const char* item, const char* request, tagKivoOmInspectionResult* result) {
+    g_isHandled = true;
     Check(std::strcmp(result->name, item) == 0 && std::strlen(item) < kNameSize);
     std::array<char, 16> argument{};
     argument.fill('x');
@@ -59,15 +63,18 @@ void Attach() {
 }
 
 // As the server sends it: the item, the length of the text, the text and its end.
+std::string RunRequest(std::string_view item, std::string_view text) {
+    std::string payload(item);
+    payload.resize(kNameSize);
+    fuzz::AppendNumber(payload, static_cast<std::uint32_t>(text.size()));
+    return payload.append(text).append(1, '\0');
+}
+
 std::string RunRequest(fuzz::Input& input) {
     static constexpr std::array<std::string_view, 4> kItems{"disk", "an_item_with_a_name_of_31_bytes", "nobodys", ""};
     const std::uint32_t flags = input.Number(1);
-    std::string payload(kItems[flags % kItems.size()]);
-    payload.resize(kNameSize);
     const std::vector<unsigned char> text = input.Block();
-    fuzz::AppendNumber(payload, static_cast<std::uint32_t>(text.size()));
-    payload.append(text.begin(), text.end());
-    return payload.append(1, '\0');
+    return RunRequest(kItems[flags % kItems.size()], {reinterpret_cast<const char*>(text.data()), text.size()});
 }
 
 void Send(fuzz::Input& input) {
@@ -103,14 +110,19 @@ void ChangeServer(bool isThere) {
 
 bool IsAlive() {
     const std::uint32_t serial = Daemon().NextSerial();
-    fuzz::BusMessage probe = fuzz::CallOf({kTask, kServer, kRunRequest, 0, "", "", {}}, serial, true);
+    fuzz::BusMessage probe =
+        fuzz::CallOf({kTask, kServer, kRunRequest, 0, "", "", RunRequest("disk", "")}, serial, true);
     return Daemon().Ask(probe, serial);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::JoinNowAndThen(Attach);
+    // Without the check, inputs that nobody reads would pass.
+    fuzz::JoinNowAndThen([] {
+        Attach();
+        Check(IsAlive() && g_isHandled);
+    });
     fuzz::Input input(data, size);
     for (int step = 0; step < kMostSteps && !input.IsEmpty(); ++step) {
         const std::uint32_t which = input.Number(1) % 16;

@@ -83,6 +83,10 @@ void AppendText(std::string& out, std::string_view text) {
 BusMessage::BusMessage(Type type, std::uint32_t serial, bool wantsReply) {
     head_ = {'l', static_cast<char>(type), static_cast<char>(wantsReply ? 0 : 1), 1, 0, 0, 0, 0};
     AppendNumber(head_, serial);
+    // sd-bus takes a call without a destination for one to everybody, which no object answers.
+    if (type == kCall) {
+        Text(kDestination, 's', ":1.1");
+    }
 }
 
 void BusMessage::Field(unsigned char field, char type) {
