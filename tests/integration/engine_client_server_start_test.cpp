@@ -41,28 +41,18 @@ public:
 
 private:
     static int OnMessage(sd_bus_message* message, void* self, sd_bus_error* error) {
-        if (sd_bus_message_is_method_call(message, "com.kivo.Msg", "Send") <= 0) {
+        const auto sent = ReadSent(message);
+        if (!sent) {
             return 0;
         }
         EXPECT_STREQ(sd_bus_message_get_path(message), "/com/kivo/task/iom_5fsrv_5ftask");
-        return static_cast<RawServer*>(self)->Take(message, error);
-    }
-
-    using RawConnection::Take;
-    int Take(sd_bus_message* message, sd_bus_error* error) {
-        uint32_t id = 0;
-        uint32_t param = 0;
-        const char* source = nullptr;
-        const char* answers = nullptr;
-        const void* data = nullptr;
-        size_t size = 0;
-        EXPECT_GE(sd_bus_message_read(message, "uuss", &id, &param, &source, &answers), 0);
-        EXPECT_GE(sd_bus_message_read_array(message, 'y', &data, &size), 0);
-        if (id == 7) {
-            return Answer(message, error);
+        RawServer& server = *static_cast<RawServer*>(self);
+        if (sent->id == 7) {
+            return server.Answer(message, error);
         }
-        received_.push_back(std::to_string(id) + " " + std::to_string(param) + " " + static_cast<const char*>(data) +
-                            " to " + answers);
+        // A name ends with its NUL.
+        server.received_.push_back(std::to_string(sent->id) + " " + std::to_string(sent->param) + " " +
+                                   sent->payload.c_str() + " to " + sent->replyTask);
         return 1;
     }
 

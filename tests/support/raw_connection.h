@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace support {
@@ -16,6 +17,33 @@ struct RawDeleter {
     void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
 using RawMessage = std::unique_ptr<sd_bus_message, RawDeleter>;
+
+/// What the message layer sends to a task, as it stands on the bus.
+struct SentMessage {
+    uint32_t id{};
+    uint32_t param{};
+    std::string sourceTask;
+    std::string replyTask;
+    std::string payload;
+};
+
+/// Nothing when it is another message, or none.
+inline std::optional<SentMessage> ReadSent(sd_bus_message* message) {
+    if (message == nullptr || sd_bus_message_is_method_call(message, "com.kivo.Msg", "Send") <= 0) {
+        return std::nullopt;
+    }
+    SentMessage sent;
+    const char* source = nullptr;
+    const char* reply = nullptr;
+    const void* data = nullptr;
+    size_t size = 0;
+    EXPECT_GE(sd_bus_message_read(message, "uuss", &sent.id, &sent.param, &source, &reply), 0);
+    EXPECT_GE(sd_bus_message_read_array(message, 'y', &data, &size), 0);
+    sent.sourceTask = source;
+    sent.replyTask = reply;
+    sent.payload.assign(static_cast<const char*>(data), size);
+    return sent;
+}
 
 /// Joins the bus at KIVO_BUS_ADDRESS. For one thread.
 class RawConnection {

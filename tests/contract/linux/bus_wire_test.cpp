@@ -22,17 +22,9 @@ std::vector<std::string> Taken(const RawConnection& connection, size_t count) {
         sd_bus_message* raw = nullptr;
         EXPECT_GE(sd_bus_process(connection.Get(), &raw), 0);
         const RawMessage message(raw);
-        if (raw != nullptr && sd_bus_message_is_method_call(raw, "com.kivo.Msg", "Send") > 0) {
-            uint32_t id = 0;
-            uint32_t param = 0;
-            const char* source = nullptr;
-            const char* reply = nullptr;
-            const void* data = nullptr;
-            size_t size = 0;
-            EXPECT_GE(sd_bus_message_read(raw, "uuss", &id, &param, &source, &reply), 0);
-            EXPECT_GE(sd_bus_message_read_array(raw, 'y', &data, &size), 0);
-            received.push_back(std::to_string(id) + " " + std::to_string(param) + " " + source + ", " + reply + ": " +
-                               std::string(static_cast<const char*>(data), size));
+        if (const auto sent = ReadSent(raw)) {
+            received.push_back(std::to_string(sent->id) + " " + std::to_string(sent->param) + " " + sent->sourceTask +
+                               ", " + sent->replyTask + ": " + sent->payload);
         }
         return received.size() == count;
     }));
