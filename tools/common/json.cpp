@@ -2,6 +2,7 @@
 #include "common/json.h"
 
 #include <new>
+#include <string>
 #include <utility>
 
 #include "common/text.h"
@@ -91,7 +92,8 @@ Value& Value::Text(const char* name, std::string_view text) {
 }
 
 Value& Value::Number(const char* name, std::uint64_t number) {
-    return Member(name, Checked(cJSON_CreateNumber(static_cast<double>(number))));
+    // cJSON keeps numbers as doubles, and prints 15 digits of one that has 16.
+    return Member(name, Checked(cJSON_CreateRaw(std::to_string(number).c_str())));
 }
 
 Value& Value::Flag(const char* name, bool flag) {

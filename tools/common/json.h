@@ -54,7 +54,7 @@ public:
 
     // Members of an object, in the order of the calls.
     Value& Text(const char* name, std::string_view text);
-    Value& Number(const char* name, std::uint64_t number);  // exact up to 15 digits
+    Value& Number(const char* name, std::uint64_t number);  // printed exactly; not read again
     Value& Flag(const char* name, bool flag);
     Value& Put(const char* name, Value value);
 

@@ -31,6 +31,14 @@ TEST_F(MqttPosition, IsWhatWasSaved) {
     EXPECT_EQ(support::Contents(folder_ / "position"), "{\"terminal\":\"room\xEF\xBF\xBD/12\",\"position\":7}\n");
 }
 
+TEST_F(MqttPosition, OfSixteenDigitsIsWhatWasSaved) {
+    const PositionFile file(folder_ / "position", "room12");
+    for (const std::uint64_t position : {std::uint64_t{4503599627395471}, std::uint64_t{9007199254740991}}) {
+        ASSERT_FALSE(file.Save(position));
+        EXPECT_EQ(file.Load(), position);
+    }
+}
+
 TEST_F(MqttPosition, OfAnotherTerminalDoesNotCount) {
     EXPECT_EQ(LoadedFrom(R"({"terminal":"room12","position":5})"), 5U);
     EXPECT_EQ(LoadedFrom(R"({"terminal":"room13","position":5})"), 0U);

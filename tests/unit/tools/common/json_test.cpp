@@ -16,6 +16,11 @@ TEST(JsonTest, IsWrittenInTheOrderOfTheCalls) {
     EXPECT_EQ(Value::Object().Text("a", "b").PrintIndented(), "{\n\t\"a\":\t\"b\"\n}");
 }
 
+TEST(JsonTest, NumbersAreWrittenWithAllTheirDigits) {
+    EXPECT_EQ(Value::Object().Number("n", 4503599627395471U).Print(), R"({"n":4503599627395471})");
+    EXPECT_EQ(Value::Object().Number("n", UINT64_MAX).PrintIndented(), "{\n\t\"n\":\t18446744073709551615\n}");
+}
+
 TEST(JsonTest, IsValidUtf8AndHoldsNothingThatATerminalObeys) {
     const std::string controlSequence(
         "\xC2\x9B"
