@@ -3,6 +3,8 @@
 #include <optional>
 #include <utility>
 
+#include <sys/stat.h>
+
 #include "programs.h"
 
 namespace support {
@@ -188,6 +190,16 @@ TEST_F(Programs, AnOwnerSaysWhatItServesAndNothingMoreWhileAllIsWell) {
     owner.Signal(SIGTERM);
     EXPECT_EQ(owner.Wait(), 0);
     EXPECT_EQ(owner.Output(), "ominspect-owner: test_owner serves 5 items\n");
+}
+
+TEST_F(Programs, AnOwnerServesAlsoWhenNobodyReadsWhatItSays) {
+    const Child server = StartServer();
+    const std::string pipe = Folder() + "/nobody_reads";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    // Open for reading too until it is the standard error: a pipe without a reader cannot be opened for writing.
+    const Child owner({"/bin/sh", "-c", R"(exec 3<>"$0" && exec 2>"$0" 3<&- && exec "$@")", pipe,
+                       OMINSPECT_OWNER_PROGRAM, OWNER_FILE});
+    EXPECT_TRUE(EventuallyText("always_ok", "fine"));
 }
 
 TEST_F(Programs, AnOwnerThatLosesTheBusEndsItsCommandsAndSaysWhatIsLost) {
