@@ -61,6 +61,14 @@ TEST_F(ItemsCommand, TheListShowsConfiguredAndOwnedItemsWithTheirOwnersAndResult
     EXPECT_EQ(Ctl({"list", "--names", "--json"}).exitCode, 2);
 }
 
+TEST_F(ItemsCommand, TheListShowsTheResultOfACheck) {
+    const Child server = StartServer();
+    const Child owner = StartShippedOwner();
+    ASSERT_EQ(Ctl({"check", "always_ok"}).exitCode, 0);
+    const std::string list = Ctl({"list"}).output;
+    EXPECT_TRUE(Holds(list, " s ago: fine\n")) << list;
+}
+
 TEST_F(ItemsCommand, TheListNamesAnOwnerThatDoesNotAnswer) {
     const Child server = StartServer();
     const Child owner = StartShippedOwner();

@@ -117,6 +117,15 @@ TEST_F(RedactionTest, BinaryFilesPassAsTheyAre) {
     EXPECT_FALSE(binary_);
 }
 
+TEST_F(RedactionTest, AFileIsBinaryByItsFirst8KiB) {
+    for (const std::size_t place : {0U, 8191U, 8192U}) {
+        std::string text(9000, ' ');
+        text[place] = '\0';
+        (void)Masked(text);
+        EXPECT_EQ(binary_, place < 8192) << place;
+    }
+}
+
 TEST_F(RedactionTest, TakesPatternsOfItsUser) {
     WriteFile("own", "# a comment\n\nPIN (\\d+)\r\nroom-\\w+\n");
     files_ = {"own"};
