@@ -43,14 +43,18 @@ extern "C" __attribute__((visibility("default"))) int ppoll(pollfd* fds, nfds_t 
 TEST_F(OsMsgLeadTest, AThreadThatIsNoTasksHandsTheLeadToATaskThatWaits) {
     const Peer peer("peer");
     AddTask("waiting", Inbox().Keep());
-    const unsigned long before = WakeUpsOfTheStandby();
-    const unsigned long polls = g_polls;
-    for (int i = 0; i < 2000; ++i) {
-        EXPECT_EQ(Ask("peer", "echo").result, OS_MSG_OK);
-    }
-    constexpr unsigned long kUntilTheTaskWaits = 10;
-    EXPECT_LE(WakeUpsOfTheStandby() - before, kUntilTheTaskWaits);
-    EXPECT_LE(g_polls - polls, 20000U) << "threads that wait must sleep";
+    unsigned long polls = 0;
+    // The standby leads until the task's thread has come so far that it waits.
+    EXPECT_TRUE(WaitFor([&] {
+        const unsigned long before = WakeUpsOfTheStandby();
+        polls = g_polls;
+        for (int i = 0; i < 2000; ++i) {
+            EXPECT_EQ(Ask("peer", "echo").result, OS_MSG_OK);
+        }
+        polls = g_polls - polls;
+        return WakeUpsOfTheStandby() - before <= 10;
+    }));
+    EXPECT_LE(polls, 20000U) << "threads that wait must sleep";
 }
 
 // Sends until no more is taken. What the socket does not take at once is written by the thread that reads, which may
