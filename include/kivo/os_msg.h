@@ -186,8 +186,8 @@ void OsMsgSetLogLevel(uint32_t level);
  * end; it may be called from any thread and must not call back into this library. */
 void OsMsgRegLogFunc(void (*log)(const char* text));
 
-/* How many messages a task of this process lost because its queue was full, or, of events, because there was no memory;
- * 0 for an unknown task. */
+/* How many messages a task of this process lost because its queue was full or there was no memory; 0 for an unknown
+ * task. A synchronous one is not lost: its sender gets an error. */
 uint64_t OsMsgDroppedCount(const char* taskName);
 
 /* The address at which this process looks for the bus; never null. Valid until the environment changes. */

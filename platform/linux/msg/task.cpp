@@ -52,6 +52,11 @@ int Task::OnSend(sd_bus_message* message, void* self, sd_bus_error* error) {
     try {
         return static_cast<Task*>(self)->Accept(message, error);
     } catch (const std::bad_alloc&) {
+        if (sd_bus_message_get_expect_reply(message) <= 0) {
+            auto& task = *static_cast<Task*>(self);
+            task.CountLoss();
+            Log(kLogWarning, "no memory: task %s loses a message", task.name.c_str());
+        }
         return sd_bus_error_set_const(error, SD_BUS_ERROR_NO_MEMORY, "out of memory");
     }
 }

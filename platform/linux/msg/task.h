@@ -32,7 +32,7 @@ public:
     // Queues an event of this connection; drops and counts it when the queue is full.
     void Deliver(std::unique_ptr<Incoming> message, const std::string& connection);
 
-    // To be called when an event for it found no memory.
+    // To be called when an event for it, or a message whose sender does not wait, found no memory.
     void CountLoss() { ++dropped; }
 
     // Queues the news that a process has (re)started, even into a full queue: the receiver relies on it. If one of the
@@ -49,7 +49,7 @@ public:
     const OsTaskEntry entry;
     bool looping = false;    // a thread runs the message loop
     Waiter* loop = nullptr;  // that thread, while it waits for a message
-    uint64_t dropped = 0;    // messages lost because the queue was full, and events that found no memory
+    uint64_t dropped = 0;    // messages lost because the queue was full, or for want of memory
     bool ended = false;      // the entry has returned
     std::thread thread;      // runs the entry
 

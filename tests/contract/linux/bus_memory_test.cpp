@@ -74,6 +74,26 @@ TEST_F(OsMsgMemoryTest, AMessageThatFindsNoMemoryIsRefusedAndTheNextOfItsSenderA
     }
 }
 
+TEST_F(OsMsgMemoryTest, AMessageWhoseSenderDoesNotWaitIsCountedWhenItFindsNoMemory) {
+    const Inbox inbox = WaitingInbox();
+    const RawConnection sender;
+    StandardError errors;
+    size_t sent = 1;
+    for (int before = 0; sent < inbox.Count() + 3 && before < 20; ++before) {
+        const RawMessage call = sender.Message("tester", "inbox", 7);
+        ASSERT_GE(sd_bus_message_set_expect_reply(call.get(), 0), 0);
+        FailAllocations(1, before);
+        ASSERT_GE(sd_bus_send(sender.Get(), call.get(), nullptr), 0);
+        ASSERT_GE(sd_bus_flush(sender.Get()), 0);
+        ++sent;
+        ASSERT_TRUE(WaitFor([&] { return inbox.Count() + OsMsgDroppedCount("inbox") == sent; })) << before;
+        FailAllocations(0);
+    }
+    const uint64_t lost = OsMsgDroppedCount("inbox");
+    EXPECT_EQ(lost, 3U);
+    EXPECT_EQ(errors.Lines(), std::vector<std::string>(lost, "kivo_os_msg: no memory: task inbox loses a message"));
+}
+
 // The task's thread is the only one with anything to do when it takes the second message.
 TEST_F(OsMsgMemoryTest, AMessageThatFindsNoMemoryAfterItWasQueuedIsRefused) {
     const Gate gate;
