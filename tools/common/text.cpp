@@ -56,7 +56,6 @@ void Walk(std::string_view text, Take take) {
 template <typename Put>
 std::string Rewritten(std::string_view text, Put put) {
     std::string out;
-    out.reserve(text.size());
     while (!text.empty()) {
         std::size_t size = 0;
         while (size < text.size() && static_cast<unsigned char>(text[size]) < 0x7F) {

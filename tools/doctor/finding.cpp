@@ -12,7 +12,7 @@ namespace {
 
 struct VerdictForm {
     const char* word;
-    const char* colour;  // a sequence of ECMA-48
+    const char* colour;  // a control sequence for the terminal
 };
 
 VerdictForm FormOf(Verdict verdict) {
