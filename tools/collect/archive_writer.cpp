@@ -80,8 +80,7 @@ void ArchiveWriter::Open() {
     }
 }
 
-ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const struct stat& status, unsigned type,
-                                                 std::uint64_t size) {
+ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const struct stat& status, unsigned type) {
     EntryPtr entry(archive_entry_new());
     if (entry == nullptr) {
         throw std::bad_alloc();
@@ -92,21 +91,22 @@ ArchiveWriter::EntryPtr ArchiveWriter::MakeEntry(const std::string& name, const 
     archive_entry_set_uid(entry.get(), status.st_uid);
     archive_entry_set_gid(entry.get(), status.st_gid);
     archive_entry_set_mtime(entry.get(), status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
-    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
     return entry;
 }
 
 std::optional<Error> ArchiveWriter::BeginFile(const std::string& name, const struct stat& status, std::uint64_t size) {
-    return WriteHeader(*MakeEntry(name, status, AE_IFREG, size));
+    const EntryPtr entry = MakeEntry(name, status, AE_IFREG);
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
+    return WriteHeader(*entry);
 }
 
 std::optional<Error> ArchiveWriter::AddFolder(const std::string& name, const struct stat& status) {
-    return WriteHeader(*MakeEntry(name + '/', status, AE_IFDIR, 0));
+    return WriteHeader(*MakeEntry(name + '/', status, AE_IFDIR));
 }
 
 std::optional<Error> ArchiveWriter::AddLink(const std::string& name, const std::string& target,
                                             const struct stat& status) {
-    const EntryPtr entry = MakeEntry(name, status, AE_IFLNK, 0);
+    const EntryPtr entry = MakeEntry(name, status, AE_IFLNK);
     archive_entry_copy_symlink(entry.get(), target.c_str());
     return WriteHeader(*entry);
 }

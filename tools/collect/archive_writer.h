@@ -50,7 +50,7 @@ private:
     using EntryPtr = std::unique_ptr<archive_entry, FreeEntry>;
 
     void Open();
-    static EntryPtr MakeEntry(const std::string& name, const struct stat& status, unsigned type, std::uint64_t size);
+    static EntryPtr MakeEntry(const std::string& name, const struct stat& status, unsigned type);
     std::optional<Error> WriteHeader(archive_entry& entry);
     std::optional<Error> Checked(int result);
 
