@@ -50,6 +50,7 @@ TEST_F(ArchiveWriterTest, MembersKeepTheirRightsOwnersAndTimes) {
     EXPECT_FALSE(archive_.AddFolder("folder", status_));
     EXPECT_FALSE(archive_.BeginFile("folder/file", status_, 5));
     EXPECT_FALSE(archive_.Data("12"));
+    EXPECT_FALSE(archive_.Data("")) << "nothing is no error";
     EXPECT_FALSE(archive_.Data("345"));
     EXPECT_FALSE(archive_.AddLink("link", "target", status_));
     EXPECT_FALSE(archive_.Close());
@@ -72,6 +73,14 @@ TEST_F(ArchiveWriterTest, MoreDataThanAnnouncedEndsTheArchive) {
     EXPECT_EQ(error->text, "more data than the size of the file");
     EXPECT_TRUE(archive_.AddFolder("folder", status_));
     EXPECT_TRUE(archive_.Close());
+}
+
+TEST_F(ArchiveWriterTest, MoreDataAfterTheLastByteEndsTheArchive) {
+    EXPECT_FALSE(archive_.BeginFile("file", status_, 2));
+    EXPECT_FALSE(archive_.Data("12"));
+    const auto error = archive_.Data("3");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->text, "more data than the size of the file");
 }
 
 TEST_F(ArchiveWriterTest, AnErrorOfTheSinkIsGivenAgainByEveryLaterCall) {

@@ -1,10 +1,14 @@
 // The folder that the entries are copied into, and how paths lie to each other.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
+
+#include <sys/stat.h>
 
 #include "collect/area.h"
 #include "support/eventually.h"
+#include "support/forked.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect::collect;
@@ -31,6 +35,24 @@ TEST_F(AreaTest, ATemporaryAreaGoesWithAllThatIsInIt) {
     area.reset();
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work_.Path()), {}), 1);
     EXPECT_EQ(Contents("outside"), "x");
+}
+
+TEST_F(AreaTest, ATemporaryAreaThatCannotBeRemovedIsTold) {
+    const auto told = support::InForkedChild([this]() -> std::vector<std::string> {
+        support::BecomeNobodyWith(work_.Path());
+        (void)setenv("TMPDIR", work_.Path().c_str(), 1);
+        auto made = TemporaryArea::Make();
+        const std::string path = (*made)->Path();
+        WriteFile(path + "/closed/file", "x");
+        (void)chmod((path + "/closed").c_str(), 0500);
+        (void)std::freopen("err", "w", stderr);
+        made->reset();
+        (void)std::fflush(stderr);
+        (void)chmod((path + "/closed").c_str(), 0700);
+        return {path, Contents("err")};
+    });
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[1], "cannot remove " + told[0] + ": Permission denied\n");
 }
 
 TEST_F(AreaTest, ATemporaryAreaThatCannotBeMadeIsAnError) {
@@ -75,6 +97,14 @@ TEST_F(AreaTest, PathsOverlapInBothDirectionsAndThroughLinks) {
     EXPECT_TRUE(Overlap("real/sub", "real"));
     EXPECT_TRUE(Overlap("real", "link/sub"));
     EXPECT_FALSE(Overlap("real", "other"));
+}
+
+TEST_F(AreaTest, OnlyWhatLiesInTheFolderIsMoved) {
+    EXPECT_EQ(Moved("/area/a/b/", "/area", "/new/one"), "/new/one/a/b");
+    EXPECT_EQ(Moved("/area", "/area", "/new/one"), "/new/one");
+    EXPECT_EQ(Moved("/other/a", "/area", "/new/one"), "/other/a");
+    EXPECT_EQ(Moved("/area/../other", "/area", "/new/one"), "/area/../other");
+    EXPECT_EQ(Moved("/area/a/../b", "/area", "/area"), "/area/a/../b") << "as it is configured";
 }
 
 TEST_F(AreaTest, APlaceIsRelativeToTheArea) {

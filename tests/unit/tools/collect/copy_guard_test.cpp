@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include "support/forked.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect;
@@ -122,6 +126,39 @@ TEST_F(CopyGuardTest, WhatIsExcludedIsPassedOverInTheSourceOnly) {
     rules_.exclude = {"old", "file"};
     EXPECT_EQ(Names("source"), Lines{});
     EXPECT_EQ(Names("area/copy"), Lines{"old"});
+}
+
+TEST_F(CopyGuardTest, AnEmptyFileFitsWhereNothingElseDoes) {
+    rules_.bytesLeft = 5;
+    WriteFile("source/empty", "");
+    WriteFile("source/small", "x");
+    EXPECT_EQ(Copy("source/file", "area/copy/file"), 0U);
+    EXPECT_EQ(Copy("source/empty", "area/copy/empty"), 0U);
+    EXPECT_EQ(Copy("source/small", "area/copy/small"), static_cast<std::uint32_t>(EFBIG));
+    EXPECT_EQ(told_, Lines{"source/small: beyond the size limit"});
+}
+
+// Where it was not there, nobody can say what lies inside it.
+TEST_F(CopyGuardTest, OfASourceThatComesLaterNothingIsRead) {
+    guard_.reset();
+    guard_.emplace(work_ / "late", work_ / "area/copy", rules_, counts_,
+                   [](const std::string& /*path*/, const std::string& /*reason*/) {});
+    WriteFile("late/file", "x");
+    EXPECT_EQ(Copy("late/file", "area/copy/file"), static_cast<std::uint32_t>(ELOOP));
+    EXPECT_EQ(Open("late"), ELOOP);
+    EXPECT_FALSE(fs::exists("area/copy/file"));
+}
+
+TEST_F(CopyGuardTest, AnOldCopyThatCannotBeRemovedIsTold) {
+    EXPECT_EQ(support::InForkedChild([this]() -> Lines {
+                  (void)chmod("area/copy", 0555);
+                  support::BecomeNobodyWith(work_.Path());
+                  (void)prctl(PR_SET_DUMPABLE, 1);  // else /proc/self is closed to who gave up rights
+                  guard_->Clear();
+                  (void)chmod("area/copy", 0755);
+                  return told_;
+              }),
+              Lines{"area/copy: the old copy cannot be removed: Permission denied"});
 }
 
 TEST_F(CopyGuardTest, OpensNoFolderThroughALinkThatLeadsOutOrInCircles) {

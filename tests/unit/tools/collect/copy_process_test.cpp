@@ -94,6 +94,21 @@ TEST_F(CopyProcessTest, TakesInASingleByte) {
     EXPECT_EQ(process.Messages().list, (Lines{"x"}));
 }
 
+TEST_F(CopyProcessTest, ALineThatComesInPiecesIsOne) {
+    CopyProcess& process = Start([](const char*, const char*, CollectConfig& config) {
+        (void)std::fputs("first", stderr);
+        while (config.running) {
+            (void)usleep(1000);
+        }
+        (void)std::fputs(" and second\n", stderr);
+    });
+    EXPECT_TRUE(process.Watch(-1, -1));
+    process.Stop();
+    while (process.Watch(-1, -1)) {
+    }
+    EXPECT_EQ(process.Messages().list, (Lines{"first and second"}));
+}
+
 TEST_F(CopyProcessTest, CutsALineThatGoesOn) {
     CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig&) {
         (void)std::fprintf(stderr, "%s\nnext\n", std::string(5000, 'x').c_str());

@@ -5,12 +5,14 @@
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "collect/driver.h"
+#include "support/eventually.h"
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
@@ -21,6 +23,12 @@ using support::WriteFile;
 using Lines = std::vector<std::string>;
 
 namespace {
+
+pid_t ChildOf(pid_t parent) {
+    std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) + "/children");
+    pid_t child = -1;
+    return children >> child ? child : -1;
+}
 
 class DriverTest : public testing::Test {
 protected:
@@ -73,6 +81,32 @@ TEST_F(DriverTest, CountsWhatItCopies) {
     EXPECT_EQ(reports[1].bytes, 1U);
     EXPECT_EQ(Contents("area/logs/sub/b"), "678");
     EXPECT_EQ(Contents("area/single"), "9");
+}
+
+TEST_F(DriverTest, AnAreaThatItMakesIsForItsGroupTooAndOneThatIsThereStaysAsItIs) {
+    using std::filesystem::perms;
+    WriteFile("single", "x");
+    (void)Run({File("single")});
+    EXPECT_EQ(std::filesystem::status("area").permissions(), perms{0770});
+    std::filesystem::permissions("area", perms{0700});
+    (void)Run({File("single")});
+    EXPECT_EQ(std::filesystem::status("area").permissions(), perms{0700});
+}
+
+// No descriptor is left for it.
+TEST_F(DriverTest, ACopyThatCannotBeStartedIsTold) {
+    WriteFile("single", "x");
+    rules_.copy.area = work_ / "area";
+    EndSignals signals;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto reports =
+        Drive({File("single")}, rules_, signals, {onProgress_, [](std::size_t, const EntryReport&) {}});
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_TRUE(reports);
+    EXPECT_EQ(Outcomes(*reports), Lines{"failed: its process cannot be started: Too many open files"});
 }
 
 TEST_F(DriverTest, AMissingSourceIsReportedAndTheOthersGoOn) {
@@ -191,6 +225,38 @@ TEST_F(DriverTest, NoticesPathsThatArePassedOverWithoutAWord) {
     const std::string reason = ": the path is longer than 255 bytes, which ends the copy of its folder";
     const Lines failures = Failures(reports[0]);
     EXPECT_NE(std::find(failures.begin(), failures.end(), deep + '/' + std::string(80, 'g') + reason), failures.end());
+}
+
+// In which order a folder is listed is for the file system to say, but the long path is not the last one in each.
+TEST_F(DriverTest, NoticesWhatComesAfterAPathThatIsTooLong) {
+    const std::string deep = "logs/" + std::string(100, 'd') + '/' + std::string(90, 'e');
+    for (int folder = 0; folder < 10; ++folder) {
+        const std::string number = std::to_string(folder);
+        for (const std::string& name :
+             {"a" + number, "b" + number, std::string(80, 'g') + number, "y" + number, "z" + number}) {
+            std::filesystem::create_directories(deep + '/' + number);
+            std::ofstream(deep + '/' + number + '/' + name) << "x";
+        }
+    }
+    const auto reports = Run({Folder("logs")});
+    ASSERT_EQ(reports.size(), 1U);
+    const Lines failures = Failures(reports[0]);
+    const auto endWith = [&](const std::string& reason) {
+        return std::ranges::count_if(failures, [&](const std::string& line) { return line.ends_with(reason); });
+    };
+    EXPECT_EQ(endWith(": the path is longer than 255 bytes, which ends the copy of its folder"), 10);
+    EXPECT_GT(endWith(": comes after a path longer than 255 bytes"), 0);
+    EXPECT_EQ(endWith(": not copied"), 0);
+}
+
+TEST_F(DriverTest, NoticesWhatCameAfterTheCopy) {
+    WriteFile("logs/a", "x");
+    onProgress_ = [](const Progress&) {
+        const pid_t child = ChildOf(getpid());
+        EXPECT_TRUE(support::Eventually([child] { return !support::IsAlive(child); }));
+        WriteFile("logs/late", "x");
+    };
+    EXPECT_EQ(Failures(Run({Folder("logs")})[0]), Lines{"logs/late: not copied"});
 }
 
 timespec TimeOf(const std::string& path) {
@@ -322,22 +388,22 @@ TEST_F(DriverTest, AnInterruptEndsTheEntryAndLeavesTheOthersOut) {
                             InspectCopyDirFile(src, (std::string(dst) + "/rest").c_str(), config);
                         }};
     bool raised = false;
+    std::chrono::milliseconds left(-1);
     onProgress_ = [&](const Progress& progress) {
-        if (progress.files > 0 && !raised) {
+        if (raised) {
+            left = progress.left;
+        } else if (progress.index == 1 && progress.files > 0) {
             raised = kill(getpid(), SIGINT) == 0;
         }
     };
-    const auto reports = Run({endless, Folder("logs", 60)});
-    EXPECT_EQ(Outcomes(reports), (Lines{"interrupted: interrupted", "not started: interrupted before"}));
-    EXPECT_GT(reports[0].files, 0U);
+    const Entry atOnce{work_ / "logs", work_ / "area/at-once", 0, InspectCopyDirFile};
+    const auto reports = Run({atOnce, endless, Folder("logs", 60)});
+    EXPECT_EQ(Outcomes(reports), (Lines{"cut short: the time limit of 0 s ended it", "interrupted: interrupted",
+                                        "not started: interrupted before"}));
+    EXPECT_EQ(left.count(), 0) << "its time is over";
+    EXPECT_GT(reports[1].files, 0U);
     EXPECT_EQ(Contents("area/logs/0"), "x");
     EXPECT_TRUE(std::filesystem::is_empty("area/logs/rest"));
-}
-
-pid_t ChildOf(pid_t parent) {
-    std::ifstream children("/proc/" + std::to_string(parent) + "/task/" + std::to_string(parent) + "/children");
-    pid_t child = -1;
-    return children >> child ? child : -1;
 }
 
 TEST_F(DriverTest, ASecondInterruptGivesUpACopyThatHangs) {

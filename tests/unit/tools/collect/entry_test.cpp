@@ -47,6 +47,10 @@ TEST_F(EntryTest, SourcesThatCannotBeCopiedAreRefusedBeforehand) {
     EXPECT_TRUE(EntriesOfSources({'/' + std::string(252, 'x') + "/f"}, work_ / "area", 5)) << "255 bytes";
     EXPECT_EQ(MistakeOf({'/' + std::string(254, 'x')}),
               "the path in the area would be longer than 255 bytes: " + work_ / "area/" + std::string(254, 'x'));
+    const std::string fitting(255 - (work_ / "area/").size(), 'x');
+    EXPECT_TRUE(EntriesOfSources({'/' + fitting}, work_ / "area", 5)) << "255 bytes in the area";
+    EXPECT_EQ(MistakeOf({'/' + fitting + 'x'}),
+              "the path in the area would be longer than 255 bytes: " + work_ / "area/" + fitting + 'x');
     EXPECT_EQ(MistakeOf({""}), "a source is empty");
     EXPECT_EQ(MistakeOf({work_.Path()}), "the area " + work_ / "area" + " lies inside the source " +
                                              work_.Path().string() + "; --area names another one");
@@ -114,11 +118,13 @@ TEST_F(EntryTest, ReplacedBytesAreThoseOfTheFilesInTheOldCopies) {
 
 TEST(CopyRulesTest, APatternMatchesThePathOrItsLastName) {
     CopyRules rules;
-    rules.exclude = {"sub/deep/*.log", "*.core"};
+    rules.exclude = {"sub/deep/*.log", "*.core", "cache"};
     EXPECT_TRUE(rules.Excludes("sub/deep/a.log"));
     EXPECT_TRUE(rules.Excludes("sub/deep/a.core"));
     EXPECT_TRUE(rules.Excludes("a.core"));
+    EXPECT_TRUE(rules.Excludes("sub/cache"));
     EXPECT_FALSE(rules.Excludes("deep/a.log"));
+    EXPECT_FALSE(rules.Excludes("sub/a-cache"));
     EXPECT_FALSE(rules.Excludes("a.core/b"));
     EXPECT_FALSE(CopyRules().Excludes("a.core"));
 }

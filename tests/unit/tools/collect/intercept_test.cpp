@@ -26,7 +26,9 @@ TEST(LogCaptureTest, TakesTheLinesWhileItLives) {
             [&](unsigned level, const std::string& text) { lines.push_back(std::to_string(level) + ' ' + text); });
         KivoOmLogModuleLogRecord(3, 0, "unit", 0, 0, "%s %d", "text", 7);
     }
-    KivoOmLogModuleLogRecord(3, 0, "unit", 0, 0, "later");
+    testing::internal::CaptureStderr();  // where lines of no log go
+    KivoOmLogModuleLogRecord(3, 0, "unit", 0, 0, "%s on", "later");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("later on"), std::string::npos);
     EXPECT_EQ(lines, (Lines{"3 text 7"}));
 }
 

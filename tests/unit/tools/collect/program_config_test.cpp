@@ -1,4 +1,6 @@
 // Collections by a configuration file, and the product's own part of them.
+#include <unistd.h>
+
 #include "program.h"
 
 namespace support {
@@ -19,6 +21,7 @@ TEST_F(CollectProgram, TakesTheEntriesOfAConfigurationFile) {
     const json::Value document = Manifest(members, "p");
     const json::View manifest = document.Read();
     CheckSums(members, manifest, "p");
+    EXPECT_EQ(TextAt(manifest, "configuration"), "c.xml");
     const json::View refused = manifest["entries"].At(1);
     EXPECT_EQ(TextAt(refused, "outcome"), "refused");
     EXPECT_EQ(TextAt(refused, "remark"),
@@ -42,6 +45,30 @@ TEST_F(CollectProgram, TakesTheDevicesConfigurationByItself) {
     const json::View manifest = document.Read();
     EXPECT_EQ(TextAt(manifest, "configuration"), "the device's configuration file");
     EXPECT_EQ(TextAt(manifest, "area"), work_ / "area");
+}
+
+// Needs root's rights, or a name space of one's own: what is installed here stays as it is.
+TEST_F(CollectProgram, TakesAnInstallationsConfigurationAndItsPatternsOfSecrets) {
+    WriteFile("logs/a", "PIN 1234 password=abc");
+    WriteFile("installed/inspect_config.xml",
+              "<c><LogCollect><Log srcPath='logs' dstPath='/data/inspect/diag/log/l' timeout='5' isFolder='true'/>"
+              "</LogCollect></c>");
+    WriteFile("installed/redaction.patterns", "PIN (\\d+)\n");
+    WriteFile("collect", R"(set -e
+folder="$1"
+while [ ! -d "$folder" ]; do folder=$(dirname "$folder"); done
+mount -t tmpfs none "$folder"
+mkdir -p "$1"
+cp installed/* "$1"
+shift
+exec "$@"
+)");
+    const std::string nameSpace = geteuid() == 0 ? "unshare --mount" : "unshare --map-root-user --mount";
+    const std::string before = "exec " + nameSpace + R"( sh collect )" CONFIG_FOLDER R"( "$0" "$@" >out 2>err;)";
+    EXPECT_EQ(Run({"--area", "area", "--output", "p.tar.zst"}, before), 0) << Contents("err");
+    const auto members = ReadArchive("p.tar.zst");
+    EXPECT_EQ(MemberOf(members, "p/files/l/a").content, "PIN **** password=***");
+    EXPECT_EQ(TextAt(Manifest(members, "p").Read(), "configuration"), CONFIG_FOLDER "/inspect_config.xml");
 }
 
 TEST_F(CollectProgram, CallsTheProductsHookBeforeTheEntries) {

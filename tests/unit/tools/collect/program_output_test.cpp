@@ -1,4 +1,6 @@
 // Where the package goes, and when there is none.
+#include <unistd.h>
+
 #include "program.h"
 
 namespace support {
@@ -9,7 +11,10 @@ TEST_F(CollectProgram, NamesThePackageByHostAndTime) {
     ASSERT_EQ(Run({"one"}), 0);
     const Lines names = Names();
     ASSERT_EQ(names.size(), 4U);  // err, ominspect-..., one, out
-    EXPECT_TRUE(names[1].starts_with("ominspect-") && names[1].ends_with("Z.tar.zst")) << names[1];
+    std::array<char, 256> host{};
+    ASSERT_EQ(gethostname(host.data(), host.size() - 1), 0);
+    EXPECT_TRUE(names[1].starts_with(std::string("ominspect-") + host.data() + "-20")) << names[1];
+    EXPECT_TRUE(names[1].ends_with("Z.tar.zst")) << names[1];
 }
 
 TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
@@ -19,6 +24,7 @@ TEST_F(CollectProgram, AnswersWrongUseWithTwoAndWritesNothing) {
     const Lines before = Names();
     const std::vector<std::pair<Lines, std::string>> cases{
         {{"--config", "missing.xml"}, "XML_ERROR_FILE_NOT_FOUND"},
+        {{"--config", "no\nfile"}, "ominspectctl: no\\nfile: Error=XML_ERROR_FILE_NOT_FOUND "},
         {{"--config", "broken.xml"}, "XML_ERROR"},
         {{"--config", "empty.xml"}, "empty.xml: there is no document element"},
         {{"--config", "/dev/zero"}, "/dev/zero: not a regular file"},

@@ -34,6 +34,9 @@ TEST_F(CollectProgram, LeavesSecretsAloneWhenAsked) {
     const json::Value document = Manifest(members, "p");
     EXPECT_EQ(document.Read()["redacted"].Flag(), false);
     EXPECT_FALSE(document.Read()["files"].At(0)["masked"]);
+    EXPECT_FALSE(Holds(Contents("err"), "masked")) << Contents("err");
+    EXPECT_EQ(Run({"one", "--output", "q.tar.zst"}), 0);
+    EXPECT_TRUE(Holds(Contents("err"), "ominspectctl: 1 secret is masked\n")) << Contents("err");
 }
 
 }  // namespace

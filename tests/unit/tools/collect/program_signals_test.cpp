@@ -123,6 +123,16 @@ TEST_F(CollectProgram, TwoSignalsGiveUpADryRun) {
     EXPECT_EQ(Contents("out"), "");
 }
 
+TEST_F(CollectProgram, TwoSignalsGiveUpTheLookForRoom) {
+    WriteFile("hang/a", "x");
+    Child child = Start({"hang", "--output", "p.tar.zst"}, kSlowDisk);
+    ASSERT_TRUE(Eventually([] { return std::filesystem::exists("hanging"); }));
+    InterruptTwice(child);
+    EXPECT_EQ(child.Wait(), 1);
+    EXPECT_EQ(Contents("err"), "ominspectctl: given up; no package was written\n");
+    EXPECT_EQ(Names(), (Lines{"err", "hang", "hanging", "out"}));
+}
+
 TEST_F(CollectProgram, WhatItHasStartedDiesWithIt) {
     WriteFile("hang", "");
     Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));

@@ -1,4 +1,8 @@
 // The command collect as people run it: what a package holds, and what its manifest says.
+#include <unistd.h>
+
+#include <regex>
+
 #include "program.h"
 
 namespace support {
@@ -17,6 +21,8 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
     EXPECT_EQ(MemberOf(members, "p/").permissions, 0755U);
     EXPECT_EQ(MemberOf(members, "p/files/").permissions, 0755U);
     EXPECT_EQ(MemberOf(members, "p/manifest.json").permissions, 0644U);
+    EXPECT_EQ(MemberOf(members, "p/manifest.json").owner, geteuid());
+    EXPECT_EQ(MemberOf(members, "p/manifest.json").group, getegid());
     const json::Value document = Manifest(members, "p");
     const json::View manifest = document.Read();
     CheckSums(members, manifest, "p");
@@ -26,6 +32,9 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
     EXPECT_EQ(TextAt(manifest, "file"), "p.tar.zst");
     EXPECT_EQ(TextAt(manifest, "started").size(), std::string("2026-11-21T01:02:03Z").size());
     EXPECT_GT(TextAt(manifest, "started"), "1971-") << "not the epoch";
+    EXPECT_GE(TextAt(manifest, "collected"), TextAt(manifest, "started"));
+    EXPECT_GT(MemberOf(members, "p/").modified, 365LL * 24 * 3600) << "nor here";
+    EXPECT_EQ(TextAt(manifest, "configuration"), "the command line");
     EXPECT_EQ(manifest["complete"].Flag(), true);
     EXPECT_EQ(manifest["interrupted"].Flag(), false);
     EXPECT_EQ(Outcomes(manifest), (Lines{"logs: complete", "one.log: complete"}));
@@ -39,6 +48,8 @@ TEST_F(CollectProgram, PacksNamedSourcesWithTheirManifest) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     EXPECT_TRUE(Holds(Contents("out"), "complete\npackage: p.tar.zst, ")) << Contents("out");
     EXPECT_TRUE(Holds(Contents("err"), "[1/2] " + work_ / "logs" + ": 2 files, 11 B, ")) << Contents("err");
+    EXPECT_TRUE(std::regex_search(Contents("err"), std::regex(": 2 files, 11 B, [0-9]+\\.[0-9] s, complete\n")))
+        << Contents("err");
 }
 
 TEST_F(CollectProgram, AnotherToolUnpacksWhatTheManifestSays) {
