@@ -83,6 +83,13 @@ TEST_F(ArchiveWriterTest, MoreDataAfterTheLastByteEndsTheArchive) {
     EXPECT_EQ(error->text, "more data than the size of the file");
 }
 
+TEST_F(ArchiveWriterTest, AnErrorOfTheLibraryIsToldInItsWords) {
+    const auto error = archive_.Data("of no file");
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->text.find("archive_write_data"), std::string::npos) << error->text;
+    EXPECT_TRUE(archive_.Close());
+}
+
 TEST_F(ArchiveWriterTest, AnErrorOfTheSinkIsGivenAgainByEveryLaterCall) {
     room_ = 0;
     ASSERT_FALSE(archive_.AddFolder("folder", status_)) << "nothing was written yet";

@@ -128,6 +128,23 @@ TEST_F(CopyGuardTest, WhatIsExcludedIsPassedOverInTheSourceOnly) {
     EXPECT_EQ(Names("area/copy"), Lines{"old"});
 }
 
+TEST_F(CopyGuardTest, TellsWhatIsNoFileFromWhatIsRefused) {
+    ASSERT_EQ(mkfifo("source/pipe", 0600), 0);
+    EXPECT_EQ(Copy("source/pipe", "area/copy/pipe"), static_cast<std::uint32_t>(EINVAL));
+    EXPECT_EQ(Copy("source/pipe", "outside/pipe"), static_cast<std::uint32_t>(EPERM));
+    EXPECT_EQ(told_, (Lines{"source/pipe: not a regular file", "source/pipe: Operation not permitted"}));
+}
+
+TEST_F(CopyGuardTest, ADryRunSucceedsAndChangesNothing) {
+    rules_.dryRun = true;
+    EXPECT_EQ(Make("area/copy/new"), 0U);
+    EXPECT_EQ(Copy("source/file", "area/copy/file"), 0U);
+    EXPECT_EQ(RemoveFile("area/copy/old"), 0U);
+    EXPECT_EQ(RemoveFolder("area/copy"), 0U);
+    EXPECT_EQ(Names("area/copy"), Lines{"old"});
+    EXPECT_EQ(counts_.files, 1U);
+}
+
 TEST_F(CopyGuardTest, AnEmptyFileFitsWhereNothingElseDoes) {
     rules_.bytesLeft = 5;
     WriteFile("source/empty", "");

@@ -23,16 +23,16 @@ namespace {
 class CopyProcessTest : public testing::Test {
 protected:
     // Starts this function as the copy of "source" to "copy", and waits for its end.
-    CopyProcess& RunToEnd(InspectCopyFunction copy) {
-        CopyProcess& process = Start(copy);
+    CopyProcess& RunToEnd(InspectCopyFunction copy, std::uint32_t limit = 7) {
+        CopyProcess& process = Start(copy, limit);
         while (process.Watch(-1, -1)) {
         }
         return process;
     }
 
-    CopyProcess& Start(InspectCopyFunction copy) {
+    CopyProcess& Start(InspectCopyFunction copy, std::uint32_t limit = 7) {
         rules_.area = work_.Path();
-        auto started = CopyProcess::Start({work_ / "source", work_ / "copy", 7, copy}, rules_);
+        auto started = CopyProcess::Start({work_ / "source", work_ / "copy", limit, copy}, rules_);
         EXPECT_TRUE(started);
         process_ = std::move(*started);
         return *process_;
@@ -72,10 +72,11 @@ TEST_F(CopyProcessTest, LeavesNoSharedMemoryBehind) {
 
 // The copy functions' own timer stays off: a copy would wait for its last second.
 TEST_F(CopyProcessTest, KeepsTheTimeItself) {
-    CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig& config) {
+    const auto print = [](const char*, const char*, CollectConfig& config) {
         (void)std::fprintf(stderr, "%u %d %d\n", config.timeout, config.startTimer ? 1 : 0, config.running ? 1 : 0);
-    });
-    EXPECT_EQ(process.Messages().list, (Lines{"7 0 1"}));
+    };
+    EXPECT_EQ(RunToEnd(print).Messages().list, (Lines{"7 0 1"}));
+    EXPECT_EQ(RunToEnd(print, 0).Messages().list, (Lines{"0 0 0"})) << "over at once";
 }
 
 TEST_F(CopyProcessTest, TakesInLinesUpToWarningsAndWhatToolsPrint) {
@@ -109,9 +110,30 @@ TEST_F(CopyProcessTest, ALineThatComesInPiecesIsOne) {
     EXPECT_EQ(process.Messages().list, (Lines{"first and second"}));
 }
 
+TEST_F(CopyProcessTest, TakesInFailuresThatComeOneByOne) {
+    CopyProcess& process = Start([](const char* src, const char* dst, CollectConfig& config) {
+        InspectCopyFile((std::string(src) + "-1").c_str(), dst, config);
+        while (config.running) {
+            (void)usleep(1000);
+        }
+        InspectCopyFile((std::string(src) + "-2").c_str(), dst, config);
+    });
+    while (process.Failures().count == 0 && process.Watch(-1, -1)) {
+    }
+    process.Stop();
+    while (process.Watch(-1, -1)) {
+    }
+    Lines paths;
+    for (const Failure& failure : process.Failures().list) {
+        paths.push_back(failure.path);
+    }
+    EXPECT_EQ(paths, (Lines{work_ / "source-1", work_ / "source-2"}));
+}
+
+// It is longer than what a pipe holds.
 TEST_F(CopyProcessTest, CutsALineThatGoesOn) {
     CopyProcess& process = RunToEnd([](const char*, const char*, CollectConfig&) {
-        (void)std::fprintf(stderr, "%s\nnext\n", std::string(5000, 'x').c_str());
+        (void)std::fprintf(stderr, "%s\nnext\n", std::string(200000, 'x').c_str());
     });
     EXPECT_EQ(process.Messages().list, (Lines{std::string(1000, 'x'), "next"}));
 }

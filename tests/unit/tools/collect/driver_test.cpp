@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 
 #include "collect/driver.h"
 #include "support/eventually.h"
+#include "support/forked.h"
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
@@ -107,6 +109,28 @@ TEST_F(DriverTest, ACopyThatCannotBeStartedIsTold) {
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     ASSERT_TRUE(reports);
     EXPECT_EQ(Outcomes(*reports), Lines{"failed: its process cannot be started: Too many open files"});
+}
+
+// A function of its own may find nothing to do.
+TEST_F(DriverTest, OnlyAFileThatIsNamedMustBeCopied) {
+    WriteFile("logs/a", "x");
+    const Entry idle{work_ / "logs", work_ / "area/logs", 5, [](const char*, const char*, CollectConfig&) {}};
+    EXPECT_EQ(Outcomes(Run({idle})), Lines{"complete: "});
+}
+
+// The copy functions pass over it without a word.
+TEST_F(DriverTest, AFolderThatCannotBeReadIsTold) {
+    WriteFile("logs/open/a", "x");
+    WriteFile("logs/closed/b", "x");
+    std::filesystem::permissions("logs/closed", std::filesystem::perms::none);
+    const Lines failures = support::InForkedChild([this] {
+        support::BecomeNobodyWith(work_.Path());
+        (void)prctl(PR_SET_DUMPABLE, 1);  // else /proc/self is closed to who gave up rights
+        return Failures(Run({Folder("logs")})[0]);
+    });
+    std::filesystem::permissions("logs/closed", std::filesystem::perms::owner_all);
+    EXPECT_EQ(failures, Lines{"logs/closed: Permission denied"});
+    EXPECT_EQ(Contents("area/logs/open/a"), "x");
 }
 
 TEST_F(DriverTest, AMissingSourceIsReportedAndTheOthersGoOn) {
@@ -256,6 +280,7 @@ TEST_F(DriverTest, NoticesWhatCameAfterTheCopy) {
         EXPECT_TRUE(support::Eventually([child] { return !support::IsAlive(child); }));
         WriteFile("logs/late", "x");
     };
+    rules_.copy.package = "/elsewhere/late";  // only its name is the same
     EXPECT_EQ(Failures(Run({Folder("logs")})[0]), Lines{"logs/late: not copied"});
 }
 

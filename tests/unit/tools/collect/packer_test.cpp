@@ -211,6 +211,12 @@ TEST_F(PackerTest, AMissingTreeIsEmpty) {
     EXPECT_EQ(LeftOut(), Lines{});
 }
 
+TEST_F(PackerTest, ATreeThatIsNoFolderIsLeftOut) {
+    WriteFile("tree", "x");
+    ASSERT_FALSE(Pack());
+    EXPECT_EQ(LeftOut(), Lines{".: Not a directory"});
+}
+
 TEST_F(PackerTest, GivesUpInTheMiddleOfAFileAndLeavesNothing) {
     WriteFile("tree/log", std::string(1000000, 'x'));
     const auto error = Pack([](const PackedTree& packed) { return packed.bytes < 300000; });

@@ -45,6 +45,9 @@ TEST_F(CollectProgram, TakesTheDevicesConfigurationByItself) {
     const json::View manifest = document.Read();
     EXPECT_EQ(TextAt(manifest, "configuration"), "the device's configuration file");
     EXPECT_EQ(TextAt(manifest, "area"), work_ / "area");
+    if (!std::filesystem::exists("/zq_product/etc/config/om/inspect_config.xml")) {
+        EXPECT_TRUE(Holds(Contents("err"), "use default config InspectItemList.")) << Contents("err");
+    }
 }
 
 // Needs root's rights, or a name space of one's own: what is installed here stays as it is.

@@ -18,6 +18,7 @@ TEST_F(CollectProgram, ACopyThatHangsIsEndedAndTheRestGoesOn) {
     EXPECT_EQ(entry["cutShort"].Flag(), true);
     EXPECT_EQ(TextAt(entry, "remark"), "the time limit of 1 s ended it");
     EXPECT_EQ(NumberAt(entry, "timeLimitSeconds"), 1U);
+    EXPECT_GE(NumberAt(entry, "durationMs"), 1000U) << "the whole second";
     EXPECT_EQ(TextAt(entry["failures"].At(0), "path"), work_ / "logs/hang");
     EXPECT_EQ(TextAt(entry["failures"].At(0), "reason"), "its copy was ended in the middle");
     EXPECT_TRUE(Holds(Contents("out"), "cut short: the time limit of 1 s ended it"));
@@ -55,6 +56,8 @@ TEST_F(CollectProgram, TakesWhatFitsAndWhatIsNotExcluded) {
     EXPECT_EQ(NumberAt(entry, "failureCount"), 1U);
     EXPECT_EQ(TextAt(entry["failures"].At(0), "reason"), "beyond the size limit");
     EXPECT_EQ(Run({"logs", "--exclude", "*", "--output", "q.tar.zst"}), 0);
+    EXPECT_EQ(Run({"logs", "--max-size", "1", "--output", "r.tar.zst"}), 1);
+    EXPECT_EQ(NumberAt(Manifest(ReadArchive("r.tar.zst"), "r").Read()["entries"].At(0), "bytes"), 1U);
     EXPECT_EQ(Run({"logs", "--max-size", "much"}), 2);
 }
 
@@ -69,6 +72,8 @@ TEST_F(CollectProgram, ADryRunSaysWhatItWouldTakeAndWritesNothing) {
     ASSERT_TRUE(manifest);
     EXPECT_EQ(manifest->Read()["dryRun"].Flag(), true);
     EXPECT_EQ(NumberAt(manifest->Read()["entries"].At(0), "bytes"), 5U);
+    EXPECT_EQ(TextAt(manifest->Read(), "version"), "0.1.0");
+    EXPECT_GT(TextAt(manifest->Read(), "started"), "1971-") << "not the epoch";
     Lines after = Names();
     std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
     EXPECT_EQ(after, before);

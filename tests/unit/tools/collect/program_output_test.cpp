@@ -55,6 +55,22 @@ TEST_F(CollectProgram, ReplacesAPackageWhenAsked) {
     EXPECT_EQ(MemberOf(ReadArchive("p.tar.zst"), "p/files/one").content, "x");
 }
 
+TEST_F(CollectProgram, TheFolderInAPackageIsItsNameWithoutTheEnding) {
+    WriteFile("one", "x");
+    for (const std::string name : {"package-of-mine.tgz", ".tar.zst"}) {
+        EXPECT_EQ(Run({"one", "--output", name}), 0) << Contents("err");
+        EXPECT_EQ(MemberOf(ReadArchive(name), name + "/files/one").content, "x") << "another ending, or nothing else";
+    }
+}
+
+TEST_F(CollectProgram, WritesThePackageThoughNobodyReadsTheProgress) {
+    WriteFile("one", "x");
+    EXPECT_EQ(Run({"one", "--output", "p.tar.zst"},
+                  R"(mkfifo progress; : <progress & exec 2>progress; wait; exec "$0" "$@" >out;)"),
+              0);
+    EXPECT_EQ(MemberOf(ReadArchive("p.tar.zst"), "p/files/one").content, "x");
+}
+
 TEST_F(CollectProgram, SaysWhereItCannotWrite) {
     WriteFile("one", "x");
     EXPECT_EQ(Run({"one", "--output", "missing/p.tar.zst"}), 1);

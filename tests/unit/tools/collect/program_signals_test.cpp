@@ -66,10 +66,32 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     ASSERT_TRUE(Eventually([] { return Holds(Contents("err"), "Ctrl-C again gives up"); }));
     child.Signal(SIGINT);
     EXPECT_EQ(child.Wait(), 1);
-    EXPECT_TRUE(Holds(Contents("err"), "cannot write the package p.tar.zst: given up"));
+    EXPECT_EQ(Contents("err"),
+              "ominspectctl: interrupted; packing what is there (Ctrl-C again gives up)\n"
+              "ominspectctl: cannot write the package p.tar.zst: given up\n");
     Lines after = Names();
     std::erase_if(after, [](const std::string& name) { return name == "out" || name == "err"; });
     EXPECT_EQ(after, before);
+}
+
+// On a terminal the line that is drawn again and again makes room for what is said.
+TEST_F(CollectProgram, OnATerminalThePackingIsShownUntilItIsGivenUp) {
+    WriteFile("area/huge", "");
+    std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
+    WriteFile("c.xml", "<c><LogCollect/></c>");
+    const std::string command =
+        std::string("echo $$ >pid; exec ") + PROGRAM_CTL + " collect --config c.xml --area area --output p.tar.zst";
+    Child terminal({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
+    const auto shows = [&](const std::string& text) {
+        return Eventually([&] { return Holds(terminal.Output(), text); });
+    };
+    ASSERT_TRUE(shows("packing: 0 files, ")) << terminal.Output();
+    const pid_t program = std::stoi(Contents("pid"));
+    ASSERT_GT(program, 1);
+    ASSERT_EQ(kill(program, SIGINT), 0);
+    ASSERT_TRUE(shows("\x1b[1A\r\x1b[Jominspectctl: interrupted; packing what is there")) << terminal.Output();
+    ASSERT_EQ(kill(program, SIGINT), 0);
+    EXPECT_EQ(terminal.Wait(), 1);
 }
 
 TEST_F(CollectProgram, CtrlCEndsTheProductsHookAndStillLeavesAValidPackage) {
@@ -79,6 +101,7 @@ TEST_F(CollectProgram, CtrlCEndsTheProductsHookAndStillLeavesAValidPackage) {
     ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
     child.Signal(SIGINT);
     EXPECT_EQ(child.Wait(), 1);
+    EXPECT_TRUE(Holds(Contents("err"), "interrupted; packing what is there")) << "though that is nothing";
     EXPECT_TRUE(Holds(Contents("err"), "the product's own collection failed: interrupted\n")) << Contents("err");
     const json::Value document = Manifest(ReadArchive("p.tar.zst"), "p");
     EXPECT_EQ(Outcomes(document.Read()), Lines{"logs: not started"});

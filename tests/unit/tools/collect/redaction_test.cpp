@@ -124,6 +124,10 @@ TEST_F(RedactionTest, AFileIsBinaryByItsFirst8KiB) {
         (void)Masked(text);
         EXPECT_EQ(binary_, place < 8192) << place;
     }
+    const std::string later = std::string(20000, ' ') + '\0' + " password=abc";
+    EXPECT_EQ(Masked(later, 8192), std::string(20000, ' ') + '\0' + " password=***");
+    const std::string atOnce = '\0' + std::string(20000, ' ') + "password=abc";
+    EXPECT_EQ(Masked(atOnce, 8192), atOnce);
 }
 
 TEST_F(RedactionTest, TakesPatternsOfItsUser) {
@@ -148,6 +152,10 @@ TEST_F(RedactionTest, APatternThatMatchesNothingAtAllEnds) {
     WriteFile("own", "x*\n");
     files_ = {"own"};
     EXPECT_EQ(Masked("axxb"), "a**b");
+    WriteFile("own", "(y*)z\n");
+    redaction_.reset();
+    EXPECT_EQ(Masked("yz z"), "*z z");
+    EXPECT_EQ(count_, 1U) << "nothing is no secret";
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 using namespace ominspect;
@@ -58,6 +59,20 @@ TEST(VendorHookTest, IsEndedAtItsTimeLimit) {
     ASSERT_TRUE(report);
     EXPECT_EQ(report->result, 0);
     EXPECT_EQ(report->remark, "the time limit of 0 s ended it");
+    EXPECT_FALSE(report->IsGood());
+}
+
+// No descriptor is left for it.
+TEST(VendorHookTest, ThatCannotBeStartedIsTold) {
+    EndSignals signals;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto report = CallVendorHook(signals, std::chrono::seconds(0));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->remark, "its process cannot be started: Too many open files");
     EXPECT_FALSE(report->IsGood());
 }
 
