@@ -74,24 +74,55 @@ TEST_F(CollectProgram, ASecondCtrlCGivesUpPackingAndLeavesNothing) {
     EXPECT_EQ(after, before);
 }
 
-// On a terminal the line that is drawn again and again makes room for what is said.
+// What is drawn on a terminal is taken away before something is said.
+const std::string kTakenAway = "\x1b[1A\r\x1b[J";
+
+// The program on a terminal of its own.
+class OnTerminal {
+public:
+    explicit OnTerminal(const std::string& arguments, const std::string& before = "")
+        : terminal_({"/usr/bin/script", "-qec", before + "echo $$ >pid; exec " PROGRAM_CTL " collect " + arguments,
+                     "/dev/null"},
+                    {"TERM=xterm"}) {}
+
+    bool Shows(const std::string& text) const {
+        return Eventually([&] { return Holds(terminal_.Output(), text); });
+    }
+
+    void Signal(int signal) const {
+        const pid_t program = std::stoi(Contents("pid"));
+        ASSERT_GT(program, 1);
+        EXPECT_EQ(kill(program, signal), 0);
+    }
+
+    Child& Itself() { return terminal_; }
+
+private:
+    Child terminal_;
+};
+
 TEST_F(CollectProgram, OnATerminalThePackingIsShownUntilItIsGivenUp) {
     WriteFile("area/huge", "");
     std::filesystem::resize_file("area/huge", std::uintmax_t{1} << 42U);
     WriteFile("c.xml", "<c><LogCollect/></c>");
-    const std::string command =
-        std::string("echo $$ >pid; exec ") + PROGRAM_CTL + " collect --config c.xml --area area --output p.tar.zst";
-    Child terminal({"/usr/bin/script", "-qec", command, "/dev/null"}, {"TERM=xterm"});
-    const auto shows = [&](const std::string& text) {
-        return Eventually([&] { return Holds(terminal.Output(), text); });
-    };
-    ASSERT_TRUE(shows("packing: 0 files, ")) << terminal.Output();
-    const pid_t program = std::stoi(Contents("pid"));
-    ASSERT_GT(program, 1);
-    ASSERT_EQ(kill(program, SIGINT), 0);
-    ASSERT_TRUE(shows("\x1b[1A\r\x1b[Jominspectctl: interrupted; packing what is there")) << terminal.Output();
-    ASSERT_EQ(kill(program, SIGINT), 0);
-    EXPECT_EQ(terminal.Wait(), 1);
+    OnTerminal program("--config c.xml --area area --output p.tar.zst");
+    ASSERT_TRUE(program.Shows("packing: 0 files, ")) << program.Itself().Output();
+    program.Signal(SIGINT);
+    ASSERT_TRUE(program.Shows(kTakenAway + "ominspectctl: interrupted; packing what is there"))
+        << program.Itself().Output();
+    program.Signal(SIGINT);
+    EXPECT_EQ(program.Itself().Wait(), 1);
+}
+
+TEST_F(CollectProgram, OnATerminalACopyIsShownUntilItIsGivenUp) {
+    WriteFile("logs/hang", "x");
+    OnTerminal program("logs --output p.tar.zst", kSlowDisk);
+    ASSERT_TRUE(program.Shows("[1/1] " + work_ / "logs" + ": 0 files, 0 B, ")) << program.Itself().Output();
+    program.Signal(SIGINT);
+    program.Signal(SIGTERM);
+    EXPECT_EQ(program.Itself().Wait(), 1);
+    EXPECT_TRUE(program.Shows(kTakenAway + "ominspectctl: given up; no package was written"))
+        << program.Itself().Output();
 }
 
 TEST_F(CollectProgram, CtrlCEndsTheProductsHookAndStillLeavesAValidPackage) {
@@ -158,7 +189,7 @@ TEST_F(CollectProgram, TwoSignalsGiveUpTheLookForRoom) {
 
 TEST_F(CollectProgram, WhatItHasStartedDiesWithIt) {
     WriteFile("hang", "");
-    Child child = Start({"logs", "--output", "p.tar.zst"}, Preloaded(VENDOR_HOOK));
+    Child child = Start({"logs", "--output", "p.tar.zst"}, "TMPDIR=.; export TMPDIR;" + Preloaded(VENDOR_HOOK));
     ASSERT_TRUE(support::Eventually([] { return Contents("hang").ends_with('\n'); }));
     const pid_t hook = std::stoi(Contents("hang"));
     EXPECT_TRUE(support::IsAlive(hook));
