@@ -122,6 +122,9 @@ TEST_F(CheckCommand, IsUnknownWithoutAServerAndAfterWrongUse) {
     const Outcome absent = Ctl({"check", "ok"});
     EXPECT_EQ(absent.exitCode, 3);
     EXPECT_TRUE(Holds(absent.output, "ok UNKNOWN - server absent")) << absent.output;
+    const Outcome barred = Ctl({"check", "a|b"});
+    EXPECT_TRUE(barred.output.starts_with("a/b UNKNOWN - server absent")) << "no bar before the data\n"
+                                                                          << barred.output;
     const std::string answerOnly = "exec \"$0\" \"$@\" 2>/dev/null";
     const Outcome itemless = support::Run({"/bin/sh", "-c", answerOnly, OMINSPECTCTL_PROGRAM, "check"});
     EXPECT_EQ(itemless.exitCode, 3);

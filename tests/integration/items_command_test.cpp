@@ -160,6 +160,8 @@ TEST_F(ItemsCommand, WaitSaysWhatIsMissing) {
         << noItem.output;
     EXPECT_TRUE(Holds(noItem.output, "; item unknown: no process has registered \"other\" with the server"))
         << noItem.output;
+    // Two requests a look, five looks a second.
+    EXPECT_LE(CountOf(ServerLog(), " from [ic-"), 14U) << ServerLog();
     EXPECT_EQ(Ctl({"wait", ""}).exitCode, 2);
 }
 

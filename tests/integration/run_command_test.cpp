@@ -40,7 +40,20 @@ TEST_F(RunCommand, StartsEveryItemInTheBackgroundWithoutAskingForTheCatalogue) {
     const Child owner = StartOwner("owner1", {"bsp_mainboard_ft@ok", "conf_ldapserver_ft@ok"});
     const Outcome run = Ctl({"run", "bsp_mainboard_ft", "conf_ldapserver_ft"});
     EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_TRUE(run.output.starts_with("ITEM                STATUS         TIME  TEXT\n")) << run.output;
+    EXPECT_EQ(CountOf(run.output, "ITEM "), 1U) << run.output;
     EXPECT_EQ(RequestIds(), (std::vector<std::string>{"18", "18"}));
+}
+
+TEST_F(RunCommand, SaysThatItsResultsAreNotRemembered) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"ok"});
+    const Outcome run = support::Run(CommandLine({"run", "ok"}), {"XDG_STATE_HOME=/dev/null"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(
+        run.output.ends_with("ominspectctl: the results are not remembered for 'list': cannot make the folder "
+                             "/dev/null/ominspect: Not a directory\n"))
+        << run.output;
 }
 
 TEST_F(RunCommand, RunsSynchronouslyWhenToldTo) {
@@ -163,6 +176,7 @@ TEST_F(RunCommand, AnItemWhoseOwnerReportsLaterIsWaitedForAlsoAfterASynchronousR
     const Outcome run = Ctl({"run", "bsp_mainboard_ft", "--sync"});
     EXPECT_EQ(run.exitCode, 1) << run.output;
     EXPECT_TRUE(Holds(run.output, "bsp_mainboard_ft: no result at once")) << run.output;
+    EXPECT_FALSE(Holds(run.output, "another run")) << "it is its own\n" << run.output;
     EXPECT_TRUE(Holds(run.output, "timeout")) << run.output;
 }
 

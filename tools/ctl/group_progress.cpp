@@ -81,7 +81,6 @@ std::vector<std::size_t> GroupProgress::OnRecord(const client::GroupRecord& reco
             row.phase == phase && row.result.status == item.result.status && row.result.text == item.result.text;
         row.phase = phase;
         row.result = item.result;
-        row.result.name = row.item;
         row.start = item.start;
         if (item.start && item.end && *item.end >= *item.start) {
             row.duration = duration_cast<milliseconds>(*item.end - *item.start);

@@ -47,7 +47,7 @@ std::string PathOfHistory() {
     return state + "/ominspect/results.json";
 }
 
-// No time for what is not a number, or too large for a double to hold exactly.
+// No time for what is not a number, or later than a TimePoint surely holds.
 std::optional<TimePoint> TimeOf(json::View entry) {
     constexpr double kLatest = 9007199254740992.0 / 1024;
     const auto number = entry["timeMs"].Number();

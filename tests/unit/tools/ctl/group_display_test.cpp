@@ -8,6 +8,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "common/fd.h"
@@ -58,7 +59,30 @@ TEST(GroupDisplayTest, WhatIsSaidTakesThePlaceOfTheTable) {
     }
     EXPECT_TRUE(isDrawn) << said;
     EXPECT_NE(said.find("\x1b[4A\r\x1b[Jominspectctl: this\r\n"), std::string::npos) << said;
-    EXPECT_NE(terminal.Output().substr(said.size()).find("task 7: 1 item\r\n"), std::string::npos) << "the end";
+    EXPECT_TRUE(support::Eventually([&] {
+        return terminal.Output().ends_with(
+            "task 7: 1 item\r\nITEM  STATUS         TIME  TEXT\r\nitem  waiting           -  \r\n0 of 1 done\r\n");
+    })) << terminal.Output();
+}
+
+TEST(GroupDisplayTest, ATerminalOfFourLinesShowsOneItem) {
+    (void)setenv("TERM", "xterm", 1);
+    support::BareTerminal terminal;
+    const UniqueFd fd(open(terminal.Path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const winsize size{4, 80, 0, 0};
+    ASSERT_EQ(ioctl(fd.Get(), TIOCSWINSZ, &size), 0);
+    bool isDrawn = false;
+    {
+        const OutputsTo outputs(terminal.Path());
+        GroupDisplay display({"first", "second"}, false, [] {});
+        display.OnStart(7, 0, 2);
+        isDrawn = support::Eventually([&] { return terminal.Output().find("0 of 2 done\r\n") != std::string::npos; });
+        (void)display.Finish({});
+    }
+    EXPECT_TRUE(isDrawn);
+    const std::string shown = terminal.Output().substr(0, terminal.Output().find("0 of 2 done"));
+    EXPECT_NE(shown.find("first   waiting"), std::string::npos) << shown;
+    EXPECT_EQ(shown.find("second"), std::string::npos) << shown;
 }
 
 }  // namespace

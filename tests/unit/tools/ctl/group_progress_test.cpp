@@ -69,6 +69,12 @@ TEST_F(GroupProgressTest, TheRecordHasTheLastWord) {
     EXPECT_FALSE(progress_.Passed());
 }
 
+TEST_F(GroupProgressTest, AnItemMayTakeNoTimeButNotLess) {
+    progress_.OnRecord({4711, {Item("load", "success", "OK", 1000, 1000), Item("disk", "success", "OK", 1000, 999)}});
+    EXPECT_EQ(progress_.Line(0), "load  success        0 ms  OK");
+    EXPECT_EQ(progress_.Line(1), "disk  success           -  OK");  // the clock was set back
+}
+
 TEST_F(GroupProgressTest, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
     progress_.OnRecord({4711, {Item("load", "success", "OK"), Item("disk", "success", ""), Item("x", "success", "")}});
     EXPECT_FALSE(progress_.OnRun({"load", "running", "begin"}, now_));
@@ -125,6 +131,7 @@ TEST(GroupProgress, EachGroupHasItsOwnRows) {
 TEST(GroupProgress, ASmallScreenShowsWhatRunsAndWhatEndedLast) {
     GroupProgress progress({"a", "b", "c", "d", "e"});
     progress.Begin(17, 0, 5);
+    EXPECT_EQ(progress.Visible(2), (std::vector<std::size_t>{0, 1})) << "while all wait";
     progress.OnRun({"a", "success", ""}, {});
     progress.OnRun({"b", "success", ""}, {});
     progress.OnRun({"d", "running", ""}, {});

@@ -63,6 +63,10 @@ TEST_F(HistoryTest, ANewerResultTakesThePlaceOfAnOlderAndLeavesTheOthers) {
     EXPECT_EQ(Found("load"), "fail/LOAD CRITICAL");
     EXPECT_EQ(Found("disk"), "warn/DISK WARNING");
     EXPECT_EQ(Found("other"), "nothing");
+    EXPECT_EQ(Contents(path_),
+              "{\"buses\":{\"unix:path=/bus\":{"
+              "\"disk\":{\"status\":\"warn\",\"text\":\"DISK WARNING\",\"timeMs\":1000000000007},"
+              "\"load\":{\"status\":\"fail\",\"text\":\"LOAD CRITICAL\",\"timeMs\":1000000000007}}}}\n");
 }
 
 TEST_F(HistoryTest, WhatIsNoResultIsNotRemembered) {
@@ -157,6 +161,14 @@ TEST_F(HistoryTest, AFileThatIsNoHistoryCountsAsEmptyAndIsReplaced) {
     }
 }
 
+TEST_F(HistoryTest, TimesThatDoNotFitAreLeftOut) {
+    WriteFile(path_, R"({"buses":{"unix:path=/bus":{"first":{"timeMs":0,"status":"a","text":"b"},)"
+                     R"("last":{"timeMs":8796093022207,"status":"c","text":"d"},"later":{"timeMs":8796093022208}}}})");
+    EXPECT_EQ(Found("first"), "a/b");
+    EXPECT_EQ(Found("last"), "c/d");
+    EXPECT_EQ(Found("later"), "nothing");
+}
+
 TEST_F(HistoryTest, AFolderThatCannotBeMadeIsSaid) {
     WriteFile(home_ / "ominspect", "a file in its place");
     History history;
@@ -197,6 +209,15 @@ TEST_F(HistoryTest, WithoutAHomeNothingIsSaved) {
     (void)unsetenv("HOME");
     Remember("load", "success", "LOAD OK");
     EXPECT_EQ(Found("load"), "nothing");
+}
+
+TEST_F(HistoryTest, AHomeThatIsNotAbsoluteIsNone) {
+    const support::WorkingFolder here;
+    (void)unsetenv("XDG_STATE_HOME");
+    (void)setenv("HOME", ".", 1);
+    Remember("load", "success", "LOAD OK");
+    EXPECT_EQ(Found("load"), "nothing");
+    EXPECT_TRUE(std::filesystem::is_empty(here.Path()));
 }
 
 }  // namespace

@@ -40,6 +40,15 @@ TEST_F(LauncherProgram, TakesAnUnaskedEndOfTheHostedServerForAFailure) {
     EXPECT_TRUE(Holds(outcome.err, "ended by itself"));
 }
 
+// Standard error is a file here, which the environment calls the journal.
+TEST_F(LauncherProgram, TellsTheJournalThatItStartsAndEnds) {
+    const auto outcome =
+        RunProgram({"/bin/sh", "-c", R"(JOURNAL_STREAM=$(stat -Lc %d:%i /proc/self/fd/2) exec "$0" --library "$1")",
+                    PROGRAM_LAUNCHER, FAKE_SERVER});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.err, "<6>ominspect 0.1.0 starts\n<6>ominspect ended as asked\n");
+}
+
 TEST_F(LauncherProgram, EndsAServerThatDoesNotEndAfterTenRequestsASecondApart) {
     const char* options = std::getenv("ASAN_OPTIONS");
     const auto outcome =
