@@ -70,6 +70,7 @@ TEST_F(CheckCommand, AnOwnerThatHangsHoldsUpNoOtherItem) {
     hung.Signal(SIGCONT);
     EXPECT_EQ(check.exitCode, 0);
     EXPECT_EQ(Head(check.output), "load OK - fine");
+    EXPECT_TRUE(check.output.ends_with(" 'load'=1;;;;\n")) << check.output;
 }
 
 // The first one ends only once the second has run.

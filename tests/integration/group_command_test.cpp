@@ -100,6 +100,7 @@ TEST_F(GroupCommand, AGroupThatPassedExitsWithZeroAndLeavesItsItemsIdle) {
     EXPECT_TRUE(group.output.starts_with(R"({"results":[{"item":"always_ok","status":"success","text":"fine",)"));
     EXPECT_TRUE(Holds(group.output, R"({"item":"later_ok","status":"success","text":"late but fine",)"));
     EXPECT_TRUE(Holds(group.output, R"("items":2}]})")) << group.output;
+    EXPECT_TRUE(Holds(Ctl({"list"}).output, " s ago: late but fine\n")) << "the results are remembered";
     EXPECT_EQ(std::count(group.output.begin(), group.output.end(), '\n'), 1);
     EXPECT_TRUE(IsFree());
     EXPECT_TRUE(EventuallyAtRest(server));
@@ -230,6 +231,15 @@ TEST_F(GroupCommand, MoreThan32ItemsAreRunAsSuccessiveGroups) {
     EXPECT_TRUE(Holds(group.output, ": 1 item\n"));
     EXPECT_EQ(CountOf(group.output, "ITEM "), 1U) << group.output;
     EXPECT_TRUE(Holds(group.output, "33 of 33 done\n")) << group.output;
+}
+
+// It is said before the server is asked, which is not there.
+TEST_F(GroupCommand, SaysHowManyGroupsThereAreUnlessThereIsOne) {
+    const Outcome two = Group(std::vector<std::string>(64, "always_ok"));
+    EXPECT_TRUE(two.output.starts_with("ominspectctl: 64 items: 2 groups of at most 32, one after the other\n"))
+        << two.output;
+    const Outcome one = Group(std::vector<std::string>(32, "always_ok"));
+    EXPECT_TRUE(one.output.starts_with("ominspectctl: server absent: ")) << one.output;
 }
 
 TEST_F(GroupCommand, AllConfiguredItemsCanBeRun) {

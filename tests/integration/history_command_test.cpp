@@ -124,6 +124,8 @@ TEST_F(HistoryCommand, SaysWhatIsWrong) {
             "ominspectctl: a time is an age such as \"2h\", or \"2026-01-31 12:34\", or \"2026-01-31T12:34:56Z\"\n");
     }
     EXPECT_EQ(Ask({"history", "--limit", "0"}).exitCode, 2);
+    const Outcome unset = support::Run(CommandLine({"history"}), {"OMINSPECT_HISTORY="});
+    EXPECT_FALSE(Holds(unset.output, "cannot read the history : ")) << unset.output;
     // Another file than the one that the environment names.
     EXPECT_EQ(Ask({"history", "--file", Folder() + "/other.db"}).exitCode, 3);
     EXPECT_EQ(Ctl({"history", "--file", File()}).exitCode, 0);

@@ -1,6 +1,8 @@
 // The end of the server's process.
 #include <csignal>
+#include <cstdlib>
 
+#include "support/raw_connection.h"
 #include "system.h"
 
 namespace support {
@@ -8,6 +10,17 @@ namespace support {
 namespace {
 
 class LauncherTest : public System {};
+
+TEST_F(LauncherTest, TheServerShowsItsVersionOnTheBus) {
+    const Child server = StartServer();
+    const RawConnection connection;
+    char* version = nullptr;
+    ASSERT_GE(sd_bus_get_property_string(connection.Get(), "com.kivo.proc.ominspect", "/com/kivo/process",
+                                         "com.kivo.Msg.Process", "Version", nullptr, &version),
+              0);
+    EXPECT_STREQ(version, "0.1.0");
+    std::free(version);
+}
 
 TEST_F(LauncherTest, ARequestEndsTheServer) {
     Child server = StartServer();

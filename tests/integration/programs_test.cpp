@@ -1,9 +1,12 @@
 // The programs as people use them: ominspectctl and ominspect-owner against a running server.
+#include <array>
 #include <csignal>
 #include <optional>
 #include <utility>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "programs.h"
 
@@ -154,6 +157,34 @@ TEST_F(Programs, WatchEndsWithTheBusAndWithItsOutput) {
     const Child server = StartServer();
     EXPECT_EQ(full.Wait(), 1) << full.Output();
     EXPECT_TRUE(Holds(full.Output(), "ominspectctl: cannot write the output\n")) << full.Output();
+}
+
+// A pipe that nobody reads holds up the first events, and those after them until there is no more room.
+TEST_F(Programs, WatchSaysHowManyEventsWereLost) {
+    const Child server = StartServer();
+    const Child owner = StartOwner("owner1", {"ok", "last@ok"});
+    const std::string path = Folder() + "/pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int pipe = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(fcntl(pipe, F_SETPIPE_SZ, 4096), 4096);
+    Child watch({"/bin/sh", "-c", R"(exec "$0" watch >"$1")", OMINSPECTCTL_PROGRAM, path});
+    ASSERT_TRUE(EventuallySays(watch, "watching\n"));
+    for (int i = 0; i < 400; ++i) {
+        RunItem("ok");
+    }
+    std::string shown;
+    EXPECT_TRUE(Eventually([&] {
+        RunItem("last");  // shown when there is room again, and then those before it are shown or lost
+        std::array<char, 4096> buffer;
+        for (ssize_t got = 0; (got = read(pipe, buffer.data(), buffer.size())) > 0;) {
+            shown.append(buffer.data(), static_cast<size_t>(got));
+        }
+        return Holds(shown, "  run   last ");
+    })) << shown;
+    watch.Signal(SIGINT);
+    EXPECT_EQ(watch.Wait(), 0);
+    EXPECT_TRUE(watch.Output().ends_with(" events were lost\n")) << watch.Output();
+    close(pipe);
 }
 
 TEST_F(Programs, WatchSaysWhenTheServerLeavesAndStarts) {

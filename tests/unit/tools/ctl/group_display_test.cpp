@@ -65,6 +65,17 @@ TEST(GroupDisplayTest, WhatIsSaidTakesThePlaceOfTheTable) {
     })) << terminal.Output();
 }
 
+TEST(GroupDisplayTest, WhatHappensAfterTheEndIsNotShown) {
+    testing::internal::CaptureStdout();
+    GroupDisplay display({"item"}, false, [] {});
+    display.OnStart(7, 0, 1);
+    display.OnRun({"item", "running", "begin"});
+    EXPECT_FALSE(display.Finish({}));
+    display.OnRun({"item", "success", "late"});
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "task 7: 1 item\nITEM  STATUS         TIME  TEXT\nitem  running           -  \n0 of 1 done, 1 running\n");
+}
+
 TEST(GroupDisplayTest, ATerminalOfFourLinesShowsOneItem) {
     (void)setenv("TERM", "xterm", 1);
     support::BareTerminal terminal;

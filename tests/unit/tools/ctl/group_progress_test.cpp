@@ -51,6 +51,8 @@ TEST_F(GroupProgressTest, AnEventThatTellsNothingNewIsNoNews) {
     EXPECT_FALSE(progress_.OnRun({"disk", "success", "OK"}, now_));
     EXPECT_FALSE(progress_.OnRun({"other", "success", "OK"}, now_));
     EXPECT_FALSE(progress_.OnRun({"unknown_group", "running", "unknown_group"}, now_));
+    EXPECT_TRUE(progress_.OnRun({"disk", "success", "still OK"}, now_));
+    EXPECT_TRUE(progress_.OnRun({"disk", "warn", "still OK"}, now_));
 }
 
 TEST_F(GroupProgressTest, TheRecordHasTheLastWord) {
@@ -70,9 +72,12 @@ TEST_F(GroupProgressTest, TheRecordHasTheLastWord) {
 }
 
 TEST_F(GroupProgressTest, AnItemMayTakeNoTimeButNotLess) {
-    progress_.OnRecord({4711, {Item("load", "success", "OK", 1000, 1000), Item("disk", "success", "OK", 1000, 999)}});
+    progress_.OnRecord({4711,
+                        {Item("load", "success", "OK", 1000, 1000), Item("disk", "success", "OK", 1000, 999),
+                         Item("x", "fail", "stopped", 1000)}});
     EXPECT_EQ(progress_.Line(0), "load  success        0 ms  OK");
     EXPECT_EQ(progress_.Line(1), "disk  success           -  OK");  // the clock was set back
+    EXPECT_EQ(progress_.Line(2), "x     fail              -  stopped");
 }
 
 TEST_F(GroupProgressTest, WhatHappensAfterTheRecordIsSomebodyElsesRun) {
@@ -140,6 +145,8 @@ TEST(GroupProgress, ASmallScreenShowsWhatRunsAndWhatEndedLast) {
     EXPECT_EQ(progress.Visible(1), (std::vector<std::size_t>{3}));
     EXPECT_EQ(progress.Visible(2), (std::vector<std::size_t>{2, 3}));
     EXPECT_EQ(progress.Visible(3), (std::vector<std::size_t>{1, 2, 3}));
+    progress.OnRecord({17, {{{"a", "fail", ""}, false, {}, {}}}});
+    EXPECT_EQ(progress.Visible(2), (std::vector<std::size_t>{0, 3})) << "what the record changes ended last";
 }
 
 }  // namespace

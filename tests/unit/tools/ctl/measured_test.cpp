@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace ominspect;
@@ -50,6 +51,11 @@ TEST_F(MeasuredTest, ARunOfWhichNothingIsToldHasNotTheValuesOfTheRunBefore) {
     Hear("load", "running");
     Hear("load", "fail");
     EXPECT_EQ(Found(), Labels{});
+}
+
+TEST_F(MeasuredTest, ValuesThatComeAfterTheResultAreWaitedFor) {
+    const std::jthread owner([this] { Tell("load", "load1"); });
+    EXPECT_EQ(Found(), Labels{"load1"});
 }
 
 TEST_F(MeasuredTest, WhatIsHeardOfOtherItemsCountsForNothing) {

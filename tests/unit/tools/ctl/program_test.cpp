@@ -81,6 +81,7 @@ TEST_F(CtlProgram, AnswersAMissingBusWithThree) {
         const auto outcome = RunProgram({PROGRAM_CTL, command, "load", "--json"});
         EXPECT_EQ(outcome.code, 3) << command;
         EXPECT_TRUE(Holds(outcome.out, "{\"item\":\"load\",\"error\":{\"code\":\"bus-unreachable\"")) << command;
+        EXPECT_TRUE(outcome.err.starts_with("ominspectctl: load: bus unreachable at ")) << outcome.err;
     }
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{"group", "load"}, {"group", "--all"}, {"list"}, {"stop", "17"}}) {
