@@ -187,6 +187,26 @@ TEST_F(Programs, WatchSaysHowManyEventsWereLost) {
     close(pipe);
 }
 
+// The pipe is full from the beginning. The other watch shows when this one has seen the server, too.
+TEST_F(Programs, AWatchWhoseOutputIsStuckCanBeEnded) {
+    const std::string path = Folder() + "/pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int pipe = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    while (write(pipe, "x", 1) == 1) {
+    }
+    Child stuck({"/bin/sh", "-c", R"(exec "$0" watch >"$1")", OMINSPECTCTL_PROGRAM, path});
+    ASSERT_TRUE(EventuallySays(stuck, "; waiting for it\n"));
+    const Child other = StartCtl({"watch"});
+    ASSERT_TRUE(EventuallySays(other, "; waiting for it\n"));
+    Child server = StartServer();
+    ASSERT_TRUE(EventuallySays(other, "  server started\n"));
+    server.Kill();
+    ASSERT_TRUE(EventuallySays(other, "  server left\n"));
+    stuck.Signal(SIGINT);
+    EXPECT_EQ(stuck.Wait(), 128 + SIGALRM);
+    close(pipe);
+}
+
 TEST_F(Programs, WatchSaysWhenTheServerLeavesAndStarts) {
     Child watch = StartCtl({"watch", "--json", "--count", "5"});
     ASSERT_TRUE(EventuallySays(watch, "ominspectctl: server absent: no process \"ominspect\" on the bus at " +

@@ -1,6 +1,11 @@
 // The command watch: prints the server's events as they happen.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stop_token>
+#include <thread>
 
 #include <poll.h>
 #include <unistd.h>
@@ -21,8 +26,8 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned kStuckSeconds = 3;
 
 // Waits for the printer, a signal or the end of the time limit.
-ExitCode WaitForEnd(const WatchOptions& options, WatchPrinter& printer, Presence& presence, const EndSignals& signals) {
-    constexpr std::chrono::milliseconds kLook{500};
+ExitCode WaitForEnd(const WatchOptions& options, const WatchPrinter& printer, const EndSignals& signals) {
+    constexpr std::chrono::milliseconds kLongestPoll = std::chrono::hours(1);  // more may not fit into an int
     const Clock::time_point deadline = Clock::now() + options.limit;
     pollfd fds[] = {{printer.Fd(), POLLIN, 0}, {signals.Fd(), POLLIN, 0}};
     for (;;) {
@@ -31,13 +36,23 @@ ExitCode WaitForEnd(const WatchOptions& options, WatchPrinter& printer, Presence
         if (limited && left.count() <= 0) {
             return options.count > 0 ? kTimeLimit : kPassed;
         }
-        const int ready = poll(fds, 2, static_cast<int>(limited ? std::min(left, kLook).count() : kLook.count()));
+        const int ready = poll(fds, 2, limited ? static_cast<int>(std::min(left, kLongestPoll).count()) : -1);
         if (ready < 0 && errno != EINTR) {
             return kUnreachable;
         }
         if (ready > 0) {
             return fds[0].revents != 0 ? printer.Code() : kPassed;
         }
+    }
+}
+
+// Shows when the server comes and goes. On a thread of its own: while the output is stuck, so is this.
+void FollowServer(const std::stop_token& over, Presence& presence, WatchPrinter& printer) {
+    constexpr std::chrono::milliseconds kLook{500};
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any never;
+    while (!never.wait_for(lock, over, kLook, [&over] { return over.stop_requested(); })) {
         presence.Follow([&](bool present) { printer.Server(present); });
     }
 }
@@ -60,8 +75,9 @@ ExitCode Watch(const WatchOptions& options) {
     if (!presence.IsPresent()) {
         Complain(presence.AbsenceText() + "; waiting for it");  // no error: its events come once it starts
     }
+    std::jthread follower([&](const std::stop_token& over) { FollowServer(over, presence, printer); });
 
-    const ExitCode code = WaitForEnd(options, printer, presence, signals);
+    const ExitCode code = WaitForEnd(options, printer, signals);
     (void)alarm(kStuckSeconds);
     if (code == kUnreachable) {
         Complain("the bus was lost");
@@ -69,6 +85,7 @@ ExitCode Watch(const WatchOptions& options) {
     if (const auto lost = (*session)->LostEvents(); lost > 0) {
         Complain(std::to_string(lost) + " events were lost");
     }
+    follower = {};  // ends and joins it
     session->reset();
     SaveHistory(printer.Seen());
     return code;

@@ -14,7 +14,8 @@
 
 namespace ominspect::ctl {
 
-// Prints the events of the session's thread, and what the waiting thread sees; tells the latter when it is over.
+// Prints the events of the session's thread, and what another one sees of the server; tells the waiting thread when it
+// is over.
 class WatchPrinter {
 public:
     explicit WatchPrinter(const WatchOptions& options);
