@@ -165,6 +165,16 @@ TEST_F(ItemsCommand, WaitSaysWhatIsMissing) {
     EXPECT_EQ(Ctl({"wait", ""}).exitCode, 2);
 }
 
+TEST_F(ItemsCommand, WaitSaysWhatWasMissingInTheEnd) {
+    Child server = StartServer();
+    Child wait = StartCtl({"wait", "other", "--timeout", "3"});
+    // Two requests a look: it has looked once.
+    ASSERT_TRUE(Eventually([this] { return CountOf(ServerLog(), " from [ic-") > 2; }));
+    server.Kill();
+    EXPECT_EQ(wait.Wait(), 4);
+    EXPECT_TRUE(wait.Output().starts_with("ominspectctl: the time limit is over; server absent: ")) << wait.Output();
+}
+
 TEST_F(ItemsCommand, CtrlCEndsAWait) {
     Child wait = StartCtl({"wait"});
     // The second thread is the one that takes the signals.

@@ -69,6 +69,17 @@ TEST_F(HistoryTest, ANewerResultTakesThePlaceOfAnOlderAndLeavesTheOthers) {
               "\"load\":{\"status\":\"fail\",\"text\":\"LOAD CRITICAL\",\"timeMs\":1000000000007}}}}\n");
 }
 
+TEST_F(HistoryTest, WhatIsSavedIsFoundAndNotSavedAgain) {
+    History history;
+    history.Add({"load", "success", "LOAD OK"}, kTime);
+    EXPECT_FALSE(history.Save());
+    const auto last = history.Find("load");
+    EXPECT_TRUE(last && last->text == "LOAD OK");
+    Remember("load", "fail", "of another command");
+    EXPECT_FALSE(history.Save());
+    EXPECT_EQ(Found("load"), "fail/of another command");
+}
+
 TEST_F(HistoryTest, WhatIsNoResultIsNotRemembered) {
     Remember("a", "running", "begin");
     Remember("b", "idle", "init");
@@ -213,11 +224,13 @@ TEST_F(HistoryTest, WithoutAHomeNothingIsSaved) {
 
 TEST_F(HistoryTest, AHomeThatIsNotAbsoluteIsNone) {
     const support::WorkingFolder here;
-    (void)unsetenv("XDG_STATE_HOME");
     (void)setenv("HOME", ".", 1);
-    Remember("load", "success", "LOAD OK");
-    EXPECT_EQ(Found("load"), "nothing");
-    EXPECT_TRUE(std::filesystem::is_empty(here.Path()));
+    for (const char* state : {"", "state"}) {
+        (void)setenv("XDG_STATE_HOME", state, 1);
+        Remember("load", "success", "LOAD OK");
+        EXPECT_EQ(Found("load"), "nothing") << state;
+        EXPECT_TRUE(std::filesystem::is_empty(here.Path())) << state;
+    }
 }
 
 }  // namespace
