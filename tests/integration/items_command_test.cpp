@@ -167,7 +167,7 @@ TEST_F(ItemsCommand, WaitSaysWhatIsMissing) {
 
 TEST_F(ItemsCommand, WaitSaysWhatWasMissingInTheEnd) {
     Child server = StartServer();
-    Child wait = StartCtl({"wait", "other", "--timeout", "3"});
+    Child wait = StartCtl({"wait", "other", "--timeout", "10"});
     // Two requests a look: it has looked once.
     ASSERT_TRUE(Eventually([this] { return CountOf(ServerLog(), " from [ic-") > 2; }));
     server.Kill();

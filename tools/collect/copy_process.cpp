@@ -247,6 +247,9 @@ void CopyProcess::ReadErrors(bool toTheEnd) {
             }
         }
     }
+    if (got == 0) {
+        errors_.Reset();  // poll(2) would not wait any more
+    }
     if (toTheEnd && !unreadError_.empty()) {
         messages_.Add(std::exchange(unreadError_, {}));
     }
