@@ -70,7 +70,6 @@ Result<Database> Database::Open(const std::string& path, int flags) {
     if (code != SQLITE_OK) {
         return raw == nullptr ? OtherError("no memory for a database") : ErrorOf(raw);
     }
-    (void)sqlite3_extended_result_codes(raw, 1);
     (void)sqlite3_busy_timeout(raw, kBusyMs);
     return database;
 }

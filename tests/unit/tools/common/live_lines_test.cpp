@@ -5,7 +5,11 @@
 #include <cstdlib>
 #include <memory>
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include "common/live_lines.h"
+#include "support/bare_terminal.h"
 #include "support/temp_folder.h"
 
 using namespace ominspect;
@@ -53,6 +57,42 @@ TEST_F(LiveLinesTest, AreCutToTheUsualSizeOfATerminalThatTellsNone) {
 TEST_F(LiveLinesTest, AreForTerminalsOnly) {
     (void)setenv("TERM", "xterm", 1);
     EXPECT_FALSE(IsTerminal(file_.get()));
+}
+
+class OnATerminalTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_NE(stream_, nullptr);
+        (void)setenv("TERM", "xterm", 1);
+        (void)unsetenv("NO_COLOR");
+    }
+    std::size_t HeightAt(unsigned short lines, unsigned short columns) const {
+        const winsize size{lines, columns, 0, 0};
+        EXPECT_EQ(ioctl(fileno(stream_.get()), TIOCSWINSZ, &size), 0);
+        return LiveLines(stream_.get()).Height();
+    }
+
+    const support::BareTerminal terminal_;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream_{std::fopen(terminal_.Path().c_str(), "w"),
+                                                                  std::fclose};
+};
+
+TEST_F(OnATerminalTest, LinesFollowItsSizeWhereItTellsOne) {
+    EXPECT_EQ(HeightAt(50, 132), 50U);
+    EXPECT_EQ(HeightAt(50, 0), 24U);
+    EXPECT_EQ(HeightAt(0, 132), 24U);
+}
+
+TEST_F(OnATerminalTest, ColoursAreWantedUnlessTheyAreRefused) {
+    EXPECT_TRUE(WantsColours(stream_.get()));
+    (void)setenv("NO_COLOR", "", 1);
+    EXPECT_TRUE(WantsColours(stream_.get()));
+    (void)setenv("NO_COLOR", "1", 1);
+    EXPECT_FALSE(WantsColours(stream_.get()));
+    (void)unsetenv("NO_COLOR");
+    (void)setenv("TERM", "dumb", 1);
+    EXPECT_FALSE(IsTerminal(stream_.get()));
+    EXPECT_FALSE(WantsColours(stream_.get()));
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 // The file appears under its name only when it is whole.
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -16,8 +21,35 @@ using support::WriteFile;
 
 namespace {
 
+// What is brought to the disk, in order.
+std::vector<std::string> g_synced;
+
+// Why the file system cannot rename without replacing; 0 when it can.
+int g_renameError = 0;
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int fsync(int fd) {
+    g_synced.push_back(std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)));
+    return 0;
+}
+
+extern "C" int renameat2(int oldFolder, const char* oldPath, int newFolder, const char* newPath,
+                         unsigned int flags) noexcept {
+    if (g_renameError != 0) {
+        errno = g_renameError;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_renameat2, oldFolder, oldPath, newFolder, newPath, flags));
+}
+
+namespace {
+
 class OutputFileTest : public testing::Test {
 protected:
+    void SetUp() override { g_renameError = 0; }
+
     static std::unique_ptr<OutputFile> Create(const std::string& path, bool replace) {
         auto file = OutputFile::Create(path, replace);
         EXPECT_TRUE(file) << file.Failure().text;
@@ -49,6 +81,52 @@ TEST_F(OutputFileTest, AppearsWhenItIsWholeAndForItsOwnerOnly) {
     struct stat status {};
     ASSERT_EQ(stat("out", &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(OutputFileTest, IsOnTheDiskWithItsNameUnlessThatTakesTooLong) {
+    const std::string here = std::filesystem::canonical(work_.Path());
+    std::filesystem::create_directory("below");
+    for (const auto& [path, folder] : {std::pair("out", here), std::pair("below/out", here + "/below")}) {
+        auto file = Create(path, false);
+        ASSERT_NE(file, nullptr);
+        const std::string temporary = std::filesystem::canonical(file->TemporaryPath());
+        g_synced.clear();
+        ASSERT_FALSE(file->Commit());
+        EXPECT_EQ(g_synced, (std::vector<std::string>{temporary, folder}));
+    }
+    g_synced.clear();
+    EXPECT_FALSE(ReplaceFile("out", "new"));
+    EXPECT_EQ(g_synced, std::vector<std::string>());
+}
+
+TEST_F(OutputFileTest, DoesNotReplaceOnAFileSystemThatKnowsOnlyLinks) {
+    for (const int why : {EINVAL, ENOSYS}) {
+        g_renameError = why;
+        auto file = Create("out", false);
+        ASSERT_NE(file, nullptr);
+        ASSERT_FALSE(file->Write("whole"));
+        EXPECT_FALSE(file->Commit());
+        EXPECT_EQ(Contents("out"), "whole");
+        EXPECT_EQ(Entries(), 1U) << "the temporary name is gone";
+        ASSERT_TRUE(std::filesystem::remove("out"));
+        file = Create("out", false);
+        ASSERT_NE(file, nullptr);
+        WriteFile("out", "somebody else's");
+        const auto taken = file->Commit();
+        ASSERT_TRUE(taken);
+        EXPECT_EQ(taken->number, EEXIST);
+        file.reset();
+        EXPECT_EQ(Contents("out"), "somebody else's");
+        EXPECT_EQ(Entries(), 1U);
+        ASSERT_TRUE(std::filesystem::remove("out"));
+    }
+    g_renameError = EROFS;
+    auto file = Create("out", false);
+    ASSERT_NE(file, nullptr);
+    const auto error = file->Commit();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->number, EROFS);
+    EXPECT_FALSE(std::filesystem::exists("out")) << "another error is none of the call that is missing";
 }
 
 // The name may be another file's by then.

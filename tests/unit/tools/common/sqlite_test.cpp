@@ -76,6 +76,12 @@ TEST_F(SqliteTest, ParametersHoldForOneReading) {
     ASSERT_TRUE(Step(values));
     EXPECT_TRUE(values.IsNull(0));
     EXPECT_TRUE(values.IsNull(1));
+    values.Reset();
+    values.Bind(1, 5).Bind(1, std::optional<std::int64_t>());
+    values.Bind(2, std::string_view("text")).Bind(2, std::optional<std::string>());
+    ASSERT_TRUE(Step(values));
+    EXPECT_TRUE(values.IsNull(0));
+    EXPECT_TRUE(values.IsNull(1));
 }
 
 TEST_F(SqliteTest, AStepThatFailsSaysWhyAndCanBeTakenAgain) {
@@ -104,6 +110,12 @@ TEST_F(SqliteTest, AQuestionWithoutARowHasNoAnswer) {
     const auto answer = database_.Ask("SELECT 1 WHERE 0");
     ASSERT_FALSE(answer);
     EXPECT_EQ(answer.Failure().text, "no answer from the database");
+}
+
+TEST_F(SqliteTest, WaitsTwoSecondsForOthers) {
+    const auto limit = database_.Ask("PRAGMA busy_timeout");
+    ASSERT_TRUE(limit);
+    EXPECT_EQ(*limit, 2000);
 }
 
 TEST_F(SqliteTest, AFileThatCannotBeOpenedIsAnError) {

@@ -17,6 +17,7 @@ TEST(Table, IsEmptyWithoutRows) {
 TEST(Table, SizesHaveTheLargestUnitThatFits) {
     EXPECT_EQ(Size(0), "0 B");
     EXPECT_EQ(Size(1023), "1023 B");
+    EXPECT_EQ(Size(1024), "1.0 KiB");
     EXPECT_EQ(Size(1536), "1.5 KiB");
     EXPECT_EQ(Size(3221225472.0), "3.0 GiB");
 }

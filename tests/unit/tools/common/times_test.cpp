@@ -34,6 +34,14 @@ TEST(Times, BeyondWhatATimePointHoldsAreRefused) {
     EXPECT_TRUE(ParseTime("1700-01-01T00:00:00Z", TimePoint()));
     EXPECT_TRUE(ParseTime("2250-12-31T23:59:59Z", TimePoint()));
     EXPECT_TRUE(ParseTime("100000d", TimePoint()));
+    // To the second.
+    EXPECT_EQ(ParseTime("1000000000s", TimePoint()), TimePoint(-1000000000s));
+    EXPECT_EQ(ParseTime("150000000m", TimePoint()), TimePoint(-9000000000s));
+    EXPECT_EQ(ParseTime("1684-10-19T08:00:00Z", TimePoint()), TimePoint(-9000000000s));
+    EXPECT_EQ(ParseTime("2255-03-14T16:00:00Z", TimePoint()), TimePoint(9000000000s));
+    for (const char* text : {"1000000001s", "150000001m", "1684-10-19T07:59:59Z", "2255-03-14T16:00:01Z"}) {
+        EXPECT_FALSE(ParseTime(text, TimePoint())) << text;
+    }
 }
 
 TEST(Times, AreReadAsAgesAndAsDates) {
