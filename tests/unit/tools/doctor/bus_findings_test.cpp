@@ -85,6 +85,17 @@ TEST(BusFindings, TheOwnersGroupMayOwnItemsAsRootMay) {
     EXPECT_EQ(JudgeBus(Working(), kRoot, kAdvice)[1].text, "user root may ask and own items");
 }
 
+TEST(BusFindings, EverybodyMayOwnItemsUnlessAPolicyIsKnownToForbidIt) {
+    BusFacts facts = Working();
+    const auto rights = [&] { return JudgeBus(facts, kMember, kAdvice)[1].text; };
+    facts.server->isGuarded = false;
+    EXPECT_EQ(rights(), "user alice may ask and own items");
+    facts.server->isGuarded.reset();
+    EXPECT_EQ(rights(), "user alice may ask and own items");
+    facts.server.reset();
+    EXPECT_EQ(rights(), "user alice may ask and own items");
+}
+
 TEST(BusFindings, AnotherBusIsNamedByItsAddress) {
     BusFacts facts = Working();
     facts.isSystemBus = false;
@@ -256,6 +267,11 @@ TEST(ItemFindings, OfMoreThan256TheFirstOnesCount) {
     BusFacts facts = With(items);
     facts.inventory.items.resize(256);
     EXPECT_EQ(JudgeItems(facts, FileWith(items))[0].subject, "owners");
+    items.resize(256);
+    client::Catalogue file = FileWith(items);
+    EXPECT_EQ(JudgeItems(With(items), file)[0].subject, "owners");
+    file.items.pop_back();  // its last name is that of another
+    EXPECT_EQ(JudgeItems(With(items), file)[0].subject, "items") << "the server tells all of 256";
 }
 
 TEST(ItemFindings, WhatTheServerDidNotTellIsNotCompared) {

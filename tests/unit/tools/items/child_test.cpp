@@ -9,16 +9,35 @@
 #include <filesystem>
 #include <string>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/eventually.h"
 #include "support/process_state.h"
 #include "support/temp_folder.h"
 
+using namespace ominspect;
 using namespace ominspect::items;
 using End = CommandOutcome::End;
+
+namespace {
+
+// For what the command is to have as its output.
+bool g_noMemoryForSettings = false;
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int from, int to) noexcept {
+    using Function = int (*)(posix_spawn_file_actions_t*, int, int);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "posix_spawn_file_actions_adddup2"));
+    return g_noMemoryForSettings ? ENOMEM : real(actions, from, to);
+}
 
 namespace {
 
@@ -84,15 +103,23 @@ TEST(ChildTest, SeesItsItemAndArgumentInTheEnvironment) {
 }
 
 TEST(ChildTest, HasAnEmptyInput) {
-    EXPECT_EQ(RunToEnd(Spec({"/bin/cat"})).code, 0);
+    const support::TempFolder folder;
+    support::WriteFile(folder / "input", "of the owner itself");
+    const UniqueFd former(dup(STDIN_FILENO));
+    const UniqueFd input(open((folder / "input").c_str(), O_RDONLY));
+    ASSERT_EQ(dup2(input.Get(), STDIN_FILENO), STDIN_FILENO);
+    const auto outcome = RunToEnd(Spec({"/bin/cat"}));
+    EXPECT_EQ(dup2(former.Get(), STDIN_FILENO), STDIN_FILENO);
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output.out, "");
 }
 
 TEST(ChildTest, InheritsNoOtherDescriptor) {
-    const int inheritable = fcntl(STDERR_FILENO, F_DUPFD, 100);
-    ASSERT_GE(inheritable, 100);
+    const UniqueFd lowest(fcntl(STDERR_FILENO, F_DUPFD, 3));
+    const UniqueFd high(fcntl(STDERR_FILENO, F_DUPFD, 100));
+    ASSERT_TRUE(lowest && high);
     // 3 is the folder that ls itself reads.
     EXPECT_EQ(RunToEnd(Spec({"/bin/ls", "/proc/self/fd"})).output.out, "0\n1\n2\n3\n");
-    (void)close(inheritable);
 }
 
 TEST(ChildTest, StartsWithDefaultSignals) {
@@ -144,6 +171,42 @@ TEST(ChildTest, IsEndedWithItsObject) {
     ASSERT_GT(read(child->OutFd(), text, sizeof text - 1), 0);
     child.reset();
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(std::atoi(text)); }));
+}
+
+// Else it would be readable for ever, and its supervisor never rest.
+TEST(ChildTest, IsNotReadAnyMoreOnceItHasClosedItsOutput) {
+    auto child = Child::Start(Shell("exec >&- 2>&-; exec sleep 1000"));
+    ASSERT_TRUE(child);
+    EXPECT_TRUE(support::Eventually([&] {
+        child->ReadOutput();
+        return child->OutFd() == -1 && child->ErrFd() == -1;
+    }));
+    EXPECT_FALSE(child->Reap());
+}
+
+TEST(ChildTest, ThatCannotBeGivenItsDescriptorsIsNotStarted) {
+    g_noMemoryForSettings = true;
+    const auto outcome = RunToEnd(Shell("true"));
+    g_noMemoryForSettings = false;
+    EXPECT_EQ(outcome.end, End::kNotStarted);
+    EXPECT_EQ(outcome.code, ENOMEM);
+}
+
+TEST(ChildTest, ThatCannotBeWatchedIsEndedAtOnce) {
+    while (waitpid(-1, nullptr, 0) > 0) {  // those of other tests
+    }
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    UniqueFd next(dup(STDIN_FILENO));
+    const rlimit tight{static_cast<rlim_t>(next.Get()) + 4, before.rlim_max};  // its two pipes, and no more
+    next.Reset();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const auto child = Child::Start(Spec({"/bin/sleep", "1000"}));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_FALSE(child);
+    EXPECT_EQ(child.Failure().number, EMFILE);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "nothing is left of it";
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST(ChildTest, ThatDoesNotExistIsNotStarted) {

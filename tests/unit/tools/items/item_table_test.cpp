@@ -20,20 +20,24 @@ using namespace std::chrono_literals;
 
 namespace {
 
+constexpr const char* kLongest = "1234567890123456789012345678901";  // 31 letters
+
 class ItemTableTest : public testing::Test {
 protected:
     void SetUp() override { Make(1); }
 
     void Make(unsigned maxParallel, std::chrono::milliseconds settle = 1ms) {
-        config_ = {
-            "p",
-            maxParallel,
-            {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
-             Item("ends", false, "until [ -e '" + Log() + "' ]; do sleep 0.01; done; echo OVER"),
-             // Counts its starts and waits to be ended.
-             Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
-             Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000"),
-             Item("measure", true, "echo \"OK | $INSPECT_CMD\""), Item("measure_later", false, "echo 'OK | a=1s'")}};
+        config_ = {"p",
+                   maxParallel,
+                   {Item("now", true, "echo \"OK $INSPECT_CMD\"; exit 1"), Item("later", false, "echo LATER"),
+                    Item("ends", false, "until [ -e '" + Log() + "' ]; do sleep 0.01; done; echo OVER"),
+                    // Counts its starts and waits to be ended.
+                    Item("long", false, "echo start >>'" + Log() + "'; sleep 1000"),
+                    Item("hang", true, "echo start >>'" + Log() + "'; sleep 1000"),
+                    // Ends when it was to be left, but its answer cannot be deferred.
+                    Item("kept", true, "until [ -e '" + Log() + "' ]; do sleep 0.01; done; echo OVER"),
+                    Item(kLongest, true, "true"), Item("measure", true, "echo \"OK | $INSPECT_CMD\""),
+                    Item("measure_later", false, "echo 'OK | a=1s'")}};
         const auto keep = [this](const tagKivoOmInspectionResult& result) { Keep(result); };
         table_ = std::make_unique<ItemTable>(
             config_, keep,
@@ -45,7 +49,12 @@ protected:
                 const std::lock_guard lock(mutex_);
                 reports_.push_back(line);
             },
-            [this, keep] { return mayDefer_ ? ItemTable::Answer(keep) : nullptr; },
+            [this, keep] {
+                if (!mayDefer_) {
+                    std::ofstream(Log(), std::ios::app).close();
+                }
+                return mayDefer_ ? ItemTable::Answer(keep) : nullptr;
+            },
             ItemTable::Times{.termGrace = 1s, .settle = settle});
     }
 
@@ -168,6 +177,7 @@ TEST_F(ItemTableTest, AreReportedAndThenRefusedWhenTheOwnerEnds) {
     table_->Shutdown();
     EXPECT_EQ(Reports(), std::vector<std::string>{"long: fail: stopped"});
     EXPECT_EQ(Ask("long"), "fail: the owner is ending");
+    EXPECT_EQ(Ask("long"), "fail: the owner is ending") << "it has not begun before";
     EXPECT_EQ(Ask("now"), "fail: the owner is ending");
 }
 
@@ -212,6 +222,11 @@ TEST_F(ItemTableTest, RunNoMoreLongSynchronousItemsThanMaxParallel) {
     EXPECT_EQ(Ask("now"), "warn: OK");
 }
 
+TEST_F(ItemTableTest, AreWaitedForWhereTheirAnswerCannotBeDeferred) {
+    EXPECT_EQ(Ask("kept"), "success: OVER");
+    EXPECT_EQ(Ask("kept", "stop"), "fail: not running");
+}
+
 TEST_F(ItemTableTest, RefuseARequestThatWouldHaveToWaitButCannotBeDeferred) {
     mayDefer_ = true;
     EXPECT_EQ(Ask("hang"), ": ");
@@ -223,11 +238,11 @@ TEST_F(ItemTableTest, AreAllAnsweredWhenTheOwnerEnds) {
     mayDefer_ = true;
     EXPECT_EQ(Ask("hang"), ": ");
     EXPECT_EQ(Ask("hang"), ": ");
-    EXPECT_EQ(Ask("now"), ": ");
+    EXPECT_EQ(Ask(kLongest), ": ");
     ASSERT_TRUE(Started());
     table_->Shutdown();
     EXPECT_EQ(Reports(), (std::vector<std::string>{"hang: fail: stopped", "hang: fail: the owner is ending",
-                                                   "now: fail: the owner is ending"}));
+                                                   kLongest + std::string(": fail: the owner is ending")}));
 }
 
 TEST_F(ItemTableTest, AnswerASynchronousRunThatTheOwnersEndCutsShort) {

@@ -62,6 +62,13 @@ TEST(ResultMapping, CutsTheTextBetweenCharacters) {
     EXPECT_EQ(std::string(Exited(0, std::string(126, 'x') + "\xC3\xA4").text), std::string(126, 'x'));
 }
 
+TEST(ResultMapping, LeavesNothingOfAFormerText) {
+    tagKivoOmInspectionResult result = Exited(0, "a longer text");
+    SetResult(result, "warn", "short");
+    EXPECT_STREQ(result.status, "warn");
+    EXPECT_EQ(std::string(result.text, 13), std::string("short").append(8, '\0'));
+}
+
 TEST(ResultMapping, NamesTheSignal) {
     const auto result = Map({End::kSignalled, SIGSEGV, {"OK", ""}});
     EXPECT_STREQ(result.status, "unknown");

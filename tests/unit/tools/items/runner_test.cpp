@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -11,6 +14,10 @@
 #include <thread>
 #include <vector>
 
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "support/eventually.h"
 #include "support/process_state.h"
 #include "support/temp_folder.h"
@@ -18,6 +25,23 @@
 using namespace ominspect::items;
 using namespace std::chrono_literals;
 using End = CommandOutcome::End;
+
+namespace {
+
+// As if every process hung in the kernel: signals have no effect, and those that kill are counted.
+std::atomic<bool> g_isDeaf = false;
+std::atomic<int> g_unheardKills = 0;
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" int kill(pid_t pid, int signal) noexcept {
+    if (g_isDeaf) {
+        g_unheardKills += signal == SIGKILL ? 1 : 0;
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_kill, pid, signal));
+}
 
 namespace {
 
@@ -112,6 +136,7 @@ TEST_F(RunnerTest, TellsWhyACommandCouldNotBeStarted) {
     Make(1).Start(spec, outcomes_.As("a"));
     ASSERT_TRUE(outcomes_.Wait(1));
     EXPECT_EQ(outcomes_.Of("a").end, End::kNotStarted);
+    EXPECT_EQ(outcomes_.Of("a").code, ENOENT);
 }
 
 TEST_F(RunnerTest, RunsCommandsSideBySide) {
@@ -141,8 +166,9 @@ TEST_F(RunnerTest, RunsACommandOfTheCallerWithoutAFreePlace) {
     CommandRunner& runner = Make(1);
     runner.Start(Shell(Sleeper("a")), outcomes_.As("a"));
     (void)PidOf("a");
-    const auto outcome = runner.Run(Shell("echo here; exit 3"), Keep).outcome;
+    const auto [outcome, id] = runner.Run(Shell("echo here; exit 3"), Keep);
     ASSERT_TRUE(outcome);
+    EXPECT_EQ(id, 0U);
     EXPECT_EQ(outcome->end, End::kExited);
     EXPECT_EQ(outcome->code, 3);
     EXPECT_EQ(outcome->output.out, "here\n");
@@ -296,6 +322,22 @@ TEST_F(RunnerTest, TellsEveryCommandBeforeItsShutdownReturns) {
         EXPECT_EQ(outcomes_.Of(name).end, End::kStopped) << name;
     }
     EXPECT_TRUE(support::Eventually([&] { return !support::IsAlive(first) && !support::IsAlive(second); }));
+}
+
+TEST_F(RunnerTest, GivesUpACommandThatNothingEndsWhenItShutsDown) {
+    CommandRunner runner({.maxParallel = 1, .termGrace = 10ms, .abandonGrace = 100ms});
+    runner.Start(Shell("echo $$ >'" + folder_ / "a" + "'; exec sleep 1000"), outcomes_.As("a"));
+    const pid_t hung = PidOf("a");
+    ASSERT_GT(hung, 1);
+    g_isDeaf = true;
+    runner.Shutdown();
+    g_isDeaf = false;
+    EXPECT_EQ(outcomes_.Of("a").end, End::kStopped);
+    EXPECT_EQ(outcomes_.Of("a").code, 0);
+    EXPECT_EQ(g_unheardKills, 2) << "once in time, and once more when it is given up";
+    EXPECT_EQ(waitpid(hung, nullptr, WNOHANG), 0) << "it still runs";
+    EXPECT_EQ(kill(hung, SIGKILL), 0);
+    EXPECT_EQ(waitpid(hung, nullptr, 0), hung);
 }
 
 TEST_F(RunnerTest, StopsTheCommandsOfItsCallersBeforeItsShutdownReturns) {

@@ -33,6 +33,7 @@ TEST_F(OwnerProgram, ChecksAFileAgainstItsSchema) {
     EXPECT_TRUE(Holds(unchecked.output,
                       "ominspect-owner: not checked against the schema: xmllint: No such file or directory\n"))
         << unchecked.output;
+    EXPECT_FALSE(unchecked.output.starts_with("ominspect-owner: ")) << "what would be done comes first";
 }
 
 TEST_F(OwnerProgram, AnswersAMistakeWithTwo) {
@@ -41,6 +42,15 @@ TEST_F(OwnerProgram, AnswersAMistakeWithTwo) {
     EXPECT_EQ(outcome.err, "ominspect-owner: /dev/null: not a regular file\n");
     EXPECT_EQ(RunProgram({PROGRAM_OWNER}).code, 2);
     EXPECT_EQ(RunProgram({PROGRAM_OWNER, "--fly", "x"}).code, 2);
+}
+
+TEST_F(OwnerProgram, TellsItsVersionAndHowItIsUsed) {
+    const auto version = RunProgram({PROGRAM_OWNER, "--version"});
+    EXPECT_EQ(version.code, 0);
+    EXPECT_EQ(version.out, "ominspect-owner 0.1.0\n");
+    const auto help = RunProgram({PROGRAM_OWNER, "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(Holds(help.out, "--check")) << help.out;
 }
 
 TEST_F(OwnerProgram, AnswersAMissingBusWithThree) {
