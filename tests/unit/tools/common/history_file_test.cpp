@@ -36,9 +36,10 @@ TEST(HistoryRowTest, LeavesOutWhatItLacks) {
     row.kind = Kind::kServer;
     row.status = "away";
     EXPECT_EQ(JsonOf(row).Print(), R"({"time":"1970-01-01T00:00:00.000Z","kind":"server","status":"away"})");
+    row.seq = 1;
     row.duration = std::chrono::milliseconds(-1);
     EXPECT_EQ(JsonOf(row, "begin").Print(),
-              R"({"time":"1970-01-01T00:00:00.000Z","kind":"begin","status":"away","durationMs":0})");
+              R"({"seq":1,"time":"1970-01-01T00:00:00.000Z","kind":"begin","status":"away","durationMs":0})");
 }
 
 // The file in its first form, as gateways in the field have it.

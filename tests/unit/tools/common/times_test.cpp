@@ -47,6 +47,7 @@ TEST(Times, BeyondWhatATimePointHoldsAreRefused) {
 TEST(Times, AreReadAsAgesAndAsDates) {
     const TimePoint now{1769862896s};  // 2026-01-31T12:34:56Z
     EXPECT_EQ(ParseTime("90s", now), now - 90s);
+    EXPECT_EQ(ParseTime("0s", now), now);
     EXPECT_EQ(ParseTime("15m", now), now - 15min);
     EXPECT_EQ(ParseTime("2h", now), now - 2h);
     EXPECT_EQ(ParseTime("3d", now), now - 72h);
@@ -56,6 +57,10 @@ TEST(Times, AreReadAsAgesAndAsDates) {
     EXPECT_EQ(ParseTime("2026-01-31 14:34:56", TimePoint()), now);
     EXPECT_EQ(ParseTime("2026-01-31 14:34", TimePoint()), now - 56s);
     EXPECT_EQ(ParseTime("2026-01-31", TimePoint()), now - 14h - 34min - 56s);
+    ASSERT_EQ(setenv("TZ", "WINTER-1SUMMER,M3.5.0,M10.5.0/3", 1), 0);
+    tzset();
+    EXPECT_EQ(ParseTime("2026-01-31 13:34", TimePoint()), now - 56s);
+    EXPECT_EQ(ParseTime("2026-07-31 14:34", TimePoint()), now - 56s + 24h * 181);
     for (const char* text : {"", "2", "2x", "h", "-2h", "2hh", "2026-01-31T", "2026-01-31 14:34 x", "yesterday"}) {
         EXPECT_FALSE(ParseTime(text, now)) << text;
     }

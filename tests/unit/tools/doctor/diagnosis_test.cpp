@@ -167,6 +167,14 @@ TEST_F(DiagnosisTest, AnUnreadableFileMeansTheDefaultItemsAndNoCollection) {
     EXPECT_NE(diagnosis.unreadable->text.find("XML_ERROR_FILE_NOT_FOUND"), std::string::npos);
 }
 
+// A pipe would have to be waited for, and a device may have no end.
+TEST_F(DiagnosisTest, WhatIsNoFileIsNotRead) {
+    const Diagnosis diagnosis = Diagnose("/dev/null");
+    ASSERT_TRUE(diagnosis.unreadable);
+    EXPECT_EQ(diagnosis.unreadable->text, "not a regular file");
+    EXPECT_TRUE(diagnosis.items.empty());
+}
+
 TEST_F(DiagnosisTest, ABrokenFileIsToldWithItsLine) {
     const Diagnosis diagnosis = Look("<c>\n<DiagnoseList>\n</c>");
     ASSERT_TRUE(diagnosis.unreadable);

@@ -17,9 +17,13 @@ using namespace ominspect::doctor;
 namespace {
 
 constexpr const char* kNoGroup = "no-such-group";
+constexpr unsigned kUnused = 3999999999;  // no group's or user's number
 
 // The one that the system says this process is in, as only root could let it be.
 std::optional<gid_t> g_furtherGroup;
+
+// The user that it says this process is of.
+std::optional<uid_t> g_user;
 
 }  // namespace
 
@@ -32,6 +36,10 @@ extern "C" int getgroups(int size, gid_t* list) noexcept {
         list[0] = *g_furtherGroup;
     }
     return 1;
+}
+
+extern "C" uid_t geteuid() noexcept {
+    return g_user ? *g_user : static_cast<uid_t>(syscall(SYS_geteuid));
 }
 
 namespace {
@@ -83,7 +91,20 @@ TEST(Person, IsInTheFurtherGroupsOfItsProcess) {
     ASSERT_NE(name, "");
     g_furtherGroup = getgrnam(name.c_str())->gr_gid;
     EXPECT_EQ(Memberships(ThisPerson(name.c_str(), name.c_str())), "member owner");
+    g_furtherGroup = kUnused;
+    EXPECT_EQ(Memberships(ThisPerson(name.c_str(), name.c_str())), "") << "another group is none";
     g_furtherGroup.reset();
+}
+
+// As in a container whose list of users is another.
+TEST(Person, ThatTheSystemHasNoNameForIsANumberAndListedNowhere) {
+    const std::string group = ForeignGroup();
+    g_user = kUnused;
+    const Person person = ThisPerson(group.c_str(), kNoGroup);
+    g_user.reset();
+    EXPECT_EQ(person.name, "3999999999");
+    EXPECT_FALSE(person.isRoot);
+    EXPECT_EQ(Memberships(person), "");
 }
 
 }  // namespace

@@ -172,4 +172,18 @@ TEST(PerfData, GoesAsFixedRecords) {
     EXPECT_EQ(EncodePerfData("disk", {}), golden.substr(0, 32) + std::string(8, '\0'));
 }
 
+TEST(PerfData, TheLongestTextsFitIntoTheirFields) {
+    client::PerfValue value;
+    value.label = std::string(63, 'l');
+    value.unit = std::string(15, 'u');
+    value.warn = std::string(31, '1');
+    value.crit = std::string(31, '2');
+    const std::string event = EncodePerfData(std::string(31, 'i'), {value});
+    EXPECT_STREQ(event.c_str(), std::string(31, 'i').c_str());
+    EXPECT_STREQ(event.c_str() + 40, value.label.c_str());
+    EXPECT_STREQ(event.c_str() + 40 + 64, value.unit.c_str());
+    EXPECT_STREQ(event.c_str() + 40 + 80, value.warn.c_str());
+    EXPECT_STREQ(event.c_str() + 40 + 112, value.crit.c_str());
+}
+
 }  // namespace

@@ -266,6 +266,7 @@ TEST_F(RunnerTest, TakesAStoppedCommandOutOfTheQueue) {
     runner.Stop(waiting);
     ASSERT_TRUE(outcomes_.Wait(1));
     EXPECT_EQ(outcomes_.Of("b").end, End::kStopped);
+    EXPECT_EQ(outcomes_.Of("b").code, 0);
     runner.Shutdown();
     EXPECT_FALSE(std::filesystem::exists(folder_ / "started"));
 }

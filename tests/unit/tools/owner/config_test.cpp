@@ -76,6 +76,15 @@ TEST(OwnerConfig, KeepsAnArgumentOfBlanksThatIsWrittenAsACharacter) {
     EXPECT_EQ(config->items[0].argv.at(1), " ");
 }
 
+TEST(OwnerConfig, TakesAsManyArgumentsAndAsLongOnesAsItSays) {
+    const std::string longest(4095, 'x');
+    const auto config =
+        ParseConfig(WithItem("name=\"a\"", kTrue + Repeated("<Arg/>", 63) + "<Arg>" + longest + "</Arg>"));
+    ASSERT_TRUE(config) << config.Failure().text;
+    ASSERT_EQ(config->items[0].argv.size(), 65U);
+    EXPECT_EQ(config->items[0].argv.back(), longest);
+}
+
 struct Mistake {
     const char* what;
     std::string xml;
@@ -111,6 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"EmptyProcess", "<Owner process=\"\"/>", "line 1: process '' must have 1 to 15 bytes"},
         Mistake{"LongProcess", "<Owner process=\"1234567890123456\"/>",
                 "line 1: process '1234567890123456' must have 1 to 15 bytes"},
+        Mistake{"NulInDecimals", WithItem("name=\"a\"", "<Command>/a&#0;</Command>"), "line 2: a NUL character"},
         Mistake{"ControlInProcess", "<Owner process=\"a&#27;\"/>",
                 "line 1: process 'a\\u{1B}' must be plain UTF-8 text"},
         Mistake{"ServersName", "<Owner process=\"ominspect\"/>",

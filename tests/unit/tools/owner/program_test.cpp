@@ -51,6 +51,7 @@ TEST_F(OwnerProgram, TellsItsVersionAndHowItIsUsed) {
     const auto help = RunProgram({PROGRAM_OWNER, "--help"});
     EXPECT_EQ(help.code, 0);
     EXPECT_TRUE(Holds(help.out, "--check")) << help.out;
+    EXPECT_TRUE(Holds(help.out, "Exit code: 0 ended as asked, ")) << help.out;
 }
 
 TEST_F(OwnerProgram, AnswersAMissingBusWithThree) {
