@@ -13,6 +13,8 @@ constexpr const char* kTooLong = "12345678901234567890123456789012";
 
 class DoctorCommand : public Programs {
 protected:
+    using Programs::Programs;
+
     // A configuration with these items, good if all names are.
     std::string Configuration(const std::vector<std::string>& items) const {
         std::string xml = "<c><DiagnoseList>";
@@ -111,6 +113,8 @@ TEST_F(DoctorCommand, SaysThatThereIsNoBusInOneLine) {
 // The whole look at an installation, on a bus without a policy.
 class DoctorLooksAround : public DoctorCommand {
 protected:
+    using DoctorCommand::DoctorCommand;
+
     // The line of the first finding about this.
     static std::string About(const std::string& subject, const Outcome& outcome) {
         const size_t at = outcome.output.find("  " + subject + ' ');
@@ -135,7 +139,7 @@ TEST_F(DoctorLooksAround, NamesServerOwnersAndFolders) {
         << outcome.output;
     EXPECT_TRUE(Holds(About("server", outcome), ", process " + std::to_string(server.Pid()) + ", user " + Me()))
         << outcome.output;
-    EXPECT_TRUE(About("server", outcome).starts_with("ok ")) << outcome.output;
+    EXPECT_TRUE(About("server", outcome).starts_with("ok       server         ominspect 0.1.0, ")) << outcome.output;
     EXPECT_TRUE(Holds(About("owners", outcome), "ok       owners         test_owner (5 items)")) << outcome.output;
     EXPECT_TRUE(Holds(About("items", outcome), "without an owner (25): bsp_mainboard_ft, ")) << outcome.output;
     EXPECT_TRUE(About("log", outcome).starts_with("ok       log            " + Folder() + ": ")) << outcome.output;
@@ -158,6 +162,31 @@ TEST_F(DoctorLooksAround, TellsOfAServerThatIsAbsentAndOfOneThatDoesNotAnswer) {
     EXPECT_TRUE(Holds(About("server", absent), "failure  server         absent: no process \"ominspect\" on this bus"))
         << absent.output;
     EXPECT_TRUE(Holds(About("owners", absent), "test_owner (5 items)")) << absent.output;
+}
+
+// The rules of a bus that lets everybody do everything, but for what the shipped policy allows nobody.
+class GuardedBus {
+protected:
+    GuardedBus() {
+        WriteFile(config_, R"(<busconfig><type>session</type><keep_umask/><listen>unix:tmpdir=/tmp</listen>
+<auth>EXTERNAL</auth><policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*"/>
+<allow receive_sender="*"/><deny send_destination="com.kivo.proc.ominspect" send_path="/com/kivo/policy"/></policy>
+</busconfig>)");
+    }
+
+    const TempFolder folder_;
+    const std::string config_ = folder_ / "bus.conf";
+};
+
+class DoctorOnAGuardedBus : GuardedBus, public DoctorLooksAround {
+protected:
+    DoctorOnAGuardedBus() : DoctorLooksAround(config_) {}
+};
+
+TEST_F(DoctorOnAGuardedBus, SeesThatThePolicyIsInForce) {
+    const Child server = StartServer();
+    const Outcome outcome = Look();
+    EXPECT_EQ(About("policy", outcome), "ok       policy         in force") << outcome.output;
 }
 
 }  // namespace

@@ -13,6 +13,8 @@ namespace support {
 
 class Programs : public System {
 protected:
+    using System::System;
+
     static std::vector<std::string> CommandLine(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), OMINSPECTCTL_PROGRAM);
         return arguments;

@@ -10,8 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include <unistd.h>
-
 #include "collect/places.h"
 #include "common/client_answers.h"
 #include "common/live_lines.h"
@@ -97,20 +95,6 @@ bool IsAsSchemaHasIt(const std::string& config) {
     return !errors || errors->empty();
 }
 
-// What helps where the bus does not have the policy. The system bus reads two folders only, whatever the prefix is.
-std::string PolicyAdvice() {
-    constexpr const char* kName = "/com.kivo.proc.conf";
-    constexpr const char* kOwnFolder = "/etc/dbus-1/system.d";
-    const auto isIn = [](const char* folder) { return access((std::string(folder) + kName).c_str(), R_OK) == 0; };
-    if (isIn("/usr/share/dbus-1/system.d") || isIn(kOwnFolder)) {
-        return "systemctl reload dbus";
-    }
-    if (isIn(OMINSPECT_POLICY_DIR)) {
-        return std::string("ln -s " OMINSPECT_POLICY_DIR) + kName + ' ' + kOwnFolder + "; systemctl reload dbus";
-    }
-    return "install the package ominspect, which brings the policy";
-}
-
 std::vector<Finding> LookAtInstallation() {
     constexpr unsigned long long kLogRoom = 16ULL << 20U;    // two files of 2 MiB, and some to spare
     constexpr unsigned long long kAreaRoom = 256ULL << 20U;  // a collection of logs, and its package
@@ -120,7 +104,10 @@ std::vector<Finding> LookAtInstallation() {
     const BusFacts bus = LookAtBus(configured);
     const std::string user = bus.server ? bus.server->user : "";
 
-    std::vector<Finding> findings = JudgeBus(bus, ThisPerson(), PolicyAdvice());
+    // The system bus reads these two folders only, whatever the prefix is.
+    const std::string policyAdvice =
+        PolicyAdvice({"/usr/share/dbus-1/system.d", "/etc/dbus-1/system.d"}, OMINSPECT_POLICY_DIR);
+    std::vector<Finding> findings = JudgeBus(bus, ThisPerson(), policyAdvice);
     const auto append = [&findings](std::vector<Finding> more) {
         findings.insert(findings.end(), std::make_move_iterator(more.begin()), std::make_move_iterator(more.end()));
     };

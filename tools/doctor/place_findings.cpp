@@ -89,6 +89,18 @@ Finding JudgeClock(std::time_t now, bool isSynchronised) {
     return {Verdict::kGood, "clock", time + ", synchronised"};
 }
 
+std::string PolicyAdvice(const std::vector<std::string>& read, const std::string& installed) {
+    constexpr const char* kName = "/com.kivo.proc.conf";
+    const auto isIn = [](const std::string& folder) { return access((folder + kName).c_str(), R_OK) == 0; };
+    if (std::any_of(read.begin(), read.end(), isIn)) {
+        return "systemctl reload dbus";
+    }
+    if (isIn(installed)) {
+        return "ln -s " + installed + kName + ' ' + read.back() + "; systemctl reload dbus";
+    }
+    return "install the package ominspect, which brings the policy";
+}
+
 bool IsClockSynchronised() {
     timex state{};
     return adjtimex(&state) != TIME_ERROR && (state.status & STA_UNSYNC) == 0;

@@ -3,6 +3,7 @@
 
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "doctor/diagnosis.h"
 #include "doctor/finding.h"
@@ -18,6 +19,10 @@ Finding JudgeFolder(const std::string& subject, const std::string& path, const s
 
 // `isSynchronised`: as the kernel has it (adjtimex(2)).
 Finding JudgeClock(std::time_t now, bool isSynchronised);
+
+// What helps where the bus does not have the policy. `read`: the folders that the bus reads, the administrator's last;
+// `installed`: where the policy is after an installation.
+std::string PolicyAdvice(const std::vector<std::string>& read, const std::string& installed);
 
 // Whether the kernel takes the clock for synchronised.
 bool IsClockSynchronised();

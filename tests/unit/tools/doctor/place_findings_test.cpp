@@ -134,6 +134,18 @@ TEST(ClockFinding, AClockBeforeTheReleaseIsNotSet) {
     EXPECT_EQ(JudgeClock(1767225600, true).text, "2026-01-01T00:00:00Z, synchronised");
 }
 
+TEST_F(PlaceFindings, ThePolicyIsLoadedLinkedOrInstalled) {
+    const auto advice = [] { return PolicyAdvice({"shipped", "own"}, "local"); };
+    EXPECT_EQ(advice(), "install the package ominspect, which brings the policy");
+    WriteFile("local/com.kivo.proc.conf", "");
+    EXPECT_EQ(advice(), "ln -s local/com.kivo.proc.conf own; systemctl reload dbus");
+    for (const char* file : {"own/com.kivo.proc.conf", "shipped/com.kivo.proc.conf"}) {
+        WriteFile(file, "");
+        EXPECT_EQ(advice(), "systemctl reload dbus") << file;
+        std::filesystem::remove(file);
+    }
+}
+
 TEST(ClockFinding, AClockThatRunsByItselfIsAWarning) {
     const Finding found = JudgeClock(1767225600, false);
     EXPECT_EQ(found.verdict, Verdict::kWarning);
