@@ -103,11 +103,24 @@ protected:
         }
         return out;
     }
+
     // 0: none.
     static std::uint64_t LastOf(Reader& reader, const std::string& item) {
         const auto row = reader.LastResult(item);
         EXPECT_TRUE(row) << row.Failure().text;
         return row && *row ? (*row)->seq : 0;
+    }
+
+    static void ExpectExtentAndBus(Reader& reader, std::uint64_t first, std::uint64_t last, std::uint64_t count,
+                                   const std::string& bus) {
+        const auto extent = reader.Extent();
+        ASSERT_TRUE(extent);
+        EXPECT_EQ(extent->first, first);
+        EXPECT_EQ(extent->last, last);
+        EXPECT_EQ(extent->count, count);
+        const auto found = reader.Bus();
+        ASSERT_TRUE(found);
+        EXPECT_EQ(*found, bus);
     }
 
     const support::TempFolder folder_;
@@ -194,14 +207,7 @@ TEST_F(HistoryReaderTest, KnowsTheLastFinalResultOfEveryItem) {
 TEST_F(HistoryReaderTest, KnowsTheExtentAndTheBus) {
     const auto reader = OpenedWithEvents();
     ASSERT_NE(reader, nullptr);
-    const auto extent = reader->Extent();
-    ASSERT_TRUE(extent);
-    EXPECT_EQ(extent->first, 3U);
-    EXPECT_EQ(extent->last, 11U);
-    EXPECT_EQ(extent->count, 9U);
-    const auto bus = reader->Bus();
-    ASSERT_TRUE(bus);
-    EXPECT_EQ(*bus, "unix:path=/bus");
+    ExpectExtentAndBus(*reader, 3, 11, 9, "unix:path=/bus");
 }
 
 TEST_F(HistoryReaderTest, FindsNothingInAnEmptyHistory) {
@@ -213,13 +219,7 @@ TEST_F(HistoryReaderTest, FindsNothingInAnEmptyHistory) {
     const auto rows = reader->LastResults();
     ASSERT_TRUE(rows);
     EXPECT_TRUE(rows->empty());
-    const auto extent = reader->Extent();
-    ASSERT_TRUE(extent);
-    EXPECT_EQ(extent->first, 0U);
-    EXPECT_EQ(extent->count, 0U);
-    const auto bus = reader->Bus();
-    ASSERT_TRUE(bus);
-    EXPECT_EQ(*bus, "");
+    ExpectExtentAndBus(*reader, 0, 0, 0, "");
 }
 
 TEST_F(HistoryReaderTest, RefusesAFormThatItDoesNotKnow) {
