@@ -1,9 +1,7 @@
 // The command wait: for scripts that have just started the bus, the server or an owner.
 #include <algorithm>
-#include <condition_variable>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,6 +9,7 @@
 
 #include "commands.h"
 #include "common/end_signals.h"
+#include "common/pause.h"
 #include "common/text.h"
 #include "ominspect/client/session.h"
 #include "output.h"
@@ -87,13 +86,6 @@ bool MayPass(client::ErrorCode code) {
            code == client::ErrorCode::kTimeLimit || code == client::ErrorCode::kRefused;
 }
 
-void Pause(const client::Limit& limit) {
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
-    std::condition_variable_any never;
-    (void)never.wait_for(lock, limit.Cancel(), std::min(kPeriod, limit.Left()), [] { return false; });
-}
-
 ExitCode Give(const WaitOptions& options, const client::Error& error, const std::vector<std::string>& missing) {
     if (options.json) {
         auto names = json::Value::Array();
@@ -141,7 +133,7 @@ ExitCode Wait(const WaitOptions& options) {
             return Give(options, {client::ErrorCode::kTimeLimit, "the time limit is over; " + missing->reason.text},
                         missing->items);
         }
-        Pause(limit);
+        (void)Pause(std::min(kPeriod, limit.Left()), limit.Cancel());
     }
 }
 

@@ -2,8 +2,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <stop_token>
 #include <thread>
 
@@ -12,6 +10,7 @@
 
 #include "commands.h"
 #include "common/end_signals.h"
+#include "common/pause.h"
 #include "common/presence.h"
 #include "ominspect/client/session.h"
 #include "report.h"
@@ -49,10 +48,7 @@ ExitCode WaitForEnd(const WatchOptions& options, const WatchPrinter& printer, co
 // Shows when the server comes and goes. On a thread of its own: while the output is stuck, so is this.
 void FollowServer(const std::stop_token& over, Presence& presence, WatchPrinter& printer) {
     constexpr std::chrono::milliseconds kLook{500};
-    std::mutex mutex;
-    std::unique_lock lock(mutex);
-    std::condition_variable_any never;
-    while (!never.wait_for(lock, over, kLook, [&over] { return over.stop_requested(); })) {
+    while (Pause(kLook, over)) {
         presence.Follow([&](bool present) { printer.Server(present); });
     }
 }
