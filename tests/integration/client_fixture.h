@@ -86,7 +86,7 @@ protected:
     static Child StartOwner(std::vector<std::string> items, const std::string& process = "owner1") {
         items.insert(items.begin(), {RAW_OWNER_PROGRAM, process});
         Child owner(items);
-        EXPECT_TRUE(Eventually([&] { return owner.Output().find("registered") != std::string::npos; }));
+        EXPECT_TRUE(owner.EventuallyWrote("registered"));
         return owner;
     }
 

@@ -86,7 +86,7 @@ TEST_F(ClientItems, AreWaitedForUntilTheirOwnerHasRegisteredThemWithTheNewServer
     EXPECT_TRUE(EventuallyShown("item", "item unconfigured owner:10"));
     EXPECT_EQ(wait(), 0);
     ASSERT_TRUE(TheSession().Start({"hold", ""}, kEnough));
-    ASSERT_TRUE(Eventually([this] { return Saw("hold running"); }));
+    ASSERT_TRUE(owner.EventuallyWrote("holds"));
     server.Kill();
     server = StartServer();
     EXPECT_EQ(Shown("item"), "item unconfigured owner:10 unregistered");

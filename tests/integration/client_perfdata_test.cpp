@@ -17,7 +17,7 @@ protected:
                             "\" isSync=\"true\"><Command>/bin/sh</Command><Arg>-c</Arg>"
                             "<Arg>echo \"OK | $INSPECT_CMD\"</Arg></Item></Owner>");
         Child owner({OMINSPECT_OWNER_PROGRAM, file});
-        EXPECT_TRUE(Eventually([&] { return owner.Output().find("serves 1 items") != std::string::npos; }));
+        EXPECT_TRUE(owner.EventuallyWrote("serves 1 items"));
         return owner;
     }
 

@@ -31,9 +31,11 @@ TEST_F(LauncherTest, ARequestEndsTheServer) {
 // The server's task polls for the result of a synchronous run without any limit, under the empty name.
 TEST_F(LauncherTest, AServerThatWaitsForEverIsEndedAllTheSame) {
     Child server = StartServer();
-    const Child owner = StartOwner("owner1", {"@later"});
+    const Child owner = StartOwner("owner1", {"@until"});
     Post(0, R"({"name":"","cmd":"run"})", "ominspect", "iom_srv_task");
     ASSERT_TRUE(EventuallyEvents({"busy", " running/begin"}));
+    // A server that is to end asks nobody any more, and ends.
+    ASSERT_TRUE(owner.EventuallyWrote("asked")) << owner.Output();
     server.Signal(SIGTERM);
     EXPECT_EQ(server.Wait(), 4);
     EXPECT_TRUE(server.Output().ends_with("ominspect: the server does not end; it is ended where it is\n"))

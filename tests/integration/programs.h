@@ -51,7 +51,7 @@ protected:
 
     // Whether the program comes to have written this.
     static bool EventuallySays(const Child& program, const std::string& part) {
-        const bool said = Eventually([&] { return Holds(program.Output(), part); });
+        const bool said = program.EventuallyWrote(part);
         EXPECT_TRUE(said) << part << "\n" << program.Output();
         return said;
     }

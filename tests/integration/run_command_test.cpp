@@ -120,12 +120,12 @@ TEST_F(RunCommand, ARunThatSomebodyLeftIsWaitedForAndItsAnswerIsNotShown) {
     const Child server = StartServer();
     const Child owner = StartOwner("owner1", {"until"});
     Child left = StartCtl({"run", "until"});
-    ASSERT_TRUE(EventuallyTold("until running/begin"));
+    ASSERT_TRUE(owner.EventuallyWrote("asked"));
     left.Kill();
     Child run = StartCtl({"run", "until"});
     ASSERT_TRUE(EventuallySays(run, "until: another run of it is under way; it is run again after that\n"));
     EXPECT_EQ(Ctl({"run", "until", "--cmd", "stop"}).exitCode, 0);
-    ASSERT_TRUE(EventuallyTold("until running/begin")) << run.Output();
+    ASSERT_TRUE(owner.EventuallyWrote("asked", 2)) << run.Output();
     EXPECT_FALSE(Holds(run.Output(), "stopped")) << run.Output();
     EXPECT_EQ(Ctl({"run", "until", "--cmd", "stop"}).exitCode, 0);
     EXPECT_EQ(run.Wait(), 1) << run.Output();

@@ -125,7 +125,7 @@ Child System::StartOwner(const std::string& process, const std::vector<std::stri
     std::vector<std::string> command{RAW_OWNER_PROGRAM, process};
     command.insert(command.end(), items.begin(), items.end());
     Child owner(command);
-    EXPECT_TRUE(Eventually([&] { return owner.Output().find("registered") != std::string::npos; })) << owner.Output();
+    EXPECT_TRUE(owner.EventuallyWrote("registered")) << owner.Output();
     return owner;
 }
 

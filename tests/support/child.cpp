@@ -121,6 +121,17 @@ std::string Child::Output() const {
     return text.str();
 }
 
+bool Child::EventuallyWrote(const std::string& text, size_t times) const {
+    return Eventually([&] {
+        const std::string output = Output();
+        size_t count = 0;
+        for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; at += text.size()) {
+            ++count;
+        }
+        return count >= times;
+    });
+}
+
 Outcome Run(const std::vector<std::string>& command, const std::vector<std::string>& extraEnvironment) {
     Child child(command, extraEnvironment);
     const std::optional<int> exitCode = child.Wait();

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,9 @@ public:
 
     // What it has written so far.
     [[nodiscard]] std::string Output() const;
+
+    // Whether it comes to have written this so many times.
+    [[nodiscard]] bool EventuallyWrote(const std::string& text, size_t times = 1) const;
 
 private:
     pid_t pid_ = -1;

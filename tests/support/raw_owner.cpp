@@ -7,7 +7,7 @@
 //     later*   answers "running"; the result is reported on message 100, whose payload is the 192-byte record
 //     early*   reports "success", which the server has handled before the owner answers "running"
 //     never*   does not answer             die*    is gone before it answers
-//     until*   answers "running"; reports "fail", "stopped" when it is asked to stop
+//     until*   prints "asked" and answers "running"; reports "fail", "stopped" when it is asked to stop
 //     size_N   answers with N bytes, all 'x' but for the two NULs that end name and status
 // An item called as*PROCESS registers and answers under an envelope that claims to come from PROCESS.
 #include <algorithm>
@@ -105,6 +105,11 @@ void AwaitServer() {
     OsMsgSynRespFree(resp);
 }
 
+void PrintNow(const char* line) {
+    std::puts(line);
+    std::fflush(stdout);
+}
+
 uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::string& behaviour, bool stop) {
     if (StartsWith(behaviour, "ok") || StartsWith(behaviour, "as*")) {
         return Answer(msg, item, "success");
@@ -112,16 +117,20 @@ uint32_t Behave(const TagMsgBlock& msg, const std::string& item, const std::stri
     if (StartsWith(behaviour, "warn")) {
         return Answer(msg, item, "warn");
     }
-    if (StartsWith(behaviour, "until") && stop) {
-        Answer(msg, item, "success");
-        return Report(item, "fail", "stopped");
+    if (StartsWith(behaviour, "until")) {
+        if (stop) {
+            Answer(msg, item, "success");
+            return Report(item, "fail", "stopped");
+        }
+        PrintNow("asked");
+        return Answer(msg, item, "running");
     }
     if (StartsWith(behaviour, "early")) {
         Report(item, "success", "too early");
         AwaitServer();
         return Answer(msg, item, "running");
     }
-    if (StartsWith(behaviour, "later") || StartsWith(behaviour, "until")) {
+    if (StartsWith(behaviour, "later")) {
         return Answer(msg, item, "running");
     }
     if (StartsWith(behaviour, "die")) {
@@ -153,8 +162,7 @@ uint32_t Entry() {
         Register(item);
     }
     AwaitServer();
-    std::puts("registered");
-    std::fflush(stdout);
+    PrintNow("registered");
     return OsMsgTaskRoutineByName(kTask);
 }
 
