@@ -261,7 +261,7 @@ TEST(ItemFindings, AnItemThatTheFileNamesTwiceIsTheSame) {
 
 TEST(ItemFindings, OfMoreThan256TheFirstOnesCount) {
     std::vector<client::Item> items;
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 257; ++i) {
         items.push_back(Item("i" + std::to_string(i), true, {"one"}));
     }
     BusFacts facts = With(items);
