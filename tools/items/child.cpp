@@ -114,12 +114,10 @@ Child::Child(Child&& other) noexcept
       err_(std::move(other.err_)) {}
 
 Child::~Child() {
-    if (pid_ == 0) {
-        return;
+    // Not waited for: it may hang in the kernel, and who gives a command up is about to end itself.
+    if (pid_ != 0) {
+        SignalGroup(SIGKILL);
     }
-    SignalGroup(SIGKILL);
-    // A killed process ends at once unless it hangs in the kernel, where nobody should wait for it.
-    (void)waitpid(pid_, nullptr, WNOHANG);
 }
 
 Result<Child> Child::Start(const CommandSpec& spec) {

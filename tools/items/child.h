@@ -20,7 +20,7 @@ public:
     // memory any more.
     static Result<Child> Start(const CommandSpec& spec);
 
-    // Ends the whole group at once if the leader has not been reaped.
+    // Kills the whole group if the leader has not been reaped, and leaves its reaping to whoever inherits it.
     ~Child();
     Child(Child&& other) noexcept;
     Child& operator=(Child&&) = delete;
