@@ -110,7 +110,11 @@ TEST_F(CtlProgram, HelpNamesTheCommandsOfTheOtherProgram) {
     const auto collect = RunProgram({PROGRAM_CTL, "collect", "--help"});
     EXPECT_EQ(collect.code, 0);
     EXPECT_TRUE(Holds(collect.out, "Usage: ominspectctl collect [OPTIONS] [SOURCE...]")) << collect.out;
-    EXPECT_TRUE(Holds(collect.out, "--area DIR")) << collect.out;
+    for (const char* option :
+         {"--config FILE ", "--area DIR ", "--output FILE ", "--timeout SECONDS", "--total-timeout SECONDS",
+          "--max-size SIZE", "--exclude PATTERN ", "--redact-patterns FILE "}) {
+        EXPECT_TRUE(Holds(collect.out, option)) << option << '\n' << collect.out;
+    }
     EXPECT_TRUE(Holds(collect.out, "  1    a check failed")) << collect.out;
     const auto doctor = RunProgram({PROGRAM_CTL, "doctor", "--help"});
     EXPECT_EQ(doctor.code, 0);
